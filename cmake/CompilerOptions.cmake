@@ -1,0 +1,35 @@
+# Warnings, sanitizers and the compiler cache, for every target of the project.
+
+set(CORVID_SANITIZE "" CACHE STRING "Sanitizer build: empty, 'address' (with undefined) or 'thread'")
+set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread)
+option(CORVID_WERROR "Treat warnings as errors" ON)
+
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+# Warnings of our own code. Generated code (cmake/Hidl.cmake) is compiled without them.
+add_library(corvid_warnings INTERFACE)
+target_compile_options(corvid_warnings INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>
+  $<$<BOOL:${CORVID_WERROR}>:-Werror>)
+
+add_compile_options(-fno-omit-frame-pointer)
+if(CORVID_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(CORVID_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread)
+  add_link_options(-fsanitize=thread)
+elseif(CORVID_SANITIZE)
+  message(FATAL_ERROR "CORVID_SANITIZE is '${CORVID_SANITIZE}': use address or thread")
+else()
+  add_compile_options($<$<NOT:$<CONFIG:Debug>>:-O2> -ffunction-sections -fdata-sections)
+  add_link_options(-Wl,--gc-sections)
+endif()
+# A library that nothing needs a symbol of costs start-up time and memory.
+add_link_options(-Wl,--as-needed)

@@ -1,0 +1,29 @@
+# The platform's libraries as Debian packages them.
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+pkg_check_modules(NL3 REQUIRED IMPORTED_TARGET libnl-3.0)
+pkg_check_modules(NLGENL3 REQUIRED IMPORTED_TARGET libnl-genl-3.0)
+find_package(Microsoft.GSL CONFIG REQUIRED)
+
+# liblog, libbase, libutils, libcutils: headers in their own include folder, libraries in the
+# multiarch "android" folder, which the loader does not search by itself (hence the rpath).
+find_path(ANDROID_INCLUDE_DIR log/log.h PATHS /usr/include/android NO_DEFAULT_PATH REQUIRED)
+foreach(lib log base utils cutils)
+  find_library(ANDROID_${lib}_LIBRARY ${lib}
+    PATHS /usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}/android NO_DEFAULT_PATH REQUIRED)
+  add_library(Android::${lib} SHARED IMPORTED)
+  set_target_properties(Android::${lib} PROPERTIES
+    IMPORTED_LOCATION ${ANDROID_${lib}_LIBRARY}
+    INTERFACE_INCLUDE_DIRECTORIES ${ANDROID_INCLUDE_DIR})
+endforeach()
+get_filename_component(ANDROID_LIBRARY_DIR ${ANDROID_log_LIBRARY} DIRECTORY)
+set(CMAKE_BUILD_RPATH ${ANDROID_LIBRARY_DIR})
+
+# The supplicant's control-interface client library.
+find_path(WPA_CTRL_INCLUDE_DIR wpa_ctrl.h REQUIRED)
+find_library(WPA_CLIENT_LIBRARY wpa_client REQUIRED)
+add_library(wpa_client STATIC IMPORTED)
+set_target_properties(wpa_client PROPERTIES
+  IMPORTED_LOCATION ${WPA_CLIENT_LIBRARY}
+  INTERFACE_INCLUDE_DIRECTORIES ${WPA_CTRL_INCLUDE_DIR})
