@@ -1,0 +1,265 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+/** The two sets of handles of a CallbackMap. */
+enum class CallbackSet {
+    Active = 0,    ///< registered
+    Inactive = 1,  ///< unregistered, its number not yet free again
+};
+
+/** One subscriber of a CallbackMap. */
+template <typename F>
+class CallbackMapElement {
+  public:
+    /** `function` is the subscriber's own object and stays at its address while registered. */
+    explicit CallbackMapElement(F& function) : function_(&function) {}
+
+    /** Calls the subscriber unless it was removed. An empty function throws. */
+    template <typename T>
+    void call(T&& value) EXCLUDES(mutex_) {
+        SharedLock lock(mutex_);
+        if (!removed_.load(std::memory_order_relaxed)) {
+            (*function_)(std::forward<T>(value));
+        }
+    }
+
+    /** Waits until no call is running on another thread, then empties the subscriber's function. */
+    void remove() EXCLUDES(mutex_) {
+        ExclusiveLock lock(mutex_);
+        removed_.store(true, std::memory_order_release);
+        *function_ = nullptr;
+    }
+
+    bool removed() const { return removed_.load(std::memory_order_acquire); }
+
+  private:
+    SharedMutex mutex_;  ///< shared while the subscriber runs, exclusive while it is removed
+    F* const function_ PT_GUARDED_BY(mutex_);
+    std::atomic<bool> removed_{false};  ///< written under mutex_
+};
+
+/**
+ * The subscribers of one kind of notification, addressed by integer handles. A producer's trigger()
+ * calls every live subscriber, in ascending order of handles, on the producer's own thread.
+ *
+ * Any thread may register, unregister or trigger at any time. While a callback runs, no lock is
+ * held but its own element's (shared, so that two producers may run it at once). Therefore:
+ *  - a callback registered during a trigger first fires on the next one;
+ *  - a callback unregistered before its turn does not fire;
+ *  - once unregisterCallback() has returned, the callback is not running and never runs again, and
+ *    its owner may be destroyed;
+ *  - a callback may register, and unregister others, from inside its own call. Its own handle it
+ *    must not unregister there: the call would wait for itself for ever.
+ *
+ * Handles count up from 0 and wrap after 2,147,483,646. An unregistered handle keeps its place
+ * among the 64 until the next trigger has finished.
+ */
+template <typename T>
+class CallbackMap {
+  public:
+    using Callback = std::function<void(T)>;
+
+    /**
+     * Returns the handle, 0 to 2,147,483,646, or -1 when the map is full. `callback` is not copied:
+     * it stays at its address until it is unregistered.
+     */
+    int registerCallback(Callback& callback) {
+        MutexLock lock(registering_);
+        const int handle = getNewHandle_();
+        if (handle == -1) {
+            return -1;
+        }
+        {
+            ExclusiveLock elementsLock(elementsMutex_);
+            elements_.emplace(handle, std::make_shared<Element>(callback));
+        }
+        setInsert_(CallbackSet::Active, handle);
+        return handle;
+    }
+
+    /**
+     * Ends a subscription: waits for a running call on another thread, then empties the
+     * subscriber's function object. Returns false when the handle is not active.
+     */
+    bool unregisterCallback(int handle) {
+        if (!setContains_(CallbackSet::Active, handle)) {
+            return false;
+        }
+        setInsert_(CallbackSet::Inactive, handle);
+        if (!setErase_(CallbackSet::Active, handle)) {
+            return false;  // another thread was faster
+        }
+        // The wait for a running call happens without the elements' lock: that call may register.
+        if (const auto element = findElement_(handle)) {
+            element->remove();
+        }
+        return true;
+    }
+
+    /** Calls every live subscriber. What a subscriber throws reaches the caller. */
+    void trigger(T value) {
+        const auto snapshot = copyActive_();
+        for (const auto& [handle, element] : snapshot->elements) {
+            if (snapshot->generation == generation_.load(std::memory_order_acquire) ||
+                isActive_(handle)) {
+                element->call(value);
+            }
+        }
+        clearInactive_();
+    }
+
+  private:
+    friend class CallbackMapTestPeer;
+
+    using Element = CallbackMapElement<Callback>;
+
+    /** The subscribers that were active at one moment, in ascending order of handles. */
+    struct Snapshot {
+        uint64_t generation;
+        std::vector<std::pair<int, std::shared_ptr<Element>>> elements;
+    };
+
+    /** Most handles that are active plus inactive at once. */
+    static constexpr int kCapacity = 64;
+    /** The last handle before they start again from 0. */
+    static constexpr int kLastHandle = 0x7FFFFFFE;
+
+    int getNewHandle_() REQUIRES(registering_) {
+        if (kCapacity <= setSize_(CallbackSet::Active) + setSize_(CallbackSet::Inactive)) {
+            return -1;
+        }
+        while (true) {
+            if (counter_.fetch_add(1) == kLastHandle) {
+                counter_.store(0);
+            }
+            const int handle = counter_.load();
+            if (!setContains_(CallbackSet::Active, handle) &&
+                !setContains_(CallbackSet::Inactive, handle)) {
+                return handle;
+            }
+        }
+    }
+
+    /**
+     * The active subscribers. Between changes of the sets, every trigger shares the copy that an
+     * earlier one made.
+     */
+    std::shared_ptr<const Snapshot> copyActive_() {
+        const uint64_t generation = generation_.load(std::memory_order_acquire);
+        MutexLock lock(snapshotMutex_);
+        if (snapshot_ == nullptr || snapshot_->generation != generation) {
+            auto snapshot = std::make_shared<Snapshot>();
+            snapshot->generation = generation;
+            SharedLock activeLock(activeMutex_);
+            SharedLock elementsLock(elementsMutex_);
+            snapshot->elements.reserve(active_.size());
+            for (const int handle : active_) {
+                snapshot->elements.emplace_back(handle, elements_.at(handle));
+            }
+            snapshot_ = std::move(snapshot);
+        }
+        return snapshot_;
+    }
+
+    /** Frees the numbers of unregistered handles. */
+    void clearInactive_() {
+        {
+            SharedLock lock(inactiveMutex_);
+            if (inactive_.empty()) {
+                return;
+            }
+        }
+        ExclusiveLock lock(inactiveMutex_);
+        std::set<int> pending;  // their unregistration is still under way on another thread
+        for (const int handle : inactive_) {
+            ExclusiveLock elementsLock(elementsMutex_);
+            const auto found = elements_.find(handle);
+            if (found == elements_.end()) {
+                continue;
+            }
+            if (found->second->removed()) {
+                elements_.erase(found);
+            } else {
+                pending.insert(handle);
+            }
+        }
+        inactive_ = std::move(pending);
+    }
+
+    std::shared_ptr<Element> findElement_(int handle) {
+        SharedLock lock(elementsMutex_);
+        const auto found = elements_.find(handle);
+        return found == elements_.end() ? nullptr : found->second;
+    }
+
+    bool isActive_(int handle) {
+        return !setContains_(CallbackSet::Inactive, handle) &&
+               setContains_(CallbackSet::Active, handle);
+    }
+
+    /** Returns whether the set changed. */
+    bool setInsert_(CallbackSet set, int handle) {
+        ExclusiveLock lock(setMutex_(set));
+        return changed_(set_(set).insert(handle).second);
+    }
+
+    /** Returns whether the set changed. */
+    bool setErase_(CallbackSet set, int handle) {
+        ExclusiveLock lock(setMutex_(set));
+        return changed_(set_(set).erase(handle) != 0);
+    }
+
+    bool setContains_(CallbackSet set, int handle) {
+        SharedLock lock(setMutex_(set));
+        return set_(set).count(handle) != 0;
+    }
+
+    int setSize_(CallbackSet set) {
+        SharedLock lock(setMutex_(set));
+        return static_cast<int>(set_(set).size());
+    }
+
+    bool changed_(bool changed) {
+        if (changed) {
+            generation_.fetch_add(1, std::memory_order_release);
+        }
+        return changed;
+    }
+
+    SharedMutex& setMutex_(CallbackSet set) {
+        return set == CallbackSet::Active ? activeMutex_ : inactiveMutex_;
+    }
+
+    std::set<int>& set_(CallbackSet set) NO_THREAD_SAFETY_ANALYSIS {
+        // Which lock guards the result depends on `set`; the callers take it from setMutex_().
+        return set == CallbackSet::Active ? active_ : inactive_;
+    }
+
+    std::atomic<int> counter_{-1};
+    Mutex registering_;  ///< makes the test of the capacity and the registration one step
+
+    SharedMutex elementsMutex_;
+    std::map<int, std::shared_ptr<Element>> elements_ GUARDED_BY(elementsMutex_);
+    SharedMutex activeMutex_;
+    std::set<int> active_ GUARDED_BY(activeMutex_);
+    SharedMutex inactiveMutex_;
+    std::set<int> inactive_ GUARDED_BY(inactiveMutex_);
+
+    /** Counts changes of the sets; a snapshot of the same generation is still true. */
+    std::atomic<uint64_t> generation_{0};
+    Mutex snapshotMutex_;
+    std::shared_ptr<const Snapshot> snapshot_ GUARDED_BY(snapshotMutex_);
+};
+
+}  // namespace Ursa::OS::Wifi

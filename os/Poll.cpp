@@ -1,0 +1,148 @@
+#include "os/Poll.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+#include <utility>
+
+#include <sys/epoll.h>
+
+#include "os/Log.h"
+
+namespace Ursa::OS {
+
+// The loop is a library of its own: its lines carry no source name.
+
+namespace {
+
+uint64_t makeToken(uint32_t count, int fd) {
+    return (static_cast<uint64_t>(count) << 32) | static_cast<uint64_t>(static_cast<int64_t>(fd));
+}
+
+/** TEMP_FAILURE_RETRY with the call's own type (the C library's macro gives a long). */
+template <typename Call>
+int retried(Call call) {
+    int result;
+    do {
+        result = call();
+    } while (result == -1 && errno == EINTR);
+    return result;
+}
+
+int tokenFd(uint64_t token) { return static_cast<int>(static_cast<uint32_t>(token)); }
+
+}  // namespace
+
+Poll::State::State() {
+    callbacks.max_load_factor(1.0F);
+    fdMap.max_load_factor(1.0F);
+}
+
+Poll::Poll() : epollFd_(retried([] { return epoll_create1(EPOLL_CLOEXEC); })) {
+    LOG_ALWAYS_FATAL_IF(epollFd_ < 0, "error creating epoll fd: %s", strerror(errno));
+}
+
+int Poll::addFd(int fd, uint32_t events, Callback callback) {
+    epoll_event event = {};
+    event.events = events;
+    {
+        auto state = state_.lock();
+        LOG_ALWAYS_FATAL_IF(state->fdMap.find(fd) != state->fdMap.end(),
+                            "fd (%d) is already added to Poll", fd);
+        event.data.u64 = makeToken(state->nextToken++, fd);
+        state->fdMap[fd] = event.data.u64;
+        state->callbacks[event.data.u64] = std::make_shared<Callback>(std::move(callback));
+    }
+    const int rc = retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_ADD, fd, &event); });
+    LOG_ALWAYS_FATAL_IF(rc, "error adding fd (%d) to epoll: %s", fd, strerror(errno));
+    return 0;
+}
+
+void Poll::removeFd(int fd) {
+    SharedCallback removed;  // destroyed after the lock, for it may hold anything
+    {
+        auto state = state_.lock();
+        const auto found = state->fdMap.find(fd);
+        if (found == state->fdMap.end()) {
+            ALOGE("cannot removeFd fd (%d), not added or no longer in Poll", fd);
+            return;
+        }
+        const auto callback = state->callbacks.find(found->second);
+        removed = std::move(callback->second);
+        state->callbacks.erase(callback);
+        state->fdMap.erase(found);
+        removals_.fetch_add(1, std::memory_order_release);
+    }
+    if (retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_DEL, fd, nullptr); }) == 0) {
+        return;
+    }
+    if (errno == EBADF) {
+        ALOGE("epoll_ctl returned EBADF; fd (%d) closed before removing from epoll!", fd);
+        return;
+    }
+    LOG_ALWAYS_FATAL("error removing fd (%d) from epoll: : %s", fd, strerror(errno));
+}
+
+int Poll::poll(int timeoutMs) {
+    if (timeoutMs < 0 && state_.lock()->callbacks.empty()) {
+        return -EINVAL;
+    }
+
+    std::array<epoll_event, kMaxEvents> ready;
+    const int count =
+        retried([&] { return epoll_wait(epollFd_.get(), ready.data(), kMaxEvents, timeoutMs); });
+    if (count < 0) {
+        const int error = errno;
+        ALOGE("error in epoll_wait: %s", strerror(error));
+        return -error;
+    }
+    if (count == 0) {
+        return 0;
+    }
+
+    // One lock for the whole batch. A callback that removes a registration makes what was looked
+    // up here stale; from then on each event is looked up again, by itself.
+    std::array<Event, kMaxEvents> events;
+    uint32_t removals;
+    {
+        auto state = state_.lock();
+        removals = removals_.load(std::memory_order_relaxed);
+        for (int i = 0; i < count; ++i) {
+            events[i] = {ready[i].data.u64, ready[i].events, find_(*state, ready[i].data.u64)};
+        }
+    }
+    for (int i = 0; i < count; ++i) {
+        if (removals_.load(std::memory_order_acquire) == removals) {
+            run_(events[i]);
+        } else {
+            events[i].callback = nullptr;
+            dispatch(events[i].token, events[i].events);
+        }
+    }
+    return count;
+}
+
+void Poll::dispatch(uint64_t token, uint32_t events) {
+    run_({token, events, find_(*state_.lock(), token)});
+}
+
+Poll::SharedCallback Poll::find_(const State& state, uint64_t token) {
+    const auto found = state.callbacks.find(token);
+    return found == state.callbacks.end() ? nullptr : found->second;
+}
+
+void Poll::run_(const Event& event) {
+    if (event.callback == nullptr) {
+        ALOGD("Unable to find callback for epoll_event token %016" PRIx64, event.token);
+        return;
+    }
+    const int fd = tokenFd(event.token);
+    if ((*event.callback)(fd, static_cast<int>(event.events)) == PollAction::Remove) {
+        removeFd(fd);
+    }
+}
+
+}  // namespace Ursa::OS
