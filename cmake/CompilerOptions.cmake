@@ -16,6 +16,8 @@ target_compile_options(corvid_warnings INTERFACE
   -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>
+  # gcc does not know the thread-safety attributes, which the headers carry for clang.
+  $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wno-attributes>
   $<$<BOOL:${CORVID_WERROR}>:-Werror>)
 
 add_compile_options(-fno-omit-frame-pointer)

@@ -1,0 +1,504 @@
+#include "client/Nl80211Client.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include <linux/netlink.h>
+#include <linux/nl80211.h>
+#include <net/if.h>
+#include <netlink/attr.h>
+#include <netlink/errno.h>
+#include <netlink/genl/ctrl.h>
+#include <netlink/genl/genl.h>
+#include <netlink/netlink.h>
+
+#include "client/NetlinkHandles.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+// The highest attribute numbers in the headers of the headset's kernel. Its attributes are what the
+// daemon reads, whatever kernel's headers a build finds.
+constexpr int kNl80211AttrMax = 301;      // NL80211_ATTR_MAX
+constexpr int kStaInfoMax = 43;           // NL80211_STA_INFO_MAX
+constexpr int kRateInfoMax = 17;          // NL80211_RATE_INFO_MAX
+constexpr int kExtendedAckAttrMax = 4;    // NLMSGERR_ATTR_MAX
+constexpr int kSocketBufferBytes = 8192;  // for sending, and for receiving
+
+/** The kernel builds the packets of a dump no larger than this, whatever a reader offers. */
+constexpr size_t kMaxPacketBytes = 32768;
+
+/** The vendor whose driver takes private commands as text (sendVendorCommand). */
+constexpr uint32_t kPrivateCommandVendorId = 0x001018;
+/** That driver expects a text of at least this many characters, the terminating NUL not counted. */
+constexpr size_t kPrivateCommandMinLength = 25;
+/** The text's attribute number inside the vendor data. */
+constexpr int kPrivateCommandAttr = 0;
+
+/** An attribute's length field has 16 bits and counts the attribute's header. */
+constexpr size_t kMaxPayloadBytes = UINT16_MAX - NLA_HDRLEN;
+
+/**
+ * The status of the exchange that runs on this thread, for receive() below, which libnl calls
+ * without any argument of ours.
+ */
+thread_local int* exchangeStatus = nullptr;
+
+/**
+ * Receives one packet for nl_recvmsgs, and sees to it that no exchange waits for an answer that
+ * cannot come. Only the status ends an exchange, and only an answer sets the status, so two cases
+ * would otherwise wait or spin for ever:
+ *  - The connection is broken or the kernel dropped the answer (ENOBUFS: on a socket that is in no
+ *    multicast group, a lost packet is the answer to the one request under way). The failed
+ *    receive is then the answer, and sets the status.
+ *  - An error reply in the middle of a dump has set the status, but libnl reads on, since it waits
+ *    for the dump's end itself.
+ * A packet that was too large for the buffer is not such a case: it has been consumed, and the next
+ * one follows.
+ */
+int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
+    if (*exchangeStatus <= 0) {
+        return 0;
+    }
+    const int received = nl_recv(socket, peer, bytes, credentials);
+    if (received <= 0 && received != -NLE_MSG_TRUNC) {
+        WIFI_LOGE("Failed to receive netlink response: %s",
+                  received == 0 ? "connection closed" : nl_geterror(received));
+        *exchangeStatus = -EIO;
+    }
+    return received;
+}
+
+/** A message with its netlink and generic netlink headers; null, after logging, without memory. */
+NetlinkMessage newMessage(int family, int flags, uint8_t cmd) {
+    NetlinkMessage message(nlmsg_alloc());
+    // Port and sequence number are filled in when it is sent. A fresh message has room for headers.
+    if (message == nullptr || genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, family, 0,
+                                          flags, cmd, 0) == nullptr) {
+        WIFI_LOGE("Failed to allocate netlink message.");
+        return nullptr;
+    }
+    return message;
+}
+
+/** nla_put for any length: libnl takes an int and does not look whether it fits an attribute. */
+int putBytes(nl_msg* message, int type, const void* bytes, size_t length) {
+    if (length > kMaxPayloadBytes) {
+        return -NLE_RANGE;
+    }
+    return nla_put(message, type, static_cast<int>(length), bytes);
+}
+
+/** Appends `attribute`. Returns 0 or a libnl error code, for example when the message is full. */
+int putAttribute(nl_msg* message, const Nl80211Attribute& attribute) {
+    struct Put {
+        nl_msg* message;
+        int type;
+        int operator()(uint8_t value) const { return nla_put_u8(message, type, value); }
+        int operator()(uint16_t value) const { return nla_put_u16(message, type, value); }
+        int operator()(uint32_t value) const { return nla_put_u32(message, type, value); }
+        int operator()(uint64_t value) const { return nla_put_u64(message, type, value); }
+        int operator()(gsl::span<const uint8_t> value) const {
+            return putBytes(message, type, value.data(), value.size());
+        }
+    };
+    return std::visit(Put{message, static_cast<int>(attribute.type)}, attribute.value);
+}
+
+/** Logs that attribute `type` could not be appended and returns -1. */
+int putFailed(uint32_t type) {
+    WIFI_LOGE("Failed to add attribute %u to message", type);
+    return -1;
+}
+
+/** Appends `attributes` in order. Returns 0, or -1 after logging at the first that fails. */
+int putAttributes(nl_msg* message, const std::vector<Nl80211Attribute>& attributes) {
+    for (const Nl80211Attribute& attribute : attributes) {
+        if (putAttribute(message, attribute) < 0) {
+            return putFailed(attribute.type);
+        }
+    }
+    return 0;
+}
+
+/** Opens the nest that holds a vendor command's data; null after logging. */
+nlattr* startVendorData(nl_msg* message) {
+    nlattr* nest = nla_nest_start(message, NL80211_ATTR_VENDOR_DATA);
+    if (nest == nullptr) {
+        WIFI_LOGE("Failed to start nested netlink attribute.");
+    }
+    return nest;
+}
+
+/** Appends a private command in the form that the driver of kPrivateCommandVendorId takes. */
+int putPrivateCommand(nl_msg* message, const char* ifname, const std::string& command) {
+    std::string text = std::string("ifname=") + ifname + " " + command;
+    if (text.size() < kPrivateCommandMinLength) {
+        text.resize(kPrivateCommandMinLength, ' ');
+    }
+    nlattr* nest = startVendorData(message);
+    if (nest == nullptr) {
+        return -1;
+    }
+    // A C string to the driver: it ends at the first NUL, which is sent too.
+    if (putBytes(message, kPrivateCommandAttr, text.c_str(), strlen(text.c_str()) + 1) < 0) {
+        return putFailed(NL80211_ATTR_VENDOR_DATA);
+    }
+    nla_nest_end(message, nest);
+    return 0;
+}
+
+/** The outcome of a station dump. */
+struct StationResult {
+    int bandwidth = 0;  ///< a code as getStaBandwidth returns it
+    int error = 1;      ///< 0 once a station was read, else what was wrong with the last one
+};
+
+/** What the kernel writes into these attributes; a shorter one means a record that is broken. */
+constexpr std::array<nla_policy, kStaInfoMax + 1> kStaInfoPolicy = [] {
+    std::array<nla_policy, kStaInfoMax + 1> policy{};
+    for (int counter :
+         {NL80211_STA_INFO_INACTIVE_TIME, NL80211_STA_INFO_RX_BYTES, NL80211_STA_INFO_TX_BYTES,
+          NL80211_STA_INFO_RX_PACKETS, NL80211_STA_INFO_TX_PACKETS}) {
+        policy[counter].type = NLA_U32;
+    }
+    policy[NL80211_STA_INFO_SIGNAL].type = NLA_U8;
+    policy[NL80211_STA_INFO_TX_BITRATE].type = NLA_NESTED;
+    return policy;
+}();
+constexpr std::array<nla_policy, kRateInfoMax + 1> kRateInfoPolicy = [] {
+    std::array<nla_policy, kRateInfoMax + 1> policy{};
+    policy[NL80211_RATE_INFO_BITRATE].type = NLA_U16;
+    policy[NL80211_RATE_INFO_BITRATE32].type = NLA_U32;
+    for (int flag : {NL80211_RATE_INFO_40_MHZ_WIDTH, NL80211_RATE_INFO_80_MHZ_WIDTH,
+                     NL80211_RATE_INFO_80P80_MHZ_WIDTH, NL80211_RATE_INFO_160_MHZ_WIDTH}) {
+        policy[flag].type = NLA_FLAG;
+    }
+    return policy;
+}();
+
+/** The code of the widest channel that `rate`, a parsed transmit rate, has a flag for. */
+int bandwidthCode(const std::array<nlattr*, kRateInfoMax + 1>& rate) {
+    if (rate[NL80211_RATE_INFO_160_MHZ_WIDTH] != nullptr) {
+        return 5;
+    }
+    if (rate[NL80211_RATE_INFO_80P80_MHZ_WIDTH] != nullptr) {
+        return 4;
+    }
+    if (rate[NL80211_RATE_INFO_80_MHZ_WIDTH] != nullptr) {
+        return 3;
+    }
+    if (rate[NL80211_RATE_INFO_40_MHZ_WIDTH] != nullptr) {
+        return 2;
+    }
+    return 1;
+}
+
+}  // namespace
+
+/** Given back in reverse order, however the operation ends: message, callbacks, socket. */
+struct Nl80211Client::Request {
+    NetlinkSocket socket;
+    NetlinkCallbacks callbacks;
+    NetlinkMessage message;
+    int family = 0;  ///< of nl80211; negative when the kernel has none
+};
+
+// The operations
+
+int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info) {
+    const MutexLock lock(mutex_);
+    Request request;
+    if (initState_(request) != 0 || constructGenericMsg_(request, info) != 0) {
+        return -1;
+    }
+    return sendMsg_(request);
+}
+
+int Nl80211Client::sendVendorCommand(const Nl80211VendorCmdInfo& info) {
+    const MutexLock lock(mutex_);
+    Request request;
+    if (initState_(request) != 0 || constructVendorMsg_(request, info) != 0) {
+        return -1;
+    }
+    return sendMsg_(request);
+}
+
+const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
+    const MutexLock lock(mutex_);
+    if (type != NetInterfaceType::STA && type != NetInterfaceType::P2P) {
+        return nullptr;
+    }
+    InterfaceSlot& slot = slots_[static_cast<size_t>(type)];
+    if (type == NetInterfaceType::STA && slot.name[0] != '\0') {
+        return slot.name;
+    }
+
+    Request request;
+    if (initState_(request) != 0) {
+        return nullptr;
+    }
+    request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_INTERFACE);
+    if (request.message == nullptr) {
+        return nullptr;
+    }
+    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &slot);
+    if (sendMsg_(request) != 0) {
+        return nullptr;
+    }
+    // A P2P name stays in its slot when its interface has gone (see the header). A slot that never
+    // held a name is no interface.
+    return slot.name[0] != '\0' ? slot.name : nullptr;
+}
+
+int Nl80211Client::getStaBandwidth() {
+    // Before the lock, which it takes itself. A STA name, once found, does not change any more.
+    const char* ifname = getNetInterfaceName(NetInterfaceType::STA);
+    if (ifname == nullptr) {
+        WIFI_LOGE("STA interface name not available");
+        return 0;
+    }
+
+    const MutexLock lock(mutex_);
+    Request request;
+    if (initState_(request) != 0) {
+        return 0;
+    }
+    request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_STATION);
+    if (request.message == nullptr) {
+        return 0;
+    }
+    if (nla_put_u32(request.message.get(), NL80211_ATTR_IFINDEX, if_nametoindex(ifname)) < 0) {
+        WIFI_LOGE("Failed to add interface index to message");
+        return 0;
+    }
+    StationResult result;
+    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, stationHandler, &result);
+    if (sendMsg_(request) != 0 || result.error != 0) {
+        return 0;
+    }
+    return result.bandwidth;
+}
+
+// Connection
+
+int Nl80211Client::initState_(Request& request) {
+    request.socket.reset(nl_socket_alloc());
+    nl_sock* socket = request.socket.get();
+    if (socket == nullptr) {
+        WIFI_LOGE("Failed to allocate netlink socket.");
+        return -1;
+    }
+    // libnl versions that refuse this on a socket without a connection give it their own default.
+    nl_socket_set_buffer_size(socket, kSocketBufferBytes, kSocketBufferBytes);
+    // Left alone, libnl peeks at every packet for its size before it reads it, a second system call
+    // each time. A buffer for the largest packet that the kernel builds makes that unnecessary.
+    nl_socket_set_msg_buf_size(socket, kMaxPacketBytes);
+    nl_socket_disable_msg_peek(socket);
+    if (genl_connect(socket) < 0) {
+        WIFI_LOGE("Failed to connect to generic netlink.");
+        return -1;
+    }
+    // Not checked: to a family that does not exist the kernel answers the request with an error.
+    request.family = genl_ctrl_resolve(socket, "nl80211");
+    request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
+    if (request.callbacks == nullptr) {
+        WIFI_LOGE("Failed to allocate netlink callback.");
+        return -1;
+    }
+    return 0;
+}
+
+// Messages
+
+int Nl80211Client::constructGenericMsg_(Request& request, const Nl80211GenericCmdInfo& info) {
+    request.message = newMessage(request.family, info.flags, info.cmd);
+    nl_msg* message = request.message.get();
+    if (message == nullptr) {
+        return -1;
+    }
+    if (nla_put_u32(message, NL80211_ATTR_IFINDEX, if_nametoindex(info.ifname)) < 0) {
+        return putFailed(NL80211_ATTR_IFINDEX);
+    }
+    return putAttributes(message, info.attributes);
+}
+
+int Nl80211Client::constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info) {
+    request.message = newMessage(request.family, 0, NL80211_CMD_VENDOR);
+    nl_msg* message = request.message.get();
+    if (message == nullptr) {
+        return -1;
+    }
+    if (nla_put_u32(message, NL80211_ATTR_IFINDEX, if_nametoindex(info.ifname)) < 0) {
+        return putFailed(NL80211_ATTR_IFINDEX);
+    }
+    if (nla_put_u32(message, NL80211_ATTR_VENDOR_ID, info.vendorId) < 0) {
+        return putFailed(NL80211_ATTR_VENDOR_ID);
+    }
+    if (nla_put_u32(message, NL80211_ATTR_VENDOR_SUBCMD, info.subcmd) < 0) {
+        return putFailed(NL80211_ATTR_VENDOR_SUBCMD);
+    }
+    if (info.vendorId == kPrivateCommandVendorId &&
+        putPrivateCommand(message, info.ifname, info.command) != 0) {
+        return -1;
+    }
+    if (info.attributes.empty()) {
+        return 0;
+    }
+    // A second nest of the same number when there was a private command.
+    nlattr* nest = startVendorData(message);
+    if (nest == nullptr || putAttributes(message, info.attributes) != 0) {
+        return -1;
+    }
+    nla_nest_end(message, nest);
+    return 0;
+}
+
+// Exchange
+
+int Nl80211Client::sendMsg_(Request& request) {
+    if (nl_send_auto_complete(request.socket.get(), request.message.get()) < 0) {
+        WIFI_LOGE("Failed to nl_send_auto_complete.\n");
+        return -1;
+    }
+
+    int status = 1;  // 0: done, negative: failed
+    nl_cb* callbacks = request.callbacks.get();
+    nl_cb_err(callbacks, NL_CB_CUSTOM, errorHandler, &status);
+    nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, finishHandler, &status);
+    nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, ackHandler, &status);
+    nl_cb_overwrite_recv(callbacks, receive);
+
+    // Only the status counts: nl_recvmsgs also returns an error for a packet that is none of this
+    // request's, and returns success before the request is answered.
+    exchangeStatus = &status;
+    while (status > 0) {
+        nl_recvmsgs(request.socket.get(), callbacks);
+    }
+    exchangeStatus = nullptr;
+
+    request.message.reset();
+    return status == 0 ? 0 : -1;
+}
+
+// Answers
+
+int Nl80211Client::finishHandler(nl_msg* /*message*/, void* arg) {
+    *static_cast<int*>(arg) = 0;
+    return NL_SKIP;
+}
+
+int Nl80211Client::ackHandler(nl_msg* /*message*/, void* arg) {
+    *static_cast<int*>(arg) = 0;
+    return NL_STOP;
+}
+
+int Nl80211Client::errorHandler(sockaddr_nl* /*peer*/, nlmsgerr* err, void* arg) {
+    *static_cast<int*>(arg) = err->error;
+    WIFI_LOGE("nl80211 response has error code %d", err->error);
+
+    // libnl has checked that the message holds a whole nlmsgerr, which its header precedes.
+    nlmsghdr* header = reinterpret_cast<nlmsghdr*>(err) - 1;
+    if ((header->nlmsg_flags & NLM_F_ACK_TLVS) == 0) {
+        return NL_SKIP;
+    }
+    // What the kernel has to say follows the error record. That record echoes the request: its
+    // header only when capped, else all of it, whose length is the peer's word (hence 64 bits).
+    uint64_t offset = sizeof(nlmsghdr) + sizeof(nlmsgerr);
+    if ((header->nlmsg_flags & NLM_F_CAPPED) == 0) {
+        offset = sizeof(nlmsghdr) + sizeof(err->error) + uint64_t{err->msg.nlmsg_len};
+    }
+    if (header->nlmsg_len <= offset) {
+        return NL_STOP;
+    }
+    auto* extendedAck = reinterpret_cast<nlattr*>(reinterpret_cast<char*>(header) + offset);
+    std::array<nlattr*, kExtendedAckAttrMax + 1> attributes{};
+    nla_parse(attributes.data(), kExtendedAckAttrMax, extendedAck,
+              static_cast<int>(header->nlmsg_len - offset), nullptr);
+    if (const nlattr* reason = attributes[NLMSGERR_ATTR_MSG]; reason != nullptr) {
+        const auto* text = static_cast<const char*>(nla_data(reason));
+        // The length is a field width, which does not end an unterminated text: the copy does.
+        const std::string terminated(text, strnlen(text, static_cast<size_t>(nla_len(reason))));
+        WIFI_LOGW("nl80211: kernel reports: %*s", static_cast<int>(terminated.size()),
+                  terminated.c_str());
+    }
+    return NL_SKIP;
+}
+
+int Nl80211Client::findIfaceHandler(nl_msg* message, void* arg) {
+    auto* slot = static_cast<InterfaceSlot*>(arg);
+    std::array<nlattr*, kNl80211AttrMax + 1> attributes{};
+    genlmsg_parse(nlmsg_hdr(message), 0, attributes.data(), kNl80211AttrMax, nullptr);
+    const nlattr* attribute = attributes[NL80211_ATTR_IFNAME];
+    if (attribute == nullptr) {
+        return NL_SKIP;
+    }
+    const auto* text = static_cast<const char*>(nla_data(attribute));
+    const std::string_view name(text, strnlen(text, static_cast<size_t>(nla_len(attribute))));
+    const std::string_view prefix = slot->prefix;
+    if (name.substr(0, prefix.size()) != prefix) {
+        return NL_SKIP;
+    }
+    const std::string_view kept = name.substr(0, sizeof(slot->name) - 1);
+    // A caller on another thread may be reading the name that it was given: an unchanged one is not
+    // written again.
+    if (kept != slot->name) {
+        *std::copy(kept.begin(), kept.end(), slot->name) = '\0';
+    }
+    return NL_SKIP;
+}
+
+int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
+    auto* result = static_cast<StationResult*>(arg);
+
+    std::array<nlattr*, kNl80211AttrMax + 1> attributes{};
+    const int error =
+        genlmsg_parse(nlmsg_hdr(message), 0, attributes.data(), kNl80211AttrMax, nullptr);
+    if (error < 0) {
+        WIFI_LOGE("Error parsing netlink response: %d", error);
+        result->error = error;
+        return NL_STOP;
+    }
+    if (attributes[NL80211_ATTR_STA_INFO] == nullptr) {
+        WIFI_LOGE("No STA info in netlink response");
+        result->error = -1;
+        return NL_STOP;
+    }
+
+    std::array<nlattr*, kStaInfoMax + 1> station{};
+    if (nla_parse_nested(station.data(), kStaInfoMax, attributes[NL80211_ATTR_STA_INFO],
+                         kStaInfoPolicy.data()) < 0) {
+        WIFI_LOGE("Failed to parse STA info in netlink response");
+        result->error = -1;
+        return NL_STOP;
+    }
+    if (station[NL80211_STA_INFO_TX_BITRATE] == nullptr) {
+        WIFI_LOGE("No NL80211_STA_INFO_TX_BITRATE");
+        result->error = -1;
+        return NL_STOP;
+    }
+
+    std::array<nlattr*, kRateInfoMax + 1> rate{};
+    if (nla_parse_nested(rate.data(), kRateInfoMax, station[NL80211_STA_INFO_TX_BITRATE],
+                         kRateInfoPolicy.data()) < 0) {
+        WIFI_LOGE("Failed to parse bit rate info in netlink response");
+        result->error = -1;
+        // Unlike the other failures: a station behind this one in the packet is still read.
+        return NL_SKIP;
+    }
+    result->error = 0;
+    result->bandwidth = bandwidthCode(rate);
+    return NL_SKIP;
+}
+
+}  // namespace Ursa::OS::Wifi

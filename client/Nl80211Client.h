@@ -1,0 +1,96 @@
+#pragma once
+
+#include <array>
+
+#include <net/if.h>
+
+#include "client/NetInterfaceType.h"
+#include "client/Nl80211Types.h"
+#include "os/Mutex.h"
+
+struct nl_msg;
+struct nlmsgerr;
+struct sockaddr_nl;
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * The daemon's only path to the kernel's nl80211 family: it sends generic and vendor commands,
+ * finds interface names and reads the station link's bandwidth.
+ *
+ * Every operation opens a netlink socket of its own, resolves the family, sends one message, waits
+ * until it is answered and closes the socket. Between operations nothing is open and nothing is
+ * kept but interface names.
+ *
+ * All operations may be called from any thread. A mutex of the client lets one exchange run at a
+ * time, so that a call waits for the one before it; none may be called from inside another. There
+ * is no time limit: the kernel answers a request or refuses it, and a connection that breaks
+ * ends the wait. Failures are logged, nothing is tried again.
+ */
+class Nl80211Client {
+  public:
+    Nl80211Client() = default;
+    Nl80211Client(const Nl80211Client&) = delete;
+    Nl80211Client& operator=(const Nl80211Client&) = delete;
+
+    /**
+     * Sends `info`, whose `ifname` must be set, and waits for the kernel's verdict. Returns 0, or
+     * -1 on any failure. An interface that does not exist is sent as index 0: the kernel's to
+     * refuse.
+     */
+    int sendGenericCommand(const Nl80211GenericCmdInfo& info) EXCLUDES(mutex_);
+
+    /** The same for a vendor command. */
+    int sendVendorCommand(const Nl80211VendorCmdInfo& info) EXCLUDES(mutex_);
+
+    /**
+     * The kernel's name of the interface, or null when there is none or the query failed.
+     *
+     * STA: the last interface of the kernel's list whose name begins with "wlan"; once found it is
+     * kept for the life of this object. P2P: the last one that begins with "p2p", asked for at
+     * each call because group interfaces come and go; when none is left, the previous name is
+     * returned, and the command that it is used for fails. Names are cut to 15 characters.
+     *
+     * The pointer stays valid for this object's lifetime; the P2P text may change when a later
+     * call, on any thread, finds another name.
+     */
+    const char* getNetInterfaceName(NetInterfaceType type) EXCLUDES(mutex_);
+
+    /**
+     * The channel bandwidth of the station link, from the transmit rate of its access point's
+     * station entry: 1 = 20 MHz, 2 = 40 MHz, 3 = 80 MHz, 4 = 80+80 MHz, 5 = 160 MHz; 0 when it
+     * could not be read.
+     */
+    int getStaBandwidth() EXCLUDES(mutex_);
+
+  private:
+    /** What one operation owns: the socket, the callbacks and the message. */
+    struct Request;
+
+    /** Where the name of one kind of interface is kept. */
+    struct InterfaceSlot {
+        const char* prefix;
+        char name[IFNAMSIZ];  ///< empty until an interface was found
+    };
+
+    // The steps of an operation. Each returns 0, or -1 after logging why.
+    static int initState_(Request& request);
+    static int constructGenericMsg_(Request& request, const Nl80211GenericCmdInfo& info);
+    static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
+    static int sendMsg_(Request& request);
+
+    // What libnl calls, on the thread inside sendMsg_, for each kind of answer. They return NL_SKIP
+    // (on to the next message) or NL_STOP (drop the rest of this packet).
+    static int errorHandler(sockaddr_nl* peer, nlmsgerr* err, void* arg);
+    static int finishHandler(nl_msg* message, void* arg);
+    static int ackHandler(nl_msg* message, void* arg);
+    static int findIfaceHandler(nl_msg* message, void* arg);
+    static int stationHandler(nl_msg* message, void* arg);
+
+    Mutex mutex_;
+
+    /** Indexed by NetInterfaceType. */
+    std::array<InterfaceSlot, 2> slots_ GUARDED_BY(mutex_) = {{{"wlan", {}}, {"p2p", {}}}};
+};
+
+}  // namespace Ursa::OS::Wifi
