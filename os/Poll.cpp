@@ -52,9 +52,10 @@ int Poll::addFd(int fd, uint32_t events, Callback callback) {
         auto state = state_.lock();
         LOG_ALWAYS_FATAL_IF(state->fdMap.find(fd) != state->fdMap.end(),
                             "fd (%d) is already added to Poll", fd);
-        event.data.u64 = makeToken(state->nextToken++, fd);
-        state->fdMap[fd] = event.data.u64;
-        state->callbacks[event.data.u64] = std::make_shared<Callback>(std::move(callback));
+        const uint64_t token = makeToken(state->nextToken++, fd);  // epoll_event is packed
+        event.data.u64 = token;
+        state->fdMap[fd] = token;
+        state->callbacks[token] = std::make_shared<Callback>(std::move(callback));
     }
     const int rc = retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_ADD, fd, &event); });
     LOG_ALWAYS_FATAL_IF(rc, "error adding fd (%d) to epoll: %s", fd, strerror(errno));
