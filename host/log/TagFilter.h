@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include <android/log.h>
+
+namespace host {
+
+/**
+ * Which log lines are shown, as ANDROID_LOG_TAGS says it: words "TAG:LEVEL", separated by blanks.
+ * TAG is a tag, or `*` for every tag without a word of its own; LEVEL is V, D, I, W, E, F or S
+ * (silent), in upper or lower case. Without a word for `*`, INFO and above are shown. The last word
+ * about a tag counts. Any other word is ignored.
+ *
+ * Immutable once built, so any thread may ask.
+ */
+class TagFilter {
+  public:
+    explicit TagFilter(std::string_view words);
+
+    /** Whether a line of that priority (an android_LogPriority) and tag is shown. */
+    bool shows(int priority, std::string_view tag) const;
+
+    /** The lowest priority that is shown for any tag; ANDROID_LOG_SILENT when nothing is. */
+    int lowestShown() const;
+
+  private:
+    void add_(std::string_view word);
+
+    std::map<std::string, int, std::less<>> lowestByTag_;
+    int lowestOfOthers_ = ANDROID_LOG_INFO;
+};
+
+}  // namespace host
