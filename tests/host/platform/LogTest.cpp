@@ -1,0 +1,156 @@
+#include <spawn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include "host/log/TagFilter.h"
+
+namespace {
+
+using android::base::unique_fd;
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::SizeIs;
+
+/** Starts the probe with `tags` as ANDROID_LOG_TAGS (null: unset) and that standard error. */
+pid_t startProbe(const char* what, const char* tags, int standardError) {
+    const std::string variable = tags != nullptr ? std::string("ANDROID_LOG_TAGS=") + tags : "";
+    std::vector<char*> environment;
+    for (char** entry = environ; *entry != nullptr; entry++) {
+        if (std::string_view(*entry).rfind("ANDROID_LOG_TAGS=", 0) != 0) {
+            environment.push_back(*entry);
+        }
+    }
+    if (tags != nullptr) {
+        environment.push_back(const_cast<char*>(variable.c_str()));
+    }
+    environment.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, standardError, STDERR_FILENO);
+    const char* arguments[] = {LOG_PROBE, what, nullptr};
+    pid_t pid = -1;
+    const int error = posix_spawn(&pid, LOG_PROBE, &actions, nullptr, const_cast<char**>(arguments),
+                                  environment.data());
+    posix_spawn_file_actions_destroy(&actions);
+    EXPECT_EQ(error, 0);
+    return pid;
+}
+
+/** What each write(2) of `probes` probes to their common standard error carried. */
+std::vector<std::string> writesOf(const char* what, const char* tags, int probes = 1) {
+    int ends[2] = {-1, -1};
+    // A socket that keeps each write apart.
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    const unique_fd reader(ends[0]);
+    unique_fd writer(ends[1]);
+    std::vector<pid_t> pids;
+    pids.reserve(static_cast<size_t>(probes));
+    for (int i = 0; i < probes; i++) {
+        pids.push_back(startProbe(what, tags, writer));
+    }
+    writer.reset();
+    std::vector<std::string> writes;
+    std::string buffer(65536, '\0');
+    for (ssize_t size; (size = recv(reader, buffer.data(), buffer.size(), 0)) > 0;) {
+        writes.emplace_back(buffer, 0, static_cast<size_t>(size));
+    }
+    for (const pid_t pid : pids) {
+        int status = -1;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(status, 0);
+    }
+    return writes;
+}
+
+/** The levels (V, D...) that a run of the probe shows of one tag. */
+std::string levelsOf(const std::vector<std::string>& lines, const std::string& tag) {
+    std::string levels;
+    for (const std::string& line : lines) {
+        if (line.rfind(tag + ' ', 0) == 0) {
+            levels += line[tag.size() + 1];
+        }
+    }
+    return levels;
+}
+
+TEST(HostLog, WithoutTheVariableInfoAndAboveAreShown) {
+    const std::vector<std::string> lines = writesOf("levels", nullptr);
+    EXPECT_EQ(levelsOf(lines, "CorvidWifi"), "IWEF");
+    EXPECT_EQ(levelsOf(lines, "Other"), "IWEF");
+}
+
+TEST(HostLog, AWordForATagSetsThatTagsLowestLevelOnly) {
+    const std::map<std::string, std::string> shown = {
+        {"V", "VDIWEF"}, {"D", "DIWEF"}, {"I", "IWEF"}, {"W", "WEF"},
+        {"E", "EF"},     {"F", "F"},     {"S", ""}};
+    for (const auto& [level, levels] : shown) {
+        const std::vector<std::string> lines = writesOf("levels", ("CorvidWifi:" + level).c_str());
+        EXPECT_EQ(levelsOf(lines, "CorvidWifi"), levels) << level;
+        EXPECT_EQ(levelsOf(lines, "Other"), "IWEF") << level;
+    }
+}
+
+TEST(HostLog, AStarSetsTheLevelOfEveryTagWithoutAWordOfItsOwn) {
+    const std::vector<std::string> lines = writesOf("levels", "*:E CorvidWifi:D");
+    EXPECT_EQ(levelsOf(lines, "CorvidWifi"), "DIWEF");
+    EXPECT_EQ(levelsOf(lines, "Other"), "EF");
+}
+
+TEST(HostLog, ALineOfAStaticObjectIsFilteredToo) {
+    EXPECT_THAT(writesOf("nothing", "Early:I"), SizeIs(0));
+    EXPECT_THAT(writesOf("nothing", "Early:D"), ElementsAre(HasSubstr("before main")));
+}
+
+TEST(HostLog, TheLineIsLiblogsOwn) {
+    EXPECT_THAT(writesOf("levels", "*:S CorvidWifi:F"),
+                ElementsAre(MatchesRegex("CorvidWifi F [0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
+                                         " +[0-9]+ +[0-9]+ level 7\n")));
+}
+
+TEST(HostLog, LinesOfSeveralThreadsAndProgramsAreOneWriteEach) {
+    const std::vector<std::string> writes = writesOf("storm", nullptr, 2);
+    EXPECT_THAT(writes, SizeIs(2 * 4 * 500));
+    EXPECT_THAT(writes, Each(MatchesRegex("CorvidWifi I .* (a{400}|b{400}|c{400}|d{400})\n")));
+}
+
+TEST(TagFilter, WordsThatMakeNoSenseAreIgnored) {
+    const host::TagFilter filter(
+        "CorvidWifi CorvidWifi: :V CorvidWifi:Q : CorvidWifi::V CorvidWifi:VV *:Q * Other:d");
+    EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
+    EXPECT_TRUE(filter.shows(ANDROID_LOG_INFO, "CorvidWifi"));
+    EXPECT_TRUE(filter.shows(ANDROID_LOG_DEBUG, "Other"));
+}
+
+TEST(TagFilter, TheLastWordAboutATagCounts) {
+    const host::TagFilter filter("\tCorvidWifi:V CorvidWifi:W\n");
+    EXPECT_FALSE(filter.shows(ANDROID_LOG_INFO, "CorvidWifi"));
+    EXPECT_TRUE(filter.shows(ANDROID_LOG_WARN, "CorvidWifi"));
+}
+
+TEST(TagFilter, ATagIsComparedAsAWhole) {
+    const host::TagFilter filter("Corvid:V CorvidWifiX:V");
+    EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
+}
+
+TEST(TagFilter, TheLowestLevelShownIsThatOfAnyTag) {
+    EXPECT_EQ(host::TagFilter("").lowestShown(), ANDROID_LOG_INFO);
+    EXPECT_EQ(host::TagFilter("CorvidWifi:V").lowestShown(), ANDROID_LOG_VERBOSE);
+    EXPECT_EQ(host::TagFilter("CorvidWifi:D *:E").lowestShown(), ANDROID_LOG_DEBUG);
+    EXPECT_EQ(host::TagFilter("CorvidWifi:D CorvidWifi:E").lowestShown(), ANDROID_LOG_INFO);
+    EXPECT_EQ(host::TagFilter("*:S").lowestShown(), ANDROID_LOG_SILENT);
+}
+
+}  // namespace
