@@ -27,7 +27,7 @@ class CallbackMapElement {
 
     /** Calls the subscriber unless it was removed. An empty function throws. */
     template <typename T>
-    void call(T&& value) EXCLUDES(mutex_) {
+    void call(T&& value) {
         SharedLock lock(mutex_);
         if (!removed_.load(std::memory_order_relaxed)) {
             (*function_)(std::forward<T>(value));

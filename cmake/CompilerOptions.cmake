@@ -18,6 +18,8 @@ target_compile_options(corvid_warnings INTERFACE
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:Clang>>:-Wthread-safety>
   # gcc does not know the thread-safety attributes, which the headers carry for clang.
   $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wno-attributes>
+  # gcc does not know clang's thread-safety attributes.
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-attributes>
   $<$<BOOL:${CORVID_WERROR}>:-Werror>)
 
 add_compile_options(-fno-omit-frame-pointer)
