@@ -1,0 +1,229 @@
+#include "client/WpaClient.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <regex>
+#include <utility>
+
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+
+#include "os/DevicePath.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+const std::string kSocketDirectory = devicePath("/data/vendor/wifi/wpa/sockets/");
+const std::string kStaSocketName = "wlan0";
+const std::string kP2pSocketNamePattern = R"(\b(?:p2p-wlan0-\d+?|p2p0)\b)";
+
+/** How long the listener sleeps when nothing happens. */
+constexpr int kListenerTimeoutMs = 300'000;
+
+constexpr size_t kInotifyBufferSize = 1536;
+
+/** Whether a file's whole name is that of a socket of this kind. */
+bool isSocketName(const std::string& name, NetInterfaceType type) {
+    static const std::regex sta(kStaSocketName);
+    static const std::regex p2p(kP2pSocketNamePattern);
+    return std::regex_match(name, type == NetInterfaceType::STA ? sta : p2p);
+}
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
+const std::string& WpaClient::socketDirectory() { return kSocketDirectory; }
+
+WpaClient::WpaClient(std::string directory)
+    : directory_(std::move(directory)), poll_(std::make_shared<Poll>()), eventFd_(poll_) {
+    eventFd_.open();
+    startWpaSocketMonitor_();
+    startListener_();
+    addSocket_(NetInterfaceType::STA);
+    addSocket_(NetInterfaceType::P2P);
+}
+
+WpaClient::~WpaClient() {
+    // The listener may be in the middle of an event; what it runs holds its socket until it is
+    // done.
+    std::map<NetInterfaceType, std::shared_ptr<WpaSocket>> sockets;
+    {
+        MutexLock lock(socketsMutex_);
+        sockets.swap(sockets_);
+    }
+    sockets.clear();
+    stopListener_();
+    stopWpaSocketMonitor_();
+}
+
+int WpaClient::registerEventCallback(WifiClientCallbackType type,
+                                     std::function<void(const std::string&)>& callback,
+                                     NetInterfaceType ifType) {
+    const auto socket = requireSocket_(ifType, "registerEventCallback");
+    return socket == nullptr ? -1 : socket->registerEventCallback(type, callback);
+}
+
+bool WpaClient::unregisterEventCallback(WifiClientCallbackType type, int handle,
+                                        NetInterfaceType ifType) {
+    const auto socket = requireSocket_(ifType, "unregisterEventCallback");
+    return socket != nullptr && socket->unregisterEventCallback(type, handle);
+}
+
+bool WpaClient::sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType) {
+    const auto socket = requireSocket_(ifType, "sendCtrlCmd");
+    return socket != nullptr && socket->sendCtrlCmd(cmd, reply);
+}
+
+std::shared_ptr<WpaSocket> WpaClient::findSocket_(NetInterfaceType type) {
+    MutexLock lock(socketsMutex_);
+    const auto found = sockets_.find(type);
+    return found == sockets_.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<WpaSocket> WpaClient::requireSocket_(NetInterfaceType type, const char* caller) {
+    auto socket = findSocket_(type);
+    if (socket == nullptr) {
+        WIFI_LOGE("%s: socket type %s(%d) is not supported", caller, toString(type),
+                  static_cast<int>(type));
+    }
+    return socket;
+}
+
+void WpaClient::addSocket_(NetInterfaceType type) {
+    const auto socket = WpaSocket::create(type, poll_, eventFd_);
+    {
+        MutexLock lock(socketsMutex_);
+        sockets_[type] = socket;
+    }
+
+    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    if (directory == nullptr) {
+        return;
+    }
+    while (const dirent* entry = readdir(directory.get())) {
+        if (entry->d_type == DT_SOCK && isSocketName(entry->d_name, type)) {
+            const std::string path = directory_ + entry->d_name;
+            WIFI_LOGI("wpa %s socket file (%s) exists. Try to connect now", toString(type),
+                      path.c_str());
+            socket->onSocketFileCreate(path);
+            return;
+        }
+    }
+}
+
+bool WpaClient::startWpaSocketMonitor_() {
+    if (inotifyFd_ != -1 || watch_ != -1) {
+        WIFI_LOGE("Cannot start due to unexpected wpa socket directory file/watch descriptor");
+        return false;
+    }
+    inotifyFd_.reset(inotify_init1(IN_CLOEXEC));
+    if (inotifyFd_ < 0) {
+        WIFI_LOGE("Failed to init wpa socket directory file descriptor: err %d", errno);
+        return false;
+    }
+    poll_->addFd(inotifyFd_.get(), EPOLLIN,
+                 [this](int fd, int events) { return onSocketUpdate_(fd, events); });
+    watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
+    if (watch_ < 0) {
+        WIFI_LOGE("Failed to init wpa socket directory watch descriptor: err %d", errno);
+        stopWpaSocketMonitor_();
+        return false;
+    }
+    WIFI_LOGI("Started monitoring wpa socket directory");
+    return true;
+}
+
+void WpaClient::stopWpaSocketMonitor_() {
+    if (inotifyFd_ < 0) {
+        return;
+    }
+    if (watch_ >= 0) {
+        inotify_rm_watch(inotifyFd_.get(), watch_);
+    }
+    watch_ = -1;
+    poll_->removeFd(inotifyFd_.get());
+    inotifyFd_.reset();
+}
+
+void WpaClient::startListener_() {
+    if (running_) {
+        return;
+    }
+    if (listener_.joinable()) {
+        listener_.join();
+    }
+    running_ = true;  // not by the thread itself: a stop that comes first must not be lost
+    listener_ = std::thread([this] {
+        WIFI_LOGD("Wpa client starts listener thread.");
+        while (running_) {
+            poll_->poll(kListenerTimeoutMs);
+        }
+    });
+}
+
+void WpaClient::stopListener_() {
+    if (!listener_.joinable()) {
+        return;
+    }
+    running_ = false;
+    eventFd_.post([] {});  // wakes the loop
+    listener_.join();
+}
+
+PollAction WpaClient::onSocketUpdate_(int fd, int events) {
+    if ((events & (EPOLLERR | EPOLLHUP)) != 0) {
+        WIFI_LOGE("onSocketUpdate_: unexpected poll error: 0x%08x", events);
+        return PollAction::Remove;
+    }
+    if ((events & EPOLLIN) == 0) {
+        return PollAction::Continue;
+    }
+    alignas(inotify_event) std::array<char, kInotifyBufferSize> buffer = {};
+    const ssize_t length = read(fd, buffer.data(), buffer.size());
+    if (length < 0) {
+        WIFI_LOGE("Failed to read wpa socket directory update");
+        return PollAction::Continue;
+    }
+    for (size_t offset = 0; offset < static_cast<size_t>(length);) {
+        inotify_event record;
+        memcpy(&record, buffer.data() + offset, sizeof(record));
+        if (record.len > 0) {
+            onSocketChange_(record.mask, buffer.data() + offset + sizeof(record));
+        }
+        offset += sizeof(record) + record.len;
+    }
+    return PollAction::Continue;
+}
+
+void WpaClient::onSocketChange_(uint32_t mask, const std::string& name) {
+    const bool created = (mask & IN_CREATE) != 0;
+    if (!created && (mask & IN_DELETE) == 0) {
+        return;
+    }
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        const auto socket = isSocketName(name, type) ? findSocket_(type) : nullptr;
+        if (socket == nullptr) {
+            continue;
+        }
+        WIFI_LOGI("Wpa socket for %s (%s) is %s", toString(type), name.c_str(),
+                  created ? "created" : "deleted");
+        if (created) {
+            socket->onSocketFileCreate(directory_ + name);
+        } else {
+            // Whatever path the socket is on: deleting any matching file stops it.
+            socket->onSocketFileDelete();
+        }
+        return;
+    }
+}
+
+}  // namespace Ursa::OS::Wifi

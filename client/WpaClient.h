@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <android-base/unique_fd.h>
+#include <ursa/os/EventFd.h>
+
+#include "client/NetInterfaceType.h"
+#include "client/WifiClientCallbackType.h"
+#include "client/WpaSocket.h"
+#include "os/Mutex.h"
+#include "os/Poll.h"
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * Finds the supplicant's control sockets, follows their creation and deletion, and owns the
+ * listener thread: the one loop on which directory changes, reconnects, and every subscriber of
+ * both sockets run. A handler that blocks there stalls all supplicant traffic.
+ *
+ * The public functions rely on the sockets' own locks; the facade in front of this class makes them
+ * single-file.
+ */
+class WpaClient {
+  public:
+    /** Where the supplicant puts its sockets; ends with a slash. */
+    static const std::string& socketDirectory();
+
+    /** Starts the listener thread and connects to sockets that are there already. */
+    explicit WpaClient(std::string directory = socketDirectory());
+
+    /** Wakes and joins the listener thread; prompt unless a handler or the supplicant hangs. */
+    ~WpaClient();
+
+    WpaClient(const WpaClient&) = delete;
+    WpaClient& operator=(const WpaClient&) = delete;
+
+    /** See WpaSocket::registerEventCallback. -1 also for an interface kind without a socket. */
+    int registerEventCallback(WifiClientCallbackType type,
+                              std::function<void(const std::string&)>& callback,
+                              NetInterfaceType ifType);
+
+    /** See WpaSocket::unregisterEventCallback. */
+    bool unregisterEventCallback(WifiClientCallbackType type, int handle, NetInterfaceType ifType);
+
+    /** See WpaSocket::sendCtrlCmd. */
+    bool sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType);
+
+  private:
+    bool startWpaSocketMonitor_();
+    void stopWpaSocketMonitor_();
+    void startListener_();
+    void stopListener_();
+    void addSocket_(NetInterfaceType type);
+    PollAction onSocketUpdate_(int fd, int events);
+    void onSocketChange_(uint32_t mask, const std::string& name);
+
+    /** Null for a kind without a socket. */
+    std::shared_ptr<WpaSocket> findSocket_(NetInterfaceType type) EXCLUDES(socketsMutex_);
+    /** As above, with an error line in the name of `caller`. */
+    std::shared_ptr<WpaSocket> requireSocket_(NetInterfaceType type, const char* caller);
+
+    const std::string directory_;
+    std::thread listener_;
+    std::atomic<bool> running_{false};
+    const std::shared_ptr<Poll> poll_;
+    EventFd eventFd_;
+    android::base::unique_fd inotifyFd_;
+    int watch_ = -1;
+    /**
+     * Filled in the constructor and cleared in the destructor, both with the listener running; the
+     * mutex is held for the look-up only.
+     */
+    std::map<NetInterfaceType, std::shared_ptr<WpaSocket>> sockets_ GUARDED_BY(socketsMutex_);
+    Mutex socketsMutex_;
+};
+
+}  // namespace Ursa::OS::Wifi
