@@ -1,0 +1,71 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "client/CompositionRoot.h"
+#include "client/NetInterfaceType.h"
+#include "client/Nl80211Client.h"
+#include "client/WifiClientCallbackType.h"
+#include "client/WpaClient.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * The one object through which every manager reaches the supplicant and the kernel. It makes each
+ * of the two paths single-file: supplicant commands and registrations never run at the same time
+ * as each other, nor do netlink sends; a command and a send may. Both locks are held while the
+ * supplicant or the kernel answers, deliberately, and are recursive. Any thread.
+ */
+class CorvidWifiClient {
+  public:
+    /** Starts following the supplicant's sockets in `socketDirectory` (with trailing slash). */
+    explicit CorvidWifiClient(const std::string& socketDirectory = WpaClient::socketDirectory());
+
+    CorvidWifiClient(const CorvidWifiClient&) = delete;
+    CorvidWifiClient& operator=(const CorvidWifiClient&) = delete;
+
+    /** Returns the handle, or -1. See WpaSocket::registerEventCallback. */
+    int registerWpaCallback(WifiClientCallbackType type,
+                            std::function<void(const std::string&)>& callback,
+                            NetInterfaceType interfaceType);
+
+    /**
+     * Ends a subscription. When it returns, the callback is not running and never runs again.
+     * Returns false for a handle that is not registered.
+     */
+    bool unregisterWpaCallback(WifiClientCallbackType type, int handle,
+                               NetInterfaceType interfaceType);
+
+    /** Sends a command on one interface's socket. See WpaSocket::sendCtrlCmd. */
+    bool sendWpaCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType interfaceType);
+
+    /**
+     * Fills in the interface's name and sends a generic nl80211 command. Returns false when there
+     * is no such interface or the kernel refuses; the client below logs the reason.
+     */
+    bool sendGenericNlCmd(Nl80211GenericCmdInfo& info);
+
+    /** As above for a vendor command; logs the outcome too. */
+    bool sendVendorNlCmd(Nl80211VendorCmdInfo& info);
+
+    /** Direct access past the netlink lock, for interface names and the station's bandwidth. */
+    Nl80211Client* getNl80211Client() { return &nl80211Client_; }
+
+    /** Set once, before the first manager exists; not owned. Null until then. */
+    void setCompositionRoot(CompositionRoot* root) { root_ = root; }
+    CompositionRoot* compositionRoot() const { return root_; }
+
+    /** Notes in the composition root's task map that `task` runs on the calling thread. */
+    void recordTask(const std::string& task) const;
+
+  private:
+    RecursiveMutex supplicantLock_;
+    RecursiveMutex netlinkLock_;
+    WpaClient wpaClient_;
+    Nl80211Client nl80211Client_;
+    CompositionRoot* root_ = nullptr;
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,33 @@
+#include "client/WifiClientCallback.h"
+
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+WifiClientCallback::WifiClientCallback(std::shared_ptr<CorvidWifiClient> client,
+                                       std::vector<WifiClientCallbackItem>& items)
+    : client_(std::move(client)) {
+    for (WifiClientCallbackItem& item : items) {
+        auto function = std::make_unique<std::function<void(const std::string&)>>(
+            [&handler = item.callback](const std::string& event) { handler(event); });
+        const int handle = client_->registerWpaCallback(item.type, *function, item.interfaceType);
+        if (handle == -1) {
+            WIFI_LOGE("Failed to register callback type:%d socket type:%d",
+                      static_cast<int>(item.type), static_cast<int>(item.interfaceType));
+            continue;
+        }
+        registrations_.push_back({item.type, handle, item.interfaceType, std::move(function)});
+    }
+}
+
+WifiClientCallback::~WifiClientCallback() {
+    for (const Registration& registration : registrations_) {
+        client_->unregisterWpaCallback(registration.type, registration.handle,
+                                       registration.interfaceType);
+    }
+}
+
+}  // namespace Ursa::OS::Wifi
