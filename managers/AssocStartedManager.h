@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "managers/RelayListener.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/**
+ * Tells one listener that a P2P interface has begun to associate. The supplicant reports it on the
+ * station's socket, with the interface's name. Events are handled on the listener thread.
+ */
+class AssocStartedManager : public FeatureManager {
+  public:
+    using Listener = std::function<void()>;
+
+    explicit AssocStartedManager(std::shared_ptr<CorvidWifiClient> client);
+    ~AssocStartedManager() override;
+
+    /** Stores a copy of `listener`. Returns false when one is linked already. */
+    bool linkAssocStartedCallback(Listener& listener);
+    void unlinkAssocStartedCallback();
+
+  private:
+    void onAssocStarted(const std::string& event);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    RelayListener<> listener_;
+    std::function<void(const std::string&)> handler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

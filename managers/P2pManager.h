@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "managers/FeatureManager.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/** What sits at the other end of the P2P group. */
+enum class P2pDeviceType : uint32_t {
+    NONE = 0,
+    HALBERD = 1,
+    MIRACAST = 2,
+    UNKNOWN = 3,
+};
+
+struct P2pInfo {
+    int32_t frequency = -1;  ///< MHz, -1 when unknown
+    int32_t bandwidth = -1;  ///< -1 when unknown
+};
+
+/** Remembers the current P2P group and the paired device. Each read or write is one step. */
+class P2pManager : public FeatureManager {
+  public:
+    explicit P2pManager(std::shared_ptr<CorvidWifiClient> client);
+
+    void getP2pInfo(P2pInfo& info) const;
+    void setP2pInfo(P2pInfo&& info);
+
+    bool isP2pPairedDeviceType(P2pDeviceType type) const;
+    /** Returns false, and stores nothing, for a type above UNKNOWN. */
+    bool setP2pPairedDeviceType(P2pDeviceType type);
+
+    bool dumpInfo(std::string& out) override;
+
+  private:
+    const std::shared_ptr<CorvidWifiClient> client_;
+    /** The headset assumes its companion until told otherwise. */
+    std::atomic<P2pDeviceType> pairedDeviceType_{P2pDeviceType::HALBERD};
+    std::atomic<P2pInfo> info_{P2pInfo{}};
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,57 @@
+#include "managers/RegdomManager.h"
+
+#include <utility>
+#include <vector>
+
+#include "client/CorvidWifiClient.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+RegdomManager::RegdomManager(std::shared_ptr<CorvidWifiClient> client)
+    : client_(std::move(client)) {
+    const auto lock = listener_.lock();
+    handler_ = [this](const std::string& event) {
+        client_->recordTask("RegdomManager.onRegdomUpdated");
+        onRegdomUpdated(event);
+    };
+    std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_REGDOM_CHANGE, handler_, NetInterfaceType::STA},
+        {WifiClientCallbackType::WPA_REGDOM_CHANGE, handler_, NetInterfaceType::P2P},
+    };
+    subscription_ = std::make_unique<WifiClientCallback>(client_, items);
+}
+
+RegdomManager::~RegdomManager() = default;
+
+bool RegdomManager::linkRegdomUpdatedCallback(Listener& listener) {
+    if (!listener_.link(listener)) {
+        WIFI_LOGE("callback exists => cannot link new one");
+        return false;
+    }
+    return true;
+}
+
+void RegdomManager::unlinkRegdomUpdatedCallback() { listener_.unlink(); }
+
+void RegdomManager::onRegdomUpdated(const std::string& event) {
+    WIFI_LOGD("onRegdomUpdated(%s)", event.c_str());
+    const auto listener = listener_.lock();
+    RegdomUpdatedResult result;
+    if (!getRegdomUpdatedResult(event, result)) {
+        WIFI_LOGE("invalid regdom updated event");
+        return;
+    }
+    if (result.alpha2.size() != 2) {
+        // "XZ" stands for the world domain and "00" for every other one without a country.
+        result.alpha2 = result.type == "WORLD" ? "XZ" : "00";
+    }
+    if (*listener == nullptr) {
+        WIFI_LOGE("no callback for regdom updated event");
+        return;
+    }
+    WIFI_LOGD("Notify regdom updated event");
+    (*listener)(result);
+}
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+
+#include "os/ValueMutex.h"
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * The one listener of a manager that relays events. It is reached under a recursive mutex, which
+ * the manager holds while the listener runs, deliberately: once unlink() has returned, it is not
+ * running on another thread. From inside its own call it may unlink itself.
+ */
+template <typename... Args>
+class RelayListener {
+  public:
+    using Function = std::function<void(Args...)>;
+
+    /** Stores a copy. Returns false, without waiting for the mutex, when one is stored already. */
+    bool link(const Function& function) {
+        if (linked_.exchange(true)) {
+            return false;
+        }
+        *function_.lock() = function;
+        return true;
+    }
+
+    void unlink() {
+        const auto function = function_.lock();
+        *function = nullptr;
+        linked_ = false;
+    }
+
+    /** The listener, which may be empty; nobody changes it until the result is destroyed. */
+    ValueMutator<Function, std::recursive_mutex> lock() { return function_.lock(); }
+
+  private:
+    std::atomic<bool> linked_{false};
+    ValueMutexBase<Function, std::recursive_mutex> function_;
+};
+
+}  // namespace Ursa::OS::Wifi

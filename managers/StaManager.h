@@ -1,0 +1,103 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "client/CallbackMap.h"
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/** What happened to the station link. */
+struct StaResult {
+    std::string event;  ///< for the log: "StaManager event(CONNECTED)" or "...(DISCONNECTED)"
+    int32_t frequency;  ///< MHz; -1 when disconnected
+    int32_t rssi;       ///< dBm; -1 when disconnected
+};
+
+/** The state of the station link. */
+struct StaInfo {
+    int32_t frequency;  ///< MHz, -1 when unknown
+    int32_t rssi;       ///< dBm, -1 when unknown
+    int32_t bandwidth;  ///< 0 unknown, 1 = 20, 2 = 40, 3 = 80, 4 = 80+80, 5 = 160 MHz
+};
+
+/**
+ * Follows the station link: while it is up, a worker thread polls the signal and tells other
+ * managers. Reports the link's events as telemetry atoms.
+ */
+class StaManager : public FeatureManager {
+  public:
+    /** `second` is the worker's unit of time; tests shorten it. */
+    explicit StaManager(std::shared_ptr<CorvidWifiClient> client,
+                        std::chrono::milliseconds second = std::chrono::seconds(1));
+
+    /** Ends the worker and tells the subscribers once more that the link is down. */
+    ~StaManager() override;
+
+    /**
+     * Fed with each successful poll, on the worker's thread: 5 s after the connection and every 5 s
+     * from then on. A subscriber's registration ends before this manager does.
+     */
+    const std::shared_ptr<CallbackMap<const StaResult&>> staConnectedCallbacks;
+
+    /**
+     * Fed on the listener thread when the link ends, at every notification that the supplicant is
+     * away, and before a new link begins, so that subscribers start from their defaults. The
+     * handler mutex is held meanwhile, deliberately: subscribers must not wait for the link's next
+     * event.
+     */
+    const std::shared_ptr<CallbackMap<const StaResult&>> staDisconnectedCallbacks;
+
+    /** Asks the supplicant and the driver now. What they don't tell is unknown. Any thread. */
+    void getStaInfo(StaInfo& info);
+
+    bool dumpInfo(std::string& out) override;
+
+  private:
+    void setStaCallback_(std::vector<WifiClientCallbackItem>& items);
+
+    void onStaConnected_();
+    void onStaDisconnected_(const std::string& event);
+    void onStaChannelSwitch_(const std::string& event);
+
+    void startWorker_() REQUIRES(handlerMutex_);
+    void stopWorker_() REQUIRES(handlerMutex_);
+    void workerThread_();
+    /** Sleeps; returns false as soon as the worker is to stop. */
+    bool sleep_(int seconds);
+    void notifyDisconnected_();
+
+    /** Returns whether the signal is known; what was found is set either way. */
+    bool pollSignal_(int& rssi, int& freq);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    const std::chrono::milliseconds second_;
+
+    Mutex handlerMutex_;  ///< keeps the connected and disconnected handlers apart
+    std::thread worker_ GUARDED_BY(handlerMutex_);
+    std::atomic<bool> running_{false};  ///< cleared under wakeMutex_
+    std::mutex wakeMutex_;
+    std::condition_variable wake_;
+    /** Failed sends in a row; a worker begins anew. */
+    std::atomic<uint32_t> failures_{0};
+
+    std::function<void(const std::string&)> connectedHandler_;
+    std::function<void(const std::string&)> disconnectedHandler_;
+    std::function<void(const std::string&)> channelSwitchHandler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

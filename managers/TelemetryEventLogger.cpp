@@ -1,0 +1,82 @@
+#include "managers/TelemetryEventLogger.h"
+
+#include <chrono>
+
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+using ::android::sp;
+using ::android::frameworks::stats::V1_0::IStats;
+using ::android::frameworks::stats::V1_0::VendorAtom;
+
+namespace {
+
+constexpr char kReverseDomainName[] = "com.corvid.os";
+constexpr int kStaManagerAtom = 116183;
+constexpr int kMipiClockManagerAtom = 119925;
+
+const char* toString(TelemetryEventType type) {
+    switch (type) {
+        case TelemetryEventType::STA_CONNECTED:
+            return "WIFI_STA_CONNECTED";
+        case TelemetryEventType::STA_CHANNEL_SWITCH:
+            return "WIFI_STA_CHANNEL_SWITCH";
+        case TelemetryEventType::STA_DISCONNECTED:
+            return "WIFI_STA_DISCONNECTED";
+        case TelemetryEventType::MIPI_CLOCK:
+            return "MIPI_CLOCK_EVENT";
+    }
+    return "UNKNOWN";
+}
+
+/** Milliseconds since the epoch, of which the atom has room for the low 32 bits. */
+int32_t wrappedTimeMs() {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<int32_t>(std::chrono::duration_cast<milliseconds>(now).count());
+}
+
+}  // namespace
+
+TelemetryEventLogger::TelemetryEventLogger(TelemetryEventType type) {
+    addAtomValue_(wrappedTimeMs());
+    addAtomValue(toString(type));
+}
+
+void TelemetryEventLogger::addAtomValue(const std::string& value) {
+    values_.emplace_back().stringValue(value);
+}
+
+void TelemetryEventLogger::addAtomValue_(int32_t value) { values_.emplace_back().intValue(value); }
+
+bool TelemetryEventLogger::reportStaManagerEvent(const int& freq, const int& rssi) {
+    addAtomValue_(freq);
+    addAtomValue_(rssi);
+    WIFI_LOGI("Report STA Manager event: freq:%d rssi:%d", freq, rssi);
+    return reportAtom(kStaManagerAtom);
+}
+
+bool TelemetryEventLogger::reportMipiClockManagerEvent(const bool& status, const int& clock) {
+    addAtomValue_(status ? 1 : 0);
+    addAtomValue_(clock);
+    WIFI_LOGI("Report MIPI Manager event: status:%d clock:%d", status ? 1 : 0, clock);
+    return reportAtom(kMipiClockManagerAtom);
+}
+
+bool TelemetryEventLogger::reportAtom(const int& atomId) {
+    // Looked up for every report, and never waited for: the service may come and go.
+    const sp<IStats> stats = IStats::tryGetService();
+    if (stats == nullptr) {
+        WIFI_LOGE("Stats HAL is unavailable!");
+        return false;
+    }
+    VendorAtom atom;
+    atom.reverseDomainName = kReverseDomainName;
+    atom.atomId = atomId;
+    atom.values = values_;
+    WIFI_LOGI("Reporting vendor atom %d to telemetry service", atomId);
+    return stats->reportVendorAtom(atom).isOk();
+}
+
+}  // namespace Ursa::OS::Wifi
