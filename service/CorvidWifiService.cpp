@@ -1,0 +1,169 @@
+#include "service/CorvidWifiService.h"
+
+#include <type_traits>
+
+#include "client/CorvidWifiClient.h"
+#include "managers/AssocStartedManager.h"
+#include "managers/P2pManager.h"
+#include "managers/RegdomManager.h"
+#include "managers/StaManager.h"
+#include "managers/TelemetryManager.h"
+
+namespace vendor::corvid::hardware::wifi::V1_0::implementation {
+
+using ::android::hardware::Void;
+
+namespace managers = ::Ursa::OS::Wifi;
+
+namespace {
+
+Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
+
+/** The daemon's own twin of the interface's type; what it does not know is UNKNOWN. */
+managers::P2pDeviceType toDeviceType(P2pDeviceType type) {
+    return type > P2pDeviceType::MIRACAST ? managers::P2pDeviceType::UNKNOWN
+                                          : static_cast<managers::P2pDeviceType>(type);
+}
+
+}  // namespace
+
+CorvidWifiService::CorvidWifiService()
+    : client_(std::make_shared<managers::CorvidWifiClient>()), manager_(client_) {}
+
+template <typename Manager, typename Callback, typename Call>
+Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
+    const auto manager = manager_.get<Manager>();
+    callback(makeStatus(manager != nullptr && call(*manager)));
+    return Void();
+}
+
+template <typename Manager, typename Callback>
+Return<void> CorvidWifiService::answerAbsent_(const Callback& callback) {
+    manager_.get<Manager>();
+    callback(makeStatus(false));
+    return Void();
+}
+
+Return<void> CorvidWifiService::clearScs(int32_t /*id*/, clearScs_cb callback) {
+    return answerAbsent_<managers::ScsManager>(callback);
+}
+
+template <typename Manager>
+void CorvidWifiService::dumpManager_(const char* label, std::string& text) {
+    const auto manager = manager_.get<Manager>();
+    text += label;
+    text += manager != nullptr ? ": Enabled\n" : ": Disabled\n";
+    if constexpr (std::is_base_of_v<managers::FeatureManager, Manager>) {
+        if (manager != nullptr) {
+            manager->dumpInfo(text);
+        }
+    }
+}
+
+Return<void> CorvidWifiService::dumpInfo(dumpInfo_cb callback) {
+    std::string text;
+    dumpManager_<managers::AssocStartedManager>("AssocStartedManager", text);
+    dumpManager_<managers::ChannelSwitchManager>("ChannelSwitchManager", text);
+    dumpManager_<managers::CoexManager>("CoexManager", text);
+    dumpManager_<managers::DevParamsManager>("DevParamsManager", text);
+    dumpManager_<managers::ElnaBypassManager>("ElnaManager", text);  // the short form, deliberately
+    dumpManager_<managers::FrequencyBlockManager>("FrequencyBlockManager", text);
+    dumpManager_<managers::MccTimeManager>("MccTimeManager", text);
+    dumpManager_<managers::MipiClockManager>("MipiClockManager", text);
+    dumpManager_<managers::NoaManager>("NoaManager", text);
+    dumpManager_<managers::P2pManager>("P2pManager", text);
+    dumpManager_<managers::PowerJumpDetectManager>("PowerJumpDetectManager", text);
+    dumpManager_<managers::RegdomManager>("RegdomManager", text);
+    dumpManager_<managers::ScsManager>("ScsManager", text);
+    dumpManager_<managers::StaManager>("StaManager", text);
+    dumpManager_<managers::TelemetryManager>("TelemetryManager", text);
+    dumpManager_<managers::TxChainManager>("TxChainManager", text);
+    dumpManager_<managers::TxPowerManager>("TxPowerManager", text);
+    text += "Process and Thread ID\n";
+    for (const auto& [task, pid] : manager_.copyTaskToPidMap()) {
+        text += "\t" + task + ": " + std::to_string(pid) + "\n";
+    }
+    callback(text);
+    return Void();
+}
+
+Return<void> CorvidWifiService::getP2pInfo(getP2pInfo_cb callback) {
+    managers::P2pInfo info;
+    manager_.get<managers::P2pManager>()->getP2pInfo(info);  // this slot is never switched off
+    callback({info.frequency, info.bandwidth});
+    return Void();
+}
+
+Return<void> CorvidWifiService::getStaInfo(getStaInfo_cb callback) {
+    managers::StaInfo info = {};
+    manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
+    const bool known = info.bandwidth >= 1 && info.bandwidth <= 5;
+    callback({info.frequency, info.rssi, known ? static_cast<uint32_t>(info.bandwidth) : 0U});
+    return Void();
+}
+
+Return<void> CorvidWifiService::isP2pPairedDeviceType(P2pDeviceType type,
+                                                      isP2pPairedDeviceType_cb callback) {
+    return answer_<managers::P2pManager>(callback, [&](const managers::P2pManager& manager) {
+        return manager.isP2pPairedDeviceType(toDeviceType(type));
+    });
+}
+
+Return<void> CorvidWifiService::registerCorvidWifiManagerCallback(
+    const sp<ICorvidWifiManagerCallback>& client, registerCorvidWifiManagerCallback_cb callback) {
+    callback(makeStatus(manager_.link(client)));
+    return Void();
+}
+
+Return<void> CorvidWifiService::setElnaBypass(uint32_t /*mode*/, setElnaBypass_cb callback) {
+    return answerAbsent_<managers::ElnaBypassManager>(callback);
+}
+
+Return<void> CorvidWifiService::setMccTimeAllocation(uint32_t /*value*/,
+                                                     setMccTimeAllocation_cb callback) {
+    return answerAbsent_<managers::MccTimeManager>(callback);
+}
+
+Return<void> CorvidWifiService::setP2pNoa(uint32_t /*count*/, uint32_t /*noaValue1*/,
+                                          uint32_t /*noaValue2*/, setP2pNoa_cb callback) {
+    return answerAbsent_<managers::NoaManager>(callback);
+}
+
+Return<void> CorvidWifiService::setP2pPairedDeviceType(P2pDeviceType type,
+                                                       setP2pPairedDeviceType_cb callback) {
+    manager_.get<managers::TxPowerManager>();
+    manager_.get<managers::TxChainManager>();
+    return answer_<managers::P2pManager>(callback, [&](managers::P2pManager& manager) {
+        // NONE, UNKNOWN and anything else are refused, deliberately.
+        return (type == P2pDeviceType::HALBERD || type == P2pDeviceType::MIRACAST) &&
+               manager.setP2pPairedDeviceType(toDeviceType(type));
+    });
+}
+
+Return<int32_t> CorvidWifiService::setScsV4(const ScsProfileV4& /*profile*/) {
+    manager_.get<managers::ScsManager>();
+    return -1;
+}
+
+Return<int32_t> CorvidWifiService::setScsV6(const ScsProfileV6& /*profile*/) {
+    manager_.get<managers::ScsManager>();
+    return -1;
+}
+
+Return<void> CorvidWifiService::startCsa(uint32_t /*channel*/, uint32_t /*bandwidth*/,
+                                         startCsa_cb callback) {
+    return answerAbsent_<managers::ChannelSwitchManager>(callback);
+}
+
+Return<void> CorvidWifiService::unregisterCorvidWifiManagerCallback(
+    const sp<ICorvidWifiManagerCallback>& client, unregisterCorvidWifiManagerCallback_cb callback) {
+    callback(makeStatus(manager_.unlink(client)));
+    return Void();
+}
+
+Return<void> CorvidWifiService::updateTxPowerConfig(bool /*allowed*/,
+                                                    updateTxPowerConfig_cb callback) {
+    return answerAbsent_<managers::TxPowerManager>(callback);
+}
+
+}  // namespace vendor::corvid::hardware::wifi::V1_0::implementation

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+
+#include "service/CorvidWifiManager.h"
+
+namespace Ursa::OS::Wifi {
+class CorvidWifiClient;
+}  // namespace Ursa::OS::Wifi
+
+namespace vendor::corvid::hardware::wifi::V1_0::implementation {
+
+using ::android::sp;
+using ::android::hardware::Return;
+
+/**
+ * The HIDL object: each method looks one manager up, calls one method of it and turns the result
+ * into the interface's form. All calls arrive on the one HIDL thread. IWifi.hal describes them.
+ */
+class CorvidWifiService : public IWifi {
+  public:
+    /** Builds the client and, from it, every manager. */
+    CorvidWifiService();
+
+    Return<void> clearScs(int32_t id, clearScs_cb callback) override;
+    Return<void> dumpInfo(dumpInfo_cb callback) override;
+    Return<void> getP2pInfo(getP2pInfo_cb callback) override;
+    Return<void> getStaInfo(getStaInfo_cb callback) override;
+    Return<void> isP2pPairedDeviceType(P2pDeviceType type,
+                                       isP2pPairedDeviceType_cb callback) override;
+    Return<void> registerCorvidWifiManagerCallback(
+        const sp<ICorvidWifiManagerCallback>& client,
+        registerCorvidWifiManagerCallback_cb callback) override;
+    Return<void> setElnaBypass(uint32_t mode, setElnaBypass_cb callback) override;
+    Return<void> setMccTimeAllocation(uint32_t value, setMccTimeAllocation_cb callback) override;
+    Return<void> setP2pNoa(uint32_t count, uint32_t noaValue1, uint32_t noaValue2,
+                           setP2pNoa_cb callback) override;
+    Return<void> setP2pPairedDeviceType(P2pDeviceType type,
+                                        setP2pPairedDeviceType_cb callback) override;
+    Return<int32_t> setScsV4(const ScsProfileV4& profile) override;
+    Return<int32_t> setScsV6(const ScsProfileV6& profile) override;
+    Return<void> startCsa(uint32_t channel, uint32_t bandwidth, startCsa_cb callback) override;
+    Return<void> unregisterCorvidWifiManagerCallback(
+        const sp<ICorvidWifiManagerCallback>& client,
+        unregisterCorvidWifiManagerCallback_cb callback) override;
+    Return<void> updateTxPowerConfig(bool allowed, updateTxPowerConfig_cb callback) override;
+
+  private:
+    /** Answers code 0 when the manager exists and `call` of it returns true, else code 1. */
+    template <typename Manager, typename Callback, typename Call>
+    Return<void> answer_(const Callback& callback, Call call);
+    /** Answers code 1 for a manager that is not part of the daemon yet. */
+    template <typename Manager, typename Callback>
+    Return<void> answerAbsent_(const Callback& callback);
+
+    template <typename Manager>
+    void dumpManager_(const char* label, std::string& text);
+
+    const std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client_;
+    Ursa::OS::Wifi::CorvidWifiManager manager_;
+};
+
+}  // namespace vendor::corvid::hardware::wifi::V1_0::implementation

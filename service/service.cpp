@@ -1,0 +1,39 @@
+#include <csignal>
+
+#include <hidl/HidlTransportSupport.h>
+
+#include "os/Log.h"
+#include "service/CorvidWifiService.h"
+
+using ::android::OK;
+using ::android::sp;
+using ::android::hardware::configureRpcThreadpool;
+using ::android::hardware::joinRpcThreadpool;
+using ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiService;
+
+namespace {
+
+/** Of field engineers' use: it only leaves a line in the log. */
+constexpr int kMarkSignal = 12;  // SIGUSR2
+
+void handler(int signal) { WIFI_LOGW("Received a signal: %d", signal); }
+
+}  // namespace
+
+int main() {
+    WIFI_LOGD("Starting native wifi service.");
+    signal(kMarkSignal, handler);
+
+    sp<CorvidWifiService> service = new CorvidWifiService();
+
+    // One thread, this one, serves every HIDL call: they never run at the same time.
+    configureRpcThreadpool(1, true);
+    if (service->registerAsService("default") != OK) {
+        WIFI_LOGE("Failed to register as a service.");
+        service.clear();
+        return 1;
+    }
+    joinRpcThreadpool();
+    service.clear();
+    return 0;
+}
