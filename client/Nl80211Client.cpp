@@ -377,6 +377,7 @@ int Nl80211Client::sendMsg_(Request& request) {
     nl_cb_err(callbacks, NL_CB_CUSTOM, errorHandler, &status);
     nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, finishHandler, &status);
     nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, ackHandler, &status);
+    nl_cb_set(callbacks, NL_CB_INVALID, NL_CB_CUSTOM, invalidHandler, &status);
     nl_cb_overwrite_recv(callbacks, receive);
 
     // Only the status counts: nl_recvmsgs also returns an error for a packet that is none of this
@@ -400,6 +401,19 @@ int Nl80211Client::finishHandler(nl_msg* /*message*/, void* arg) {
 
 int Nl80211Client::ackHandler(nl_msg* /*message*/, void* arg) {
     *static_cast<int*>(arg) = 0;
+    return NL_STOP;
+}
+
+// What libnl makes nothing of. An answer to another request is dropped, as without this handler. An
+// error reply too short for its record is the answer, though what it says is lost: libnl counts it
+// as such, and takes whatever follows for an answer to another request.
+int Nl80211Client::invalidHandler(nl_msg* message, void* arg) {
+    const nlmsghdr* header = nlmsg_hdr(message);
+    if (header->nlmsg_type == NLMSG_ERROR &&
+        header->nlmsg_len < sizeof(nlmsghdr) + sizeof(nlmsgerr)) {
+        WIFI_LOGE("nl80211 response has no error code");
+        *static_cast<int*>(arg) = -EBADMSG;
+    }
     return NL_STOP;
 }
 

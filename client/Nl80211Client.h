@@ -84,6 +84,7 @@ class Nl80211Client {
     static int errorHandler(sockaddr_nl* peer, nlmsgerr* err, void* arg);
     static int finishHandler(nl_msg* message, void* arg);
     static int ackHandler(nl_msg* message, void* arg);
+    static int invalidHandler(nl_msg* message, void* arg);
     static int findIfaceHandler(nl_msg* message, void* arg);
     static int stationHandler(nl_msg* message, void* arg);
 
