@@ -1,0 +1,79 @@
+#include "tests/client/nl80211/LibnlFaults.h"
+
+#include <atomic>
+
+#include <netlink/attr.h>
+#include <netlink/errno.h>
+#include <netlink/handlers.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/socket.h>
+
+// The linker's --wrap leads the daemon's calls of NAME to __wrap_NAME, and __real_NAME to libnl.
+// libnl's calls of its own functions are not affected.
+
+namespace test {
+
+namespace {
+
+constexpr int kNone = -1;
+std::atomic<int> pending{kNone};
+
+bool takeFault(LibnlCall call) {
+    int expected = static_cast<int>(call);
+    return pending.compare_exchange_strong(expected, kNone);
+}
+
+}  // namespace
+
+void failNext(LibnlCall call) { pending = static_cast<int>(call); }
+
+bool isFaultPending() { return pending != kNone; }
+
+}  // namespace test
+
+using test::LibnlCall;
+using test::takeFault;
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names.
+extern "C" {
+
+nl_sock* __real_nl_socket_alloc();
+nl_sock* __wrap_nl_socket_alloc() {
+    return takeFault(LibnlCall::SocketAlloc) ? nullptr : __real_nl_socket_alloc();
+}
+
+nl_cb* __real_nl_cb_alloc(nl_cb_kind kind);
+nl_cb* __wrap_nl_cb_alloc(nl_cb_kind kind) {
+    return takeFault(LibnlCall::CallbackAlloc) ? nullptr : __real_nl_cb_alloc(kind);
+}
+
+nl_msg* __real_nlmsg_alloc();
+nl_msg* __wrap_nlmsg_alloc() {
+    return takeFault(LibnlCall::MessageAlloc) ? nullptr : __real_nlmsg_alloc();
+}
+
+int __real_nla_put_u32(nl_msg* message, int type, uint32_t value);
+int __wrap_nla_put_u32(nl_msg* message, int type, uint32_t value) {
+    return takeFault(LibnlCall::PutU32) ? -NLE_NOMEM : __real_nla_put_u32(message, type, value);
+}
+
+int __real_nl_send_auto_complete(nl_sock* socket, nl_msg* message);
+int __wrap_nl_send_auto_complete(nl_sock* socket, nl_msg* message) {
+    return takeFault(LibnlCall::Send) ? -NLE_FAILURE
+                                      : __real_nl_send_auto_complete(socket, message);
+}
+
+int __real_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials);
+int __wrap_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
+    if (takeFault(LibnlCall::Receive)) {
+        return -NLE_NOMEM;
+    }
+    if (takeFault(LibnlCall::ReceiveNothing)) {
+        return 0;
+    }
+    return __real_nl_recv(socket, peer, bytes, credentials);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier)

@@ -1,0 +1,22 @@
+#pragma once
+
+namespace test {
+
+/** Calls of libnl that fail in a way that no peer can bring about. */
+enum class LibnlCall {
+    SocketAlloc,
+    CallbackAlloc,
+    MessageAlloc,
+    PutU32,
+    Send,
+    Receive,         ///< fails, as when the kernel had no memory for the answer
+    ReceiveNothing,  ///< the connection was closed
+};
+
+/** The daemon's next call of this function fails without any effect; the ones after it work. */
+void failNext(LibnlCall call);
+
+/** Whether a failure was ordered that has not happened yet. */
+bool isFaultPending();
+
+}  // namespace test

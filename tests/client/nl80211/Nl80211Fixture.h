@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <android/log.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/nl80211.h>
+
+#include "client/Nl80211Client.h"
+#include "tests/support/FakeNl80211.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/Netlink.h"
+
+namespace Ursa::OS::Wifi {
+
+using test::Bytes;
+using test::NetlinkAttribute;
+using test::NetlinkRequest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/** A folder that stands for "/" and holds the nl80211 peer's socket, for the process's lifetime. */
+class TemporaryRoot {
+  public:
+    TemporaryRoot() : path_(testing::TempDir() + "nl80211-XXXXXX") {
+        if (mkdtemp(path_.data()) == nullptr) {
+            abort();
+        }
+        setenv("CORVID_WIFI_ROOT", path_.c_str(), 1);
+    }
+    ~TemporaryRoot() {
+        unsetenv("CORVID_WIFI_ROOT");
+        std::filesystem::remove_all(path_);
+    }
+    TemporaryRoot(const TemporaryRoot&) = delete;
+    TemporaryRoot& operator=(const TemporaryRoot&) = delete;
+
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+/** A client in front of a peer that the test plays. */
+class Nl80211Test : public testing::Test {
+  protected:
+    std::vector<std::string> errors() const { return log_.messages(ANDROID_LOG_ERROR); }
+    std::vector<std::string> warnings() const { return log_.messages(ANDROID_LOG_WARN); }
+
+    /** A command without anything of interest in it. */
+    static Nl80211GenericCmdInfo someCommand() {
+        Nl80211GenericCmdInfo info;
+        info.cmd = NL80211_CMD_FRAME;
+        info.ifname = "lo";
+        return info;
+    }
+
+    TemporaryRoot root_;
+    test::LogCapture log_;
+    test::FakeNl80211 kernel_{root_.path()};
+    Nl80211Client client_;
+};
+
+/** A dump's entry for the interface `name`. */
+inline Bytes interfaceEntry(const NetlinkRequest& request, std::string_view name) {
+    return test::dumpEntry(request, NL80211_CMD_NEW_INTERFACE,
+                           test::attribute(NL80211_ATTR_IFNAME, test::terminatedText(name)));
+}
+
+/** An answer to an interface dump: one packet of entries, then the end in a packet of its own. */
+inline auto interfaces(std::vector<std::string> names) {
+    return [names](const NetlinkRequest& request) {
+        std::vector<Bytes> entries;
+        for (const std::string& name : names) {
+            entries.push_back(interfaceEntry(request, name));
+        }
+        std::vector<Bytes> packets;
+        if (!entries.empty()) {
+            packets.push_back(test::concat(entries));
+        }
+        packets.push_back(test::done(request));
+        return packets;
+    };
+}
+
+}  // namespace Ursa::OS::Wifi
