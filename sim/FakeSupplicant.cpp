@@ -1,0 +1,373 @@
+#include "sim/FakeSupplicant.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/** How soon a monitor whose queue is full is tried again. */
+constexpr auto kRetry = 200us;
+constexpr auto kDropAfter = 10s;
+constexpr int kMostRefusals = 10;
+/** Longest command that the supplicant reads. */
+constexpr size_t kLongestCommand = 8192;
+
+bool startsWith(const std::string& text, std::string_view prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+std::string line(std::string_view name, const std::string& value) {
+    return std::string(name) + "=" + value + "\n";
+}
+
+}  // namespace
+
+std::string FakeSupplicant::Address::text() const {
+    const size_t offset = offsetof(sockaddr_un, sun_path);
+    if (length <= offset) {
+        return "";
+    }
+    // An abstract name begins with NUL; a path may end with one.
+    const std::string path(name.sun_path, length - offset);
+    return path[0] == '\0' ? "@" + path.substr(1) : path.substr(0, path.find('\0'));
+}
+
+bool FakeSupplicant::Address::operator==(const Address& other) const {
+    return length == other.length && std::memcmp(&name, &other.name, length) == 0;
+}
+
+FakeSupplicant::FakeSupplicant(EventLoop& loop, Recorder& recorder, const RadioState& radio,
+                               std::string folder)
+    : mLoop(loop), mRecorder(recorder), mRadio(radio), mFolder(std::move(folder)) {}
+
+FakeSupplicant::~FakeSupplicant() {
+    for (const std::string& name : names()) {
+        close(name, true);
+    }
+}
+
+std::string FakeSupplicant::open(const std::string& name) {
+    if (isOpen(name)) {
+        return "socket " + name + " exists already";
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const std::string file = path(name);
+    if (file.size() >= sizeof(address.sun_path)) {
+        return "the socket's path is too long: " + file;
+    }
+    std::memcpy(address.sun_path, file.c_str(), file.size() + 1);
+    android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd.ok()) {
+        return std::string("no socket: ") + std::strerror(errno);
+    }
+    if (unlink(file.c_str()) == 0) {
+        mRecorder.add(Record("socket", name, "deleted"));
+    }
+    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        return "cannot bind " + file + ": " + std::strerror(errno);
+    }
+    Socket& socket = mSockets[name];
+    socket.name = name;
+    socket.fd = std::move(fd);
+    if (!mSuspended) {
+        mLoop.watch(socket.fd.get(), [this, name] { onReadable(name); });
+    }
+    mRecorder.add(Record("socket", name, "created"));
+    return "";
+}
+
+void FakeSupplicant::close(const std::string& name, bool unlink) {
+    auto socket = mSockets.find(name);
+    if (socket != mSockets.end()) {
+        mLoop.forget(socket->second.fd.get());
+        mLoop.cancel(socket->second.retry);
+        mSockets.erase(socket);
+        if (!unlink) {
+            mRecorder.add(Record("socket", name, "abandoned"));
+        }
+    }
+    if (unlink && ::unlink(path(name).c_str()) == 0) {
+        mRecorder.add(Record("socket", name, "deleted"));
+    }
+}
+
+std::vector<std::string> FakeSupplicant::names() const {
+    std::vector<std::string> names;
+    for (const auto& [name, socket] : mSockets) {
+        names.push_back(name);
+    }
+    return names;
+}
+
+size_t FakeSupplicant::monitors(const std::string& name) const {
+    auto socket = mSockets.find(name);
+    return socket == mSockets.end() ? 0 : socket->second.monitors.size();
+}
+
+void FakeSupplicant::suspend() {
+    mSuspended = true;
+    for (auto& [name, socket] : mSockets) {
+        mLoop.forget(socket.fd.get());
+    }
+}
+
+void FakeSupplicant::resume() {
+    mSuspended = false;
+    for (auto& [name, socket] : mSockets) {
+        mLoop.watch(socket.fd.get(), [this, name = name] { onReadable(name); });
+    }
+}
+
+void FakeSupplicant::removeRules(const std::string& prefix) {
+    mRules.remove_if([&](const ReplyRule& rule) { return rule.prefix == prefix; });
+}
+
+void FakeSupplicant::onReadable(const std::string& name) {
+    char buffer[kLongestCommand];
+    Address from;
+    from.length = sizeof(from.name);
+    auto socket = mSockets.find(name);
+    const ssize_t length = recvfrom(socket->second.fd.get(), buffer, sizeof(buffer), 0,
+                                    reinterpret_cast<sockaddr*>(&from.name), &from.length);
+    if (length >= 0) {
+        handle(socket->second, from, std::string(buffer, static_cast<size_t>(length)));
+    }
+}
+
+void FakeSupplicant::handle(Socket& socket, const Address& from, const std::string& command) {
+    const ReplyRule* rule = useRule(socket, command);
+    const std::string text = rule != nullptr ? rule->answer : answer(socket, from, command);
+    // Attaching and detaching are records of their own.
+    if (rule != nullptr || (command != "ATTACH" && command != "DETACH")) {
+        Record record("command", socket.name, command);
+        if (rule != nullptr && rule->none) {
+            record.withJson("reply", "null");
+        } else {
+            record.with("reply", text);
+        }
+        mRecorder.add(std::move(record));
+    }
+    if (rule != nullptr && rule->none) {
+        return;
+    }
+    if (rule != nullptr && rule->after > Duration::zero()) {
+        mLoop.after(rule->after,
+                    [this, name = socket.name, from, text] { reply(name, from, text); });
+        return;
+    }
+    reply(socket.name, from, text);
+}
+
+const ReplyRule* FakeSupplicant::useRule(const Socket& socket, const std::string& command) {
+    for (auto rule = mRules.begin(); rule != mRules.end(); ++rule) {
+        if (!startsWith(command, rule->prefix) || !(rule->on.empty() || rule->on == socket.name)) {
+            continue;
+        }
+        mUsedRule = *rule;
+        if (rule->times > 0 && --rule->times == 0) {
+            mRules.erase(rule);
+        }
+        return &mUsedRule;
+    }
+    return nullptr;
+}
+
+std::string FakeSupplicant::answer(Socket& socket, const Address& from,
+                                   const std::string& command) {
+    if (command == "ATTACH") {
+        return attach(socket, from);
+    }
+    if (command == "DETACH") {
+        return detach(socket, from);
+    }
+    if (command == "PING") {
+        return "PONG\n";
+    }
+    if (command == "SIGNAL_POLL") {
+        return signalPoll(socket);
+    }
+    if (command == "STATUS") {
+        return status(socket);
+    }
+    if (startsWith(command, "DRIVER ")) {
+        return "OK\n";
+    }
+    if (startsWith(command, "CORVID_P2P_CHAN_SWITCH ")) {
+        return "SUCCESS\n";
+    }
+    return "UNKNOWN COMMAND\n";
+}
+
+std::string FakeSupplicant::attach(Socket& socket, const Address& from) {
+    Monitor monitor;
+    monitor.address = from;
+    monitor.lastTaken = EventLoop::Clock::now();
+    socket.monitors.push_back(std::move(monitor));
+    mRecorder.add(Record("attach", socket.name, from.text())
+                      .with("monitors", static_cast<int64_t>(socket.monitors.size())));
+    return "OK\n";
+}
+
+std::string FakeSupplicant::detach(Socket& socket, const Address& from) {
+    auto monitor = std::find_if(socket.monitors.begin(), socket.monitors.end(),
+                                [&](const Monitor& m) { return m.address == from; });
+    if (monitor == socket.monitors.end()) {
+        return "FAIL\n";
+    }
+    socket.monitors.erase(monitor);
+    mRecorder.add(Record("detach", socket.name, from.text())
+                      .with("why", "asked")
+                      .with("monitors", static_cast<int64_t>(socket.monitors.size())));
+    return "OK\n";
+}
+
+std::string FakeSupplicant::signalPoll(const Socket& socket) const {
+    if (!mRadio.sta || socket.name != "wlan0") {
+        return "FAIL\n";
+    }
+    const StaLink& sta = *mRadio.sta;
+    const std::string rssi = std::to_string(mRadio.signal.dbm(EventLoop::Clock::now()));
+    return line("RSSI", rssi) + line("LINKSPEED", std::to_string(widthMHz(sta.width) * 10)) +
+           line("NOISE", "-92") + line("FREQUENCY", std::to_string(sta.frequencyMHz)) +
+           line("WIDTH", widthText(sta.width) + " MHz") +
+           line("CENTER_FRQ1", std::to_string(centreMHz(sta.frequencyMHz, sta.width))) +
+           line("AVG_RSSI", rssi) + line("AVG_BEACON_RSSI", rssi);
+}
+
+std::string FakeSupplicant::status(const Socket& socket) const {
+    std::string out;
+    const bool onGroup = mRadio.group && mRadio.group->ifname == socket.name;
+    if (onGroup) {
+        const P2pGroup& group = *mRadio.group;
+        out = line("bssid", kGroupAddress) + line("freq", std::to_string(group.frequencyMHz)) +
+              line("ssid", group.ssid) + line("id", "0") +
+              line("mode", group.groupOwner ? "P2P GO" : "station") +
+              line("pairwise_cipher", "CCMP") + line("group_cipher", "CCMP") +
+              line("key_mgmt", "WPA2-PSK") + line("wpa_state", "COMPLETED");
+    } else if (mRadio.sta && socket.name == "wlan0") {
+        const StaLink& sta = *mRadio.sta;
+        out = line("bssid", sta.bssid) + line("freq", std::to_string(sta.frequencyMHz)) +
+              line("ssid", sta.ssid) + line("id", "0") + line("mode", "station") +
+              line("wifi_generation", "5") + line("pairwise_cipher", "CCMP") +
+              line("group_cipher", "CCMP") + line("key_mgmt", "WPA2-PSK") +
+              line("wpa_state", "COMPLETED") + line("ip_address", sta.ip);
+    } else {
+        out = line("wpa_state", "DISCONNECTED");
+    }
+    return out + line("p2p_device_address", kP2pDeviceAddress) +
+           line("address", socket.name == "wlan0" ? kStaAddress : kGroupAddress) +
+           line("uuid", "362db47b-a53a-5191-88fb-5458b986b2e4");
+}
+
+void FakeSupplicant::reply(const std::string& name, const Address& to, const std::string& text) {
+    auto socket = mSockets.find(name);
+    if (socket == mSockets.end()) {
+        return;
+    }
+    // A client that has gone or doesn't read loses its answer, as with the real one.
+    (void)sendto(socket->second.fd.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                 reinterpret_cast<const sockaddr*>(&to.name), to.length);
+}
+
+void FakeSupplicant::send(const std::string& name, const std::string& text, bool detail) {
+    auto socket = mSockets.find(name);
+    if (socket == mSockets.end()) {
+        return;
+    }
+    Record record = Record("event", name, text)
+                        .with("monitors", static_cast<int64_t>(socket->second.monitors.size()));
+    record.detail = detail;
+    mRecorder.add(std::move(record));
+    queue(socket->second, std::make_shared<const std::string>(text));
+    flush(socket->second);
+}
+
+void FakeSupplicant::burst(const Burst& burst) {
+    Socket& socket = mSockets.at(burst.socket);
+    mRecorder.add(Record("burst", burst.socket, burst.text)
+                      .with("count", burst.count)
+                      .with("monitors", static_cast<int64_t>(socket.monitors.size())));
+    constexpr std::string_view kNumber = "{n}";
+    for (int i = 1; i <= burst.count; ++i) {
+        std::string text = burst.text;
+        for (size_t at = text.find(kNumber); at != std::string::npos; at = text.find(kNumber, at)) {
+            text.replace(at, kNumber.size(), std::to_string(i));
+        }
+        queue(socket, std::make_shared<const std::string>(std::move(text)));
+    }
+    socket.burst += burst.count;
+    flush(socket);
+}
+
+void FakeSupplicant::queue(Socket& socket, const std::shared_ptr<const std::string>& text) {
+    for (Monitor& monitor : socket.monitors) {
+        if (monitor.waiting.empty()) {
+            monitor.lastTaken = EventLoop::Clock::now();
+        }
+        monitor.waiting.push_back(text);
+    }
+}
+
+void FakeSupplicant::flush(Socket& socket) {
+    bool waiting = false;
+    for (auto monitor = socket.monitors.begin(); monitor != socket.monitors.end();) {
+        if (!flush(socket, *monitor)) {
+            const std::string address = monitor->address.text();
+            const auto lost = static_cast<int64_t>(monitor->waiting.size());
+            monitor = socket.monitors.erase(monitor);
+            mRecorder.add(Record("detach", socket.name, address)
+                              .with("why", "dropped")
+                              .with("lost", lost)
+                              .with("monitors", static_cast<int64_t>(socket.monitors.size())));
+            continue;
+        }
+        waiting = waiting || !monitor->waiting.empty();
+        ++monitor;
+    }
+    mLoop.cancel(std::exchange(socket.retry, 0));
+    if (waiting) {
+        socket.retry = mLoop.after(kRetry, [this, name = socket.name] {
+            auto found = mSockets.find(name);
+            if (found != mSockets.end()) {
+                flush(found->second);
+            }
+        });
+    } else if (socket.burst > 0) {
+        mRecorder.add(
+            Record("burst", socket.name, "done").with("count", std::exchange(socket.burst, 0)));
+    }
+}
+
+bool FakeSupplicant::flush(Socket& socket, Monitor& monitor) {
+    while (!monitor.waiting.empty()) {
+        const std::string& text = *monitor.waiting.front();
+        if (sendto(socket.fd.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                   reinterpret_cast<const sockaddr*>(&monitor.address.name),
+                   monitor.address.length) >= 0) {
+            monitor.waiting.pop_front();
+            monitor.refusals = 0;
+            monitor.lastTaken = EventLoop::Clock::now();
+            continue;
+        }
+        if (errno == EAGAIN || errno == ENOBUFS) {
+            return EventLoop::Clock::now() - monitor.lastTaken < kDropAfter;
+        }
+        if (errno == ENOENT || errno == EPERM || ++monitor.refusals > kMostRefusals) {
+            return false;
+        }
+        monitor.waiting.pop_front();  // lost, as with the real one
+    }
+    return true;
+}
+
+}  // namespace sim

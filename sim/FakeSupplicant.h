@@ -1,0 +1,116 @@
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "sim/EventLoop.h"
+#include "sim/RadioState.h"
+#include "sim/Record.h"
+#include "sim/Scenario.h"
+
+namespace sim {
+
+/**
+ * The supplicant's control sockets: answers commands from the radio's state or by rule, keeps the
+ * list of monitors per socket and delivers events to them. One UNIX datagram socket per interface,
+ * named after it, in `folder`, which is not created here.
+ *
+ * A send never blocks. What a monitor can't take at the moment waits and is tried again, in order;
+ * a monitor is dropped when its address is gone, when it refuses eleven times in a row, or when it
+ * has taken nothing for ten seconds.
+ */
+class FakeSupplicant {
+  public:
+    /** `folder` ends with a slash. */
+    FakeSupplicant(EventLoop& loop, Recorder& recorder, const RadioState& radio,
+                   std::string folder);
+    /** Closes every socket and removes its file. */
+    ~FakeSupplicant();
+    FakeSupplicant(const FakeSupplicant&) = delete;
+    FakeSupplicant& operator=(const FakeSupplicant&) = delete;
+
+    /**
+     * Makes the socket `name`; a socket file that nobody stands behind is replaced. Returns why
+     * that was not possible, or an empty text.
+     */
+    std::string open(const std::string& name);
+    /** Closes the socket; with `unlink`, its file goes too, also one that nobody stands behind. */
+    void close(const std::string& name, bool unlink);
+    bool isOpen(const std::string& name) const { return mSockets.count(name) != 0; }
+    std::vector<std::string> names() const;
+    size_t monitors(const std::string& name) const;
+
+    /** Stops answering, as a stopped process does; resume() answers what came in meanwhile. */
+    void suspend();
+    void resume();
+
+    /** Sends one event line to every monitor of `name`; `detail` as in Record. */
+    void send(const std::string& name, const std::string& text, bool detail = false);
+    /** Sends `count` events, telling of them once now and once when all are delivered. */
+    void burst(const Burst& burst);
+
+    /** The newest rule that fits a command decides. */
+    void addRule(ReplyRule rule) { mRules.push_front(std::move(rule)); }
+    /** Removes the rules for exactly this beginning. */
+    void removeRules(const std::string& prefix);
+
+  private:
+    struct Address {
+        sockaddr_un name{};
+        socklen_t length = 0;
+        std::string text() const;
+        bool operator==(const Address& other) const;
+    };
+    struct Monitor {
+        Address address;
+        std::deque<std::shared_ptr<const std::string>> waiting;
+        int refusals = 0;
+        EventLoop::Clock::time_point lastTaken;
+    };
+    struct Socket {
+        std::string name;
+        android::base::unique_fd fd;
+        std::list<Monitor> monitors;
+        EventLoop::TimerId retry = 0;
+        /** A burst under way: what to tell when nothing waits any more. */
+        int burst = 0;
+    };
+
+    void onReadable(const std::string& name);
+    void handle(Socket& socket, const Address& from, const std::string& command);
+    /** The supplicant's own answer, where no rule says another. */
+    std::string answer(Socket& socket, const Address& from, const std::string& command);
+    std::string attach(Socket& socket, const Address& from);
+    std::string detach(Socket& socket, const Address& from);
+    std::string signalPoll(const Socket& socket) const;
+    std::string status(const Socket& socket) const;
+    const ReplyRule* useRule(const Socket& socket, const std::string& command);
+    void reply(const std::string& name, const Address& to, const std::string& text);
+    void queue(Socket& socket, const std::shared_ptr<const std::string>& text);
+    /** Sends what waits as far as it is taken; arms the retry for the rest. */
+    void flush(Socket& socket);
+    /** Sends what waits for one monitor; false when it is to be dropped. */
+    bool flush(Socket& socket, Monitor& monitor);
+    std::string path(const std::string& name) const { return mFolder + name; }
+
+    EventLoop& mLoop;
+    Recorder& mRecorder;
+    const RadioState& mRadio;
+    const std::string mFolder;
+    std::map<std::string, Socket> mSockets;
+    std::list<ReplyRule> mRules;
+    ReplyRule mUsedRule;
+    bool mSuspended = false;
+};
+
+}  // namespace sim

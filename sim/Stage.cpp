@@ -1,0 +1,157 @@
+#include "sim/Stage.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <sys/inotify.h>
+
+#include "host/root/HostRoot.h"
+
+namespace sim {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kSocketFolder = "/data/vendor/wifi/wpa/sockets/";
+constexpr std::string_view kHwbinderFolder = "/dev/hwbinder";
+constexpr std::string_view kPropertyFolder = "/dev/__properties__/";
+constexpr std::string_view kStatsFolder = "/data/misc/stats/";
+constexpr std::string_view kSensorFolder = "/data/vendor/sensors/";
+constexpr std::array<const char*, 3> kSensorFiles = {"controller_blocklist", "camera_clock",
+                                                     "transport_error_action"};
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/** The lines of a state file in one: "5170 5250, 2400 2412". */
+std::string oneLine(std::string text) {
+    while (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    std::string out;
+    for (const char c : text) {
+        out += c == '\n' ? std::string(", ") : std::string(1, c);
+    }
+    return out.empty() ? "empty" : out;
+}
+
+}  // namespace
+
+Stage::Stage(EventLoop& loop, Recorder& recorder) : mLoop(loop), mRecorder(recorder) {
+    for (const std::string_view folder :
+         {kSocketFolder, kHwbinderFolder, kPropertyFolder, kStatsFolder, kSensorFolder}) {
+        std::error_code error;
+        fs::create_directories(host::rootedPath(folder), error);
+        if (error) {
+            throw std::runtime_error("cannot create " + host::rootedPath(folder) + ": " +
+                                     error.message());
+        }
+    }
+    mInotify.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    follow(host::rootedPath(kStatsFolder));
+    follow(host::rootedPath(kSensorFolder));
+    mAtomsRead = readFile(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl")).size();
+    for (const char* name : kSensorFiles) {
+        mSensorFiles[name] = readFile(host::rootedPath(std::string(kSensorFolder) + name));
+    }
+    mLoop.watch(mInotify.get(), [this] { onNotified(); });
+}
+
+Stage::~Stage() { mLoop.forget(mInotify.get()); }
+
+std::string Stage::socketFolder() { return host::rootedPath(kSocketFolder); }
+std::string Stage::nl80211Path() { return host::rootedPath("/dev/nl80211"); }
+
+void Stage::follow(const std::string& folder) {
+    if (inotify_add_watch(mInotify.get(), folder.c_str(),
+                          IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE) < 0) {
+        throw std::runtime_error("cannot watch " + folder + ": " + std::strerror(errno));
+    }
+}
+
+std::string Stage::setProperty(const std::string& name, const std::optional<std::string>& value) {
+    const std::string folder = host::rootedPath(kPropertyFolder);
+    const std::string file = folder + name;
+    if (!value) {
+        return unlink(file.c_str()) == 0 || errno == ENOENT
+                   ? ""
+                   : "cannot remove " + file + ": " + std::strerror(errno);
+    }
+    const std::string temporary = folder + "." + name + "." + std::to_string(getpid());
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    out << *value;
+    out.close();
+    if (!out || std::rename(temporary.c_str(), file.c_str()) != 0) {
+        const std::string reason = std::strerror(errno);
+        unlink(temporary.c_str());
+        return "cannot write " + file + ": " + reason;
+    }
+    return "";
+}
+
+std::string Stage::changeFolder(const FolderControl& action) {
+    const std::string folder = host::rootedPath(
+        action.which == FolderControl::Which::Sockets ? kSocketFolder : kHwbinderFolder);
+    std::error_code error;
+    if (action.create) {
+        fs::create_directories(folder, error);
+    } else {
+        fs::remove_all(folder, error);
+    }
+    return error ? folder + ": " + error.message() : "";
+}
+
+void Stage::catchUp() {
+    readAtoms();
+    readSensors();
+}
+
+void Stage::onNotified() {
+    alignas(inotify_event) char buffer[4096];
+    while (read(mInotify.get(), buffer, sizeof(buffer)) > 0) {
+    }
+    catchUp();
+}
+
+void Stage::readAtoms() {
+    std::ifstream in(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl"), std::ios::binary);
+    in.seekg(static_cast<std::streamoff>(mAtomsRead));
+    std::string line;
+    while (std::getline(in, line) && !in.eof()) {
+        mAtomsRead += line.size() + 1;
+        Record record("atom", line);
+        // Each line is one JSON object; anything else is told as text only.
+        if (!line.empty() && line.front() == '{' && line.back() == '}') {
+            record.withJson("atom", line);
+        }
+        mRecorder.add(std::move(record));
+    }
+}
+
+void Stage::readSensors() {
+    for (const char* name : kSensorFiles) {
+        const std::string now = readFile(host::rootedPath(std::string(kSensorFolder) + name));
+        std::string& before = mSensorFiles[name];
+        if (now == before) {
+            continue;
+        }
+        // The clock file only grows: its news are the lines behind.
+        const bool grown = !before.empty() && now.compare(0, before.size(), before) == 0 &&
+                           std::string_view(name) == "camera_clock";
+        mRecorder.add(Record("sensors", name + std::string(": ") +
+                                            oneLine(grown ? now.substr(before.size()) : now)));
+        before = now;
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include <android-base/unique_fd.h>
+
+#include "sim/EventLoop.h"
+#include "sim/Record.h"
+#include "sim/Scenario.h"
+
+namespace sim {
+
+/**
+ * The headset's files below CORVID_WIFI_ROOT: makes the folders, sets properties, and tells as
+ * records what the statistics service ("atom") and the sensor library ("sensors") wrote.
+ */
+class Stage {
+  public:
+    /** Makes the folders, those whose absence is a state of its own included. */
+    Stage(EventLoop& loop, Recorder& recorder);
+    ~Stage();
+    Stage(const Stage&) = delete;
+    Stage& operator=(const Stage&) = delete;
+
+    /** Folder of the supplicant's sockets, with a slash at its end. */
+    static std::string socketFolder();
+    static std::string nl80211Path();
+
+    /** A change is a rename over the file. Returns why it failed, or an empty text. */
+    std::string setProperty(const std::string& name, const std::optional<std::string>& value);
+    std::string changeFolder(const FolderControl& action);
+
+    /** Looks for news in the followed files at once, without waiting for their notification. */
+    void catchUp();
+
+  private:
+    void follow(const std::string& folder);
+    void onNotified();
+    void readAtoms();
+    void readSensors();
+
+    EventLoop& mLoop;
+    Recorder& mRecorder;
+    android::base::unique_fd mInotify;
+    size_t mAtomsRead = 0;
+    std::map<std::string, std::string> mSensorFiles;
+};
+
+}  // namespace sim

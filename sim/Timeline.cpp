@@ -1,0 +1,176 @@
+#include "sim/Timeline.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+/** Longer texts are cut: a line is for reading at a glance. */
+constexpr size_t kLongestText = 160;
+constexpr std::string_view kPowerCommand = "DRIVER SET_TXPOWER ";
+constexpr std::string_view kLevels = "VDIWEF";
+
+/** What can't be printed becomes \xHH. */
+std::string printable(std::string_view text) {
+    std::string out;
+    for (const char c : text.substr(0, kLongestText)) {
+        if (c >= ' ' && c <= '~') {
+            out += c;
+        } else if (c == '\n') {
+            out += ' ';
+        } else {
+            char escaped[8];
+            std::snprintf(escaped, sizeof(escaped), "\\x%02x", static_cast<unsigned char>(c));
+            out += escaped;
+        }
+    }
+    while (!out.empty() && out.back() == ' ') {
+        out.pop_back();
+    }
+    return text.size() > kLongestText ? out + "... (" + std::to_string(text.size()) + " bytes)"
+                                      : out;
+}
+
+/** "RSSI=-48 ... FREQUENCY=5180 ..." of a longer reply gives the two lines that matter. */
+std::string shortReply(std::string_view command, std::string_view reply) {
+    if (command != "SIGNAL_POLL" && command != "STATUS") {
+        return printable(reply);
+    }
+    std::string out;
+    for (size_t begin = 0; begin < reply.size();) {
+        const size_t end = std::min(reply.find('\n', begin), reply.size());
+        const std::string_view entry = reply.substr(begin, end - begin);
+        const std::string_view name = entry.substr(0, entry.find('='));
+        if (name == "RSSI" || name == "FREQUENCY" || name == "bssid" || name == "address" ||
+            name == "ip_address") {
+            out.append(out.empty() ? "" : " ").append(entry);
+        }
+        begin = end + 1;
+    }
+    return out.empty() ? printable(reply) : out;
+}
+
+/** An event's text without its priority tag. */
+std::string_view eventText(std::string_view text) {
+    return text.size() > 3 && text[0] == '<' && text[2] == '>' ? text.substr(3) : text;
+}
+
+}  // namespace
+
+void Timeline::line(const Record& record, Style style, std::string_view who,
+                    std::string_view text) {
+    static constexpr const char* kCodes[] = {"",         "\033[2m",  "\033[1m",
+                                             "\033[36m", "\033[33m", "\033[1;33m",
+                                             "\033[32m", "\033[35m", "\033[1;31m"};
+    const bool colour = mColour && style != Style::Plain;
+    std::printf("%s%8.3f  %-22.*s %.*s%s\n", colour ? kCodes[static_cast<int>(style)] : "",
+                record.t, static_cast<int>(who.size()), who.data(), static_cast<int>(text.size()),
+                text.data(), colour ? "\033[0m" : "");
+    std::fflush(stdout);
+}
+
+void Timeline::print(const Record& record) {
+    if (record.detail) {
+        return;
+    }
+    if (record.kind == "say") {
+        line(record, Style::Bold, "==", record.text);
+    } else if (record.kind == "line") {
+        if (record.text.rfind("say ", 0) != 0) {
+            line(record, Style::Bold, "scenario", record.text);
+        }
+    } else if (record.kind == "event") {
+        line(record, record.field("monitors") == "0" ? Style::Faint : Style::Event,
+             record.socket + " > daemon", printable(eventText(record.text)));
+    } else if (record.kind == "burst") {
+        line(record, Style::Event, record.socket + " > daemon",
+             std::string(record.field("count")) + " times: " + printable(eventText(record.text)));
+    } else if (record.kind == "command") {
+        command(record);
+    } else if (record.kind == "netlink") {
+        netlink(record);
+    } else if (record.kind == "attach" || record.kind == "detach") {
+        const std::string why(record.field("why"));
+        line(record, why == "dropped" ? Style::Warning : Style::Good, "daemon > " + record.socket,
+             record.kind == "attach"
+                 ? "attached as monitor"
+                 : "no monitor any more" + (why.empty() ? "" : " (" + why + ")"));
+    } else if (record.kind == "socket") {
+        line(record, Style::Faint, "supplicant", "socket " + record.socket + " " + record.text);
+    } else if (record.kind == "atom") {
+        atom(record);
+    } else if (record.kind == "sensors") {
+        line(record, Style::Command, "daemon > sensors", record.text);
+    } else if (record.kind == "callback") {
+        line(record, Style::Good, "daemon > client", record.text);
+    } else if (record.kind == "call") {
+        if (record.field("arguments") == "dump") {
+            std::printf("\n%.*s\n", static_cast<int>(record.field("output").size()),
+                        record.field("output").data());
+            std::fflush(stdout);
+        } else {
+            line(record, record.field("status") == "0" ? Style::Good : Style::Warning,
+                 "client > daemon", record.text);
+        }
+    } else if (record.kind == "log") {
+        log(record);
+    } else if (record.kind == "output") {
+        line(record, Style::Warning, record.field("program"), printable(record.text));
+    } else if (record.kind == "error") {
+        line(record, Style::Bad, "failed", record.text);
+    } else if (record.kind == "program" || record.kind == "state") {
+        line(record, Style::Faint, "simulator", record.text);
+    }
+}
+
+void Timeline::command(const Record& record) {
+    const std::string_view reply = record.field("reply");
+    const std::string answer = reply == "null" ? "(no answer)" : shortReply(record.text, reply);
+    std::string text = printable(record.text) + "  ->  " + (answer.empty() ? "(empty)" : answer);
+    Style style = Style::Command;
+    if (record.text.rfind(kPowerCommand, 0) == 0) {
+        style = Style::Power;
+        const std::string power = record.text.substr(kPowerCommand.size());
+        std::string& before = mPower[record.socket];
+        if (reply == "OK\n") {
+            text += before.empty() ? "   [power " + power + "]"
+                                   : "   [power " + before + " -> " + power + "]";
+            before = power;
+        }
+    }
+    line(record, style, "daemon > " + record.socket, text);
+}
+
+void Timeline::netlink(const Record& record) {
+    // Questions about the family and the interfaces only lead to what is worth showing.
+    const bool question = record.text.rfind("GET", 0) == 0;
+    const bool fine = record.field("answer") == "ok";
+    line(record,
+         question && fine ? Style::Faint
+         : fine           ? Style::Command
+                          : Style::Warning,
+         "daemon > nl80211",
+         printable(record.text) + "  ->  " + std::string(record.field("answer")));
+}
+
+void Timeline::log(const Record& record) {
+    const std::string_view level = record.field("level");
+    const char letter = level.empty() ? 'V' : level[0];
+    if (kLevels.find(letter) < kLevels.find(mLowestLevel)) {
+        return;
+    }
+    line(record,
+         letter == 'E' || letter == 'F' ? Style::Bad
+         : letter == 'W'                ? Style::Warning
+                                        : Style::Faint,
+         std::string("log ") + letter, printable(record.text));
+}
+
+void Timeline::atom(const Record& record) {
+    line(record, Style::Good, "daemon > statistics", printable(record.text));
+}
+
+}  // namespace sim

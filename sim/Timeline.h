@@ -1,0 +1,34 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "sim/Record.h"
+
+namespace sim {
+
+/** Prints what happens for a person: one line each, in colour when that is wanted. */
+class Timeline {
+  public:
+    /** Daemon log lines of `lowestLevel` ('V', 'D', 'I', 'W', 'E') and above are shown. */
+    Timeline(bool colour, char lowestLevel) : mColour(colour), mLowestLevel(lowestLevel) {}
+
+    void print(const Record& record);
+
+  private:
+    enum class Style { Plain, Faint, Bold, Event, Command, Power, Good, Warning, Bad };
+
+    void line(const Record& record, Style style, std::string_view who, std::string_view text);
+    void command(const Record& record);
+    void netlink(const Record& record);
+    void log(const Record& record);
+    void atom(const Record& record);
+
+    const bool mColour;
+    const char mLowestLevel;
+    /** The power last set per socket, as the command gave it. */
+    std::map<std::string, std::string> mPower;
+};
+
+}  // namespace sim

@@ -1,0 +1,287 @@
+#include "sim/Words.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+
+namespace sim {
+
+namespace {
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+/** The line without its comment: a # that stands outside of quotes, at a word's beginning. */
+std::string_view withoutComment(std::string_view line) {
+    bool inQuotes = false;
+    for (size_t i = 0; i < line.size(); ++i) {
+        if (inQuotes && line[i] == '\\') {
+            ++i;
+        } else if (line[i] == '"') {
+            inQuotes = !inQuotes;
+        } else if (!inQuotes && line[i] == '#' && (i == 0 || isBlank(line[i - 1]))) {
+            line = line.substr(0, i);
+            break;
+        }
+    }
+    while (!line.empty() && isBlank(line.back())) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+std::string listed(const std::vector<std::string_view>& words) {
+    std::string out;
+    for (const std::string_view word : words) {
+        out.append(out.empty() ? "" : ", ").append(word);
+    }
+    return out;
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    const int lower = std::tolower(static_cast<unsigned char>(c));
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+std::string quote(std::string_view text) { return "'" + std::string(text) + "'"; }
+
+}  // namespace
+
+Words::Words(std::string_view line, int number) : mLine(withoutComment(line)), mNumber(number) {
+    skipBlanks();
+}
+
+void Words::complain(const std::string& message) const { throw ScenarioError(mNumber, message); }
+
+void Words::skipBlanks() {
+    while (mPosition < mLine.size() && isBlank(mLine[mPosition])) {
+        ++mPosition;
+    }
+}
+
+std::string Words::readQuoted() {
+    std::string out;
+    ++mPosition;
+    while (true) {
+        if (mPosition >= mLine.size()) {
+            complain("a text is not ended: the closing \" is missing");
+        }
+        const char c = mLine[mPosition++];
+        if (c == '"') {
+            return out;
+        }
+        if (c != '\\') {
+            out += c;
+            continue;
+        }
+        const char escape = mPosition < mLine.size() ? mLine[mPosition++] : '\0';
+        switch (escape) {
+            case '"':
+            case '\\':
+                out += escape;
+                break;
+            case 'n':
+                out += '\n';
+                break;
+            case 't':
+                out += '\t';
+                break;
+            case 'x': {
+                const int high = mPosition < mLine.size() ? hexDigit(mLine[mPosition]) : -1;
+                const int low = mPosition + 1 < mLine.size() ? hexDigit(mLine[mPosition + 1]) : -1;
+                if (high < 0 || low < 0) {
+                    complain("\\x must be followed by two hexadecimal digits");
+                }
+                out += static_cast<char>(high * 16 + low);
+                mPosition += 2;
+                break;
+            }
+            default:
+                complain("unknown escape \\" + std::string(1, escape) +
+                         "; allowed: \\\" \\\\ \\n \\t \\xHH");
+        }
+    }
+}
+
+std::string Words::readWord() {
+    std::string out;
+    while (mPosition < mLine.size() && !isBlank(mLine[mPosition])) {
+        if (mLine[mPosition] == '"') {
+            out += readQuoted();
+        } else {
+            out += mLine[mPosition++];
+        }
+    }
+    skipBlanks();
+    return out;
+}
+
+std::string Words::word(std::string_view what) {
+    if (atEnd()) {
+        complain(std::string(what) + " is missing");
+    }
+    return readWord();
+}
+
+size_t Words::oneOf(std::string_view what, const std::vector<std::string_view>& allowed) {
+    if (atEnd()) {
+        complain(std::string(what) + " is missing; allowed: " + listed(allowed));
+    }
+    const std::string found = readWord();
+    for (size_t i = 0; i < allowed.size(); ++i) {
+        if (found == allowed[i]) {
+            return i;
+        }
+    }
+    complain("unknown " + std::string(what) + " " + quote(found) + "; allowed: " + listed(allowed));
+}
+
+bool Words::skip(std::string_view text) {
+    const size_t before = mPosition;
+    if (!atEnd() && mLine[mPosition] != '"' && readWord() == text) {
+        return true;
+    }
+    mPosition = before;
+    return false;
+}
+
+std::string Words::textToEnd(std::string_view what) {
+    if (atEnd()) {
+        complain(std::string(what) + " is missing");
+    }
+    if (auto text = quoted()) {
+        end();
+        return *text;
+    }
+    std::string text(mLine.substr(mPosition));
+    mPosition = mLine.size();
+    return text;
+}
+
+std::optional<std::string> Words::quoted() {
+    if (atEnd() || mLine[mPosition] != '"') {
+        return std::nullopt;
+    }
+    return readWord();
+}
+
+void Words::end() {
+    if (!atEnd()) {
+        complain("unexpected " + quote(remainder()) + " at the end of the line");
+    }
+}
+
+void Words::readOptions(const std::vector<std::string_view>& allowed) {
+    while (!atEnd()) {
+        const size_t equals = mLine.find('=', mPosition);
+        const size_t blank = mLine.find_first_of(" \t", mPosition);
+        std::string key(mLine.substr(mPosition, std::min(equals, blank) - mPosition));
+        bool known = false;
+        for (const std::string_view candidate : allowed) {
+            known = known || key == candidate;
+        }
+        if (!known || equals > blank) {
+            complain((known ? quote(key) + " needs a value: " + key + "=VALUE"
+                            : "unknown word " + quote(key)) +
+                     (allowed.empty() ? "; nothing is allowed here"
+                                      : "; allowed (as KEY=VALUE): " + listed(allowed)));
+        }
+        if (option(key)) {
+            complain(quote(key) + " is given twice");
+        }
+        mPosition = equals + 1;
+        std::string value = readWord();
+        if (value.empty()) {
+            complain(quote(key) + " needs a value: " + key + "=VALUE");
+        }
+        mOptions.push_back({std::move(key), std::move(value)});
+    }
+}
+
+std::optional<std::string> Words::option(std::string_view key) const {
+    for (const Option& option : mOptions) {
+        if (option.key == key) {
+            return option.value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string Words::option(std::string_view key, std::string_view otherwise) const {
+    return option(key).value_or(std::string(otherwise));
+}
+
+std::string Words::required(std::string_view key, std::string_view example) const {
+    const auto value = option(key);
+    if (!value) {
+        complain(quote(key) + " is missing, for example " + std::string(key) + "=" +
+                 std::string(example));
+    }
+    return *value;
+}
+
+long Words::number(std::string_view what, const std::string& text, std::string_view unit,
+                   long lowest, long highest) const {
+    const bool hex = text.rfind("0x", 0) == 0;
+    const bool startsWell = !text.empty() && (std::isdigit(static_cast<unsigned char>(text[0])) ||
+                                              text[0] == '-' || text[0] == '+');
+    char* stop = nullptr;
+    errno = 0;
+    const long value = startsWell ? std::strtol(text.c_str(), &stop, hex ? 16 : 10) : 0;
+    const bool digits = startsWell && stop != text.c_str();
+    const std::string_view behind = digits ? std::string_view(stop) : std::string_view();
+    if (!digits || errno != 0 || !(behind.empty() || behind == unit) || value < lowest ||
+        value > highest) {
+        complain(std::string(what) + " " + quote(text) + " is not a whole number from " +
+                 std::to_string(lowest) + " to " + std::to_string(highest) +
+                 (unit.empty() ? "" : " (" + std::string(unit) + ")"));
+    }
+    return value;
+}
+
+Duration Words::duration(std::string_view what, const std::string& text) const {
+    const auto bad = [&] {
+        complain(std::string(what) + " " + quote(text) +
+                 " is not a time; a time is a number with its unit: 250ms, 1.5s, 2min");
+    };
+    const size_t digits = text.find_first_not_of("0123456789.");
+    if (digits == 0 || digits == std::string::npos || text[0] == '.') {
+        bad();
+    }
+    char* stop = nullptr;
+    const std::string number = text.substr(0, digits);
+    const double value = std::strtod(number.c_str(), &stop);
+    const std::string unit = text.substr(digits);
+    const double nanoseconds = unit == "ms" ? 1e6 : unit == "s" ? 1e9 : unit == "min" ? 6e10 : 0;
+    if (*stop != '\0' || nanoseconds == 0 || value * nanoseconds > 1e15) {
+        bad();
+    }
+    return Duration(std::llround(value * nanoseconds));
+}
+
+Width Words::width(const std::string& text) const {
+    std::string number = text;
+    if (number.size() > 3 && number.substr(number.size() - 3) == "MHz") {
+        number.resize(number.size() - 3);
+    }
+    for (const Width candidate :
+         {Width::MHz20, Width::MHz40, Width::MHz80, Width::MHz80Plus80, Width::MHz160}) {
+        if (number == widthText(candidate)) {
+            return candidate;
+        }
+    }
+    complain("width " + quote(text) + " is unknown; allowed (MHz): 20, 40, 80, 80+80, 160");
+}
+
+bool Words::yesNo(std::string_view what, const std::string& text) const {
+    if (text == "yes" || text == "no") {
+        return text == "yes";
+    }
+    complain(std::string(what) + " " + quote(text) + " is unknown; allowed: yes, no");
+}
+
+}  // namespace sim

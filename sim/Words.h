@@ -1,0 +1,72 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/Scenario.h"
+
+namespace sim {
+
+/**
+ * The words of one scenario line, read from left to right. Blanks separate words; "..." holds
+ * blanks and the escapes \" \\ \n \t \xHH, also after a key and its "="; # outside of quotes begins
+ * a comment. Every reader throws ScenarioError, with what is allowed, when it does not find what it
+ * asks for.
+ */
+class Words {
+  public:
+    Words(std::string_view line, int number);
+
+    bool atEnd() const { return mPosition >= mLine.size(); }
+    /** What is not read yet, as it stands, without the comment. */
+    std::string_view remainder() const { return mLine.substr(mPosition); }
+
+    /** The next word; `what` names it in the complaint when there is none. */
+    std::string word(std::string_view what);
+    /** The index of the next word in `allowed`. */
+    size_t oneOf(std::string_view what, const std::vector<std::string_view>& allowed);
+    /** Reads the next word if it is exactly `text`. */
+    bool skip(std::string_view text);
+    /** Everything that is left: one quoted text, or the words as they stand. */
+    std::string textToEnd(std::string_view what);
+    /** A quoted text; empty if the next word isn't one. */
+    std::optional<std::string> quoted();
+    void end();
+
+    /** Reads all words that are left as KEY=VALUE; each key at most once, only those allowed. */
+    void readOptions(const std::vector<std::string_view>& allowed);
+    /** The value of an option; empty if it was not given. */
+    std::optional<std::string> option(std::string_view key) const;
+    std::string option(std::string_view key, std::string_view otherwise) const;
+    /** The value of an option that must be there; `example` is shown when it isn't. */
+    std::string required(std::string_view key, std::string_view example) const;
+
+    /** A whole number, decimal or 0x hex, with or without the unit behind it ("MHz", ""). */
+    long number(std::string_view what, const std::string& text, std::string_view unit, long lowest,
+                long highest) const;
+    /** A time of 0 or more with its unit: "1.5s", "250ms", "2min". */
+    Duration duration(std::string_view what, const std::string& text) const;
+    Width width(const std::string& text) const;
+    bool yesNo(std::string_view what, const std::string& text) const;
+
+    [[noreturn]] void complain(const std::string& message) const;
+
+  private:
+    struct Option {
+        std::string key;
+        std::string value;
+    };
+
+    void skipBlanks();
+    std::string readWord();
+    std::string readQuoted();
+
+    std::string_view mLine;
+    int mNumber;
+    size_t mPosition = 0;
+    std::vector<Option> mOptions;
+};
+
+}  // namespace sim
