@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdio>
+
+#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+
+namespace Ursa::OS::Wifi::Tools {
+
+/** How `monitor` ended. */
+enum class MonitorEnd {
+    Stopped,      ///< by SIGINT or SIGTERM; the callback is unregistered
+    Failed,       ///< refused by the service, or the output can't be written; standard error says
+    ServiceDied,  ///< after the registration
+};
+
+/**
+ * Registers a callback and writes {"event":"registered"}, then each event as a line of JSON, to
+ * `out`, until SIGINT, SIGTERM or the service's death. Lines are flushed one by one. A second
+ * signal of the same kind ends the process at once, also when the service hangs.
+ *
+ * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
+ * ServiceError when the service goes away before the callback is registered.
+ */
+MonitorEnd monitor(::vendor::corvid::hardware::wifi::V1_0::IWifi& service, std::FILE* out);
+
+}  // namespace Ursa::OS::Wifi::Tools
