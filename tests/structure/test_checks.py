@@ -1,0 +1,290 @@
+#!/usr/bin/env python3
+"""Shows of each check of this folder that it can fail, and that it doesn't when it shouldn't."""
+
+import os
+import tempfile
+import unittest
+
+import blueprint
+import check_android_bp
+import check_hal_docs
+import check_includes
+import check_words
+
+
+class TreeTest(unittest.TestCase):
+    """A test on a small source tree of its own."""
+
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        self.root = holder.name
+
+    def write(self, path, text):
+        path = os.path.join(self.root, path)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def assert_complains(self, complaints, *parts):
+        """There is one complaint, and it has all the parts."""
+        self.assertEqual(len(complaints), 1, complaints)
+        for part in parts:
+            self.assertIn(part, complaints[0])
+
+
+class BlueprintTest(unittest.TestCase):
+
+    def test_modules_with_every_kind_of_value_are_read(self):
+        modules = blueprint.parse("""
+            // A comment.
+            cc_binary {
+                name: "a", /* another */
+                vendor: true,
+                srcs: ["b.cpp", "c.cpp"],
+                target: { android: { enabled: false, }, },
+                level: 3
+            }
+            cc_defaults { name: "d", }
+        """)
+        self.assertEqual(modules, [
+            ("cc_binary", {
+                "name": "a",
+                "vendor": True,
+                "srcs": ["b.cpp", "c.cpp"],
+                "target": {"android": {"enabled": False}},
+                "level": 3,
+            }),
+            ("cc_defaults", {"name": "d"}),
+        ])
+
+    def test_what_is_not_the_language_is_an_error(self):
+        for text in ("cc_binary {", "cc_binary { name: }", "cc_binary { srcs: [\"a\" \"b\"] }",
+                     "{}", "cc_binary { name: \"a\", name: \"b\" }", "a = $"):
+            with self.subTest(text), self.assertRaises(blueprint.Error):
+                blueprint.parse(text)
+
+
+MODULE = """cc_library_static {
+    name: "libcorvidwifi_os",
+    srcs: ["Poll.cpp"],
+}
+"""
+
+
+class AndroidBpTest(TreeTest):
+
+    def setUp(self):
+        super().setUp()
+        self.write("os/Android.bp", MODULE)
+        self.write("os/Poll.cpp", "")
+        self.write("build/source-lists/libcorvidwifi_os", "os/Poll.cpp\n")
+
+    def check(self):
+        return check_android_bp.check(self.root, os.path.join(self.root, "build/source-lists"))
+
+    def test_equal_lists_are_fine(self):
+        self.assertEqual(self.check(), [])
+
+    def test_a_source_that_only_cmake_has_is_found(self):
+        self.write("os/Log.cpp", "")
+        self.write("build/source-lists/libcorvidwifi_os", "os/Poll.cpp\nos/Log.cpp\n")
+        self.assert_complains(self.check(), "os/Log.cpp is missing in the Android.bp")
+
+    def test_a_source_that_only_the_device_has_is_found(self):
+        self.write("os/Android.bp", MODULE.replace('["Poll.cpp"]', '["Log.cpp", "Poll.cpp"]'))
+        self.assertIn("libcorvidwifi_os: os/Log.cpp is missing in the CMakeLists.txt",
+                      self.check())
+
+    def test_a_source_that_is_listed_twice_is_found(self):
+        self.write("os/Android.bp", MODULE.replace(
+            '["Poll.cpp"]', '[\n        "Poll.cpp",\n        "Poll.cpp",\n    ]'))
+        self.assert_complains(self.check(), "os/Poll.cpp is twice")
+
+    def test_a_module_without_a_target_is_found(self):
+        self.write("tools/Android.bp", MODULE.replace("_os", "_tools"))
+        self.assert_complains(self.check(), "libcorvidwifi_tools", "CMake does not build")
+
+    def test_a_target_without_a_module_is_found(self):
+        self.write("build/source-lists/libcorvidwifi_tools", "tools/main.cpp\n")
+        self.assert_complains(self.check(), "libcorvidwifi_tools", "no Android.bp")
+
+    def test_a_source_that_nothing_builds_is_found(self):
+        self.write("managers/StaManager.cpp", "")
+        self.assert_complains(self.check(), "managers/StaManager.cpp", "no target")
+
+    def test_sources_in_defaults_are_found(self):
+        self.write("tools/Android.bp", MODULE.replace("cc_library_static", "cc_defaults"))
+        self.assert_complains(self.check(), "cc_defaults", "has srcs")
+
+    def test_two_modules_of_one_name_are_found(self):
+        self.write("tools/Android.bp", MODULE)
+        self.assert_complains(self.check(), "another module libcorvidwifi_os")
+
+    def test_nothing_to_compare_is_no_success(self):
+        os.remove(os.path.join(self.root, "os/Android.bp"))
+        os.remove(os.path.join(self.root, "os/Poll.cpp"))
+        os.remove(os.path.join(self.root, "build/source-lists/libcorvidwifi_os"))
+        self.assert_complains(self.check(), "nothing to compare")
+
+    def test_bad_formatting_is_found(self):
+        self.write("os/Android.bp", MODULE.replace("    name", "  name"))
+        self.assert_complains(self.check(), "os/Android.bp: not formatted")
+
+    def test_what_bpfmt_can_not_read_is_found(self):
+        self.write("os/Android.bp", MODULE + "cc_binary {\n")
+        complaints = check_android_bp.formatting(self.root)
+        self.assert_complains(complaints, "os/Android.bp: bpfmt does not accept it")
+
+
+class IncludesTest(TreeTest):
+
+    def check(self, path, include):
+        for header in ("os/Poll.h", "client/WpaClient.h", "host/root/HostRoot.h"):
+            self.write(header, "#pragma once\n")
+        self.write(path, f"// One line.\n#include {include}\n")
+        return check_includes.check(self.root)
+
+    def test_what_is_allowed_is_fine(self):
+        for path, include in (
+            ("client/WpaClient.cpp", '"client/WpaClient.h"'),
+            ("client/WpaClient.cpp", '"os/Poll.h"'),
+            ("client/WpaClient.cpp", "<netlink/msg.h>"),
+            ("client/WpaClient.cpp", "<wpa_ctrl.h>"),
+            ("client/WpaClient.cpp", "<sys/epoll.h>"),
+            ("client/WpaClient.cpp", "<vector>"),
+            ("client/WpaClient.cpp", "<android-base/unique_fd.h>"),
+            ("config/Properties.cpp", "<sys/system_properties.h>"),
+            ("host/stats/Stats.cpp", '"Stats.h"'),
+            ("host/eventfd/EventFd.cpp", '"os/Poll.h"'),
+            ("sim/Stage.cpp", '"host/root/HostRoot.h"'),
+            ("tests/os/PollTest.cpp", '"os/Poll.h"'),
+        ):
+            with self.subTest(path=path, include=include):
+                self.assertEqual(self.check(path, include), [])
+                os.remove(os.path.join(self.root, path))
+
+    def test_what_is_not_allowed_is_found(self):
+        for path, include, part in (
+            ("os/Poll.cpp", '"client/WpaClient.h"', "os/ may include os/ only"),
+            ("config/Properties.cpp", '"os/Poll.h"', "config/ may include"),
+            ("tools/main.cpp", '"os/Poll.h"', "tools/ may include"),
+            ("managers/StaManager.cpp", '"service/CorvidWifiManager.h"', "managers/ may include"),
+            ("client/WpaClient.cpp", '"host/root/HostRoot.h"', "the device's own names"),
+            ("client/WpaClient.cpp", '"WpaClient.h"', "by their path from the root"),
+            ("client/WpaClient.cpp", '"../os/Poll.h"', "not by .."),
+            ("client/WpaClient.cpp", '"client/Missing.h"', "no such file"),
+            ("client/WpaClient.cpp", "<os/Poll.h>", "with quotation marks"),
+            ("client/WpaClient.cpp", "<hidl/Status.h>", "may not use this library"),
+            ("os/Poll.cpp", "<wpa_ctrl.h>", "may not use this library"),
+            ("managers/StaManager.cpp", "<sys/system_properties.h>", "may not use this library"),
+            ("managers/StaManager.cpp", "<netlink/msg.h>", "may not use this library"),
+            ("host/stats/Stats.cpp", '"os/Poll.h"', "host/ may include"),
+            ("host/stats/Stats.cpp", '"client/WpaClient.h"', "host/ may include"),
+            ("sim/Stage.cpp", '"client/WpaClient.h"', "sim/ may include"),
+        ):
+            with self.subTest(path=path, include=include):
+                self.assert_complains(self.check(path, include), f"{path}:2: ", part)
+                os.remove(os.path.join(self.root, path))
+
+    def test_no_sources_are_no_success(self):
+        self.assert_complains(check_includes.check(self.root), "no sources")
+
+
+HAL = """package vendor.corvid.hardware.wifi@1.0;
+
+import types;
+
+/** The service. */
+interface IWifi {
+    /** A pair. */
+    struct Pair {
+        /** In MHz. */
+        int32_t frequency;
+    };
+
+    /**
+     * Does something.
+     *
+     * @param count how often, { or ( or ; no matter.
+     * @param names of what.
+     * @return status 0 when done.
+     */
+    doIt(uint32_t count, vec<string> names) generates (Status status);
+
+    /** Ends it. */
+    oneway end();
+};
+
+/** A kind. */
+enum Kind : uint32_t {
+    NONE = 0,
+};
+"""
+
+
+class HalDocsTest(TreeTest):
+
+    def complaints(self, without):
+        self.assertIn(without, HAL)
+        return check_hal_docs.complaints_about("a.hal", HAL.replace(without, ""))
+
+    def test_a_documented_file_is_fine(self):
+        self.assertEqual(check_hal_docs.complaints_about("a.hal", HAL), [])
+
+    def test_a_missing_comment_is_found(self):
+        for comment, what in (("/** The service. */", "interface IWifi"),
+                              ("/** A pair. */", "struct Pair"),
+                              ("/** In MHz. */", "frequency"),
+                              ("/** Ends it. */", "end"),
+                              ("/** A kind. */", "enum Kind")):
+            with self.subTest(comment):
+                self.assert_complains(self.complaints(comment), what, "has no doc comment")
+
+    def test_an_undocumented_parameter_is_found(self):
+        self.assert_complains(self.complaints("@param names of what."), "doIt", "@param names")
+
+    def test_an_undocumented_result_is_found(self):
+        self.assert_complains(self.complaints("@return status 0 when done."), "doIt", "@return")
+
+    def test_an_ordinary_comment_does_not_count(self):
+        complaints = check_hal_docs.complaints_about(
+            "a.hal", HAL.replace("/** Ends it. */", "/* Ends it. */"))
+        self.assertEqual(len(complaints), 1, complaints)
+
+    def test_no_files_are_no_success(self):
+        self.assert_complains(check_hal_docs.check(self.root), "no .hal files")
+
+    def test_an_empty_file_is_no_success(self):
+        self.write("interface/wifi/1.0/types.hal", "package a@1.0;\n")
+        self.assert_complains(check_hal_docs.check(self.root), "declares nothing")
+
+
+class WordsTest(TreeTest):
+
+    def check(self, text):
+        self.write("a.txt", "One line.\n" + text + "\n")
+        return check_words.check(self.root)
+
+    def test_ordinary_text_is_fine(self):
+        for text in ("see host/root/HostRoot.h", "${ROOT}/home/x", "/tmp/name.XXXXXX", "=======",
+                     "a <<<<<<< b", "/data/vendor/wifi/wpa/sockets/"):
+            with self.subTest(text):
+                self.assertEqual(self.check(text), [])
+
+    def test_unwanted_words_are_found(self):
+        for text in ("/" + "home/me/x", "cd /" + "root/x", "<" * 7 + " HEAD", ">" * 7 + " topic",
+                     "// TO" + "DO: later", "FIX" + "ME", "DO NOT SUB" + "MIT"):
+            with self.subTest(text):
+                self.assert_complains(self.check(text), "a.txt:2: ")
+
+    def test_what_is_no_text_is_left_alone(self):
+        self.write("a.bin", "\0/" + "home/me/x")
+        self.assertEqual(self.check("fine"), [])
+
+    def test_no_files_are_no_success(self):
+        self.assert_complains(check_words.check(self.root), "no files")
+
+
+if __name__ == "__main__":
+    unittest.main()
