@@ -17,7 +17,7 @@ struct Collected {
     std::condition_variable grown;
     std::vector<LogCapture::Line> lines;
     bool capturing = false;
-    int priorityBefore = ANDROID_LOG_DEFAULT;
+    int priorityBefore = ANDROID_LOG_DEFAULT;  ///< the capture's own, not guarded
 };
 
 /** Never destroyed: threads may log while the process ends. */
@@ -41,21 +41,24 @@ bool isMessage(const LogCapture::Line& line, std::string_view message) {
 
 LogCapture::LogCapture() {
     Collected& all = collected();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    if (all.capturing) {
-        abort();  // two of them would take each other's lines
+    {
+        const std::lock_guard<std::mutex> lock(all.mutex);
+        if (all.capturing) {
+            abort();  // two of them would take each other's lines
+        }
+        all.capturing = true;
+        all.lines.clear();
     }
-    all.capturing = true;
-    all.lines.clear();
+    // Without our lock: liblog holds one of its own, also while it calls collect().
     all.priorityBefore = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(collect);
 }
 
 LogCapture::~LogCapture() {
     Collected& all = collected();
-    const std::lock_guard<std::mutex> lock(all.mutex);
     __android_log_set_logger(__android_log_stderr_logger);
     __android_log_set_minimum_priority(all.priorityBefore);
+    const std::lock_guard<std::mutex> lock(all.mutex);
     all.capturing = false;
 }
 

@@ -16,7 +16,6 @@ using test::concat;
 using test::number16;
 using test::number32;
 using test::number8;
-using test::parseAttributes;
 using test::terminatedText;
 
 constexpr uint16_t kVendorData = NL80211_ATTR_VENDOR_DATA | NLA_F_NESTED;

@@ -124,7 +124,7 @@ TEST_F(InterfaceName, IsNullForAnUnknownKindWhichIsNotAskedFor) {
 }
 
 /** The answer of a dump with one entry that has the attributes `attributes`. */
-auto entry(Bytes attributes) {
+auto entry(const Bytes& attributes) {
     return [attributes](const NetlinkRequest& request) -> std::vector<Bytes> {
         return {dumpEntry(request, NL80211_CMD_NEW_INTERFACE, attributes), done(request)};
     };
@@ -202,6 +202,7 @@ TEST_F(InterfaceName, OnePerCallIsFoundByManyThreadsOneExchangeAtATime) {
                 done(request)};
     });
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int thread = 0; thread < 4; ++thread) {
         threads.emplace_back([this] {
             for (int call = 0; call < 25; ++call) {

@@ -73,9 +73,10 @@ inline Bytes interfaceEntry(const NetlinkRequest& request, std::string_view name
 }
 
 /** An answer to an interface dump: one packet of entries, then the end in a packet of its own. */
-inline auto interfaces(std::vector<std::string> names) {
+inline auto interfaces(const std::vector<std::string>& names) {
     return [names](const NetlinkRequest& request) {
         std::vector<Bytes> entries;
+        entries.reserve(names.size());
         for (const std::string& name : names) {
             entries.push_back(interfaceEntry(request, name));
         }
