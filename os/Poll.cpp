@@ -127,7 +127,9 @@ int Poll::poll(int timeoutMs) {
 }
 
 void Poll::dispatch(uint64_t token, uint32_t events) {
-    run_({token, events, find_(*state_.lock(), token)});
+    // Looked up in a statement of its own: the lock must be gone before the callback runs.
+    SharedCallback callback = find_(*state_.lock(), token);
+    run_({token, events, std::move(callback)});
 }
 
 Poll::SharedCallback Poll::find_(const State& state, uint64_t token) {
