@@ -1,0 +1,5 @@
+#pragma once
+
+#include "os/Log.h"
+
+inline void logFromHeader() { WIFI_LOGW("from a header"); }

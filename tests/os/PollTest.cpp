@@ -1,0 +1,605 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <android-base/stringprintf.h>
+#include <android-base/unique_fd.h>
+#include <android/log.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include "os/Poll.h"
+#include "tests/support/Descriptors.h"
+#include "tests/support/LogCapture.h"
+
+namespace Ursa::OS {
+
+class PollTestPeer {
+  public:
+    static int epollFd(const Poll& poll) { return poll.epollFd_.get(); }
+    static void setNextToken(Poll& poll, uint32_t next) { poll.state_.lock()->nextToken = next; }
+    static size_t registrations(Poll& poll) { return poll.state_.lock()->callbacks.size(); }
+    static float callbacksLoadFactor(Poll& poll) {
+        return poll.state_.lock()->callbacks.max_load_factor();
+    }
+    static float fdMapLoadFactor(Poll& poll) { return poll.state_.lock()->fdMap.max_load_factor(); }
+    static void dispatch(Poll& poll, uint64_t token, uint32_t events) {
+        poll.dispatch(token, events);
+    }
+};
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/** A descriptor that is ready when the test says so. */
+class Source {
+  public:
+    int fd() const { return fd_.get(); }
+    void signal() const { eventfd_write(fd_.get(), 1); }
+    void drain() const {
+        eventfd_t ignored = 0;
+        eventfd_read(fd_.get(), &ignored);
+    }
+    void close() { fd_.reset(); }
+
+  private:
+    android::base::unique_fd fd_{eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};
+};
+
+Poll::Callback counting(std::atomic<int>& calls, PollAction action = PollAction::Continue) {
+    return [&calls, action](int, int) {
+        ++calls;
+        return action;
+    };
+}
+
+uint64_t token(uint32_t count, int fd) {
+    return (static_cast<uint64_t>(count) << 32) | static_cast<uint32_t>(fd);
+}
+
+std::string notFoundLine(uint64_t value) {
+    return android::base::StringPrintf("Unable to find callback for epoll_event token %016lx",
+                                       static_cast<unsigned long>(value));
+}
+
+std::string notAddedLine(int fd) {
+    return android::base::StringPrintf("cannot removeFd fd (%d), not added or no longer in Poll",
+                                       fd);
+}
+
+TEST(Poll, WaitingForEverWithNothingRegisteredReturnsMinus22) {
+    Poll poll;
+    EXPECT_EQ(poll.poll(-1), -22);
+}
+
+TEST(Poll, ATimeoutReturnsZeroAlsoWithNothingRegistered) {
+    Poll poll;
+    EXPECT_EQ(poll.poll(0), 0);
+    EXPECT_EQ(poll.poll(1), 0);
+    const Source source;
+    std::atomic<int> calls{0};
+    poll.addFd(source.fd(), EPOLLIN, counting(calls));
+    EXPECT_EQ(poll.poll(1), 0);
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(Poll, AReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
+    Poll poll;
+    const Source source;
+    std::vector<std::pair<int, int>> calls;
+    EXPECT_EQ(poll.addFd(source.fd(), EPOLLIN,
+                         [&](int fd, int events) {
+                             calls.emplace_back(fd, events);
+                             return PollAction::Continue;
+                         }),
+              0);
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_THAT(calls, ElementsAre(std::make_pair(source.fd(), static_cast<int>(EPOLLIN))));
+}
+
+TEST(Poll, AHangUpIsReportedToTheCallback) {
+    Poll poll;
+    std::array<int, 2> ends = {};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    const android::base::unique_fd reader(ends[0]);
+    int seen = 0;
+    poll.addFd(reader.get(), EPOLLIN, [&](int, int events) {
+        seen = events;
+        return PollAction::Continue;
+    });
+    close(ends[1]);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(seen, EPOLLHUP);
+}
+
+TEST(Poll, ADescriptorThatStaysReadyIsReportedAgain) {
+    Poll poll;
+    const Source source;
+    std::atomic<int> calls{0};
+    poll.addFd(source.fd(), EPOLLIN, counting(calls));
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(calls, 2);
+}
+
+TEST(Poll, ACallbackThatAnswersRemoveIsNotCalledAgain) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source source;
+    std::atomic<int> calls{0};
+    poll.addFd(source.fd(), EPOLLIN, counting(calls, PollAction::Remove));
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(0), 0);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(Poll, ACallbackThatRemovesItselfAndAnswersRemoveLogsOneErrorLineAndHasNoOtherEffect) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source source;
+    const Source other;
+    std::atomic<int> calls{0};
+    std::atomic<int> otherCalls{0};
+    poll.addFd(source.fd(), EPOLLIN, [&](int fd, int) {
+        ++calls;
+        poll.removeFd(fd);
+        return PollAction::Remove;
+    });
+    poll.addFd(other.fd(), EPOLLIN, counting(otherCalls));
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR), ElementsAre(notAddedLine(source.fd())));
+    other.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(otherCalls, 1);
+}
+
+TEST(Poll, ACallbackThatRemovesItselfAndAnswersContinueIsGone) {
+    Poll poll;
+    const Source source;
+    std::atomic<int> calls{0};
+    poll.addFd(source.fd(), EPOLLIN, [&](int fd, int) {
+        ++calls;
+        poll.removeFd(fd);
+        return PollAction::Continue;
+    });
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(0), 0);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(Poll, AnEventOfACallbackThatWasRemovedEarlierInTheBatchIsDroppedWithTheDebugLine) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source first;
+    const Source second;
+    std::atomic<int> secondCalls{0};
+    poll.addFd(first.fd(), EPOLLIN, [&](int, int) {
+        first.drain();
+        poll.removeFd(second.fd());
+        return PollAction::Continue;
+    });
+    poll.addFd(second.fd(), EPOLLIN, counting(secondCalls));
+    first.signal();
+    second.signal();
+    EXPECT_EQ(poll.poll(-1), 2);
+    EXPECT_EQ(secondCalls, 0);
+    EXPECT_THAT(log.messages(ANDROID_LOG_DEBUG), ElementsAre(notFoundLine(token(2, second.fd()))));
+}
+
+TEST(Poll, AStaleEventNeverReachesANewerCallbackOnTheSameDescriptorNumber) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source first;
+    Source second;
+    const int number = second.fd();
+    const Source replacement;
+    std::atomic<int> olderCalls{0};
+    std::atomic<int> newerCalls{0};
+    poll.addFd(first.fd(), EPOLLIN, [&](int, int) {
+        first.drain();
+        poll.removeFd(number);
+        EXPECT_EQ(dup2(replacement.fd(), number), number);
+        poll.addFd(number, EPOLLIN, counting(newerCalls));
+        return PollAction::Continue;
+    });
+    poll.addFd(number, EPOLLIN, counting(olderCalls));
+    first.signal();
+    second.signal();
+    EXPECT_EQ(poll.poll(-1), 2);
+    EXPECT_EQ(olderCalls, 0);
+    EXPECT_EQ(newerCalls, 0);
+    EXPECT_EQ(log.count(ANDROID_LOG_DEBUG, notFoundLine(token(2, number))), 1u);
+
+    replacement.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(newerCalls, 1);
+}
+
+TEST(Poll, MoreThanTenReadyDescriptorsAreServedOverSuccessiveCalls) {
+    Poll poll;
+    const std::array<Source, 25> sources;
+    std::vector<int> served;
+    for (const Source& source : sources) {
+        poll.addFd(source.fd(), EPOLLIN, [&](int fd, int) {
+            source.drain();
+            served.push_back(fd);
+            return PollAction::Continue;
+        });
+        source.signal();
+    }
+    EXPECT_EQ(poll.poll(-1), 10);
+    EXPECT_EQ(poll.poll(-1), 10);
+    EXPECT_EQ(poll.poll(-1), 5);
+    EXPECT_EQ(poll.poll(0), 0);
+    std::vector<int> expected;
+    for (const Source& source : sources) {
+        expected.push_back(source.fd());
+    }
+    EXPECT_EQ(served, expected);
+}
+
+TEST(Poll, ACallbackMayAddAndRemoveOthers) {
+    Poll poll;
+    const Source first;
+    const Source second;
+    std::atomic<int> secondCalls{0};
+    poll.addFd(first.fd(), EPOLLIN, [&](int, int) {
+        first.drain();
+        poll.addFd(second.fd(), EPOLLIN, counting(secondCalls, PollAction::Remove));
+        return PollAction::Continue;
+    });
+    second.signal();
+    first.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(secondCalls, 1);
+}
+
+TEST(Poll, ACallbackBehindARemovalInTheSameBatchMayAddAndRemoveToo) {
+    Poll poll;
+    const std::array<Source, 3> sources;
+    const Source added;
+    std::atomic<int> addedCalls{0};
+    poll.addFd(sources[0].fd(), EPOLLIN, [&](int, int) { return PollAction::Remove; });
+    poll.addFd(sources[1].fd(), EPOLLIN, [&](int, int) {
+        poll.addFd(added.fd(), EPOLLIN, counting(addedCalls, PollAction::Remove));
+        return PollAction::Remove;
+    });
+    poll.addFd(sources[2].fd(), EPOLLIN, [&](int fd, int) {
+        poll.removeFd(fd);
+        return PollAction::Continue;
+    });
+    for (const Source& source : sources) {
+        source.signal();
+    }
+    added.signal();
+    EXPECT_EQ(poll.poll(-1), 3);
+    EXPECT_EQ(PollTestPeer::registrations(poll), 1u);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(addedCalls, 1);
+}
+
+TEST(Poll, ACallbackMayReplaceItsOwnRegistration) {
+    Poll poll;
+    const Source source;
+    std::atomic<int> olderCalls{0};
+    std::atomic<int> newerCalls{0};
+    poll.addFd(source.fd(), EPOLLIN, [&](int fd, int) {
+        ++olderCalls;
+        poll.removeFd(fd);
+        poll.addFd(fd, EPOLLIN, counting(newerCalls));
+        return PollAction::Continue;
+    });
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(olderCalls, 1);
+    EXPECT_EQ(newerCalls, 1);
+}
+
+TEST(Poll, ARunningCallbackStaysAliveWhenItRemovesItselfAndDiesAfterwards) {
+    Poll poll;
+    const Source source;
+    auto held = std::make_shared<int>(7);
+    const std::weak_ptr<int> weak = held;
+    int seen = 0;
+    poll.addFd(source.fd(), EPOLLIN, [&poll, &seen, held = std::move(held)](int fd, int) {
+        poll.removeFd(fd);
+        seen = *held;
+        return PollAction::Continue;
+    });
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(seen, 7);
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST(Poll, ARemovedCallbackDiesWithItsRegistration) {
+    Poll poll;
+    const Source source;
+    auto held = std::make_shared<int>(7);
+    const std::weak_ptr<int> weak = held;
+    poll.addFd(source.fd(), EPOLLIN,
+               [held = std::move(held)](int, int) { return PollAction::Continue; });
+    EXPECT_FALSE(weak.expired());
+    poll.removeFd(source.fd());
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST(Poll, ACallbackMayHoldSomethingThatUsesThePollWhileItIsDestroyed) {
+    // The last reference to it goes in removeFd(), which must not hold its lock by then.
+    Poll poll;
+    const Source source;
+    const Source owned;
+    poll.addFd(owned.fd(), EPOLLIN, [](int, int) { return PollAction::Continue; });
+    std::shared_ptr<int> held(new int, [&](const int* value) {
+        delete value;
+        poll.removeFd(owned.fd());
+    });
+    poll.addFd(source.fd(), EPOLLIN,
+               [held = std::move(held)](int, int) { return PollAction::Continue; });
+    poll.removeFd(source.fd());
+    EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
+}
+
+TEST(Poll, DestructionDropsEveryCallbackAndClosesTheEpollDescriptor) {
+    const Source source;
+    const int before = test::openDescriptors();
+    auto held = std::make_shared<int>(7);
+    const std::weak_ptr<int> weak = held;
+    {
+        Poll poll;
+        EXPECT_EQ(test::openDescriptors(), before + 1);
+        poll.addFd(source.fd(), EPOLLIN,
+                   [held = std::move(held)](int, int) { return PollAction::Continue; });
+    }
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(test::openDescriptors(), before);
+}
+
+TEST(Poll, TheEpollDescriptorIsNotInheritedByPrograms) {
+    const Poll poll;
+    EXPECT_EQ(fcntl(PollTestPeer::epollFd(poll), F_GETFD), FD_CLOEXEC);
+}
+
+TEST(Poll, BothTablesGrowAtALoadFactorOfOne) {
+    Poll poll;
+    EXPECT_EQ(PollTestPeer::callbacksLoadFactor(poll), 1.0F);
+    EXPECT_EQ(PollTestPeer::fdMapLoadFactor(poll), 1.0F);
+}
+
+TEST(Poll, TheRegistrationCountWrapsSilently) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source first;
+    const Source second;
+    std::atomic<int> calls{0};
+    PollTestPeer::setNextToken(poll, 0xFFFFFFFF);
+    poll.addFd(first.fd(), EPOLLIN, counting(calls, PollAction::Remove));
+    poll.addFd(second.fd(), EPOLLIN, counting(calls, PollAction::Remove));
+    first.signal();
+    second.signal();
+    EXPECT_EQ(poll.poll(-1), 2);
+    EXPECT_EQ(calls, 2);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(Poll, ATokenIsTheRegistrationCountAboveTheDescriptor) {
+    Poll poll;
+    const Source first;
+    const Source second;
+    std::atomic<int> calls{0};
+    poll.addFd(first.fd(), EPOLLIN, counting(calls));
+    poll.addFd(second.fd(), EPOLLIN, counting(calls));
+    PollTestPeer::dispatch(poll, token(1, first.fd()), EPOLLIN);
+    PollTestPeer::dispatch(poll, token(2, second.fd()), EPOLLIN);
+    EXPECT_EQ(calls, 2);
+}
+
+TEST(Poll, RemovingAnUnknownDescriptorIsLoggedAndTolerated) {
+    const test::LogCapture log;
+    Poll poll;
+    poll.removeFd(4711);
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR), ElementsAre(notAddedLine(4711)));
+    EXPECT_EQ(log.lines().at(0).tag, "CorvidWifi");
+}
+
+TEST(Poll, RemovingADescriptorThatWasClosedFirstIsLoggedAndTolerated) {
+    const test::LogCapture log;
+    Poll poll;
+    Source source;
+    const int number = source.fd();
+    poll.addFd(number, EPOLLIN, [](int, int) { return PollAction::Continue; });
+    source.close();
+    poll.removeFd(number);
+    EXPECT_THAT(
+        log.messages(ANDROID_LOG_ERROR),
+        ElementsAre(android::base::StringPrintf(
+            "epoll_ctl returned EBADF; fd (%d) closed before removing from epoll!", number)));
+    EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
+}
+
+TEST(Poll, AFailedWaitIsLoggedAndReturnedAsANegativeErrno) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source notAnEpoll;
+    ASSERT_NE(dup2(notAnEpoll.fd(), PollTestPeer::epollFd(poll)), -1);
+    EXPECT_EQ(poll.poll(0), -EINVAL);
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
+                ElementsAre("error in epoll_wait: Invalid argument"));
+}
+
+std::atomic<int> signalsHandled{0};
+
+TEST(Poll, ASignalDoesNotEndTheWait) {
+    struct sigaction action = {};
+    action.sa_handler = [](int) { ++signalsHandled; };  // without SA_RESTART
+    struct sigaction before = {};
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+
+    Poll poll;
+    const Source source;
+    std::atomic<int> calls{0};
+    poll.addFd(source.fd(), EPOLLIN, counting(calls));
+    std::atomic<int> result{-1};
+    std::thread loop([&] { result = poll.poll(60'000); });
+    for (int i = 0; i < 20; ++i) {
+        const int handled = signalsHandled;
+        pthread_kill(loop.native_handle(), SIGUSR1);
+        while (signalsHandled == handled) {
+            std::this_thread::yield();
+        }
+    }
+    EXPECT_EQ(result, -1);
+    source.signal();
+    loop.join();
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(calls, 1);
+    sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(Poll, AnExceptionOfACallbackLeavesPollAndTheLoopGoesOn) {
+    Poll poll;
+    const std::array<Source, 2> sources;
+    std::atomic<int> calls{0};
+    poll.addFd(sources[0].fd(), EPOLLIN, [&](int, int) -> PollAction {
+        sources[0].drain();
+        throw std::runtime_error("defect");
+    });
+    poll.addFd(sources[1].fd(), EPOLLIN, counting(calls));
+    sources[0].signal();
+    sources[1].signal();
+    EXPECT_THROW(poll.poll(-1), std::runtime_error);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST(Poll, OtherThreadsAddAndRemoveWhileTheLoopRuns) {
+    Poll poll;
+    const Source stop;
+    std::atomic<bool> running{true};
+    poll.addFd(stop.fd(), EPOLLIN, [&](int, int) {
+        running = false;
+        return PollAction::Remove;
+    });
+    std::thread loop([&] {
+        while (running) {
+            poll.poll(-1);
+        }
+    });
+    const auto churn = [&] {
+        for (int i = 0; i < 300; ++i) {
+            const auto source = std::make_shared<Source>();
+            const auto calls = std::make_shared<std::atomic<int>>(0);
+            poll.addFd(source->fd(), EPOLLIN, [source, calls](int, int) {
+                source->drain();
+                ++*calls;
+                return PollAction::Continue;
+            });
+            source->signal();
+            while (i % 3 == 0 && *calls == 0) {
+                std::this_thread::yield();
+            }
+            poll.removeFd(source->fd());
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back(churn);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    stop.signal();
+    loop.join();
+    EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
+}
+
+TEST(Poll, ACallbackRemovedInItsBatchByAnotherThreadIsNotCalledAfterwards) {
+    // The first callback waits until another thread has removed the second.
+    Poll poll;
+    const Source first;
+    const Source second;
+    std::atomic<int> secondCalls{0};
+    poll.addFd(first.fd(), EPOLLIN, [&](int, int) {
+        first.drain();
+        std::thread([&] { poll.removeFd(second.fd()); }).join();
+        return PollAction::Continue;
+    });
+    poll.addFd(second.fd(), EPOLLIN, counting(secondCalls));
+    first.signal();
+    second.signal();
+    EXPECT_EQ(poll.poll(-1), 2);
+    EXPECT_EQ(secondCalls, 0);
+}
+
+class PollDeathTest : public testing::Test {
+  protected:
+    // Each statement runs in a process of its own that holds no other test's threads.
+    PollDeathTest() { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+};
+
+TEST_F(PollDeathTest, ASecondRegistrationOfADescriptorAborts) {
+    Poll poll;
+    const Source source;
+    const auto callback = [](int, int) { return PollAction::Continue; };
+    poll.addFd(source.fd(), EPOLLIN, callback);
+    EXPECT_DEATH(poll.addFd(source.fd(), EPOLLIN, callback),
+                 "fd \\([0-9]+\\) is already added to Poll");
+}
+
+TEST_F(PollDeathTest, ADescriptorThatEpollRefusesAborts) {
+    Poll poll;
+    const android::base::unique_fd file(open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
+    EXPECT_DEATH(poll.addFd(file.get(), EPOLLIN, [](int, int) { return PollAction::Continue; }),
+                 "error adding fd \\([0-9]+\\) to epoll: Operation not permitted");
+}
+
+TEST_F(PollDeathTest, RemovingADescriptorThatIsAnotherFileByNowAborts) {
+    Poll poll;
+    const Source source;
+    const Source other;
+    poll.addFd(source.fd(), EPOLLIN, [](int, int) { return PollAction::Continue; });
+    EXPECT_DEATH(
+        {
+            dup2(other.fd(), source.fd());
+            poll.removeFd(source.fd());
+        },
+        "error removing fd \\([0-9]+\\) from epoll: : No such file or directory");
+}
+
+TEST_F(PollDeathTest, AProcessWithoutADescriptorToSpareAborts) {
+    EXPECT_DEATH(
+        {
+            const test::DescriptorLimit limit(0);
+            const Poll poll;
+        },
+        "error creating epoll fd: Too many open files");
+}
+
+}  // namespace
+}  // namespace Ursa::OS

@@ -1,0 +1,206 @@
+#include "tests/support/FakeControlSocket.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include <sys/eventfd.h>
+#include <sys/time.h>
+
+namespace test {
+
+namespace {
+
+android::base::unique_fd listenAt(const std::string& path) {
+    android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        abort();
+    }
+    path.copy(address.sun_path, path.size());
+    unlink(path.c_str());
+    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+        abort();
+    }
+    const timeval patience = {10, 0};
+    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    return fd;
+}
+
+}  // namespace
+
+bool FakeControlSocket::Peer::operator==(const Peer& other) const {
+    return length == other.length && memcmp(&address, &other.address, length) == 0;
+}
+
+FakeControlSocket::FakeControlSocket(std::string path)
+    : path_(std::move(path)),
+      socket_(listenAt(path_)),
+      stopEvent_(eventfd(0, EFD_CLOEXEC)),
+      answer_([](const std::string&) { return "OK\n"; }),
+      thread_([this] { run_(); }) {}
+
+FakeControlSocket::~FakeControlSocket() {
+    stop_();
+    if (!crashed_) {
+        unlink(path_.c_str());
+    }
+}
+
+void FakeControlSocket::crash() {
+    stop_();
+    // As close() would, but for the descriptor: another thread may be about to send an event.
+    shutdown(socket_.get(), SHUT_RDWR);
+    const android::base::unique_fd closed(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    dup2(closed.get(), socket_.get());
+    crashed_ = true;
+}
+
+void FakeControlSocket::stop_() {
+    if (thread_.joinable()) {
+        eventfd_write(stopEvent_.get(), 1);
+        thread_.join();
+    }
+}
+
+void FakeControlSocket::answerAttach(Attach how) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    attachAnswer_ = how;
+}
+
+void FakeControlSocket::answerCommands(Answer answer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    answer_ = std::move(answer);
+}
+
+size_t FakeControlSocket::sendEvent(std::string_view event) {
+    std::vector<Peer> peers;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        peers = peers_;
+    }
+    size_t sent = 0;
+    for (const Peer& peer : peers) {
+        if (sendto(socket_.get(), event.data(), event.size(), MSG_NOSIGNAL,
+                   reinterpret_cast<const sockaddr*>(&peer.address), peer.length) >= 0) {
+            ++sent;
+        } else {
+            drop_(peer);
+        }
+    }
+    return sent;
+}
+
+std::vector<std::string> FakeControlSocket::commands() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return commands_;
+}
+
+size_t FakeControlSocket::attached() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return peers_.size();
+}
+
+size_t FakeControlSocket::attachRequests() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return attachRequests_;
+}
+
+size_t FakeControlSocket::detachRequests() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return detachRequests_;
+}
+
+bool FakeControlSocket::waitForAttached(size_t count) const {
+    return waitUntil_([&] { return peers_.size() == count; });
+}
+
+bool FakeControlSocket::waitForCommand(const std::string& command) const {
+    return waitUntil_(
+        [&] { return std::find(commands_.begin(), commands_.end(), command) != commands_.end(); });
+}
+
+template <typename Condition>
+bool FakeControlSocket::waitUntil_(Condition condition) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(30), condition);
+}
+
+void FakeControlSocket::run_() {
+    std::array<pollfd, 2> fds = {{{socket_.get(), POLLIN, 0}, {stopEvent_.get(), POLLIN, 0}}};
+    std::array<char, 8192> buffer;
+    while (poll(fds.data(), fds.size(), -1) >= 0 && fds[1].revents == 0) {
+        Peer from = {};
+        from.length = sizeof(from.address);
+        const ssize_t length = recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
+                                        reinterpret_cast<sockaddr*>(&from.address), &from.length);
+        if (length >= 0) {
+            handle_(std::string(buffer.data(), static_cast<size_t>(length)), from);
+        }
+    }
+}
+
+void FakeControlSocket::handle_(const std::string& request, const Peer& from) {
+    if (request == "ATTACH") {
+        attach_(from);
+        return;
+    }
+    if (request == "DETACH") {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            ++detachRequests_;
+        }
+        drop_(from);
+        reply_("OK\n", from);
+        return;
+    }
+    Answer answer;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        commands_.push_back(request);
+        answer = answer_;
+    }
+    changed_.notify_all();
+    if (const auto text = answer(request)) {
+        reply_(*text, from);
+    }
+}
+
+void FakeControlSocket::attach_(const Peer& from) {
+    Attach answer;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ++attachRequests_;
+        answer = attachAnswer_;
+    }
+    // Before the peer is among the attached, so that no event comes ahead of the reply.
+    if (answer != Attach::Ignore) {
+        reply_(answer == Attach::Accept ? "OK\n" : "FAIL\n", from);
+    }
+    if (answer == Attach::Accept) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        peers_.push_back(from);
+    }
+    changed_.notify_all();
+}
+
+void FakeControlSocket::reply_(const std::string& text, const Peer& to) const {
+    sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
+           reinterpret_cast<const sockaddr*>(&to.address), to.length);
+}
+
+void FakeControlSocket::drop_(const Peer& peer) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        peers_.erase(std::remove(peers_.begin(), peers_.end(), peer), peers_.end());
+    }
+    changed_.notify_all();
+}
+
+}  // namespace test
