@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <hidl/HidlTransportSupport.h>
+
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {

@@ -1,0 +1,145 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include <hwbinder/IBinder.h>
+#include <utils/Errors.h>
+#include <utils/StrongPointer.h>
+
+struct native_handle;
+typedef struct native_handle native_handle_t;
+
+namespace android {
+namespace hardware {
+
+/**
+ * The arguments or the results of one call, written and read in the same order.
+ *
+ * Layout: a value takes its size rounded up to 4 bytes. A buffer (a structure, or what a string
+ * or a vector in it points to) is a BufferHeader, at a multiple of 8, followed by its bytes,
+ * rounded up to 8. A buffer that something points to names the buffer that holds the pointer and
+ * the pointer's offset in it. A reader compares each of these with what it expects, so a pointer
+ * that arrives is never followed: it is overwritten with the address of a buffer that has been
+ * checked. Objects travel beside the data; the data has one word for each, its index or none.
+ *
+ * Not safe for use by two threads at once.
+ */
+class Parcel {
+  public:
+    struct BufferHeader {
+        uint32_t tag;           // kBufferTag
+        uint32_t size;          // of the bytes, without padding
+        uint32_t parent;        // index of the buffer with the pointer, or kNoParent
+        uint32_t parentOffset;  // of the pointer, 0 without a parent
+    };
+    static constexpr uint32_t kBufferTag = 0x46465542;  // "BUFF"
+    static constexpr uint32_t kNoParent = UINT32_MAX;
+    static constexpr uint32_t kNoObject = UINT32_MAX;
+
+    /** An empty parcel, to be written. */
+    Parcel() = default;
+
+    Parcel(const Parcel&) = delete;
+    Parcel& operator=(const Parcel&) = delete;
+
+    /**
+     * Makes this a parcel to be read.
+     * @param memory keeps `data` alive; `data` is at a multiple of 8.
+     */
+    void setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
+                     std::vector<sp<IBinder>> objects);
+
+    const uint8_t* data() const { return mReceived != nullptr ? mReceived : mWritten.data(); }
+    size_t dataSize() const { return mReceived != nullptr ? mReceivedSize : mWritten.size(); }
+    /** Bytes read so far. */
+    size_t dataPosition() const { return mPosition; }
+    /** Bytes not read yet. */
+    size_t dataAvail() const { return dataSize() - mPosition; }
+    const std::vector<sp<IBinder>>& objects() const { return mObjects; }
+
+    // The writers return OK, or BAD_VALUE for what can't be sent.
+    status_t writeInterfaceToken(const char* interface);
+    status_t writeBool(bool value) { return writeValue(static_cast<uint32_t>(value ? 1 : 0)); }
+    status_t writeInt8(int8_t value) { return writeValue(value); }
+    status_t writeUint8(uint8_t value) { return writeValue(value); }
+    status_t writeInt16(int16_t value) { return writeValue(value); }
+    status_t writeUint16(uint16_t value) { return writeValue(value); }
+    status_t writeInt32(int32_t value) { return writeValue(value); }
+    status_t writeUint32(uint32_t value) { return writeValue(value); }
+    status_t writeInt64(int64_t value) { return writeValue(value); }
+    status_t writeUint64(uint64_t value) { return writeValue(value); }
+    status_t writeFloat(float value) { return writeValue(value); }
+    status_t writeDouble(double value) { return writeValue(value); }
+    /** A string with a NUL inside arrives cut off there. */
+    status_t writeCString(const char* text);
+    /** Only a null handle can be sent. */
+    status_t writeNativeHandleNoDup(const native_handle_t* handle);
+    status_t writeStrongBinder(const sp<IBinder>& binder);
+    /** @param handle receives what names the buffer as a parent. */
+    status_t writeBuffer(const void* bytes, size_t size, size_t* handle);
+    /** @param parentOffset offset of the pointer in the parent; the copy's pointer is zeroed. */
+    status_t writeEmbeddedBuffer(const void* bytes, size_t size, size_t* handle, size_t parent,
+                                 size_t parentOffset);
+
+    // The readers return OK, NOT_ENOUGH_DATA or BAD_VALUE; what they hand out points into the
+    // parcel and lives as long as it does.
+    bool enforceInterface(const char* interface) const;
+    status_t readBool(bool* value) const;
+    status_t readInt8(int8_t* value) const { return readValue(value); }
+    status_t readUint8(uint8_t* value) const { return readValue(value); }
+    status_t readInt16(int16_t* value) const { return readValue(value); }
+    status_t readUint16(uint16_t* value) const { return readValue(value); }
+    status_t readInt32(int32_t* value) const { return readValue(value); }
+    status_t readUint32(uint32_t* value) const { return readValue(value); }
+    status_t readInt64(int64_t* value) const { return readValue(value); }
+    status_t readUint64(uint64_t* value) const { return readValue(value); }
+    status_t readFloat(float* value) const { return readValue(value); }
+    status_t readDouble(double* value) const { return readValue(value); }
+    /** Null when there is no complete string. */
+    const char* readCString() const;
+    status_t readNullableNativeHandleNoDup(const native_handle_t** handle) const;
+    status_t readNullableStrongBinder(sp<IBinder>* binder) const;
+    /** UNEXPECTED_NULL for a null object. */
+    status_t readStrongBinder(sp<IBinder>* binder) const;
+    status_t readBuffer(size_t size, size_t* handle, const void** bytes) const;
+    status_t readEmbeddedBuffer(size_t size, size_t* handle, size_t parent, size_t parentOffset,
+                                const void** bytes) const;
+
+  private:
+    // Where a buffer's bytes are in the data.
+    struct Buffer {
+        size_t offset;
+        size_t size;
+    };
+
+    template <typename T>
+    status_t writeValue(T value) {
+        return append(&value, sizeof(value));
+    }
+    template <typename T>
+    status_t readValue(T* value) const {
+        return take(value, sizeof(*value));
+    }
+
+    status_t append(const void* bytes, size_t size);
+    status_t take(void* bytes, size_t size) const;
+    status_t appendBuffer(const void* bytes, size_t size, uint32_t parent, uint32_t parentOffset,
+                          size_t* handle);
+    status_t takeBuffer(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
+                        const void** bytes) const;
+
+    std::vector<uint8_t> mWritten;  // 8-aligned: from operator new
+    std::unique_ptr<uint8_t[]> mMemory;
+    uint8_t* mReceived = nullptr;
+    size_t mReceivedSize = 0;
+    std::vector<sp<IBinder>> mObjects;
+    // Readers are const in the interface that generated code expects.
+    mutable size_t mPosition = 0;
+    mutable std::vector<Buffer> mBuffers;
+};
+
+}  // namespace hardware
+}  // namespace android

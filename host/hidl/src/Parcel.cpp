@@ -1,0 +1,210 @@
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include <hidl/HidlTransportSupport.h>
+#include <hwbinder/Parcel.h>
+
+namespace android {
+namespace hardware {
+
+static constexpr size_t roundUp(size_t size, size_t unit) {
+    return (size + unit - 1) / unit * unit;
+}
+
+void Parcel::setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
+                         std::vector<sp<IBinder>> objects) {
+    mWritten.clear();
+    mMemory = std::move(memory);
+    mReceived = data;
+    mReceivedSize = size;
+    mObjects = std::move(objects);
+    mPosition = 0;
+    mBuffers.clear();
+}
+
+status_t Parcel::append(const void* bytes, size_t size) {
+    const size_t start = mWritten.size();
+    mWritten.resize(start + roundUp(size, 4));  // also zeroes the padding
+    if (size > 0) {
+        std::memcpy(mWritten.data() + start, bytes, size);
+    }
+    return OK;
+}
+
+status_t Parcel::take(void* bytes, size_t size) const {
+    const size_t taken = roundUp(size, 4);
+    if (dataAvail() < taken) {
+        return NOT_ENOUGH_DATA;
+    }
+    std::memcpy(bytes, data() + mPosition, size);
+    mPosition += taken;
+    return OK;
+}
+
+status_t Parcel::writeInterfaceToken(const char* interface) { return writeCString(interface); }
+
+bool Parcel::enforceInterface(const char* interface) const {
+    const char* token = readCString();
+    return token != nullptr && std::strcmp(token, interface) == 0;
+}
+
+status_t Parcel::writeCString(const char* text) { return append(text, std::strlen(text) + 1); }
+
+const char* Parcel::readCString() const {
+    const char* text = reinterpret_cast<const char*>(data() + mPosition);
+    const void* end = dataAvail() == 0 ? nullptr : std::memchr(text, '\0', dataAvail());
+    if (end == nullptr) {
+        return nullptr;
+    }
+    const size_t taken = roundUp(static_cast<const char*>(end) - text + 1, 4);
+    if (dataAvail() < taken) {
+        return nullptr;
+    }
+    mPosition += taken;
+    return text;
+}
+
+status_t Parcel::readBool(bool* value) const {
+    uint32_t number = 0;
+    const status_t status = readUint32(&number);
+    if (status == OK && number > 1) {
+        return BAD_VALUE;
+    }
+    *value = number == 1;
+    return status;
+}
+
+status_t Parcel::writeNativeHandleNoDup(const native_handle_t* handle) {
+    return handle == nullptr ? writeUint32(0) : BAD_VALUE;
+}
+
+status_t Parcel::readNullableNativeHandleNoDup(const native_handle_t** handle) const {
+    *handle = nullptr;
+    uint32_t present = 0;
+    const status_t status = readUint32(&present);
+    return status == OK && present != 0 ? BAD_VALUE : status;
+}
+
+status_t Parcel::writeStrongBinder(const sp<IBinder>& binder) {
+    if (binder == nullptr) {
+        return writeUint32(kNoObject);
+    }
+    mObjects.push_back(binder);
+    return writeUint32(static_cast<uint32_t>(mObjects.size() - 1));
+}
+
+status_t Parcel::readNullableStrongBinder(sp<IBinder>* binder) const {
+    *binder = nullptr;
+    uint32_t index = 0;
+    if (const status_t status = readUint32(&index); status != OK || index == kNoObject) {
+        return status;
+    }
+    if (index >= mObjects.size()) {
+        return BAD_VALUE;
+    }
+    *binder = mObjects[index];
+    return OK;
+}
+
+status_t Parcel::readStrongBinder(sp<IBinder>* binder) const {
+    const status_t status = readNullableStrongBinder(binder);
+    return status == OK && *binder == nullptr ? UNEXPECTED_NULL : status;
+}
+
+status_t Parcel::appendBuffer(const void* bytes, size_t size, uint32_t parent,
+                              uint32_t parentOffset, size_t* handle) {
+    if (size > std::numeric_limits<uint32_t>::max()) {
+        return BAD_VALUE;
+    }
+    mWritten.resize(roundUp(mWritten.size(), 8));
+    const BufferHeader header{kBufferTag, static_cast<uint32_t>(size), parent, parentOffset};
+    append(&header, sizeof(header));
+    *handle = mBuffers.size();
+    mBuffers.push_back({mWritten.size(), size});
+    append(bytes, size);
+    mWritten.resize(roundUp(mWritten.size(), 8));
+    return OK;
+}
+
+status_t Parcel::writeBuffer(const void* bytes, size_t size, size_t* handle) {
+    return appendBuffer(bytes, size, kNoParent, 0, handle);
+}
+
+status_t Parcel::writeEmbeddedBuffer(const void* bytes, size_t size, size_t* handle, size_t parent,
+                                     size_t parentOffset) {
+    if (parent >= mBuffers.size() || parentOffset > mBuffers[parent].size ||
+        mBuffers[parent].size - parentOffset < sizeof(uint64_t)) {
+        return BAD_VALUE;
+    }
+    // An address of this process means nothing to others.
+    std::memset(mWritten.data() + mBuffers[parent].offset + parentOffset, 0, sizeof(uint64_t));
+    return appendBuffer(bytes, size, static_cast<uint32_t>(parent),
+                        static_cast<uint32_t>(parentOffset), handle);
+}
+
+status_t Parcel::takeBuffer(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
+                            const void** bytes) const {
+    const size_t start = roundUp(mPosition, 8);
+    if (start > dataSize() || dataSize() - start < sizeof(BufferHeader)) {
+        return NOT_ENOUGH_DATA;
+    }
+    BufferHeader header;
+    std::memcpy(&header, data() + start, sizeof(header));
+    if (header.tag != kBufferTag || header.size != size || header.parent != parent ||
+        header.parentOffset != parentOffset) {
+        return BAD_VALUE;
+    }
+    const size_t offset = start + sizeof(header);
+    if (dataSize() - offset < roundUp(size, 8)) {
+        return NOT_ENOUGH_DATA;
+    }
+    *handle = mBuffers.size();
+    mBuffers.push_back({offset, size});
+    *bytes = data() + offset;
+    mPosition = offset + roundUp(size, 8);
+    return OK;
+}
+
+status_t Parcel::readBuffer(size_t size, size_t* handle, const void** bytes) const {
+    return takeBuffer(size, kNoParent, 0, handle, bytes);
+}
+
+status_t Parcel::readEmbeddedBuffer(size_t size, size_t* handle, size_t parent, size_t parentOffset,
+                                    const void** bytes) const {
+    if (parent >= mBuffers.size() || parentOffset > mBuffers[parent].size ||
+        mBuffers[parent].size - parentOffset < sizeof(uint64_t)) {
+        return BAD_VALUE;
+    }
+    return takeBuffer(size, static_cast<uint32_t>(parent), static_cast<uint32_t>(parentOffset),
+                      handle, bytes);
+}
+
+status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel, size_t parent,
+                                size_t parentOffset) {
+    const void* text = nullptr;
+    size_t handle = 0;
+    const size_t size = string.size();  // from the wire: the buffer must be there and match
+    const status_t status = parcel.readEmbeddedBuffer(
+        size + 1, &handle, parent, parentOffset + hidl_string::kOffsetOfBuffer, &text);
+    if (status != OK) {
+        return status;
+    }
+    if (static_cast<const char*>(text)[size] != '\0') {
+        return BAD_VALUE;
+    }
+    // Nothing in the received bytes has been constructed, so nothing is released here.
+    auto* received = new (const_cast<hidl_string*>(&string)) hidl_string;
+    received->setToExternal(static_cast<const char*>(text), size);
+    return OK;
+}
+
+status_t writeEmbeddedToParcel(const hidl_string& string, Parcel* parcel, size_t parent,
+                               size_t parentOffset) {
+    size_t handle = 0;
+    return parcel->writeEmbeddedBuffer(string.c_str(), string.size() + 1, &handle, parent,
+                                       parentOffset + hidl_string::kOffsetOfBuffer);
+}
+
+}  // namespace hardware
+}  // namespace android

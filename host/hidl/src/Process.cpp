@@ -1,0 +1,239 @@
+#define LOG_TAG "hidl"
+
+#include "Process.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <iterator>
+#include <utility>
+
+#include <log/log.h>
+#include <sys/random.h>
+
+#include "Folder.h"
+#include "RemoteProcess.h"
+#include "StatusText.h"
+
+namespace host {
+namespace hidl {
+
+using android::OK;
+using android::sp;
+using android::status_t;
+using android::hardware::BHwBinder;
+using android::hardware::BpHwBinder;
+using android::hardware::IBinder;
+using android::hardware::Parcel;
+
+namespace {
+
+std::atomic<bool> forked{false};
+
+uint64_t chooseId() {
+    uint32_t random = 0;
+    if (getrandom(&random, sizeof(random), 0) != sizeof(random)) {
+        LOG_ALWAYS_FATAL("No random numbers");
+    }
+    return static_cast<uint64_t>(getpid()) << 32 | random;
+}
+
+// A call that this thread is serving, and those that it serves it within.
+class Serving {
+  public:
+    Serving(Connection& itsConnection, uint64_t itsCaller, bool itsCallerWaits)
+        : connection(itsConnection),
+          caller(itsCaller),
+          callerWaits(itsCallerWaits),
+          outer(innermost) {
+        innermost = this;
+    }
+    ~Serving() { innermost = outer; }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+
+    Connection& connection;
+    const uint64_t caller;
+    bool callerWaits;  // until it has its reply
+    Serving* const outer;
+
+    static thread_local Serving* innermost;
+};
+
+thread_local Serving* Serving::innermost = nullptr;
+
+FrameHeader replyHeader(status_t status) {
+    FrameHeader header{};
+    header.magic = kFrameMagic;
+    header.type = FrameType::Reply;
+    header.sender = Process::self().id();
+    header.code = static_cast<uint32_t>(status);
+    return header;
+}
+
+}  // namespace
+
+Process& Process::self() {
+    static Process* const process = new Process;
+    if (forked) {
+        LOG_ALWAYS_FATAL("HIDL can't be used after a fork");
+    }
+    return *process;
+}
+
+Process::Process() : mId(chooseId()) {
+    pthread_atfork(nullptr, nullptr, [] { forked = true; });
+}
+
+std::shared_ptr<RemoteProcess> Process::remote(uint64_t process) {
+    {
+        Lock lock(mMutex);
+        const auto entry = mRemotes.find(process);
+        if (entry != mRemotes.end()) {
+            if (auto remote = entry->second.lock(); remote != nullptr) {
+                return remote;
+            }
+        }
+    }
+    auto created = std::make_shared<RemoteProcess>(process);
+    created->connect();
+    std::shared_ptr<RemoteProcess> other;
+    {
+        Lock lock(mMutex);
+        std::weak_ptr<RemoteProcess>& known = mRemotes[process];
+        other = known.lock();
+        if (other == nullptr) {
+            known = created;
+            return created;
+        }
+    }
+    return other;  // another thread was faster
+}
+
+void Process::forget(uint64_t process) {
+    Lock lock(mMutex);
+    const auto entry = mRemotes.find(process);
+    if (entry != mRemotes.end() && entry->second.expired()) {
+        mRemotes.erase(entry);
+    }
+}
+
+sp<IBinder> Process::objectOf(const ObjectId& id) {
+    if (id.process == mId) {
+        return mExports.find(id.object);
+    }
+    return remote(id.process)->proxyOf(id.object);
+}
+
+status_t Process::nameObjects(const Parcel& parcel, std::vector<ObjectId>* ids,
+                              std::vector<Exports::Pin>* pins) {
+    for (const sp<IBinder>& binder : parcel.objects()) {
+        if (BpHwBinder* proxy = binder->remoteBinder(); proxy != nullptr) {
+            ids->push_back({proxy->process(), proxy->object()});
+            continue;
+        }
+        if (!mServer.openEndpoint()) {
+            return android::NO_INIT;
+        }
+        pins->push_back(mExports.pin(binder->localBinder()));
+        ids->push_back({mId, pins->back().object()});
+    }
+    return OK;
+}
+
+bool Process::readParcel(Frame frame, Parcel* parcel) {
+    std::vector<sp<IBinder>> objects;
+    objects.reserve(frame.header.objectCount);
+    for (size_t i = 0; i < frame.header.objectCount; ++i) {
+        objects.push_back(objectOf(frame.objects()[i]));
+        if (objects.back() == nullptr) {
+            return false;
+        }
+    }
+    uint8_t* data = frame.data();
+    parcel->setReceived(std::move(frame.body), data, frame.header.dataSize, std::move(objects));
+    return true;
+}
+
+Connection* Process::connectionOfCaller(uint64_t process) {
+    for (const Serving* call = Serving::innermost; call != nullptr; call = call->outer) {
+        if (call->caller == process && call->callerWaits) {
+            return &call->connection;
+        }
+    }
+    return nullptr;
+}
+
+bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
+    const FrameHeader call = frame.header;
+    const bool oneway = (call.flags & IBinder::FLAG_ONEWAY) != 0;
+    const sp<BHwBinder> target = mExports.find(call.target);
+    Parcel data;
+    Parcel reply;
+    if (target == nullptr) {
+        logEnd(connection, "it calls an object that does not exist");
+        return false;
+    }
+    if (!readParcel(std::move(frame), &data)) {
+        logEnd(connection, "it passes an object that does not exist");
+        return false;
+    }
+
+    Serving serving(connection, call.sender, !oneway);
+    bool replied = oneway;
+    bool alive = true;
+    // Some methods of IBase take no notice of their arguments, so reading none is all right.
+    const auto hasRest = [&] { return data.dataPosition() > 0 && data.dataAvail() > 0; };
+    const auto sendReply = [&](status_t status) {
+        std::vector<ObjectId> ids;
+        std::vector<Exports::Pin> pins;
+        if (status == OK) {
+            status = nameObjects(reply, &ids, &pins);
+        }
+        if (status == OK && (reply.dataSize() > kMaxDataSize || ids.size() > kMaxObjects)) {
+            ALOGE("A reply with %zu bytes and %zu objects is too large", reply.dataSize(),
+                  ids.size());
+            status = android::FAILED_TRANSACTION;
+        }
+        FrameHeader header = replyHeader(status);
+        if (status == OK) {
+            header.dataSize = static_cast<uint32_t>(reply.dataSize());
+            header.objectCount = static_cast<uint32_t>(ids.size());
+            std::move(pins.begin(), pins.end(), std::back_inserter(connection.inTransit));
+        } else {
+            ids.clear();
+        }
+        replied = true;
+        serving.callerWaits = false;
+        alive = wait ? connection.send(header, ids, reply.data())
+                     : connection.sendWithoutWaiting(header, ids, reply.data());
+    };
+    // As on the device, the caller goes on as soon as the reply is complete, while the method may
+    // still be doing something.
+    const status_t status =
+        target->transact(call.code, data, &reply, call.flags, [&](Parcel& /*reply*/) {
+            if (!replied && !hasRest()) {
+                sendReply(OK);
+            }
+        });
+    if (status == OK && hasRest()) {
+        logEnd(connection, "its call has more arguments than the method");
+        return false;
+    }
+    if (!replied) {
+        sendReply(status);
+    }
+    if (status != OK) {
+        logEnd(connection, ("its call can't be read: " + statusText(status)).c_str());
+        return false;
+    }
+    return alive;
+}
+
+void logEnd(const Connection& connection, const char* problem) {
+    ALOGE("Ending a connection of process %d: %s", peerPid(connection.fd()), problem);
+}
+
+}  // namespace hidl
+}  // namespace host

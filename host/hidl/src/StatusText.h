@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include <utils/Errors.h>
+
+namespace host {
+namespace hidl {
+
+/** A status by its name, for people. Debian's libutils declares such a function and has none. */
+std::string statusText(android::status_t status);
+
+}  // namespace hidl
+}  // namespace host
