@@ -8,15 +8,18 @@
 #include <cstring>
 #include <utility>
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
 namespace sim {
 
 namespace {
 
 using namespace std::chrono_literals;
 
-/** How soon a monitor whose queue is full is tried again. */
+/** How soon a full send buffer is tried again. */
 constexpr auto kRetry = 200us;
-constexpr auto kDropAfter = 10s;
+constexpr auto kDropAfter = 5s;
 constexpr int kMostRefusals = 10;
 /** Longest command that the supplicant reads. */
 constexpr size_t kLongestCommand = 8192;
@@ -79,6 +82,9 @@ std::string FakeSupplicant::open(const std::string& name) {
     Socket& socket = mSockets[name];
     socket.name = name;
     socket.fd = std::move(fd);
+    socklen_t size = sizeof(socket.eventRoom);
+    getsockopt(socket.fd.get(), SOL_SOCKET, SO_SNDBUF, &socket.eventRoom, &size);
+    socket.eventRoom /= 2;
     if (!mSuspended) {
         mLoop.watch(socket.fd.get(), [this, name] { onReadable(name); });
     }
@@ -211,7 +217,6 @@ std::string FakeSupplicant::answer(Socket& socket, const Address& from,
 std::string FakeSupplicant::attach(Socket& socket, const Address& from) {
     Monitor monitor;
     monitor.address = from;
-    monitor.lastTaken = EventLoop::Clock::now();
     socket.monitors.push_back(std::move(monitor));
     mRecorder.add(Record("attach", socket.name, from.text())
                       .with("monitors", static_cast<int64_t>(socket.monitors.size())));
@@ -311,10 +316,10 @@ void FakeSupplicant::burst(const Burst& burst) {
 
 void FakeSupplicant::queue(Socket& socket, const std::shared_ptr<const std::string>& text) {
     for (Monitor& monitor : socket.monitors) {
-        if (monitor.waiting.empty()) {
-            monitor.lastTaken = EventLoop::Clock::now();
-        }
         monitor.waiting.push_back(text);
+    }
+    if (socket.retry == 0) {
+        socket.lastTaken = EventLoop::Clock::now();
     }
 }
 
@@ -350,17 +355,20 @@ void FakeSupplicant::flush(Socket& socket) {
 
 bool FakeSupplicant::flush(Socket& socket, Monitor& monitor) {
     while (!monitor.waiting.empty()) {
+        if (!hasEventRoom(socket)) {
+            return EventLoop::Clock::now() - socket.lastTaken < kDropAfter;
+        }
         const std::string& text = *monitor.waiting.front();
         if (sendto(socket.fd.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                    reinterpret_cast<const sockaddr*>(&monitor.address.name),
                    monitor.address.length) >= 0) {
             monitor.waiting.pop_front();
             monitor.refusals = 0;
-            monitor.lastTaken = EventLoop::Clock::now();
+            socket.lastTaken = EventLoop::Clock::now();
             continue;
         }
         if (errno == EAGAIN || errno == ENOBUFS) {
-            return EventLoop::Clock::now() - monitor.lastTaken < kDropAfter;
+            return EventLoop::Clock::now() - socket.lastTaken < kDropAfter;
         }
         if (errno == ENOENT || errno == EPERM || ++monitor.refusals > kMostRefusals) {
             return false;
@@ -368,6 +376,11 @@ bool FakeSupplicant::flush(Socket& socket, Monitor& monitor) {
         monitor.waiting.pop_front();  // lost, as with the real one
     }
     return true;
+}
+
+bool FakeSupplicant::hasEventRoom(const Socket& socket) const {
+    int used = 0;
+    return ioctl(socket.fd.get(), SIOCOUTQ, &used) != 0 || used < socket.eventRoom;
 }
 
 }  // namespace sim

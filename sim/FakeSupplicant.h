@@ -25,9 +25,10 @@ namespace sim {
  * list of monitors per socket and delivers events to them. One UNIX datagram socket per interface,
  * named after it, in `folder`, which is not created here.
  *
- * A send never blocks. What a monitor can't take at the moment waits and is tried again, in order;
- * a monitor is dropped when its address is gone, when it refuses eleven times in a row, or when it
- * has taken nothing for ten seconds.
+ * A send never blocks. Events may fill half of a socket's send buffer, so that answers always find
+ * room; the others wait, in order. A monitor is dropped when its address is gone and when it
+ * refuses eleven times in a row. One that doesn't read keeps the buffer that all monitors of the
+ * socket share: when it hasn't moved for five seconds, all that still wait for events are dropped.
  */
 class FakeSupplicant {
   public:
@@ -75,13 +76,15 @@ class FakeSupplicant {
         Address address;
         std::deque<std::shared_ptr<const std::string>> waiting;
         int refusals = 0;
-        EventLoop::Clock::time_point lastTaken;
     };
     struct Socket {
         std::string name;
         android::base::unique_fd fd;
+        int eventRoom = 0;  ///< Bytes of the send buffer that events may fill.
         std::list<Monitor> monitors;
         EventLoop::TimerId retry = 0;
+        /** When an event was last taken, or began to wait. */
+        EventLoop::Clock::time_point lastTaken;
         /** A burst under way: what to tell when nothing waits any more. */
         int burst = 0;
     };
@@ -101,6 +104,7 @@ class FakeSupplicant {
     void flush(Socket& socket);
     /** Sends what waits for one monitor; false when it is to be dropped. */
     bool flush(Socket& socket, Monitor& monitor);
+    bool hasEventRoom(const Socket& socket) const;
     std::string path(const std::string& name) const { return mFolder + name; }
 
     EventLoop& mLoop;

@@ -41,11 +41,11 @@ Player::Player(EventLoop& loop, Recorder& recorder, Programs programs)
     : mLoop(loop),
       mRecorder(recorder),
       mPrograms(std::move(programs)),
+      mExpectations(loop, recorder),
       mStage(loop, recorder),
       mSupplicant(loop, recorder, mRadio, Stage::socketFolder()),
       mKernel(loop, recorder, mRadio, Stage::nl80211Path()),
-      mHeadset(loop, mSupplicant, mRadio),
-      mExpectations(loop, recorder) {
+      mHeadset(loop, mSupplicant, mRadio) {
     if (const std::string error = mKernel.listen(); !error.empty()) {
         throw std::runtime_error(error);
     }
@@ -55,7 +55,10 @@ Player::~Player() = default;
 
 void Player::perform(const Step& step, Done done) {
     if (!std::holds_alternative<Expect>(step.action)) {
-        mExpectations.mark();
+        if (!std::holds_alternative<Say>(step.action) &&
+            !std::holds_alternative<ShowState>(step.action)) {
+            mExpectations.mark();
+        }
         mRecorder.add(Record("line", step.text).with("line", step.line));
     }
     std::visit(

@@ -100,12 +100,12 @@ class Player {
     EventLoop& mLoop;
     Recorder& mRecorder;
     const Programs mPrograms;
+    Expectations mExpectations;  // listens to what the others tell until they are gone
     Stage mStage;
     RadioState mRadio;
     FakeSupplicant mSupplicant;
     FakeNl80211Kernel mKernel;
     Headset mHeadset;
-    Expectations mExpectations;
 
     std::unique_ptr<Child> mStats;
     Done mStatsReady;

@@ -428,8 +428,8 @@ Action parseDump(Words& words) {
 
 Action parseExpect(Words& words) {
     static const std::vector<std::string_view> kKinds = {
-        "event", "command",  "netlink", "attach",  "detach", "atom", "log",
-        "call",  "callback", "sensors", "program", "socket", "burst"};
+        "event",  "command", "netlink",  "attach",  "detach",  "atom",   "log",
+        "output", "call",    "callback", "sensors", "program", "socket", "burst"};
     Expect action;
     action.unwanted = words.skip("no");
     action.kind = kKinds[words.oneOf("kind of record", kKinds)];

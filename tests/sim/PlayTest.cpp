@@ -1,0 +1,190 @@
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "tests/sim/SimDriver.h"
+
+using simtest::runSim;
+using simtest::SimRecord;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+/** Plays a scenario in a root of its own and reads what was recorded. */
+class Play : public testing::Test {
+  protected:
+    int play(const std::string& scenario, std::vector<std::string> options = {}) {
+        std::ofstream(file("x.scn")) << scenario;
+        options.insert(options.end(), {"--no-stats", "--root", file("root"), "--record",
+                                       file("record.jsonl"), file("x.scn")});
+        const int status = runSim(options, output);
+        std::ifstream in(file("record.jsonl"));
+        for (std::string line; std::getline(in, line);) {
+            if (auto record = SimRecord::parse(line)) {
+                records.push_back(*record);
+            } else {
+                ADD_FAILURE() << line;
+            }
+        }
+        return status;
+    }
+
+    /** A program that stands for the daemon: a shell script. */
+    std::string script(const std::string& text) {
+        std::ofstream(file("daemon.sh")) << "#!/bin/sh\n" << text;
+        chmod(file("daemon.sh").c_str(), 0755);
+        return file("daemon.sh");
+    }
+
+    std::string file(const std::string& name) const { return folder.path() + "/" + name; }
+
+    /** The time of the first record of this kind with this text; -1 when there is none. */
+    double timeOf(const std::string& kind, const std::string& text) const {
+        for (const SimRecord& record : records) {
+            if (record.kind() == kind && record.text() == text) {
+                return record.t();
+            }
+        }
+        return -1;
+    }
+
+    simtest::TempFolder folder;
+    std::string output;
+    std::vector<SimRecord> records;
+};
+
+TEST_F(Play, LinesArePlayedAtTheirTimesAndInOrder) {
+    EXPECT_EQ(play("supplicant start\n"
+                   "at 0s event wlan0 A\n"
+                   "at 300ms event wlan0 B\n"
+                   "event wlan0 C\n"
+                   "at +0.2s event wlan0 D\n"),
+              0)
+        << output;
+    const double b = timeOf("event", "<3>B");
+    const double c = timeOf("event", "<3>C");
+    const double d = timeOf("event", "<3>D");
+    EXPECT_GE(timeOf("event", "<3>A"), 0);
+    EXPECT_GE(b, 0.3);
+    EXPECT_GE(c, b);
+    EXPECT_GE(d, 0.5);
+    EXPECT_GE(d, c);
+}
+
+TEST_F(Play, SpeedShortensTheTimes) {
+    EXPECT_EQ(play("supplicant start\nat 100s event wlan0 A\n", {"--speed", "1000"}), 0) << output;
+    EXPECT_GE(timeOf("event", "<3>A"), 0.1);
+    EXPECT_LT(timeOf("event", "<3>A"), 90);
+}
+
+TEST_F(Play, ALineThatIsNotUnderstoodStopsItBeforeAnythingStarts) {
+    EXPECT_EQ(play("supplicant start\nat 1s jump\n"), 2);
+    EXPECT_THAT(output, HasSubstr(file("x.scn") + ":2: unknown word 'jump'; allowed: property"));
+    struct stat info {};
+    EXPECT_EQ(stat(file("root").c_str(), &info), -1) << "nothing was made";
+}
+
+TEST_F(Play, CheckOnlyReads) {
+    EXPECT_EQ(play("supplicant start\nat 100s scan\n", {"--check"}), 0) << output;
+    EXPECT_TRUE(records.empty());
+}
+
+TEST_F(Play, ALineThatFailsIsNamedAndMakesTheStatus1) {
+    EXPECT_EQ(play("at 0s p2p stop\nat 10ms say still here\n"), 1);
+    EXPECT_THAT(output, HasSubstr(file("x.scn") + ":1: no P2P group is up"));
+    EXPECT_THAT(output, HasSubstr("still here"));
+}
+
+TEST_F(Play, AFailingPreparationStopsIt) {
+    EXPECT_EQ(play("p2p stop\nat 0s say still here\n"), 1);
+    EXPECT_THAT(output, HasSubstr(":1: no P2P group is up"));
+    EXPECT_THAT(output, Not(HasSubstr("still here")));
+}
+
+TEST_F(Play, AnExpectationThatDoesNotComeTrueMakesTheStatus1) {
+    EXPECT_EQ(play("supplicant start\nat 0s event wlan0 A\nexpect event B within 100ms\n"), 1);
+    EXPECT_THAT(output, HasSubstr(":3: there was no event with 'B' within 0.1s"));
+}
+
+TEST_F(Play, ThePlayWaitsForItsExpectations) {
+    EXPECT_EQ(play("supplicant start\n"
+                   "at 0s p2p start freq=5180 up-after=300ms\n"
+                   "expect event P2P-GROUP-STARTED within 20s\n"),
+              0)
+        << output;
+    EXPECT_GE(records.back().t(), 0.3);
+}
+
+TEST_F(Play, TheDaemonsLogLinesAreTakenApart) {
+    const std::string daemon = script(
+        "echo 'CorvidWifi I 11-21 09:43:52 15465 15466 StaManager: hello 1' >&2\n"
+        "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 Service: no  good' >&2\n"
+        "echo 'plain words'\n"
+        "exec sleep 1000\n");
+    EXPECT_EQ(play("at 0s expect log \"no  good\" within 20s\nexpect log hello within 20s\n"
+                   "expect output \"plain words\" within 20s\n",
+                   {"--daemon", daemon}),
+              0)
+        << output;
+    EXPECT_GE(timeOf("log", "StaManager: hello 1"), 0);
+    EXPECT_GE(timeOf("log", "Service: no  good"), 0);
+    EXPECT_GE(timeOf("output", "plain words"), 0);
+    EXPECT_THAT(output, HasSubstr("Service: no  good"));
+    EXPECT_THAT(output, Not(HasSubstr("StaManager: hello 1"))) << "below the level that is shown";
+}
+
+TEST_F(Play, TheDaemonGetsTheRootAndTheLogLevel) {
+    const std::string daemon =
+        script("echo \"$CORVID_WIFI_ROOT $ANDROID_LOG_TAGS\"\nexec sleep 1000\n");
+    EXPECT_EQ(play("at 0s expect output \"*:V\" within 20s\n", {"--daemon", daemon}), 0) << output;
+    EXPECT_GE(timeOf("output", file("root") + " *:V"), 0) << output;
+}
+
+TEST_F(Play, ADaemonThatEndsByItselfMakesTheStatus1) {
+    const std::string daemon = script("exit 3\n");
+    EXPECT_EQ(play("at 0s say go\nat 1s say end\n", {"--daemon", daemon}), 1);
+    EXPECT_THAT(output, HasSubstr("the daemon ended with status 3 on its own"));
+}
+
+TEST_F(Play, ThereAreNoColoursWithoutATerminal) {
+    EXPECT_EQ(play("supplicant start\nat 0s connect freq=5180\n"), 0);
+    EXPECT_THAT(output, Not(HasSubstr("\033")));
+    EXPECT_THAT(output, HasSubstr("CTRL-EVENT-CONNECTED - Connection to"));
+}
+
+struct Wrong {
+    std::vector<std::string> arguments;
+    const char* complaint;
+};
+
+TEST(Usage, WrongUsageIsNamedAndGivesStatus2) {
+    const Wrong wrong[] = {
+        {{}, "exactly one scenario is needed"},
+        {{"a.scn", "b.scn"}, "exactly one scenario is needed"},
+        {{"--control", "a.scn"}, "--control takes no scenario"},
+        {{"--fly", "a.scn"}, "unknown option --fly"},
+        {{"--root"}, "--root needs a value"},
+        {{"--speed", "0", "a.scn"}, "--speed takes a number above 0"},
+        {{"--speed", "fast", "a.scn"}, "--speed takes a number above 0"},
+        {{"--log", "X", "a.scn"}, "--log takes V, D, I, W or E"},
+        {{"/nowhere/a.scn"}, "cannot read /nowhere/a.scn"},
+    };
+    for (const Wrong& usage : wrong) {
+        std::string output;
+        EXPECT_EQ(runSim(usage.arguments, output), 2) << usage.complaint;
+        EXPECT_THAT(output, HasSubstr(usage.complaint));
+    }
+}
+
+TEST(Usage, HelpGoesToStandardOutput) {
+    std::string output;
+    EXPECT_EQ(runSim({"--help"}, output), 0);
+    EXPECT_THAT(output, HasSubstr("usage: corvid-sim"));
+}
+
+}  // namespace

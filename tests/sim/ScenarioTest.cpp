@@ -1,0 +1,186 @@
+#include <chrono>
+#include <string>
+#include <variant>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "sim/Scenario.h"
+
+using namespace sim;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+namespace {
+
+struct Bad {
+    const char* name;
+    const char* text;
+    int line;
+    const char* complaint;
+};
+
+std::ostream& operator<<(std::ostream& out, const Bad& bad) { return out << bad.text; }
+
+class BadScenario : public testing::TestWithParam<Bad> {};
+
+TEST_P(BadScenario, IsRefusedWithTheLineAndWhatIsAllowed) {
+    try {
+        parseScenario("x.scn", GetParam().text);
+        FAIL() << "it was accepted";
+    } catch (const ScenarioError& error) {
+        EXPECT_EQ(error.line, GetParam().line) << error.what();
+        EXPECT_THAT(error.what(), HasSubstr(GetParam().complaint));
+    }
+}
+
+const Bad kBad[] = {
+    {"UnknownVerb", "\n# a comment\nfly away", 3, "unknown word 'fly'; allowed: property, unset"},
+    {"UnknownSecondWord", "supplicant explode", 1,
+     "unknown action of the supplicant 'explode'; allowed: start, terminate"},
+    {"MissingSecondWord", "p2p", 1, "P2P action is missing; allowed: start, switch, stop, peer"},
+    {"MissingArgument", "connect width=80", 1, "'freq' is missing, for example freq=5180MHz"},
+    {"MissingText", "event wlan0", 1, "the event's text is missing"},
+    {"UnknownKey", "connect freq=5180 colour=red", 1,
+     "unknown word 'colour'; allowed (as KEY=VALUE): freq, width"},
+    {"KeyWithoutValue", "connect freq=", 1, "'freq' needs a value"},
+    {"KeyAsWord", "connect freq 5180", 1, "'freq' needs a value: freq=VALUE"},
+    {"KeyTwice", "connect freq=5180 freq=5200", 1, "'freq' is given twice"},
+    {"NumberWithLetters", "connect freq=51x0", 1, "'51x0' is not a whole number from 2400 to 7200"},
+    {"NumberWithWrongUnit", "connect freq=5180GHz", 1, "(MHz)"},
+    {"NumberOutOfRange", "rssi 5", 1, "'5' is not a whole number from -110 to 0 (dBm)"},
+    {"FractionOfNumber", "rssi -48.5", 1, "'-48.5' is not a whole number"},
+    {"NumberTooLong", "burst wlan0 99999999999999999999 x", 1, "is not a whole number"},
+    {"UnknownWidth", "connect freq=5180 width=60", 1, "allowed (MHz): 20, 40, 80, 80+80, 160"},
+    {"TimeWithoutUnit", "at 5 scan", 1, "a time is a number with its unit: 250ms, 1.5s, 2min"},
+    {"TimeWithUnknownUnit", "at 5h scan", 1, "'5h' is not a time"},
+    {"TimeWithTwoDots", "at 1.2.3s scan", 1, "'1.2.3s' is not a time"},
+    {"NegativeTime", "at -5s scan", 1, "'-5s' is not a time"},
+    {"TimeAlone", "at 5s", 1, "what happens at 5s is missing"},
+    {"AtAlone", "at", 1, "the time after 'at' is missing"},
+    {"TimeBackwards", "at 5s scan\nat 4.9s scan", 2, "time goes backwards: 4.9s comes after 5"},
+    {"WalkWithoutEnd", "rssi from -40 to -80", 1, "word is missing; allowed: over"},
+    {"WalkWithWrongWord", "rssi from -40 until -80 over 3s", 1,
+     "unknown word 'until'; allowed: to"},
+    {"LineTooLong", "disconnect reason=3\nstate now", 2, "unexpected 'now' at the end of the line"},
+    {"TextNotEnded", "event wlan0 \"abc", 1, "the closing \" is missing"},
+    {"UnknownEscape", "event wlan0 \"a\\q\"", 1, "unknown escape \\q"},
+    {"BadHexEscape", "event wlan0 \"\\x4g\"", 1, "two hexadecimal digits"},
+    {"SocketNameWithSlash", "socket create ../wlan0", 1, "is not a plain name"},
+    {"SocketNameTooLong", "socket create p2p-wlan0-00000000000000000000000000000000", 1,
+     "is not a plain name of at most 31 characters"},
+    {"PropertyWithoutValue", "property a.b", 1, "the property's value is missing"},
+    {"PropertyWithSlash", "property a/b c", 1, "is not a property's name"},
+    {"UnknownSensorOperation", "sensors controller.explode ok", 1, "allowed: controller.create"},
+    {"SensorBehaviourOfAnother", "sensors camera.notify fail", 1, "allowed: ok, hang"},
+    {"UnknownAnswer", "reply STATUS maybe", 1, "allowed: ok, fail, unknown, empty, none"},
+    {"ReplyZeroTimes", "reply STATUS ok times=0", 1, "is not a whole number from 1"},
+    {"UnknownErrorName", "netlink error vendor EWHAT", 1, "unknown error 'EWHAT'"},
+    {"PositiveError", "netlink error vendor 95", 1, "unknown error '95'"},
+    {"UnknownRequest", "netlink error scan EBUSY", 1, "allowed: family, interface-dump"},
+    {"UnknownFault", "netlink spoil vendor badly", 1, "allowed: truncated, garbage"},
+    {"UnknownReasonGiver", "disconnect by=cat", 1, "allowed: headset, ap"},
+    {"UnknownRole", "p2p start freq=5180 role=king", 1, "allowed: GO, client"},
+    {"UnknownStyle", "channel switch freq=5180 style=gothic", 1, "allowed: headset, mainline"},
+    {"UnknownKindExpected", "expect thunder x within 1s", 1, "unknown kind of record 'thunder'"},
+    {"ExpectWithoutTime", "expect event x", 1, "allowed: within"},
+    {"SomethingAfterEnd", "end\nscan", 2, "nothing may follow 'end'"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Scenario, BadScenario, testing::ValuesIn(kBad),
+                         [](const auto& bad) { return std::string(bad.param.name); });
+
+template <typename T>
+T only(const char* text) {
+    const Scenario scenario = parseScenario("x.scn", text);
+    EXPECT_EQ(scenario.steps.size(), 1u);
+    return std::get<T>(scenario.steps.at(0).action);
+}
+
+TEST(Scenario, AnEmptyFileHasNoSteps) {
+    EXPECT_TRUE(parseScenario("x", "").steps.empty());
+    EXPECT_TRUE(parseScenario("x", "\n  \t\r\n# nothing\n   # more\n").steps.empty());
+}
+
+TEST(Scenario, LinesBeforeTheFirstTimeAreThePreparation) {
+    const Scenario scenario = parseScenario("x", "scan\nat 0s scan\nscan\n");
+    ASSERT_EQ(scenario.steps.size(), 3u);
+    EXPECT_TRUE(scenario.steps[0].prepare);
+    EXPECT_FALSE(scenario.steps[1].prepare);
+    EXPECT_FALSE(scenario.steps[2].prepare);
+}
+
+TEST(Scenario, TimesAreAbsoluteOrRelativeToTheLineBefore) {
+    const Scenario scenario =
+        parseScenario("x", "at 1.5s scan\nat +250ms scan\nscan\nat +0s scan\nat 0.5min scan\n");
+    ASSERT_EQ(scenario.steps.size(), 5u);
+    EXPECT_EQ(scenario.steps[0].at, 1500ms);
+    EXPECT_EQ(scenario.steps[1].at, 1750ms);
+    EXPECT_EQ(scenario.steps[2].at, 1750ms);
+    EXPECT_EQ(scenario.steps[3].at, 1750ms);
+    EXPECT_EQ(scenario.steps[4].at, 30s);
+}
+
+TEST(Scenario, StepsKnowTheirLineAndItsTextWithoutTimeAndComment) {
+    const Scenario scenario = parseScenario("x", "\n\nat 1s   rssi -60   # falls\n");
+    ASSERT_EQ(scenario.steps.size(), 1u);
+    EXPECT_EQ(scenario.steps[0].line, 3);
+    EXPECT_EQ(scenario.steps[0].text, "rssi -60");
+}
+
+TEST(Scenario, UnitsMayBeWrittenOut) {
+    const auto connect = only<Connect>("connect freq=5180MHz width=80MHz rssi=-48dBm");
+    EXPECT_EQ(connect.frequencyMHz, 5180);
+    EXPECT_EQ(connect.width, Width::MHz80);
+    EXPECT_EQ(connect.rssiDbm, -48);
+}
+
+TEST(Scenario, AWalkHasBothEndsAndItsTime) {
+    const auto walk = only<SetRssi>("rssi from -40 to -80dBm over 8s");
+    EXPECT_EQ(walk.fromDbm, -40);
+    EXPECT_EQ(walk.toDbm, -80);
+    EXPECT_EQ(walk.over, 8s);
+}
+
+TEST(Scenario, AnEventsTextMayStandWithoutQuotes) {
+    EXPECT_EQ(only<SendEvent>("event wlan0 P2P-X ssid=\"a b\"  c # comment").text,
+              "<3>P2P-X ssid=\"a b\"  c");
+    EXPECT_EQ(only<SendEvent>("event wlan0 \"CTRL-EVENT-SCAN-RESULTS \"").text,
+              "<3>CTRL-EVENT-SCAN-RESULTS ");
+}
+
+TEST(Scenario, RawBytesAreSentAsTheyAre) {
+    EXPECT_EQ(only<SendEvent>(R"(raw wlan0 "\x00\xff\n\"#")").text, std::string("\0\xff\n\"#", 5));
+    EXPECT_EQ(only<SendEvent>("raw wlan0 size=3 fill=0x42").text, "BBB");
+    EXPECT_EQ(only<SendEvent>("raw wlan0 size=0").text, "");
+}
+
+TEST(Scenario, AQuotedPropertyValueMayBeEmptyOrHoldBlanks) {
+    EXPECT_EQ(only<SetProperty>("property a.b \"\"").value, "");
+    EXPECT_EQ(only<SetProperty>("property a.b \" 0x1F\"").value, " 0x1F");
+    EXPECT_EQ(only<SetProperty>("property a.b true").value, "true");
+    EXPECT_EQ(only<SetProperty>("unset a.b").value, std::nullopt);
+}
+
+TEST(Scenario, ErrorsAreNamedOrNumbered) {
+    EXPECT_EQ(only<NetlinkRule>("netlink error vendor EOPNOTSUPP").error, -95);
+    const auto rule = only<NetlinkRule>("netlink error frame -16 \"too busy\" capped times=2");
+    EXPECT_EQ(rule.error, -16);
+    EXPECT_EQ(rule.extAck, "too busy");
+    EXPECT_TRUE(rule.capped);
+    EXPECT_EQ(rule.times, 2);
+}
+
+TEST(Scenario, ALineGivenByHandHasNoTime) {
+    EXPECT_FALSE(parseLine("  # nothing", 1));
+    EXPECT_EQ(parseLine("rssi -60", 7)->line, 7);
+    try {
+        parseLine("at 1s scan", 4);
+        FAIL() << "it was accepted";
+    } catch (const ScenarioError& error) {
+        EXPECT_EQ(error.line, 4);
+        EXPECT_THAT(error.what(), HasSubstr("a time is for scenario files"));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,263 @@
+#include "tests/sim/SimDriver.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include <sys/wait.h>
+
+namespace simtest {
+
+namespace {
+
+/** Starts corvid-sim; its ends of the pipes come in `input` (unless null) and `output`. */
+pid_t startSim(const std::vector<std::string>& arguments, int* input, int* output) {
+    int in[2] = {-1, -1};
+    int out[2] = {-1, -1};
+    if ((input != nullptr && pipe2(in, O_CLOEXEC) != 0) || pipe2(out, O_CLOEXEC) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    std::vector<char*> words{const_cast<char*>(CORVID_SIM_PATH)};
+    for (const std::string& argument : arguments) {
+        words.push_back(const_cast<char*>(argument.c_str()));
+    }
+    words.push_back(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(input != nullptr ? in[0] : open("/dev/null", O_RDONLY), STDIN_FILENO);
+        dup2(out[1], STDOUT_FILENO);
+        if (input == nullptr) {
+            dup2(out[1], STDERR_FILENO);
+        }
+        execv(CORVID_SIM_PATH, words.data());
+        _exit(127);
+    }
+    close(out[1]);
+    *output = out[0];
+    if (input != nullptr) {
+        close(in[0]);
+        *input = in[1];
+    }
+    return pid;
+}
+
+int exitStatus(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/** Reads a JSON string whose opening quote is at `at`; moves behind it. */
+std::optional<std::string> readString(std::string_view json, size_t& at) {
+    std::string out;
+    for (++at; at < json.size() && json[at] != '"'; ++at) {
+        if (json[at] != '\\') {
+            out += json[at];
+            continue;
+        }
+        if (++at >= json.size()) {
+            return std::nullopt;
+        }
+        if (json[at] == 'u' && at + 4 < json.size()) {
+            out += static_cast<char>(std::stoi(std::string(json.substr(at + 1, 4)), nullptr, 16));
+            at += 4;
+        } else {
+            out += json[at] == 'n' ? '\n' : json[at] == 't' ? '\t' : json[at];
+        }
+    }
+    if (at++ >= json.size()) {
+        return std::nullopt;
+    }
+    return out;
+}
+
+/** Reads any other JSON value as it stands, up to the comma or bracket that ends it. */
+std::string readRaw(std::string_view json, size_t& at) {
+    const size_t begin = at;
+    int depth = 0;
+    for (bool inString = false; at < json.size(); ++at) {
+        const char c = json[at];
+        if (inString) {
+            at += c == '\\' ? 1 : 0;
+            inString = c != '"';
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '{' || c == '[') {
+            ++depth;
+        } else if ((c == '}' || c == ']' || c == ',') && depth == 0) {
+            break;
+        } else if (c == '}' || c == ']') {
+            --depth;
+        }
+    }
+    return std::string(json.substr(begin, at - begin));
+}
+
+}  // namespace
+
+std::optional<SimRecord> SimRecord::parse(std::string_view line) {
+    SimRecord record;
+    if (line.empty() || line.front() != '{' || line.back() != '}') {
+        return std::nullopt;
+    }
+    size_t at = 1;
+    while (at < line.size() && line[at] == '"') {
+        const auto name = readString(line, at);
+        if (!name || at >= line.size() || line[at++] != ':' || at >= line.size()) {
+            return std::nullopt;
+        }
+        if (line[at] == '"') {
+            const auto value = readString(line, at);
+            if (!value) {
+                return std::nullopt;
+            }
+            record.mMembers[*name] = *value;
+        } else {
+            record.mMembers[*name] = readRaw(line, at);
+        }
+        if (at < line.size() && line[at] == ',') {
+            ++at;
+        }
+    }
+    return at + 1 == line.size() ? std::optional(record) : std::nullopt;
+}
+
+std::string SimRecord::operator[](const std::string& name) const {
+    const auto member = mMembers.find(name);
+    return member == mMembers.end() ? "" : member->second;
+}
+
+double SimRecord::t() const { return std::strtod((*this)["t"].c_str(), nullptr); }
+
+TempFolder::TempFolder() {
+    char path[] = "/tmp/corvid-test-XXXXXX";
+    if (mkdtemp(path) == nullptr) {
+        throw std::runtime_error("no temporary folder");
+    }
+    mPath = path;
+}
+
+TempFolder::~TempFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(mPath, ignored);
+}
+
+SimDriver::SimDriver(const std::vector<std::string>& options) {
+    std::vector<std::string> arguments = {"--control", "--root", mFolder.path()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    mPid = startSim(arguments, &mInput, &mOutput);
+    mReader = std::thread([this] { read(); });
+    if (!waitFor([](const SimRecord& record) { return record.kind() == "ready"; })) {
+        finish();
+        mReader.join();
+        throw std::runtime_error("corvid-sim is not ready");
+    }
+}
+
+SimDriver::~SimDriver() {
+    finish();
+    mReader.join();
+    close(mOutput);
+}
+
+void SimDriver::read() {
+    std::string unread;
+    char buffer[65536];
+    ssize_t length = 0;
+    while ((length = ::read(mOutput, buffer, sizeof(buffer))) > 0) {
+        unread.append(buffer, static_cast<size_t>(length));
+        const std::lock_guard<std::mutex> lock(mMutex);
+        size_t begin = 0;
+        for (size_t end = 0; (end = unread.find('\n', begin)) != std::string::npos;) {
+            if (auto record =
+                    SimRecord::parse(std::string_view(unread).substr(begin, end - begin))) {
+                mRecords.push_back(std::move(*record));
+            }
+            begin = end + 1;
+        }
+        unread.erase(0, begin);
+        mArrived.notify_all();
+    }
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mEnded = true;
+    mArrived.notify_all();
+}
+
+std::string SimDriver::play(const std::string& line) {
+    const std::string number = std::to_string(++mLine);
+    const std::string bytes = line + "\n";
+    if (write(mInput, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        return "corvid-sim does not take lines";
+    }
+    const auto answer = waitFor(
+        [&](const SimRecord& record) {
+            return (record.kind() == "ok" || record.kind() == "error") && record["line"] == number;
+        },
+        std::chrono::minutes(2));
+    if (!answer) {
+        return "corvid-sim did not answer";
+    }
+    return answer->kind() == "ok" ? "" : answer->text();
+}
+
+std::vector<SimRecord> SimDriver::records() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mRecords;
+}
+
+std::vector<SimRecord> SimDriver::records(const std::string& kind) {
+    std::vector<SimRecord> found = records();
+    found.erase(std::remove_if(found.begin(), found.end(),
+                               [&](const SimRecord& record) { return record.kind() != kind; }),
+                found.end());
+    return found;
+}
+
+std::optional<SimRecord> SimDriver::waitFor(const Matches& matches,
+                                            std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::unique_lock<std::mutex> lock(mMutex);
+    for (size_t next = 0;;) {
+        for (; next < mRecords.size(); ++next) {
+            if (matches(mRecords[next])) {
+                return mRecords[next];
+            }
+        }
+        if (mEnded || mArrived.wait_until(lock, deadline) == std::cv_status::timeout) {
+            return std::nullopt;
+        }
+    }
+}
+
+void SimDriver::forget() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mRecords.clear();
+}
+
+int SimDriver::finish() {
+    if (mInput >= 0) {
+        close(std::exchange(mInput, -1));
+    }
+    return mPid > 0 ? exitStatus(std::exchange(mPid, -1)) : 0;
+}
+
+int runSim(const std::vector<std::string>& arguments, std::string& output) {
+    int pipe = -1;
+    const pid_t pid = startSim(arguments, nullptr, &pipe);
+    output.clear();
+    char buffer[4096];
+    ssize_t length = 0;
+    while ((length = read(pipe, buffer, sizeof(buffer))) > 0) {
+        output.append(buffer, static_cast<size_t>(length));
+    }
+    close(pipe);
+    return exitStatus(pid);
+}
+
+}  // namespace simtest
