@@ -1,0 +1,77 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+
+#include <sys/types.h>
+#include <utils/Mutex.h>
+
+#include "PendingRequests.h"
+
+namespace host {
+
+/** What a redirected socket remembers of the netlink socket that it stands for. */
+struct Redirected {
+    /** SOCK_RAW or SOCK_DGRAM, as the program asked for. */
+    int type = 0;
+    /** The socket's netlink address; 0 until it is bound. */
+    uint32_t port = 0;
+    PendingRequests pending;
+};
+
+/**
+ * The redirected sockets of this process, known by their inode numbers: so every copy of a
+ * descriptor (dup, fork) is recognised, and a descriptor number that was closed and given to
+ * another file is not, however it was closed.
+ *
+ * Any thread; a fork on one thread leaves the child's copy usable.
+ */
+class RedirectTable {
+  public:
+    /** The process's table. It is never destroyed. */
+    static RedirectTable& instance();
+
+    /** Enters the socket `fd`; forgets sockets that are no longer open from time to time. */
+    void add(int fd, int type);
+
+    /**
+     * Calls `use(Redirected&)`, under the table's lock, when `fd` is a redirected socket. Returns
+     * whether it is; errno stays as it was.
+     */
+    template <typename Use>
+    bool with(int fd, Use use) {
+        if (!used_) {
+            return false;
+        }
+        const ino_t inode = socketInode_(fd);
+        const android::Mutex::Autolock lock(mutex_);
+        const auto entry = sockets_.find(inode);
+        if (entry == sockets_.end()) {
+            return false;
+        }
+        use(entry->second);
+        return true;
+    }
+
+    bool contains(int fd) {
+        return with(fd, [](const Redirected&) {});
+    }
+
+  private:
+    RedirectTable();
+
+    /** 0 when `fd` is no socket. */
+    static ino_t socketInode_(int fd);
+
+    void forgetClosed_() REQUIRES(mutex_);
+
+    /** Spares programs that redirect nothing the look-up. */
+    std::atomic<bool> used_{false};
+    android::Mutex mutex_;
+    std::map<ino_t, Redirected> sockets_ GUARDED_BY(mutex_);
+    /** The size at which closed sockets are looked for. */
+    size_t crowded_ GUARDED_BY(mutex_) = 64;
+};
+
+}  // namespace host
