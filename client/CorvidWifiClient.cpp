@@ -52,7 +52,18 @@ bool CorvidWifiClient::sendVendorNlCmd(Nl80211VendorCmdInfo& info) {
     return true;
 }
 
-void CorvidWifiClient::recordTask(const std::string& task) const {
+void CorvidWifiClient::setCompositionRoot(CompositionRoot* root) {
+    MutexLock lock(rootMutex_);
+    root_ = root;
+}
+
+CompositionRoot* CorvidWifiClient::compositionRoot() {
+    MutexLock lock(rootMutex_);
+    return root_;
+}
+
+void CorvidWifiClient::recordTask(const std::string& task) {
+    MutexLock lock(rootMutex_);
     if (root_ != nullptr) {
         root_->mapTaskToPid(task, gettid());
     }

@@ -53,19 +53,26 @@ class CorvidWifiClient {
     /** Direct access past the netlink lock, for interface names and the station's bandwidth. */
     Nl80211Client* getNl80211Client() { return &nl80211Client_; }
 
-    /** Set once, before the first manager exists; not owned. Null until then. */
-    void setCompositionRoot(CompositionRoot* root) { root_ = root; }
-    CompositionRoot* compositionRoot() const { return root_; }
+    /**
+     * Not owned. Set once, before the first manager exists, and back to null when the root goes;
+     * null outside of that.
+     */
+    void setCompositionRoot(CompositionRoot* root) EXCLUDES(rootMutex_);
+    CompositionRoot* compositionRoot() EXCLUDES(rootMutex_);
 
-    /** Notes in the composition root's task map that `task` runs on the calling thread. */
-    void recordTask(const std::string& task) const;
+    /**
+     * Notes in the composition root's task map that `task` runs on the calling thread. Safe also
+     * for a thread that may outlive the root.
+     */
+    void recordTask(const std::string& task) EXCLUDES(rootMutex_);
 
   private:
     RecursiveMutex supplicantLock_;
     RecursiveMutex netlinkLock_;
     WpaClient wpaClient_;
     Nl80211Client nl80211Client_;
-    CompositionRoot* root_ = nullptr;
+    Mutex rootMutex_;  ///< held while the task map is written
+    CompositionRoot* root_ GUARDED_BY(rootMutex_) = nullptr;
 };
 
 }  // namespace Ursa::OS::Wifi

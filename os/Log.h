@@ -2,7 +2,6 @@
 
 // The daemon's log lines: liblog under the one tag "CorvidWifi", each message begun with the name
 // of the writing source file without its extension, for example "StaManager: STA event(CONNECTED)".
-// Include this header before any other that includes <log/log.h>.
 
 #ifdef LOG_TAG
 #undef LOG_TAG
