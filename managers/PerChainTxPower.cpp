@@ -1,0 +1,73 @@
+#include "managers/PerChainTxPower.h"
+
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+/** Last frequency that counts as 2.4 GHz, MHz. */
+constexpr int kLast2GhzFrequency = 2999;
+
+std::string toString(const ChainLimits& limits) {
+    return std::to_string(limits[0]) + ", " + std::to_string(limits[1]);
+}
+
+}  // namespace
+
+int PerChainTxPower::kLowRssiBoundLower = -85;
+int PerChainTxPower::kLowRssiBoundUpper = -75;
+ChainLimits PerChainTxPower::kPowerLimitDefaultDbmArray = {20, 20};
+ChainLimits PerChainTxPower::kPowerLimitLowRssiDbmArray = {13, 20};
+
+PerChainTxPower::PerChainTxPower(std::shared_ptr<CorvidWifiClient> client)
+    : client_(std::move(client)) {}
+
+void PerChainTxPower::setParameters(int lowRssiLower, int lowRssiUpper, unsigned defaultDbm0,
+                                    unsigned defaultDbm1, unsigned lowDbm0, unsigned lowDbm1) {
+    kLowRssiBoundLower = lowRssiLower;
+    kLowRssiBoundUpper = lowRssiUpper;
+    kPowerLimitDefaultDbmArray = {defaultDbm0, defaultDbm1};
+    kPowerLimitLowRssiDbmArray = {lowDbm0, lowDbm1};
+}
+
+const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) {
+    const bool lowRssi = kLowRssiBoundLower < rssi && rssi < kLowRssiBoundUpper;
+    const bool is2Ghz = freq >= 1 && freq <= kLast2GhzFrequency;
+    return lowRssi && is2Ghz ? kPowerLimitLowRssiDbmArray : kPowerLimitDefaultDbmArray;
+}
+
+void PerChainTxPower::update(int rssi, int freq) {
+    const ChainLimits& target = chooseLimits(rssi, freq);
+    for (size_t chain = 0; chain < target.size(); ++chain) {
+        unsigned& current = currentDbmArray_[chain];
+        if (current != target[chain] && setSingleChainLimit_(current, static_cast<int>(chain))) {
+            current = target[chain];
+        }
+    }
+}
+
+bool PerChainTxPower::setSingleChainLimit_(unsigned dbm, int chain) {
+    if (client_ == nullptr) {
+        return true;
+    }
+    const std::string command = "DRIVER SET_PER_CHAIN_TX_PWR_LIMIT band 0 chain " +
+                                std::to_string(chain) + " power " + std::to_string(dbm);
+    std::string reply;
+    return client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
+}
+
+std::string PerChainTxPower::dump(std::string prefix) const {
+    return prefix + "PerChainTxPower: enabled\n" +                                          //
+           prefix + "  kLowRssiBoundLower: " + std::to_string(kLowRssiBoundLower) + "\n" +  //
+           prefix + "  kLowRssiBoundUpper: " + std::to_string(kLowRssiBoundUpper) + "\n" +  //
+           prefix + "  kPowerLimitDefaultDbmArray: " + toString(kPowerLimitDefaultDbmArray) +
+           "\n" +  //
+           prefix + "  kPowerLimitLowRssiDbmArray: " + toString(kPowerLimitLowRssiDbmArray) +
+           "\n" +  //
+           prefix + "  currentDbmArray: " + toString(currentDbmArray_) + "\n";
+}
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,80 @@
+#include "managers/PowerJumpDetectManager.h"
+
+#include <string>
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+#include "config/CorvidWifiProperties.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+/** From here on a frequency counts as 5 GHz, MHz. */
+constexpr int kFirst5GhzFrequency = 3000;
+
+/** dBm; read at its first use in the process and kept. */
+int rssiThreshold() {
+    static const int value = Sysprop::corvid_wifi_power_jump_detect_rssi_threshold(-55);
+    return value;
+}
+
+}  // namespace
+
+PowerJumpDetectManager::PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client)
+    : client_(std::move(client)) {
+    setCallback_();
+}
+
+PowerJumpDetectManager::~PowerJumpDetectManager() {
+    staDisconnected_.reset();
+    staConnected_.reset();
+}
+
+void PowerJumpDetectManager::setCallback_() {
+    staConnectedHandler_ = [this](const StaResult& result) { onStaConnected_(result); };
+    staDisconnectedHandler_ = [this](const StaResult& result) { onStaDisconnected_(result); };
+    const auto staManager = client_->compositionRoot()->staManager();
+    if (staManager == nullptr) {
+        return;
+    }
+    staConnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
+        staManager->staConnectedCallbacks, staConnectedHandler_);
+    staDisconnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
+        staManager->staDisconnectedCallbacks, staDisconnectedHandler_);
+}
+
+void PowerJumpDetectManager::onStaConnected_(const StaResult& result) {
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("PowerJumpDetectManager.onStaConnected");
+    const bool weak2Ghz = result.rssi < rssiThreshold() && result.frequency < kFirst5GhzFrequency;
+    const State wanted = weak2Ghz ? State::OFF : State::ON;
+    if (wanted != state_) {
+        WIFI_LOGI("%s rssi:%d freq:%d", result.event.c_str(), result.rssi, result.frequency);
+    }
+    setPowerJumpDetect_(wanted);
+}
+
+void PowerJumpDetectManager::onStaDisconnected_(const StaResult& result) {
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("PowerJumpDetectManager.onStaDisconnected");
+    WIFI_LOGI("%s", result.event.c_str());
+    setPowerJumpDetect_(State::OFF);
+}
+
+void PowerJumpDetectManager::setPowerJumpDetect_(State state) {
+    if (state == state_) {
+        return;
+    }
+    const std::string command =
+        state == State::ON ? "DRIVER SET_POWER_SURGE_CONFIG 1 ADC_SATURATION 1 RSSI_DELTA 1"
+                           : "DRIVER SET_POWER_SURGE_CONFIG 1 ADC_SATURATION 0 RSSI_DELTA 0";
+    std::string reply;
+    if (client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA)) {
+        state_ = state;
+    }
+    WIFI_LOGI("cmd:%s reply:%s", command.c_str(), reply.c_str());
+}
+
+}  // namespace Ursa::OS::Wifi

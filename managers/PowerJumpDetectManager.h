@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "client/CallbackMapRegister.h"
+#include "managers/FeatureManager.h"
+#include "managers/StaManager.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/**
+ * Keeps the driver's power-surge detection on while the station is on 5 GHz or has a strong signal,
+ * and off on a weak 2.4 GHz link and without one. Fed by StaManager on its threads.
+ */
+class PowerJumpDetectManager : public FeatureManager {
+  public:
+    enum class State { UNSET = 0, ON = 1, OFF = 2 };
+
+    explicit PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client);
+    ~PowerJumpDetectManager() override;
+
+  private:
+    void setCallback_();
+    void onStaConnected_(const StaResult& result);
+    void onStaDisconnected_(const StaResult& result);
+    /** Sends a change; one that can't be sent is tried again at the next result. */
+    void setPowerJumpDetect_(State state) REQUIRES(handlerMutex_);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    /** Held by both handlers for their whole run, the command included, deliberately. */
+    Mutex handlerMutex_;
+    std::function<void(const StaResult&)> staConnectedHandler_;
+    std::function<void(const StaResult&)> staDisconnectedHandler_;
+    std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
+    std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
+    State state_ GUARDED_BY(handlerMutex_) = State::UNSET;
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/** Restricts the P2P interface to one transmit chain when a group starts, on the listener thread.
+ */
+class TxChainManager : public FeatureManager {
+  public:
+    explicit TxChainManager(std::shared_ptr<CorvidWifiClient> client);
+    ~TxChainManager() override;
+
+    /** Gates what later groups bring about. On at start. Any thread. */
+    void toggleFeature(bool enable);
+
+  private:
+    void onP2pStarted_();
+    bool setP2pTxChainQcom_(int nTx);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    std::atomic<bool> enabled_{true};
+    std::function<void(const std::string&)> handler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,221 @@
+#include "managers/TxPowerManager.h"
+
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+#include "client/SupplicantParser.h"
+#include "config/CorvidWifiProperties.h"
+#include "managers/P2pManager.h"
+#include "managers/TxPowerSettings.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+/** First frequency on which the station's power follows the signal, MHz. */
+constexpr int kFirstAdaptedFrequency = 5000;
+/** Last frequency that counts as 2.4 GHz for the P2P group's power, MHz. */
+constexpr int kLast2GhzFrequency = 2999;
+
+bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtracking(false); }
+
+}  // namespace
+
+unsigned nextPowerStep(unsigned current, int rssi) {
+    using namespace TxPowerSettings;
+    if (current == upper()) {
+        if (rssi > rssiUpper()) {
+            return lower();
+        }
+        return rssi > rssiMiddleLower() ? middle() : upper();
+    }
+    if (current == middle()) {
+        if (rssi < rssiLower()) {
+            return upper();
+        }
+        return rssi > rssiUpper() ? lower() : middle();
+    }
+    if (current == lower()) {
+        if (rssi < rssiLower()) {
+            return upper();
+        }
+        return rssi < rssiMiddleUpper() ? middle() : lower();
+    }
+    return upper();
+}
+
+TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client)
+    : client_(std::move(client)),
+      perChainMode_(Sysprop::corvid_wifi_txpower_enable_sta_per_chain(false)),
+      handTracking_(isHandTrackingMode()),
+      perChain_(client_) {
+    PerChainTxPower::setParameters(Sysprop::corvid_wifi_txpower_perchain_low_rssi_lower(-85),
+                                   Sysprop::corvid_wifi_txpower_perchain_low_rssi_upper(-75),
+                                   Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm0(20),
+                                   Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm1(20),
+                                   Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm0(13),
+                                   Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm1(20));
+    if (TxPowerSettings::staEnabled()) {
+        setStaCallback_();
+    }
+    if (TxPowerSettings::p2pEnabled()) {
+        std::vector<WifiClientCallbackItem> items;
+        setP2pCallback_(items);
+        p2pSubscription_ = std::make_unique<WifiClientCallback>(client_, items);
+    }
+}
+
+TxPowerManager::~TxPowerManager() {
+    p2pSubscription_.reset();
+    staDisconnected_.reset();
+    staConnected_.reset();
+}
+
+void TxPowerManager::setStaCallback_() {
+    staConnectedHandler_ = [this](const StaResult& result) { onStaConnected_(result); };
+    staDisconnectedHandler_ = [this](const StaResult& result) { onStaDisconnected_(result); };
+    const auto staManager = client_->compositionRoot()->staManager();
+    if (staManager == nullptr) {
+        return;
+    }
+    staConnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
+        staManager->staConnectedCallbacks, staConnectedHandler_);
+    staDisconnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
+        staManager->staDisconnectedCallbacks, staDisconnectedHandler_);
+}
+
+void TxPowerManager::setP2pCallback_(std::vector<WifiClientCallbackItem>& items) {
+    p2pStartedHandler_ = [this](const std::string& event) { onP2pStarted_(event); };
+    p2pStoppedHandler_ = [this](const std::string& event) { onP2pStopped_(event); };
+    items.push_back(
+        {WifiClientCallbackType::WPA_P2P_GROUP_STARTED, p2pStartedHandler_, NetInterfaceType::P2P});
+    items.push_back(
+        {WifiClientCallbackType::WPA_P2P_CSA_FINISHED, p2pStartedHandler_, NetInterfaceType::P2P});
+    items.push_back(
+        {WifiClientCallbackType::WPA_P2P_GROUP_REMOVED, p2pStoppedHandler_, NetInterfaceType::P2P});
+    items.push_back({WifiClientCallbackType::WPA_SOCKET_DISCONNECTED, p2pStoppedHandler_,
+                     NetInterfaceType::P2P});
+}
+
+void TxPowerManager::toggleFeature(bool enable, NetInterfaceType interfaceType) {
+    if (interfaceType == NetInterfaceType::STA) {
+        staToggle_ = enable;
+    } else if (interfaceType == NetInterfaceType::P2P) {
+        p2pToggle_ = enable;
+    }
+}
+
+bool TxPowerManager::updateTxPowerConfig(bool allowed) {
+    MutexLock lock(configMutex_);
+    handTrackingAdaptation_ = allowed;
+    return true;
+}
+
+void TxPowerManager::setP2pInfo(P2pInfo&& info) {
+    if (const auto p2pManager = client_->compositionRoot()->p2pManager()) {
+        p2pManager->setP2pInfo(std::move(info));
+    }
+}
+
+bool TxPowerManager::calculateDbm_(int rssi, int freq, unsigned& dbm) {
+    bool adapted = freq >= kFirstAdaptedFrequency;
+    if (adapted) {
+        handTracking_ = isHandTrackingMode();
+        if (handTracking_) {
+            MutexLock lock(configMutex_);
+            adapted = handTrackingAdaptation_;
+        }
+    }
+    const unsigned step = adapted ? nextPowerStep(dbm, rssi) : TxPowerSettings::upper();
+    const bool changed = step != dbm;
+    dbm = step;
+    return changed;
+}
+
+bool TxPowerManager::setTxPower_(unsigned value, NetInterfaceType interfaceType) {
+    if (interfaceType == NetInterfaceType::STA && !staToggle_) {
+        return false;
+    }
+    const unsigned power = TxPowerSettings::unitIsHalfDbm() ? value >> 1 : value;
+    (interfaceType == NetInterfaceType::STA ? staTxPower_ : p2pTxPower_) = power;
+
+    const std::string command = "DRIVER SET_TXPOWER " + std::to_string(power);
+    std::string reply;
+    const bool sent = client_->sendWpaCtrlCmd(command, reply, interfaceType);
+    WIFI_LOGI("%s cmd:%s reply:%s", toString(interfaceType), command.c_str(), reply.c_str());
+    return sent;
+}
+
+void TxPowerManager::onStaConnected_(const StaResult& result) {
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("TxPowerManager.onStaConnected");
+    if (perChainMode_) {
+        perChain_.update(result.rssi, result.frequency);
+        return;
+    }
+    unsigned candidate = lastStaStep_;
+    if (!calculateDbm_(result.rssi, result.frequency, candidate)) {
+        return;
+    }
+    WIFI_LOGI("%s rssi:%d freq:%d", result.event.c_str(), result.rssi, result.frequency);
+    if (setTxPower_(candidate, NetInterfaceType::STA)) {
+        lastStaStep_ = candidate;  // otherwise the next sample tries again
+    }
+}
+
+void TxPowerManager::onStaDisconnected_(const StaResult& result) {
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("TxPowerManager.onStaDisconnected");
+    WIFI_LOGI("%s", result.event.c_str());
+    if (perChainMode_) {
+        perChain_.update(result.rssi, result.frequency);
+    } else {
+        setTxPower_(TxPowerSettings::upper(), NetInterfaceType::STA);
+        // The last step stays as it is, deliberately.
+    }
+}
+
+void TxPowerManager::onP2pStarted_(const std::string& event) {
+    WIFI_LOGI("P2P event(CONNECTED)");
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("TxPowerManager.onP2pStarted");
+    int frequency = -1;
+    if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, frequency); })) {
+        return;
+    }
+    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFrequency_, frequency);
+    if (frequency == p2pFrequency_) {
+        return;
+    }
+    p2pFrequency_ = frequency;
+    setP2pInfo({frequency, -1});
+    if (frequency > kLast2GhzFrequency) {
+        setTxPower_(TxPowerSettings::upper(), NetInterfaceType::P2P);  // whatever the toggle
+    } else if (p2pToggle_) {
+        setTxPower_(TxPowerSettings::p2p(), NetInterfaceType::P2P);
+    }
+}
+
+void TxPowerManager::onP2pStopped_(const std::string& event) {
+    WIFI_LOGI("P2P event(DISCONNECTED-%s)", event.c_str());
+    MutexLock lock(handlerMutex_);
+    client_->recordTask("TxPowerManager.onP2pStopped");
+    p2pFrequency_ = -1;
+    setP2pInfo({-1, -1});
+    setTxPower_(TxPowerSettings::upper(), NetInterfaceType::P2P);
+}
+
+bool TxPowerManager::dumpInfo(std::string& out) {
+    if (perChainMode_) {
+        MutexLock lock(handlerMutex_);
+        out += perChain_.dump("\t");
+        return true;
+    }
+    out += "\tSTA TX Power: " + std::to_string(staTxPower_) + " dbm\n";
+    out += "\tP2P TX Power: " + std::to_string(p2pTxPower_) + " dbm\n";
+    out += "\tPer Chain Control: " + std::to_string(static_cast<int>(perChainMode_)) + "\n";
+    return true;
+}
+
+}  // namespace Ursa::OS::Wifi

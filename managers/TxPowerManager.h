@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/CallbackMapRegister.h"
+#include "client/NetInterfaceType.h"
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "managers/PerChainTxPower.h"
+#include "managers/StaManager.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+struct P2pInfo;
+
+/**
+ * The station's next power step, in configured units, from the current one and the signal (dBm).
+ * The stronger the signal, the less power; each step back needs a signal 5 dB beyond the one that
+ * caused the step, so that the power does not flutter. With the defaults:
+ *
+ *     current    signal                            next
+ *     20 upper   above -55: 5    above -65: 9      else 20
+ *      9 middle  below -70: 20   above -55: 5      else 9
+ *      5 lower   below -70: 20   below -60: 9      else 5
+ *     other                                        20
+ *
+ * Rows and columns are tried in this order, so that of steps configured equal the earlier wins.
+ */
+unsigned nextPowerStep(unsigned current, int rssi);
+
+/**
+ * Sets the transmit power of the station, by the signal, and of the P2P group, by its band.
+ *
+ * Connected results arrive on StaManager's worker, disconnected ones and P2P events on the listener
+ * thread, calls on the HIDL thread.
+ */
+class TxPowerManager : public FeatureManager {
+  public:
+    explicit TxPowerManager(std::shared_ptr<CorvidWifiClient> client);
+    ~TxPowerManager() override;
+
+    /** Gates later commands: all of the station's, and the P2P group's on 2.4 GHz. */
+    void toggleFeature(bool enable, NetInterfaceType interfaceType);
+
+    /** Whether the station's steps are followed while hand tracking is on. Returns true. */
+    bool updateTxPowerConfig(bool allowed) EXCLUDES(configMutex_);
+
+    void setP2pInfo(P2pInfo&& info);
+
+    bool dumpInfo(std::string& out) override;
+
+  private:
+    void setStaCallback_();
+    void setP2pCallback_(std::vector<WifiClientCallbackItem>& items);
+
+    void onStaConnected_(const StaResult& result);
+    void onStaDisconnected_(const StaResult& result);
+    void onP2pStarted_(const std::string& event);
+    void onP2pStopped_(const std::string& event);
+
+    /** Writes `dbm`, in configured units, and returns true only when the step changes. */
+    bool calculateDbm_(int rssi, int freq, unsigned& dbm) REQUIRES(handlerMutex_);
+    bool setTxPower_(unsigned value, NetInterfaceType interfaceType) REQUIRES(handlerMutex_);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    std::atomic<bool> p2pToggle_{true};
+    std::atomic<bool> staToggle_{true};
+    const bool perChainMode_;
+    bool handTracking_ GUARDED_BY(handlerMutex_);
+    bool handTrackingAdaptation_ GUARDED_BY(configMutex_) = true;
+    int32_t p2pFrequency_ GUARDED_BY(handlerMutex_) = -1;  ///< MHz
+    /** What the last successful station command set, in configured units. */
+    unsigned lastStaStep_ GUARDED_BY(handlerMutex_) = 0;
+    std::atomic<unsigned> staTxPower_{0};  ///< as last put into a command
+    std::atomic<unsigned> p2pTxPower_{0};
+
+    /** Held by every handler for its whole run, its command included, deliberately. */
+    Mutex handlerMutex_ ACQUIRED_BEFORE(configMutex_);
+    Mutex configMutex_;
+    PerChainTxPower perChain_ GUARDED_BY(handlerMutex_);
+
+    std::function<void(const StaResult&)> staConnectedHandler_;
+    std::function<void(const StaResult&)> staDisconnectedHandler_;
+    std::function<void(const std::string&)> p2pStartedHandler_;
+    std::function<void(const std::string&)> p2pStoppedHandler_;
+    std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
+    std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
+    std::unique_ptr<WifiClientCallback> p2pSubscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,25 @@
+#pragma once
+
+// The configured values of station and P2P power control. Each is read from its system property at
+// its first use in the process and kept from then on, whatever is set later. Any thread.
+
+namespace Ursa::OS::Wifi::TxPowerSettings {
+
+bool staEnabled();
+bool p2pEnabled();
+
+// Power steps in dBm; in half dBm when unitIsHalfDbm().
+unsigned upper();
+unsigned middle();
+unsigned lower();
+/** P2P power on 2.4 GHz. */
+unsigned p2p();
+bool unitIsHalfDbm();
+
+// Signal thresholds of the station's steps, dBm.
+int rssiUpper();
+int rssiMiddleUpper();
+int rssiMiddleLower();
+int rssiLower();
+
+}  // namespace Ursa::OS::Wifi::TxPowerSettings
