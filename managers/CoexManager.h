@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <ursa/os/EventFd.h>
+
+#include "client/CallbackMap.h"
+#include "client/CallbackMapRegister.h"
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "os/Mutex.h"
+#include "os/Poll.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+enum class CoexEventType : int32_t {
+    WIFI_STA_CONNECTED = 0,
+    WIFI_STA_DISCONNECTED = 1,
+    WIFI_STA_CHANNEL_SWITCH = 2,
+    WIFI_P2P_CONNECTED = 3,
+    WIFI_P2P_DISCONNECTED = 4,
+    WIFI_P2P_CHANNEL_SWITCH = 5,
+};
+
+/** What a coexistence subscriber receives. */
+struct CoexAction {
+    CoexEventType type;
+    /** The supplicant's event text, unchanged; subscribers read it themselves. */
+    std::string data;
+};
+
+using CoexRegistration = std::unique_ptr<CallbackMapRegister<const CoexAction&>>;
+
+/** One subscription of a coexistence manager; it ends with the package. */
+struct CoexActionPackage {
+    CoexEventType type;
+    /** One object per registration, which stays at its address while registered. */
+    std::function<void(const CoexAction&)> action;
+    CoexRegistration registration;
+};
+
+/**
+ * Turns the supplicant's events into six coexistence events and hands them, one at a time and in
+ * the order of arrival, to its subscribers on a thread of its own. So their work, which may wait
+ * for outside services for seconds, never holds up the listener thread.
+ *
+ * Lives as long as the process. Where it is destroyed all the same, the dispatcher ends first.
+ */
+class CoexManager : public FeatureManager {
+  public:
+    explicit CoexManager(std::shared_ptr<CorvidWifiClient> client);
+    ~CoexManager() override;
+
+    /**
+     * Subscribes `action`, which stays at its address, to one type. Returns null, with a warning,
+     * for a type outside the enumeration.
+     */
+    CoexRegistration registerCoexActionCallback(CoexEventType type,
+                                                std::function<void(const CoexAction&)>& action);
+
+    /** Queues an event and wakes the dispatcher. Any thread. */
+    void signalEvent(CoexEventType type, const std::string& data) EXCLUDES(queueMutex_);
+
+    /** Runs the subscribers of everything queued. On the dispatcher thread only. */
+    void processEvent() EXCLUDES(queueMutex_);
+
+  private:
+    using CoexEvent = CoexAction;  // the same two fields, on their way
+
+    void startDispatcher_();
+    void stopDispatcher_();
+    void dispatcherThread_();
+    void setWifiCallback_();
+    void setWifiStaCallback_(std::vector<WifiClientCallbackItem>& items);
+    void setWifiP2pCallback_(std::vector<WifiClientCallbackItem>& items);
+    /** A handler that notes its task and signals the event. */
+    std::function<void(const std::string&)> makeHandler_(const char* handler, CoexEventType type);
+    /** Null, with a warning, for a type outside the enumeration. */
+    std::shared_ptr<CallbackMap<const CoexAction&>> findCallbackMap_(CoexEventType type) const;
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    const std::shared_ptr<Poll> poll_;
+    EventFd eventFd_;
+    std::thread dispatcher_;
+    std::atomic<bool> running_{false};
+    /** One per type, all made in the constructor; the map itself never changes. */
+    const std::map<CoexEventType, std::shared_ptr<CallbackMap<const CoexAction&>>> callbacks_;
+
+    Mutex queueMutex_;
+    std::vector<CoexEvent> queue_ GUARDED_BY(queueMutex_);
+
+    std::function<void(const std::string&)> staConnectedHandler_;
+    std::function<void(const std::string&)> staDisconnectedHandler_;
+    std::function<void(const std::string&)> staChannelSwitchHandler_;
+    std::function<void(const std::string&)> p2pConnectedHandler_;
+    std::function<void(const std::string&)> p2pDisconnectedHandler_;
+    std::function<void(const std::string&)> p2pChannelSwitchHandler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

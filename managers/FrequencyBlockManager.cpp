@@ -1,0 +1,288 @@
+#include "managers/FrequencyBlockManager.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+#include "client/SupplicantParser.h"
+#include "config/CorvidWifiProperties.h"
+#include "managers/BoundedWorker.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+using Sensors::ControllerWirelessFreqBlocklists;
+
+namespace {
+
+/** Channels 1 to 13 and what the controllers' link must leave to each. */
+constexpr std::array<FrequencyMap, 13> kChannels = {{
+    {2412, 2402, 2430},
+    {2417, 2402, 2434},
+    {2422, 2406, 2440},
+    {2427, 2410, 2444},
+    {2432, 2414, 2450},
+    {2437, 2420, 2454},
+    {2442, 2424, 2458},
+    {2447, 2428, 2462},
+    {2452, 2434, 2466},
+    {2457, 2438, 2470},
+    {2462, 2444, 2476},
+    {2467, 2448, 2478},
+    {2472, 2448, 2478},
+}};
+
+/** Where third-order intermodulation products of a channel fall. */
+constexpr std::array<FrequencyMap, 3> kIm3 = {{
+    {2412, 2451, 2453},
+    {2432, 2475, 2477},
+    {2462, 2425, 2427},
+}};
+
+constexpr int kChannelSpacing = 5;  ///< MHz
+constexpr int kFirst5Ghz = 3000;    ///< MHz; below it a frequency counts as 2.4 GHz
+constexpr int kNoFrequency = -1;
+constexpr int kNoChannel = -2;
+
+std::unique_ptr<Sensors::ControllerProvider> getProvider() {
+    WIFI_LOGD("ControllerProvider: getting a controller provider");
+    auto provider = Sensors::createControllerProvider();
+    if (provider == nullptr) {
+        WIFI_LOGE("cannot get controller provider");
+        return nullptr;
+    }
+    WIFI_LOGD("ControllerProvider: calling APIs");
+    return provider;
+}
+
+}  // namespace
+
+int32_t chooseBlockedFrequency(int32_t staFreq, int32_t p2pFreq) {
+    return staFreq != -1 && staFreq < kFirst5Ghz ? staFreq : p2pFreq;
+}
+
+int channelIndex(int32_t freq) {
+    if (freq < 0) {
+        return kNoFrequency;
+    }
+    const int offset = freq - kChannels.front().centerFreq;
+    const bool isChannel =
+        offset >= 0 && freq <= kChannels.back().centerFreq && offset % kChannelSpacing == 0;
+    return isChannel ? offset / kChannelSpacing : kNoChannel;
+}
+
+FrequencyBlockManager::FrequencyBlockManager(std::shared_ptr<CorvidWifiClient> client,
+                                             std::chrono::milliseconds limit)
+    : client_(std::move(client)),
+      limit_(limit),
+      shared_(std::make_shared<Shared>(Sysprop::corvid_wifi_im3_mitigation_band2g(false))) {
+    if (client_ != nullptr) {
+        setCoexActionCallback_();
+    }
+}
+
+FrequencyBlockManager::~FrequencyBlockManager() = default;
+
+void FrequencyBlockManager::setCoexActionCallback_() {
+    setCoexWifiStaActionPackages_();
+    setCoexWifiP2pActionPackages_();
+    const auto coexManager = client_->compositionRoot()->coexManager();
+    if (coexManager == nullptr) {
+        return;
+    }
+    for (CoexActionPackage& package : packages_) {
+        package.registration =
+            coexManager->registerCoexActionCallback(package.type, package.action);
+    }
+}
+
+void FrequencyBlockManager::setCoexWifiStaActionPackages_() {
+    packages_.push_back({CoexEventType::WIFI_STA_CONNECTED,
+                         [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }, nullptr});
+    packages_.push_back({CoexEventType::WIFI_STA_DISCONNECTED,
+                         [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); },
+                         nullptr});
+}
+
+void FrequencyBlockManager::setCoexWifiP2pActionPackages_() {
+    packages_.push_back({CoexEventType::WIFI_P2P_CONNECTED,
+                         [this](const CoexAction& action) { onWifiP2pConnected_(action.data); },
+                         nullptr});
+    packages_.push_back({CoexEventType::WIFI_P2P_DISCONNECTED,
+                         [this](const CoexAction& action) { onWifiP2pDisconnected_(action.data); },
+                         nullptr});
+    packages_.push_back({CoexEventType::WIFI_P2P_CHANNEL_SWITCH,
+                         [this](const CoexAction& action) { onWifiP2pChannelSwitch_(action.data); },
+                         nullptr});
+}
+
+void FrequencyBlockManager::onWifiStaConnected_() {
+    client_->recordTask("FrequencyBlockManager.onWifiStaConnected");
+    WIFI_LOGI("Wi-Fi STA event(CONNECTED)");
+    std::string reply;
+    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+        WIFI_LOGI("failed to send wpa_supplicant command.");
+        return;
+    }
+    int rssi = -1;
+    int freq = -1;
+    const bool known = parsed([&] { return getRssiAndFreq(reply, rssi, freq); });
+    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", rssi, freq, known ? "success" : "fail");
+    if (known) {
+        WIFI_LOGD("STA Freq:%d newFreq:%d", staFreq_, freq);
+        staFreq_ = freq;
+        updateFrequencyBlock_();
+    }
+}
+
+void FrequencyBlockManager::onWifiStaDisconnected_(const std::string& event) {
+    client_->recordTask("FrequencyBlockManager.onWifiStaDisconnected");
+    WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
+    staFreq_ = -1;
+    updateFrequencyBlock_();
+}
+
+void FrequencyBlockManager::onWifiP2pConnected_(const std::string& event) {
+    client_->recordTask("FrequencyBlockManager.onWifiP2pConnected");
+    WIFI_LOGI("Wi-Fi P2P event(CONNECTED)");
+    int freq = -1;
+    if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, freq); })) {
+        return;
+    }
+    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_, freq);
+    p2pFreq_ = freq;
+    updateFrequencyBlock_();
+}
+
+void FrequencyBlockManager::onWifiP2pDisconnected_(const std::string& event) {
+    client_->recordTask("FrequencyBlockManager.onWifiP2pDisconnected");
+    WIFI_LOGI("Wi-Fi P2P event(DISCONNECTED-%s)", event.c_str());
+    p2pFreq_ = -1;
+    updateFrequencyBlock_();
+}
+
+void FrequencyBlockManager::onWifiP2pChannelSwitch_(const std::string& event) {
+    client_->recordTask("FrequencyBlockManager.onWifiP2pChannelSwitch");
+    WIFI_LOGI("Wi-Fi P2P event(CHANNEL-SWITCH %s)", event.c_str());
+    ChannelSwitchResult result = {};
+    if (!getChannelSwitchResult(event.c_str(), result)) {
+        WIFI_LOGW("failed to parse freq and ifname.");
+        return;
+    }
+    if (result.interfaceType == NetInterfaceType::P2P) {
+        WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_, result.frequency);
+        p2pFreq_ = result.frequency;
+        updateFrequencyBlock_();
+    }
+}
+
+bool FrequencyBlockManager::updateFrequencyBlock_() {
+    WIFI_LOGI("current blocked freq:%d STA freq:%d P2P freq:%d", blockedFreq_, staFreq_, p2pFreq_);
+    const int32_t chosen = chooseBlockedFrequency(staFreq_, p2pFreq_);
+    WIFI_LOGD("chosen new freq:%d", chosen);
+    if (chosen == blockedFreq_) {
+        return false;
+    }
+    BoundedWorker worker([client = client_, shared = shared_, index = channelIndex(chosen)] {
+        client->recordTask("FrequencyBlockManager.worker");
+        return setFrequencyBlockByChannel_(*shared, index);
+    });
+    const auto result = worker.wait(limit_);
+    if (!result) {
+        WIFI_LOGE("ControllerProvider: no response");
+        worker.giveUp();
+        return false;  // the next event tries again
+    }
+    blockedFreq_ = chosen;  // whatever the result
+    return *result;
+}
+
+bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int channelIndex) {
+    const auto provider = getProvider();
+    if (provider == nullptr) {
+        return false;
+    }
+    ControllerWirelessFreqBlocklists list;
+    if (!provider->getWirelessFreqBlocklists(list)) {
+        WIFI_LOGE("ControllerProvider: getWirelessFreqBlocklists() failed");
+        return false;
+    }
+    WIFI_LOGD("Frequency is blocked by us:%d", shared.blockedByUs ? 1 : 0);
+    if (!list.empty() && list.front().start != 0) {
+        WIFI_LOGI("ControllerProvider: %zu ranges are previously blocked", list.size());
+        for (const auto& range : list) {
+            WIFI_LOGD("ControllerProvider: previously blocked (freq:%u-%u)", range.start,
+                      range.end);
+        }
+    }
+
+    if (channelIndex < 0) {
+        if (!shared.blockedByUs) {
+            return true;
+        }
+        WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
+        if (!provider->clearWirelessFreqBlocklists()) {
+            WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
+            return false;
+        }
+        shared.blockedByUs = false;
+        return true;
+    }
+
+    // Behind what is there already, by us or by others: only a clear removes ranges.
+    const FrequencyMap& channel = kChannels[static_cast<size_t>(channelIndex)];
+    WIFI_LOGI("ControllerProvider: channel %d(freq:%u-%u) is blocked", channelIndex + 1,
+              channel.startFreq, channel.endFreq);
+    list.push_back({channel.startFreq, channel.endFreq});
+    const auto im3 = std::find_if(kIm3.begin(), kIm3.end(), [&](const FrequencyMap& entry) {
+        return entry.centerFreq == channel.centerFreq;
+    });
+    if (shared.im3MitigationBand2g && im3 != kIm3.end()) {
+        WIFI_LOGI("ControllerProvider: extra IM3 mitigation frequency block range (freq:%u-%u)",
+                  im3->startFreq, im3->endFreq);
+        list.push_back({im3->startFreq, im3->endFreq});
+    }
+    if (!provider->setWirelessFreqBlocklists(list)) {
+        WIFI_LOGE("ControllerProvider: setWirelessFreqBlocklists() failed");
+        return false;
+    }
+    shared.blockedByUs = true;
+    return true;
+}
+
+bool FrequencyBlockManager::getFrequencyBlock_(ControllerWirelessFreqBlocklists& list) {
+    const auto provider = getProvider();
+    if (provider == nullptr) {
+        return false;
+    }
+    list.clear();
+    if (!provider->getWirelessFreqBlocklists(list)) {
+        WIFI_LOGE("ControllerProvider: getWirelessFreqBlocklists() failed");
+        return false;
+    }
+    WIFI_LOGD("Frequency is blocked by us:%d", shared_->blockedByUs ? 1 : 0);
+    if (list.empty()) {
+        return false;
+    }
+    WIFI_LOGI("ControllerProvider: %zu ranges are blocked", list.size());
+    for (const auto& range : list) {
+        WIFI_LOGD("ControllerProvider: blocked (freq:%u-%u)", range.start, range.end);
+    }
+    return true;
+}
+
+bool FrequencyBlockManager::dumpInfo(std::string& out) {
+    out += std::string("\tIM3 Mitigation (Band 2G): ") +
+           (shared_->im3MitigationBand2g ? "1" : "0") + "\n";
+    ControllerWirelessFreqBlocklists list;
+    if (getFrequencyBlock_(list)) {
+        for (size_t i = 0; i < list.size(); ++i) {
+            out += "\tFrequency blocklist " + std::to_string(i) + " (mhz): [" +
+                   std::to_string(list[i].start) + " - " + std::to_string(list[i].end) + "]\n";
+        }
+    }
+    return true;
+}
+
+}  // namespace Ursa::OS::Wifi

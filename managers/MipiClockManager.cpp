@@ -1,0 +1,186 @@
+#include "managers/MipiClockManager.h"
+
+#include <array>
+#include <utility>
+
+#include <vrsensors/Sensors.h>
+
+#include "client/CorvidWifiClient.h"
+#include "client/SupplicantParser.h"
+#include "managers/BoundedWorker.h"
+#include "managers/TelemetryEventLogger.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+constexpr int32_t kClock384 = 0;
+constexpr int32_t kClock398 = 1;
+constexpr int32_t kSameClock = -1;
+
+constexpr char kCameraName[] = "worldTracking";
+constexpr int kMaxAttempts = 5;
+
+struct ClockRange {
+    int32_t from;  ///< MHz, inclusive
+    int32_t to;    ///< MHz, inclusive
+    int32_t clock;
+};
+
+/** Where harmonics of the usual 384 MHz fall into a Wi-Fi band. */
+constexpr std::array<ClockRange, 4> kClocks = {{
+    {5745, 5885, kClock398},
+    {6115, 6255, kClock398},
+    {6595, 6735, kClock398},
+    {6915, 7055, kClock398},
+}};
+
+const char* toText(int32_t clock) {
+    switch (clock) {
+        case kClock384:
+            return "384 mhz";
+        case kClock398:
+            return "398 mhz";
+        case kSameClock:
+            return "same frequency as last time";
+        default:
+            return "unknown frequency";
+    }
+}
+
+}  // namespace
+
+int32_t mipiClockOf(int32_t freq) {
+    if (freq == -1) {
+        return kSameClock;
+    }
+    for (const ClockRange& range : kClocks) {
+        if (freq >= range.from && freq <= range.to) {
+            return range.clock;
+        }
+    }
+    return kClock384;
+}
+
+MipiClockManager::MipiClockManager(std::shared_ptr<CorvidWifiClient> client,
+                                   std::chrono::milliseconds limit)
+    : client_(std::move(client)), limit_(limit) {
+    setCoexActionCallback_();
+}
+
+MipiClockManager::~MipiClockManager() = default;
+
+void MipiClockManager::setCoexActionCallback_() {
+    setCoexWifiStaActionPackages_();
+    const auto coexManager = client_->compositionRoot()->coexManager();
+    if (coexManager == nullptr) {
+        return;
+    }
+    for (CoexActionPackage& package : packages_) {
+        package.registration =
+            coexManager->registerCoexActionCallback(package.type, package.action);
+    }
+}
+
+void MipiClockManager::setCoexWifiStaActionPackages_() {
+    packages_.push_back({CoexEventType::WIFI_STA_CONNECTED,
+                         [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }, nullptr});
+    packages_.push_back({CoexEventType::WIFI_STA_DISCONNECTED,
+                         [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); },
+                         nullptr});
+    packages_.push_back({CoexEventType::WIFI_STA_CHANNEL_SWITCH,
+                         [this](const CoexAction& action) { onWifiStaChannelSwitch_(action.data); },
+                         nullptr});
+}
+
+void MipiClockManager::onWifiStaConnected_() {
+    client_->recordTask("MipiClockManager.onWifiStaConnected");
+    WIFI_LOGI("Wi-Fi STA event(CONNECTED)");
+    std::string reply;
+    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+        WIFI_LOGE("failed to send wpa_supplicant command.");
+        return;
+    }
+    int rssi = -1;
+    int freq = -1;
+    const bool known = parsed([&] { return getRssiAndFreq(reply, rssi, freq); });
+    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", rssi, freq, known ? "success" : "fail");
+    if (known) {
+        notifyListener_(mipiClockOf(freq));
+    }
+}
+
+void MipiClockManager::onWifiStaDisconnected_(const std::string& event) {
+    client_->recordTask("MipiClockManager.onWifiStaDisconnected");
+    WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
+    // The clock stays where it is, deliberately.
+}
+
+void MipiClockManager::onWifiStaChannelSwitch_(const std::string& event) {
+    client_->recordTask("MipiClockManager.onWifiStaChannelSwitch");
+    WIFI_LOGI("Wi-Fi STA event(CHANNEL-SWITCH %s)", event.c_str());
+    ChannelSwitchResult result = {};
+    if (!getChannelSwitchResult(event.c_str(), result)) {
+        WIFI_LOGE("failed to parse freq and ifname.");
+        return;
+    }
+    const bool isSta = result.interfaceType == NetInterfaceType::STA;
+    notifyListener_(isSta ? mipiClockOf(result.frequency) : kSameClock);
+}
+
+bool MipiClockManager::notifyListener_(int32_t newClock) {
+    WIFI_LOGD("last clock:%d new clock:%d", clock_.load(), newClock);
+    if (newClock == clock_) {
+        return false;
+    }
+    const int32_t clock = newClock == kSameClock ? clock_.load() : newClock;
+    bool accepted = false;
+    for (int attempt = 1; attempt <= kMaxAttempts && !accepted; ++attempt) {
+        WIFI_LOGD("(%d/%d) notify new clock:%d", attempt, kMaxAttempts, clock);
+        accepted = notifySensorService_(clock);
+    }
+    if (accepted) {
+        clock_ = clock;
+    } else {
+        WIFI_LOGE("notification failed %d times", kMaxAttempts);
+    }
+    TelemetryEventLogger(TelemetryEventType::MIPI_CLOCK)
+        .reportMipiClockManagerEvent(accepted, clock);
+    return accepted;
+}
+
+bool MipiClockManager::notifySensorService_(int32_t clock) {
+    BoundedWorker worker([client = client_, clock] {
+        client->recordTask("MipiClockManager.worker");
+        return notifyCameraProvider_(clock);
+    });
+    const auto result = worker.wait(limit_);
+    if (!result) {
+        WIFI_LOGE("CameraProvider: no response");
+        WIFI_LOGD("CameraProvider: killing woker");
+        worker.giveUp();
+        return false;
+    }
+    return *result;
+}
+
+bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
+    WIFI_LOGD("CameraProvider: getting a camera provider");
+    const auto provider = Sensors::createCameraProvider();
+    if (provider == nullptr) {
+        WIFI_LOGE("cannot get camera provider");
+        return false;
+    }
+    WIFI_LOGD("CameraProvider: calling API");
+    provider->notifyMipiClock(kCameraName, clock);  // its own result is not looked at
+    WIFI_LOGD("CameraProvider: API has successfully returned");
+    return true;
+}
+
+bool MipiClockManager::dumpInfo(std::string& out) {
+    out += std::string("\tMIPI Clock is set to ") + toText(clock_) + "\n";
+    return true;
+}
+
+}  // namespace Ursa::OS::Wifi
