@@ -1,0 +1,27 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+
+namespace Ursa::OS::Wifi {
+
+/** The supplicant's private command that moves the P2P group to another channel. All MHz. */
+struct ChannelSwitchCommand {
+    unsigned freq = 0;                    ///< primary 20 MHz channel
+    std::optional<unsigned> centerFreq1;  ///< centre of the whole channel; none at 20 MHz
+    unsigned bandwidth = 0;               ///< 20, 40 or 80
+    bool vhtEnabled = false;              ///< set above 20 MHz
+
+    /**
+     * Builds the command. At 20 MHz any frequency is taken; at 40 and 80 it must be one of the
+     * 5 GHz channels that the standard groups. Returns false, with the reason logged, for anything
+     * else.
+     */
+    static bool fromFrequencyAndBandwidth(unsigned freq, unsigned bandwidth,
+                                          ChannelSwitchCommand& out);
+};
+
+/** Writes the command's text. */
+std::ostream& operator<<(std::ostream& out, const ChannelSwitchCommand& command);
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "client/NetInterfaceType.h"
+#include "client/SupplicantParser.h"
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "managers/RelayListener.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/**
+ * Moves the P2P group to another channel on request (HIDL thread), and relays every reported
+ * channel switch to one listener (listener thread). A request and an event may run at the same
+ * time.
+ */
+class ChannelSwitchManager : public FeatureManager {
+  public:
+    using Listener = std::function<void(const ChannelSwitchResult&)>;
+
+    explicit ChannelSwitchManager(std::shared_ptr<CorvidWifiClient> client);
+    ~ChannelSwitchManager() override;
+
+    /** Stores a copy of `listener`. Returns false when one is linked already. */
+    bool linkChannelSwitchCallback(Listener& listener);
+    void unlinkChannelSwitchCallback();
+
+    /**
+     * `channel` is an IEEE 802.11 channel number, `bandwidth` in MHz. Which of the two commands is
+     * sent depends on properties read at each call. Returns whether the driver accepted it.
+     */
+    bool startCsa(unsigned channel, unsigned bandwidth) EXCLUDES(csaMutex_);
+
+  private:
+    bool sendCommandCsP2pEcsa_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
+    bool sendCommandCsP2pCorvid_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
+    void channelSwitchEventHandler_(const std::string& event) REQUIRES(eventMutex_);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    /** Held while a command is answered, deliberately: requests go one by one. */
+    RecursiveMutex csaMutex_;
+    RelayListener<const ChannelSwitchResult&> listener_;
+    /** Held while an event is handled, its listener included, deliberately. */
+    Mutex eventMutex_;
+    /** The last frequency of each interface, MHz, 0 when none. */
+    std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
+    std::function<void(const std::string&)> handler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+};
+
+}  // namespace Ursa::OS::Wifi

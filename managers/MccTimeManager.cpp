@@ -1,0 +1,50 @@
+#include "managers/MccTimeManager.h"
+
+#include <string>
+#include <utility>
+
+#include "client/CorvidWifiClient.h"
+#include "config/CorvidWifiProperties.h"
+#include "managers/PrivateCommand.h"
+#include "os/Log.h"
+
+namespace Ursa::OS::Wifi {
+
+MccTimeManager::MccTimeManager(std::shared_ptr<CorvidWifiClient> client)
+    : client_(std::move(client)) {}
+
+bool MccTimeManager::setMccTimeAllocation(unsigned value) {
+    if (Sysprop::corvid_wifi_cmd_mcc_p2p_increase_bw(false)) {
+        WIFI_LOGI("MCC allocation command P2P_INCREASE_BW.");
+        return _sendCommandP2pIncreaseBw(value);
+    }
+    if (Sysprop::corvid_wifi_cmd_mcc_quota(false)) {
+        WIFI_LOGI("MCC allocation command MCC_QUOTA.");
+        return _sendCommandMccQuota(value);
+    }
+    WIFI_LOGE("no match MCC Allocation command.");
+    return false;
+}
+
+bool MccTimeManager::_sendCommandP2pIncreaseBw(unsigned value) {
+    auto info =
+        makePrivateCommand(NetInterfaceType::STA, "P2P_INCREASE_BW " + std::to_string(value));
+    WIFI_LOGI("%s", info.command.c_str());
+    return client_->sendVendorNlCmd(info);
+}
+
+bool MccTimeManager::_sendCommandMccQuota(unsigned value) {
+    const char* ifname = client_->getNl80211Client()->getNetInterfaceName(NetInterfaceType::P2P);
+    if (ifname == nullptr) {
+        WIFI_LOGE("cannot find P2P interface");
+        return false;
+    }
+    const std::string command = std::string("DRIVER MCC_QUOTA set iface ") + ifname + " quota " +
+                                std::to_string(100U - value);
+    std::string reply;
+    const bool sent = client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
+    WIFI_LOGI("cmd:%s reply:%s", command.c_str(), reply.c_str());
+    return sent;
+}
+
+}  // namespace Ursa::OS::Wifi

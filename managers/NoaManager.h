@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "client/WifiClientCallback.h"
+#include "managers/FeatureManager.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+class CorvidWifiClient;
+
+/**
+ * Sets the P2P group owner's notice of absence (HIDL thread), and sets it again after each scan of
+ * the station (listener thread), because the driver drops it when it scans.
+ */
+class NoaManager : public FeatureManager {
+  public:
+    explicit NoaManager(std::shared_ptr<CorvidWifiClient> client);
+    ~NoaManager() override;
+
+    /**
+     * `count` is 255 for a repeating schedule or 0 to end it; anything else is refused and forgets
+     * nothing. The values are in the driver's own units. An accepted schedule is kept, and tried
+     * again after the next scan, even when it could not be sent now. Returns whether it was sent.
+     */
+    bool setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue2);
+
+  private:
+    void onStaScanEnded_(const std::string& event);
+
+    const std::shared_ptr<CorvidWifiClient> client_;
+    /** Held while the command is sent, deliberately; the handler sends with it held too. */
+    RecursiveMutex mutex_;
+    std::function<void(const std::string&)> handler_;
+    std::unique_ptr<WifiClientCallback> subscription_;
+    bool noaSet_ GUARDED_BY(mutex_) = false;
+    unsigned count_ GUARDED_BY(mutex_) = 0;
+    unsigned noaValue1_ GUARDED_BY(mutex_) = 0;
+    unsigned noaValue2_ GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace Ursa::OS::Wifi

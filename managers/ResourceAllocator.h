@@ -1,0 +1,53 @@
+#pragma once
+
+#include <limits>
+#include <map>
+
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+/** Keeps copies of resources under integer ids that it hands out. Any thread. */
+template <typename T>
+class ResourceAllocator {
+  public:
+    /**
+     * Stores a copy and returns its id: 0 in an empty allocator, otherwise one more than the
+     * largest id present, so that the ids of resources removed in the middle are not used again.
+     * Returns -1 when there is no such id.
+     */
+    int add(T& resource) {
+        MutexLock lock(mutex_);
+        int id = 0;
+        if (!resources_.empty()) {
+            const int largest = resources_.rbegin()->first;
+            if (largest < -1 || largest == std::numeric_limits<int>::max()) {
+                return -1;
+            }
+            id = largest + 1;
+        }
+        return resources_.emplace(id, resource).second ? id : -1;
+    }
+
+    bool exist(int id) const {
+        MutexLock lock(mutex_);
+        return resources_.count(id) != 0;
+    }
+
+    /** Returns false for an unknown id. */
+    bool remove(int id) {
+        MutexLock lock(mutex_);
+        return resources_.erase(id) != 0;
+    }
+
+    void removeAll() {
+        MutexLock lock(mutex_);
+        resources_.clear();
+    }
+
+  private:
+    mutable Mutex mutex_;
+    std::map<int, T> resources_ GUARDED_BY(mutex_);
+};
+
+}  // namespace Ursa::OS::Wifi
