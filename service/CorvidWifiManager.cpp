@@ -7,10 +7,22 @@
 #include "client/CorvidWifiClient.h"
 #include "config/FeatureSwitches.h"
 #include "managers/AssocStartedManager.h"
+#include "managers/ChannelSwitchManager.h"
+#include "managers/CoexManager.h"
+#include "managers/DevParamsManager.h"
+#include "managers/ElnaBypassManager.h"
+#include "managers/FrequencyBlockManager.h"
+#include "managers/MccTimeManager.h"
+#include "managers/MipiClockManager.h"
+#include "managers/NoaManager.h"
 #include "managers/P2pManager.h"
+#include "managers/PowerJumpDetectManager.h"
 #include "managers/RegdomManager.h"
+#include "managers/ScsManager.h"
 #include "managers/StaManager.h"
 #include "managers/TelemetryManager.h"
+#include "managers/TxChainManager.h"
+#include "managers/TxPowerManager.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -52,8 +64,20 @@ CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
     fillSlot_<StaManager>(kFeatureSta);
     fillSlot_<P2pManager>(kFeatureP2p);
     fillSlot_<AssocStartedManager>(kFeatureAssocStarted);
+    fillSlot_<ChannelSwitchManager>(kFeatureChannelSwitch);
+    fillSlot_<NoaManager>(kFeatureNoa);
+    fillSlot_<MccTimeManager>(kFeatureMccTime);
+    fillSlot_<ElnaBypassManager>(kFeatureElnaBypass);
     fillSlot_<RegdomManager>(kFeatureRegdom);
+    fillSlot_<ScsManager>(kFeatureScs);
+    fillSlot_<TxChainManager>(kFeatureTxChain);
+    fillSlot_<TxPowerManager>(kFeatureTxPower);
+    fillSlot_<DevParamsManager>(kFeatureDevParams);
+    fillSlot_<PowerJumpDetectManager>(kFeaturePowerJumpDetect);
     fillSlot_<TelemetryManager>(kFeatureTelemetry);
+    fillSlot_<CoexManager>(kFeatureCoex);
+    fillSlot_<MipiClockManager>(kFeatureMipiClock);
+    fillSlot_<FrequencyBlockManager>(kFeatureFrequencyBlock);
 
     linkCallback_();
 }
@@ -81,6 +105,15 @@ std::shared_ptr<P2pManager> CorvidWifiManager::p2pManager() const { return get<P
 std::shared_ptr<CoexManager> CorvidWifiManager::coexManager() const { return get<CoexManager>(); }
 
 void CorvidWifiManager::linkCallback_() {
+    if (std::get<Slot<ChannelSwitchManager>>(slots_).enabled) {
+        channelSwitchCallback_ = [this](const ChannelSwitchResult& result) {
+            onChannelSwitch_(result);
+        };
+        const auto manager = get<ChannelSwitchManager>();
+        if (manager == nullptr || !manager->linkChannelSwitchCallback(channelSwitchCallback_)) {
+            WIFI_LOGE("failed to link channel switch callback");
+        }
+    }
     if (std::get<Slot<AssocStartedManager>>(slots_).enabled) {
         assocStartedCallback_ = [this] { onAssocStarted_(); };
         const auto manager = get<AssocStartedManager>();
@@ -100,7 +133,9 @@ void CorvidWifiManager::linkCallback_() {
 }
 
 void CorvidWifiManager::unlinkCallback_() {
-    get<ChannelSwitchManager>();
+    if (const auto manager = get<ChannelSwitchManager>()) {
+        manager->unlinkChannelSwitchCallback();
+    }
     if (const auto manager = get<AssocStartedManager>()) {
         manager->unlinkAssocStartedCallback();
     }

@@ -1,13 +1,25 @@
 #include "service/CorvidWifiService.h"
 
-#include <type_traits>
+#include <utility>
 
 #include "client/CorvidWifiClient.h"
 #include "managers/AssocStartedManager.h"
+#include "managers/ChannelSwitchManager.h"
+#include "managers/CoexManager.h"
+#include "managers/DevParamsManager.h"
+#include "managers/ElnaBypassManager.h"
+#include "managers/FrequencyBlockManager.h"
+#include "managers/MccTimeManager.h"
+#include "managers/MipiClockManager.h"
+#include "managers/NoaManager.h"
 #include "managers/P2pManager.h"
+#include "managers/PowerJumpDetectManager.h"
 #include "managers/RegdomManager.h"
+#include "managers/ScsManager.h"
 #include "managers/StaManager.h"
 #include "managers/TelemetryManager.h"
+#include "managers/TxChainManager.h"
+#include "managers/TxPowerManager.h"
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 
@@ -37,15 +49,9 @@ Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
     return Void();
 }
 
-template <typename Manager, typename Callback>
-Return<void> CorvidWifiService::answerAbsent_(const Callback& callback) {
-    manager_.get<Manager>();
-    callback(makeStatus(false));
-    return Void();
-}
-
-Return<void> CorvidWifiService::clearScs(int32_t /*id*/, clearScs_cb callback) {
-    return answerAbsent_<managers::ScsManager>(callback);
+Return<void> CorvidWifiService::clearScs(int32_t id, clearScs_cb callback) {
+    return answer_<managers::ScsManager>(
+        callback, [&](managers::ScsManager& manager) { return manager.clear(id); });
 }
 
 template <typename Manager>
@@ -53,10 +59,8 @@ void CorvidWifiService::dumpManager_(const char* label, std::string& text) {
     const auto manager = manager_.get<Manager>();
     text += label;
     text += manager != nullptr ? ": Enabled\n" : ": Disabled\n";
-    if constexpr (std::is_base_of_v<managers::FeatureManager, Manager>) {
-        if (manager != nullptr) {
-            manager->dumpInfo(text);
-        }
+    if (manager != nullptr) {
+        manager->dumpInfo(text);
     }
 }
 
@@ -115,44 +119,69 @@ Return<void> CorvidWifiService::registerCorvidWifiManagerCallback(
     return Void();
 }
 
-Return<void> CorvidWifiService::setElnaBypass(uint32_t /*mode*/, setElnaBypass_cb callback) {
-    return answerAbsent_<managers::ElnaBypassManager>(callback);
+Return<void> CorvidWifiService::setElnaBypass(uint32_t mode, setElnaBypass_cb callback) {
+    return answer_<managers::ElnaBypassManager>(
+        callback,
+        [&](managers::ElnaBypassManager& manager) { return manager.setElnaBypass(mode); });
 }
 
-Return<void> CorvidWifiService::setMccTimeAllocation(uint32_t /*value*/,
+Return<void> CorvidWifiService::setMccTimeAllocation(uint32_t value,
                                                      setMccTimeAllocation_cb callback) {
-    return answerAbsent_<managers::MccTimeManager>(callback);
+    return answer_<managers::MccTimeManager>(callback, [&](managers::MccTimeManager& manager) {
+        return manager.setMccTimeAllocation(value);
+    });
 }
 
-Return<void> CorvidWifiService::setP2pNoa(uint32_t /*count*/, uint32_t /*noaValue1*/,
-                                          uint32_t /*noaValue2*/, setP2pNoa_cb callback) {
-    return answerAbsent_<managers::NoaManager>(callback);
+Return<void> CorvidWifiService::setP2pNoa(uint32_t count, uint32_t noaValue1, uint32_t noaValue2,
+                                          setP2pNoa_cb callback) {
+    return answer_<managers::NoaManager>(callback, [&](managers::NoaManager& manager) {
+        return manager.setP2pNoa(count, noaValue1, noaValue2);
+    });
 }
 
 Return<void> CorvidWifiService::setP2pPairedDeviceType(P2pDeviceType type,
                                                        setP2pPairedDeviceType_cb callback) {
-    manager_.get<managers::TxPowerManager>();
-    manager_.get<managers::TxChainManager>();
+    const auto txPowerManager = manager_.get<managers::TxPowerManager>();
+    const auto txChainManager = manager_.get<managers::TxChainManager>();
     return answer_<managers::P2pManager>(callback, [&](managers::P2pManager& manager) {
-        // NONE, UNKNOWN and anything else are refused, deliberately.
-        return (type == P2pDeviceType::HALBERD || type == P2pDeviceType::MIRACAST) &&
-               manager.setP2pPairedDeviceType(toDeviceType(type));
+        if (type != P2pDeviceType::HALBERD && type != P2pDeviceType::MIRACAST) {
+            return false;  // NONE and UNKNOWN too, deliberately
+        }
+        const bool isHalberd = type == P2pDeviceType::HALBERD;
+        if (txPowerManager != nullptr) {
+            txPowerManager->toggleFeature(isHalberd, managers::NetInterfaceType::P2P);
+        }
+        if (txChainManager != nullptr) {
+            txChainManager->toggleFeature(isHalberd);
+        }
+        return manager.setP2pPairedDeviceType(toDeviceType(type));
     });
 }
 
-Return<int32_t> CorvidWifiService::setScsV4(const ScsProfileV4& /*profile*/) {
-    manager_.get<managers::ScsManager>();
-    return -1;
+int32_t CorvidWifiService::setScs_(managers::ScsProfile profile) {
+    const auto manager = manager_.get<managers::ScsManager>();
+    return manager == nullptr ? -1 : manager->set(profile);
 }
 
-Return<int32_t> CorvidWifiService::setScsV6(const ScsProfileV6& /*profile*/) {
-    manager_.get<managers::ScsManager>();
-    return -1;
+Return<int32_t> CorvidWifiService::setScsV4(const ScsProfileV4& profile) {
+    constexpr uint32_t kIpV4 = 0;
+    return setScs_({kIpV4, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
+                    0, profile.dscp, profile.protocol});
 }
 
-Return<void> CorvidWifiService::startCsa(uint32_t /*channel*/, uint32_t /*bandwidth*/,
+Return<int32_t> CorvidWifiService::setScsV6(const ScsProfileV6& profile) {
+    constexpr uint32_t kIpV6 = 1;
+    // The flow label has no place in a profile.
+    return setScs_({kIpV6, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
+                    0, profile.dscp, profile.protocol});
+}
+
+Return<void> CorvidWifiService::startCsa(uint32_t channel, uint32_t bandwidth,
                                          startCsa_cb callback) {
-    return answerAbsent_<managers::ChannelSwitchManager>(callback);
+    return answer_<managers::ChannelSwitchManager>(callback,
+                                                   [&](managers::ChannelSwitchManager& manager) {
+                                                       return manager.startCsa(channel, bandwidth);
+                                                   });
 }
 
 Return<void> CorvidWifiService::unregisterCorvidWifiManagerCallback(
@@ -161,9 +190,10 @@ Return<void> CorvidWifiService::unregisterCorvidWifiManagerCallback(
     return Void();
 }
 
-Return<void> CorvidWifiService::updateTxPowerConfig(bool /*allowed*/,
-                                                    updateTxPowerConfig_cb callback) {
-    return answerAbsent_<managers::TxPowerManager>(callback);
+Return<void> CorvidWifiService::updateTxPowerConfig(bool allowed, updateTxPowerConfig_cb callback) {
+    return answer_<managers::TxPowerManager>(callback, [&](managers::TxPowerManager& manager) {
+        return manager.updateTxPowerConfig(allowed);
+    });
 }
 
 }  // namespace vendor::corvid::hardware::wifi::V1_0::implementation

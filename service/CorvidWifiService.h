@@ -10,6 +10,7 @@
 
 namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
+struct ScsProfile;
 }  // namespace Ursa::OS::Wifi
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
@@ -53,9 +54,8 @@ class CorvidWifiService : public IWifi {
     /** Answers code 0 when the manager exists and `call` of it returns true, else code 1. */
     template <typename Manager, typename Callback, typename Call>
     Return<void> answer_(const Callback& callback, Call call);
-    /** Answers code 1 for a manager that is not part of the daemon yet. */
-    template <typename Manager, typename Callback>
-    Return<void> answerAbsent_(const Callback& callback);
+    /** Passes a profile on and returns its id, or -1 when the manager is absent. */
+    int32_t setScs_(Ursa::OS::Wifi::ScsProfile profile);
 
     template <typename Manager>
     void dumpManager_(const char* label, std::string& text);
