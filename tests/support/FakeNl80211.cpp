@@ -96,6 +96,11 @@ std::vector<NetlinkRequest> FakeNl80211::requests() const {
     return requests_;
 }
 
+void FakeNl80211::forgetRequests() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    requests_.clear();
+}
+
 int FakeNl80211::familyRequests() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return familyRequests_;

@@ -56,6 +56,9 @@ class FakeNl80211 {
     /** The requests so far, those for the family's number left out. */
     std::vector<NetlinkRequest> requests() const;
 
+    /** Forgets them, for a caller that makes very many. */
+    void forgetRequests();
+
     /** How often the family's number was asked for. */
     int familyRequests() const;
 

@@ -113,6 +113,15 @@ TEST_F(GenericCommand, ThatDoesNotFitAMessageFailsUnsent) {
     EXPECT_TRUE(kernel_.waitUntilClosed());
 }
 
+TEST_F(GenericCommand, WithASpanOf4GibAndMoreFailsUnsent) {
+    // Its length is a small number in 32 bits.
+    const uint8_t byte = 0;
+    Nl80211GenericCmdInfo info = someCommand();
+    info.attributes = {{51, gsl::span<const uint8_t>(&byte, (size_t{1} << 32) + 1)}};
+    EXPECT_EQ(client_.sendGenericCommand(info), -1);
+    EXPECT_THAT(kernel_.requests(), IsEmpty());
+}
+
 TEST_F(VendorCommand, IsAnAcknowledgedRequestWithItsNumbersInOrder) {
     Nl80211VendorCmdInfo info;
     info.vendorId = 0x001374;

@@ -1,0 +1,219 @@
+// An nl80211 request of the daemon against the same libnl calls made by hand. Both talk to the same
+// peer, in turns, so that a busy machine slows both down. The counters are medians:
+//   ratio      the client's time, from the call to its return, over the bare calls'
+//   ratio_cpu  the same for the CPU time of the calling thread, which leaves the peer's work out
+//   bare_us    the time of the bare calls, in microseconds
+
+#include <time.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <linux/netlink.h>
+#include <linux/nl80211.h>
+#include <net/if.h>
+#include <netlink/attr.h>
+#include <netlink/genl/ctrl.h>
+#include <netlink/genl/genl.h>
+#include <netlink/netlink.h>
+
+#include "client/Nl80211Client.h"
+#include "tests/support/FakeNl80211.h"
+
+namespace {
+
+using Ursa::OS::Wifi::NetInterfaceType;
+using Ursa::OS::Wifi::Nl80211Client;
+using Ursa::OS::Wifi::Nl80211VendorCmdInfo;
+
+int setStatus(nl_msg* /*message*/, void* status) {
+    *static_cast<int*>(status) = 0;
+    return NL_SKIP;
+}
+
+int setStatusAndStop(nl_msg* /*message*/, void* status) {
+    *static_cast<int*>(status) = 0;
+    return NL_STOP;
+}
+
+int setError(sockaddr_nl* /*peer*/, nlmsgerr* error, void* status) {
+    *static_cast<int*>(status) = error->error;
+    return NL_SKIP;
+}
+
+/** One request as a program without the client would make it. Returns the status. */
+int bareRequest(int flags, uint8_t cmd, const std::function<void(nl_msg*)>& fill,
+                nl_recvmsg_msg_cb_t onEntry, void* argument) {
+    nl_sock* socket = nl_socket_alloc();
+    nl_socket_set_buffer_size(socket, 8192, 8192);
+    genl_connect(socket);
+    const int family = genl_ctrl_resolve(socket, "nl80211");
+    nl_cb* callbacks = nl_cb_alloc(NL_CB_DEFAULT);
+    nl_msg* message = nlmsg_alloc();
+    genlmsg_put(message, 0, 0, family, 0, flags, cmd, 0);
+    fill(message);
+    if (onEntry != nullptr) {
+        nl_cb_set(callbacks, NL_CB_VALID, NL_CB_CUSTOM, onEntry, argument);
+    }
+    nl_send_auto_complete(socket, message);
+    int status = 1;
+    nl_cb_err(callbacks, NL_CB_CUSTOM, setError, &status);
+    nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, setStatus, &status);
+    nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, setStatusAndStop, &status);
+    while (status > 0) {
+        nl_recvmsgs(socket, callbacks);
+    }
+    nlmsg_free(message);
+    nl_cb_put(callbacks);
+    nl_socket_free(socket);
+    return status;
+}
+
+void bareVendorCommand() {
+    const int status = bareRequest(
+        0, NL80211_CMD_VENDOR,
+        [](nl_msg* message) {
+            nla_put_u32(message, NL80211_ATTR_IFINDEX, if_nametoindex("lo"));
+            nla_put_u32(message, NL80211_ATTR_VENDOR_ID, 0x001018);
+            nla_put_u32(message, NL80211_ATTR_VENDOR_SUBCMD, 2);
+            nlattr* nest = nla_nest_start(message, NL80211_ATTR_VENDOR_DATA);
+            const char text[] = "ifname=lo P2P_ECSA 149 80";
+            nla_put(message, 0, sizeof(text), text);
+            nla_nest_end(message, nest);
+        },
+        nullptr, nullptr);
+    if (status != 0) {
+        abort();
+    }
+}
+
+int copyP2pName(nl_msg* message, void* argument) {
+    nlattr* attributes[NL80211_ATTR_MAX + 1];
+    auto* header = static_cast<genlmsghdr*>(nlmsg_data(nlmsg_hdr(message)));
+    nla_parse(attributes, NL80211_ATTR_MAX, genlmsg_attrdata(header, 0), genlmsg_attrlen(header, 0),
+              nullptr);
+    if (attributes[NL80211_ATTR_IFNAME] != nullptr) {
+        const auto* name = static_cast<char*>(nla_data(attributes[NL80211_ATTR_IFNAME]));
+        if (strncmp(name, "p2p", 3) == 0) {
+            strncpy(static_cast<char*>(argument), name, IFNAMSIZ - 1);
+        }
+    }
+    return NL_SKIP;
+}
+
+void bareInterfaceName() {
+    char name[IFNAMSIZ] = "";
+    const int status = bareRequest(
+        NLM_F_DUMP, NL80211_CMD_GET_INTERFACE, [](nl_msg*) {}, copyP2pName, name);
+    if (status != 0 || strcmp(name, "p2p-wlan0-0") != 0) {
+        abort();
+    }
+}
+
+void clientVendorCommand(Nl80211Client& client) {
+    Nl80211VendorCmdInfo info;
+    info.vendorId = 0x001018;
+    info.subcmd = 2;
+    info.command = "P2P_ECSA 149 80";
+    info.ifname = "lo";
+    if (client.sendVendorCommand(info) != 0) {
+        abort();
+    }
+}
+
+void clientInterfaceName(Nl80211Client& client) {
+    const char* name = client.getNetInterfaceName(NetInterfaceType::P2P);
+    if (name == nullptr || strcmp(name, "p2p-wlan0-0") != 0) {
+        abort();
+    }
+}
+
+/** The kernel's interface dump: an entry per packet's message, then the end. */
+std::vector<test::Bytes> answerTo(const test::NetlinkRequest& request) {
+    if (request.cmd != NL80211_CMD_GET_INTERFACE) {
+        return {test::ack(request)};
+    }
+    const auto entry = [&](const char* name) {
+        return test::dumpEntry(
+            request, NL80211_CMD_NEW_INTERFACE,
+            test::concat({test::attribute(NL80211_ATTR_IFINDEX, test::number32(1)),
+                          test::attribute(NL80211_ATTR_IFNAME, test::terminatedText(name)),
+                          test::attribute(NL80211_ATTR_MAC, test::Bytes(6))}));
+    };
+    return {test::concat({entry("wlan0"), entry("p2p-wlan0-0")}), test::done(request)};
+}
+
+double now(clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/** What a call of one side took, each time it was made, in seconds. */
+struct Times {
+    std::vector<double> wall;
+    std::vector<double> cpu;
+
+    void measure(const std::function<void()>& call) {
+        const double wallBefore = now(CLOCK_MONOTONIC);
+        const double cpuBefore = now(CLOCK_THREAD_CPUTIME_ID);
+        call();
+        cpu.push_back(now(CLOCK_THREAD_CPUTIME_ID) - cpuBefore);
+        wall.push_back(now(CLOCK_MONOTONIC) - wallBefore);
+    }
+};
+
+double median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+void compare(benchmark::State& state, void (*clientCall)(Nl80211Client&), void (*bareCall)()) {
+    std::string root = "/tmp/nl80211-benchmark-XXXXXX";
+    if (mkdtemp(root.data()) == nullptr) {
+        abort();
+    }
+    setenv("CORVID_WIFI_ROOT", root.c_str(), 1);
+    {
+        test::FakeNl80211 kernel(root);
+        kernel.answer(answerTo);
+        Nl80211Client client;
+        Times clientTimes;
+        Times bareTimes;
+        bool clientFirst = false;
+        while (state.KeepRunning()) {
+            clientFirst = !clientFirst;
+            for (const bool isClient : {clientFirst, !clientFirst}) {
+                if (isClient) {
+                    clientTimes.measure([&] { clientCall(client); });
+                } else {
+                    bareTimes.measure(bareCall);
+                }
+            }
+            state.SetIterationTime(clientTimes.wall.back());
+            kernel.forgetRequests();
+        }
+        state.counters["ratio"] = median(clientTimes.wall) / median(bareTimes.wall);
+        state.counters["ratio_cpu"] = median(clientTimes.cpu) / median(bareTimes.cpu);
+        state.counters["bare_us"] = median(bareTimes.wall) * 1e6;
+    }
+    std::filesystem::remove_all(root);
+}
+
+BENCHMARK_CAPTURE(compare, vendor_command, clientVendorCommand, bareVendorCommand)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond)
+    ->MinTime(2.0);
+BENCHMARK_CAPTURE(compare, interface_name, clientInterfaceName, bareInterfaceName)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond)
+    ->MinTime(2.0);
+
+}  // namespace
