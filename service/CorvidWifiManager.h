@@ -41,10 +41,11 @@ class FrequencyBlockManager;
 /** The bare name of a class, as in its log lines and in the dump: "StaManager". */
 template <typename Type>
 constexpr auto typeName() {
-    // Both compilers end the signature with "= Ursa::OS::Wifi::StaManager]".
+    // clang ends the signature with "= Ursa::OS::Wifi::StaManager]", gcc leaves out the namespace
+    // that this function is in itself: "= StaManager]".
     std::string_view name = __PRETTY_FUNCTION__;
     name.remove_suffix(name.size() - name.rfind(']'));
-    name.remove_prefix(name.rfind(':') + 1);
+    name.remove_prefix(name.find_last_of(": ") + 1);
     return name;
 }
 

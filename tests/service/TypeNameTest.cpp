@@ -1,0 +1,22 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "service/CorvidWifiManager.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+TEST(TypeName, IsTheBareNameOfAManagersClass) {
+    EXPECT_EQ(typeName<StaManager>(), "StaManager");
+    EXPECT_EQ(typeName<ChannelSwitchManager>(), "ChannelSwitchManager");
+    EXPECT_EQ(typeName<P2pManager>(), "P2pManager");
+}
+
+TEST(TypeName, IsKnownToTheCompiler) {
+    static_assert(typeName<TxPowerManager>().size() == sizeof("TxPowerManager") - 1);
+}
+
+}  // namespace
+
+}  // namespace Ursa::OS::Wifi
