@@ -33,7 +33,14 @@ LIBRARIES = {
     "os": ("log/",),
     "config": ("sys/system_properties.h",),
     "client": ("gsl/", "netlink/", "ursa/os/EventFd.h", "wpa_ctrl.h"),
-    "managers": ("android/frameworks/stats/1.0/", "gsl/", "hidl/", "utils/", "vrsensors/"),
+    "managers": (
+        "android/frameworks/stats/1.0/",
+        "gsl/",
+        "hidl/",
+        "ursa/os/EventFd.h",
+        "utils/",
+        "vrsensors/",
+    ),
     "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/1.0/", "vrsensors/"),
     "tools": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/1.0/"),
 }
