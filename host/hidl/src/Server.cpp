@@ -233,15 +233,16 @@ void Server::serve() {
             Process::self().exports().collect();
         }
         for (int i = 0; i < count; ++i) {
+            const uint64_t key = events[i].data.u64;  // a copy: the structure is packed
             std::shared_ptr<Watched> watched;
             {
                 Lock lock(mMutex);
-                if (events[i].data.u64 == kWakeKey) {
+                if (key == kWakeKey) {
                     eventfd_t wakes;
                     eventfd_read(mWake.get(), &wakes);
                     continue;
                 }
-                const auto entry = mWatched.find(events[i].data.u64);
+                const auto entry = mWatched.find(key);
                 watched = entry == mWatched.end() ? nullptr : entry->second.lock();
             }
             if (watched != nullptr) {
