@@ -7,6 +7,7 @@
 
 #include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
 
+#include "tools/Json.h"
 #include "tools/Methods.h"
 #include "tools/Monitor.h"
 
@@ -144,7 +145,7 @@ int run(const Words& words) {
         }
         return simple.run();
     }
-    throw UsageError("there is no command '" + command + "'; allowed are " + kCommands);
+    throw UsageError("there is no command " + quoteJson(command) + "; allowed are " + kCommands);
 }
 
 }  // namespace

@@ -1,0 +1,485 @@
+// corvid-wifi as a script meets it: its output and its exit status, with a service that records
+// what it is asked.
+
+#include <stdlib.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/Program.h"
+
+namespace {
+
+using ::test::Program;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr int kSigKilled = 128 + SIGKILL;
+
+/** How a run of corvid-wifi went. */
+struct Outcome {
+    int status;
+    std::string output;
+    std::string error;
+};
+
+/** Whether a process has a handler for a signal. */
+bool catches(pid_t pid, int number) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("SigCgt:", 0) == 0) {
+            return ((std::stoull(line.substr(7), nullptr, 16) >> (number - 1)) & 1U) != 0;
+        }
+    }
+    return false;
+}
+
+class Client : public ::testing::Test {
+  protected:
+    Client() {
+        std::string name = std::filesystem::temp_directory_path() / "corvid-wifi.XXXXXX";
+        root_ = mkdtemp(name.data());
+        std::filesystem::create_directories(root_ + "/dev/hwbinder");
+        options_.environment = {"CORVID_WIFI_ROOT=" + root_};
+    }
+
+    ~Client() override {
+        service_.reset();
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
+    }
+
+    void startService() {
+        service_ = std::make_unique<Program>(std::vector<std::string>{FAKE_WIFI_SERVICE}, options_);
+        ASSERT_EQ(service_->readLine(), "ready") << service_->readError();
+    }
+
+    /** Has the service do something, see FakeWifiService.cpp. */
+    void tell(const std::string& line) {
+        service_->writeLine(line);
+        ASSERT_EQ(service_->readLine(), "ok");
+    }
+
+    std::unique_ptr<Program> start(const std::vector<std::string>& words) {
+        std::vector<std::string> command = {CORVID_WIFI};
+        command.insert(command.end(), words.begin(), words.end());
+        return std::make_unique<Program>(command, options_);
+    }
+
+    Outcome run(const std::vector<std::string>& words) {
+        const auto program = start(words);
+        Outcome result;
+        result.output = program->readOutput();
+        result.error = program->readError();
+        result.status = program->wait();
+        return result;
+    }
+
+    std::string root_;
+    Program::Options options_;
+    std::unique_ptr<Program> service_;
+};
+
+// Usage. The service does not run: what is wrong is said without it.
+
+using ClientUsage = Client;
+
+TEST_F(ClientUsage, HelpNamesEveryCommand) {
+    for (const char* word : {"--help", "-h"}) {
+        const Outcome help = run({word});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_THAT(help.error, IsEmpty());
+        for (const char* command :
+             {"call METHOD [ARG ...]", "call --list", "dump", "monitor", "p2p", "sta", "--help"}) {
+            EXPECT_THAT(help.output, HasSubstr(std::string("corvid-wifi ") + command));
+        }
+    }
+}
+
+TEST_F(ClientUsage, ListNamesEachMethodWithItsArguments) {
+    const Outcome list = run({"call", "--list"});
+    EXPECT_EQ(list.status, 0);
+    EXPECT_THAT(list.error, IsEmpty());
+    std::istringstream lines(list.output);
+    std::vector<std::string> methods;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.front() != ' ') {
+            methods.push_back(line);
+        }
+    }
+    EXPECT_THAT(methods,
+                ::testing::ElementsAre(
+                    "clearScs ID", "dumpInfo", "getP2pInfo", "getStaInfo",
+                    "isP2pPairedDeviceType TYPE", "registerCorvidWifiManagerCallback CALLBACK",
+                    "setElnaBypass MODE", "setMccTimeAllocation VALUE",
+                    "setP2pNoa COUNT NOA_VALUE1 NOA_VALUE2", "setP2pPairedDeviceType TYPE",
+                    "setScsV4 LOCAL_IP LOCAL_PORT REMOTE_IP REMOTE_PORT DSCP PROTOCOL",
+                    "setScsV6 LOCAL_IP LOCAL_PORT REMOTE_IP REMOTE_PORT FLOW_LABEL DSCP PROTOCOL",
+                    "startCsa CHANNEL BANDWIDTH", "unregisterCorvidWifiManagerCallback CALLBACK",
+                    "updateTxPowerConfig ALLOWED"));
+    EXPECT_THAT(list.output,
+                HasSubstr("\nstartCsa CHANNEL BANDWIDTH\n"
+                          "    CHANNEL: a number from 0 to 4294967295 (decimal or 0x hexadecimal)\n"
+                          "    BANDWIDTH: a number from 0 to"));
+}
+
+TEST_F(ClientUsage, EachWrongUsageEndsWith2AndSaysWhatIsWrongAndWhatIsAllowed) {
+    const struct {
+        std::vector<std::string> words;
+        std::vector<std::string> said;
+    } cases[] = {
+        {{}, {"a command is missing", "call, dump, monitor, p2p, sta and --help"}},
+        {{"frobnicate"}, {"\"frobnicate\"", "call, dump, monitor, p2p, sta and --help"}},
+        {{""}, {"there is no command \"\"", "call, dump"}},
+        {{"dump", "it"}, {"dump takes no arguments"}},
+        {{"monitor", "it"}, {"monitor takes no arguments"}},
+        {{"--help", "me"}, {"--help takes no arguments"}},
+        {{"call"}, {"call needs a method", "clearScs", "updateTxPowerConfig"}},
+        {{"call", "--list", "all"}, {"\"--list\"", "clearScs"}},
+        {{"call", "startcsa", "36", "80"}, {"\"startcsa\"", "clearScs", "startCsa"}},
+        {{"call", "startCsa", "36"}, {"takes 2 arguments, not 1", "startCsa CHANNEL BANDWIDTH"}},
+        {{"call", "startCsa", "36", "80", "1"}, {"takes 2 arguments, not 3", "CHANNEL BANDWIDTH"}},
+        {{"call", "getStaInfo", "x"}, {"takes 0 arguments, not 1"}},
+        {{"call", "startCsa", "36", "wide"},
+         {"BANDWIDTH is \"wide\"", "a number from 0 to 4294967295", "0x hexadecimal"}},
+        {{"call", "startCsa", "-1", "80"}, {"CHANNEL is \"-1\"", "from 0 to 4294967295"}},
+        {{"call", "clearScs", "2147483648"}, {"ID is \"2147483648\"", "from -2147483648"}},
+        {{"call", "setScsV4", "10.0.0.1", "1", "10.0.0.2", "2", "256", "6"},
+         {"DSCP is \"256\"", "from 0 to 255"}},
+        {{"call", "updateTxPowerConfig", "yes"}, {"ALLOWED is \"yes\"", "true or false"}},
+        {{"call", "setP2pPairedDeviceType", "SWORD"},
+         {"TYPE is \"SWORD\"", "NONE, HALBERD, MIRACAST, UNKNOWN, or a number from 0"}},
+        {{"call", "registerCorvidWifiManagerCallback", "me"}, {"\"me\"", "null", "monitor"}},
+        {{"call", "startCsa", "3\n6", "80"}, {"CHANNEL is \"3\\n6\""}},
+    };
+    for (const auto& wrong : cases) {
+        const Outcome result = run(wrong.words);
+        EXPECT_EQ(result.status, 2) << result.error;
+        EXPECT_THAT(result.output, IsEmpty());
+        for (const std::string& part : wrong.said) {
+            EXPECT_THAT(result.error, HasSubstr(part));
+        }
+    }
+}
+
+TEST_F(ClientUsage, WithoutTheServiceEachCommandEndsWith3AndSaysSo) {
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"call", "getStaInfo"},
+                                                  {"dump"},
+                                                  {"monitor"},
+                                                  {"p2p"},
+                                                  {"sta"}}) {
+        const Outcome result = run(words);
+        EXPECT_EQ(result.status, 3) << words.front();
+        EXPECT_THAT(result.output, IsEmpty());
+        EXPECT_THAT(result.error,
+                    HasSubstr("vendor.corvid.hardware.wifi@1.0::IWifi/default is not available"));
+    }
+}
+
+TEST_F(ClientUsage, WithoutTheFolderOfServicesTheServiceIsNotAvailable) {
+    std::filesystem::remove_all(root_ + "/dev");
+    EXPECT_EQ(run({"dump"}).status, 3);
+}
+
+// Calls.
+
+using ClientCall = Client;
+
+TEST_F(ClientCall, EachMethodPassesItsArgumentsInOrderAndPrintsTheAnswer) {
+    startService();
+    const std::string status = "{\"code\":0,\"description\":\"\"}\n";
+    const struct {
+        std::vector<std::string> words;
+        std::string recorded;
+        std::string output;
+    } cases[] = {
+        {{"clearScs", "-5"}, "clearScs -5", status},
+        {{"dumpInfo"}, "dumpInfo", "{\"text\":\"\"}\n"},
+        {{"getP2pInfo"}, "getP2pInfo", "{\"frequency\":-1,\"bandwidth\":-1}\n"},
+        {{"getStaInfo"}, "getStaInfo", "{\"frequency\":-1,\"rssi\":-1,\"bandwidth\":0}\n"},
+        {{"isP2pPairedDeviceType", "HALBERD"}, "isP2pPairedDeviceType 1", status},
+        {{"isP2pPairedDeviceType", "0xffffffff"}, "isP2pPairedDeviceType 4294967295", status},
+        {{"registerCorvidWifiManagerCallback", "null"}, "register null", status},
+        {{"setElnaBypass", "4294967295"}, "setElnaBypass 4294967295", status},
+        {{"setMccTimeAllocation", "70"}, "setMccTimeAllocation 70", status},
+        {{"setP2pNoa", "255", "0x10", "3"}, "setP2pNoa 255 16 3", status},
+        {{"setP2pPairedDeviceType", "MIRACAST"}, "setP2pPairedDeviceType 2", status},
+        {{"setP2pPairedDeviceType", "7"}, "setP2pPairedDeviceType 7", status},
+        {{"setScsV4", "10.0.0.1", "1", "10.0.0.2", "2", "3", "4"},
+         "setScsV4 10.0.0.1 1 10.0.0.2 2 3 4",
+         "{\"id\":0}\n"},
+        {{"setScsV6", "fe80::1", "1", "fe80::2", "2", "3", "4", "5"},
+         "setScsV6 fe80::1 1 fe80::2 2 3 4 5",
+         "{\"id\":0}\n"},
+        {{"startCsa", "36", "80"}, "startCsa 36 80", status},
+        {{"unregisterCorvidWifiManagerCallback", "null"}, "unregister null", status},
+        {{"updateTxPowerConfig", "true"}, "updateTxPowerConfig 1", status},
+        {{"updateTxPowerConfig", "false"}, "updateTxPowerConfig 0", status},
+    };
+    std::set<std::string> called;
+    for (const auto& expected : cases) {
+        std::vector<std::string> words = {"call"};
+        words.insert(words.end(), expected.words.begin(), expected.words.end());
+        const Outcome result = run(words);
+        EXPECT_EQ(result.status, 0) << expected.recorded << result.error;
+        EXPECT_EQ(result.output, expected.output) << expected.recorded;
+        EXPECT_EQ(service_->readLine(), expected.recorded);
+        called.insert(expected.words.front());
+    }
+    EXPECT_EQ(called.size(), 15U) << "a method of the interface is not called here";
+}
+
+TEST_F(ClientCall, AStatusCodeOtherThan0IsPrintedAndEndsWith1) {
+    startService();
+    tell("status 1 it's \"off\"");
+    Outcome result = run({"call", "startCsa", "36", "80"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "{\"code\":1,\"description\":\"it's \\\"off\\\"\"}\n");
+    EXPECT_THAT(result.error, IsEmpty());
+    EXPECT_EQ(service_->readLine(), "startCsa 36 80");
+
+    tell("status 4294967295");
+    result = run({"call", "setElnaBypass", "1"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "{\"code\":4294967295,\"description\":\"\"}\n");
+}
+
+TEST_F(ClientCall, AnIdOf0OrMoreIsASuccessAndANegativeOneIsNot) {
+    startService();
+    const std::vector<std::string> words = {"call", "setScsV4", "a", "1", "b", "2", "3", "4"};
+    tell("id 7");
+    Outcome result = run(words);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "{\"id\":7}\n");
+    for (const char* id : {"-1", "-2"}) {
+        service_->readLine();  // the call
+        tell(std::string("id ") + id);
+        result = run(words);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.output, std::string("{\"id\":") + id + "}\n");
+    }
+}
+
+TEST_F(ClientCall, RecordsArePrintedFieldByField) {
+    startService();
+    tell("sta 5180 -50 3");
+    EXPECT_EQ(run({"call", "getStaInfo"}).output,
+              "{\"frequency\":5180,\"rssi\":-50,\"bandwidth\":3}\n");
+    EXPECT_EQ(service_->readLine(), "getStaInfo");
+    tell("p2p 5745 40");
+    EXPECT_EQ(run({"call", "getP2pInfo"}).output, "{\"frequency\":5745,\"bandwidth\":40}\n");
+}
+
+TEST_F(ClientCall, ADumpOfAnyBytesIsOneLineOfValidJson) {
+    startService();
+    tell("text 413a20ff0a0922005c1b");
+    const Outcome result = run({"call", "dumpInfo"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, "{\"text\":\"A: \xEF\xBF\xBD\\n\\t\\\"\\u0000\\\\\\u001b\"}\n");
+}
+
+TEST_F(ClientCall, TheDumpCommandPrintsTheTextAsItIs) {
+    startService();
+    tell("text 413a20ff0a0922000a");
+    const Outcome result = run({"dump"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.output, std::string("A: \xFF\n\t\"\0\n", 9));
+}
+
+TEST_F(ClientCall, ACallDuringWhichTheServiceDiesEndsWith3AndSaysSo) {
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"call", "getStaInfo"},
+          {"call", "startCsa", "36", "80"},
+          {"call", "setScsV4", "a", "1", "b", "2", "3", "4"},
+          {"dump"},
+          {"sta"},
+          {"monitor"}}) {
+        startService();
+        tell("die");
+        const Outcome result = run(words);
+        EXPECT_EQ(result.status, 3) << words.front() << result.error;
+        EXPECT_THAT(result.output, IsEmpty());
+        EXPECT_THAT(result.error, HasSubstr("the service died during the call"));
+        EXPECT_EQ(service_->wait(), 0);
+    }
+}
+
+TEST_F(ClientCall, StaAndP2pAreReadByPeople) {
+    startService();
+    EXPECT_EQ(run({"sta"}).output, "Frequency: unknown\nSignal: unknown\nBandwidth: unknown\n");
+    EXPECT_EQ(run({"p2p"}).output, "Frequency: unknown\nBandwidth: unknown\n");
+    service_->readLine();
+    service_->readLine();
+    tell("sta 5180 -50 4");
+    tell("p2p 5745 -1");
+    const Outcome sta = run({"sta"});
+    EXPECT_EQ(sta.output, "Frequency: 5180 MHz\nSignal: -50 dBm\nBandwidth: 80+80 MHz\n");
+    EXPECT_EQ(sta.status, 0);
+    EXPECT_EQ(run({"p2p"}).output, "Frequency: 5745 MHz\nBandwidth: unknown\n");
+    service_->readLine();
+    service_->readLine();
+    tell("sta 5180 -50 6");
+    EXPECT_THAT(run({"sta"}).output, HasSubstr("Bandwidth: unknown\n"));
+}
+
+TEST_F(ClientCall, OutputThatCanNotBeWrittenIsAFailure) {
+    startService();
+    tell("text 41");
+    for (const char* words : {"dump", "call getStaInfo", "--help"}) {
+        const std::string client = CORVID_WIFI;
+        Program shell({"/bin/sh", "-c", "exec '" + client + "' " + words + " > /dev/full"},
+                      options_);
+        EXPECT_EQ(shell.wait(), 1) << words;
+        EXPECT_THAT(shell.readError(), HasSubstr("can't write"));
+    }
+}
+
+// Monitor.
+
+class ClientMonitor : public Client {
+  protected:
+    /** Starts the service, then a monitor, up to its first line. */
+    void SetUp() override { startService(); }
+
+    void startMonitor() {
+        monitor_ = start({"monitor"});
+        ASSERT_EQ(monitor_->readLine(), R"({"event":"registered"})") << monitor_->readError();
+        ASSERT_EQ(service_->readLine(), "register");
+    }
+
+    std::unique_ptr<Program> monitor_;
+};
+
+TEST_F(ClientMonitor, EachCallbackIsALineAtOnce) {
+    startMonitor();
+    tell("channel 5180 80 true");
+    EXPECT_EQ(monitor_->readLine(),
+              R"({"event":"onChannelSwitch","frequency":5180,"width":80,"isP2p":true})");
+    tell("channel -1 -2147483648 false");
+    EXPECT_EQ(monitor_->readLine(),
+              R"({"event":"onChannelSwitch","frequency":-1,"width":-2147483648,"isP2p":false})");
+    tell("assoc");
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"onAssocStarted"})");
+    tell("regdom 55534552 434f554e545259 5553");
+    EXPECT_EQ(monitor_->readLine(),
+              R"({"event":"onRegdomUpdated","init":"USER","type":"COUNTRY","alpha2":"US"})");
+    tell("regdom 220a ff 00");
+    EXPECT_EQ(monitor_->readLine(),
+              "{\"event\":\"onRegdomUpdated\",\"init\":\"\\\"\\n\","
+              "\"type\":\"\xEF\xBF\xBD\",\"alpha2\":\"\\u0000\"}");
+}
+
+TEST_F(ClientMonitor, EventsKeepTheirOrder) {
+    startMonitor();
+    for (int i = 0; i < 200; ++i) {
+        tell("channel " + std::to_string(i) + " 20 false");
+    }
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(monitor_->readLine(), R"({"event":"onChannelSwitch","frequency":)" +
+                                            std::to_string(i) + R"(,"width":20,"isP2p":false})");
+    }
+}
+
+TEST_F(ClientMonitor, SigintAndSigtermUnregisterAndEndWith0) {
+    for (const int number : {SIGINT, SIGTERM}) {
+        startMonitor();
+        monitor_->signal(number);
+        EXPECT_EQ(monitor_->wait(), 0);
+        EXPECT_EQ(service_->readLine(), "unregister");
+        EXPECT_THAT(monitor_->readOutput(), IsEmpty());
+        EXPECT_THAT(monitor_->readError(), IsEmpty());
+    }
+}
+
+TEST_F(ClientMonitor, SignalsCountAlsoWhenTheParentHasBlockedOrIgnoredThem) {
+    options_.blockedSignals = {SIGTERM};
+    options_.ignoredSignals = {SIGINT};  // as a shell does with "&"
+    for (const int number : {SIGINT, SIGTERM}) {
+        startMonitor();
+        monitor_->signal(number);
+        EXPECT_EQ(monitor_->wait(), 0);
+        EXPECT_EQ(service_->readLine(), "unregister");
+    }
+}
+
+TEST_F(ClientMonitor, ASecondSignalEndsItWhenTheServiceHangs) {
+    startMonitor();
+    service_->signal(SIGSTOP);
+    monitor_->signal(SIGTERM);
+    // The first signal has been taken when its handler is the default one again.
+    while (catches(monitor_->pid(), SIGTERM)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    monitor_->signal(SIGTERM);
+    EXPECT_EQ(monitor_->wait(), 128 + SIGTERM);
+    service_->signal(SIGCONT);
+}
+
+TEST_F(ClientMonitor, TheServicesDeathEndsItWith4) {
+    startMonitor();
+    service_->signal(SIGKILL);
+    EXPECT_EQ(service_->wait(), kSigKilled);
+    EXPECT_EQ(monitor_->wait(), 4);
+    EXPECT_THAT(monitor_->readError(), HasSubstr("the service died"));
+}
+
+TEST_F(ClientMonitor, ARefusedRegistrationEndsItWith1) {
+    tell("status 1");
+    const Outcome result = run({"monitor"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.output, IsEmpty());
+    EXPECT_THAT(result.error, HasSubstr("the service refused the callback (code 1)"));
+}
+
+TEST_F(ClientMonitor, ARefusedUnregistrationEndsItWith1) {
+    startMonitor();
+    tell("status 1");
+    monitor_->signal(SIGTERM);
+    EXPECT_EQ(monitor_->wait(), 1);
+    EXPECT_THAT(monitor_->readError(), HasSubstr("refused to unregister (code 1)"));
+}
+
+TEST_F(ClientMonitor, AnEventBeforeTheRegistrationsAnswerComesAfterTheRegisteredLine) {
+    tell("early");
+    startMonitor();
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"onAssocStarted"})");
+}
+
+TEST_F(ClientMonitor, AReaderThatGoesAwayEndsItWith1AfterItHasUnregistered) {
+    startMonitor();
+    monitor_->closeOutput();
+    service_->writeLine("assoc");
+    EXPECT_EQ(monitor_->wait(), 1);
+    EXPECT_THAT(monitor_->readError(), HasSubstr("can't write"));
+    EXPECT_THAT((std::vector<std::string>{*service_->readLine(), *service_->readLine()}),
+                ::testing::UnorderedElementsAre("ok", "unregister"));
+}
+
+TEST_F(ClientMonitor, TwoMonitorsBothHearOfAnEvent) {
+    startMonitor();
+    const auto first = std::move(monitor_);
+    startMonitor();
+    tell("assoc");
+    EXPECT_EQ(first->readLine(), R"({"event":"onAssocStarted"})");
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"onAssocStarted"})");
+    first->signal(SIGTERM);
+    EXPECT_EQ(first->wait(), 0);
+    EXPECT_EQ(service_->readLine(), "unregister");
+    tell("assoc");
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"onAssocStarted"})");
+}
+
+}  // namespace
