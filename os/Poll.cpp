@@ -56,6 +56,7 @@ int Poll::addFd(int fd, uint32_t events, Callback callback) {
         event.data.u64 = token;
         state->fdMap[fd] = token;
         state->callbacks[token] = std::make_shared<Callback>(std::move(callback));
+        registered_.store(state->callbacks.size(), std::memory_order_release);
     }
     const int rc = retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_ADD, fd, &event); });
     LOG_ALWAYS_FATAL_IF(rc, "error adding fd (%d) to epoll: %s", fd, strerror(errno));
@@ -75,6 +76,7 @@ void Poll::removeFd(int fd) {
         removed = std::move(callback->second);
         state->callbacks.erase(callback);
         state->fdMap.erase(found);
+        registered_.store(state->callbacks.size(), std::memory_order_release);
         removals_.fetch_add(1, std::memory_order_release);
     }
     if (retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_DEL, fd, nullptr); }) == 0) {
@@ -88,7 +90,7 @@ void Poll::removeFd(int fd) {
 }
 
 int Poll::poll(int timeoutMs) {
-    if (timeoutMs < 0 && state_.lock()->callbacks.empty()) {
+    if (timeoutMs < 0 && registered_.load(std::memory_order_acquire) == 0) {
         return -EINVAL;
     }
 
@@ -104,32 +106,45 @@ int Poll::poll(int timeoutMs) {
         return 0;
     }
 
+    if (count == 1) {  // the usual case, and the quick one
+        dispatch(ready[0].data.u64, ready[0].events);
+        return count;
+    }
+
     // One lock for the whole batch. A callback that removes a registration makes what was looked
     // up here stale; from then on each event is looked up again, by itself.
-    std::array<Event, kMaxEvents> events;
+    std::array<SharedCallback, kMaxEvents> callbacks;
     uint32_t removals;
     {
         auto state = state_.lock();
         removals = removals_.load(std::memory_order_relaxed);
         for (int i = 0; i < count; ++i) {
-            events[i] = {ready[i].data.u64, ready[i].events, find_(*state, ready[i].data.u64)};
+            callbacks[i] = find_(*state, ready[i].data.u64);
         }
     }
     for (int i = 0; i < count; ++i) {
         if (removals_.load(std::memory_order_acquire) == removals) {
-            run_(events[i]);
+            run_(callbacks[i], ready[i].data.u64, ready[i].events);
         } else {
-            events[i].callback = nullptr;
-            dispatch(events[i].token, events[i].events);
+            callbacks[i] = nullptr;
+            dispatch(ready[i].data.u64, ready[i].events);
         }
     }
     return count;
 }
 
 void Poll::dispatch(uint64_t token, uint32_t events) {
-    // Looked up in a statement of its own: the lock must be gone before the callback runs.
-    SharedCallback callback = find_(*state_.lock(), token);
-    run_({token, events, std::move(callback)});
+    const uint32_t removals = removals_.load(std::memory_order_acquire);
+    SharedCallback callback;
+    if (recent_.token == token && recent_.removals == removals) {
+        callback = recent_.callback.lock();
+    }
+    if (callback == nullptr) {
+        // In a statement of its own: the lock must be gone before the callback runs.
+        callback = find_(*state_.lock(), token);
+        recent_ = {token, removals, callback};
+    }
+    run_(callback, token, events);
 }
 
 Poll::SharedCallback Poll::find_(const State& state, uint64_t token) {
@@ -137,13 +152,13 @@ Poll::SharedCallback Poll::find_(const State& state, uint64_t token) {
     return found == state.callbacks.end() ? nullptr : found->second;
 }
 
-void Poll::run_(const Event& event) {
-    if (event.callback == nullptr) {
-        ALOGD("Unable to find callback for epoll_event token %016" PRIx64, event.token);
+void Poll::run_(const SharedCallback& callback, uint64_t token, uint32_t events) {
+    if (callback == nullptr) {
+        ALOGD("Unable to find callback for epoll_event token %016" PRIx64, token);
         return;
     }
-    const int fd = tokenFd(event.token);
-    if ((*event.callback)(fd, static_cast<int>(event.events)) == PollAction::Remove) {
+    const int fd = tokenFd(token);
+    if ((*callback)(fd, static_cast<int>(events)) == PollAction::Remove) {
         removeFd(fd);
     }
 }

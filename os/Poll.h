@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -78,27 +79,35 @@ class Poll {
         std::unordered_map<int, uint64_t> fdMap;                 ///< descriptor to current token
     };
 
-    /**
-     * One event fetched from the kernel. It carries the registration's token, not the descriptor:
-     * (registration count << 32) | descriptor. So an event that was queued for a registration that
-     * has gone cannot reach a newer one of the same descriptor number.
-     */
-    struct Event {
-        uint64_t token;
-        uint32_t events;
-        SharedCallback callback;  ///< null when the registration has gone
-    };
-
     static constexpr int kMaxEvents = 10;
 
+    // An event carries its registration's token, not the descriptor: (registration count << 32) |
+    // descriptor. So an event that was queued for a registration that has gone cannot reach a newer
+    // one of the same descriptor number.
+
+    /** Looks up and runs one event's callback. */
     void dispatch(uint64_t token, uint32_t events);
-    void run_(const Event& event);
+    /** `callback` is null when the registration has gone. */
+    void run_(const SharedCallback& callback, uint64_t token, uint32_t events);
     static SharedCallback find_(const State& state, uint64_t token);
+
+    /**
+     * The registration that dispatch() looked up last, which is often the next one too: found again
+     * without the lock, as long as nothing was removed since.
+     */
+    struct Recent {
+        uint64_t token = 0;
+        uint32_t removals = 0;  ///< value of removals_ before the look-up
+        std::weak_ptr<Callback> callback;
+    };
 
     android::base::unique_fd epollFd_;
     ValueMutexBase<State, std::mutex> state_;
-    /** Counts removals, so that a batch of events looks its callbacks up only once. */
+    /** How many callbacks there are, for poll() to read without the lock. */
+    std::atomic<size_t> registered_{0};
+    /** Counts removals: what was looked up stays true until the next one. */
     std::atomic<uint32_t> removals_{0};
+    Recent recent_;  ///< loop thread only
 };
 
 }  // namespace Ursa::OS

@@ -303,6 +303,26 @@ TEST(Poll, ACallbackBehindARemovalInTheSameBatchMayAddAndRemoveToo) {
     EXPECT_EQ(addedCalls, 1);
 }
 
+TEST(Poll, ACallbackThatRemovedItselfIsNotFoundAgainWhileItStillRuns) {
+    const test::LogCapture log;
+    Poll poll;
+    const Source source;
+    std::atomic<int> calls{0};
+    const uint64_t token = (1ULL << 32) | static_cast<uint64_t>(source.fd());
+    poll.addFd(source.fd(), EPOLLIN, [&](int fd, int events) {
+        ++calls;
+        if (calls == 2) {
+            poll.removeFd(fd);
+            PollTestPeer::dispatch(poll, token, static_cast<uint32_t>(events));
+        }
+        return PollAction::Continue;
+    });
+    source.signal();
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(poll.poll(-1), 1);
+    EXPECT_EQ(calls, 2);
+}
+
 TEST(Poll, ACallbackMayReplaceItsOwnRegistration) {
     Poll poll;
     const Source source;
