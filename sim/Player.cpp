@@ -303,7 +303,9 @@ void Player::startDaemon(Done done) {
     if (!mPrograms.redirect.empty()) {
         command.environment.emplace_back("LD_PRELOAD", mPrograms.redirect);
     }
-    const auto onLine = [this](bool, const std::string& line) { onDaemonLine(line); };
+    const auto onLine = [this](bool isError, const std::string& line) {
+        onDaemonLine(isError, line);
+    };
     const auto onEnd = [this](int status) {
         const std::string text = "the daemon " + Child::endText(status);
         mDaemon.reset();
@@ -323,18 +325,22 @@ void Player::startDaemon(Done done) {
 }
 
 /** A line as liblog prints it: "CorvidWifi I 11-21 09:43:52  1234  1235 StaManager: hello". */
-void Player::onDaemonLine(const std::string& line) {
+void Player::onDaemonLine(bool isError, const std::string& line) {
     char tag[64];
     char level = 0;
     int message = 0;
     if (std::sscanf(line.c_str(), "%63s %c %*d-%*d %*d:%*d:%*d %*d %*d %n", tag, &level,
                     &message) == 2 &&
         message > 0) {
-        mRecorder.add(Record("log", line.substr(static_cast<size_t>(message)))
-                          .with("level", std::string(1, level))
-                          .with("tag", tag));
-    } else {
+        mLogTag = tag;
+        mLogLevel.assign(1, level);
+    } else if (!isError || mLogLevel.empty()) {
         mRecorder.add(Record("output", line).with("program", baseName(mPrograms.daemon)));
+        return;
+    }
+    const std::string text = line.substr(static_cast<size_t>(message));
+    if (!text.empty()) {
+        mRecorder.add(Record("log", text).with("level", mLogLevel).with("tag", mLogTag));
     }
 }
 

@@ -95,7 +95,7 @@ class Player {
 
     void startStats(Done done);
     void startDaemon(Done done);
-    void onDaemonLine(const std::string& line);
+    void onDaemonLine(bool isError, const std::string& line);
 
     EventLoop& mLoop;
     Recorder& mRecorder;
@@ -111,6 +111,9 @@ class Player {
     Done mStatsReady;
     std::unique_ptr<Child> mDaemon;
     bool mDaemonEndWanted = false;
+    /** Of the daemon's last log line: a message with newlines goes on without a head. */
+    std::string mLogLevel;
+    std::string mLogTag;
     std::function<void(const std::string&)> mOnDaemonLost;
     std::unique_ptr<Child> mMonitor;
     /** Lines that wait for the end of a program. */

@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <utility>
 
 namespace sim {
 
@@ -65,11 +67,34 @@ void Timeline::line(const Record& record, Style style, std::string_view who,
     static constexpr const char* kCodes[] = {"",         "\033[2m",  "\033[1m",
                                              "\033[36m", "\033[33m", "\033[1;33m",
                                              "\033[32m", "\033[35m", "\033[1;31m"};
+    std::string shown(text);
+    if (record.kind != "line" && record.kind != "say" && record.kind != "event") {
+        const std::string key = std::string(who) + ' ' + shown;
+        if (tooOften(record.t, key)) {
+            return;
+        }
+        if (const int leftOut = std::exchange(mRepeats[key].leftOut, 0); leftOut > 0) {
+            shown += "   (and " + std::to_string(leftOut) + " times before)";
+        }
+    }
     const bool colour = mColour && style != Style::Plain;
-    std::printf("%s%8.3f  %-22.*s %.*s%s\n", colour ? kCodes[static_cast<int>(style)] : "",
-                record.t, static_cast<int>(who.size()), who.data(), static_cast<int>(text.size()),
-                text.data(), colour ? "\033[0m" : "");
+    std::printf("%s%8.3f  %-22.*s %s%s\n", colour ? kCodes[static_cast<int>(style)] : "", record.t,
+                static_cast<int>(who.size()), who.data(), shown.c_str(), colour ? "\033[0m" : "");
     std::fflush(stdout);
+}
+
+bool Timeline::tooOften(double t, const std::string& text) {
+    Repeats& repeats = mRepeats[text];
+    if (t < repeats.since || t - repeats.since >= 1) {
+        repeats.since = t;
+        repeats.printed = 0;
+    }
+    if (repeats.printed == 2) {
+        ++repeats.leftOut;
+        return true;
+    }
+    ++repeats.printed;
+    return false;
 }
 
 void Timeline::print(const Record& record) {
@@ -170,7 +195,24 @@ void Timeline::log(const Record& record) {
 }
 
 void Timeline::atom(const Record& record) {
-    line(record, Style::Good, "daemon > statistics", printable(record.text));
+    // The values behind the first, which is the time: {"string":"WIFI_STA_CONNECTED"},{"int":5180}
+    std::string out;
+    const std::string& json = record.text;
+    size_t at = json.find("\"values\":[");
+    for (int i = 0; (at = json.find("{\"", at)) != std::string::npos; ++i) {
+        const size_t begin = json.find(':', at) + 1;
+        const size_t end = json.find('}', begin);
+        if (begin == 0 || end == std::string::npos) {
+            break;
+        }
+        if (i > 0) {
+            const bool quoted = json[begin] == '"' && end - begin >= 2;
+            out += " " + json.substr(begin + (quoted ? 1 : 0), end - begin - (quoted ? 2 : 0));
+        }
+        at = end;
+    }
+    line(record, Style::Good, "daemon > statistics",
+         out.empty() ? printable(json) : printable(out.substr(1)));
 }
 
 }  // namespace sim

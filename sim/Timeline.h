@@ -8,7 +8,11 @@
 
 namespace sim {
 
-/** Prints what happens for a person: one line each, in colour when that is wanted. */
+/**
+ * Prints what happens for a person: one line each, in colour when that is wanted. A line that the
+ * daemon causes over and over (twenty times a second while it looks for its supplicant) is printed
+ * twice a second, with the number of those left out.
+ */
 class Timeline {
   public:
     /** Daemon log lines of `lowestLevel` ('V', 'D', 'I', 'W', 'E') and above are shown. */
@@ -20,6 +24,8 @@ class Timeline {
     enum class Style { Plain, Faint, Bold, Event, Command, Power, Good, Warning, Bad };
 
     void line(const Record& record, Style style, std::string_view who, std::string_view text);
+    /** Is this line, printed twice within the last second, to be left out? */
+    bool tooOften(double t, const std::string& text);
     void command(const Record& record);
     void netlink(const Record& record);
     void log(const Record& record);
@@ -27,6 +33,13 @@ class Timeline {
 
     const bool mColour;
     const char mLowestLevel;
+    struct Repeats {
+        double since = 0;
+        int printed = 0;
+        int leftOut = 0;
+    };
+    /** By the line's text. */
+    std::map<std::string, Repeats> mRepeats;
     /** The power last set per socket, as the command gave it. */
     std::map<std::string, std::string> mPower;
 };

@@ -50,6 +50,7 @@ and properties, from a file of timed lines (see sim/README.md) or from lines on 
   --speed X       play the scenario's times X times as fast (the daemon's own times stay)
   --log LEVEL     show the daemon's log lines from this level on: V, D, I, W (default) or E
   --no-stats      do not start the statistics service
+  --no-dump       no dump at the end
   --plain         no colours (default when standard output is no terminal)
   --help
 
@@ -67,6 +68,7 @@ struct Options {
     bool control = false;
     bool check = false;
     bool stats = true;
+    bool dump = true;
     bool plain = false;
 };
 
@@ -76,17 +78,13 @@ struct Options {
 }
 
 Options readOptions(int argc, char** argv) {
-    static const option kLong[] = {{"root", required_argument, nullptr, 'r'},
-                                   {"daemon", required_argument, nullptr, 'd'},
-                                   {"control", no_argument, nullptr, 'c'},
-                                   {"check", no_argument, nullptr, 'k'},
-                                   {"record", required_argument, nullptr, 'o'},
-                                   {"speed", required_argument, nullptr, 's'},
-                                   {"log", required_argument, nullptr, 'l'},
-                                   {"no-stats", no_argument, nullptr, 'n'},
-                                   {"plain", no_argument, nullptr, 'p'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
+    static const option kLong[] = {
+        {"root", required_argument, nullptr, 'r'},   {"daemon", required_argument, nullptr, 'd'},
+        {"control", no_argument, nullptr, 'c'},      {"check", no_argument, nullptr, 'k'},
+        {"record", required_argument, nullptr, 'o'}, {"speed", required_argument, nullptr, 's'},
+        {"log", required_argument, nullptr, 'l'},    {"no-stats", no_argument, nullptr, 'n'},
+        {"no-dump", no_argument, nullptr, 'u'},      {"plain", no_argument, nullptr, 'p'},
+        {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
     Options options;
     opterr = 0;
     int found = 0;
@@ -123,6 +121,9 @@ Options readOptions(int argc, char** argv) {
                 break;
             case 'n':
                 options.stats = false;
+                break;
+            case 'u':
+                options.dump = false;
                 break;
             case 'p':
                 options.plain = true;
@@ -282,6 +283,7 @@ int run(const Options& options) {
         sim::ScenarioRun::Options how;
         how.startStats = options.stats;
         how.startDaemon = !options.daemon.empty();
+        how.dumpAtEnd = options.dump;
         how.speed = options.speed;
         play = std::make_unique<sim::ScenarioRun>(loop, recorder, player, std::move(*scenario), how,
                                                   [&](bool failed) {

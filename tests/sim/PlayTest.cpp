@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -20,8 +21,8 @@ class Play : public testing::Test {
   protected:
     int play(const std::string& scenario, std::vector<std::string> options = {}) {
         std::ofstream(file("x.scn")) << scenario;
-        options.insert(options.end(), {"--no-stats", "--root", file("root"), "--record",
-                                       file("record.jsonl"), file("x.scn")});
+        options.insert(options.end(), {"--no-stats", "--no-dump", "--root", file("root"),
+                                       "--record", file("record.jsonl"), file("x.scn")});
         const int status = runSim(options, output);
         std::ifstream in(file("record.jsonl"));
         for (std::string line; std::getline(in, line);) {
@@ -124,15 +125,18 @@ TEST_F(Play, TheDaemonsLogLinesAreTakenApart) {
     const std::string daemon = script(
         "echo 'CorvidWifi I 11-21 09:43:52 15465 15466 StaManager: hello 1' >&2\n"
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 Service: no  good' >&2\n"
+        "echo 'and its second line' >&2\n"
         "echo 'plain words'\n"
         "exec sleep 1000\n");
     EXPECT_EQ(play("at 0s expect log \"no  good\" within 20s\nexpect log hello within 20s\n"
+                   "expect log \"second line\" within 20s\n"
                    "expect output \"plain words\" within 20s\n",
                    {"--daemon", daemon}),
               0)
         << output;
     EXPECT_GE(timeOf("log", "StaManager: hello 1"), 0);
     EXPECT_GE(timeOf("log", "Service: no  good"), 0);
+    EXPECT_GE(timeOf("log", "and its second line"), 0);
     EXPECT_GE(timeOf("output", "plain words"), 0);
     EXPECT_THAT(output, HasSubstr("Service: no  good"));
     EXPECT_THAT(output, Not(HasSubstr("StaManager: hello 1"))) << "below the level that is shown";
@@ -149,6 +153,26 @@ TEST_F(Play, ADaemonThatEndsByItselfMakesTheStatus1) {
     const std::string daemon = script("exit 3\n");
     EXPECT_EQ(play("at 0s say go\nat 1s say end\n", {"--daemon", daemon}), 1);
     EXPECT_THAT(output, HasSubstr("the daemon ended with status 3 on its own"));
+}
+
+TEST_F(Play, WhatTheDaemonRepeatsIsPrintedTwiceASecond) {
+    const std::string daemon = script(
+        "for i in 1 2 3 4 5 6; do\n"
+        "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: again' >&2; done\n"
+        "sleep 1.5\n"
+        "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: again' >&2\n"
+        "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: last' >&2\n"
+        "exec sleep 1000\n");
+    EXPECT_EQ(play("at 0s expect log last within 20s\n", {"--daemon", daemon}), 0) << output;
+    EXPECT_EQ(std::count_if(records.begin(), records.end(),
+                            [](const SimRecord& r) { return r.text() == "WpaSocket: again"; }),
+              7);
+    EXPECT_THAT(output, HasSubstr("again   (and 4 times before)\n"));
+    size_t printed = 0;
+    for (size_t at = 0; (at = output.find("again", at)) != std::string::npos; ++at) {
+        ++printed;
+    }
+    EXPECT_EQ(printed, 3u);
 }
 
 TEST_F(Play, ThereAreNoColoursWithoutATerminal) {
