@@ -124,12 +124,6 @@ void Folder::removeEndpoint(uint64_t process) const {
     unlinkat(mFolder.get(), endpointName(process).c_str(), 0);
 }
 
-void Folder::removeEndpointIfDead(uint64_t process) const {
-    if (!connectTo(process, false).ok() && errno == ECONNREFUSED) {
-        removeEndpoint(process);
-    }
-}
-
 void Folder::removeDeadEndpoints() const {
     const int copy = isOpen() ? openat(mFolder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(copy < 0 ? nullptr : fdopendir(copy),
@@ -138,8 +132,10 @@ void Folder::removeDeadEndpoints() const {
         uint64_t process = 0;
         int end = 0;
         if (std::sscanf(entry->d_name, "e.%16" SCNx64 "%n", &process, &end) == 1 &&
-            entry->d_name[end] == '\0' && kill(pidOf(process), 0) != 0 && errno == ESRCH) {
-            removeEndpointIfDead(process);  // a pid may be unknown here because of a namespace
+            entry->d_name[end] == '\0' && kill(pidOf(process), 0) != 0 && errno == ESRCH &&
+            // Its pid may be unknown here only because of a namespace.
+            !connectTo(process, false).ok() && errno == ECONNREFUSED) {
+            removeEndpoint(process);
         }
     }
 }

@@ -41,11 +41,8 @@ class Folder {
      */
     android::base::unique_fd connectTo(uint64_t process, bool wait) const;
 
-    /** Removes the endpoint of this process. */
+    /** Removes an endpoint: this process's own, or one that refuses connections. */
     void removeEndpoint(uint64_t process) const;
-
-    /** Removes the endpoint of a process that does not listen any more. */
-    void removeEndpointIfDead(uint64_t process) const;
 
     /** Removes all endpoints that processes have left behind which were killed. */
     void removeDeadEndpoints() const;

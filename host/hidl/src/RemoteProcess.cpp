@@ -48,7 +48,7 @@ void RemoteProcess::connect() {
     android::base::unique_fd link = folder.connectTo(mId, false);
     if (!link.ok()) {
         if (errno == ECONNREFUSED) {
-            folder.removeEndpointIfDead(mId);
+            folder.removeEndpoint(mId);
         }
         return;
     }
@@ -59,7 +59,14 @@ void RemoteProcess::connect() {
 
 bool RemoteProcess::isDead() {
     Lock lock(mMutex);
-    return !mLink.ok();
+    return !isLinked();
+}
+
+// Looks at the link itself: a process that serves nothing has no thread that notices its end.
+bool RemoteProcess::isLinked() {
+    char byte;
+    return mLink.ok() && recv(mLink.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+           errno == EAGAIN;
 }
 
 sp<BpHwBinder> RemoteProcess::proxyOf(uint64_t object) {
@@ -176,7 +183,7 @@ void RemoteProcess::die() {
         return;
     }
     Process::self().server().unwatch(key, link.get());
-    Folder().removeEndpointIfDead(mId);
+    Process::self().server().buryEndpoint(mId);
     for (const auto& [binder, recipients] : told) {
         for (const Recipient& recipient : recipients) {
             recipient->binderDied(wp<IBinder>(binder.get()));
@@ -186,8 +193,7 @@ void RemoteProcess::die() {
 
 status_t RemoteProcess::linkToDeath(uint64_t object, const Recipient& recipient) {
     Lock lock(mMutex);
-    char byte;
-    if (!mLink.ok() || recv(mLink.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0) {
+    if (!isLinked()) {
         return android::DEAD_OBJECT;
     }
     mProxies[object].recipients.push_back(recipient);

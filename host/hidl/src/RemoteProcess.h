@@ -89,6 +89,7 @@ class RemoteProcess : public Watched, public std::enable_shared_from_this<Remote
 
     void tell(FrameType type, uint64_t object) REQUIRES(mMutex);
     bool flushLink() REQUIRES(mMutex);
+    bool isLinked() REQUIRES(mMutex);
     void die();
     android::status_t awaitReply(Connection& connection, android::hardware::Parcel* reply,
                                  bool* broken);

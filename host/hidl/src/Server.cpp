@@ -194,6 +194,42 @@ class Server::Client : public Watched {
     std::map<uint64_t, uint32_t> mHeld;
 };
 
+/** Waits, with a connection to the endpoint of a process, for the endpoint's end. */
+class Server::Grave : public Watched {
+  public:
+    Grave(Server& server, uint64_t process) : mServer(server), mProcess(process) {}
+
+    /** False when there is nothing to wait for, the endpoint being removed or hopeless. */
+    bool dig() {
+        if (++mTries > kMaxTries) {
+            return false;  // it is alive, and just does not want this process's connections
+        }
+        const Folder folder;
+        mSocket = folder.connectTo(mProcess, false);
+        if (!mSocket.ok() && errno == ECONNREFUSED) {
+            folder.removeEndpoint(mProcess);
+        }
+        return mSocket.ok();
+    }
+    int fd() const { return mSocket.get(); }
+    uint64_t process() const { return mProcess; }
+    void setKey(uint64_t key) { mKey = key; }
+
+    void onReady(uint32_t /*events*/) override {
+        mServer.unwatch(mKey, fd());
+        mServer.addGrave(mServer.mGraves.at(mProcess));
+    }
+
+  private:
+    static constexpr int kMaxTries = 3;
+
+    Server& mServer;
+    const uint64_t mProcess;
+    int mTries = 0;
+    unique_fd mSocket;
+    uint64_t mKey = 0;
+};
+
 Server::Server() : mEpoll(createEpoll()) {}
 
 Server::~Server() = default;
@@ -320,6 +356,21 @@ bool Server::openEndpoint() {
     }
     mEndpoints.push_back({path, std::move(endpoint)});
     return true;
+}
+
+void Server::buryEndpoint(uint64_t process) {
+    const auto [grave, isNew] = mGraves.emplace(process, std::make_shared<Grave>(*this, process));
+    if (isNew) {
+        addGrave(grave->second);
+    }
+}
+
+void Server::addGrave(std::shared_ptr<Grave> grave) {
+    if (grave->dig()) {
+        grave->setKey(watch(grave->fd(), EPOLLRDHUP, grave));
+    } else {
+        mGraves.erase(grave->process());
+    }
 }
 
 void Server::removeEndpoints() {

@@ -52,6 +52,12 @@ class Server {
     /** Sees to it that this process has an endpoint. False when the folder does not allow it. */
     bool openEndpoint();
 
+    /**
+     * Sees to it that the endpoint of a process that is going away does not stay behind. It may
+     * still listen for a moment when its other sockets are closed already.
+     */
+    void buryEndpoint(uint64_t process);
+
     /** Removes this process's endpoints from their folders, at its end. Not in a forked child. */
     void removeEndpoints();
 
@@ -70,6 +76,7 @@ class Server {
   private:
     class Endpoint;
     class Client;
+    class Grave;
 
     struct OpenEndpoint {
         std::string folder;
@@ -80,6 +87,7 @@ class Server {
     uint64_t add(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) REQUIRES(mMutex);
     void addClient(android::base::unique_fd socket);
     bool makeRoom();
+    void addGrave(std::shared_ptr<Grave> grave);
     void removeClient(uint64_t key);
 
     const android::base::unique_fd mEpoll;
@@ -95,6 +103,7 @@ class Server {
     android::base::unique_fd mWake GUARDED_BY(mMutex);
 
     // Of the serving thread alone.
+    std::map<uint64_t, std::shared_ptr<Grave>> mGraves;
     std::map<uint64_t, std::shared_ptr<Client>> mClients;
     uint64_t mClock = 0;  // counts what clients send, to know the most silent one
 };

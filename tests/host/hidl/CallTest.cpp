@@ -1,0 +1,296 @@
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <hidl/HidlTransportSupport.h>
+
+#include "tests/host/hidl/HidlFixture.h"
+
+using android::sp;
+using android::wp;
+using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
+using android::hardware::interfacesEqual;
+using android::hardware::Return;
+using corvid::test::V1_0::Choice;
+using corvid::test::V1_0::Colour;
+using corvid::test::V1_0::Inner;
+using corvid::test::V1_0::Outer;
+
+// A sanitizer's run time has a thread of its own.
+#if defined(__SANITIZE_THREAD__)
+#define WITH_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define WITH_THREAD_SANITIZER 1
+#endif
+#endif
+#ifndef WITH_THREAD_SANITIZER
+#define WITH_THREAD_SANITIZER 0
+#endif
+
+namespace {
+
+std::string echoText(const sp<corvid::test::V1_0::IEcho>& echo, const std::string& text) {
+    std::string answer;
+    const Return<void> result = echo->text(text, [&](const hidl_string& reply) { answer = reply; });
+    EXPECT_TRUE(result.isOk()) << result.description();
+    return answer;
+}
+
+uint32_t descriptorsOf(const sp<corvid::test::V1_0::IEcho>& echo) { return echo->descriptors(); }
+
+TEST_F(HidlTest, StringsArriveUnchanged) {
+    const sp<IEcho> echo = serve();
+    for (const std::string& text : {std::string(), std::string("text"), std::string("\0\xff\n", 3),
+                                    std::string(300000, 'x')}) {
+        EXPECT_EQ(text, echoText(echo, text));
+    }
+}
+
+TEST_F(HidlTest, ScalarsArriveUnchanged) {
+    const sp<IEcho> echo = serve();
+    bool called = false;
+    echo->scalars(true, -8, 65535, INT64_MIN, 1.5F, -0.25,
+                  [&](bool a, int8_t b, uint16_t c, int64_t d, float e, double f) {
+                      called = true;
+                      EXPECT_TRUE(a);
+                      EXPECT_EQ(-8, b);
+                      EXPECT_EQ(65535, c);
+                      EXPECT_EQ(INT64_MIN, d);
+                      EXPECT_EQ(1.5F, e);
+                      EXPECT_EQ(-0.25, f);
+                  })
+        .assertOk();
+    EXPECT_TRUE(called);
+}
+
+TEST_F(HidlTest, StructuresArriveUnchanged) {
+    const sp<IEcho> echo = serve();
+    Outer outer{};
+    outer.flag = true;
+    outer.colour = Colour::BLUE;
+    outer.inner = Inner{"inner", {1, -2, 3}};
+    outer.inners = {Inner{"first", {}}, Inner{"", {4}}};
+    outer.choices.resize(3);
+    outer.choices[0].number(-5);
+    outer.choices[1].text("choice");
+    outer.choices[2].inner(Inner{"deep", {6, 7}});
+    outer.names[1] = "second";
+    outer.bytes[3] = 0xff;
+    outer.ratio = 0.1;
+    for (const Outer& sent : {outer, Outer{}}) {
+        bool called = false;
+        echo->outer(sent,
+                    [&](const Outer& received) {
+                        called = true;
+                        EXPECT_EQ(sent, received) << toString(received);
+                    })
+            .assertOk();
+        EXPECT_TRUE(called);
+    }
+}
+
+TEST_F(HidlTest, ACallThatIsTooLargeFailsAndTheNextOneWorks) {
+    const sp<IEcho> echo = serve();
+    const Return<void> result = echo->text(std::string(1024 * 1024, 'x'), [](const auto&) {});
+    EXPECT_FALSE(result.isOk());
+    EXPECT_FALSE(result.isDeadObject());
+    EXPECT_EQ("again", echoText(echo, "again"));
+}
+
+TEST_F(HidlTest, CallsOfSeveralThreadsAreAnsweredEach) {
+    const sp<IEcho> echo = serve();
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([&, i] {
+            for (int j = 0; j < 100; ++j) {
+                wrong += static_cast<int32_t>(echo->add(i, j)) != i + j ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, wrong);
+    EXPECT_LE(descriptorsOf(echo), 24u);  // connections of a burst of calls don't stay
+}
+
+TEST_F(HidlTest, AOnewayCallIsMade) {
+    const sp<IEcho> echo = serve();
+    echo->post(7).assertOk();
+    EXPECT_TRUE(eventually([&] { return static_cast<int32_t>(echo->posted()) == 7; }));
+}
+
+TEST_F(HidlTest, AnObjectIsCalledBackOnTheThreadThatWaits) {
+    const sp<IEcho> echo = serve();
+    const std::thread::id self = std::this_thread::get_id();
+    std::thread::id caller;
+    const sp<ICallback> callback = new TestCallback([&](int32_t number) {
+        caller = std::this_thread::get_id();
+        return number + 1;
+    });
+    EXPECT_EQ(6, static_cast<int32_t>(echo->callBack(callback, 5)));
+    EXPECT_EQ(self, caller);
+}
+
+TEST_F(HidlTest, CallsNestAsDeepAsTheyGo) {
+    const sp<IEcho> echo = serve();
+    sp<ICallback> callback;
+    // Each level is a call of the server within a call of this process within...
+    callback = new TestCallback([&](int32_t number) {
+        return number == 0 ? 100 : static_cast<int32_t>(echo->callBack(callback, number - 1)) + 1;
+    });
+    EXPECT_EQ(120, static_cast<int32_t>(echo->callBack(callback, 20)));
+    callback = nullptr;
+}
+
+TEST_F(HidlTest, AnObjectThatIsPassedBackIsTheOriginal) {
+    const sp<IEcho> echo = serve();
+    const sp<ICallback> callback = new TestCallback;
+    EXPECT_FALSE(static_cast<bool>(echo->keep(callback)));
+    const sp<ICallback> kept = echo->kept();
+    EXPECT_EQ(callback, kept);
+    EXPECT_FALSE(kept->isRemote());
+}
+
+TEST_F(HidlTest, ANullObjectArrivesAsNull) {
+    const sp<IEcho> echo = serve();
+    EXPECT_TRUE(static_cast<bool>(echo->keep(nullptr)));
+    const sp<ICallback> kept = echo->kept();
+    EXPECT_EQ(nullptr, kept);
+}
+
+TEST_F(HidlTest, TwoProxiesOfOneObjectAreEqual) {
+    const sp<IEcho> echo = serve();
+    const sp<ICallback> callback = new TestCallback;
+    EXPECT_FALSE(static_cast<bool>(echo->keep(callback)));
+    EXPECT_TRUE(static_cast<bool>(echo->keep(callback)));
+    EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
+
+    const sp<IEcho> same = IEcho::tryGetService();
+    EXPECT_TRUE(interfacesEqual(echo, same));
+    EXPECT_FALSE(interfacesEqual(echo, callback));
+    EXPECT_FALSE(interfacesEqual(echo, nullptr));
+    EXPECT_TRUE(interfacesEqual(nullptr, nullptr));
+}
+
+TEST_F(HidlTest, AnObjectOfAThirdProcessIsCalledThere) {
+    const sp<IEcho> echo = serve();
+    Program owner("hidl-echo-client", "kept");
+    ASSERT_EQ("ready", owner.line());
+    const sp<ICallback> proxy = echo->kept();
+    ASSERT_NE(nullptr, proxy);
+    EXPECT_TRUE(proxy->isRemote());
+    EXPECT_EQ(9, static_cast<int32_t>(proxy->onCall(9)));
+    // Known by the server again, as the one that it has already.
+    EXPECT_TRUE(static_cast<bool>(echo->keep(proxy)));
+    // Held by this process alone, it stays.
+    EXPECT_FALSE(static_cast<bool>(echo->keep(nullptr)));
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_EQ(i, static_cast<int32_t>(proxy->onCall(i)));
+    }
+}
+
+TEST_F(HidlTest, AnObjectIsDroppedWhenTheLastHolderDropsIt) {
+    const sp<IEcho> echo = serve();
+    Signal ended;
+    {
+        const sp<ICallback> callback =
+            new TestCallback([](int32_t n) { return n; }, [&] { ended.set(); });
+        ASSERT_FALSE(static_cast<bool>(echo->keep(callback)));
+    }
+    EXPECT_EQ(
+        3, static_cast<int32_t>([&] {
+            int32_t answer = 0;
+            echo->callKept(3, [&](bool ok, const hidl_string&) { answer = ok ? 3 : 0; }).assertOk();
+            return answer;
+        }()));
+    EXPECT_FALSE(ended.isSet());  // only the server holds it
+    EXPECT_FALSE(static_cast<bool>(echo->keep(nullptr)));
+    EXPECT_TRUE(ended.wait());
+}
+
+TEST_F(HidlTest, AnObjectIsDroppedWhenItsHolderDies) {
+    const sp<IEcho> echo = serve();
+    Signal ended;
+    ASSERT_FALSE(static_cast<bool>(
+        echo->keep(new TestCallback([](int32_t n) { return n; }, [&] { ended.set(); }))));
+    EXPECT_FALSE(ended.isSet());
+    server().kill();
+    EXPECT_TRUE(ended.wait());
+}
+
+TEST_F(HidlTest, ManyShortLivedClientsLeaveNothingBehind) {
+    const sp<IEcho> echo = serve();
+    const auto runClients = [](int count) {
+        for (int i = 0; i < count; ++i) {
+            Program client("hidl-echo-client", "keep", "100");
+            ASSERT_EQ(0, client.wait());
+        }
+    };
+    runClients(3);
+    const uint32_t before = descriptorsOf(echo);
+    const long memory = server().status("RssAnon");
+    runClients(40);
+    // The ends of the last client's connections may still have to be noticed.
+    EXPECT_TRUE(eventually([&] { return descriptorsOf(echo) <= before; })) << descriptorsOf(echo);
+#if !defined(__SANITIZE_ADDRESS__) && !WITH_THREAD_SANITIZER
+    EXPECT_LE(server().status("RssAnon"), memory + 64) << "kB";
+#else
+    static_cast<void>(memory);  // sanitizers keep freed memory for a while
+#endif
+}
+
+TEST_F(HidlTest, TheThreadThatJoinsIsTheOnlyOneThatServes) {
+    const sp<IEcho> echo = serve();
+    EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
+    EXPECT_TRUE(static_cast<bool>(echo->watchKept()));
+    echo->threads([](uint32_t count, bool onMainThread) {
+            EXPECT_EQ(WITH_THREAD_SANITIZER ? 2u : 1u, count);
+            EXPECT_TRUE(onMainThread);
+        })
+        .assertOk();
+}
+
+TEST_F(HidlTest, AServerWithNothingToDoSleeps) {
+    const sp<IEcho> echo = serve();
+    EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
+    EXPECT_TRUE(static_cast<bool>(echo->watchKept()));
+    long before = -1;
+    // It may still be going to sleep after the last call.
+    ASSERT_TRUE(eventually([&] {
+        const long now = server().status("voluntary_ctxt_switches");
+        const bool same = now == before;
+        before = now;
+        return same;
+    }));
+    const long long end = millisecondsNow() + 300;
+    while (millisecondsNow() < end) {
+        pauseBriefly();
+    }
+    EXPECT_EQ(before, server().status("voluntary_ctxt_switches"));
+}
+
+TEST_F(HidlTest, TheBaseMethodsAreAnswered) {
+    const sp<IEcho> echo = serve();
+    echo->ping().assertOk();
+    echo->notifySyspropsChanged().assertOk();
+    echo->debug(nullptr, {"option"}).assertOk();
+    std::string descriptor;
+    echo->interfaceDescriptor([&](const hidl_string& name) { descriptor = name; }).assertOk();
+    EXPECT_EQ("corvid.test@1.0::IEcho", descriptor);
+    int pid = 0;
+    echo->getDebugInfo([&](const auto& info) { pid = info.pid; }).assertOk();
+    EXPECT_EQ(server().pid(), pid);
+    EXPECT_NE(nullptr,
+              static_cast<sp<IEcho>>(IEcho::castFrom(sp<android::hidl::base::V1_0::IBase>(echo))));
+    EXPECT_EQ(nullptr, static_cast<sp<ICallback>>(
+                           ICallback::castFrom(sp<android::hidl::base::V1_0::IBase>(echo))));
+    EXPECT_EQ("still", echoText(echo, "still"));
+}
+
+}  // namespace

@@ -1,0 +1,323 @@
+#include <poll.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
+#include <hwbinder/Parcel.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include "host/hidl/src/Frame.h"
+#include "tests/host/hidl/HidlFixture.h"
+
+using android::sp;
+using android::base::unique_fd;
+using android::hardware::hidl_string;
+using android::hardware::Parcel;
+using host::hidl::FrameHeader;
+using host::hidl::FrameType;
+using host::hidl::kFrameMagic;
+using host::hidl::kMaxDataSize;
+using host::hidl::ObjectId;
+
+namespace {
+
+FrameHeader headerOf(FrameType type) {
+    FrameHeader header{};
+    header.magic = kFrameMagic;
+    header.type = type;
+    header.sender = 1ULL << 32;  // nobody
+    return header;
+}
+
+std::string bytesOf(const FrameHeader& header) {
+    return {reinterpret_cast<const char*>(&header), sizeof(header)};
+}
+
+std::string bytesOf(const Parcel& parcel) {
+    return {reinterpret_cast<const char*>(parcel.data()), parcel.dataSize()};
+}
+
+// A call of the service, which is the first object that its process exports.
+std::string callOf(uint32_t code, const std::string& data,
+                   const std::vector<ObjectId>& objects = {}, uint64_t target = 1) {
+    FrameHeader header = headerOf(FrameType::Call);
+    header.code = code;
+    header.target = target;
+    header.dataSize = static_cast<uint32_t>(data.size());
+    header.objectCount = static_cast<uint32_t>(objects.size());
+    std::string bytes = bytesOf(header);
+    for (const ObjectId& object : objects) {
+        bytes.append(reinterpret_cast<const char*>(&object), sizeof(object));
+    }
+    return bytes + data;
+}
+
+std::string token() {
+    Parcel parcel;
+    parcel.writeInterfaceToken("corvid.test@1.0::IEcho");
+    return bytesOf(parcel);
+}
+
+std::string textArgument(const std::string& text) {
+    Parcel parcel;
+    parcel.writeInterfaceToken("corvid.test@1.0::IEcho");
+    const hidl_string string(text);
+    size_t handle = 0;
+    parcel.writeBuffer(&string, sizeof(string), &handle);
+    parcel.writeEmbeddedBuffer(string.c_str(), string.size() + 1, &handle, handle, 0);
+    return bytesOf(parcel);
+}
+
+// Codes of IEcho's methods.
+constexpr uint32_t kText = 1;
+constexpr uint32_t kAdd = 4;
+constexpr uint32_t kKeep = 5;
+
+class HostileTest : public HidlTest {
+  protected:
+    unique_fd connect() const {
+        unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, endpoint().c_str());
+        if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            ADD_FAILURE() << strerror(errno);
+        }
+        return socket;
+    }
+
+    static void sendAll(const unique_fd& socket, const std::string& bytes) {
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
+                  send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
+    }
+
+    // What the server sends until it ends the connection; "open" when it does not within 10 s.
+    static std::string readUntilEnd(const unique_fd& socket) {
+        std::string all;
+        char part[65536];
+        for (;;) {
+            pollfd ready{socket.get(), POLLIN, 0};
+            if (poll(&ready, 1, 10000) != 1) {
+                return "open";
+            }
+            const ssize_t size = recv(socket.get(), part, sizeof(part), 0);
+            if (size <= 0) {
+                return all;
+            }
+            all.append(part, static_cast<size_t>(size));
+        }
+    }
+};
+
+TEST_F(HostileTest, EachMalformedMessageEndsItsConnectionWithOneLine) {
+    const sp<IEcho> echo = serve();
+    FrameHeader oversized = headerOf(FrameType::Call);
+    oversized.dataSize = kMaxDataSize + 1;
+    FrameHeader manyObjects = headerOf(FrameType::Call);
+    manyObjects.objectCount = 65;
+    FrameHeader acquire = headerOf(FrameType::Acquire);
+    acquire.target = 4711;
+    FrameHeader release = headerOf(FrameType::Release);
+    release.target = 1;
+    std::string wrongSize = textArgument("0123456789");
+    wrongSize[token().size() + 16 + 8] ^= 1;
+    std::string badParent = textArgument("0123456789");
+    badParent[token().size() + 16 + 16 + 8] ^= 1;
+    std::string noNul = textArgument("0123456");
+    noNul.back() = 'x';
+    const auto index = [](uint32_t number) {
+        return token() + std::string(reinterpret_cast<const char*>(&number), sizeof(number));
+    };
+    const struct {
+        const char* what;
+        std::string bytes;
+        const char* log;
+    } cases[] = {
+        {"garbage", std::string(100, '\xa5'), "not a message"},
+        {"zeroes", std::string(40, '\0'), "not a message"},
+        {"an oversized message", bytesOf(oversized), "oversized message"},
+        {"too many objects", bytesOf(manyObjects), "too many objects"},
+        {"an unknown type", bytesOf(headerOf(static_cast<FrameType>(77))), "unknown type"},
+        {"a reply", bytesOf(headerOf(FrameType::Reply)), "replies where nothing was asked"},
+        {"an unknown object", callOf(kAdd, token(), {}, 4711), "calls an object that does not"},
+        {"to acquire an unknown object", bytesOf(acquire), "acquires an object that does not"},
+        {"to release what it does not hold", bytesOf(release), "releases an object that it does"},
+        {"an unknown code", callOf(999, token()), "UNKNOWN_TRANSACTION"},
+        {"another interface", callOf(kAdd, "xxxxxxx"), "BAD_TYPE"},
+        {"no interface", callOf(kAdd, ""), "BAD_TYPE"},
+        {"too few arguments", callOf(kAdd, token()), "NOT_ENOUGH_DATA"},
+        {"too many arguments", callOf(kAdd, token() + std::string(12, '\0')), "more arguments"},
+        {"a wrong size", callOf(kText, wrongSize), "BAD_VALUE"},
+        {"a wrong parent", callOf(kText, badParent), "BAD_VALUE"},
+        {"a string without its end", callOf(kText, noNul), "BAD_VALUE"},
+        {"an object index without objects", callOf(kKeep, index(0)), "BAD_VALUE"},
+        {"a huge object index", callOf(kKeep, index(0xfffffffe)), "BAD_VALUE"},
+        {"an unknown object of the server itself",
+         callOf(kKeep, index(0),
+                {{(static_cast<uint64_t>(server().pid()) << 32) |
+                      (std::stoull(endpoint().substr(endpoint().size() - 8), nullptr, 16)),
+                  4711}}),
+         "passes an object that does not exist"},
+    };
+    for (const auto& test : cases) {
+        const int lines = server().countInLog("\n");
+        const unique_fd socket = connect();
+        sendAll(socket, test.bytes);
+        EXPECT_NE("open", readUntilEnd(socket)) << test.what;
+        EXPECT_TRUE(server().waitForLog(test.log)) << test.what << ": " << server().log();
+        EXPECT_EQ(lines + 1, server().countInLog("\n")) << test.what << ": " << server().log();
+        EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2))) << test.what;
+    }
+    EXPECT_EQ(std::size(cases) + 0u, static_cast<size_t>(server().countInLog(" E ")));
+}
+
+TEST_F(HostileTest, AnObjectOfTheServerWithAnotherTypeArrivesAsNull) {
+    const sp<IEcho> echo = serve();
+    const uint64_t process = std::stoull(endpoint().substr(endpoint().size() - 16), nullptr, 16);
+    EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
+    const unique_fd socket = connect();
+    sendAll(socket, callOf(kKeep, token() + std::string(4, '\0'), {{process, 1}}));
+    FrameHeader reply{};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof(reply)),
+              recv(socket.get(), &reply, sizeof(reply), MSG_WAITALL));
+    EXPECT_EQ(0u, reply.code);
+    const sp<ICallback> kept = echo->kept();
+    EXPECT_EQ(nullptr, kept);
+}
+
+TEST_F(HostileTest, AnObjectOfAProcessThatDoesNotExistIsADeadOne) {
+    const sp<IEcho> echo = serve();
+    const unique_fd socket = connect();
+    sendAll(socket, callOf(kKeep, token() + std::string(4, '\0'), {{0x123456789abcdefULL, 1}}));
+    FrameHeader reply{};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof(reply)),
+              recv(socket.get(), &reply, sizeof(reply), MSG_WAITALL));
+    EXPECT_EQ(0u, reply.code);
+    EXPECT_FALSE(static_cast<bool>(echo->watchKept()));
+    echo->callKept(1, [](bool ok, const hidl_string&) { EXPECT_FALSE(ok); }).assertOk();
+}
+
+TEST_F(HostileTest, HalfAMessageHoldsNobodyUp) {
+    const sp<IEcho> echo = serve();
+    const std::string call = callOf(kText, textArgument("whole"));
+    std::vector<unique_fd> sockets;
+    for (size_t size = 1; size < call.size(); size += 7) {
+        sockets.push_back(connect());
+        sendAll(sockets.back(), call.substr(0, size));
+        ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    }
+    // The rest makes it a call like any other.
+    sendAll(sockets.front(), call.substr(1));
+    FrameHeader reply{};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof(reply)),
+              recv(sockets.front().get(), &reply, sizeof(reply), MSG_WAITALL));
+    EXPECT_EQ(FrameType::Reply, reply.type);
+    EXPECT_EQ("", server().log());
+    // An end inside a message is one that went wrong.
+    sockets.back().reset();
+    EXPECT_TRUE(server().waitForLog("ends inside a message"));
+    EXPECT_EQ(1, server().countInLog("\n"));
+}
+
+TEST_F(HostileTest, AReaderThatDoesNotReadHoldsNobodyUp) {
+    const sp<IEcho> echo = serve();
+    const std::string text(900 * 1024, 'x');
+    const std::string call = callOf(kText, textArgument(text));
+    const unique_fd socket = connect();
+    sendAll(socket, call);
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    }
+    // The reply waits for it, whole.
+    FrameHeader reply{};
+    ASSERT_EQ(static_cast<ssize_t>(sizeof(reply)),
+              recv(socket.get(), &reply, sizeof(reply), MSG_WAITALL));
+    std::string data(reply.dataSize, '\0');
+    ASSERT_EQ(static_cast<ssize_t>(data.size()),
+              recv(socket.get(), data.data(), data.size(), MSG_WAITALL));
+    EXPECT_NE(std::string::npos, data.find(text));
+    // And the connection serves on.
+    sendAll(socket, callOf(kText, textArgument("again")));
+    ASSERT_EQ(static_cast<ssize_t>(sizeof(reply)),
+              recv(socket.get(), &reply, sizeof(reply), MSG_WAITALL));
+}
+
+TEST_F(HostileTest, IdleConnectionsAreBounded) {
+    const sp<IEcho> echo = serve();
+    std::vector<unique_fd> sockets;
+    for (int i = 0; i < 300; ++i) {
+        sockets.push_back(connect());
+        ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    }
+    EXPECT_LE(static_cast<uint32_t>(echo->descriptors()), 280u);
+    EXPECT_TRUE(server().waitForLog("it was silent for the longest"));
+    EXPECT_EQ("", readUntilEnd(sockets.front()));
+}
+
+TEST_F(HostileTest, WithoutDescriptorsConnectionsAreRefusedAndLaterAcceptedAgain) {
+    const rlimit previous = [] {
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        return limit;
+    }();
+    const rlimit few{40, previous.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    const sp<IEcho> echo = serve();
+    setrlimit(RLIMIT_NOFILE, &previous);
+    ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    {
+        std::vector<unique_fd> sockets;
+        for (int i = 0; i < 60; ++i) {
+            sockets.push_back(connect());
+        }
+        EXPECT_TRUE(server().waitForLog("Refusing a connection"));
+        EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    }
+    EXPECT_TRUE(eventually([&] { return static_cast<uint32_t>(echo->descriptors()) < 20; }));
+}
+
+TEST_F(HostileTest, AnotherUsersConnectionIsRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    const sp<IEcho> echo = serve();
+    // So that permissions of the file system don't keep it out.
+    for (std::filesystem::path path = endpoint(); path != path.root_path();
+         path = path.parent_path()) {
+        if (path.string().compare(0, root_.path("").size(), root_.path("")) == 0) {
+            chmod(path.c_str(), 0777);
+        }
+    }
+    const std::string call = callOf(kText, textArgument("text"));
+    const std::string path = endpoint();
+    const pid_t child = fork();
+    if (child == 0) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strcpy(address.sun_path, path.c_str());
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        if (setuid(65534) != 0 ||
+            ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            _exit(2);
+        }
+        send(socket, call.data(), call.size(), MSG_NOSIGNAL);
+        char byte;
+        _exit(recv(socket, &byte, 1, 0) > 0 ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_TRUE(server().waitForLog("belongs to user 65534"));
+    EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+}
+
+}  // namespace
