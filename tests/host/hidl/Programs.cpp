@@ -12,6 +12,7 @@
 #include <fstream>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 
@@ -44,6 +45,7 @@ void Program::start(const std::string& name, const char* const* arguments) {
 
 Program::~Program() {
     kill();
+    EXPECT_EQ(std::string::npos, log().find("Sanitizer")) << log();
     close(output_);
     close(log_);
 }

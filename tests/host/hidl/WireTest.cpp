@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -60,7 +61,7 @@ void deliver(const Parcel& written, Parcel* received) {
 
 void deliver(const std::vector<uint8_t>& bytes, Parcel* received) {
     std::unique_ptr<uint8_t[]> memory(new uint8_t[bytes.size() + 1]);
-    std::memcpy(memory.get(), bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), memory.get());
     uint8_t* data = memory.get();
     received->setReceived(std::move(memory), data, bytes.size(), {});
 }
