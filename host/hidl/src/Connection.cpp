@@ -55,10 +55,13 @@ bool Connection::sendWithoutWaiting(const FrameHeader& header, const std::vector
     };
     bool failed = false;
     const size_t size = sizeof(header) + objects.size() * sizeof(ObjectId) + header.dataSize;
-    const size_t sent = hasUnsent() ? 0 : sendSome(header, objects, data, 0, false, &failed);
-    if (!failed && sent < size) {
+    size_t sent = 0;
+    if (!hasUnsent()) {
+        sent = sendSome(header, objects, data, 0, false, &failed);
         mUnsentStart = sent;
-        mUnsent.reserve(size);
+    }
+    if (!failed && sent < size) {
+        mUnsent.reserve(mUnsent.size() + size);
         append(&header, sizeof(header));
         append(objects.data(), objects.size() * sizeof(ObjectId));
         append(data, header.dataSize);

@@ -31,7 +31,7 @@ namespace {
 // Connections kept for the next call: one for each thread that usually calls at the same time.
 constexpr size_t kMaxIdleConnections = 4;
 // A process that lets this much of what it is told pile up does not serve its calls any more.
-constexpr size_t kMaxUnsent = 64 * 1024;
+constexpr size_t kMaxUnsent = 65536;  // bytes
 constexpr uint32_t kLinkEvents = EPOLLIN | EPOLLRDHUP;
 
 }  // namespace

@@ -365,7 +365,7 @@ void Server::buryEndpoint(uint64_t process) {
     }
 }
 
-void Server::addGrave(std::shared_ptr<Grave> grave) {
+void Server::addGrave(const std::shared_ptr<Grave>& grave) {
     if (grave->dig()) {
         grave->setKey(watch(grave->fd(), EPOLLRDHUP, grave));
     } else {

@@ -87,7 +87,7 @@ class Server {
     uint64_t add(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) REQUIRES(mMutex);
     void addClient(android::base::unique_fd socket);
     bool makeRoom();
-    void addGrave(std::shared_ptr<Grave> grave);
+    void addGrave(const std::shared_ptr<Grave>& grave);
     void removeClient(uint64_t key);
 
     const android::base::unique_fd mEpoll;

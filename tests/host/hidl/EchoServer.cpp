@@ -30,8 +30,11 @@ using corvid::test::V1_0::Outer;
 
 namespace {
 
+// The number of entries, or very many when the folder can't be read.
 uint32_t entriesOf(const char* folder) {
-    return static_cast<uint32_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(folder, error);
+    return error ? UINT32_MAX : static_cast<uint32_t>(std::distance(begin(entries), end(entries)));
 }
 
 class Echo : public IEcho {

@@ -19,6 +19,16 @@ TEST_F(HidlTest, RegistrationFailsWhenTheFolderIsMissing) {
     EXPECT_FALSE(std::filesystem::exists(folder()));
 }
 
+TEST_F(HidlTest, AnObjectThatCouldNotBeRegisteredIsNotHeld) {
+    std::filesystem::remove(folder());
+    Signal ended;
+    sp<ICallback> object =
+        new TestCallback([](int32_t number) { return number; }, [&] { ended.set(); });
+    EXPECT_EQ(android::NAME_NOT_FOUND, object->registerAsService("mine"));
+    object = nullptr;
+    EXPECT_TRUE(ended.isSet());
+}
+
 TEST_F(HidlTest, RegistrationFailsWhenALiveProcessHasTheName) {
     serve();
     Program second("hidl-echo-server");
