@@ -79,6 +79,11 @@ void FakeControlSocket::answerCommands(Answer answer) {
     answer_ = std::move(answer);
 }
 
+void FakeControlSocket::resetOnCommands(std::function<bool(const std::string&)> which) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    resets_ = std::move(which);
+}
+
 size_t FakeControlSocket::sendEvent(std::string_view event) {
     std::vector<Peer> peers;
     {
@@ -138,10 +143,16 @@ void FakeControlSocket::run_() {
     while (poll(fds.data(), fds.size(), -1) >= 0 && fds[1].revents == 0) {
         Peer from = {};
         from.length = sizeof(from.address);
-        const ssize_t length = recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT,
-                                        reinterpret_cast<sockaddr*>(&from.address), &from.length);
-        if (length >= 0) {
-            handle_(std::string(buffer.data(), static_cast<size_t>(length)), from);
+        const ssize_t length =
+            recvfrom(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_PEEK,
+                     reinterpret_cast<sockaddr*>(&from.address), &from.length);
+        if (length < 0) {
+            continue;
+        }
+        const std::string request(buffer.data(), static_cast<size_t>(length));
+        if (!reset_(request, from)) {
+            recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+            handle_(request, from);
         }
     }
 }
@@ -170,6 +181,28 @@ void FakeControlSocket::handle_(const std::string& request, const Peer& from) {
     if (const auto text = answer(request)) {
         reply_(*text, from);
     }
+}
+
+bool FakeControlSocket::reset_(const std::string& request, const Peer& from) {
+    std::function<bool(const std::string&)> resets;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        resets = resets_;
+    }
+    if (request == "ATTACH" || request == "DETACH" || resets == nullptr || !resets(request)) {
+        return false;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        commands_.push_back(request);
+    }
+    changed_.notify_all();
+    // A datagram socket that leaves its peer with something unread resets the peer: the request is
+    // still in the queue, and goes with this.
+    const sockaddr nobody = {AF_UNSPEC, {}};
+    connect(socket_.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
+    connect(socket_.get(), &nobody, sizeof(nobody));
+    return true;
 }
 
 void FakeControlSocket::attach_(const Peer& from) {

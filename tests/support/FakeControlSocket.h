@@ -51,6 +51,12 @@ class FakeControlSocket {
     void answerCommands(Answer answer);
 
     /**
+     * From now on, a command for which this is true resets the connection that it came on: its
+     * sender's request fails at once instead of waiting for a reply. Runs on the socket's thread.
+     */
+    void resetOnCommands(std::function<bool(const std::string& command)> which);
+
+    /**
      * Sends one datagram, as it is, to every attached peer; waits while a peer's queue is full.
      * Returns how many got it. A peer that has gone, or reads nothing for 10 s, is dropped.
      */
@@ -79,6 +85,7 @@ class FakeControlSocket {
 
     void run_();
     void handle_(const std::string& request, const Peer& from);
+    bool reset_(const std::string& request, const Peer& from);
     void attach_(const Peer& from);
     void reply_(const std::string& text, const Peer& to) const;
     void drop_(const Peer& peer);
@@ -95,6 +102,7 @@ class FakeControlSocket {
     mutable std::condition_variable changed_;
     Attach attachAnswer_ = Attach::Accept;
     Answer answer_;
+    std::function<bool(const std::string&)> resets_;
     std::vector<Peer> peers_;
     std::vector<std::string> commands_;
     size_t attachRequests_ = 0;

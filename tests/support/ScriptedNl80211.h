@@ -1,0 +1,47 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "tests/support/FakeNl80211.h"
+
+namespace test {
+
+/**
+ * A kernel with the interfaces and the station that the test says; at first there is wlan0, and no
+ * station. Vendor commands and frames succeed unless refused. Any thread.
+ */
+class ScriptedNl80211 {
+  public:
+    /** As FakeNl80211: the process has the redirect library in it. */
+    explicit ScriptedNl80211(const std::string& root);
+
+    void setInterfaces(std::vector<std::string> names);
+
+    /**
+     * There is a station link of this width from now on: 1 = 20, 2 = 40, 3 = 80, 4 = 80+80,
+     * 5 = 160 MHz; 0 for no link.
+     */
+    void setStationBandwidth(int code);
+
+    /** `cmd` (NL80211_CMD_*) is answered with this negative errno from now on; 0: succeeds. */
+    void refuse(int cmd, int error);
+
+    /** The requests so far with this command, in order. */
+    std::vector<NetlinkRequest> requests(int cmd) const;
+
+    FakeNl80211& kernel() { return kernel_; }
+
+  private:
+    std::vector<Bytes> answer_(const NetlinkRequest& request) const;
+
+    mutable std::mutex mutex_;
+    std::vector<std::string> interfaces_ = {"wlan0"};
+    int bandwidth_ = 0;
+    std::map<int, int> errors_;
+    FakeNl80211 kernel_;  // last: its thread uses the rest
+};
+
+}  // namespace test

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/FakeControlSocket.h"
+
+namespace test {
+
+/**
+ * A supplicant on one control socket that answers by a script. The script outlives a crash. A
+ * command that the script does not name is answered "OK\n". Any thread, but for crash() and
+ * restart().
+ */
+class ScriptedSupplicant {
+  public:
+    explicit ScriptedSupplicant(std::string path);
+
+    /** From now on. `command` is the whole text of the command. */
+    void answer(const std::string& command, const std::string& reply);
+    /** Sends of such a command fail from now on, at once. */
+    void fail(const std::string& command);
+    /** Every command fails from now on, or is answered again. */
+    void failAll(bool fail);
+
+    /** Sends an event to the attached: `event` begins with its name, the tag is put before it. */
+    void sendEvent(const std::string& event);
+
+    /** The commands so far, in order, from before a restart too; those with the prefix only. */
+    std::vector<std::string> commands(const std::string& prefix = "") const;
+    /** Waits until there are at least `count` such commands. Returns false after half a minute. */
+    bool waitForCommands(const std::string& prefix, size_t count) const;
+
+    /** Its process is killed: every send fails, the file stays. */
+    void crash();
+    /** Makes the file anew and listens on it, after a crash() or in the place of a crash. */
+    void restart();
+
+    FakeControlSocket& socket() { return *socket_; }
+
+  private:
+    void listen_();
+    std::optional<std::string> answer_(const std::string& command);
+
+    const std::string path_;
+    mutable std::mutex mutex_;
+    std::map<std::string, std::optional<std::string>> answers_;  ///< nothing: the send fails
+    bool failAll_ = false;
+    std::vector<std::string> commands_;
+    std::unique_ptr<FakeControlSocket> socket_;  // last: its thread uses the rest
+};
+
+}  // namespace test
