@@ -256,6 +256,7 @@ TEST(Poll, MoreThanTenReadyDescriptorsAreServedOverSuccessiveCalls) {
     EXPECT_EQ(poll.poll(-1), 5);
     EXPECT_EQ(poll.poll(0), 0);
     std::vector<int> expected;
+    expected.reserve(sources.size());
     for (const Source& source : sources) {
         expected.push_back(source.fd());
     }
@@ -548,6 +549,7 @@ TEST(Poll, OtherThreadsAddAndRemoveWhileTheLoopRuns) {
         }
     };
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int i = 0; i < 3; ++i) {
         threads.emplace_back(churn);
     }

@@ -34,6 +34,7 @@ TEST(ValueMutex, AMutatorReachesTheEntriesOfAGuardedContainer) {
 TEST(ValueMutex, ManyThreadsChangeTheValueOneAtATime) {
     ValueMutexBase<int, std::mutex> counter(0);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int n = 0; n < 1000; ++n) {

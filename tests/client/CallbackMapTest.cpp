@@ -1,0 +1,556 @@
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "client/CallbackMap.h"
+#include "client/CallbackMapRegister.h"
+#include "tests/support/LogCapture.h"
+
+namespace Ursa::OS::Wifi {
+
+class CallbackMapTestPeer {
+  public:
+    template <typename T>
+    static void setCounter(CallbackMap<T>& map, int value) {
+        map.counter_ = value;
+    }
+    template <typename T>
+    static bool contains(CallbackMap<T>& map, CallbackSet set, int handle) {
+        return map.setContains_(set, handle);
+    }
+};
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Map = CallbackMap<const std::string&>;
+using Callback = Map::Callback;
+
+constexpr int kCapacity = 64;
+constexpr int kLastHandle = 0x7FFFFFFE;
+
+/** Notes its name in a list at each call. */
+Callback noting(std::vector<std::string>& calls, const std::string& name) {
+    return [&calls, name](const std::string& value) { calls.push_back(name + ":" + value); };
+}
+
+Callback nothing() {
+    return [](const std::string&) {};
+}
+
+/** As many functions as fit, registered. */
+class FullMap {
+  public:
+    FullMap() : callbacks_(kCapacity, nothing()) {
+        for (Callback& callback : callbacks_) {
+            handles.push_back(map.registerCallback(callback));
+        }
+    }
+
+    Map map;
+    std::vector<int> handles;
+
+  private:
+    std::vector<Callback> callbacks_;
+};
+
+TEST(CallbackMap, TriggeringAnEmptyMapDoesNothing) {
+    Map map;
+    EXPECT_NO_THROW(map.trigger("x"));
+}
+
+TEST(CallbackMap, HandlesCountUpFromZeroInTheOrderOfRegistration) {
+    Map map;
+    std::array<Callback, 3> callbacks;
+    callbacks.fill(nothing());
+    EXPECT_EQ(map.registerCallback(callbacks[0]), 0);
+    EXPECT_EQ(map.registerCallback(callbacks[1]), 1);
+    EXPECT_TRUE(map.unregisterCallback(0));
+    map.trigger("clears");
+    EXPECT_EQ(map.registerCallback(callbacks[2]), 2);  // not the free 0
+}
+
+TEST(CallbackMap, CallbacksRunInAscendingHandleOrder) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback a = noting(calls, "a");
+    Callback b = noting(calls, "b");
+    Callback c = noting(calls, "c");
+    CallbackMapTestPeer::setCounter(map, 9);
+    EXPECT_EQ(map.registerCallback(a), 10);
+    CallbackMapTestPeer::setCounter(map, 4);
+    EXPECT_EQ(map.registerCallback(b), 5);
+    CallbackMapTestPeer::setCounter(map, 19);
+    EXPECT_EQ(map.registerCallback(c), 20);
+    map.trigger("1");
+    EXPECT_THAT(calls, ElementsAre("b:1", "a:1", "c:1"));
+}
+
+TEST(CallbackMap, CallbacksRunOnTheTriggeringThread) {
+    Map map;
+    std::thread::id ran;
+    Callback callback = [&](const std::string&) { ran = std::this_thread::get_id(); };
+    map.registerCallback(callback);
+    std::thread other([&] { map.trigger("x"); });
+    const std::thread::id expected = other.get_id();
+    other.join();
+    EXPECT_EQ(ran, expected);
+}
+
+TEST(CallbackMap, AValueIsPassedToEverySubscriberUnchanged) {
+    CallbackMap<std::vector<int>> map;
+    std::vector<size_t> sizes;
+    std::function<void(std::vector<int>)> callback = [&](std::vector<int> value) {
+        sizes.push_back(value.size());
+        value.clear();
+    };
+    std::function<void(std::vector<int>)> again = callback;
+    map.registerCallback(callback);
+    map.registerCallback(again);
+    map.trigger({1, 2, 3});
+    EXPECT_THAT(sizes, ElementsAre(3u, 3u));
+}
+
+TEST(CallbackMap, The65thLiveRegistrationIsRefused) {
+    FullMap full;
+    EXPECT_EQ(full.handles.back(), kCapacity - 1);
+    Callback callback = nothing();
+    EXPECT_EQ(full.map.registerCallback(callback), -1);
+    EXPECT_TRUE(callback);
+}
+
+TEST(CallbackMap, AfterOneUnregistrationItIsStillRefusedUntilATriggerHasClearedTheHandle) {
+    FullMap full;
+    Callback callback = nothing();
+    EXPECT_TRUE(full.map.unregisterCallback(full.handles[17]));
+    EXPECT_EQ(full.map.registerCallback(callback), -1);
+    full.map.trigger("x");
+    EXPECT_EQ(full.map.registerCallback(callback), kCapacity);
+    Callback another = nothing();
+    EXPECT_EQ(full.map.registerCallback(another), -1);
+}
+
+TEST(CallbackMap, UnregisteringAHandleTwiceReturnsTrueThenFalse) {
+    Map map;
+    Callback callback = nothing();
+    const int handle = map.registerCallback(callback);
+    EXPECT_TRUE(map.unregisterCallback(handle));
+    EXPECT_FALSE(map.unregisterCallback(handle));
+    map.trigger("x");
+    EXPECT_FALSE(map.unregisterCallback(handle));
+}
+
+TEST(CallbackMap, AHandleThatWasNeverGivenOutIsNotUnregistered) {
+    Map map;
+    EXPECT_FALSE(map.unregisterCallback(0));
+    EXPECT_FALSE(map.unregisterCallback(-1));
+    EXPECT_FALSE(map.unregisterCallback(INT_MAX));
+}
+
+TEST(CallbackMap, UnregisteringEmptiesTheSubscribersFunction) {
+    Map map;
+    auto held = std::make_shared<int>(1);
+    const std::weak_ptr<int> weak = held;
+    Callback callback = [held = std::move(held)](const std::string&) {};
+    map.unregisterCallback(map.registerCallback(callback));
+    EXPECT_FALSE(callback);
+    EXPECT_TRUE(weak.expired());
+}
+
+TEST(CallbackMap, AnUnregisteredHandleIsInactiveUntilTheNextTriggerHasFinished) {
+    Map map;
+    Callback callback = nothing();
+    const int handle = map.registerCallback(callback);
+    EXPECT_TRUE(CallbackMapTestPeer::contains(map, CallbackSet::Active, handle));
+    map.unregisterCallback(handle);
+    EXPECT_FALSE(CallbackMapTestPeer::contains(map, CallbackSet::Active, handle));
+    EXPECT_TRUE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
+    map.trigger("x");
+    EXPECT_FALSE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
+}
+
+TEST(CallbackMap, HandlesWrapToZeroAfterTheLastOne) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback last = noting(calls, "last");
+    Callback first = noting(calls, "first");
+    CallbackMapTestPeer::setCounter(map, kLastHandle - 1);
+    EXPECT_EQ(map.registerCallback(last), kLastHandle);
+    EXPECT_EQ(map.registerCallback(first), 0);
+    map.trigger("1");
+    EXPECT_THAT(calls, ElementsAre("first:1", "last:1"));
+}
+
+TEST(CallbackMap, HandlesThatAreStillInUseAreSkippedAfterTheWrap) {
+    Map map;
+    std::array<Callback, 4> callbacks;
+    callbacks.fill(nothing());
+    EXPECT_EQ(map.registerCallback(callbacks[0]), 0);
+    EXPECT_EQ(map.registerCallback(callbacks[1]), 1);
+    EXPECT_TRUE(map.unregisterCallback(1));  // its number is not free before a trigger
+    CallbackMapTestPeer::setCounter(map, kLastHandle);
+    EXPECT_EQ(map.registerCallback(callbacks[2]), 2);
+    map.trigger("clears");
+    CallbackMapTestPeer::setCounter(map, kLastHandle);
+    EXPECT_EQ(map.registerCallback(callbacks[3]), 1);
+}
+
+TEST(CallbackMap, ACallbackRegisteredDuringATriggerFirstFiresOnTheNextOne) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback late = noting(calls, "late");
+    int handle = -1;
+    Callback registering = [&](const std::string&) {
+        if (handle == -1) {
+            handle = map.registerCallback(late);
+        }
+    };
+    map.registerCallback(registering);
+    map.trigger("1");
+    EXPECT_EQ(handle, 1);
+    EXPECT_THAT(calls, IsEmpty());
+    map.trigger("2");
+    EXPECT_THAT(calls, ElementsAre("late:2"));
+}
+
+TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnDoesNotFire) {
+    Map map;
+    std::vector<std::string> calls;
+    int victim = -1;
+    Callback first = [&](const std::string&) { map.unregisterCallback(victim); };
+    Callback second = noting(calls, "second");
+    Callback third = noting(calls, "third");
+    map.registerCallback(first);
+    victim = map.registerCallback(second);
+    map.registerCallback(third);
+    map.trigger("1");
+    EXPECT_THAT(calls, ElementsAre("third:1"));
+}
+
+TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnOnAnotherThreadDoesNotFire) {
+    Map map;
+    std::vector<std::string> calls;
+    int victim = -1;
+    Callback first = [&](const std::string&) {
+        std::thread([&] { map.unregisterCallback(victim); }).join();
+    };
+    Callback second = noting(calls, "second");
+    map.registerCallback(first);
+    victim = map.registerCallback(second);
+    map.trigger("1");
+    EXPECT_THAT(calls, IsEmpty());
+}
+
+TEST(CallbackMap, ACallbackMayUnregisterOthersThatHaveHadTheirTurn) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback first = noting(calls, "first");
+    const int handle = map.registerCallback(first);
+    Callback second = [&](const std::string&) { map.unregisterCallback(handle); };
+    map.registerCallback(second);
+    map.trigger("1");
+    map.trigger("2");
+    EXPECT_THAT(calls, ElementsAre("first:1"));
+}
+
+TEST(CallbackMap, ANestedTriggerRunsEveryCallbackThatIsLiveThen) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback outer = [&](const std::string& value) {
+        if (value == "outer") {
+            map.trigger("inner");
+        }
+    };
+    Callback other = noting(calls, "other");
+    map.registerCallback(outer);
+    map.registerCallback(other);
+    map.trigger("outer");
+    EXPECT_THAT(calls, ElementsAre("other:inner", "other:outer"));
+}
+
+TEST(CallbackMap, ANestedTriggerMayEndAndBeginSubscriptionsOfTheOuterOne) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback late = noting(calls, "late");
+    int victim = -1;
+    Callback outer = [&](const std::string& value) {
+        if (value == "outer") {
+            map.trigger("inner");
+        } else if (value == "inner") {
+            map.unregisterCallback(victim);
+            map.registerCallback(late);
+        }
+    };
+    Callback second = noting(calls, "second");
+    Callback third = noting(calls, "third");
+    map.registerCallback(outer);
+    victim = map.registerCallback(second);
+    map.registerCallback(third);
+    map.trigger("outer");
+    // The one that was unregistered fires in neither, the one that was registered in neither.
+    EXPECT_THAT(calls, ElementsAre("third:inner", "third:outer"));
+    map.trigger("next");
+    EXPECT_THAT(calls, ElementsAre("third:inner", "third:outer", "third:next", "late:next"));
+}
+
+TEST(CallbackMap, AnEmptyFunctionThrowsAtTheTrigger) {
+    Map map;
+    Callback empty;
+    map.registerCallback(empty);
+    EXPECT_THROW(map.trigger("x"), std::bad_function_call);
+}
+
+TEST(CallbackMap, WhatASubscriberThrowsReachesTheProducerAndTheMapGoesOn) {
+    Map map;
+    std::vector<std::string> calls;
+    Callback throwing = [&](const std::string& value) {
+        if (value == "1") {
+            throw std::runtime_error("defect");
+        }
+    };
+    Callback other = noting(calls, "other");
+    const int handle = map.registerCallback(throwing);
+    map.registerCallback(other);
+    EXPECT_THROW(map.trigger("1"), std::runtime_error);
+    map.trigger("2");
+    EXPECT_THAT(calls, ElementsAre("other:2"));
+    EXPECT_TRUE(map.unregisterCallback(handle));  // the throw left no lock behind
+}
+
+TEST(CallbackMap, DestructionDoesNotTouchTheSubscribersFunctions) {
+    Callback callback = nothing();
+    {
+        Map map;
+        map.registerCallback(callback);
+    }
+    EXPECT_TRUE(callback);
+}
+
+TEST(CallbackMap, ConcurrentTriggersRunTheSameCallbackAtTheSameTime) {
+    Map map;
+    std::atomic<int> inside{0};
+    std::promise<void> both;
+    const std::shared_future<void> bothInside(both.get_future());
+    Callback callback = [&](const std::string&) {
+        if (++inside == 2) {
+            both.set_value();
+        }
+        EXPECT_EQ(bothInside.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    };
+    map.registerCallback(callback);
+    std::thread other([&] { map.trigger("1"); });
+    map.trigger("2");
+    other.join();
+    EXPECT_EQ(inside, 2);
+}
+
+/** A callback that stays inside its call until the test releases it. */
+class Blocked {
+  public:
+    Callback callback() {
+        return [this](const std::string&) {
+            entered_.set_value();
+            release_.get_future().wait();
+            finished = true;
+        };
+    }
+    void waitUntilEntered() { entered_.get_future().wait(); }
+    void release() { release_.set_value(); }
+
+    std::atomic<bool> finished{false};
+
+  private:
+    std::promise<void> entered_;
+    std::promise<void> release_;
+};
+
+TEST(CallbackMap, UnregisteringWaitsForARunningCall) {
+    Map map;
+    Blocked blocked;
+    Callback callback = blocked.callback();
+    const int handle = map.registerCallback(callback);
+    std::thread producer([&] { map.trigger("x"); });
+    blocked.waitUntilEntered();
+    auto unregistered = std::async(std::launch::async, [&] {
+        EXPECT_TRUE(map.unregisterCallback(handle));
+        EXPECT_TRUE(blocked.finished);
+        EXPECT_FALSE(callback);
+    });
+    EXPECT_EQ(unregistered.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    blocked.release();
+    unregistered.get();
+    producer.join();
+}
+
+TEST(CallbackMap, ATriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
+    Map map;
+    Blocked blocked;
+    Callback callback = blocked.callback();
+    const int handle = map.registerCallback(callback);
+    std::thread producer([&] { map.trigger("x"); });
+    blocked.waitUntilEntered();
+    std::thread unregistering([&] { map.unregisterCallback(handle); });
+    while (CallbackMapTestPeer::contains(map, CallbackSet::Active, handle)) {
+        std::this_thread::yield();
+    }
+    map.trigger("skips it and keeps its number");
+    EXPECT_TRUE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
+    blocked.release();
+    unregistering.join();
+    producer.join();
+    map.trigger("clears");
+    EXPECT_FALSE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
+}
+
+TEST(CallbackMap, ARunningCallbackMayRegisterWhileItsUnregistrationWaits) {
+    Map map;
+    Callback late = nothing();
+    int handle = -1;
+    std::promise<void> entered;
+    Callback callback = [&](const std::string&) {
+        entered.set_value();
+        while (CallbackMapTestPeer::contains(map, CallbackSet::Active, handle)) {
+            std::this_thread::yield();
+        }
+        EXPECT_NE(map.registerCallback(late), -1);
+    };
+    handle = map.registerCallback(callback);
+    std::thread producer([&] { map.trigger("x"); });
+    entered.get_future().wait();
+    EXPECT_TRUE(map.unregisterCallback(handle));
+    producer.join();
+}
+
+TEST(CallbackMap, OfTwoThreadsThatUnregisterAHandleOneSucceeds) {
+    Map map;
+    for (int round = 0; round < 200; ++round) {
+        Callback callback = nothing();
+        const int handle = map.registerCallback(callback);
+        ASSERT_NE(handle, -1);
+        std::atomic<int> successes{0};
+        const auto unregister = [&] { successes += map.unregisterCallback(handle) ? 1 : 0; };
+        std::thread other(unregister);
+        unregister();
+        other.join();
+        EXPECT_EQ(successes, 1);
+        map.trigger("clears");
+    }
+}
+
+TEST(CallbackMap, NoMoreThanTheCapacityRegistersFromManyThreads) {
+    Map map;
+    std::vector<Callback> callbacks(4 * kCapacity, nothing());
+    std::atomic<int> registered{0};
+    std::vector<std::thread> threads;
+    threads.reserve(4);
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; n < kCapacity; ++n) {
+                registered += map.registerCallback(callbacks[i * kCapacity + n]) != -1 ? 1 : 0;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(registered, kCapacity);
+}
+
+TEST(CallbackMap, SubscribersComeAndGoWhileSeveralThreadsTrigger) {
+    Map map;
+    std::atomic<bool> stop{false};
+    std::atomic<int> calls{0};
+    std::vector<std::thread> producers;
+    producers.reserve(2);
+    for (int i = 0; i < 2; ++i) {
+        producers.emplace_back([&] {
+            while (!stop) {
+                map.trigger("x");
+            }
+        });
+    }
+    const auto subscribe = [&] {
+        for (int n = 0; n < 300; ++n) {
+            // On the heap, and destroyed as soon as the subscription has ended.
+            const auto data = std::make_unique<int>(n);
+            std::atomic<int> own{0};
+            Callback callback = [&own, &calls, value = data.get(), n](const std::string&) {
+                EXPECT_EQ(*value, n);
+                ++own;
+                ++calls;
+            };
+            const int handle = map.registerCallback(callback);
+            if (handle == -1) {
+                std::this_thread::yield();
+                continue;
+            }
+            while (n % 2 == 0 && own == 0) {
+                std::this_thread::yield();
+            }
+            EXPECT_TRUE(map.unregisterCallback(handle));
+        }
+    };
+    std::vector<std::thread> subscribers;
+    subscribers.reserve(3);
+    for (int i = 0; i < 3; ++i) {
+        subscribers.emplace_back(subscribe);
+    }
+    for (std::thread& thread : subscribers) {
+        thread.join();
+    }
+    stop = true;
+    for (std::thread& thread : producers) {
+        thread.join();
+    }
+    EXPECT_GT(calls, 0);
+}
+
+TEST(CallbackMapRegister, ASubscriptionLastsAsLongAsTheObject) {
+    const auto map = std::make_shared<Map>();
+    std::vector<std::string> calls;
+    Callback callback = noting(calls, "a");
+    {
+        const CallbackMapRegister<const std::string&> subscription(map, callback);
+        EXPECT_EQ(subscription.handle(), 0);
+        map->trigger("1");
+    }
+    map->trigger("2");
+    EXPECT_THAT(calls, ElementsAre("a:1"));
+    EXPECT_FALSE(callback);
+}
+
+TEST(CallbackMapRegister, AFullMapIsLoggedAndTheObjectUnregistersNothing) {
+    const test::LogCapture log;
+    const auto map = std::make_shared<Map>();
+    std::vector<Callback> callbacks(kCapacity, nothing());
+    for (Callback& callback : callbacks) {
+        map->registerCallback(callback);
+    }
+    Callback refused = nothing();
+    {
+        const CallbackMapRegister<const std::string&> subscription(map, refused);
+        EXPECT_EQ(subscription.handle(), -1);
+    }
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
+                ElementsAre("CallbackMapRegister: register CallbackMap failed"));
+    EXPECT_TRUE(refused);
+    for (int handle = 0; handle < kCapacity; ++handle) {
+        EXPECT_TRUE(map->unregisterCallback(handle));
+    }
+}
+
+}  // namespace
+}  // namespace Ursa::OS::Wifi
