@@ -137,6 +137,15 @@ void WpaSocket::post_(State state) {
     });
 }
 
+void WpaSocket::postFrom_(State from, State state) {
+    eventFd_.post([weak = weak_from_this(), from, state] {
+        const auto self = weak.lock();
+        if (self != nullptr && self->state_ == from) {
+            self->updateState_(state);
+        }
+    });
+}
+
 void WpaSocket::updateState_(State newState) {
     state_ = newState;
     if (previousState_ != newState) {
@@ -244,7 +253,7 @@ PollAction WpaSocket::onReconnectTimerExpired_(int fd, int events) {
         return PollAction::Continue;
     }
     if (accumulatedDelay_ >= schedule_.giveUpAfter) {
-        post_(State::Stopped);
+        postFrom_(State::Connecting, State::Stopped);
         WPA_LOG(E, "Failed to connect to supplicant after timeout %ld ms => stop",
                 static_cast<long>(schedule_.giveUpAfter));
         return PollAction::Continue;
@@ -261,7 +270,7 @@ PollAction WpaSocket::onReconnectTimerExpired_(int fd, int events) {
         setWpaSocketReconnectTimer_(delay);
     } else {
         accumulatedDelay_ = 0;
-        post_(State::Connected);
+        postFrom_(State::Connecting, State::Connected);
     }
     return PollAction::Continue;
 }
@@ -356,7 +365,7 @@ PollAction WpaSocket::onSocketReady_(int /*fd*/, int events) {
         WPA_LOG(E, "onSocketReady_: unexpected poll error: 0x%08x", events);
     }
     if (state_ == State::Connected) {
-        post_(State::Stopped);
+        postFrom_(State::Connected, State::Stopped);
     }
     return PollAction::Continue;
 }

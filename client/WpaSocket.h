@@ -127,6 +127,11 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
 
     /** Runs updateState_(state) on the loop thread, unless the socket has gone by then. */
     void post_(State state);
+    /**
+     * The same, if the socket is still in `from` by then. What an attempt or an event has led to in
+     * one state must not undo the news of the socket file that came in between.
+     */
+    void postFrom_(State from, State state);
     void updateState_(State newState);
 
     bool initWpaSocketReconnectTimer_();

@@ -16,15 +16,19 @@ namespace test {
 
 namespace {
 
-android::base::unique_fd listenAt(const std::string& path) {
-    android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+sockaddr_un addressOf(const std::string& path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
         abort();
     }
     path.copy(address.sun_path, path.size());
-    unlink(path.c_str());
+    return address;
+}
+
+android::base::unique_fd listenAt(const sockaddr_un& address) {
+    android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    unlink(address.sun_path);
     if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         abort();
     }
@@ -41,7 +45,8 @@ bool FakeControlSocket::Peer::operator==(const Peer& other) const {
 
 FakeControlSocket::FakeControlSocket(std::string path)
     : path_(std::move(path)),
-      socket_(listenAt(path_)),
+      address_(addressOf(path_)),
+      socket_(listenAt(address_)),
       stopEvent_(eventfd(0, EFD_CLOEXEC)),
       answer_([](const std::string&) { return "OK\n"; }),
       thread_([this] { run_(); }) {}
@@ -102,6 +107,22 @@ size_t FakeControlSocket::sendEvent(std::string_view event) {
     return sent;
 }
 
+void FakeControlSocket::resetConnections() {
+    // The kernel resets the peer of a datagram socket that turns to another while it has something
+    // unread. The first message may be taken by our thread, which then waits for the lock.
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const android::base::unique_fd sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr nobody = {AF_UNSPEC, {}};
+    for (const Peer& peer : peers_) {
+        for (int i = 0; i < 2; ++i) {
+            sendto(sender.get(), "", 0, 0, reinterpret_cast<const sockaddr*>(&address_),
+                   sizeof(address_));
+        }
+        connect(socket_.get(), reinterpret_cast<const sockaddr*>(&peer.address), peer.length);
+        connect(socket_.get(), &nobody, sizeof(nobody));
+    }
+}
+
 std::vector<std::string> FakeControlSocket::commands() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return commands_;
@@ -158,6 +179,10 @@ void FakeControlSocket::run_() {
 }
 
 void FakeControlSocket::handle_(const std::string& request, const Peer& from) {
+    if (from.length <= sizeof(sa_family_t)) {  // no name: resetConnections()
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return;
+    }
     if (request == "ATTACH") {
         attach_(from);
         return;
@@ -206,18 +231,14 @@ bool FakeControlSocket::reset_(const std::string& request, const Peer& from) {
 }
 
 void FakeControlSocket::attach_(const Peer& from) {
-    Attach answer;
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        ++attachRequests_;
-        answer = attachAnswer_;
+    // Under the lock, so that no event comes ahead of the reply, and nobody who has the reply finds
+    // the peer missing.
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++attachRequests_;
+    if (attachAnswer_ != Attach::Ignore) {
+        reply_(attachAnswer_ == Attach::Accept ? "OK\n" : "FAIL\n", from);
     }
-    // Before the peer is among the attached, so that no event comes ahead of the reply.
-    if (answer != Attach::Ignore) {
-        reply_(answer == Attach::Accept ? "OK\n" : "FAIL\n", from);
-    }
-    if (answer == Attach::Accept) {
-        const std::lock_guard<std::mutex> lock(mutex_);
+    if (attachAnswer_ == Attach::Accept) {
         peers_.push_back(from);
     }
     changed_.notify_all();

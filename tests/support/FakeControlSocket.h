@@ -62,6 +62,9 @@ class FakeControlSocket {
      */
     size_t sendEvent(std::string_view event);
 
+    /** Makes the kernel report a reset connection, once, to every attached peer. */
+    void resetConnections();
+
     /** Every command so far, in order; ATTACH and DETACH are not among them. */
     std::vector<std::string> commands() const;
 
@@ -95,6 +98,7 @@ class FakeControlSocket {
     bool waitUntil_(Condition condition) const;
 
     const std::string path_;
+    const sockaddr_un address_;
     const android::base::unique_fd socket_;
     const android::base::unique_fd stopEvent_;
 
