@@ -1,0 +1,58 @@
+# What run.sh and test.sh share: Debian packages and the build. To be sourced in the top folder.
+
+# Says in one line why it can't go on, and ends.
+fail() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+# The Debian packages of packages.txt that are not installed.
+missing_packages() {
+    local wanted
+    wanted=$(sed 's/#.*//' packages.txt | xargs -n1 | sort -u)
+    # shellcheck disable=SC2086  # one word per package
+    comm -23 <(echo "$wanted") <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $wanted \
+        2>/dev/null | sed -n 's/^installed //p' | sort -u) | xargs
+}
+
+# Installs the Debian packages that are missing; quick and silent when none is.
+install_packages() {
+    command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+        fail "needs Debian 12 or newer: there is no dpkg and apt-get here"
+    local missing
+    missing=$(missing_packages)
+    [ -n "$missing" ] || return 0
+    local root=""
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null ||
+            fail "missing packages, and neither root nor sudo to install them: $missing"
+        root="sudo"
+    fi
+    echo "Installing Debian packages: $missing"
+    # shellcheck disable=SC2086
+    $root env DEBIAN_FRONTEND=noninteractive sh -c '
+        apt-get -qq update &&
+        apt-get -qq install -y --no-install-recommends "$@" >/dev/null' sh $missing ||
+        fail "these packages could not be installed: $(missing_packages)"
+}
+
+# build FOLDER [CMAKE-OPTION ...] -- [TARGET ...]: configures once, builds what is not up to date.
+build() {
+    local folder=$1 options=()
+    shift
+    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
+        options+=("$1")
+        shift
+    done
+    [ $# -eq 0 ] || shift
+    if [ ! -f "$folder/build.ninja" ]; then
+        echo "Configuring $folder"
+        cmake -G Ninja -S . -B "$folder" "${options[@]}" >"${folder}.log" 2>&1 ||
+            fail "cmake could not configure $folder: see ${folder}.log"
+        mv "${folder}.log" "$folder/configure.log"
+    fi
+    # Silent when there is nothing to do.
+    if ! ninja -C "$folder" -n "$@" 2>&1 | grep -q 'no work to do'; then
+        ninja -C "$folder" "$@" || fail "the build in $folder failed, see above"
+    fi
+}
