@@ -84,6 +84,7 @@ Program::Program(const std::vector<std::string>& command, const Options& options
         ::dup2(childIn.get(), STDIN_FILENO);
         ::dup2(childOut.get(), STDOUT_FILENO);
         ::dup2(childError.get(), STDERR_FILENO);
+        ::signal(SIGPIPE, SIG_DFL);  // whoever runs the tests may ignore it
         for (const int number : options.ignoredSignals) {
             ::signal(number, SIG_IGN);
         }
