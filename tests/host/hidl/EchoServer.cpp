@@ -19,7 +19,6 @@ using android::sp;
 using android::wp;
 using android::hardware::hidl_death_recipient;
 using android::hardware::hidl_string;
-using android::hardware::hidl_vec;
 using android::hardware::interfacesEqual;
 using android::hardware::Return;
 using android::hardware::Void;

@@ -30,6 +30,13 @@ using host::hidl::ObjectId;
 
 namespace {
 
+sockaddr_un addressOf(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return address;
+}
+
 FrameHeader headerOf(FrameType type) {
     FrameHeader header{};
     header.magic = kFrameMagic;
@@ -86,10 +93,9 @@ class HostileTest : public HidlTest {
   protected:
     unique_fd connect() const {
         unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, endpoint().c_str());
-        if (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        const sockaddr_un address = addressOf(endpoint());
+        if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
+            0) {
             ADD_FAILURE() << strerror(errno);
         }
         return socket;
@@ -230,7 +236,7 @@ TEST_F(HostileTest, HalfAMessageHoldsNobodyUp) {
 
 TEST_F(HostileTest, AReaderThatDoesNotReadHoldsNobodyUp) {
     const sp<IEcho> echo = serve();
-    const std::string text(900 * 1024, 'x');
+    const std::string text(900'000, 'x');
     const std::string call = callOf(kText, textArgument(text));
     const unique_fd socket = connect();
     sendAll(socket, call);
@@ -275,9 +281,9 @@ TEST_F(HostileTest, WithoutDescriptorsConnectionsAreRefusedAndLaterAcceptedAgain
     setrlimit(RLIMIT_NOFILE, &previous);
     ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
     {
-        std::vector<unique_fd> sockets;
-        for (int i = 0; i < 60; ++i) {
-            sockets.push_back(connect());
+        std::vector<unique_fd> sockets(60);
+        for (unique_fd& socket : sockets) {
+            socket = connect();
         }
         EXPECT_TRUE(server().waitForLog("Refusing a connection"));
         EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
@@ -301,12 +307,10 @@ TEST_F(HostileTest, AnotherUsersConnectionIsRefused) {
     const std::string path = endpoint();
     const pid_t child = fork();
     if (child == 0) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strcpy(address.sun_path, path.c_str());
+        const sockaddr_un address = addressOf(path);
         const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
         if (setuid(65534) != 0 ||
-            ::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
             _exit(2);
         }
         send(socket, call.data(), call.size(), MSG_NOSIGNAL);
