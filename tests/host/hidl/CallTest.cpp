@@ -9,12 +9,9 @@
 #include "tests/host/hidl/HidlFixture.h"
 
 using android::sp;
-using android::wp;
 using android::hardware::hidl_string;
-using android::hardware::hidl_vec;
 using android::hardware::interfacesEqual;
 using android::hardware::Return;
-using corvid::test::V1_0::Choice;
 using corvid::test::V1_0::Colour;
 using corvid::test::V1_0::Inner;
 using corvid::test::V1_0::Outer;
@@ -92,7 +89,7 @@ TEST_F(HidlTest, StructuresArriveUnchanged) {
 
 TEST_F(HidlTest, ACallThatIsTooLargeFailsAndTheNextOneWorks) {
     const sp<IEcho> echo = serve();
-    const Return<void> result = echo->text(std::string(1024 * 1024, 'x'), [](const auto&) {});
+    const Return<void> result = echo->text(std::string(1'048'576, 'x'), [](const auto&) {});
     EXPECT_FALSE(result.isOk());
     EXPECT_FALSE(result.isDeadObject());
     EXPECT_EQ("again", echoText(echo, "again"));
@@ -101,6 +98,7 @@ TEST_F(HidlTest, ACallThatIsTooLargeFailsAndTheNextOneWorks) {
 TEST_F(HidlTest, CallsOfSeveralThreadsAreAnsweredEach) {
     const sp<IEcho> echo = serve();
     std::vector<std::thread> threads;
+    threads.reserve(8);
     std::atomic<int> wrong{0};
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&, i] {
