@@ -48,7 +48,8 @@ void AssocStartedManager::onAssocStarted(const std::string& event) {
         return;
     }
     WIFI_LOGD("Notify p2p assoc started event");
-    (*listener)();
+    const Listener notify = *listener;  // it may unlink itself
+    notify();
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -102,7 +102,8 @@ void ChannelSwitchManager::channelSwitchEventHandler_(const std::string& event) 
     const auto listener = listener_.lock();
     if (*listener != nullptr) {
         WIFI_LOGD("notifying listeners");
-        (*listener)(result);
+        const Listener notify = *listener;  // it may unlink itself
+        notify(result);
     }
 }
 

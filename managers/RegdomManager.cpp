@@ -51,7 +51,8 @@ void RegdomManager::onRegdomUpdated(const std::string& event) {
         return;
     }
     WIFI_LOGD("Notify regdom updated event");
-    (*listener)(result);
+    const Listener notify = *listener;  // it may unlink itself
+    notify(result);
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -33,7 +33,10 @@ class RelayListener {
         linked_ = false;
     }
 
-    /** The listener, which may be empty; nobody changes it until the result is destroyed. */
+    /**
+     * The listener, which may be empty; no other thread changes it until the result is destroyed.
+     * Call a copy of it: from inside the call it may unlink, and so destroy, what is stored here.
+     */
     ValueMutator<Function, std::recursive_mutex> lock() { return function_.lock(); }
 
   private:
