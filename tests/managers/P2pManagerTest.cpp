@@ -1,5 +1,4 @@
 #include "managers/P2pManager.h"
-
 #include "tests/support/ManagerTest.h"
 
 namespace Ursa::OS::Wifi {

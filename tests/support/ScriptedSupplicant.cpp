@@ -18,6 +18,12 @@ void ScriptedSupplicant::fail(const std::string& command) {
     answers_[command] = std::nullopt;
 }
 
+void ScriptedSupplicant::answerInTurn(const std::string& command,
+                                      const std::vector<Reply>& replies) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    turns_[command].insert(turns_[command].end(), replies.begin(), replies.end());
+}
+
 void ScriptedSupplicant::failAll(bool fail) {
     const std::lock_guard<std::mutex> lock(mutex_);
     failAll_ = fail;
@@ -49,21 +55,25 @@ void ScriptedSupplicant::restart() {
 
 void ScriptedSupplicant::listen_() {
     socket_ = std::make_unique<FakeControlSocket>(path_);
+    // Asked first, for every command.
     socket_->resetOnCommands([this](const std::string& command) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        const auto found = answers_.find(command);
-        const bool fails = failAll_ || (found != answers_.end() && !found->second);
-        if (fails) {
-            commands_.push_back(command);
-        }
-        return fails;
+        reply_ = next_(command);
+        return !reply_.has_value();
     });
-    socket_->answerCommands([this](const std::string& command) { return answer_(command); });
+    socket_->answerCommands([this](const std::string&) { return reply_; });
 }
 
-std::optional<std::string> ScriptedSupplicant::answer_(const std::string& command) {
+ScriptedSupplicant::Reply ScriptedSupplicant::next_(const std::string& command) {
     const std::lock_guard<std::mutex> lock(mutex_);
     commands_.push_back(command);
+    if (failAll_) {
+        return std::nullopt;
+    }
+    if (const auto turn = turns_.find(command); turn != turns_.end() && !turn->second.empty()) {
+        Reply reply = std::move(turn->second.front());
+        turn->second.pop_front();
+        return reply;
+    }
     const auto found = answers_.find(command);
     return found != answers_.end() ? found->second : "OK\n";
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,12 +20,17 @@ namespace test {
  */
 class ScriptedSupplicant {
   public:
+    /** Nothing: the send fails. */
+    using Reply = std::optional<std::string>;
+
     explicit ScriptedSupplicant(std::string path);
 
     /** From now on. `command` is the whole text of the command. */
     void answer(const std::string& command, const std::string& reply);
     /** Sends of such a command fail from now on, at once. */
     void fail(const std::string& command);
+    /** The next ones are answered like this, in order (nothing: fails), the others as before. */
+    void answerInTurn(const std::string& command, const std::vector<Reply>& replies);
     /** Every command fails from now on, or is answered again. */
     void failAll(bool fail);
 
@@ -45,11 +51,13 @@ class ScriptedSupplicant {
 
   private:
     void listen_();
-    std::optional<std::string> answer_(const std::string& command);
+    Reply next_(const std::string& command);
 
     const std::string path_;
     mutable std::mutex mutex_;
-    std::map<std::string, std::optional<std::string>> answers_;  ///< nothing: the send fails
+    std::map<std::string, Reply> answers_;
+    std::map<std::string, std::deque<Reply>> turns_;
+    Reply reply_;  ///< to the command that is being handled; its socket's thread only
     bool failAll_ = false;
     std::vector<std::string> commands_;
     std::unique_ptr<FakeControlSocket> socket_;  // last: its thread uses the rest
