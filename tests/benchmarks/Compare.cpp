@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <thread>
+
+#include <android/log.h>
 
 namespace corvid::benchmarks {
 
@@ -79,7 +82,10 @@ double now(Clock clock) {
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-void Rounds::add(double subject, double baseline) {
+void Rounds::add(benchmark::State& state, double subject, double baseline) {
+    const double end = now(Clock::Wall);
+    state.SetIterationTime((end - roundStart_) * 1e-9);
+    roundStart_ = end;
     subject_.push_back(subject);
     baseline_.push_back(baseline);
 }
@@ -95,6 +101,16 @@ double Rounds::ratio() const {
 double Rounds::subject() const { return median(subject_); }
 
 double Rounds::baseline() const { return median(baseline_); }
+
+OneProcessor::OneProcessor() {
+    sched_getaffinity(0, sizeof(before_), &before_);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(sched_getcpu(), &one);
+    sched_setaffinity(0, sizeof(one), &one);
+}
+
+OneProcessor::~OneProcessor() { sched_setaffinity(0, sizeof(before_), &before_); }
 
 void report(benchmark::State& state, const std::string& name, double ratio, double max) {
     state.counters["ratio"] = ratio;
@@ -154,6 +170,7 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     // The daemon has two threads. In a process with only one the C library's locks and the shared
     // pointers' counters would cost next to nothing.
+    __android_log_set_minimum_priority(ANDROID_LOG_ERROR);
     std::promise<void> end;
     std::thread second([stop = end.get_future()] { stop.wait(); });
     const int status = run(argc, argv);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sched.h>
+
 #include <ctime>
 #include <functional>
 #include <string>
@@ -22,7 +24,9 @@ double now(Clock clock);
 /** Nanoseconds of the two sides in each round; the figures are medians over the rounds. */
 class Rounds {
   public:
-    void add(double subject, double baseline);
+    /** Ends an iteration of `state` (registered with UseManualTime()), the round's time being its.
+     */
+    void add(benchmark::State& state, double subject, double baseline);
 
     /** The median of the rounds' own ratios: a disturbance hits one round, not the figure. */
     double ratio() const;
@@ -30,8 +34,26 @@ class Rounds {
     double baseline() const;
 
   private:
+    double roundStart_ = now(Clock::Wall);
     std::vector<double> subject_;
     std::vector<double> baseline_;
+};
+
+/**
+ * Keeps the calling thread, and those that it starts meanwhile, on one processor. Two threads that
+ * wait for each other then take the same road every time, not one that depends on where the
+ * scheduler put them.
+ */
+class OneProcessor {
+  public:
+    OneProcessor();
+    ~OneProcessor();
+
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+
+  private:
+    cpu_set_t before_;
 };
 
 /**
@@ -75,8 +97,7 @@ void compare(benchmark::State& state, const std::string& name, double max, Clock
         const double subjectTime = time(subject);
         const double baselineTime = baselineFirst ? first : time(baseline);
         baselineFirst = !baselineFirst;
-        rounds.add(subjectTime, baselineTime);
-        state.SetIterationTime(subjectTime * 1e-9);
+        rounds.add(state, subjectTime, baselineTime);
     }
     report(state, name, rounds, operations, max);
 }
