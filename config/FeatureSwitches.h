@@ -24,9 +24,8 @@ enum Feature : unsigned long {
 };
 
 /**
- * Whether the feature is switched on, read from the
- * system properties at each call. A switch only ever turns features off: the always-on ones and
- * unknown numbers answer true.
+ * Whether the feature is switched on, read from the system properties at each call. A switch only
+ * ever turns features off: the always-on ones and unknown numbers answer true. Any thread.
  */
 bool IsFeatureEnabled(unsigned long feature);
 

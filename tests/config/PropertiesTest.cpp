@@ -1,0 +1,264 @@
+#include <cerrno>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "config/CorvidWifiProperties.h"
+#include "tests/support/DeviceRoot.h"
+
+namespace {
+
+namespace props = android::sysprop::CorvidWifiProperties;
+using namespace Ursa::OS::Wifi::Sysprop;
+
+// Values as texts, so that one table holds properties of all types.
+
+std::string toText(bool value) { return value ? "true" : "false"; }
+std::string toText(int value) { return std::to_string(value); }
+std::string toText(unsigned value) { return std::to_string(value) + "u"; }
+
+struct Property {
+    std::string name;  ///< behind "persist.vendor.wifi."
+    std::string type;
+    std::function<std::optional<std::string>()> read;
+    std::function<std::string()> readOrDefault;
+    std::string defaultText;
+};
+
+template <typename T>
+constexpr const char* kTypeName = nullptr;
+template <>
+constexpr const char* kTypeName<bool> = "bool";
+template <>
+constexpr const char* kTypeName<int> = "int";
+template <>
+constexpr const char* kTypeName<unsigned> = "unsigned";
+
+template <typename T>
+Property property(const char* name, std::optional<T> (*accessor)(), T (*wrapper)(T),
+                  T defaultValue) {
+    return {name, kTypeName<T>,
+            [accessor] {
+                const std::optional<T> value = accessor();
+                return value ? std::optional(toText(*value)) : std::nullopt;
+            },
+            [wrapper, defaultValue] { return toText(wrapper(defaultValue)); },
+            toText(defaultValue)};
+}
+
+#define PROPERTY(name, accessor, defaultValue) \
+    property(name, props::accessor, corvid_wifi_##accessor, defaultValue)
+
+/** Every property there is, with its type (that of the default) and the default in use. */
+const std::vector<Property> kProperties = {
+    PROPERTY("cmd.cs.p2p.ecsa", cmd_cs_p2p_ecsa, false),
+    PROPERTY("cmd.cs.p2p.corvid", cmd_cs_p2p_corvid, false),
+    PROPERTY("cmd.elna.bypass.mode", cmd_elna_bypass_mode, false),
+    PROPERTY("cmd.noa.p2p", cmd_noa_p2p, false),
+    PROPERTY("cmd.mcc.quota", cmd_mcc_quota, false),
+    PROPERTY("cmd.mcc.p2p.increase.bw", cmd_mcc_p2p_increase_bw, false),
+    PROPERTY("devparams.enable", devparams_enable, false),
+    PROPERTY("devparams.default_config", devparams_default_config, 0),
+    PROPERTY("devparams.ppdu_dur_offset_us", devparams_ppdu_dur_offset_us, 0),
+    PROPERTY("devparams.ppdu_dur_us", devparams_ppdu_dur_us, 5484),
+    PROPERTY("devparams.rts_enable", devparams_rts_enable, 1),
+    PROPERTY("devparams.sifs_burst_dur_us", devparams_sifs_burst_dur_us, 13000),
+    PROPERTY("devparams.tx_ampdu_limit", devparams_tx_ampdu_limit, 64),
+    PROPERTY("devparams.tx_amsdu_limit", devparams_tx_amsdu_limit, 4),
+    PROPERTY("devparams.tx_retry_limit", devparams_tx_retry_limit, 7),
+    PROPERTY("devparams.ul_mu_config", devparams_ul_mu_config, 0),
+    PROPERTY("frequency.block.enable", frequency_block_enable, false),
+    PROPERTY("mipiclock.enable", mipiclock_enable, false),
+    PROPERTY("scs.enable", scs_enable, false),
+    PROPERTY("txchain.enable.p2p", txchain_enable_p2p, false),
+    PROPERTY("txchain.qualcomm", txchain_qualcomm, false),
+    PROPERTY("txpower.dbm.lower", txpower_dbm_lower, 5U),
+    PROPERTY("txpower.dbm.middle", txpower_dbm_middle, 9U),
+    PROPERTY("txpower.dbm.upper", txpower_dbm_upper, 20U),
+    PROPERTY("txpower.dbm.p2p", txpower_dbm_p2p, 12U),
+    PROPERTY("txpower.enable.sta", txpower_enable_sta, false),
+    PROPERTY("txpower.enable.p2p", txpower_enable_p2p, false),
+    PROPERTY("txpower.enable.sta.per_chain", txpower_enable_sta_per_chain, false),
+    PROPERTY("txpower.enable.handtracking", txpower_enable_handtracking, false),
+    PROPERTY("txpower.rssi.lower", txpower_rssi_lower, -70),
+    PROPERTY("txpower.rssi.middle.lower", txpower_rssi_middle_lower, -65),
+    PROPERTY("txpower.rssi.middle.upper", txpower_rssi_middle_upper, -60),
+    PROPERTY("txpower.rssi.upper", txpower_rssi_upper, -55),
+    PROPERTY("txpower.unit.half.dbm", txpower_unit_half_dbm, false),
+    PROPERTY("txpower.perchain.low_rssi_lower", txpower_perchain_low_rssi_lower, -85),
+    PROPERTY("txpower.perchain.low_rssi_upper", txpower_perchain_low_rssi_upper, -75),
+    PROPERTY("txpower.perchain.limit_default_dbm0", txpower_perchain_limit_default_dbm0, 20U),
+    PROPERTY("txpower.perchain.limit_default_dbm1", txpower_perchain_limit_default_dbm1, 20U),
+    PROPERTY("txpower.perchain.limit_low_dbm0", txpower_perchain_limit_low_dbm0, 13U),
+    PROPERTY("txpower.perchain.limit_low_dbm1", txpower_perchain_limit_low_dbm1, 20U),
+    PROPERTY("telemetry.enable", telemetry_enable, false),
+    PROPERTY("powerjump.detect.enable", power_jump_detect_enable, false),
+    PROPERTY("powerjump.detect.rssi.threshold", power_jump_detect_rssi_threshold, -55),
+    PROPERTY("im3.mitigation.band2g", im3_mitigation_band2g, false),
+};
+
+std::string wholeName(const Property& entry) { return "persist.vendor.wifi." + entry.name; }
+
+class Properties : public testing::Test {
+  protected:
+    void set(const Property& entry, const std::string& value) const {
+        root_.setProperty(wholeName(entry), value);
+    }
+
+    // What a property of each type reads as when this is its text.
+    std::optional<bool> boolOf(const std::string& text) const {
+        root_.setProperty("persist.vendor.wifi.scs.enable", text);
+        return props::scs_enable();
+    }
+    std::optional<int> intOf(const std::string& text) const {
+        root_.setProperty("persist.vendor.wifi.txpower.rssi.upper", text);
+        return props::txpower_rssi_upper();
+    }
+    std::optional<unsigned> unsignedOf(const std::string& text) const {
+        root_.setProperty("persist.vendor.wifi.txpower.dbm.upper", text);
+        return props::txpower_dbm_upper();
+    }
+
+    test::DeviceRoot root_;
+};
+
+TEST_F(Properties, ThereAre44) { EXPECT_EQ(kProperties.size(), 44U); }
+
+TEST_F(Properties, OneThatIsNotSetHasNoValueAndGivesTheCallersDefault) {
+    for (const Property& entry : kProperties) {
+        SCOPED_TRACE(entry.name);
+        EXPECT_EQ(entry.read(), std::nullopt);
+        EXPECT_EQ(entry.readOrDefault(), entry.defaultText);
+    }
+}
+
+TEST_F(Properties, EachIsReadFromItsOwnName) {
+    for (const Property& entry : kProperties) {
+        SCOPED_TRACE(entry.name);
+        // 1 is true to a bool. None of the others notices.
+        const std::string expected = entry.type == "bool"  ? "true"
+                                     : entry.type == "int" ? "1"
+                                                           : "1u";
+        set(entry, "1");
+        EXPECT_EQ(entry.read(), expected);
+        EXPECT_EQ(entry.readOrDefault(), expected);
+        for (const Property& other : kProperties) {
+            if (other.name != entry.name) {
+                EXPECT_EQ(other.read(), std::nullopt) << other.name;
+            }
+        }
+        root_.unsetProperty(wholeName(entry));
+        EXPECT_EQ(entry.read(), std::nullopt);
+    }
+}
+
+TEST_F(Properties, OneThatDoesNotParseHasNoValueAndGivesTheCallersDefault) {
+    for (const Property& entry : kProperties) {
+        SCOPED_TRACE(entry.name);
+        for (const char* text : {"", "on", "12abc"}) {
+            set(entry, text);
+            EXPECT_EQ(entry.read(), std::nullopt) << text;
+            EXPECT_EQ(entry.readOrDefault(), entry.defaultText) << text;
+        }
+    }
+}
+
+TEST_F(Properties, TheDefaultIsTheCallersOwn) {
+    EXPECT_TRUE(corvid_wifi_scs_enable(true));
+    EXPECT_FALSE(corvid_wifi_scs_enable(false));
+    EXPECT_EQ(corvid_wifi_txpower_rssi_upper(-1), -1);
+    EXPECT_EQ(corvid_wifi_txpower_dbm_upper(77), 77U);
+    EXPECT_EQ(corvid_wifi_devparams_default_config(false), 0);
+    EXPECT_EQ(corvid_wifi_devparams_default_config(true), 1);
+}
+
+TEST_F(Properties, AFlagThatIsAnIntegerReadsAsOne) {
+    root_.setProperty("persist.vendor.wifi.devparams.default_config", "2");
+    EXPECT_EQ(corvid_wifi_devparams_default_config(false), 2);
+    root_.setProperty("persist.vendor.wifi.devparams.default_config", "true");
+    EXPECT_EQ(corvid_wifi_devparams_default_config(false), 0) << "not a bool";
+}
+
+TEST_F(Properties, AChangeIsSeenByTheNextRead) {
+    EXPECT_EQ(intOf("1"), 1);
+    EXPECT_EQ(intOf("2"), 2);
+    root_.unsetProperty("persist.vendor.wifi.txpower.rssi.upper");
+    EXPECT_EQ(props::txpower_rssi_upper(), std::nullopt);
+}
+
+// Bools
+
+TEST_F(Properties, ABoolIsTrueOrFalseInAnyCaseOrOneOrZero) {
+    for (const char* text : {"1", "true", "TRUE", "True", "tRuE"}) {
+        EXPECT_EQ(boolOf(text), true) << text;
+    }
+    for (const char* text : {"0", "false", "FALSE", "False"}) {
+        EXPECT_EQ(boolOf(text), false) << text;
+    }
+}
+
+TEST_F(Properties, YesOnAndOtherTextsAreNoBools) {
+    for (const char* text : {"yes", "on", "no", "off", "y", "t", "2", "01", "true ", " true",
+                             "truee", "tru", "-1", ""}) {
+        EXPECT_EQ(boolOf(text), std::nullopt) << '"' << text << '"';
+    }
+}
+
+// Integers
+
+TEST_F(Properties, AnIntMayBeginWithWhiteSpace) {
+    EXPECT_EQ(intOf(" 0x1F"), 31);
+    EXPECT_EQ(intOf(" \t\n\v\f\r7"), 7);
+    EXPECT_EQ(unsignedOf(" 0x1F"), 31U);
+}
+
+TEST_F(Properties, AnIntBehind0xIsHexadecimal) {
+    EXPECT_EQ(intOf("0x1F"), 31);
+    EXPECT_EQ(intOf("0X1f"), 31);
+    EXPECT_EQ(unsignedOf("0xffffffff"), 4294967295U);
+    EXPECT_EQ(intOf("0x"), std::nullopt);
+    EXPECT_EQ(intOf("1F"), std::nullopt);
+    EXPECT_EQ(intOf("-0x1F"), std::nullopt) << "the text has to begin with 0x";
+}
+
+TEST_F(Properties, ALeadingZeroIsNotOctal) {
+    EXPECT_EQ(intOf("012"), 12);
+    EXPECT_EQ(intOf("09"), 9);
+    EXPECT_EQ(unsignedOf("012"), 12U);
+}
+
+TEST_F(Properties, AnIntWithAnythingBehindItDoesNotParse) {
+    for (const char* text : {"12abc", "12 ", "1.5", "1,5", "0x1Fg", "12k", "--5", "abc", ""}) {
+        EXPECT_EQ(intOf(text), std::nullopt) << '"' << text << '"';
+        EXPECT_EQ(unsignedOf(text), std::nullopt) << '"' << text << '"';
+    }
+}
+
+TEST_F(Properties, ANegativeNumberIsAnIntButNoUnsigned) {
+    EXPECT_EQ(intOf("-5"), -5);
+    EXPECT_EQ(unsignedOf("-5"), std::nullopt);
+    EXPECT_EQ(unsignedOf(" -5"), std::nullopt);
+    EXPECT_EQ(unsignedOf("-0"), std::nullopt);
+}
+
+TEST_F(Properties, AnIntHasToFit32Bits) {
+    EXPECT_EQ(intOf("2147483647"), 2147483647);
+    EXPECT_EQ(intOf("-2147483648"), -2147483647 - 1);
+    for (const char* text : {"2147483648", "-2147483649", "0x80000000", "99999999999999999999"}) {
+        errno = 0;
+        EXPECT_EQ(intOf(text), std::nullopt) << text;
+        EXPECT_EQ(errno, ERANGE) << text;
+    }
+}
+
+TEST_F(Properties, AnUnsignedHasToFit32Bits) {
+    EXPECT_EQ(unsignedOf("4294967295"), 4294967295U);
+    EXPECT_EQ(unsignedOf("4294967296"), std::nullopt);
+    EXPECT_EQ(unsignedOf("99999999999999999999"), std::nullopt);
+}
+
+}  // namespace
