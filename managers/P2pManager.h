@@ -19,12 +19,16 @@ enum class P2pDeviceType : uint32_t {
     UNKNOWN = 3,
 };
 
-struct P2pInfo {
+/** Aligned so that one instruction reads or writes all of it: clang calls a library otherwise. */
+struct alignas(2 * sizeof(int32_t)) P2pInfo {
     int32_t frequency = -1;  ///< MHz, -1 when unknown
     int32_t bandwidth = -1;  ///< -1 when unknown
 };
 
-/** Remembers the current P2P group and the paired device. Each read or write is one step. */
+/**
+ * Remembers the current P2P group and the paired device. Each read or write is one step. Any
+ * thread.
+ */
 class P2pManager : public FeatureManager {
   public:
     explicit P2pManager(std::shared_ptr<CorvidWifiClient> client);
@@ -43,6 +47,7 @@ class P2pManager : public FeatureManager {
     /** The headset assumes its companion until told otherwise. */
     std::atomic<P2pDeviceType> pairedDeviceType_{P2pDeviceType::HALBERD};
     std::atomic<P2pInfo> info_{P2pInfo{}};
+    static_assert(std::atomic<P2pInfo>::is_always_lock_free);
 };
 
 }  // namespace Ursa::OS::Wifi

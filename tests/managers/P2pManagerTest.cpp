@@ -33,6 +33,24 @@ TEST_F(P2pManagerTest, RemembersBothFieldsOfTheGroup) {
     EXPECT_EQ(info.bandwidth, 80);
 }
 
+TEST_F(P2pManagerTest, ShowsBothFieldsOfTheGroupFromTheSameChange) {
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        for (int32_t i = 0; !stop; ++i) {
+            manager_.setP2pInfo({i, i});
+        }
+    });
+    int torn = 0;
+    for (int i = 0; i < 100'000; ++i) {
+        P2pInfo info;
+        manager_.getP2pInfo(info);
+        torn += info.frequency == info.bandwidth ? 0 : 1;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_EQ(torn, 0);
+}
+
 TEST_F(P2pManagerTest, RefusesADeviceTypeAboveUnknownAndKeepsTheStoredOne) {
     ASSERT_TRUE(manager_.setP2pPairedDeviceType(P2pDeviceType::MIRACAST));
     log_.clear();
