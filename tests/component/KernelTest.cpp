@@ -1,0 +1,162 @@
+// The daemon with the kernel side of nl80211: what it makes of good, bad and missing answers. The
+// station's bandwidth shows it: it is what the daemon asks the kernel for.
+
+#include <chrono>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/component/Headset.h"
+#include "tests/support/Program.h"
+
+using namespace std::chrono_literals;
+using component::Headset;
+using component::LogLine;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kUnknownBandwidth = "{\"frequency\":5180,\"rssi\":-48,\"bandwidth\":0}";
+constexpr const char* kBandwidth80 = "{\"frequency\":5180,\"rssi\":-48,\"bandwidth\":3}";
+
+class Kernel : public testing::Test {
+  protected:
+    void SetUp() override {
+        headset.playAll({"stats start", "supplicant start"});
+        headset.startDaemon();
+        headset.expectConnection();
+        headset.play("connect freq=5180 width=80 rssi=-48");
+        headset.expectLog("I", "StaManager: STA event(CONNECTED)");
+        headset.settle();
+    }
+
+    std::string staInfo() { return headset.call("getStaInfo").output; }
+
+    /** After whatever it was, the next request is answered as ever. */
+    void expectRecovery() {
+        headset.play("netlink heal");
+        EXPECT_EQ(staInfo(), kBandwidth80);
+    }
+
+    Headset headset;
+};
+
+TEST_F(Kernel, TellsTheBandwidthOfTheStation) {
+    const struct {
+        const char* width;
+        const char* code;
+        const char* dump;
+    } kWidths[] = {{"20", "1", "20"},
+                   {"40", "2", "40"},
+                   {"80", "3", "80"},
+                   {"80+80", "4", "unknown"},
+                   {"160", "5", "160"}};
+    for (const auto& [width, code, dump] : kWidths) {
+        headset.play(std::string("channel switch freq=5500 width=") + width);
+        EXPECT_EQ(staInfo(),
+                  std::string("{\"frequency\":5500,\"rssi\":-48,\"bandwidth\":") + code + "}");
+        EXPECT_THAT(headset.dump(), HasSubstr(std::string("StaManager: Enabled\n"
+                                                          "\tSTA frequency: 5500\n"
+                                                          "\tSTA rssi: -48\n"
+                                                          "\tSTA bandwidth: ") +
+                                              dump + "\n"));
+    }
+}
+
+TEST_F(Kernel, WithoutNl80211LeavesTheBandwidthUnknown) {
+    headset.play("netlink family absent");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    headset.play("netlink family id=33");
+    EXPECT_EQ(staInfo(), kBandwidth80);
+}
+
+TEST_F(Kernel, ThatNobodyPlaysIsNotWaitedFor) {
+    headset.play("netlink close");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    headset.expectLog("E", "Nl80211Client: Failed to connect to generic netlink.");
+    headset.play("netlink listen");
+    EXPECT_EQ(staInfo(), kBandwidth80);
+}
+
+TEST_F(Kernel, AnErrorReplyWithoutMoreLeavesTheBandwidthUnknown) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    headset.forget();
+    headset.play("netlink error station-dump EBUSY");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    headset.expectLog("E", "Nl80211Client: nl80211 response has error code -16");
+    EXPECT_THAT(headset.log("", "W"), IsEmpty());
+    expectRecovery();
+}
+
+TEST_F(Kernel, WhatAnErrorReplySaysInItsExtendedAcknowledgementIsLogged) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    for (const char* capped : {"", " capped"}) {
+        headset.forget();
+        headset.play(std::string("netlink error station-dump EINVAL \"interface is down\"") +
+                     capped);
+        EXPECT_EQ(staInfo(), kUnknownBandwidth);
+        headset.expectLog("E", "Nl80211Client: nl80211 response has error code -22");
+        EXPECT_THAT(headset.log("", "W"),
+                    ElementsAre(LogLine{"W",
+                                        "Nl80211Client: nl80211: kernel reports: "
+                                        "interface is down"}));
+    }
+    expectRecovery();
+}
+
+TEST_F(Kernel, AnErrorInPlaceOfTheInterfaceListIsNoInterface) {
+    headset.play("netlink error interface-dump ENODEV times=1");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    headset.expectLog("E", "Nl80211Client: STA interface name not available");
+    expectRecovery();
+}
+
+TEST_F(Kernel, TruncatedAndMalformedAnswersLeaveTheBandwidthUnknown) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    for (const char* fault : {"truncated", "no-station-info", "no-bitrate", "hang-up"}) {
+        headset.forget();
+        headset.play(std::string("netlink spoil station-dump ") + fault);
+        EXPECT_EQ(staInfo(), kUnknownBandwidth) << fault;
+        EXPECT_THAT(headset.log("Nl80211Client: ", "E"), testing::SizeIs(1)) << fault;
+        expectRecovery();
+    }
+}
+
+TEST_F(Kernel, TruncatedListsOfInterfacesEndTheRequest) {
+    for (const char* fault : {"truncated", "hang-up"}) {
+        headset.play(std::string("netlink spoil interface-dump ") + fault);
+        staInfo();
+        headset.play("netlink heal");
+    }
+    expectRecovery();
+}
+
+TEST_F(Kernel, ThatHangsUpWhenAskedForTheFamilyHasNone) {
+    headset.play("netlink spoil family hang-up");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    expectRecovery();
+    headset.play("netlink spoil family truncated");
+    staInfo();
+    expectRecovery();
+}
+
+TEST_F(Kernel, ThatIsSilentIsWaitedForUntilItHangsUpWhileEventsGoOn) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    for (const char* fault : {"silent", "garbage"}) {
+        headset.forget();
+        headset.play(std::string("netlink spoil station-dump ") + fault);
+        test::Program client({component::clientPath(), "call", "getStaInfo"},
+                             {{"CORVID_WIFI_ROOT=" + headset.root()}, {}, {}});
+        headset.expectRecord("netlink", "GET_STATION");
+        headset.settle();
+        headset.play("netlink close");
+        EXPECT_EQ(client.readLine(), kUnknownBandwidth) << fault;
+        headset.play("netlink listen");
+        expectRecovery();
+    }
+}
+
+}  // namespace

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <map>
+
+#include <sys/types.h>
+
+namespace component {
+
+/** What a running process has and does, as /proc tells it now. */
+class ProcessFigures {
+  public:
+    explicit ProcessFigures(pid_t pid);
+
+    size_t descriptors() const { return descriptors_; }
+    size_t threads() const { return wakeUps_.size(); }
+    /** Memory of its own that no file backs, in KiB. */
+    long anonymousKiB() const { return anonymousKiB_; }
+    /** How often each thread, by its id, has gone to sleep of its own accord and been woken. */
+    const std::map<pid_t, long>& wakeUps() const { return wakeUps_; }
+
+  private:
+    size_t descriptors_ = 0;
+    long anonymousKiB_ = 0;
+    std::map<pid_t, long> wakeUps_;
+};
+
+}  // namespace component
