@@ -22,7 +22,7 @@ namespace sim {
 namespace {
 
 /** Room for the longest message that a netlink socket's default send buffer takes. */
-constexpr size_t kLongestPacket = 256 * 1024;
+constexpr size_t kLongestPacket = 256UL * 1024;
 
 /** Numbers of the interfaces in dumps: the kernel gives 1 to the loopback interface. */
 constexpr uint32_t kFirstIfIndex = 2;

@@ -66,7 +66,7 @@ std::string Headset::startSupplicant(const std::string& p2p) {
 }
 
 std::string Headset::terminateSupplicant() {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     if (mRadio.group) {
@@ -89,7 +89,7 @@ std::string Headset::terminateSupplicant() {
 }
 
 std::string Headset::crashSupplicant() {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     forgetLinks();
@@ -107,7 +107,7 @@ std::string Headset::restartSupplicant() {
 }
 
 std::string Headset::connect(const Connect& action) {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     const std::string named = action.bssid + " (SSID='" + action.ssid +
@@ -136,7 +136,7 @@ std::string Headset::disconnect(const Disconnect& action) {
 }
 
 std::string Headset::switchChannel(const ChannelSwitch& action) {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     if (action.ifname == kSta && mRadio.sta) {
@@ -157,7 +157,7 @@ std::string Headset::switchChannel(const ChannelSwitch& action) {
 }
 
 std::string Headset::scan(const Scan& action) {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     say(kSta, "CTRL-EVENT-SCAN-STARTED ");
@@ -184,7 +184,7 @@ std::string Headset::changeRegdom(const Regdom& action) {
 }
 
 std::string Headset::startAssociation(const AssocStarted& action) {
-    if (const std::string error = checkSta(); !error.empty()) {
+    if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     say(kSta, "CTRL-EVENT-ASSOC-STARTED ifname=" + action.ifname);

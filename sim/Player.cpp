@@ -84,8 +84,7 @@ std::string Player::play(const SupplicantControl& action) {
     switch (action.what) {
         case What::Start:
             // Like the real one, it makes the folder when that is missing.
-            if (const std::string error =
-                    mStage.changeFolder({FolderControl::Which::Sockets, true});
+            if (std::string error = mStage.changeFolder({FolderControl::Which::Sockets, true});
                 !error.empty()) {
                 return error;
             }
@@ -271,9 +270,9 @@ void Player::startStats(Done done) {
     }
 }
 
-void Player::play(const DaemonControl& action, Done done) {
+void Player::play(const DaemonControl& action, const Done& done) {
     if (action.what == DaemonControl::What::Start) {
-        startDaemon(std::move(done));
+        startDaemon(done);
         return;
     }
     if (!mDaemon) {
@@ -284,13 +283,13 @@ void Player::play(const DaemonControl& action, Done done) {
     mDaemonEndWanted = mDaemonEndWanted || ends;
     mDaemon->signal(action.signal);
     if (ends) {
-        mOnDaemonEnd.push_back(std::move(done));
+        mOnDaemonEnd.push_back(done);
     } else {
         done("");
     }
 }
 
-void Player::startDaemon(Done done) {
+void Player::startDaemon(const Done& done) {
     if (mDaemon) {
         done("the daemon runs already");
         return;
@@ -377,7 +376,7 @@ void Player::play(const MonitorControl& action, Done done) {
     done(error);
 }
 
-void Player::play(const Call& action, Done done) {
+void Player::play(const Call& action, const Done& done) {
     auto call = std::make_unique<RunningCall>();
     RunningCall* running = call.get();
     const std::string words = joined(action.arguments);

@@ -88,13 +88,13 @@ class Player {
     std::string play(const ShowState& action);
     std::string play(const End& action);
     void play(const StatsControl& action, Done done);
-    void play(const DaemonControl& action, Done done);
+    void play(const DaemonControl& action, const Done& done);
     void play(const MonitorControl& action, Done done);
-    void play(const Call& action, Done done);
+    void play(const Call& action, const Done& done);
     void play(const Expect& action, Done done);
 
     void startStats(Done done);
-    void startDaemon(Done done);
+    void startDaemon(const Done& done);
     void onDaemonLine(bool isError, const std::string& line);
 
     EventLoop& mLoop;

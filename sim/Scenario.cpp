@@ -482,6 +482,7 @@ Action parseAction(Words& words) {
         {"end", parseBare<End>}};
     static const std::vector<std::string_view> kNames = [] {
         std::vector<std::string_view> names;
+        names.reserve(kVerbs.size());
         for (const auto& verb : kVerbs) {
             names.push_back(verb.first);
         }

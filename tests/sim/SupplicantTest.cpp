@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +21,6 @@
 using namespace std::chrono_literals;
 using simtest::SimDriver;
 using simtest::SimRecord;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 namespace {
@@ -299,8 +299,7 @@ TEST_F(SupplicantTest, ABurstArrivesWholeAndInOrder) {
     const Control monitor = attached("wlan0");
     play("burst wlan0 10000 N {n} {n}");
     for (int i = 1; i <= 10000; ++i) {
-        const std::string number = std::to_string(i);
-        ASSERT_EQ(event(monitor), "<3>N " + number + " " + number);
+        ASSERT_EQ(event(monitor), android::base::StringPrintf("<3>N %d %d", i, i));
     }
     EXPECT_TRUE(sim.waitFor([](const SimRecord& record) {
         return record.kind() == "burst" && record.text() == "done" && record["count"] == "10000";
@@ -337,9 +336,9 @@ TEST_F(SupplicantTest, AMonitorThatRefusesIsDroppedAfterElevenRefusals) {
     // What a killed client leaves: its address, with nobody behind it.
     const std::string path = sim.root() + "/client";
     sockaddr_un own{AF_UNIX, {}};
-    std::strcpy(own.sun_path, path.c_str());
+    path.copy(own.sun_path, sizeof(own.sun_path) - 1);
     sockaddr_un server{AF_UNIX, {}};
-    std::strcpy(server.sun_path, sim.socketPath("wlan0").c_str());
+    sim.socketPath("wlan0").copy(server.sun_path, sizeof(server.sun_path) - 1);
     android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&own), sizeof(own)), 0);
     ASSERT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&server), sizeof(server)), 0);
