@@ -27,7 +27,7 @@ Exports::Pin Exports::pin(const sp<BHwBinder>& binder) {
     uint64_t& number = mNumbers[binder.get()];
     if (number == 0) {
         number = ++mLastNumber;
-        mEntries[number] = {binder, 0};
+        mEntries[number] = {binder, 0, 0};
     }
     ++mEntries[number].uses;
     return {this, number};
@@ -57,29 +57,36 @@ void Exports::release(uint64_t object, uint32_t uses) {
         if (entry.uses > 0) {
             return;
         }
+        entry.unusedSince = ++mMoments;
         mUnused.push_back(object);
     }
     Process::self().server().wake();
 }
 
-bool Exports::hasUnused() {
+uint64_t Exports::lastUnused() {
     Lock lock(mMutex);
-    return !mUnused.empty();
+    return mUnused.empty() ? 0 : mMoments;
 }
 
-void Exports::collect() {
+void Exports::collect(uint64_t moment) {
     std::vector<sp<BHwBinder>> dropped;  // outside the lock: an object's end may use this table
     {
         Lock lock(mMutex);
+        std::vector<uint64_t> later;
         for (const uint64_t object : mUnused) {
             const auto entry = mEntries.find(object);
-            if (entry != mEntries.end() && entry->second.uses == 0) {
-                mNumbers.erase(entry->second.binder.get());
-                dropped.push_back(std::move(entry->second.binder));
-                mEntries.erase(entry);
+            if (entry == mEntries.end() || entry->second.uses > 0) {
+                continue;
             }
+            if (entry->second.unusedSince > moment) {
+                later.push_back(object);
+                continue;
+            }
+            mNumbers.erase(entry->second.binder.get());
+            dropped.push_back(std::move(entry->second.binder));
+            mEntries.erase(entry);
         }
-        mUnused.clear();
+        mUnused = std::move(later);
     }
 }
 

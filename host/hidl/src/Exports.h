@@ -52,11 +52,14 @@ class Exports {
     /** Takes back `uses` uses of an object that have been counted. */
     void release(uint64_t object, uint32_t uses);
 
-    /** Whether collect() has something to look at. */
-    bool hasUnused();
+    /** The last moment at which an object became unused; 0 when collect() has nothing to do. */
+    uint64_t lastUnused();
 
-    /** Drops the unused objects. Only when no message of any link is left unread. */
-    void collect();
+    /**
+     * Drops the objects that have been unused since `moment` or longer. Only when no message of
+     * any link has been left unread since then.
+     */
+    void collect(uint64_t moment);
 
     /** Objects kept here; for tests. */
     size_t size();
@@ -65,6 +68,7 @@ class Exports {
     struct Entry {
         android::sp<android::hardware::BHwBinder> binder;
         uint64_t uses;
+        uint64_t unusedSince;  // when uses became 0; counts such moments
     };
 
     Mutex mMutex;
@@ -72,6 +76,7 @@ class Exports {
     std::map<android::hardware::BHwBinder*, uint64_t> mNumbers GUARDED_BY(mMutex);
     std::vector<uint64_t> mUnused GUARDED_BY(mMutex);
     uint64_t mLastNumber GUARDED_BY(mMutex) = 0;
+    uint64_t mMoments GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace hidl

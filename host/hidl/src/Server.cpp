@@ -262,11 +262,11 @@ void Server::serve() {
     isServingThread = true;
     for (;;) {
         epoll_event events[kBatch];
-        // When nothing is ready, no link has anything to say: objects that are unused by then are.
-        const int timeout = Process::self().exports().hasUnused() ? 0 : -1;
-        const int count = epoll_wait(mEpoll.get(), events, kBatch, timeout);
+        // When nothing is ready, no link has anything to say of the objects that are unused now.
+        const uint64_t unused = Process::self().exports().lastUnused();
+        const int count = epoll_wait(mEpoll.get(), events, kBatch, unused > 0 ? 0 : -1);
         if (count == 0) {
-            Process::self().exports().collect();
+            Process::self().exports().collect(unused);
         }
         for (int i = 0; i < count; ++i) {
             const uint64_t key = events[i].data.u64;  // a copy: the structure is packed

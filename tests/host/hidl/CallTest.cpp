@@ -219,12 +219,21 @@ TEST_F(HidlTest, AnObjectIsDroppedWhenItsHolderDies) {
     EXPECT_TRUE(ended.wait());
 }
 
+TEST_F(HidlTest, AnObjectIsNotDroppedBeforeTheWordThatItIsHeldHasArrived) {
+    const sp<IEcho> echo = serve();
+    // Each object becomes unused here while the server's word for the next one is on its way.
+    Program client("hidl-echo-client", "keep", "10000");
+    EXPECT_EQ(0, client.wait());
+    EXPECT_EQ("", client.log());
+}
+
 TEST_F(HidlTest, ManyShortLivedClientsLeaveNothingBehind) {
     const sp<IEcho> echo = serve();
     const auto runClients = [](int count) {
         for (int i = 0; i < count; ++i) {
             Program client("hidl-echo-client", "keep", "100");
             ASSERT_EQ(0, client.wait());
+            ASSERT_EQ("", client.log());
         }
     };
     runClients(3);
