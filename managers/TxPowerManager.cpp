@@ -47,15 +47,13 @@ unsigned nextPowerStep(unsigned current, int rssi) {
 
 TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)),
-      perChainMode_(Sysprop::corvid_wifi_txpower_enable_sta_per_chain(false)),
+      perChainMode_(TxPowerSettings::perChain()),
       handTracking_(isHandTrackingMode()),
       perChain_(client_) {
-    PerChainTxPower::setParameters(Sysprop::corvid_wifi_txpower_perchain_low_rssi_lower(-85),
-                                   Sysprop::corvid_wifi_txpower_perchain_low_rssi_upper(-75),
-                                   Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm0(20),
-                                   Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm1(20),
-                                   Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm0(13),
-                                   Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm1(20));
+    PerChainTxPower::setParameters(
+        TxPowerSettings::perChainLowRssiLower(), TxPowerSettings::perChainLowRssiUpper(),
+        TxPowerSettings::perChainDefaultDbm0(), TxPowerSettings::perChainDefaultDbm1(),
+        TxPowerSettings::perChainLowDbm0(), TxPowerSettings::perChainLowDbm1());
     if (TxPowerSettings::staEnabled()) {
         setStaCallback_();
     }

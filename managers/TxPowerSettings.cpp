@@ -14,6 +14,11 @@ bool p2pEnabled() {
     return value;
 }
 
+bool perChain() {
+    static const bool value = Sysprop::corvid_wifi_txpower_enable_sta_per_chain(false);
+    return value;
+}
+
 unsigned upper() {
     static const unsigned value = Sysprop::corvid_wifi_txpower_dbm_upper(20);
     return value;
@@ -56,6 +61,36 @@ int rssiMiddleLower() {
 
 int rssiLower() {
     static const int value = Sysprop::corvid_wifi_txpower_rssi_lower(-70);
+    return value;
+}
+
+int perChainLowRssiLower() {
+    static const int value = Sysprop::corvid_wifi_txpower_perchain_low_rssi_lower(-85);
+    return value;
+}
+
+int perChainLowRssiUpper() {
+    static const int value = Sysprop::corvid_wifi_txpower_perchain_low_rssi_upper(-75);
+    return value;
+}
+
+unsigned perChainDefaultDbm0() {
+    static const unsigned value = Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm0(20);
+    return value;
+}
+
+unsigned perChainDefaultDbm1() {
+    static const unsigned value = Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm1(20);
+    return value;
+}
+
+unsigned perChainLowDbm0() {
+    static const unsigned value = Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm0(13);
+    return value;
+}
+
+unsigned perChainLowDbm1() {
+    static const unsigned value = Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm1(20);
     return value;
 }
 

@@ -7,6 +7,8 @@ namespace Ursa::OS::Wifi::TxPowerSettings {
 
 bool staEnabled();
 bool p2pEnabled();
+/** Whether the station's power is limited per chain, in the place of its steps. */
+bool perChain();
 
 // Power steps in dBm; in half dBm when unitIsHalfDbm().
 unsigned upper();
@@ -21,5 +23,14 @@ int rssiUpper();
 int rssiMiddleUpper();
 int rssiMiddleLower();
 int rssiLower();
+
+// Of the limits per chain: the exclusive bounds of the low-signal range, dBm, and the limits of
+// chain 0 and 1 outside and inside of it, dBm.
+int perChainLowRssiLower();
+int perChainLowRssiUpper();
+unsigned perChainDefaultDbm0();
+unsigned perChainDefaultDbm1();
+unsigned perChainLowDbm0();
+unsigned perChainLowDbm1();
 
 }  // namespace Ursa::OS::Wifi::TxPowerSettings
