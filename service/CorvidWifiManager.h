@@ -81,6 +81,8 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
     std::shared_ptr<CoexManager> coexManager() const override;
 
   private:
+    friend class CorvidWifiManagerTestPeer;
+
     template <typename T>
     struct Slot {
         std::function<std::shared_ptr<T>()> make;

@@ -51,6 +51,8 @@ class CorvidWifiService : public IWifi {
     Return<void> updateTxPowerConfig(bool allowed, updateTxPowerConfig_cb callback) override;
 
   private:
+    friend class CorvidWifiServiceTestPeer;
+
     /** Answers code 0 when the manager exists and `call` of it returns true, else code 1. */
     template <typename Manager, typename Callback, typename Call>
     Return<void> answer_(const Callback& callback, Call call);

@@ -224,9 +224,12 @@ bool FakeControlSocket::reset_(const std::string& request, const Peer& from) {
     changed_.notify_all();
     // A datagram socket that leaves its peer with something unread resets the peer: the request is
     // still in the queue, and goes with this.
+    // Through a descriptor of its own: the thread sanitizer takes a connect for the descriptor's
+    // creation, and another thread may be sending an event.
+    const android::base::unique_fd same(dup(socket_.get()));
     const sockaddr nobody = {AF_UNSPEC, {}};
-    connect(socket_.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
-    connect(socket_.get(), &nobody, sizeof(nobody));
+    connect(same.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
+    connect(same.get(), &nobody, sizeof(nobody));
     return true;
 }
 
