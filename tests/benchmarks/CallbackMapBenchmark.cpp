@@ -28,7 +28,9 @@ void trigger(benchmark::State& state) {
     boost::signals2::signal<void(const std::string&)> signal;
     for (auto& function : functions) {
         map.registerCallback(function);
+#ifndef __clang_analyzer__  // it takes boost's counted connection for one that is freed twice
         signal.connect(subscriber);
+#endif
     }
 
     compare(

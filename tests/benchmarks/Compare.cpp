@@ -49,6 +49,25 @@ double median(std::vector<double> values) {
     return *middle;
 }
 
+std::string timeText(double nanoseconds) {
+    char text[32];
+    if (nanoseconds < 10'000) {
+        snprintf(text, sizeof(text), "%.0f ns", nanoseconds);
+    } else if (nanoseconds < 1'000'000) {
+        snprintf(text, sizeof(text), "%.1f us", nanoseconds / 1e3);
+    } else {
+        snprintf(text, sizeof(text), "%.1f ms", nanoseconds / 1e6);
+    }
+    return text;
+}
+
+/** Leaves the table alone on the screen. */
+class NoLines : public benchmark::BenchmarkReporter {
+  public:
+    bool ReportContext(const Context& /*context*/) override { return true; }
+    void ReportRuns(const std::vector<Run>& /*runs*/) override {}
+};
+
 /** Returns whether every figure was measured and is good enough. */
 bool printTable() {
     bool good = true;
@@ -57,6 +76,11 @@ bool printTable() {
         if (std::isnan(row.ratio)) {
             good = false;
             printf("%-58s %7s %7s  not measured: %s\n", row.name.c_str(), "-", "-",
+                   row.remark.c_str());
+            continue;
+        }
+        if (row.max == kNoTarget) {
+            printf("%-58s %7.3f %7s       %s\n", row.name.c_str(), row.ratio, "-",
                    row.remark.c_str());
             continue;
         }
@@ -86,6 +110,10 @@ void Rounds::add(benchmark::State& state, double subject, double baseline) {
     const double end = now(Clock::Wall);
     state.SetIterationTime((end - roundStart_) * 1e-9);
     roundStart_ = end;
+    add(subject, baseline);
+}
+
+void Rounds::add(double subject, double baseline) {
     subject_.push_back(subject);
     baseline_.push_back(baseline);
 }
@@ -112,20 +140,18 @@ OneProcessor::OneProcessor() {
 
 OneProcessor::~OneProcessor() { sched_setaffinity(0, sizeof(before_), &before_); }
 
-void report(benchmark::State& state, const std::string& name, double ratio, double max) {
+void report(benchmark::State& state, const std::string& name, double ratio, double max,
+            const std::string& remark) {
     state.counters["ratio"] = ratio;
     state.counters["max"] = max;
-    put({name, ratio, max, ""});
+    put({name, ratio, max, remark});
 }
 
 void report(benchmark::State& state, const std::string& name, const Rounds& rounds, int operations,
             double max) {
-    state.counters["ratio"] = rounds.ratio();
-    state.counters["max"] = max;
-    char remark[80];
-    snprintf(remark, sizeof(remark), "%.0f ns against %.0f ns", rounds.subject() / operations,
-             rounds.baseline() / operations);
-    put({name, rounds.ratio(), max, remark});
+    const std::string remark = timeText(rounds.subject() / operations) + " against " +
+                               timeText(rounds.baseline() / operations);
+    report(state, name, rounds.ratio(), max, remark);
 }
 
 void reportMissing(benchmark::State& state, const std::string& name, const std::string& reason) {
@@ -145,10 +171,14 @@ int run(int argc, char** argv) {
     // Each iteration is a round of both sides, which takes milliseconds.
     char minTime[] = "--benchmark_min_time=1";
     char minTimeSmoke[] = "--benchmark_min_time=0.0001";
+    bool tableOnly = false;
     for (char*& argument : arguments) {
         if (strcmp(argument, "--smoke") == 0) {
             smokeRun = true;
             argument = minTimeSmoke;
+        } else if (strcmp(argument, "--table") == 0) {
+            tableOnly = true;
+            argument = minTime;
         }
     }
     if (!smokeRun) {
@@ -156,8 +186,13 @@ int run(int argc, char** argv) {
     }
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
-    if (benchmark::ReportUnrecognizedArguments(count, arguments.data()) ||
-        benchmark::RunSpecifiedBenchmarks() == 0) {
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 2;
+    }
+    NoLines quiet;
+    const size_t ran =
+        tableOnly ? benchmark::RunSpecifiedBenchmarks(&quiet) : benchmark::RunSpecifiedBenchmarks();
+    if (ran == 0) {
         return 2;
     }
     benchmark::Shutdown();

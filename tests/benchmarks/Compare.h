@@ -3,7 +3,7 @@
 #include <sched.h>
 
 #include <ctime>
-#include <functional>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -27,6 +27,8 @@ class Rounds {
     /** Ends an iteration of `state` (registered with UseManualTime()), the round's time being its.
      */
     void add(benchmark::State& state, double subject, double baseline);
+    /** Leaves the iteration to other figures of the same round. */
+    void add(double subject, double baseline);
 
     /** The median of the rounds' own ratios: a disturbance hits one round, not the figure. */
     double ratio() const;
@@ -60,7 +62,11 @@ class OneProcessor {
  * Puts one figure into the table that the program ends with, and into `state`'s counters "ratio"
  * and "max". A later figure of the same name replaces an earlier one.
  */
-void report(benchmark::State& state, const std::string& name, double ratio, double max);
+void report(benchmark::State& state, const std::string& name, double ratio, double max,
+            const std::string& remark = "");
+
+/** Instead of a largest ratio, for a figure that is only told. */
+inline constexpr double kNoTarget = std::numeric_limits<double>::infinity();
 
 /** As above, with the two times per operation besides. `operations` is their number in a round. */
 void report(benchmark::State& state, const std::string& name, const Rounds& rounds, int operations,

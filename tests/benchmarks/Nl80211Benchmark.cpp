@@ -1,15 +1,8 @@
-// An nl80211 request of the daemon against the same libnl calls made by hand. Both talk to the same
-// peer, in turns, so that a busy machine slows both down. The counters are medians:
-//   ratio      the client's time, from the call to its return, over the bare calls'
-//   ratio_cpu  the same for the CPU time of the calling thread, which leaves the peer's work out
-//   bare_us    the time of the bare calls, in microseconds
+// An nl80211 request of the daemon against the same libnl calls made by hand, both to the same
+// peer.
 
-#include <time.h>
-
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -23,9 +16,12 @@
 #include <netlink/genl/genl.h>
 #include <netlink/netlink.h>
 
+#include "Compare.h"
 #include "client/Nl80211Client.h"
 #include "tests/support/FakeNl80211.h"
+#include "tests/support/TempFolder.h"
 
+namespace corvid::benchmarks {
 namespace {
 
 using Ursa::OS::Wifi::NetInterfaceType;
@@ -149,71 +145,38 @@ std::vector<test::Bytes> answerTo(const test::NetlinkRequest& request) {
     return {test::concat({entry("wlan0"), entry("p2p-wlan0-0")}), test::done(request)};
 }
 
-double now(clockid_t clock) {
-    timespec time{};
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-/** What a call of one side took, each time it was made, in seconds. */
-struct Times {
-    std::vector<double> wall;
-    std::vector<double> cpu;
-
-    void measure(const std::function<void()>& call) {
-        const double wallBefore = now(CLOCK_MONOTONIC);
-        const double cpuBefore = now(CLOCK_THREAD_CPUTIME_ID);
-        call();
-        cpu.push_back(now(CLOCK_THREAD_CPUTIME_ID) - cpuBefore);
-        wall.push_back(now(CLOCK_MONOTONIC) - wallBefore);
-    }
-};
-
-double median(std::vector<double> values) {
-    const auto middle = values.begin() + static_cast<ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-void compare(benchmark::State& state, void (*clientCall)(Nl80211Client&), void (*bareCall)()) {
-    std::string root = "/tmp/nl80211-benchmark-XXXXXX";
-    if (mkdtemp(root.data()) == nullptr) {
-        abort();
-    }
-    setenv("CORVID_WIFI_ROOT", root.c_str(), 1);
-    {
-        test::FakeNl80211 kernel(root);
-        kernel.answer(answerTo);
-        Nl80211Client client;
-        Times clientTimes;
-        Times bareTimes;
-        bool clientFirst = false;
-        while (state.KeepRunning()) {
-            clientFirst = !clientFirst;
-            for (const bool isClient : {clientFirst, !clientFirst}) {
-                if (isClient) {
-                    clientTimes.measure([&] { clientCall(client); });
-                } else {
-                    bareTimes.measure(bareCall);
-                }
-            }
-            state.SetIterationTime(clientTimes.wall.back());
+void request(benchmark::State& state, const char* name, void (*clientCall)(Nl80211Client&),
+             void (*bareCall)()) {
+    constexpr int kRequests = 20;
+    const OneProcessor oneProcessor;
+    const test::TempFolder root;
+    setenv("CORVID_WIFI_ROOT", root.path().c_str(), 1);
+    test::FakeNl80211 kernel(root.path());
+    kernel.answer(answerTo);
+    Nl80211Client client;
+    compare(
+        state, name, 1.05, Clock::Wall, kRequests,
+        [&] {
+            clientCall(client);
             kernel.forgetRequests();
-        }
-        state.counters["ratio"] = median(clientTimes.wall) / median(bareTimes.wall);
-        state.counters["ratio_cpu"] = median(clientTimes.cpu) / median(bareTimes.cpu);
-        state.counters["bare_us"] = median(bareTimes.wall) * 1e6;
-    }
-    std::filesystem::remove_all(root);
+        },
+        [&] {
+            bareCall();
+            kernel.forgetRequests();
+        });
 }
 
-BENCHMARK_CAPTURE(compare, vendor_command, clientVendorCommand, bareVendorCommand)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond)
-    ->MinTime(2.0);
-BENCHMARK_CAPTURE(compare, interface_name, clientInterfaceName, bareInterfaceName)
-    ->UseManualTime()
-    ->Unit(benchmark::kMicrosecond)
-    ->MinTime(2.0);
+void vendorCommand(benchmark::State& state) {
+    request(state, "nl80211 vendor command / libnl by hand", clientVendorCommand,
+            bareVendorCommand);
+}
+BENCHMARK(vendorCommand)->UseManualTime();
+
+void interfaceName(benchmark::State& state) {
+    request(state, "nl80211 interface dump / libnl by hand", clientInterfaceName,
+            bareInterfaceName);
+}
+BENCHMARK(interfaceName)->UseManualTime();
 
 }  // namespace
+}  // namespace corvid::benchmarks
