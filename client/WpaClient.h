@@ -52,6 +52,8 @@ class WpaClient {
     bool sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType);
 
   private:
+    friend class WpaClientTestPeer;
+
     bool startWpaSocketMonitor_();
     void stopWpaSocketMonitor_();
     void startListener_();

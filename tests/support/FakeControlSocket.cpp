@@ -1,5 +1,6 @@
 #include "tests/support/FakeControlSocket.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -52,26 +53,20 @@ FakeControlSocket::FakeControlSocket(std::string path)
       thread_([this] { run_(); }) {}
 
 FakeControlSocket::~FakeControlSocket() {
-    stop_();
     if (!crashed_) {
-        unlink(path_.c_str());
+        crash();
+        unlink(path_.c_str());  // in this order, like a supplicant that ends
     }
 }
 
 void FakeControlSocket::crash() {
-    stop_();
+    eventfd_write(stopEvent_.get(), 1);
+    thread_.join();
     // As close() would, but for the descriptor: another thread may be about to send an event.
     shutdown(socket_.get(), SHUT_RDWR);
     const android::base::unique_fd closed(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    dup2(closed.get(), socket_.get());
+    dup3(closed.get(), socket_.get(), O_CLOEXEC);
     crashed_ = true;
-}
-
-void FakeControlSocket::stop_() {
-    if (thread_.joinable()) {
-        eventfd_write(stopEvent_.get(), 1);
-        thread_.join();
-    }
 }
 
 void FakeControlSocket::answerAttach(Attach how) {

@@ -43,7 +43,7 @@ class FakeControlSocket {
     FakeControlSocket(const FakeControlSocket&) = delete;
     FakeControlSocket& operator=(const FakeControlSocket&) = delete;
 
-    /** Goes away like a killed process: nobody listens any more, the file stays. */
+    /** Goes away like a killed process: nobody listens any more, the file stays. Once. */
     void crash();
 
     /** From now on. */
@@ -92,7 +92,6 @@ class FakeControlSocket {
     void attach_(const Peer& from);
     void reply_(const std::string& text, const Peer& to) const;
     void drop_(const Peer& peer);
-    void stop_();
 
     template <typename Condition>
     bool waitUntil_(Condition condition) const;
