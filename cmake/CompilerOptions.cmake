@@ -2,6 +2,7 @@
 
 set(CORVID_SANITIZE "" CACHE STRING "Sanitizer build: empty, 'address' (with undefined) or 'thread'")
 set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread)
+option(CORVID_FUZZ "Build the libFuzzer targets too (clang)" OFF)
 option(CORVID_WERROR "Treat warnings as errors" ON)
 
 find_program(CCACHE ccache)
@@ -34,6 +35,9 @@ elseif(CORVID_SANITIZE)
 else()
   add_compile_options($<$<NOT:$<CONFIG:Debug>>:-O2> -ffunction-sections -fdata-sections)
   add_link_options(-Wl,--gc-sections)
+endif()
+if(CORVID_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # what libFuzzer sees of the code it runs
 endif()
 # A library that nothing needs a symbol of costs start-up time and memory.
 add_link_options(-Wl,--as-needed)

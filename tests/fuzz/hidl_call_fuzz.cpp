@@ -1,0 +1,143 @@
+// The road of a call: bytes as they arrive on a connection, put together to frames, and each call's
+// data read by the interface's generated stub into arguments that the service looks at.
+//
+// An input begins with a byte: the size of the pieces in which the rest arrives.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <android/log.h>
+#include <hwbinder/Parcel.h>
+#include <vendor/corvid/hardware/wifi/1.0/BnHwWifi.h>
+#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+
+#include "host/hidl/src/Frame.h"
+#include "tests/fuzz/Check.h"
+
+using namespace vendor::corvid::hardware::wifi::V1_0;
+using android::sp;
+using android::hardware::hidl_string;
+using android::hardware::Parcel;
+using android::hardware::Return;
+using android::hardware::Void;
+using host::hidl::Frame;
+using host::hidl::FrameReader;
+using host::hidl::FrameType;
+
+namespace {
+
+/** Reads all of every argument. */
+class Service : public IWifi {
+  public:
+    Return<void> clearScs(int32_t, clearScs_cb answer) override { return done_(answer); }
+    Return<void> dumpInfo(dumpInfo_cb answer) override {
+        answer("text");
+        return Void();
+    }
+    Return<void> getP2pInfo(getP2pInfo_cb answer) override {
+        answer({5180, 80});
+        return Void();
+    }
+    Return<void> getStaInfo(getStaInfo_cb answer) override {
+        answer({5180, -50, 3});
+        return Void();
+    }
+    Return<void> isP2pPairedDeviceType(P2pDeviceType, isP2pPairedDeviceType_cb answer) override {
+        return done_(answer);
+    }
+    Return<void> registerCorvidWifiManagerCallback(
+        const sp<ICorvidWifiManagerCallback>& callback,
+        registerCorvidWifiManagerCallback_cb answer) override {
+        FUZZ_CHECK(callback == nullptr);  // no objects come with these calls
+        return done_(answer);
+    }
+    Return<void> setElnaBypass(uint32_t, setElnaBypass_cb answer) override { return done_(answer); }
+    Return<void> setMccTimeAllocation(uint32_t, setMccTimeAllocation_cb answer) override {
+        return done_(answer);
+    }
+    Return<void> setP2pNoa(uint32_t, uint32_t, uint32_t, setP2pNoa_cb answer) override {
+        return done_(answer);
+    }
+    Return<void> setP2pPairedDeviceType(P2pDeviceType, setP2pPairedDeviceType_cb answer) override {
+        return done_(answer);
+    }
+    Return<int32_t> setScsV4(const ScsProfileV4& profile) override {
+        return read_(profile.localIp) + read_(profile.remoteIp);
+    }
+    Return<int32_t> setScsV6(const ScsProfileV6& profile) override {
+        return read_(profile.localIp) + read_(profile.remoteIp);
+    }
+    Return<void> startCsa(uint32_t, uint32_t, startCsa_cb answer) override { return done_(answer); }
+    Return<void> unregisterCorvidWifiManagerCallback(
+        const sp<ICorvidWifiManagerCallback>& callback,
+        unregisterCorvidWifiManagerCallback_cb answer) override {
+        FUZZ_CHECK(callback == nullptr);
+        return done_(answer);
+    }
+    Return<void> updateTxPowerConfig(bool, updateTxPowerConfig_cb answer) override {
+        return done_(answer);
+    }
+
+  private:
+    template <typename Answer>
+    static Return<void> done_(const Answer& answer) {
+        answer(Status{0, ""});
+        return Void();
+    }
+
+    static int32_t read_(const hidl_string& text) {
+        const std::string copy(text.c_str(), text.size());
+        FUZZ_CHECK(text.c_str()[text.size()] == '\0');
+        return static_cast<int32_t>(std::count(copy.begin(), copy.end(), '.'));
+    }
+};
+
+void call(Frame frame) {
+    static const sp<BnHwWifi> stub = new BnHwWifi(new Service);
+    const auto header = frame.header;
+    uint8_t* bytes = frame.data();
+    Parcel data;
+    data.setReceived(std::move(frame.body), bytes, header.dataSize, {});
+    Parcel reply;
+    stub->transact(header.code, data, &reply, header.flags, [](Parcel&) {});
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const bool quiet = [] {
+        __android_log_set_logger([](const __android_logger_data*, const char*) {});
+        return true;
+    }();
+    (void)quiet;
+    if (size == 0) {
+        return 0;
+    }
+    const size_t piece = std::max<size_t>(data[0], 1);
+    FrameReader reader;
+    for (size_t at = 1; at < size;) {
+        const size_t count = std::min({piece, reader.wanted(), size - at});
+        FUZZ_CHECK(count > 0);
+        std::memcpy(reader.space(), data + at, count);
+        at += count;
+        switch (reader.advance(count)) {
+            case FrameReader::State::Partial:
+                break;
+            case FrameReader::State::Malformed:
+                FUZZ_CHECK(reader.problem() != nullptr);
+                return 0;
+            case FrameReader::State::Complete: {
+                Frame frame = reader.take();
+                if (frame.header.type == FrameType::Call && frame.header.objectCount == 0) {
+                    call(std::move(frame));
+                }
+                break;
+            }
+        }
+    }
+    return 0;
+}
