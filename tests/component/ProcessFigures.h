@@ -19,7 +19,11 @@ class ProcessFigures {
     /** How often each thread, by its id, has gone to sleep of its own accord and been woken. */
     const std::map<pid_t, long>& wakeUps() const { return wakeUps_; }
 
+    /** Whether every thread sleeps. */
+    bool asleep() const { return asleep_; }
+
   private:
+    bool asleep_ = true;
     size_t descriptors_ = 0;
     long anonymousKiB_ = 0;
     std::map<pid_t, long> wakeUps_;
