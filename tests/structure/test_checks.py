@@ -1,14 +1,18 @@
 #!/usr/bin/env python3
 """Shows of each check of this folder that it can fail, and that it doesn't when it shouldn't."""
 
+import json
 import os
+import subprocess
 import tempfile
 import unittest
 
 import blueprint
 import check_android_bp
+import check_format
 import check_hal_docs
 import check_includes
+import check_tidy
 import check_words
 
 
@@ -284,6 +288,68 @@ class WordsTest(TreeTest):
 
     def test_no_files_are_no_success(self):
         self.assert_complains(check_words.check(self.root), "no files")
+
+
+class FormatTest(TreeTest):
+
+    def test_a_formatted_source_is_accepted(self):
+        self.write("os/A.cpp", "int a = 1;\n")
+        self.assertEqual(check_format.check(self.root), [])
+
+    def test_a_badly_formatted_source_is_named(self):
+        self.write("os/A.cpp", "int a = 1;\n")
+        self.write("os/B.h", "int   b = 1;\n")
+        self.assert_complains(check_format.check(self.root), "os/B.h:1")
+
+    def test_a_tree_without_sources_is_no_tree(self):
+        self.assert_complains(check_format.check(self.root), "no sources")
+
+
+class TidyTest(TreeTest):
+    """With a build folder in which os/A.cpp, which includes os/A.h, has been compiled."""
+
+    def setUp(self):
+        super().setUp()
+        self.write(".clang-tidy", "Checks: '-*,modernize-use-nullptr'\nWarningsAsErrors: '*'\n"
+                                  "HeaderFilterRegex: '.*'\n")
+        self.write("os/A.h", "inline int* a() { return nullptr; }\n")
+        self.write("os/A.cpp", "#include \"A.h\"\nint* b() { return a(); }\n")
+        self.build_folder = os.path.join(self.root, "build")
+        source = os.path.join(self.root, "os/A.cpp")
+        self.write("build/build.ninja",
+                   "rule cc\n command = c++ -MD -MF $out.d -o $out -c $in\n deps = gcc\n"
+                   f" depfile = $out.d\nbuild A.o: cc {source}\n")
+        self.write("build/compile_commands.json", json.dumps([{
+            "directory": self.build_folder,
+            "command": f"c++ -o A.o -c {source}",
+            "file": source,
+        }]))
+        self.compile()
+
+    def compile(self):
+        subprocess.run(["ninja", "-C", self.build_folder], capture_output=True, check=True)
+
+    def check(self):
+        return check_tidy.check(self.root, self.build_folder, "os/A.cpp")
+
+    def test_a_tidy_source_is_accepted_again_and_again(self):
+        self.assertEqual(self.check(), [])
+        self.assertEqual(self.check(), [])
+
+    def test_a_source_becomes_untidy(self):
+        self.assertEqual(self.check(), [])
+        self.write("os/A.cpp", "#include \"A.h\"\nint* b() { return 0; }\n")
+        self.assert_complains(self.check(), "A.cpp:2", "use nullptr")
+        self.assert_complains(self.check(), "A.cpp:2", "use nullptr")
+
+    def test_a_header_becomes_untidy(self):
+        self.assertEqual(self.check(), [])
+        self.write("os/A.h", "inline int* a() { return 0; }\n")
+        self.assert_complains(self.check(), "A.h:1", "use nullptr")
+
+    def test_a_source_that_nobody_compiles_is_named(self):
+        self.assert_complains(
+            check_tidy.check(self.root, self.build_folder, "os/B.cpp"), "os/B.cpp", "not compiled")
 
 
 if __name__ == "__main__":

@@ -88,7 +88,7 @@ TEST(JsonString, EscapesWhatMayNotStandForItself) {
 
 TEST(JsonString, KeepsUtf8) {
     for (const std::string text : {"\u00e9", "\u20ac", "\U0001f600", "\u0080", "\u07ff", "\u0800",
-                                    "\ud7ff", "\uffff", "\U0010ffff"}) {
+                                   "\ud7ff", "\uffff", "\U0010ffff"}) {
         EXPECT_EQ("\"" + text + "\"", jsonString(text));
     }
 }
