@@ -1,6 +1,6 @@
 #include "managers/ChannelSwitchCommand.h"
 
-#include <array>
+#include <cstddef>
 #include <ostream>
 
 #include "os/Log.h"
@@ -9,32 +9,33 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-constexpr unsigned kChannelWidth = 20;  ///< MHz between two neighbouring 5 GHz channels
+// The wide channels of the 5 GHz band by their centres, MHz (IEEE 802.11, Annex E: channel numbers
+// 38, 46, ... and 42, 58, ...), without a gap wherever 20 MHz channels follow each other:
+// deliberately complete, whatever a regulatory domain allows.
 
-/** A run of neighbouring 5 GHz channels, both ends included, in which wide channels are formed. */
-struct Segment {
-    unsigned first;
-    unsigned last;
+/** Each holds the two 20 MHz channels at centre - 10 and + 10. */
+constexpr unsigned kCenters40[] = {
+    5190, 5230, 5270, 5310, 5350, 5390, 5430, 5470,  // from 5180
+    5510, 5550, 5590, 5630, 5670, 5710,              // from 5500
+    5755, 5795, 5835, 5875,                          // from 5745
 };
 
-/**
- * From each segment's first channel on, every two neighbours form a 40 MHz channel and every four
- * an 80 MHz one (IEEE 802.11, operating classes 116 to 130). Deliberately complete, whatever a
- * regulatory domain allows:
- *
- *     5180 5200 | 5220 5240 || 5260 ... 5460 5480
- *     5500 5520 | 5540 5560 || 5580 ... 5700 5720
- *     5745 5765 | 5785 5805 || 5825 5845 | 5865 5885
- */
-constexpr std::array<Segment, 3> kSegments = {{{5180, 5480}, {5500, 5720}, {5745, 5885}}};
+/** Each holds the four 20 MHz channels at centre - 30, - 10, + 10 and + 30. */
+constexpr unsigned kCenters80[] = {
+    5210, 5290, 5370, 5450,  // from 5180
+    5530, 5610, 5690,        // from 5500
+    5775, 5855,              // from 5745
+};
 
-/** The centre of the channel of that width to which a primary channel belongs, if any. */
-std::optional<unsigned> centerOf(unsigned freq, unsigned bandwidth) {
-    for (const Segment& segment : kSegments) {
-        if (freq >= segment.first && freq <= segment.last &&
-            (freq - segment.first) % kChannelWidth == 0) {
-            const unsigned block = (freq - segment.first) / bandwidth;
-            return segment.first + block * bandwidth + (bandwidth - kChannelWidth) / 2;
+/** The centre of the channel, of those listed, that has `freq` as one of its 20 MHz channels. */
+template <size_t Count>
+std::optional<unsigned> centerOf(unsigned freq, const unsigned (&centers)[Count],
+                                 unsigned bandwidth) {
+    constexpr unsigned kStep = 20;  // MHz between neighbouring channels
+    for (const unsigned center : centers) {
+        const unsigned first = center - (bandwidth - kStep) / 2;
+        if (freq >= first && freq < first + bandwidth && (freq - first) % kStep == 0) {
+            return center;
         }
     }
     return std::nullopt;
@@ -52,7 +53,8 @@ bool ChannelSwitchCommand::fromFrequencyAndBandwidth(unsigned freq, unsigned ban
         WIFI_LOGE("Unsupported bandwidth %u", bandwidth);
         return false;
     }
-    const auto center = centerOf(freq, bandwidth);
+    const auto center = bandwidth == 40 ? centerOf(freq, kCenters40, bandwidth)
+                                        : centerOf(freq, kCenters80, bandwidth);
     if (!center) {
         WIFI_LOGE("Frequency %u MHz is not a 5 GHz channel that supports %u MHz", freq, bandwidth);
         return false;

@@ -38,6 +38,12 @@ class ChannelSwitchManager : public FeatureManager {
      */
     bool startCsa(unsigned channel, unsigned bandwidth) EXCLUDES(csaMutex_);
 
+    /**
+     * The frequency in MHz that the last event of the interface (STA or P2P) told; 0 when there was
+     * none or it was negative. Waits while an event is handled.
+     */
+    int lastFrequency(NetInterfaceType interfaceType) const EXCLUDES(eventMutex_);
+
   private:
     bool sendCommandCsP2pEcsa_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
     bool sendCommandCsP2pCorvid_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
@@ -48,8 +54,7 @@ class ChannelSwitchManager : public FeatureManager {
     RecursiveMutex csaMutex_;
     RelayListener<const ChannelSwitchResult&> listener_;
     /** Held while an event is handled, its listener included, deliberately. */
-    Mutex eventMutex_;
-    /** The last frequency of each interface, MHz, 0 when none. */
+    mutable Mutex eventMutex_;
     std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
     std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
