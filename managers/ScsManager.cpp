@@ -1,7 +1,8 @@
 #include "managers/ScsManager.h"
 
-#include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -120,6 +121,17 @@ void putPort(requestFrame& frame, size_t offset, uint32_t port) {
     putBytes(frame, offset, &value, sizeof(value));
 }
 
+/** Ends the process: a byte span of that size breaks the contract of its type. */
+[[noreturn]] void endForSizeOfNoSpan() {
+    // Quoted by crash reports, wherever the library is: the words must stay.
+    constexpr char kMessage[] =
+        "GSL Precondition failure at external/Microsoft-GSL/include/gsl/span: 372 "
+        "`size != dynamic_extent`";
+    fprintf(stderr, "%s\n", kMessage);
+    __android_log_write(ANDROID_LOG_FATAL, LOG_TAG, kMessage);
+    std::terminate();
+}
+
 }  // namespace
 
 ScsManager::ScsManager(std::shared_ptr<CorvidWifiClient> client) : client_(std::move(client)) {
@@ -235,6 +247,9 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
 }
 
 bool ScsManager::sendRequestFrameToDriver(const requestFrame& frame) {
+    if (frame.size == gsl::dynamic_extent) {
+        endForSizeOfNoSpan();
+    }
     Nl80211GenericCmdInfo info;
     info.interfaceType = NetInterfaceType::STA;
     info.cmd = NL80211_CMD_FRAME;

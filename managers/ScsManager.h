@@ -63,6 +63,10 @@ class ScsManager : public FeatureManager {
     /** Fills in what depends on the link and the profile. Returns false when not associated. */
     bool constructRequestFrameV4(ScsProfile* profile, requestFrame& frame);
 
+    /**
+     * Hands the kernel the first `frame.size` bytes, at most requestFrame::kMaxSize. The largest
+     * 64-bit number there is ends the process, with a message on standard error and in the log.
+     */
     bool sendRequestFrameToDriver(const requestFrame& frame);
 
   private:
