@@ -452,14 +452,17 @@ TEST(CallbackMap, OfTwoThreadsThatUnregisterAHandleOneSucceeds) {
 
 TEST(CallbackMap, NoMoreThanTheCapacityRegistersFromManyThreads) {
     Map map;
-    std::vector<Callback> callbacks(4 * kCapacity, nothing());
+    std::vector<Callback> callbacks(size_t{4} * kCapacity, nothing());
     std::atomic<int> registered{0};
     std::vector<std::thread> threads;
     threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&, i] {
             for (int n = 0; n < kCapacity; ++n) {
-                registered += map.registerCallback(callbacks[i * kCapacity + n]) != -1 ? 1 : 0;
+                registered +=
+                    map.registerCallback(callbacks[static_cast<size_t>(i * kCapacity + n)]) != -1
+                        ? 1
+                        : 0;
             }
         });
     }

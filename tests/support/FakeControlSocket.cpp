@@ -113,8 +113,8 @@ void FakeControlSocket::resetConnections() {
             sendto(sender.get(), "", 0, 0, reinterpret_cast<const sockaddr*>(&address_),
                    sizeof(address_));
         }
-        connect(socket_.get(), reinterpret_cast<const sockaddr*>(&peer.address), peer.length);
-        connect(socket_.get(), &nobody, sizeof(nobody));
+        (void)connect(socket_.get(), reinterpret_cast<const sockaddr*>(&peer.address), peer.length);
+        (void)connect(socket_.get(), &nobody, sizeof(nobody));
     }
 }
 
@@ -223,8 +223,8 @@ bool FakeControlSocket::reset_(const std::string& request, const Peer& from) {
     // creation, and another thread may be sending an event.
     const android::base::unique_fd same(dup(socket_.get()));
     const sockaddr nobody = {AF_UNSPEC, {}};
-    connect(same.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
-    connect(same.get(), &nobody, sizeof(nobody));
+    (void)connect(same.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
+    (void)connect(same.get(), &nobody, sizeof(nobody));
     return true;
 }
 
