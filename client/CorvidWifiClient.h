@@ -32,8 +32,9 @@ class CorvidWifiClient {
                             NetInterfaceType interfaceType);
 
     /**
-     * Ends a subscription. When it returns, the callback is not running and never runs again.
-     * Returns false for a handle that is not registered.
+     * Ends a subscription. When it returns, the callback is not running and never runs again. Takes
+     * no lock, for it waits for a running callback, which may be about to send. Returns false for a
+     * handle that is not registered.
      */
     bool unregisterWpaCallback(WifiClientCallbackType type, int handle,
                                NetInterfaceType interfaceType);

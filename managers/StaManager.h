@@ -88,7 +88,7 @@ class StaManager : public FeatureManager {
 
     Mutex handlerMutex_;  ///< keeps the connected and disconnected handlers apart
     std::thread worker_ GUARDED_BY(handlerMutex_);
-    std::atomic<bool> running_{false};  ///< cleared under wakeMutex_
+    std::atomic<bool> running_{false};  ///< cleared under wakeMutex_ to wake the worker
     std::mutex wakeMutex_;
     std::condition_variable wake_;
     /** Failed sends in a row; a worker begins anew. */

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <csignal>
 
 #include <hidl/HidlTransportSupport.h>
@@ -16,7 +17,12 @@ namespace {
 /** Of field engineers' use: it only leaves a line in the log. */
 constexpr int kMarkSignal = 12;  // SIGUSR2
 
-void handler(int signal) { WIFI_LOGW("Received a signal: %d", signal); }
+void handler(int signal) {
+    // A log line is more than a handler should do, but it is what the signal is for.
+    const int error = errno;
+    WIFI_LOGW("Received a signal: %d", signal);
+    errno = error;
+}
 
 }  // namespace
 

@@ -520,8 +520,6 @@ TEST_F(WpaSocketState, AFileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
 }
 
 TEST_F(WpaSocketState, ASupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
-    const auto localSockets = [] { return test::countEntries("/tmp"); };
-    (void)localSockets;
     int descriptors = 0;
     int threads = 0;
     size_t memory = 0;

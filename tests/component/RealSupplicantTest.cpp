@@ -243,6 +243,10 @@ TEST_F(RealSupplicant, ThatTerminatesIsLeftAndFoundAgain) {
     readLogUpTo("StaManager: STA event(DISCONNECTED-sockettype=STA)");
     EXPECT_EQ(supplicant->wait(), 0);
     EXPECT_FALSE(fs::exists(socketPath));
+    // One for the start without a link, one for the event and one for the socket.
+    EXPECT_THAT(atom("WIFI_STA_DISCONNECTED", 3), HasSubstr(kNoSignal));
+    EXPECT_THAT(client({"dump"}), AllOf(HasSubstr("\tSTA frequency: -1\n"),
+                                        HasSubstr("\tStaManager.onStaDisconnected: ")));
     EXPECT_EQ(client({"call", "getStaInfo"}), "{\"frequency\":-1,\"rssi\":-1,\"bandwidth\":0}\n");
     readLogUpTo("StaManager: Failed to send SIGNAL_POLL command");
 
@@ -270,6 +274,8 @@ TEST_F(RealSupplicant, ThatIsKilledIsFoundAgainWhenItRestarts) {
     EXPECT_THAT(readLogUpTo(connected),
                 HasSubstr("StaManager: STA event(DISCONNECTED-sockettype=STA)"));
     readLogUpTo(kStaConnected);
+    // One for the socket that appeared, one for the dead one that was taken away.
+    EXPECT_THAT(atom("WIFI_STA_DISCONNECTED", 2), HasSubstr(kNoSignal));
     EXPECT_THAT(atom("WIFI_STA_CONNECTED", 2), HasSubstr(kNoSignal));
     EXPECT_THAT(client({"dump"}), HasSubstr("\tStaManager.onStaDisconnected: "));
 }

@@ -51,6 +51,12 @@ std::set<std::string> enabledIn(const std::string& dump) {
     return names;
 }
 
+TEST(Service, BeginsWithALineThatItStarts) {
+    Headset headset;
+    headset.startDaemon();
+    EXPECT_EQ(headset.log().at(0), (LogLine{"D", "service: Starting native wifi service."}));
+}
+
 TEST(Service, DumpWithEverythingUnsetListsExactlyFourFeaturesAsEnabled) {
     Headset headset;
     headset.startDaemon();
