@@ -57,7 +57,7 @@ void CorvidWifiManager::emptySlots_(std::index_sequence<Index...>) {
 
 CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
-    mapTaskToPid("CorvidWifiManager", gettid());
+    CorvidWifiManager::mapTaskToPid("CorvidWifiManager", gettid());
     Sensors::setTransportErrorAction(kTransportErrorAction);
     client_->setCompositionRoot(this);
 
