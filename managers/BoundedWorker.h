@@ -6,30 +6,47 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <type_traits>
 
 namespace Ursa::OS::Wifi {
 
 /**
- * One call into a service that may hang, made on a short-lived thread of its own.
+ * Calls into a service that may hang, made on a short-lived thread of its own.
  *
- *     BoundedWorker worker([state] { return callTheService(*state); });
+ *     BoundedWorker worker([state] {
+ *         bool done = false;
+ *         BoundedWorker::mayHang([&] { done = callTheService(); });
+ *         state->done = done;
+ *         return done;
+ *     });
  *     const std::optional<bool> result = worker.wait(std::chrono::seconds(1));
  *     if (!result) {
  *         WIFI_LOGE("no response");
  *         worker.giveUp();
  *     }
  *
- * What ends a thread that hangs: giveUp() sends it SIGALRM, whose handler, installed by the worker
- * for the whole process, calls pthread_exit(). The thread's handle is still valid then: it is
- * detached only after the signal was sent, and a worker whose call has returned is never signalled.
+ * What ends a thread that hangs: giveUp() sends it SIGALRM, whose handler calls pthread_exit(). The
+ * handler is the process's, installed before the thread starts; on any other thread it does
+ * nothing. The thread takes the signal inside mayHang() only. So it never ends in the middle of our
+ * own work, with the allocator's or the log's lock in its hands; one that was given up goes no
+ * further than to its next mayHang().
  *
- * What is leaked: on glibc nothing, pthread_exit() unwinds the stack and destroys what lives on it.
- * On bionic it does not, and whatever the hung call and the closure hold stays until the process
- * ends.
+ * Why its handle is valid when the signal is sent: it is detached after that, and until then a
+ * thread keeps its handle even when it has ended. A worker whose call has returned is not signalled
+ * at all: a single step decides whether it returned or was given up.
  *
- * What the call must not do: run under a noexcept function or a catch (...) that does not rethrow,
- * which would end the process while unwinding; hold a lock that others need; throw. It may go on
- * after it was given up, until it meets the signal: whatever it touches it must own or share.
+ * What is leaked: on glibc nothing, pthread_exit() unwinds the stack and destroys what lives on it
+ * and in the closure. bionic does not unwind: there, whatever these two hold stays until the
+ * process ends.
+ *
+ * What the service's library must not do in a call: wait under a noexcept function (a destructor is
+ * one) or under a catch (...) that does not rethrow, which would end the process while unwinding;
+ * wait with a lock in its hands that others need; block SIGALRM or handle it. And on glibc a call
+ * that does not return in time must be waiting in the kernel: one that computes can be unwound from
+ * few places.
+ *
+ * The closure may go on after it was given up, until it meets the signal: whatever it touches it
+ * must own or share. It must not throw.
  */
 class BoundedWorker {
   public:
@@ -42,14 +59,30 @@ class BoundedWorker {
     BoundedWorker(const BoundedWorker&) = delete;
     BoundedWorker& operator=(const BoundedWorker&) = delete;
 
-    /** The call's result, or nothing when it has not returned within `limit`. */
+    /**
+     * Once: the closure's result, or nothing when it has not returned within `limit`, in which case
+     * it will be given up.
+     */
     std::optional<bool> wait(std::chrono::milliseconds limit);
 
-    /** Lets go of the thread and ends it. */
+    /** Ends the thread, if it is there still, and lets go of it. */
     void giveUp();
+
+    /**
+     * Makes one call of the service. On a worker's thread it does not return when the worker is
+     * given up; on any other it is a plain call. `call` creates no object that needs a destructor:
+     * only a function with nothing to destroy can be unwound from wherever the signal meets it.
+     */
+    template <typename Call>
+    static void mayHang(Call&& call) {
+        using Function = std::remove_reference_t<Call>;
+        mayHang_([](void* function) { (*static_cast<Function*>(function))(); }, &call);
+    }
 
   private:
     struct Shared;
+
+    static void mayHang_(void (*call)(void*), void* argument);
 
     std::shared_ptr<Shared> shared_;
     std::future<bool> result_;

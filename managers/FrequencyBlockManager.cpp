@@ -47,7 +47,8 @@ constexpr int kNoChannel = -2;
 
 std::unique_ptr<Sensors::ControllerProvider> getProvider() {
     WIFI_LOGD("ControllerProvider: getting a controller provider");
-    auto provider = Sensors::createControllerProvider();
+    std::unique_ptr<Sensors::ControllerProvider> provider;
+    BoundedWorker::mayHang([&] { provider = Sensors::createControllerProvider(); });
     if (provider == nullptr) {
         WIFI_LOGE("cannot get controller provider");
         return nullptr;
@@ -184,8 +185,11 @@ bool FrequencyBlockManager::updateFrequencyBlock_() {
     if (chosen == blockedFreq_) {
         return false;
     }
-    BoundedWorker worker([client = client_, shared = shared_, index = channelIndex(chosen)] {
-        client->recordTask("FrequencyBlockManager.worker");
+    BoundedWorker worker([weak = std::weak_ptr<CorvidWifiClient>(client_), shared = shared_,
+                          index = channelIndex(chosen)] {
+        if (const auto client = weak.lock()) {
+            client->recordTask("FrequencyBlockManager.worker");
+        }
         return setFrequencyBlockByChannel_(*shared, index);
     });
     const auto result = worker.wait(limit_);
@@ -204,7 +208,9 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
         return false;
     }
     ControllerWirelessFreqBlocklists list;
-    if (!provider->getWirelessFreqBlocklists(list)) {
+    bool done = false;
+    BoundedWorker::mayHang([&] { done = provider->getWirelessFreqBlocklists(list); });
+    if (!done) {
         WIFI_LOGE("ControllerProvider: getWirelessFreqBlocklists() failed");
         return false;
     }
@@ -222,7 +228,8 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
             return true;
         }
         WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
-        if (!provider->clearWirelessFreqBlocklists()) {
+        BoundedWorker::mayHang([&] { done = provider->clearWirelessFreqBlocklists(); });
+        if (!done) {
             WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
             return false;
         }
@@ -243,7 +250,8 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
                   im3->startFreq, im3->endFreq);
         list.push_back({im3->startFreq, im3->endFreq});
     }
-    if (!provider->setWirelessFreqBlocklists(list)) {
+    BoundedWorker::mayHang([&] { done = provider->setWirelessFreqBlocklists(list); });
+    if (!done) {
         WIFI_LOGE("ControllerProvider: setWirelessFreqBlocklists() failed");
         return false;
     }

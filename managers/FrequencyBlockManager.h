@@ -74,13 +74,14 @@ class FrequencyBlockManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     const std::chrono::milliseconds limit_;
-    std::vector<CoexActionPackage> packages_;
     const std::shared_ptr<Shared> shared_;
 
     // MHz, -1 for none. Dispatcher thread only.
     int32_t blockedFreq_ = -1;  ///< the frequency that was last applied, whatever the result
     int32_t staFreq_ = -1;
     int32_t p2pFreq_ = -1;
+
+    std::vector<CoexActionPackage> packages_;  ///< last: no action runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

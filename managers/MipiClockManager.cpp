@@ -151,8 +151,10 @@ bool MipiClockManager::notifyListener_(int32_t newClock) {
 }
 
 bool MipiClockManager::notifySensorService_(int32_t clock) {
-    BoundedWorker worker([client = client_, clock] {
-        client->recordTask("MipiClockManager.worker");
+    BoundedWorker worker([weak = std::weak_ptr<CorvidWifiClient>(client_), clock] {
+        if (const auto client = weak.lock()) {
+            client->recordTask("MipiClockManager.worker");
+        }
         return notifyCameraProvider_(clock);
     });
     const auto result = worker.wait(limit_);
@@ -167,13 +169,16 @@ bool MipiClockManager::notifySensorService_(int32_t clock) {
 
 bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
     WIFI_LOGD("CameraProvider: getting a camera provider");
-    const auto provider = Sensors::createCameraProvider();
+    std::unique_ptr<Sensors::CameraProvider> provider;
+    BoundedWorker::mayHang([&] { provider = Sensors::createCameraProvider(); });
     if (provider == nullptr) {
         WIFI_LOGE("cannot get camera provider");
         return false;
     }
     WIFI_LOGD("CameraProvider: calling API");
-    provider->notifyMipiClock(kCameraName, clock);  // its own result is not looked at
+    const std::string camera = kCameraName;
+    // Its own result is not looked at.
+    BoundedWorker::mayHang([&] { provider->notifyMipiClock(camera, clock); });
     WIFI_LOGD("CameraProvider: API has successfully returned");
     return true;
 }

@@ -50,7 +50,7 @@ class MipiClockManager : public FeatureManager {
     const std::chrono::milliseconds limit_;
     /** What the camera service last accepted; -1 at first. Written on the dispatcher only. */
     std::atomic<int32_t> clock_{-1};
-    std::vector<CoexActionPackage> packages_;
+    std::vector<CoexActionPackage> packages_;  ///< last: no action runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -1,0 +1,302 @@
+#include <malloc.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+
+#include "managers/BoundedWorker.h"
+#include "tests/support/Descriptors.h"
+#include "tests/support/WaitUntil.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+/** Long enough for whatever is not to be given up. */
+constexpr seconds kLong{30};
+/** For what hangs: nothing else depends on it. */
+constexpr milliseconds kShort{1};
+
+[[noreturn]] void hang() {
+    while (true) {
+        pause();
+    }
+}
+
+/** Counts how many of them there are. */
+class Counted {
+  public:
+    explicit Counted(std::atomic<int>& count) : count_(count) { ++count_; }
+    ~Counted() { --count_; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+
+  private:
+    std::atomic<int>& count_;
+};
+
+/** A gate that starts closed. */
+class Gate {
+  public:
+    Gate() { sem_init(&open_, 0, 0); }
+    ~Gate() { sem_destroy(&open_); }
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+
+    void open() { sem_post(&open_); }
+    void pass() {
+        while (sem_wait(&open_) != 0) {
+        }
+    }
+
+  private:
+    sem_t open_;
+};
+
+/**
+ * Waits until the thread sleeps in hang(): ThreadSanitizer may lose a signal that comes in the
+ * moment in which a thread enters a blocking call.
+ */
+bool waitUntilItHangs(const std::atomic<pid_t>& thread) {
+    return test::waitUntil([&] {
+        long call = -1;
+        std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> call;
+        return thread != 0 && call == SYS_pause;
+    });
+}
+
+bool isGone(pid_t thread) {
+    return access(("/proc/self/task/" + std::to_string(thread)).c_str(), F_OK) != 0;
+}
+
+TEST(BoundedWorker, AResultInTimeIsHandedOver) {
+    for (const bool result : {true, false}) {
+        BoundedWorker worker([result] { return result; });
+        EXPECT_EQ(worker.wait(kLong), result);
+    }
+}
+
+TEST(BoundedWorker, CallsOnAThreadOfItsOwnWhichHasEndedWhenTheResultIsThere) {
+    pid_t thread = 0;
+    BoundedWorker worker([&] {
+        thread = gettid();
+        return true;
+    });
+    ASSERT_TRUE(worker.wait(kLong));
+    EXPECT_NE(thread, gettid());
+    EXPECT_TRUE(test::waitUntil([&] { return isGone(thread); }));
+}
+
+TEST(BoundedWorker, ACallThatHangsIsUnwoundAndItsThreadEnds) {
+    std::atomic<int> counted{0};
+    std::atomic<pid_t> thread{0};
+    auto held = std::make_shared<Counted>(counted);
+    BoundedWorker worker([&, held] {
+        const Counted onTheStack(counted);
+        thread = gettid();
+        BoundedWorker::mayHang([] { hang(); });
+        return true;
+    });
+    held.reset();
+    ASSERT_TRUE(waitUntilItHangs(thread));
+
+    EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    worker.giveUp();
+
+    EXPECT_TRUE(test::waitUntil([&] { return isGone(thread); }));
+    EXPECT_EQ(counted, 0) << "the stack or the closure was left behind";
+}
+
+TEST(BoundedWorker, WaitsAsLongAsItWasToldTo) {
+    BoundedWorker worker([] {
+        BoundedWorker::mayHang([] { hang(); });
+        return true;
+    });
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(worker.wait(milliseconds(200)), std::nullopt);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(200));
+}
+
+TEST(BoundedWorker, ADestructorGivesUpTheCall) {
+    std::atomic<int> counted{0};
+    {
+        std::atomic<pid_t> thread{0};
+        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+            thread = gettid();
+            BoundedWorker::mayHang([] { hang(); });
+            return true;
+        });
+        EXPECT_TRUE(waitUntilItHangs(thread));
+    }
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+}
+
+TEST(BoundedWorker, TheSignalWaitsUntilOurOwnWorkIsDone) {
+    std::atomic<bool> worked{false};
+    std::atomic<bool> called{false};
+    std::atomic<int> counted{0};
+    Gate givenUp;
+    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+        givenUp.pass();  // returns early if a signal's handler ran
+        worked = true;
+        BoundedWorker::mayHang([&] { called = true; });
+        return true;
+    });
+    EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    worker.giveUp();
+    givenUp.open();
+
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    EXPECT_TRUE(worked);
+    EXPECT_FALSE(called) << "it was given up, and called the service all the same";
+}
+
+TEST(BoundedWorker, ALateResultIsLost) {
+    std::atomic<int> counted{0};
+    Gate givenUp;
+    {
+        BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+            givenUp.pass();
+            return true;
+        });
+        EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    }
+    givenUp.open();  // what it returns to has been destroyed
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+}
+
+TEST(BoundedWorker, ReturningInTheVeryMomentOfBeingGivenUpDoesNoHarm) {
+    // The limit is about what the call takes, so that both are first many times.
+    int returned = 0;
+    int late = 0;
+    const auto before = test::runningThreads();
+    for (int i = 0; i < 400; ++i) {
+        auto value = std::make_shared<std::atomic<int>>(0);
+        BoundedWorker worker([value, i] {
+            BoundedWorker::mayHang([&] { usleep(static_cast<useconds_t>(900 + i % 200)); });
+            ++*value;
+            return true;
+        });
+        if (const auto result = worker.wait(milliseconds(1))) {
+            EXPECT_EQ(*value, 1);
+            ++returned;
+        } else {
+            worker.giveUp();
+            ++late;
+        }
+    }
+    std::cout << returned << " returned, " << late << " were given up\n";
+    EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= before; }));
+}
+
+TEST(BoundedWorker, ThreadsThatAreNoWorkersSurviveTheSignal) {
+    BoundedWorker worker([] { return true; });
+    ASSERT_TRUE(worker.wait(kLong));
+    EXPECT_EQ(pthread_kill(pthread_self(), SIGALRM), 0);  // would end the process, or this thread
+    BoundedWorker::mayHang([] {});
+    sigset_t now;
+    pthread_sigmask(SIG_BLOCK, nullptr, &now);
+    EXPECT_EQ(sigismember(&now, SIGALRM), 0);
+}
+
+TEST(BoundedWorker, IsEndedAlsoInAProcessThatWasStartedWithTheSignalBlocked) {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &alarm, &before);
+    std::atomic<int> counted{0};
+    {
+        std::atomic<pid_t> thread{0};
+        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+            thread = gettid();
+            BoundedWorker::mayHang([] { hang(); });
+            return true;
+        });
+        EXPECT_TRUE(waitUntilItHangs(thread));
+        EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    }
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    sigset_t now;
+    pthread_sigmask(SIG_SETMASK, &before, &now);
+    EXPECT_EQ(sigismember(&now, SIGALRM), 1) << "the caller's own mask was changed";
+}
+
+TEST(BoundedWorker, ReplacesAHandlerThatSomebodyElseInstalled) {
+    signal(SIGALRM, SIG_IGN);
+    std::atomic<int> counted{0};
+    {
+        std::atomic<pid_t> thread{0};
+        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+            thread = gettid();
+            BoundedWorker::mayHang([] { hang(); });
+            return true;
+        });
+        EXPECT_TRUE(waitUntilItHangs(thread));
+        EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    }
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+}
+
+TEST(BoundedWorker, AThousandTimeOutsInARowLeaveNothingBehind) {
+    std::atomic<int> counted{0};
+    std::atomic<int> hung{0};
+    constexpr int kBytes = 4096;
+    const auto timeOut = [&] {
+        std::atomic<pid_t> thread{0};
+        BoundedWorker worker(
+            [&, held = std::make_shared<Counted>(counted), memory = std::vector<char>(kBytes)] {
+                std::array<char, kBytes> stack;
+                stack.fill(memory.front());
+                ++hung;
+                thread = gettid();
+                BoundedWorker::mayHang([] { hang(); });
+                return stack.back() == '\0';
+            });
+        ASSERT_TRUE(waitUntilItHangs(thread));
+        EXPECT_EQ(worker.wait(kShort), std::nullopt);
+        worker.giveUp();
+    };
+    for (int i = 0; i < 50; ++i) {  // the first threads leave stacks and arenas to be used again
+        timeOut();
+    }
+    // A sanitizer may have a thread of its own.
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0 && test::runningThreads() <= 2; }));
+    const int threads = test::runningThreads();
+    const int descriptors = test::openDescriptors();
+    const size_t bytes = mallinfo2().uordblks;
+    hung = 0;
+
+    for (int i = 0; i < 1000; ++i) {
+        timeOut();
+    }
+
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; })) << counted;
+    EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= threads; }));
+    const auto grown = static_cast<long>(mallinfo2().uordblks) - static_cast<long>(bytes);
+    std::cout << "after 1000 time-outs, " << hung << " of them inside the call: " << threads
+              << " threads before, " << test::runningThreads() << " now; " << descriptors
+              << " descriptors before, " << test::openDescriptors() << " now; " << grown
+              << " more bytes allocated\n";
+    EXPECT_EQ(test::openDescriptors(), descriptors);
+    // Under a sanitizer these are other allocators' figures, and 0.
+    EXPECT_LT(grown, 64 * 1024) << "one closure in 64 was left behind, or more";
+}
+
+}  // namespace
+
+}  // namespace Ursa::OS::Wifi
