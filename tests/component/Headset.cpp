@@ -71,6 +71,12 @@ void Headset::checkDaemonOutput() {
             ADD_FAILURE() << record["program"] << " printed: " << record.text();
         }
     }
+    // What a sanitizer prints behind a line of the log counts as a part of that.
+    for (const SimRecord& record : sim_.records("log")) {
+        for (const char* report : {"Sanitizer", "runtime error:"}) {
+            EXPECT_FALSE(contains(record.text(), report)) << record.text();
+        }
+    }
     if (!daemonMayEnd_) {
         for (const SimRecord& record : sim_.records("program")) {
             EXPECT_FALSE(contains(record.text(), "the daemon ended") ||

@@ -13,7 +13,8 @@ class ProcessFigures {
     explicit ProcessFigures(pid_t pid);
 
     size_t descriptors() const { return descriptors_; }
-    size_t threads() const { return wakeUps_.size(); }
+    /** Those of the program's own: ThreadSanitizer has one too. */
+    size_t threads() const { return wakeUps_.size() - CORVID_SANITIZER_THREADS; }
     /** Memory of its own that no file backs, in KiB. */
     long anonymousKiB() const { return anonymousKiB_; }
     /** How often each thread, by its id, has gone to sleep of its own accord and been woken. */

@@ -168,20 +168,36 @@ class RealSupplicant : public testing::Test {
         return program.readOutput();
     }
 
-    /** Waits for the atom that is the `count`th of this name; the file's lines end there. */
+    /** Waits for the atom that is the `count`th of this name; its line. */
     std::string atom(const std::string& name, int count) const {
+        return waitForAtom(name, [count](int found, bool) { return found >= count; });
+    }
+    /** Waits until an atom of this name is the last one; its line. */
+    std::string lastAtom(const std::string& name) const {
+        return waitForAtom(name, [](int, bool last) { return last; });
+    }
+
+    /** `enough` is told how many atoms of that name there are, and whether one is the last. */
+    template <typename Enough>
+    std::string waitForAtom(const std::string& name, Enough enough) const {
         const auto deadline = std::chrono::steady_clock::now() + component::kPatience;
         do {
             std::ifstream in(folder.file("data/misc/stats/atoms.jsonl"));
             int found = 0;
+            bool isLast = false;
+            std::string atom;
             for (std::string line; std::getline(in, line);) {
-                if (line.find("\"" + name + "\"") != std::string::npos && ++found == count) {
-                    return line;
-                }
+                isLast = line.find("\"" + name + "\"") != std::string::npos;
+                found += isLast ? 1 : 0;
+                atom = isLast ? line : atom;
+            }
+            if (enough(found, isLast)) {
+                return atom;
             }
             std::this_thread::sleep_for(10ms);
         } while (std::chrono::steady_clock::now() < deadline);
-        return "none";
+        ADD_FAILURE() << "there are too few " << name;
+        return "";
     }
 
     const test::TempFolder folder;
@@ -210,7 +226,7 @@ TEST_F(RealSupplicant, ThatComesLaterIsFoundAndItsLinkFollowed) {
     readLogUpTo("WpaClient: Wpa socket for STA (wlan0) is created");
     readLogUpTo(connected);
     readLogUpTo(kStaConnected);
-    EXPECT_THAT(atom("WIFI_STA_CONNECTED", 1), HasSubstr(kNoSignal));
+    EXPECT_THAT(lastAtom("WIFI_STA_CONNECTED"), HasSubstr(kNoSignal));
     EXPECT_THAT(client({"dump"}), AllOf(HasSubstr("StaManager: Enabled\n\tSTA frequency: -1\n"
                                                   "\tSTA rssi: -1\n\tSTA bandwidth: unknown\n"),
                                         HasSubstr("\tStaManager.onStaConnected: "),
@@ -218,12 +234,11 @@ TEST_F(RealSupplicant, ThatComesLaterIsFoundAndItsLinkFollowed) {
 
     tellSupplicant("disconnect");
     readLogUpTo(kStaDisconnected);
-    // The first atom tells that there was no link at the daemon's start.
-    EXPECT_THAT(atom("WIFI_STA_DISCONNECTED", 2), HasSubstr(kNoSignal));
+    EXPECT_THAT(lastAtom("WIFI_STA_DISCONNECTED"), HasSubstr(kNoSignal));
 
     tellSupplicant("reconnect");
     readLogUpTo(kStaConnected);
-    EXPECT_THAT(atom("WIFI_STA_CONNECTED", 2), HasSubstr(kNoSignal));
+    EXPECT_THAT(lastAtom("WIFI_STA_CONNECTED"), HasSubstr(kNoSignal));
 }
 
 TEST_F(RealSupplicant, ThatTerminatesIsLeftAndFoundAgain) {
@@ -253,7 +268,7 @@ TEST_F(RealSupplicant, ThatTerminatesIsLeftAndFoundAgain) {
     startSupplicant();
     readLogUpTo(connected);
     readLogUpTo(kStaConnected);
-    EXPECT_THAT(atom("WIFI_STA_CONNECTED", 1), HasSubstr(kNoSignal));
+    EXPECT_THAT(lastAtom("WIFI_STA_CONNECTED"), HasSubstr(kNoSignal));
 }
 
 TEST_F(RealSupplicant, ThatIsKilledIsFoundAgainWhenItRestarts) {
