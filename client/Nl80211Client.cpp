@@ -252,8 +252,15 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
     if (request.message == nullptr) {
         return nullptr;
     }
-    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &slot);
-    if (sendMsg_(request) != 0) {
+    InterfaceSlot found = {slot.prefix, {}};
+    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &found);
+    const int result = sendMsg_(request);
+    // A caller on another thread may be reading the name that it was given: only a change is
+    // written, and only the last one of the dump.
+    if (found.name[0] != '\0' && strcmp(found.name, slot.name) != 0) {
+        memcpy(slot.name, found.name, sizeof(slot.name));
+    }
+    if (result != 0) {
         return nullptr;
     }
     // A P2P name stays in its slot when its interface has gone (see the header). A slot that never
@@ -464,11 +471,7 @@ int Nl80211Client::findIfaceHandler(nl_msg* message, void* arg) {
         return NL_SKIP;
     }
     const std::string_view kept = name.substr(0, sizeof(slot->name) - 1);
-    // A caller on another thread may be reading the name that it was given: an unchanged one is not
-    // written again.
-    if (kept != slot->name) {
-        *std::copy(kept.begin(), kept.end(), slot->name) = '\0';
-    }
+    *std::copy(kept.begin(), kept.end(), slot->name) = '\0';
     return NL_SKIP;
 }
 

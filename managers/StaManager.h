@@ -49,7 +49,8 @@ class StaManager : public FeatureManager {
 
     /**
      * Fed with each successful poll, on the worker's thread: 5 s after the connection and every 5 s
-     * from then on. A subscriber's registration ends before this manager does.
+     * from then on. A subscriber's registration ends before this manager does, and it never waits
+     * for the listener thread or the link's next event: those wait for the worker.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staConnectedCallbacks;
 
