@@ -11,7 +11,7 @@ usage: ./run.sh [OPTION ...] [SCENARIO]
 
 Installs what is missing, builds, and plays SCENARIO (a file, or the name of one in sim/scenarios)
 on the simulated headset with the real daemon: what comes in, what the daemon does, and its dump at
-the end. Without SCENARIO it plays first-steps, half a minute long.
+the end. Without SCENARIO it plays power-walk, a minute long.
 
   --list        show the scenarios
   --help
@@ -50,7 +50,7 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-: "${scenario:=first-steps}"
+: "${scenario:=power-walk}"
 case $scenario in /*) file=$scenario ;; *) file=$called_from/$scenario ;; esac
 [ -f "$file" ] || file=$scenario
 [ -f "$file" ] || file=sim/scenarios/$scenario.scn
