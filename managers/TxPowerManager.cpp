@@ -112,7 +112,7 @@ bool TxPowerManager::updateTxPowerConfig(bool allowed) {
 
 void TxPowerManager::setP2pInfo(P2pInfo&& info) {
     if (const auto p2pManager = client_->compositionRoot()->p2pManager()) {
-        p2pManager->setP2pInfo(std::move(info));
+        p2pManager->setP2pInfo(P2pInfo(info));  // nothing to move in two numbers
     }
 }
 
