@@ -70,9 +70,9 @@ bool DevParamsManager::setDevParams(ParamConfigType type) {
     return false;
 }
 
-bool DevParamsManager::sendCommandSetAcConfig(std::string ifname, unsigned ac, unsigned ampduLimit,
-                                              unsigned amsduLimit, unsigned retryLimit,
-                                              unsigned ppduDurUs) {
+bool DevParamsManager::sendCommandSetAcConfig(const std::string& ifname, unsigned ac,
+                                              unsigned ampduLimit, unsigned amsduLimit,
+                                              unsigned retryLimit, unsigned ppduDurUs) {
     // The two blanks before the 0 are what the driver is sent.
     const std::string command =
         "DRIVER SET_AC_CONFIG " + std::to_string(ac) + " 1 " + std::to_string(ampduLimit) +

@@ -33,7 +33,7 @@ class DevParamsManager : public FeatureManager {
     bool setDevParams(ParamConfigType type);
 
     /** One access category (0 to 3). Returns whether the supplicant took the command. */
-    bool sendCommandSetAcConfig(std::string ifname, unsigned ac, unsigned ampduLimit,
+    bool sendCommandSetAcConfig(const std::string& ifname, unsigned ac, unsigned ampduLimit,
                                 unsigned amsduLimit, unsigned retryLimit, unsigned ppduDurUs);
 
     /** Sends 0 only; for any other value it returns false and sends nothing. */

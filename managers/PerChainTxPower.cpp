@@ -59,7 +59,7 @@ bool PerChainTxPower::setSingleChainLimit_(unsigned dbm, int chain) {
     return client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
 }
 
-std::string PerChainTxPower::dump(std::string prefix) const {
+std::string PerChainTxPower::dump(const std::string& prefix) const {
     return prefix + "PerChainTxPower: enabled\n" +                                          //
            prefix + "  kLowRssiBoundLower: " + std::to_string(kLowRssiBoundLower) + "\n" +  //
            prefix + "  kLowRssiBoundUpper: " + std::to_string(kLowRssiBoundUpper) + "\n" +  //

@@ -38,7 +38,7 @@ class PerChainTxPower {
     void update(int rssi, int freq);
 
     /** The state as text, `prefix` before each line. */
-    std::string dump(std::string prefix) const;
+    std::string dump(const std::string& prefix) const;
 
   private:
     bool setSingleChainLimit_(unsigned dbm, int chain);
