@@ -297,14 +297,22 @@ TEST_F(MipiClockManagerTest, CamerasThatHangHoldUpNoSupplicantEvent) {
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
 }
 
-TEST_F(MipiClockManagerTest, DestructionWaitsForTheEventThatItHandles) {
-    start(kHangs);
+TEST_F(MipiClockManagerTest, DestructionWaitsForTheAttemptUnderWayAndNoOther) {
+    const auto stats = test::startRecordingStats();
+    start(seconds(2));
     steer("camera.notify", "hang");
     sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
     coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
+    coex().signalEvent(CoexEventType::WIFI_STA_CHANNEL_SWITCH, "freq=5180 ifname=wlan0 width=80");
     ASSERT_TRUE(log_.waitFor("MipiClockManager: (1/5) notify new clock:1"));
     manager_.reset();
-    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: CameraProvider: no response"), 1U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "MipiClockManager: (2/5) notify new clock:1"), 0U);
+    // Neither taken nor refused five times.
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 0U);
+    settle();
+    EXPECT_THAT(stats->reports(), IsEmpty());
+    EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "MipiClockManager: (1/5) notify new clock:0"), 0U);
 }
 
 TEST_F(MipiClockManagerTest, WithoutADispatcherItIsIdle) {
