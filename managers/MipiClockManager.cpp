@@ -160,6 +160,9 @@ bool MipiClockManager::notifySensorService_(int32_t clock) {
         }
         return notifyCameraProvider_(clock);
     });
+    if (!worker.isStarted()) {
+        return false;
+    }
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("CameraProvider: no response");

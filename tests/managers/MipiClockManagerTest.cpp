@@ -1,6 +1,7 @@
 #include "managers/MipiClockManager.h"
 #include "tests/managers/CoexScene.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/NoNewThreads.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -295,6 +296,24 @@ TEST_F(MipiClockManagerTest, CamerasThatHangHoldUpNoSupplicantEvent) {
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 0U);
     settle();
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
+}
+
+TEST_F(MipiClockManagerTest, WithoutAThreadToBeHadItTriesFiveTimesAndTheNextEventTriesAgain) {
+    start();
+    sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
+    {
+        const test::NoNewThreads limit;
+        coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
+        ASSERT_TRUE(log_.waitFor("MipiClockManager: notification failed 5 times"));
+        settle();
+    }
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
+                         "BoundedWorker: Failed to start a thread: Resource temporarily "
+                         "unavailable"),
+              5U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: CameraProvider: no response"), 0U);
+    stationConnected(5745);
+    EXPECT_EQ(clocks(), "worldTracking 1\n");
 }
 
 TEST_F(MipiClockManagerTest, DestructionWaitsForTheAttemptUnderWayAndNoOther) {
