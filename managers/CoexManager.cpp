@@ -1,6 +1,5 @@
 #include "managers/CoexManager.h"
 
-#include <exception>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
@@ -87,16 +86,8 @@ void CoexManager::processEvent() {
     }
     for (const CoexEvent& event : events) {
         WIFI_LOGD("Process event %s (%d)", toString(event.type), static_cast<int>(event.type));
-        const auto map = findCallbackMap_(event.type);
-        if (map == nullptr) {
-            continue;
-        }
-        try {
+        if (const auto map = findCallbackMap_(event.type)) {
             map->trigger(event);
-        } catch (const std::exception& error) {
-            // A subscriber's defect must not end the thread that every other one lives on.
-            WIFI_LOGE("A subscriber of type %d failed: %s", static_cast<int>(event.type),
-                      error.what());
         }
     }
 }

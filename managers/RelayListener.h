@@ -18,26 +18,18 @@ class RelayListener {
   public:
     using Function = std::function<void(Args...)>;
 
-    /**
-     * Stores a copy. Returns false when one is stored already, without waiting for the mutex if it
-     * was there before. An empty function is none.
-     */
+    /** Stores a copy. Returns false, without waiting for the mutex, when one is stored already. */
     bool link(const Function& function) {
-        if (linked_) {
+        if (linked_.exchange(true)) {
             return false;
         }
-        const auto stored = function_.lock();
-        if (*stored != nullptr) {  // another thread was faster
-            return false;
-        }
-        *stored = function;
-        linked_ = function != nullptr;
+        *function_.lock() = function;
         return true;
     }
 
     void unlink() {
-        const auto stored = function_.lock();
-        *stored = nullptr;
+        const auto function = function_.lock();
+        *function = nullptr;
         linked_ = false;
     }
 
@@ -48,7 +40,7 @@ class RelayListener {
     ValueMutator<Function, std::recursive_mutex> lock() { return function_.lock(); }
 
   private:
-    std::atomic<bool> linked_{false};  ///< whether function_ is; written under its mutex
+    std::atomic<bool> linked_{false};
     ValueMutexBase<Function, std::recursive_mutex> function_;
 };
 

@@ -1,6 +1,5 @@
 #include "managers/StaManager.h"
 
-#include <system_error>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
@@ -105,12 +104,7 @@ void StaManager::startWorker_() {
     stopWorker_();
     notifyDisconnected_();
     running_ = true;
-    try {
-        worker_ = std::thread([this] { workerThread_(); });
-    } catch (const std::system_error& error) {
-        running_ = false;
-        WIFI_LOGE("Failed to start the worker: %s", error.what());
-    }
+    worker_ = std::thread([this] { workerThread_(); });
 }
 
 void StaManager::stopWorker_() {

@@ -1,0 +1,285 @@
+# The words that cases are written in, for busybox's shell. A case runs the unmodified daemon beside
+# the real supplicant (radio 0: wlan0 and p2p0) and, as far as it asks for them, a real access point
+# (radio 1: wlan1) and a P2P peer (radio 2: wlan2).
+#
+# Logs are in /lab/log/NAME.log and are named here without folder and ending:
+#   daemon      the daemon's log lines
+#   sta, p2p    the supplicant's events on wlan0 and p2p0, as any control client gets them
+#   driver      the private commands that reached the driver, with their answers
+#   monitor     what a registered client of the service was called back with
+#   supplicant, access-point, peer, statistics   those programs' own output
+
+sockets=/data/vendor/wifi/wpa/sockets
+atoms=/data/misc/stats/atoms.jsonl
+controllers=/data/vendor/sensors/controller_blocklist
+cameras=/data/vendor/sensors/camera_clock
+access_point_address=02:00:00:00:01:00
+pass=correct-horse
+# How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
+patience=30
+
+mkdir -p $sockets /lab/etc /dev/__properties__ /dev/hwbinder
+# On the device the folder belongs to init and stays. Debian's supplicant removes it where it can:
+# when it is empty.
+touch $sockets/.keep
+
+# --- telling ---
+
+step() { echo "# $(cut -d' ' -f1 /proc/uptime) $*"; }
+
+fail() {
+    echo "not ok $case: $*"
+    exit 1
+}
+
+finish() {
+    echo "ok $case"
+    exit 0
+}
+
+# --- comparing ---
+
+log_of() { echo "/lab/log/$1.log"; }
+
+# Each log has a place up to which it was read. expect LOG TEXT: waits for a line with this text
+# behind it and reads on up to that line, so that one expect after the other asserts an order.
+# $line is the line.
+expect() {
+    local file deadline found start
+    file=$(log_of "$1")
+    deadline=$(($(date +%s) + patience))
+    eval "start=\${read_$1:-0}"
+    while :; do
+        found=$(tail -n "+$((start + 1))" "$file" 2>/dev/null | grep -nFm1 -e "$2")
+        [ -z "$found" ] || break
+        [ "$(date +%s)" -lt $deadline ] || fail "no line '$2' in $1 behind line $start:
+$(tail -n "+$((start + 1))" "$file" | tail -n 30)"
+        usleep 50000
+    done
+    eval "read_$1=$((start + ${found%%:*}))"
+    line=${found#*:}
+}
+
+# expect_next LOG TEXT: the very next line has the text.
+expect_next() {
+    local before
+    eval "before=\${read_$1:-0}"
+    expect "$1" "$2"
+    eval "[ \$read_$1 -eq $((before + 1)) ]" ||
+        fail "other lines in $1 before '$2':
+$(tail -n "+$((before + 1))" "$(log_of "$1")" | head -n 10)"
+}
+
+# never LOG TEXT: no line has it behind the place that was read.
+never() {
+    local start
+    eval "start=\${read_$1:-0}"
+    ! tail -n "+$((start + 1))" "$(log_of "$1")" | grep -F -e "$2" || fail "'$2' in $1"
+}
+
+# forget LOG ...: what is in it so far does not matter.
+forget() {
+    local log
+    for log in "$@"; do
+        eval "read_$log=$(wc -l <"$(log_of "$log")")"
+    done
+}
+
+# same WHAT IS EXPECTED
+same() { [ "$2" = "$3" ] || fail "$1 is '$2' instead of '$3'"; }
+
+# has WHAT TEXT PART
+has() {
+    case $2 in
+        *"$3"*) ;;
+        *) fail "$1 has no '$3': $2" ;;
+    esac
+}
+
+# until COMMAND ...: waits until it succeeds.
+until_true() {
+    local deadline
+    deadline=$(($(date +%s) + patience))
+    until "$@" >/dev/null 2>&1; do
+        [ "$(date +%s)" -lt $deadline ] || fail "never true: $*"
+        usleep 50000
+    done
+}
+
+# --- the headset ---
+
+# property NAME VALUE, without the "persist.vendor.wifi." before it
+property() {
+    echo "$2" >"/dev/__properties__/.new"
+    mv "/dev/__properties__/.new" "/dev/__properties__/persist.vendor.wifi.$1"
+}
+
+# background LOG COMMAND ...: its output goes to the log. $pid is its process.
+background() {
+    local log
+    log=$(log_of "$1")
+    shift
+    "$@" >>"$log" 2>&1 </dev/null &
+    pid=$!
+}
+
+start_daemon() {
+    if [ ! -e "$(log_of statistics)" ]; then
+        background statistics corvid-statsd
+        expect statistics ready
+    fi
+    ANDROID_LOG_TAGS="*:D" background daemon vendor.corvid.hardware.wifi@1.0-service
+    daemon=$pid
+    until_true corvid-wifi call getP2pInfo
+}
+
+# A client of the service, from now on.
+start_monitor() {
+    background monitor corvid-wifi monitor
+    monitor=$pid
+    expect monitor '{"event":"registered"}'
+}
+
+call() { corvid-wifi call "$@" || true; }
+dump() { corvid-wifi dump; }
+
+# still_runs: the daemon is the process that it was.
+still_runs() { kill -0 "$daemon" 2>/dev/null || fail "the daemon has ended"; }
+
+# --- the supplicant ---
+
+# start_supplicant: with p2p0 on the same radio, on which P2P groups run themselves, as on the
+# headset.
+start_supplicant() {
+    [ -e /sys/class/net/p2p0 ] || iw phy phy0 interface add p2p0 type managed addr 02:00:00:00:00:01
+    cat >/lab/etc/wlan0.conf <<END
+ctrl_interface=$sockets
+update_config=1
+country=US
+p2p_disabled=1
+END
+    cat >/lab/etc/p2p0.conf <<END
+ctrl_interface=$sockets
+country=US
+device_name=headset
+device_type=1-0050F204-1
+config_methods=virtual_push_button
+p2p_no_group_iface=1
+p2p_go_intent=15
+END
+    LAB_DRIVER_LOG=$(log_of driver) LAB_DRIVER_ANSWERS=/lab/etc/driver-answers \
+        LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant wpa_supplicant -t -D nl80211 \
+        -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
+    supplicant=$pid
+    touch "$(log_of driver)"
+    followers=
+    follow sta wlan0
+    follow p2p p2p0
+}
+
+# follow LOG INTERFACE: the events of its control socket, from now on.
+follow() {
+    background "$1" lab-events "$sockets/$2"
+    followers="$followers $pid"
+    expect "$1" attached
+}
+
+# wpa INTERFACE COMMAND ...
+wpa() {
+    local interface=$1
+    shift
+    wpa_cli -p $sockets -i "$interface" "$@"
+}
+
+terminate_supplicant() {
+    wpa wlan0 terminate >/dev/null
+    wait "$supplicant"
+}
+
+kill_supplicant() {
+    # shellcheck disable=SC2086  # one word per process
+    kill -9 "$supplicant" $followers
+    wait "$supplicant" 2>/dev/null
+}
+
+# connect [PASS]: to the access point.
+connect() {
+    wpa wlan0 remove_network all >/dev/null
+    same "the new network" "$(wpa wlan0 add_network)" 0
+    wpa wlan0 set_network 0 ssid '"lab"' >/dev/null
+    wpa wlan0 set_network 0 psk "\"${1:-$pass}\"" >/dev/null
+    wpa wlan0 set_network 0 scan_freq "${frequency:-5180}" >/dev/null
+    wpa wlan0 select_network 0 >/dev/null
+}
+
+status_of() { wpa "$1" status | sed -n "s/^$2=//p"; }
+
+# --- the access point ---
+
+# start_access_point [FREQUENCY [WIDTH]]: MHz both; the station will find it there.
+start_access_point() {
+    frequency=${1:-5180}
+    local width=${2:-80} channel mode=a more=
+    if [ "$frequency" -lt 5000 ]; then
+        channel=$(((frequency - 2407) / 5))
+        mode=g
+    else
+        channel=$(((frequency - 5000) / 5))
+    fi
+    # The channel is the lowest of its block.
+    case $width in
+        20) more= ;;
+        40) more="ht_capab=[HT40+]" ;;
+        80) more="ht_capab=[HT40+]
+ieee80211ac=1
+vht_oper_chwidth=1
+vht_oper_centr_freq_seg0_idx=$((channel + 6))" ;;
+        160) more="ht_capab=[HT40+]
+vht_capab=[VHT160]
+ieee80211ac=1
+vht_oper_chwidth=2
+vht_oper_centr_freq_seg0_idx=$((channel + 14))" ;;
+    esac
+    cat >/lab/etc/access-point.conf <<END
+interface=wlan1
+driver=nl80211
+ctrl_interface=/tmp/access-point
+ssid=lab
+country_code=US
+hw_mode=$mode
+channel=$channel
+ieee80211n=1
+wpa=2
+wpa_key_mgmt=WPA-PSK
+rsn_pairwise=CCMP
+wpa_passphrase=$pass
+$more
+$access_point_options
+END
+    background access-point hostapd -t /lab/etc/access-point.conf
+    access_point=$pid
+    until_true access_point_enabled
+}
+
+access_point_enabled() { hostapd_cli -p /tmp/access-point status | grep -q '^state=ENABLED'; }
+
+stop_access_point() {
+    kill "${1:--TERM}" "$access_point"
+    wait "$access_point" 2>/dev/null
+}
+
+# traffic: until the station's radio has settled for a rate.
+traffic() { lab-traffic wlan0 $access_point_address "${1:-500}"; }
+
+# signal DBM: what the station hears of the access point; from -100 to -1.
+signal() {
+    iw dev wlan1 set txpower fixed 0
+    # The kernel's parser takes no sign.
+    printf '0x%x' "$1" >/sys/kernel/debug/ieee80211/phy1/hwsim/rx_rssi
+}
+
+# connected [FREQUENCY]: the station is, and the daemon knows.
+expect_connected() {
+    expect sta "CTRL-EVENT-CONNECTED"
+    expect daemon "StaManager: STA event(CONNECTED)"
+}

@@ -1,0 +1,118 @@
+/*
+ * Gives an unmodified wpa_supplicant a vendor driver's private commands: loaded into it by
+ * LD_PRELOAD, this answers the "DRIVER ..." requests of its control sockets, which Debian's
+ * supplicant would call unknown, and records them. Everything else passes.
+ *
+ * Each request is a line in the file that LAB_DRIVER_LOG names:
+ *     wlan0 SET_TXPOWER 9 -> OK
+ * The answer is OK, except to commands that begin like a line's first word in the file that
+ * LAB_DRIVER_ANSWERS names (it may come and go); such a line is "COMMAND ANSWER", for example
+ * "SET_TXPOWER FAIL". "SET_TXPOWER dBm" really sets the interface's transmit power.
+ */
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+enum { COMMAND_SIZE = 4096, ANSWER_SIZE = 64 };
+
+static const char PREFIX[] = "DRIVER ";
+
+/* The interface is the name of the socket's file. */
+static int interface_of(int fd, char* name, size_t size) {
+    struct sockaddr_un address;
+    socklen_t length = sizeof(address);
+    memset(&address, 0, sizeof(address));
+    if (getsockname(fd, (struct sockaddr*)&address, &length) != 0 ||
+        address.sun_family != AF_UNIX) {
+        return -1;
+    }
+    const char* slash = strrchr(address.sun_path, '/');
+    if (slash == NULL) {
+        return -1;
+    }
+    snprintf(name, size, "%s", slash + 1);
+    return 0;
+}
+
+/* What the file of answers says to this command; 0 when it says nothing. */
+static int find_answer(const char* command, char* answer) {
+    const char* path = getenv("LAB_DRIVER_ANSWERS");
+    FILE* file = path != NULL ? fopen(path, "re") : NULL;
+    char word[COMMAND_SIZE];
+    int found = 0;
+    while (file != NULL && !found && fscanf(file, "%4095s %63[^\n]", word, answer) == 2) {
+        found = strncmp(command, word, strlen(word)) == 0;
+    }
+    if (file != NULL) {
+        fclose(file);
+    }
+    return found;
+}
+
+static const char* set_power(const char* interface, int dbm) {
+    char centi_dbm[16];
+    snprintf(centi_dbm, sizeof(centi_dbm), "%d", dbm * 100);
+    char* arguments[] = {"iw", "dev", (char*)interface, "set", "txpower", "fixed", centi_dbm, NULL};
+    /* Not into the supplicant's own library path. */
+    char* environment[] = {"PATH=/usr/sbin:/usr/bin", NULL};
+    pid_t child;
+    int status = 0;
+    if (posix_spawnp(&child, "iw", NULL, NULL, arguments, environment) != 0 ||
+        waitpid(child, &status, 0) != child || status != 0) {
+        return "FAIL";
+    }
+    return "OK";
+}
+
+static void answer_request(int fd, const char* command, const struct sockaddr* from,
+                           socklen_t length) {
+    char interface[sizeof(((struct sockaddr_un*)0)->sun_path)];
+    char answer[ANSWER_SIZE + 1] = "OK";
+    int dbm;
+    if (interface_of(fd, interface, sizeof(interface)) != 0) {
+        return;
+    }
+    if (!find_answer(command, answer) && sscanf(command, "SET_TXPOWER %d", &dbm) == 1) {
+        snprintf(answer, sizeof(answer), "%s", set_power(interface, dbm));
+    }
+
+    const char* path = getenv("LAB_DRIVER_LOG");
+    FILE* log = path != NULL ? fopen(path, "ae") : NULL;
+    if (log != NULL) {
+        fprintf(log, "%s %s -> %s\n", interface, command, answer);
+        fclose(log);
+    }
+    strcat(answer, "\n");
+    sendto(fd, answer, strlen(answer), 0, from, length);
+}
+
+ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct sockaddr* from,
+                 socklen_t* length) {
+    static ssize_t (*real)(int, void*, size_t, int, struct sockaddr*, socklen_t*);
+    if (real == NULL) {
+        *(void**)&real = dlsym(RTLD_NEXT, "recvfrom");
+    }
+    const ssize_t received = real(fd, buffer, size, flags, from, length);
+    if (received <= (ssize_t)strlen(PREFIX) || received >= COMMAND_SIZE || from == NULL ||
+        from->sa_family != AF_UNIX || memcmp(buffer, PREFIX, strlen(PREFIX)) != 0) {
+        return received;
+    }
+    char command[COMMAND_SIZE];
+    const size_t rest = (size_t)received - strlen(PREFIX);
+    memcpy(command, (const char*)buffer + strlen(PREFIX), rest);
+    command[rest] = '\0';
+    answer_request(fd, command, from, *length);
+    /* To the supplicant, nothing came. */
+    errno = EAGAIN;
+    return -1;
+}
