@@ -38,6 +38,9 @@ using WpaCtrl = std::unique_ptr<wpa_ctrl, WpaCtrlCloser>;
  *        ^                                   |              |
  *        +---- file deleted, one hour in vain, supplicant gone
  *
+ * The hour is that of the pauses between the attempts. What the attempts themselves take comes on
+ * top: nothing while nobody listens, the client library's 10 s each with a supplicant that hangs.
+ *
  * States change on the loop thread only, by tasks posted to it; every subscriber runs there too.
  * Posted tasks and loop callbacks hold the socket weakly, so it may be released on any thread.
  */
@@ -53,7 +56,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
         int64_t fastDelay = 50;           ///< between attempts, at first
         int64_t fastPhase = 5'000;        ///< until this much delay has accumulated
         int64_t slowDelay = 5'000;        ///< between attempts from then on
-        int64_t giveUpAfter = 3'600'000;  ///< accumulated delay at which the socket is given up
+        int64_t giveUpAfter = 3'600'000;  ///< delays that add up to this: the socket is given up
     };
 
     /**

@@ -22,7 +22,8 @@ class PerChainTxPower {
 
     /**
      * Sets the parameters of every instance: the exclusive bounds of the low-signal range (dBm) and
-     * the limits (dBm) of chain 0 and 1 outside and inside of it. Called once, before any update.
+     * the limits (dBm) of chain 0 and 1 outside and inside of it. Called once, before any update,
+     * with the values of TxPowerSettings: a change of their properties needs a restart.
      */
     static void setParameters(int lowRssiLower, int lowRssiUpper, unsigned defaultDbm0,
                               unsigned defaultDbm1, unsigned lowDbm0, unsigned lowDbm1);

@@ -50,8 +50,9 @@ class Poll {
     int addFd(int fd, uint32_t events, Callback callback);
 
     /**
-     * Stops watching `fd`; to be called before it is closed. An unknown descriptor, and one that
-     * was closed first, are logged and tolerated.
+     * Stops watching `fd`; to be called before it is closed. An unknown descriptor is logged and
+     * tolerated. So is one that was closed first, as long as nothing has been opened under its
+     * number since: of another file epoll knows nothing, and the process aborts.
      */
     void removeFd(int fd);
 
