@@ -62,7 +62,7 @@ std::optional<unsigned> parse(const std::string& text) {
     std::optional<type> accessor() {                                   \
         return parse<type>(readProperty("persist.vendor.wifi." name)); \
     }
-CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_)
+CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_)
 #undef CORVID_WIFI_DEFINE_
 
 }  // namespace android::sysprop::CorvidWifiProperties
@@ -73,7 +73,12 @@ namespace Ursa::OS::Wifi::Sysprop {
     type corvid_wifi_##accessor(type defaultValue) {                                      \
         return android::sysprop::CorvidWifiProperties::accessor().value_or(defaultValue); \
     }
-CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_)
+#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name)                                    \
+    type corvid_wifi_##accessor(bool defaultValue) {                                      \
+        return android::sysprop::CorvidWifiProperties::accessor().value_or(defaultValue); \
+    }
+CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_FLAG_)
 #undef CORVID_WIFI_DEFINE_
+#undef CORVID_WIFI_DEFINE_FLAG_
 
 }  // namespace Ursa::OS::Wifi::Sysprop

@@ -18,9 +18,9 @@
 
 #include <optional>
 
-// The one list of properties: P(type, accessor, name behind "persist.vendor.wifi.").
-// The comments give the default that the daemon falls back to.
-#define CORVID_WIFI_PROPERTIES(P)                                                           \
+// The one list of properties: P(type, accessor, name behind "persist.vendor.wifi."), and F for a
+// number whose default is a flag. The comments give the default that the daemon falls back to.
+#define CORVID_WIFI_PROPERTIES(P, F)                                                        \
     /* P2P channel switch by the vendor netlink command; wins over the next: off */         \
     P(bool, cmd_cs_p2p_ecsa, "cmd.cs.p2p.ecsa")                                             \
     /* P2P channel switch by the supplicant's private command: off */                       \
@@ -36,7 +36,7 @@
     /* driver parameters at each station connection: off */                                 \
     P(bool, devparams_enable, "devparams.enable")                                           \
     /* which of them: 0 = access categories and UL MU, 1 = UL MU only: 0 */                 \
-    P(int, devparams_default_config, "devparams.default_config")                            \
+    F(int, devparams_default_config, "devparams.default_config")                            \
     /* PPDU duration offset, microseconds: 0 */                                             \
     P(int, devparams_ppdu_dur_offset_us, "devparams.ppdu_dur_offset_us")                    \
     /* PPDU duration, microseconds: 5484 */                                                 \
@@ -103,7 +103,7 @@
 namespace android::sysprop::CorvidWifiProperties {
 
 #define CORVID_WIFI_DECLARE_(type, accessor, name) std::optional<type> accessor();
-CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_)
+CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_, CORVID_WIFI_DECLARE_)
 #undef CORVID_WIFI_DECLARE_
 
 }  // namespace android::sysprop::CorvidWifiProperties
@@ -112,7 +112,10 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_)
 namespace Ursa::OS::Wifi::Sysprop {
 
 #define CORVID_WIFI_DECLARE_(type, accessor, name) type corvid_wifi_##accessor(type defaultValue);
-CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_)
+#define CORVID_WIFI_DECLARE_FLAG_(type, accessor, name) \
+    type corvid_wifi_##accessor(bool defaultValue);
+CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_, CORVID_WIFI_DECLARE_FLAG_)
 #undef CORVID_WIFI_DECLARE_
+#undef CORVID_WIFI_DECLARE_FLAG_
 
 }  // namespace Ursa::OS::Wifi::Sysprop

@@ -38,22 +38,22 @@ constexpr const char* kTypeName<int> = "int";
 template <>
 constexpr const char* kTypeName<unsigned> = "unsigned";
 
-template <typename T>
-Property property(const char* name, std::optional<T> (*accessor)(), T (*wrapper)(T),
-                  T defaultValue) {
+template <typename T, typename Default>
+Property property(const char* name, std::optional<T> (*accessor)(), T (*wrapper)(Default),
+                  Default defaultValue) {
     return {name, kTypeName<T>,
             [accessor] {
                 const std::optional<T> value = accessor();
                 return value ? std::optional(toText(*value)) : std::nullopt;
             },
             [wrapper, defaultValue] { return toText(wrapper(defaultValue)); },
-            toText(defaultValue)};
+            toText(static_cast<T>(defaultValue))};
 }
 
 #define PROPERTY(name, accessor, defaultValue) \
     property(name, props::accessor, corvid_wifi_##accessor, defaultValue)
 
-/** Every property there is, with its type (that of the default) and the default in use. */
+/** Every property there is, and the default in use, of the type in which the wrapper takes it. */
 const std::vector<Property> kProperties = {
     PROPERTY("cmd.cs.p2p.ecsa", cmd_cs_p2p_ecsa, false),
     PROPERTY("cmd.cs.p2p.corvid", cmd_cs_p2p_corvid, false),
@@ -62,7 +62,7 @@ const std::vector<Property> kProperties = {
     PROPERTY("cmd.mcc.quota", cmd_mcc_quota, false),
     PROPERTY("cmd.mcc.p2p.increase.bw", cmd_mcc_p2p_increase_bw, false),
     PROPERTY("devparams.enable", devparams_enable, false),
-    PROPERTY("devparams.default_config", devparams_default_config, 0),
+    PROPERTY("devparams.default_config", devparams_default_config, false),
     PROPERTY("devparams.ppdu_dur_offset_us", devparams_ppdu_dur_offset_us, 0),
     PROPERTY("devparams.ppdu_dur_us", devparams_ppdu_dur_us, 5484),
     PROPERTY("devparams.rts_enable", devparams_rts_enable, 1),
