@@ -45,6 +45,11 @@ class CorvidWifiManagerCallback {
         REQUIRES(mutex_);
 
     Callbacks callbacks_ GUARDED_BY(mutex_);
+    /**
+     * Held across linkToDeath and unlinkToDeath too, deliberately: a client that dies while it is
+     * being registered is in the list by the time that onDeath_ looks for it. Both only make an
+     * entry with the runtime and never come back here.
+     */
     Mutex mutex_;
     const ::android::sp<ServiceDeathReceiver> deathReceiver_;
 };
