@@ -352,6 +352,12 @@ void WpaSocket::disconnect_() {
 }
 
 PollAction WpaSocket::onSocketReady_(int /*fd*/, int events) {
+    if (state_ == State::Connecting) {
+        // The attempt has succeeded, and its Connected is posted. What comes ahead of that stays
+        // unread until then: a subscriber could not send a command yet, and a supplicant's end
+        // would stop nothing. The loop comes back here at once, and runs the posted task no later.
+        return PollAction::Continue;
+    }
     constexpr int kErrors = EPOLLERR | EPOLLHUP;
     if ((events & EPOLLIN) != 0) {
         const bool ok = receiveEvent_();

@@ -4,7 +4,10 @@
 
 #include <atomic>
 #include <csignal>
+#include <system_error>
 #include <utility>
+
+#include "os/Log.h"
 
 // ThreadSanitizer gives a function something to clean up; see mayHang_.
 #if defined(__clang__)
@@ -71,18 +74,26 @@ BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_sha
 
     result_ = shared_->promise.get_future();
     const AlarmBlocked blocked;
-    thread_ = std::thread([shared = shared_, call = std::move(call)] {
-        isWorker = true;
-        const bool result = call();
-        if (shared->decide(Shared::Outcome::Returned)) {
-            shared->promise.set_value(result);
-        }
-    });
+    try {
+        thread_ = std::thread([shared = shared_, call = std::move(call)] {
+            isWorker = true;
+            const bool result = call();
+            if (shared->decide(Shared::Outcome::Returned)) {
+                shared->promise.set_value(result);
+            }
+        });
+        isStarted_ = true;
+    } catch (const std::system_error& error) {
+        WIFI_LOGE("Failed to start a thread: %s", error.what());
+    }
 }
 
 BoundedWorker::~BoundedWorker() { giveUp(); }
 
 std::optional<bool> BoundedWorker::wait(std::chrono::milliseconds limit) {
+    if (!isStarted_) {
+        return std::nullopt;
+    }
     // The call may return in the very moment in which the time is over: that still counts.
     if (result_.wait_for(limit) != std::future_status::ready &&
         shared_->decide(Shared::Outcome::GivenUp)) {

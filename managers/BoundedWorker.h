@@ -19,6 +19,9 @@ namespace Ursa::OS::Wifi {
  *         state->done = done;
  *         return done;
  *     });
+ *     if (!worker.isStarted()) {
+ *         return false;
+ *     }
  *     const std::optional<bool> result = worker.wait(std::chrono::seconds(1));
  *     if (!result) {
  *         WIFI_LOGE("no response");
@@ -50,8 +53,11 @@ namespace Ursa::OS::Wifi {
  */
 class BoundedWorker {
   public:
-    /** Starts the thread. Throws std::system_error when there is none to be had. */
+    /** Starts the thread. When there is none to be had, an error line says so, and that is all. */
     explicit BoundedWorker(std::function<bool()> call);
+
+    /** Whether the thread could be started: without one the closure is never called. */
+    bool isStarted() const { return isStarted_; }
 
     /** Gives up a worker that nobody has waited for to the end. */
     ~BoundedWorker();
@@ -61,7 +67,7 @@ class BoundedWorker {
 
     /**
      * Once: the closure's result, or nothing when it has not returned within `limit`, in which case
-     * it will be given up.
+     * it will be given up. Nothing, at once, when there is no thread.
      */
     std::optional<bool> wait(std::chrono::milliseconds limit);
 
@@ -87,6 +93,7 @@ class BoundedWorker {
     std::shared_ptr<Shared> shared_;
     std::future<bool> result_;
     std::thread thread_;
+    bool isStarted_ = false;
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -1,5 +1,6 @@
 #include "managers/CoexManager.h"
 
+#include <exception>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
@@ -86,8 +87,16 @@ void CoexManager::processEvent() {
     }
     for (const CoexEvent& event : events) {
         WIFI_LOGD("Process event %s (%d)", toString(event.type), static_cast<int>(event.type));
-        if (const auto map = findCallbackMap_(event.type)) {
+        const auto map = findCallbackMap_(event.type);
+        if (map == nullptr) {
+            continue;
+        }
+        try {
             map->trigger(event);
+        } catch (const std::exception& error) {
+            // A subscriber's defect must not end the thread that every other one lives on.
+            WIFI_LOGE("A subscriber of type %d failed: %s", static_cast<int>(event.type),
+                      error.what());
         }
     }
 }

@@ -192,6 +192,9 @@ bool FrequencyBlockManager::updateFrequencyBlock_() {
         }
         return setFrequencyBlockByChannel_(*shared, index);
     });
+    if (!worker.isStarted()) {
+        return false;  // the next event tries again, as after a time-out
+    }
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("ControllerProvider: no response");

@@ -69,7 +69,7 @@ MipiClockManager::MipiClockManager(std::shared_ptr<CorvidWifiClient> client,
     setCoexActionCallback_();
 }
 
-MipiClockManager::~MipiClockManager() = default;
+MipiClockManager::~MipiClockManager() { ending_ = true; }
 
 void MipiClockManager::setCoexActionCallback_() {
     setCoexWifiStaActionPackages_();
@@ -137,6 +137,9 @@ bool MipiClockManager::notifyListener_(int32_t newClock) {
     const int32_t clock = newClock == kSameClock ? clock_.load() : newClock;
     bool accepted = false;
     for (int attempt = 1; attempt <= kMaxAttempts && !accepted; ++attempt) {
+        if (ending_) {
+            return false;  // neither taken nor refused: there is nothing to report
+        }
         WIFI_LOGD("(%d/%d) notify new clock:%d", attempt, kMaxAttempts, clock);
         accepted = notifySensorService_(clock);
     }
@@ -157,6 +160,9 @@ bool MipiClockManager::notifySensorService_(int32_t clock) {
         }
         return notifyCameraProvider_(clock);
     });
+    if (!worker.isStarted()) {
+        return false;
+    }
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("CameraProvider: no response");

@@ -29,6 +29,7 @@ class MipiClockManager : public FeatureManager {
     /** `limit` is the longest that one call is waited for; tests shorten it. */
     explicit MipiClockManager(std::shared_ptr<CorvidWifiClient> client,
                               std::chrono::milliseconds limit = std::chrono::seconds(2));
+    /** Waits for the attempt under way, so `limit` at most, and lets no other begin. */
     ~MipiClockManager() override;
 
     bool dumpInfo(std::string& out) override;
@@ -50,6 +51,7 @@ class MipiClockManager : public FeatureManager {
     const std::chrono::milliseconds limit_;
     /** What the camera service last accepted; -1 at first. Written on the dispatcher only. */
     std::atomic<int32_t> clock_{-1};
+    std::atomic<bool> ending_{false};
     std::vector<CoexActionPackage> packages_;  ///< last: no action runs once it has gone
 };
 

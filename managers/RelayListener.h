@@ -18,18 +18,26 @@ class RelayListener {
   public:
     using Function = std::function<void(Args...)>;
 
-    /** Stores a copy. Returns false, without waiting for the mutex, when one is stored already. */
+    /**
+     * Stores a copy. Returns false when one is stored already, without waiting for the mutex if it
+     * was there before. An empty function is none.
+     */
     bool link(const Function& function) {
-        if (linked_.exchange(true)) {
+        if (linked_) {
             return false;
         }
-        *function_.lock() = function;
+        const auto stored = function_.lock();
+        if (*stored != nullptr) {  // another thread was faster
+            return false;
+        }
+        *stored = function;
+        linked_ = function != nullptr;
         return true;
     }
 
     void unlink() {
-        const auto function = function_.lock();
-        *function = nullptr;
+        const auto stored = function_.lock();
+        *stored = nullptr;
         linked_ = false;
     }
 
@@ -40,7 +48,7 @@ class RelayListener {
     ValueMutator<Function, std::recursive_mutex> lock() { return function_.lock(); }
 
   private:
-    std::atomic<bool> linked_{false};
+    std::atomic<bool> linked_{false};  ///< whether function_ is; written under its mutex
     ValueMutexBase<Function, std::recursive_mutex> function_;
 };
 

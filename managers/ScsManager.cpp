@@ -1,5 +1,6 @@
 #include "managers/ScsManager.h"
 
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -249,6 +250,10 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
 bool ScsManager::sendRequestFrameToDriver(const requestFrame& frame) {
     if (frame.size == gsl::dynamic_extent) {
         endForSizeOfNoSpan();
+    }
+    if (frame.size > requestFrame::kMaxSize) {
+        WIFI_LOGE("A frame of %" PRIu64 " bytes is too long.", frame.size);
+        return false;
     }
     Nl80211GenericCmdInfo info;
     info.interfaceType = NetInterfaceType::STA;

@@ -64,8 +64,9 @@ class ScsManager : public FeatureManager {
     bool constructRequestFrameV4(ScsProfile* profile, requestFrame& frame);
 
     /**
-     * Hands the kernel the first `frame.size` bytes, at most requestFrame::kMaxSize. The largest
-     * 64-bit number there is ends the process, with a message on standard error and in the log.
+     * Hands the kernel the first `frame.size` bytes. Returns false when it does not take them, and
+     * for more than requestFrame::kMaxSize. The largest 64-bit number there is ends the process,
+     * with a message on standard error and in the log.
      */
     bool sendRequestFrameToDriver(const requestFrame& frame);
 

@@ -1,5 +1,6 @@
 #include "managers/StaManager.h"
 
+#include <system_error>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
@@ -104,7 +105,12 @@ void StaManager::startWorker_() {
     stopWorker_();
     notifyDisconnected_();
     running_ = true;
-    worker_ = std::thread([this] { workerThread_(); });
+    try {
+        worker_ = std::thread([this] { workerThread_(); });
+    } catch (const std::system_error& error) {
+        running_ = false;
+        WIFI_LOGE("Failed to start the worker: %s", error.what());
+    }
 }
 
 void StaManager::stopWorker_() {

@@ -244,6 +244,72 @@ TEST_F(WpaSocketEvents, TheEndOfAnOldSupplicantThatIsReadLateDoesNotStopTheWayTo
     EXPECT_THAT(log_.messages(ANDROID_LOG_WARN), IsEmpty());
 }
 
+/** An attempt that has succeeded, and whose Connected is still on its way. */
+class WpaSocketAttachedEvents : public WpaSocketEvents {
+  protected:
+    WpaSocketAttachedEvents() {
+        socket_ = makeSocket();
+        socket_->registerEventCallback(Type::WPA_STA_CONNECTED, subscriber_.callback);
+        socket_->onSocketFileCreate(path_);
+        while (Peer::state(*socket_) != State::Connecting) {
+            poll_->poll(0);
+        }
+        EXPECT_TRUE(Peer::setTimer(*socket_, -1));  // the test makes the attempt itself
+        EXPECT_EQ(Peer::connect(*socket_), 0);
+    }
+
+    Subscriber subscriber_;
+};
+
+TEST_F(WpaSocketAttachedEvents, AnEventAheadOfConnectedWaitsSoThatItsSubscriberCanSendCommands) {
+    std::vector<bool> sent;
+    std::function<void(const std::string&)> asking = [&](const std::string&) {
+        std::string reply;
+        sent.push_back(socket_->sendCtrlCmd("SIGNAL_POLL", reply));
+    };
+    socket_->registerEventCallback(Type::WPA_STA_CONNECTED, asking);
+    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
+    ASSERT_EQ(poll_->poll(0), 1);
+    EXPECT_THAT(subscriber_.payloads, IsEmpty());
+    Peer::updateState(*socket_, State::Connected);
+    turn();
+    EXPECT_THAT(subscriber_.payloads, ElementsAre(kConnectedPayload));
+    EXPECT_THAT(sent, ElementsAre(true));
+}
+
+TEST_F(WpaSocketAttachedEvents, ATerminationAheadOfConnectedStopsTheSocketAfterIt) {
+    ASSERT_EQ(supplicant_.sendEvent("<3>CTRL-EVENT-TERMINATING "), 1u);
+    ASSERT_EQ(poll_->poll(0), 1);
+    Peer::updateState(*socket_, State::Connected);
+    turn();
+    EXPECT_EQ(infos("Supplicant exited gracefully"), 1u);
+    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+}
+
+TEST_F(WpaSocketAttachedEvents, AHangUpAheadOfConnectedStopsTheSocketAfterIt) {
+    EXPECT_EQ(Peer::onReady(*socket_, EPOLLHUP), PollAction::Continue);
+    EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), IsEmpty());
+    Peer::updateState(*socket_, State::Connected);
+    EXPECT_EQ(Peer::onReady(*socket_, EPOLLHUP), PollAction::Continue);
+    turn();
+    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+}
+
+TEST_F(WpaSocketEvents, AnEventBehindTheAnswerToAttachTakesTwoTurnsAtMost) {
+    socket_ = makeSocket();
+    Subscriber subscriber;
+    socket_->registerEventCallback(Type::WPA_STA_CONNECTED, subscriber.callback);
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return Peer::monitor(*socket_) != -1; }));
+    ASSERT_EQ(Peer::state(*socket_), State::Connecting);
+    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
+    poll_->poll(0);
+    poll_->poll(0);
+    EXPECT_TRUE(connected());
+    EXPECT_THAT(subscriber.payloads, ElementsAre(kConnectedPayload));
+    EXPECT_EQ(poll_->poll(0), 0);
+}
+
 TEST_F(WpaSocketEvents, AHangUpStopsTheSocket) {
     connectAs(NetInterfaceType::STA);
     supplicant_.resetConnections();

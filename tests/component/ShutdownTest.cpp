@@ -157,6 +157,23 @@ TEST_F(Held, EndsWhileConnectedAndEventsAreInFlight) {
     }
 }
 
+TEST_F(Held, EndsWhileTheSensorLibraryHangs) {
+    Headset headset;
+    headset.playAll({"supplicant start", "property persist.vendor.wifi.mipiclock.enable true",
+                     "property debug.sensors.camera.notify hang"});
+    start(headset);
+    readUpTo("Connected to supplicant socket: " + headset.socketFolder() + "/wlan0");
+    headset.expectConnection("wlan0");
+    headset.play("connect freq=5745");
+    readUpTo("MipiClockManager: (1/5) notify new clock:1");
+    const auto begin = std::chrono::steady_clock::now();
+    const std::string rest = release();
+    // One attempt takes 2 s, and five of them 10.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 8s);
+    EXPECT_THAT(rest, HasSubstr("MipiClockManager: CameraProvider: no response"));
+    EXPECT_THAT(rest, testing::Not(HasSubstr("MipiClockManager: notification failed 5 times")));
+}
+
 TEST_F(Held, EndsWhileTheSupplicantComesAndGoes) {
     Headset headset;
     headset.playAll({"stats start", "supplicant start p2p=p2p0"});

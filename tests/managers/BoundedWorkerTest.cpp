@@ -12,11 +12,15 @@
 #include <string>
 #include <vector>
 
+#include <android/log.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
 #include "managers/BoundedWorker.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/NoNewThreads.h"
 #include "tests/support/WaitUntil.h"
 
 namespace Ursa::OS::Wifi {
@@ -119,6 +123,30 @@ TEST(BoundedWorker, ACallThatHangsIsUnwoundAndItsThreadEnds) {
 
     EXPECT_TRUE(test::waitUntil([&] { return isGone(thread); }));
     EXPECT_EQ(counted, 0) << "the stack or the closure was left behind";
+}
+
+TEST(BoundedWorker, WithoutAThreadToBeHadItHasNoResultAndSaysSo) {
+    const test::LogCapture log;
+    std::atomic<int> counted{0};
+    bool called = false;
+    {
+        const test::NoNewThreads limit;
+        BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+            called = true;
+            return true;
+        });
+        EXPECT_FALSE(worker.isStarted());
+        EXPECT_EQ(worker.wait(kLong), std::nullopt);
+        worker.giveUp();
+    }
+    EXPECT_FALSE(called);
+    EXPECT_EQ(counted, 0);
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
+                testing::ElementsAre("BoundedWorker: Failed to start a thread: Resource "
+                                     "temporarily unavailable"));
+    BoundedWorker worker([] { return true; });
+    EXPECT_TRUE(worker.isStarted());
+    EXPECT_EQ(worker.wait(kLong), true);
 }
 
 TEST(BoundedWorker, WaitsAsLongAsItWasToldTo) {

@@ -323,6 +323,16 @@ TEST_F(CoexManagerTest, AnActionThatWaitsHoldsUpNeitherTheListenerNorWhoSignals)
     EXPECT_THAT(recorder.events(), ElementsAre("0 - ", "1 bssid=02:00 "));
 }
 
+TEST_F(CoexManagerTest, ASubscribersExceptionDoesNotEndTheDispatcher) {
+    Subscriber throwing(coex(), CoexEventType::WIFI_P2P_CONNECTED,
+                        [](const CoexAction& action) { (void)std::stoi(action.data); });
+    Recorder recorder(coex());
+    coex().signalEvent(CoexEventType::WIFI_P2P_CONNECTED, "none");
+    dispatch(CoexEventType::WIFI_STA_CONNECTED, "next");
+    EXPECT_THAT(errors(), ElementsAre("CoexManager: A subscriber of type 3 failed: stoi"));
+    EXPECT_THAT(recorder.events(), ElementsAre("0 next"));
+}
+
 TEST_F(CoexManagerTest, DestructionEndsTheDispatcherFirstWithEventsInFlight) {
     const int descriptors = test::openDescriptors();
     for (int i = 0; i < 20; ++i) {

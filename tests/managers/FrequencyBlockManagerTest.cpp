@@ -4,6 +4,7 @@
 #include "managers/FrequencyBlockManager.h"
 #include "tests/managers/CoexScene.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/NoNewThreads.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -507,6 +508,19 @@ TEST_F(FrequencyBlockManagerTest, AServiceThatHangsIsWaitedForOneSecond) {
     EXPECT_GE(took, seconds(1));
     EXPECT_LT(took, seconds(10));
     EXPECT_THAT(errors(), ElementsAre("FrequencyBlockManager: ControllerProvider: no response"));
+}
+
+TEST_F(FrequencyBlockManagerTest, WithoutAThreadToBeHadTheNextEventTriesAgain) {
+    start();
+    {
+        const test::NoNewThreads limit;
+        stationConnected(2437);
+    }
+    EXPECT_THAT(errors(), ElementsAre("BoundedWorker: Failed to start a thread: Resource "
+                                      "temporarily unavailable"));
+    EXPECT_EQ(blocklist(), "");
+    stationConnected(2437);
+    EXPECT_EQ(blocklist(), "2420 2454\n");
 }
 
 TEST_F(FrequencyBlockManagerTest, TimeOutsInARowLeaveNothingBehind) {

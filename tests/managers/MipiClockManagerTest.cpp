@@ -1,6 +1,7 @@
 #include "managers/MipiClockManager.h"
 #include "tests/managers/CoexScene.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/NoNewThreads.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -297,14 +298,40 @@ TEST_F(MipiClockManagerTest, CamerasThatHangHoldUpNoSupplicantEvent) {
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
 }
 
-TEST_F(MipiClockManagerTest, DestructionWaitsForTheEventThatItHandles) {
-    start(kHangs);
+TEST_F(MipiClockManagerTest, WithoutAThreadToBeHadItTriesFiveTimesAndTheNextEventTriesAgain) {
+    start();
+    sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
+    {
+        const test::NoNewThreads limit;
+        coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
+        ASSERT_TRUE(log_.waitFor("MipiClockManager: notification failed 5 times"));
+        settle();
+    }
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
+                         "BoundedWorker: Failed to start a thread: Resource temporarily "
+                         "unavailable"),
+              5U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: CameraProvider: no response"), 0U);
+    stationConnected(5745);
+    EXPECT_EQ(clocks(), "worldTracking 1\n");
+}
+
+TEST_F(MipiClockManagerTest, DestructionWaitsForTheAttemptUnderWayAndNoOther) {
+    const auto stats = test::startRecordingStats();
+    start(seconds(2));
     steer("camera.notify", "hang");
     sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
     coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
+    coex().signalEvent(CoexEventType::WIFI_STA_CHANNEL_SWITCH, "freq=5180 ifname=wlan0 width=80");
     ASSERT_TRUE(log_.waitFor("MipiClockManager: (1/5) notify new clock:1"));
     manager_.reset();
-    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: CameraProvider: no response"), 1U);
+    EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "MipiClockManager: (2/5) notify new clock:1"), 0U);
+    // Neither taken nor refused five times.
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 0U);
+    settle();
+    EXPECT_THAT(stats->reports(), IsEmpty());
+    EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "MipiClockManager: (1/5) notify new clock:0"), 0U);
 }
 
 TEST_F(MipiClockManagerTest, WithoutADispatcherItIsIdle) {

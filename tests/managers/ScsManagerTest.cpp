@@ -254,6 +254,21 @@ TEST_F(ScsManagerTest, AFrameIsSentAsLongAsItSaysItIs) {
     EXPECT_THAT(frames(), ElementsAre(test::Bytes{1, 2, 3}));
 }
 
+TEST_F(ScsManagerTest, AFrameThatSaysItIsLongerThanAFrameCanBeIsNotSent) {
+    requestFrame frame;
+    for (const uint64_t size : {uint64_t{requestFrame::kMaxSize} + 1, uint64_t{1} << 32,
+                                std::numeric_limits<uint64_t>::max() - 1}) {
+        frame.size = size;
+        log_.clear();
+        EXPECT_FALSE(manager_.sendRequestFrameToDriver(frame));
+        EXPECT_THAT(errors(), ElementsAre("ScsManager: A frame of " + std::to_string(size) +
+                                          " bytes is too long."));
+    }
+    EXPECT_THAT(requests(), IsEmpty());
+    frame.size = requestFrame::kMaxSize;
+    EXPECT_TRUE(manager_.sendRequestFrameToDriver(frame));
+}
+
 // Ids
 
 TEST_F(ScsManagerTest, IdsGoUpAndOnlyTheLargestIsGivenOutAgain) {

@@ -6,6 +6,7 @@
 
 #include "managers/StaManager.h"
 #include "tests/support/ManagerTest.h"
+#include "tests/support/NoNewThreads.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -285,6 +286,28 @@ TEST_F(StaManagerTest, ADisconnectWithoutAConnectionIsToldToo) {
     deliverSta(kDisconnected);
     EXPECT_THAT(results.all(), ElementsAre(kDown));
     EXPECT_EQ(polls(), 0U);
+}
+
+TEST_F(StaManagerTest, WithoutAThreadToBeHadTheLinkIsNotPolledAndEveryoneHearsOfItAllTheSame) {
+    const auto stats = test::startRecordingStats();
+    StaManager manager(client_, kShort);
+    Results results(manager);
+    std::atomic<int> told{0};
+    std::function<void(const std::string&)> other = [&](const std::string&) { ++told; };
+    std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_CONNECTED, other, NetInterfaceType::STA}};
+    const WifiClientCallback subscription(client_, items);
+    {
+        const test::NoNewThreads limit;
+        deliverSta(kConnected);
+    }
+    EXPECT_THAT(results.all(), ElementsAre(kDown));
+    EXPECT_EQ(told, 1);
+    EXPECT_THAT(errors(), ElementsAre("StaManager: Failed to start the worker: Resource "
+                                      "temporarily unavailable"));
+    deliverSta(kConnected);
+    EXPECT_TRUE(results.waitFor(3));
+    EXPECT_THAT(results.all().back(), kUp);
 }
 
 TEST_F(StaManagerTest, TheLossOfTheSupplicantsSocketEndsTheLink) {

@@ -583,6 +583,8 @@ class PollDeathTest : public testing::Test {
   protected:
     // Each statement runs in a process of its own that holds no other test's threads.
     PollDeathTest() { testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+
+    const testing::KilledBySignal aborted{SIGABRT};
 };
 
 TEST_F(PollDeathTest, ASecondRegistrationOfADescriptorAborts) {
@@ -590,15 +592,15 @@ TEST_F(PollDeathTest, ASecondRegistrationOfADescriptorAborts) {
     const Source source;
     const auto callback = [](int, int) { return PollAction::Continue; };
     poll.addFd(source.fd(), EPOLLIN, callback);
-    EXPECT_DEATH(poll.addFd(source.fd(), EPOLLIN, callback),
-                 "fd \\([0-9]+\\) is already added to Poll");
+    EXPECT_EXIT(poll.addFd(source.fd(), EPOLLIN, callback), aborted,
+                "fd \\([0-9]+\\) is already added to Poll");
 }
 
 TEST_F(PollDeathTest, ADescriptorThatEpollRefusesAborts) {
     Poll poll;
     const android::base::unique_fd file(open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
-    EXPECT_DEATH(poll.addFd(file.get(), EPOLLIN, [](int, int) { return PollAction::Continue; }),
-                 "error adding fd \\([0-9]+\\) to epoll: Operation not permitted");
+    EXPECT_EXIT(poll.addFd(file.get(), EPOLLIN, [](int, int) { return PollAction::Continue; }),
+                aborted, "error adding fd \\([0-9]+\\) to epoll: Operation not permitted");
 }
 
 TEST_F(PollDeathTest, RemovingADescriptorThatIsAnotherFileByNowAborts) {
@@ -606,21 +608,21 @@ TEST_F(PollDeathTest, RemovingADescriptorThatIsAnotherFileByNowAborts) {
     const Source source;
     const Source other;
     poll.addFd(source.fd(), EPOLLIN, [](int, int) { return PollAction::Continue; });
-    EXPECT_DEATH(
+    EXPECT_EXIT(
         {
             dup2(other.fd(), source.fd());
             poll.removeFd(source.fd());
         },
-        "error removing fd \\([0-9]+\\) from epoll: : No such file or directory");
+        aborted, "error removing fd \\([0-9]+\\) from epoll: : No such file or directory");
 }
 
 TEST_F(PollDeathTest, AProcessWithoutADescriptorToSpareAborts) {
-    EXPECT_DEATH(
+    EXPECT_EXIT(
         {
             const test::DescriptorLimit limit(0);
             const Poll poll;
         },
-        "error creating epoll fd: Too many open files");
+        aborted, "error creating epoll fd: Too many open files");
 }
 
 }  // namespace

@@ -272,15 +272,31 @@ class WordsTest(TreeTest):
 
     def test_ordinary_text_is_fine(self):
         for text in ("see host/root/HostRoot.h", "${ROOT}/home/x", "/tmp/name.XXXXXX", "=======",
-                     "a <<<<<<< b", "/data/vendor/wifi/wpa/sockets/"):
+                     "a <<<<<<< b", "/data/vendor/wifi/wpa/sockets/", "/dev/work/x",
+                     "todo list", "-----BEGIN CERTIFICATE-----"):
             with self.subTest(text):
                 self.assertEqual(self.check(text), [])
 
     def test_unwanted_words_are_found(self):
         for text in ("/" + "home/me/x", "cd /" + "root/x", "<" * 7 + " HEAD", ">" * 7 + " topic",
-                     "// TO" + "DO: later", "FIX" + "ME", "DO NOT SUB" + "MIT"):
+                     "// TO" + "DO: later", "FIX" + "ME", "DO NOT SUB" + "MIT",
+                     "/" + "mnt/disk", "file:///" + "home/.x", "C:\\" + "Users\\me",
+                     "-----BEGIN EC PRIVATE K" + "EY-----", "# to" + "do: later", "T" + "BD",
+                     "NO" + "COMMIT"):
             with self.subTest(text):
                 self.assert_complains(self.check(text), "a.txt:2: ")
+
+    def test_files_that_a_merge_leaves_behind_are_found(self):
+        for name in ("os/Poll.cpp.orig", "os/Poll.cpp.rej"):
+            with self.subTest(name):
+                self.write(name, "")
+                self.assert_complains(self.check("fine"), name)
+                os.unlink(os.path.join(self.root, name))
+
+    def test_files_that_only_sound_like_it_are_fine(self):
+        self.write("os/orig", "")
+        self.write("os/Poll.original", "")
+        self.assertEqual(self.check("fine"), [])
 
     def test_what_is_no_text_is_left_alone(self):
         self.write("a.bin", "\0/" + "home/me/x")

@@ -1,3 +1,4 @@
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -113,16 +114,16 @@ TEST(HidlReturn, TellsWhyACallFailed) {
 
 TEST(HidlReturnDeathTest, AnUncheckedFailureEndsTheProcess) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_DEATH({ const Return<void> result(Status::fromStatusT(DEAD_OBJECT)); },
-                 "not checked: .*DEAD_OBJECT");
+    EXPECT_EXIT({ const Return<void> result(Status::fromStatusT(DEAD_OBJECT)); },
+                testing::KilledBySignal(SIGABRT), "not checked: .*DEAD_OBJECT");
 }
 
 TEST(HidlReturnDeathTest, TheValueOfAFailedCallEndsTheProcess) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
-    EXPECT_DEATH(
+    EXPECT_EXIT(
         {
             const Return<int32_t> result(Status::fromStatusT(DEAD_OBJECT));
             static_cast<void>(static_cast<int32_t>(result));
         },
-        "value of a failed HIDL call");
+        testing::KilledBySignal(SIGABRT), "value of a failed HIDL call");
 }

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <cstddef>
+
+namespace test {
+
+/**
+ * For as long as it lives, no thread can be started: the stack that each would get by default does
+ * not fit into the address space.
+ */
+class NoNewThreads {
+  public:
+    NoNewThreads() {
+        pthread_getattr_default_np(&before_);
+        pthread_attr_t endless;
+        pthread_attr_init(&endless);
+        pthread_attr_setstacksize(&endless, size_t{1} << 62);
+        pthread_setattr_default_np(&endless);
+        pthread_attr_destroy(&endless);
+    }
+    ~NoNewThreads() {
+        pthread_setattr_default_np(&before_);
+        pthread_attr_destroy(&before_);
+    }
+
+    NoNewThreads(const NoNewThreads&) = delete;
+    NoNewThreads& operator=(const NoNewThreads&) = delete;
+
+  private:
+    pthread_attr_t before_;
+};
+
+}  // namespace test
