@@ -38,9 +38,8 @@ constexpr int kSocketBufferBytes = 8192;  // for sending, and for receiving
 /** The kernel builds the packets of a dump no larger than this, whatever a reader offers. */
 constexpr size_t kMaxPacketBytes = 32768;
 
-/** The vendor whose driver takes private commands as text (sendVendorCommand). */
-constexpr uint32_t kPrivateCommandVendorId = 0x001018;
-/** That driver expects a text of at least this many characters, the terminating NUL not counted. */
+/** The driver that takes private commands expects a text of at least this many characters, the
+ * terminating NUL not counted. */
 constexpr size_t kPrivateCommandMinLength = 25;
 /** The text's attribute number inside the vendor data. */
 constexpr int kPrivateCommandAttr = 0;

@@ -42,20 +42,23 @@ struct Nl80211GenericCmdInfo {
     std::vector<Nl80211Attribute> attributes;
 };
 
+/** The OUI of the vendor whose driver takes private commands as text. */
+constexpr uint32_t kPrivateCommandVendorId = 0x001018;
+
 /** An NL80211_CMD_VENDOR command, addressed to the Wi-Fi driver. */
 struct Nl80211VendorCmdInfo {
     /** The interface that the command is for. */
     NetInterfaceType interfaceType = NetInterfaceType::STA;
 
-    /** The vendor's OUI, for example 0x001018. */
+    /** The vendor's OUI. */
     uint32_t vendorId = 0;
 
     /** The vendor's own command number. */
     uint32_t subcmd = 0;
 
     /**
-     * A driver private command. It is sent only to the vendor 0x001018, whose driver takes private
-     * commands as text; for every vendor it names the command in log lines.
+     * A driver private command. It is sent only to the vendor kPrivateCommandVendorId; for every
+     * vendor it names the command in log lines.
      */
     std::string command;
 

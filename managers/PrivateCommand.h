@@ -8,14 +8,14 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * A private command of the driver family that takes them as text over a vendor command: OUI
- * 0x001018, subcommand 2, by that driver's own convention.
+ * A private command of the driver family that takes them as text over a vendor command, whose
+ * number is 2 by that driver's own convention.
  */
 inline Nl80211VendorCmdInfo makePrivateCommand(NetInterfaceType interfaceType,
                                                std::string command) {
     Nl80211VendorCmdInfo info;
     info.interfaceType = interfaceType;
-    info.vendorId = 0x001018;
+    info.vendorId = kPrivateCommandVendorId;
     info.subcmd = 2;
     info.command = std::move(command);
     return info;
