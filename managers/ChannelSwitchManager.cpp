@@ -52,11 +52,6 @@ bool ChannelSwitchManager::startCsa(unsigned channel, unsigned bandwidth) {
     return false;
 }
 
-int ChannelSwitchManager::lastFrequency(NetInterfaceType interfaceType) const {
-    MutexLock lock(eventMutex_);
-    return frequencies_.at(interfaceType);
-}
-
 bool ChannelSwitchManager::sendCommandCsP2pEcsa_(unsigned channel, unsigned bandwidth) {
     WIFI_LOGD("startCsa [BRCM] (%u, %u)", channel, bandwidth);
     const std::string text =

@@ -38,13 +38,9 @@ class ChannelSwitchManager : public FeatureManager {
      */
     bool startCsa(unsigned channel, unsigned bandwidth) EXCLUDES(csaMutex_);
 
-    /**
-     * The frequency in MHz that the last event of the interface (STA or P2P) told; 0 when there was
-     * none or it was negative. Waits while an event is handled.
-     */
-    int lastFrequency(NetInterfaceType interfaceType) const EXCLUDES(eventMutex_);
-
   private:
+    friend class ChannelSwitchManagerTestPeer;
+
     bool sendCommandCsP2pEcsa_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
     bool sendCommandCsP2pCorvid_(unsigned channel, unsigned bandwidth) REQUIRES(csaMutex_);
     void channelSwitchEventHandler_(const std::string& event) REQUIRES(eventMutex_);
@@ -54,7 +50,8 @@ class ChannelSwitchManager : public FeatureManager {
     RecursiveMutex csaMutex_;
     RelayListener<const ChannelSwitchResult&> listener_;
     /** Held while an event is handled, its listener included, deliberately. */
-    mutable Mutex eventMutex_;
+    Mutex eventMutex_;
+    /** What the last event of each interface told, MHz; 0 for none and for a negative one. */
     std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
     std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;

@@ -17,6 +17,15 @@
 
 namespace Ursa::OS::Wifi {
 
+/** What the manager records, and nobody asks for yet. */
+class ChannelSwitchManagerTestPeer {
+  public:
+    static int frequency(ChannelSwitchManager& manager, NetInterfaceType interfaceType) {
+        MutexLock lock(manager.eventMutex_);
+        return manager.frequencies_.at(interfaceType);
+    }
+};
+
 namespace {
 
 using testing::Contains;
@@ -411,14 +420,17 @@ class ChannelSwitchEventTest : public ChannelSwitchManagerTest {
         composition_->p2p->getP2pInfo(info);
         return info;
     }
+    int recorded(NetInterfaceType interfaceType) {
+        return ChannelSwitchManagerTestPeer::frequency(manager_, interfaceType);
+    }
 };
 
 TEST_F(ChannelSwitchEventTest, OfTheStationIsToldToTheListenerAndLeavesTheGroupAlone) {
     const Heard heard(manager_);
     deliverSwitch("freq=5745 ifname=wlan0 width=80");
     EXPECT_THAT(heard.texts(), ElementsAre("5745 80 wlan0 0"));
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::STA), 5745);
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::P2P), 0);
+    EXPECT_EQ(recorded(NetInterfaceType::STA), 5745);
+    EXPECT_EQ(recorded(NetInterfaceType::P2P), 0);
     EXPECT_EQ(group().frequency, -1);
     EXPECT_EQ(debugs(),
               (std::vector<std::string>{"ChannelSwitchManager: channelSwitchEventHandler_("
@@ -433,8 +445,8 @@ TEST_F(ChannelSwitchEventTest, OfTheGroupIsRecordedWithItsFrequencyAndUnknownWid
     const Heard heard(manager_);
     deliverSwitch("freq=5180 ifname=p2p-wlan0-0 width=40");
     EXPECT_THAT(heard.texts(), ElementsAre("5180 40 p2p-wlan0-0 1"));
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::STA), 0);
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::P2P), 5180);
+    EXPECT_EQ(recorded(NetInterfaceType::STA), 0);
+    EXPECT_EQ(recorded(NetInterfaceType::P2P), 5180);
     EXPECT_EQ(group().frequency, 5180);
     EXPECT_EQ(group().bandwidth, -1);
     EXPECT_EQ(debugs(),
@@ -449,9 +461,9 @@ TEST_F(ChannelSwitchEventTest, WithANegativeFrequencyStoresZeroAndForwardsItUnch
     const Heard heard(manager_);
     deliverSwitch("freq=5180 ifname=wlan0 width=20");
     deliverSwitch("freq=-5 ifname=wlan0 width=-7");
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::STA), 0);
+    EXPECT_EQ(recorded(NetInterfaceType::STA), 0);
     deliverSwitch("freq=-6 ifname=p2p0 width=20");
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::P2P), 0);
+    EXPECT_EQ(recorded(NetInterfaceType::P2P), 0);
     EXPECT_EQ(group().frequency, -6) << "as it came";
     EXPECT_THAT(heard.texts(), ElementsAre("5180 20 wlan0 0", "-5 -7 wlan0 0", "-6 20 p2p0 1"));
     EXPECT_THAT(debugs(), Contains("ChannelSwitchManager: [STA] freq:-5 width:-7"));
@@ -476,7 +488,7 @@ TEST_F(ChannelSwitchEventTest, OfAnUnknownInterfaceIsDropped) {
     deliverSwitch("freq=5180 ifname=eth0 width=20");
     EXPECT_THAT(heard.texts(), IsEmpty());
     EXPECT_THAT(errors(), ElementsAre("ChannelSwitchManager: unknown interface"));
-    EXPECT_EQ(manager_.lastFrequency(NetInterfaceType::STA), 0);
+    EXPECT_EQ(recorded(NetInterfaceType::STA), 0);
     EXPECT_EQ(group().frequency, -1);
 }
 
