@@ -8,6 +8,7 @@
 #include "client/SupplicantParser.h"
 #include "config/CorvidWifiProperties.h"
 #include "managers/BoundedWorker.h"
+#include "managers/WifiBand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -41,7 +42,6 @@ constexpr std::array<FrequencyMap, 3> kIm3 = {{
 }};
 
 constexpr int kChannelSpacing = 5;  ///< MHz
-constexpr int kFirst5Ghz = 3000;    ///< MHz; below it a frequency counts as 2.4 GHz
 constexpr int kNoFrequency = -1;
 constexpr int kNoChannel = -2;
 
@@ -60,7 +60,7 @@ std::unique_ptr<Sensors::ControllerProvider> getProvider() {
 }  // namespace
 
 int32_t chooseBlockedFrequency(int32_t staFreq, int32_t p2pFreq) {
-    return staFreq != -1 && staFreq < kFirst5Ghz ? staFreq : p2pFreq;
+    return staFreq != -1 && staFreq < kFirst5GhzFrequency ? staFreq : p2pFreq;
 }
 
 int channelIndex(int32_t freq) {

@@ -3,13 +3,11 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
+#include "managers/WifiBand.h"
 
 namespace Ursa::OS::Wifi {
 
 namespace {
-
-/** Last frequency that counts as 2.4 GHz, MHz. */
-constexpr int kLast2GhzFrequency = 2999;
 
 std::string toString(const ChainLimits& limits) {
     return std::to_string(limits[0]) + ", " + std::to_string(limits[1]);
@@ -35,7 +33,7 @@ void PerChainTxPower::setParameters(int lowRssiLower, int lowRssiUpper, unsigned
 
 const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) {
     const bool lowRssi = kLowRssiBoundLower < rssi && rssi < kLowRssiBoundUpper;
-    const bool is2Ghz = freq >= 1 && freq <= kLast2GhzFrequency;
+    const bool is2Ghz = freq >= 1 && freq < kFirst5GhzFrequency;
     return lowRssi && is2Ghz ? kPowerLimitLowRssiDbmArray : kPowerLimitDefaultDbmArray;
 }
 

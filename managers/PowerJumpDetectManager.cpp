@@ -5,14 +5,12 @@
 
 #include "client/CorvidWifiClient.h"
 #include "config/CorvidWifiProperties.h"
+#include "managers/WifiBand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
 
 namespace {
-
-/** From here on a frequency counts as 5 GHz, MHz. */
-constexpr int kFirst5GhzFrequency = 3000;
 
 /** dBm; read at its first use in the process and kept. */
 int rssiThreshold() {
