@@ -182,4 +182,15 @@ std::function<void(const std::string&)> CoexManager::makeHandler_(const char* ha
     };
 }
 
+void registerCoexActions(CorvidWifiClient& client, std::vector<CoexActionPackage>& packages) {
+    const auto coexManager = client.compositionRoot()->coexManager();
+    if (coexManager == nullptr) {
+        return;
+    }
+    for (CoexActionPackage& package : packages) {
+        package.registration =
+            coexManager->registerCoexActionCallback(package.type, package.action);
+    }
+}
+
 }  // namespace Ursa::OS::Wifi

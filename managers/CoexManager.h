@@ -108,4 +108,10 @@ class CoexManager : public FeatureManager {
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 
+/**
+ * Subscribes each package with the dispatcher. They stay where they are from then on. Without a
+ * dispatcher nothing happens but the composition root's warning.
+ */
+void registerCoexActions(CorvidWifiClient& client, std::vector<CoexActionPackage>& packages);
+
 }  // namespace Ursa::OS::Wifi

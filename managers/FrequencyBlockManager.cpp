@@ -88,14 +88,7 @@ FrequencyBlockManager::~FrequencyBlockManager() = default;
 void FrequencyBlockManager::setCoexActionCallback_() {
     setCoexWifiStaActionPackages_();
     setCoexWifiP2pActionPackages_();
-    const auto coexManager = client_->compositionRoot()->coexManager();
-    if (coexManager == nullptr) {
-        return;
-    }
-    for (CoexActionPackage& package : packages_) {
-        package.registration =
-            coexManager->registerCoexActionCallback(package.type, package.action);
-    }
+    registerCoexActions(*client_, packages_);
 }
 
 void FrequencyBlockManager::setCoexWifiStaActionPackages_() {

@@ -73,14 +73,7 @@ MipiClockManager::~MipiClockManager() { ending_ = true; }
 
 void MipiClockManager::setCoexActionCallback_() {
     setCoexWifiStaActionPackages_();
-    const auto coexManager = client_->compositionRoot()->coexManager();
-    if (coexManager == nullptr) {
-        return;
-    }
-    for (CoexActionPackage& package : packages_) {
-        package.registration =
-            coexManager->registerCoexActionCallback(package.type, package.action);
-    }
+    registerCoexActions(*client_, packages_);
 }
 
 void MipiClockManager::setCoexWifiStaActionPackages_() {
