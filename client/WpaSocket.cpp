@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/timerfd.h>
 
 #include "client/BssEventFilter.h"
@@ -22,6 +23,7 @@ namespace Ursa::OS::Wifi {
 namespace {
 
 constexpr std::string_view kTerminating = "CTRL-EVENT-TERMINATING ";
+constexpr std::string_view kDetach = "DETACH";
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -290,6 +292,7 @@ int WpaSocket::connect_() {
     if (monitor_ == nullptr) {
         return kCannotOpen;
     }
+    terminating_ = false;
     if (wpa_ctrl_attach(monitor_.get()) != 0) {
         monitor_.reset();
         return kCannotAttach;
@@ -338,7 +341,11 @@ void WpaSocket::closeSockets_() {
     MutexLock lock(socketMutex_);
     if (monitor_ != nullptr) {
         poll_->removeFd(wpa_ctrl_get_fd(monitor_.get()));
-        wpa_ctrl_detach(monitor_.get());
+        if (terminating_) {
+            send(wpa_ctrl_get_fd(monitor_.get()), kDetach.data(), kDetach.size(), MSG_DONTWAIT);
+        } else {
+            wpa_ctrl_detach(monitor_.get());
+        }
         monitor_.reset();
     }
     command_.reset();
@@ -428,6 +435,7 @@ bool WpaSocket::eventHandler_(std::string_view event, const EventTable<N>& table
     }
     if (startsWith(event, kTerminating)) {
         WPA_LOG(I, "Supplicant exited gracefully");
+        terminating_ = true;
         return false;
     }
     for (const EventKind& kind : table) {

@@ -174,6 +174,12 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     State previousState_ = State::Stopped;      ///< loop thread only
     std::atomic<State> state_{State::Stopped};  ///< written on the loop thread only
     int64_t accumulatedDelay_ = 0;              ///< milliseconds; loop thread only
+    /**
+     * The supplicant behind monitor_ has said that it ends. It closes its socket a moment later
+     * with whatever it has not read, so DETACH is sent but not waited for: the library would hold
+     * the loop, and with it the other socket's events, for 10 s. Loop thread only.
+     */
+    bool terminating_ = false;
     android::base::unique_fd reconnectTimer_;
 
     /** Changed on the loop thread only, under the mutex; the loop thread reads it without. */

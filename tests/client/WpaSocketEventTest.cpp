@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -16,6 +17,7 @@
 
 #include "tests/client/WpaSocketFixture.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/WaitUntil.h"
 
 namespace Ursa::OS::Wifi {
 namespace {
@@ -216,6 +218,29 @@ TEST_F(WpaSocketEvents, ATerminatingSupplicantStopsTheSocket) {
     EXPECT_EQ(Peer::state(*socket_), State::Stopped);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
     EXPECT_EQ(Peer::monitor(*socket_), -1);
+}
+
+TEST_F(WpaSocketEvents, ATerminatingSupplicantIsNotWaitedFor) {
+    // It sleeps a moment for its last words to be read and then closes its socket: whatever comes
+    // in between has no answer.
+    connectAs(NetInterfaceType::STA);
+    supplicant_.ignoreDetach();
+    const auto before = std::chrono::steady_clock::now();
+    receive("<3>CTRL-EVENT-TERMINATING ");
+    EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5))
+        << "the library's 10 s were waited for";
+    EXPECT_TRUE(test::waitUntil([&] { return supplicant_.detachRequests() == 1; }));
+}
+
+TEST_F(WpaSocketEvents, TheNextAfterATerminatedOneIsWaitedForAgain) {
+    connectAs(NetInterfaceType::STA);
+    receive("<3>CTRL-EVENT-TERMINATING ");
+    ASSERT_TRUE(test::waitUntil([&] { return supplicant_.detachRequests() == 1; }));
+    ASSERT_TRUE(connect(socket_));
+    socket_->onSocketFileDelete();
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    EXPECT_EQ(supplicant_.detachRequests(), 2u);
 }
 
 TEST_F(WpaSocketEvents, ATerminatingSupplicantStopsTheP2pSocketToo) {

@@ -74,6 +74,11 @@ void FakeControlSocket::answerAttach(Attach how) {
     attachAnswer_ = how;
 }
 
+void FakeControlSocket::ignoreDetach() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ignoresDetach_ = true;
+}
+
 void FakeControlSocket::answerCommands(Answer answer) {
     const std::lock_guard<std::mutex> lock(mutex_);
     answer_ = std::move(answer);
@@ -183,12 +188,16 @@ void FakeControlSocket::handle_(const std::string& request, const Peer& from) {
         return;
     }
     if (request == "DETACH") {
+        bool ignored;
         {
             const std::lock_guard<std::mutex> lock(mutex_);
             ++detachRequests_;
+            ignored = ignoresDetach_;
         }
         drop_(from);
-        reply_("OK\n", from);
+        if (!ignored) {
+            reply_("OK\n", from);
+        }
         return;
     }
     Answer answer;

@@ -48,6 +48,7 @@ class FakeControlSocket {
 
     /** From now on. */
     void answerAttach(Attach how);
+    void ignoreDetach();  ///< no reply
     void answerCommands(Answer answer);
 
     /**
@@ -104,6 +105,7 @@ class FakeControlSocket {
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
     Attach attachAnswer_ = Attach::Accept;
+    bool ignoresDetach_ = false;
     Answer answer_;
     std::function<bool(const std::string&)> resets_;
     std::vector<Peer> peers_;
