@@ -5,7 +5,8 @@
 # Logs are in /lab/log/NAME.log and are named here without folder and ending:
 #   daemon      the daemon's log lines
 #   sta, p2p    the supplicant's events on wlan0 and p2p0, as any control client gets them
-#   driver      the private commands that reached the driver, with their answers
+#   requests    what the supplicant was asked: "MS INTERFACE REQUEST", and " -> ANSWER" behind the
+#               private commands that went to the driver
 #   monitor     what a registered client of the service was called back with
 #   supplicant, access-point, peer, statistics   those programs' own output
 
@@ -44,19 +45,37 @@ log_of() { echo "/lab/log/$1.log"; }
 # Each log has a place up to which it was read. expect LOG TEXT: waits for a line with this text
 # behind it and reads on up to that line, so that one expect after the other asserts an order.
 # $line is the line.
-expect() {
+expect() { read_up_to "$1" anywhere "$2"; }
+
+# told TEXT: the same, for a line of the daemon whose message is exactly that.
+told() { read_up_to daemon "at the end" "$1"; }
+
+read_up_to() {
     local file deadline found start
     file=$(log_of "$1")
     deadline=$(($(date +%s) + patience))
     eval "start=\${read_$1:-0}"
     while :; do
-        found=$(tail -n "+$((start + 1))" "$file" 2>/dev/null | grep -nFm1 -e "$2")
+        found=$(START=$start WHERE=$2 TEXT=$3 awk '
+            NR > ENVIRON["START"] {
+                text = ENVIRON["TEXT"]
+                if (ENVIRON["WHERE"] == "at the end") {
+                    sub(/^[^ ]+ . [^ ]+ [^ ]+ +[0-9]+ +[0-9]+ /, "")
+                    found = $0 == text
+                } else {
+                    found = index($0, text) > 0
+                }
+                if (found) {
+                    print NR ":" $0
+                    exit
+                }
+            }' "$file" 2>/dev/null)
         [ -z "$found" ] || break
-        [ "$(date +%s)" -lt $deadline ] || fail "no line '$2' in $1 behind line $start:
+        [ "$(date +%s)" -lt $deadline ] || fail "no line '$3' in $1 behind line $start:
 $(tail -n "+$((start + 1))" "$file" | tail -n 30)"
         usleep 50000
     done
-    eval "read_$1=$((start + ${found%%:*}))"
+    eval "read_$1=${found%%:*}"
     line=${found#*:}
 }
 
@@ -167,11 +186,11 @@ config_methods=virtual_push_button
 p2p_no_group_iface=1
 p2p_go_intent=15
 END
-    LAB_DRIVER_LOG=$(log_of driver) LAB_DRIVER_ANSWERS=/lab/etc/driver-answers \
+    LAB_REQUEST_LOG=$(log_of requests) LAB_DRIVER_ANSWERS=/lab/etc/driver-answers \
         LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant wpa_supplicant -t -D nl80211 \
         -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
     supplicant=$pid
-    touch "$(log_of driver)"
+    touch "$(log_of requests)"
     followers=
     follow sta wlan0
     follow p2p p2p0
@@ -245,7 +264,7 @@ interface=wlan1
 driver=nl80211
 ctrl_interface=/tmp/access-point
 ssid=lab
-country_code=US
+country_code=${country:-US}
 hw_mode=$mode
 channel=$channel
 ieee80211n=1
@@ -278,8 +297,28 @@ signal() {
     printf '0x%x' "$1" >/sys/kernel/debug/ieee80211/phy1/hwsim/rx_rssi
 }
 
-# connected [FREQUENCY]: the station is, and the daemon knows.
-expect_connected() {
+# connected: waits until the station is, and the daemon has heard of it.
+connected() {
     expect sta "CTRL-EVENT-CONNECTED"
-    expect daemon "StaManager: STA event(CONNECTED)"
+    told "StaManager: STA event(CONNECTED)"
 }
+
+# --- the P2P peer ---
+
+# start_peer: another device, whose P2P runs on wlan2.
+start_peer() {
+    cat >/lab/etc/wlan2.conf <<END
+ctrl_interface=/tmp/peer
+country=US
+device_name=peer
+device_type=1-0050F204-1
+config_methods=virtual_push_button
+p2p_no_group_iface=1
+p2p_go_intent=0
+END
+    background peer wpa_supplicant -t -D nl80211 -i wlan2 -c /lab/etc/wlan2.conf
+    until_true peer ping
+}
+
+# peer COMMAND ...
+peer() { wpa_cli -p /tmp/peer -i wlan2 "$@"; }

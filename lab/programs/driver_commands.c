@@ -1,10 +1,12 @@
 /*
  * Gives an unmodified wpa_supplicant a vendor driver's private commands: loaded into it by
  * LD_PRELOAD, this answers the "DRIVER ..." requests of its control sockets, which Debian's
- * supplicant would call unknown, and records them. Everything else passes.
+ * supplicant would call unknown. Everything else passes.
  *
- * Each request is a line in the file that LAB_DRIVER_LOG names:
- *     wlan0 SET_TXPOWER 9 -> OK
+ * Each request of a control socket is a line in the file that LAB_REQUEST_LOG names, after its time
+ * in ms since the machine's start and its socket's interface:
+ *     4312 wlan0 SIGNAL_POLL
+ *     4390 wlan0 DRIVER SET_TXPOWER 9 -> OK
  * The answer is OK, except to commands that begin like a line's first word in the file that
  * LAB_DRIVER_ANSWERS names (it may come and go); such a line is "COMMAND ANSWER", for example
  * "SET_TXPOWER FAIL". "SET_TXPOWER dBm" really sets the interface's transmit power.
@@ -17,13 +19,14 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
-enum { COMMAND_SIZE = 4096, ANSWER_SIZE = 64 };
+enum { REQUEST_SIZE = 4096, ANSWER_SIZE = 64 };
 
 static const char PREFIX[] = "DRIVER ";
 
@@ -48,7 +51,7 @@ static int interface_of(int fd, char* name, size_t size) {
 static int find_answer(const char* command, char* answer) {
     const char* path = getenv("LAB_DRIVER_ANSWERS");
     FILE* file = path != NULL ? fopen(path, "re") : NULL;
-    char word[COMMAND_SIZE];
+    char word[REQUEST_SIZE];
     int found = 0;
     while (file != NULL && !found && fscanf(file, "%4095s %63[^\n]", word, answer) == 2) {
         found = strncmp(command, word, strlen(word)) == 0;
@@ -74,24 +77,27 @@ static const char* set_power(const char* interface, int dbm) {
     return "OK";
 }
 
-static void answer_request(int fd, const char* command, const struct sockaddr* from,
-                           socklen_t length) {
-    char interface[sizeof(((struct sockaddr_un*)0)->sun_path)];
+static void record(const char* interface, const char* request, const char* answer) {
+    const char* path = getenv("LAB_REQUEST_LOG");
+    FILE* log = path != NULL ? fopen(path, "ae") : NULL;
+    if (log != NULL) {
+        struct timespec now;
+        clock_gettime(CLOCK_BOOTTIME, &now);
+        fprintf(log, "%ld %s %s%s%s\n", (long)now.tv_sec * 1000 + now.tv_nsec / 1000000, interface,
+                request, answer != NULL ? " -> " : "", answer != NULL ? answer : "");
+        fclose(log);
+    }
+}
+
+static void answer_driver_command(int fd, const char* interface, const char* request,
+                                  const struct sockaddr* from, socklen_t length) {
+    const char* command = request + strlen(PREFIX);
     char answer[ANSWER_SIZE + 1] = "OK";
     int dbm;
-    if (interface_of(fd, interface, sizeof(interface)) != 0) {
-        return;
-    }
     if (!find_answer(command, answer) && sscanf(command, "SET_TXPOWER %d", &dbm) == 1) {
         snprintf(answer, sizeof(answer), "%s", set_power(interface, dbm));
     }
-
-    const char* path = getenv("LAB_DRIVER_LOG");
-    FILE* log = path != NULL ? fopen(path, "ae") : NULL;
-    if (log != NULL) {
-        fprintf(log, "%s %s -> %s\n", interface, command, answer);
-        fclose(log);
-    }
+    record(interface, request, answer);
     strcat(answer, "\n");
     sendto(fd, answer, strlen(answer), 0, from, length);
 }
@@ -103,15 +109,19 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct sockaddr* 
         *(void**)&real = dlsym(RTLD_NEXT, "recvfrom");
     }
     const ssize_t received = real(fd, buffer, size, flags, from, length);
-    if (received <= (ssize_t)strlen(PREFIX) || received >= COMMAND_SIZE || from == NULL ||
-        from->sa_family != AF_UNIX || memcmp(buffer, PREFIX, strlen(PREFIX)) != 0) {
+    char interface[sizeof(((struct sockaddr_un*)0)->sun_path)];
+    if (received <= 0 || received >= REQUEST_SIZE || from == NULL || from->sa_family != AF_UNIX ||
+        interface_of(fd, interface, sizeof(interface)) != 0) {
         return received;
     }
-    char command[COMMAND_SIZE];
-    const size_t rest = (size_t)received - strlen(PREFIX);
-    memcpy(command, (const char*)buffer + strlen(PREFIX), rest);
-    command[rest] = '\0';
-    answer_request(fd, command, from, *length);
+    char request[REQUEST_SIZE];
+    memcpy(request, buffer, (size_t)received);
+    request[received] = '\0';
+    if (strncmp(request, PREFIX, strlen(PREFIX)) != 0) {
+        record(interface, request, NULL);
+        return received;
+    }
+    answer_driver_command(fd, interface, request, from, *length);
     /* To the supplicant, nothing came. */
     errno = EAGAIN;
     return -1;
