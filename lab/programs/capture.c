@@ -1,8 +1,8 @@
 /*
  * lab-capture INTERFACE: writes each 802.11 action frame that is on the air of an interface with
- * radiotap headers (hwsim0 sees what every simulated radio sends) as a line of its own:
- *     TRANSMITTER RECEIVER BODY-IN-HEX
- * It says "ready" first and runs until it is killed.
+ * radiotap headers (hwsim0 sees what every simulated radio sends) as a line of its own, in hex,
+ * from its frame control on; there is no checksum at its end. It says "ready" first and runs until
+ * it is killed.
  */
 #include <stdint.h>
 #include <stdio.h>
@@ -17,18 +17,8 @@ enum {
     MAX_FRAME = 4096,
     RADIOTAP_LENGTH_AT = 2, /* 16 bits, little endian */
     MAC_HEADER_SIZE = 24,
-    RECEIVER_AT = 4,
-    TRANSMITTER_AT = 10,
     ACTION_FRAME = 0xd0, /* frame control: version 0, management (00), subtype 13 */
-    ADDRESS_SIZE = 6,
 };
-
-static void print_address(const uint8_t* address) {
-    for (int i = 0; i < ADDRESS_SIZE; ++i) {
-        printf("%s%02x", i == 0 ? "" : ":", address[i]);
-    }
-    putchar(' ');
-}
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -60,9 +50,7 @@ int main(int argc, char** argv) {
         if (length < MAC_HEADER_SIZE || frame[0] != ACTION_FRAME) {
             continue;
         }
-        print_address(frame + TRANSMITTER_AT);
-        print_address(frame + RECEIVER_AT);
-        for (ssize_t i = MAC_HEADER_SIZE; i < length; ++i) {
+        for (ssize_t i = 0; i < length; ++i) {
             printf("%02x", frame[i]);
         }
         putchar('\n');
