@@ -16,6 +16,8 @@ controllers=/data/vendor/sensors/controller_blocklist
 cameras=/data/vendor/sensors/camera_clock
 access_point_address=02:00:00:00:01:00
 pass=correct-horse
+# Where they all are; a case may say otherwise before it starts one.
+country=US
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
 patience=30
 
@@ -174,12 +176,12 @@ start_supplicant() {
     cat >/lab/etc/wlan0.conf <<END
 ctrl_interface=$sockets
 update_config=1
-country=US
+country=$country
 p2p_disabled=1
 END
     cat >/lab/etc/p2p0.conf <<END
 ctrl_interface=$sockets
-country=US
+country=$country
 device_name=headset
 device_type=1-0050F204-1
 config_methods=virtual_push_button
@@ -264,7 +266,7 @@ interface=wlan1
 driver=nl80211
 ctrl_interface=/tmp/access-point
 ssid=lab
-country_code=${country:-US}
+country_code=$country
 hw_mode=$mode
 channel=$channel
 ieee80211n=1
@@ -309,7 +311,7 @@ connected() {
 start_peer() {
     cat >/lab/etc/wlan2.conf <<END
 ctrl_interface=/tmp/peer
-country=US
+country=$country
 device_name=peer
 device_type=1-0050F204-1
 config_methods=virtual_push_button
