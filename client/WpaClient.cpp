@@ -104,7 +104,10 @@ void WpaClient::addSocket_(NetInterfaceType type) {
         MutexLock lock(socketsMutex_);
         sockets_[type] = socket;
     }
+    findSocketFile_(type, *socket);
+}
 
+void WpaClient::findSocketFile_(NetInterfaceType type, WpaSocket& socket) {
     const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
     if (directory == nullptr) {
         return;
@@ -114,7 +117,7 @@ void WpaClient::addSocket_(NetInterfaceType type) {
             const std::string path = directory_ + entry->d_name;
             WIFI_LOGI("wpa %s socket file (%s) exists. Try to connect now", toString(type),
                       path.c_str());
-            socket->onSocketFileCreate(path);
+            socket.onSocketFileCreate(path);
             return;
         }
     }
@@ -132,14 +135,49 @@ bool WpaClient::startWpaSocketMonitor_() {
     }
     poll_->addFd(inotifyFd_.get(), EPOLLIN,
                  [this](int fd, int events) { return onSocketUpdate_(fd, events); });
-    watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
-    if (watch_ < 0) {
+    if (!watchDirectory_()) {
         WIFI_LOGE("Failed to init wpa socket directory watch descriptor: err %d", errno);
         stopWpaSocketMonitor_();
         return false;
     }
+    return true;
+}
+
+bool WpaClient::watchDirectory_() {
+    watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
+    if (watch_ < 0) {
+        return false;
+    }
     WIFI_LOGI("Started monitoring wpa socket directory");
     return true;
+}
+
+void WpaClient::onDirectoryRemoved_() {
+    // Up to and with the slash before the last name; the directory's own ends in one.
+    const std::string parent =
+        directory_.substr(0, directory_.rfind('/', directory_.size() - 2) + 1);
+    parentWatch_ = inotify_add_watch(inotifyFd_.get(), parent.c_str(), IN_CREATE | IN_MOVED_TO);
+    if (parentWatch_ < 0) {
+        WIFI_LOGE("Wpa socket directory has been removed, and %s cannot be watched: err %d",
+                  parent.c_str(), errno);
+        return;
+    }
+    WIFI_LOGW("Wpa socket directory has been removed: waiting for the next one");
+    watchNextDirectory_();  // which may have come between the two
+}
+
+void WpaClient::watchNextDirectory_() {
+    if (!watchDirectory_()) {
+        return;
+    }
+    inotify_rm_watch(inotifyFd_.get(), parentWatch_);
+    parentWatch_ = -1;
+    // Its first sockets may be older than the watch.
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        if (const auto socket = findSocket_(type)) {
+            findSocketFile_(type, *socket);
+        }
+    }
 }
 
 void WpaClient::stopWpaSocketMonitor_() {
@@ -150,6 +188,7 @@ void WpaClient::stopWpaSocketMonitor_() {
         inotify_rm_watch(inotifyFd_.get(), watch_);
     }
     watch_ = -1;
+    parentWatch_ = -1;  // ends with the descriptor
     poll_->removeFd(inotifyFd_.get());
     inotifyFd_.reset();
 }
@@ -196,8 +235,13 @@ PollAction WpaClient::onSocketUpdate_(int fd, int events) {
     for (size_t offset = 0; offset < static_cast<size_t>(length);) {
         inotify_event record;
         memcpy(&record, buffer.data() + offset, sizeof(record));
-        if (record.len > 0) {
+        if (record.wd == watch_ && (record.mask & IN_IGNORED) != 0) {
+            watch_ = -1;
+            onDirectoryRemoved_();
+        } else if (record.wd == watch_ && record.len > 0) {
             onSocketChange_(record.mask, buffer.data() + offset + sizeof(record));
+        } else if (record.wd == parentWatch_ && watch_ < 0) {
+            watchNextDirectory_();
         }
         offset += sizeof(record) + record.len;
     }

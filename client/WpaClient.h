@@ -56,9 +56,19 @@ class WpaClient {
 
     bool startWpaSocketMonitor_();
     void stopWpaSocketMonitor_();
+    /** On false, errno says why. */
+    bool watchDirectory_();
+    /**
+     * A supplicant that ends removes the directory when it may and nothing else is in it. From then
+     * on the parent is watched, until the directory is there again.
+     */
+    void onDirectoryRemoved_();
+    void watchNextDirectory_();
     void startListener_();
     void stopListener_();
     void addSocket_(NetInterfaceType type);
+    /** Connects `socket` to its file if one is there already. */
+    void findSocketFile_(NetInterfaceType type, WpaSocket& socket);
     PollAction onSocketUpdate_(int fd, int events);
     void onSocketChange_(uint32_t mask, const std::string& name);
 
@@ -73,7 +83,8 @@ class WpaClient {
     const std::shared_ptr<Poll> poll_;
     EventFd eventFd_;
     android::base::unique_fd inotifyFd_;
-    int watch_ = -1;
+    int watch_ = -1;  ///< -1 while the directory is not there; listener thread after the start
+    int parentWatch_ = -1;  ///< only then; listener thread
     /**
      * Filled in the constructor and cleared in the destructor, both with the listener running; the
      * mutex is held for the look-up only.

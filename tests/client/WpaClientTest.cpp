@@ -293,20 +293,56 @@ TEST_F(WpaClientTest, ADirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutI
     EXPECT_THAT(log_.messages(ANDROID_LOG_INFO), Not(Contains(testing::HasSubstr("is created"))));
 }
 
-TEST_F(WpaClientTest, ADirectoryThatTheSupplicantRemovesItselfIsWatchedNoLonger) {
+TEST_F(WpaClientTest, ADirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenItIsBack) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
     client_ = std::make_unique<WpaClient>(directory + "/");
-    {
-        const test::FakeControlSocket sta(directory + "/wlan0");
-        ASSERT_TRUE(
-            waitForLine("[WPA-STA] Connected to supplicant socket: " + directory + "/wlan0"));
+    for (int i = 0; i < 3; ++i) {
+        {
+            const test::FakeControlSocket sta(directory + "/wlan0");
+            ASSERT_TRUE(
+                waitForLine("[WPA-STA] Connected to supplicant socket: " + directory + "/wlan0"));
+            log_.clear();
+        }
+        std::filesystem::remove(directory);
+        ASSERT_TRUE(waitForLine("WpaClient: Wpa socket for STA (wlan0) is deleted"));
+        ASSERT_TRUE(waitForLine(
+            "WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+        EXPECT_FALSE(send(kSta));
+
+        createFile("another");  // in the parent, and of no interest
+        std::filesystem::remove(path("another"));
+        std::filesystem::create_directory(directory);
+        ASSERT_TRUE(waitForLine("WpaClient: Started monitoring wpa socket directory"));
     }
-    std::filesystem::remove(directory);
-    ASSERT_TRUE(waitForLine("WpaClient: Wpa socket for STA (wlan0) is deleted"));
-    EXPECT_FALSE(send(kSta));
     client_.reset();
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), IsEmpty());
+}
+
+TEST_F(WpaClientTest, ASocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
+    const std::string directory = path("sockets");
+    std::filesystem::create_directory(directory);
+    client_ = std::make_unique<WpaClient>(directory + "/");
+    std::filesystem::remove(directory);
+    ASSERT_TRUE(
+        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    // The whole folder in one step, with the socket in it.
+    std::filesystem::create_directory(path("prepared"));
+    const test::FakeControlSocket sta(path("prepared") + "/wlan0");
+    std::filesystem::rename(path("prepared"), directory);
+    EXPECT_TRUE(waitForLine("WpaClient: wpa STA socket file (" + directory +
+                            "/wlan0) exists. Try to connect now"));
+    EXPECT_TRUE(waitForLine("[WPA-STA] Connected to supplicant socket: " + directory + "/wlan0"));
+}
+
+TEST_F(WpaClientTest, ADirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
+    std::filesystem::create_directories(path("wpa/sockets"));
+    client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
+    // Both at once to the client, which would otherwise be waiting for the parent's next one.
+    std::filesystem::rename(path("wpa"), path("old"));
+    std::filesystem::remove(path("old/sockets"));
+    EXPECT_TRUE(waitForLine("WpaClient: Wpa socket directory has been removed, and " +
+                            path("wpa/") + " cannot be watched: err 2"));
 }
 
 TEST_F(WpaClientTest, ASecondWatchIsRefused) {
