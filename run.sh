@@ -56,7 +56,7 @@ case $scenario in /*) file=$scenario ;; *) file=$called_from/$scenario ;; esac
 [ -f "$file" ] || file=sim/scenarios/$scenario.scn
 [ -f "$file" ] || fail "there is no scenario $scenario; ./run.sh --list shows those that are there"
 
-install_packages
+install_packages packages.txt
 daemon=vendor.corvid.hardware.wifi@1.0-service
 build build -- "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim
 exec build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}" "$file"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What run.sh and test.sh share: Debian packages and the build. To be sourced in the top folder.
 
 # Says in one line why it can't go on, and ends.
@@ -6,21 +7,21 @@ fail() {
     exit 1
 }
 
-# The Debian packages of packages.txt that are not installed.
+# missing_packages FILE: the Debian packages of the list that are not installed.
 missing_packages() {
     local wanted
-    wanted=$(sed 's/#.*//' packages.txt | xargs -n1 | sort -u)
+    wanted=$(sed 's/#.*//' "$1" | xargs -n1 | sort -u)
     # shellcheck disable=SC2086  # one word per package
     comm -23 <(echo "$wanted") <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $wanted \
         2>/dev/null | sed -n 's/^installed //p' | sort -u) | xargs
 }
 
-# Installs the Debian packages that are missing; quick and silent when none is.
+# install_packages FILE: installs those that are missing; quick and silent when none is.
 install_packages() {
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         fail "needs Debian 12 or newer: there is no dpkg and apt-get here"
     local missing
-    missing=$(missing_packages)
+    missing=$(missing_packages "$1")
     [ -n "$missing" ] || return 0
     local root=""
     if [ "$(id -u)" -ne 0 ]; then
@@ -33,7 +34,7 @@ install_packages() {
     $root env DEBIAN_FRONTEND=noninteractive sh -c '
         apt-get -qq update &&
         apt-get -qq install -y --no-install-recommends "$@" >/dev/null' sh $missing ||
-        fail "these packages could not be installed: $(missing_packages)"
+        fail "these packages could not be installed: $(missing_packages "$1")"
 }
 
 # build FOLDER [CMAKE-OPTION ...] -- [TARGET ...]: configures once, builds what is not up to date.

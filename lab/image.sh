@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the guest boots: a kernel and an initial RAM disk made of Debian packages, which are
 # downloaded and unpacked, never installed. To be sourced; all of it works as an ordinary user.
 

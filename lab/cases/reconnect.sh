@@ -1,4 +1,4 @@
-# deauthentication, dead access point, wrong key, ended and killed supplicant: found again each time
+# lost by deauthentication, dead access point, wrong key, ended or killed supplicant: found each time
 # limit: 240 s
 
 rounds=5
@@ -62,17 +62,30 @@ killed() {
     connected
 }
 
+folder_removed() {
+    rm -f $sockets/.keep
+    terminate_supplicant
+    told "WpaClient: Wpa socket directory has been removed: waiting for the next one"
+    start_supplicant
+    told "WpaClient: Started monitoring wpa socket directory"
+    told "[WPA-STA] Connected to supplicant socket: $sockets/wlan0"
+    told "[WPA-P2P] Connected to supplicant socket: $sockets/p2p0"
+    connect
+    connected
+    touch $sockets/.keep
+}
+
 descriptors() { ls "/proc/$daemon/fd" | wc -l; }
 threads() { ls "/proc/$daemon/task" | wc -l; }
 memory() { sed -n 's/^RssAnon:[^0-9]*\([0-9]*\) kB/\1/p' "/proc/$daemon/status"; }
 
 # One of each first: what is kept from then on is kept once.
-for trouble in deauthenticated access_point_killed wrong_key terminated killed; do
+for trouble in deauthenticated access_point_killed wrong_key terminated killed folder_removed; do
     $trouble
 done
 descriptors_before=$(descriptors) threads_before=$(threads) memory_before=$(memory)
 
-for trouble in deauthenticated access_point_killed wrong_key terminated killed; do
+for trouble in deauthenticated access_point_killed wrong_key terminated killed folder_removed; do
     step "$trouble, $rounds times"
     for round in $(seq $rounds); do
         $trouble

@@ -1,0 +1,35 @@
+# The interactive shell's beginning (its ENV): the lab's words, and everything running.
+case=shell
+. /lab/words.sh
+
+fail() {
+    echo "not ok: $*"
+    return 1
+}
+
+PS1='lab# '
+for feature in cmd.cs.p2p.ecsa cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota scs.enable \
+    txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p devparams.enable \
+    powerjump.detect.enable telemetry.enable frequency.block.enable mipiclock.enable; do
+    property $feature true
+done
+start_daemon
+start_monitor
+start_supplicant
+start_peer
+start_access_point 5180 80
+connect
+connected
+cat <<'END'
+
+The station is connected; radios are wlan0 and p2p0 (the headset), wlan1 (access point), wlan2 (peer).
+  tail -f /lab/log/daemon.log           what the daemon does (cut off by Ctrl-C)
+  dump; call getStaInfo                 what it knows
+  signal -75                            the access point goes away
+  wpa wlan0 disconnect; connect         the link ends, and comes again
+  wpa p2p0 p2p_group_add freq=2437      a P2P group starts
+  terminate_supplicant, kill_supplicant, start_supplicant, stop_access_point, start_access_point
+  property NAME VALUE; kill $daemon; start_daemon
+  cat /lab/words.sh                     the other words, which the cases are written in
+'exit' ends the machine.
+END
