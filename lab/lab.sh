@@ -36,6 +36,21 @@ preloads=(libdriver-commands.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
 
+# limit_of CASE: how long it may take, in seconds.
+limit_of() {
+    local limit
+    limit=$(sed -n 's/^# limit: \([0-9]*\) s$/\1/p' "lab/cases/$1.sh")
+    echo "${limit:-100}"
+}
+
+# Those that may take long first: the last to be started is then a short one.
+longest_first() {
+    local name
+    for name in $(case_names); do
+        echo "$(limit_of "$name") $name"
+    done | sort -k1,1nr | cut -d' ' -f2
+}
+
 # cannot REASON: ends with it. In a run of all tests the lab may be missing (status 77: skipped).
 cannot() {
     [ "${CORVID_LAB:-}" != optional ] || { echo "lab: skipped: $*" && exit 77; }
@@ -108,8 +123,7 @@ collect() {
 # run_case DISK NAME: its output; the result is its exit status.
 run_case() {
     local disk=$1 name=$2 out=$logs/$2 limit status
-    limit=$(sed -n 's/^# limit: \([0-9]*\) s$/\1/p' "lab/cases/$name.sh")
-    limit=${limit:-100}
+    limit=$(limit_of "$name")
     rm -rf "$out"
     mkdir -p "$out"
     # The guest ends a case that takes too long; the limit here is for a guest that does not.
@@ -129,7 +143,7 @@ test_cases() {
     local name failed=() disk
     if [ $# -eq 0 ]; then
         # shellcheck disable=SC2046  # one word per case
-        set -- $(case_names)
+        set -- $(longest_first)
     fi
     for name in "$@"; do
         [ -f "lab/cases/$name.sh" ] || fail "there is no case '$name'; cases: $(case_names | xargs)"
