@@ -37,6 +37,14 @@ using Ursa::OS::Wifi::NetInterfaceType;
 using Ursa::OS::Wifi::StaManager;
 using Ursa::OS::Wifi::TxPowerManager;
 
+/**
+ * The worker's unit of time, so far back that its wait between two samples ends before the machine
+ * was started: the C library then does not ask the kernel for it. A wait of 0 would set a timer
+ * that goes off at once, and the interrupt (on a virtual machine with a way through its host) would
+ * leave the caches and the branch predictor cold for a sample that comes right behind it.
+ */
+constexpr std::chrono::milliseconds kNoWait = -std::chrono::hours(24 * 365 * 10);
+
 constexpr std::string_view kPoll = "SIGNAL_POLL";
 constexpr std::string_view kStep = "DRIVER SET_TXPOWER ";
 
@@ -121,7 +129,7 @@ class Station {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         client_->setCompositionRoot(&composition_);
-        composition_.sta = std::make_shared<StaManager>(client_, std::chrono::milliseconds(0));
+        composition_.sta = std::make_shared<StaManager>(client_, kNoWait);
         txPower_ = std::make_unique<TxPowerManager>(client_);
         peer_.stop();
 
