@@ -1,9 +1,14 @@
-#include <time.h>
+#include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <memory>
 #include <string>
+#include <string_view>
 
 #include <android-base/no_destructor.h>
 #include <android-base/stringprintf.h>
@@ -23,6 +28,64 @@ const host::TagFilter& tagFilter() {
 }
 
 /**
+ * "MM-DD HH:MM:SS PID TID ", as a thread's lines have it between their level and their text. It is
+ * the same for all of a thread's lines in a second, and making it costs more than the rest of a
+ * line, so each thread keeps its own.
+ */
+class Stamp {
+  public:
+    /** The stamp of a line that is written now. Valid until the thread's next line. */
+    std::string_view now() {
+        const time_t time = ::time(nullptr);
+        if (time != second_) {
+            makeTime_(time);
+        }
+        if (length_ == 0) {
+            length_ = kTimeLength +
+                      static_cast<size_t>(snprintf(text_ + kTimeLength, sizeof(text_) - kTimeLength,
+                                                   "%5d %5d ", getpid(), gettid()));
+        }
+        return {text_, length_};
+    }
+
+    /** The child of a fork is another process, and its thread another thread. */
+    void forget() { *this = {}; }
+
+  private:
+    static constexpr size_t kTimeLength = sizeof("MM-DD HH:MM:SS ") - 1;
+    static constexpr size_t kIdsLength = sizeof("-2147483648 -2147483648 ") - 1;
+
+    void makeTime_(time_t time) {
+        struct tm local = {};
+        localtime_r(&time, &local);
+        char when[kTimeLength + 1];
+        strftime(when, sizeof(when), "%m-%d %H:%M:%S ", &local);
+        std::copy_n(when, kTimeLength, text_);  // without the NUL
+        second_ = time;
+    }
+
+    time_t second_ = -1;  ///< of the time in the text
+    size_t length_ = 0;   ///< of the text; 0 until the ids are in it
+    char text_[kTimeLength + kIdsLength + 1] = {};
+};
+
+// Has no destructor: a thread may log until its very end.
+thread_local Stamp stamp;
+
+/** In one write(2), unless the descriptor takes only a part. */
+void writeAll(std::string_view text) {
+    const int savedErrno = errno;
+    while (!text.empty()) {
+        const ssize_t count = write(STDERR_FILENO, text.data(), text.size());
+        if (count < 0 && errno != EINTR) {
+            break;  // there is nobody left to tell
+        }
+        text.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
+    }
+    errno = savedErrno;
+}
+
+/**
  * The line as liblog itself prints it on a host. liblog goes through stdio, which promises neither
  * that a line leaves in one piece nor that a thread which is ended in the middle lets go of the
  * stream's lock; a line from here is one write(2), so lines of several threads and programs that
@@ -35,33 +98,36 @@ void printLine(const __android_logger_data* data, const char* message) {
     }
     static constexpr char kLetters[] = "??VDIWEFS";
     const bool known = data->priority >= 0 && data->priority <= ANDROID_LOG_SILENT;
-    const time_t now = time(nullptr);
-    struct tm local = {};
-    localtime_r(&now, &local);
-    char when[32];
-    strftime(when, sizeof(when), "%m-%d %H:%M:%S", &local);
-    std::string line = android::base::StringPrintf(
-        "%s %c %s %5d %5d ", tag, known ? kLetters[data->priority] : '?', when, getpid(), gettid());
+    const char level[] = {' ', known ? kLetters[data->priority] : '?', ' '};
+    std::string place;
     if (data->file != nullptr) {
-        line += android::base::StringPrintf("%s:%u] ", data->file, data->line);
+        place = android::base::StringPrintf("%s:%u] ", data->file, data->line);
     }
-    line += message;
-    line += '\n';
-    const int savedErrno = errno;
-    for (size_t written = 0; written < line.size();) {
-        const ssize_t count = write(STDERR_FILENO, line.data() + written, line.size() - written);
-        if (count < 0 && errno != EINTR) {
-            break;  // there is nobody left to tell
-        }
-        written += count > 0 ? static_cast<size_t>(count) : 0;
+    const std::string_view parts[] = {tag, {level, sizeof(level)}, stamp.now(), place, message,
+                                      "\n"};
+    size_t size = 0;
+    for (const std::string_view part : parts) {
+        size += part.size();
     }
-    errno = savedErrno;
+    char usual[2048];  // liblog cuts what it formats at 1 KiB, but takes a text of any length
+    std::unique_ptr<char[]> longer;
+    char* line = usual;
+    if (size > sizeof(usual)) {
+        longer = std::make_unique<char[]>(size);
+        line = longer.get();
+    }
+    char* end = line;
+    for (const std::string_view part : parts) {
+        end = std::copy(part.begin(), part.end(), end);
+    }
+    writeAll({line, size});
 }
 
 }  // namespace
 
 /** Runs before the constructors of the program's own static objects, which may log already. */
 extern "C" [[gnu::constructor(101)]] void hostLogStart() {
+    pthread_atfork(nullptr, nullptr, [] { stamp.forget(); });
     __android_log_set_minimum_priority(tagFilter().lowestShown());
     __android_log_set_logger(printLine);
 }

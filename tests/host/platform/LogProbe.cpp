@@ -1,4 +1,4 @@
-// Logs what its argument says: "levels" or "storm".
+// Logs what its argument says; LogProbeLines.h has a function for each.
 
 #include <string_view>
 
@@ -10,6 +10,14 @@ int main(int argc, char** argv) {
         logEveryLevel();
     } else if (what == "storm") {
         logStorm(500);
+    } else if (what == "seconds") {
+        logSeconds();
+    } else if (what == "ids") {
+        logIds();
+    } else if (what == "lengths") {
+        logLengths();
+    } else if (what == "place") {
+        logWithPlace();
     }
     return 0;
 }

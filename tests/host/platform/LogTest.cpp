@@ -3,10 +3,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <map>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include <android-base/strings.h>
 #include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,8 +22,10 @@
 namespace {
 
 using android::base::unique_fd;
+using testing::AnyOf;
 using testing::Each;
 using testing::ElementsAre;
+using testing::Ge;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::SizeIs;
@@ -86,6 +92,15 @@ std::string levelsOf(const std::vector<std::string>& lines, const std::string& t
     return levels;
 }
 
+/** "MM-DD HH:MM:SS" */
+std::string localTime(time_t second) {
+    struct tm local = {};
+    localtime_r(&second, &local);
+    char text[32];
+    strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+    return text;
+}
+
 TEST(HostLog, WithoutTheVariableInfoAndAboveAreShown) {
     const std::vector<std::string> lines = writesOf("levels", nullptr);
     EXPECT_EQ(levelsOf(lines, "CorvidWifi"), "IWEF");
@@ -124,6 +139,53 @@ TEST(HostLog, LinesOfSeveralThreadsAndProgramsAreOneWriteEach) {
     const std::vector<std::string> writes = writesOf("storm", nullptr, 2);
     EXPECT_THAT(writes, SizeIs(2 * 4 * 500));
     EXPECT_THAT(writes, Each(MatchesRegex("CorvidWifi I .* (a{400}|b{400}|c{400}|d{400})\n")));
+}
+
+TEST(HostLog, TheTimeIsThatOfTheLineInEverySecond) {
+    std::set<std::string> times;
+    for (const std::string& line : writesOf("seconds", nullptr)) {
+        const std::vector<std::string> fields = android::base::Split(line, " ");
+        const std::string time = android::base::Join(std::vector{fields.at(2), fields.at(3)}, ' ');
+        times.insert(time);
+        // The second may have ended between the number's making and the line's.
+        const time_t second = std::stoll(fields.back());
+        EXPECT_THAT(time, AnyOf(localTime(second), localTime(second + 1)));
+    }
+    EXPECT_THAT(times, SizeIs(Ge(2u)));
+}
+
+TEST(HostLog, TheIdsAreTheWritersInThreadsAndInForksToo) {
+    const std::vector<std::string> lines = writesOf("ids", nullptr);
+    std::set<std::string> writers;
+    for (const std::string& line : lines) {
+        std::istringstream fields(line.substr(sizeof("CorvidWifi I MM-DD HH:MM:SS")));
+        std::string pid;
+        std::string tid;
+        std::string ownPid;
+        std::string ownTid;
+        fields >> pid >> tid >> ownPid >> ownTid;
+        EXPECT_EQ(pid, ownPid) << line;
+        EXPECT_EQ(tid, ownTid) << line;
+        writers.insert(android::base::Join(std::vector{pid, tid}, ' '));
+    }
+    EXPECT_THAT(lines, SizeIs(2 * (4 + 3)));
+    EXPECT_THAT(writers, SizeIs(3 + 2));
+}
+
+TEST(HostLog, ALineOfAnyLengthIsOneWriteAndWhole) {
+    const std::vector<std::string> writes = writesOf("lengths", nullptr);
+    ASSERT_THAT(writes, SizeIs(202));
+    for (size_t i = 0; i < writes.size(); i++) {
+        const size_t length = i < 201 ? 1900 + i : 10000;
+        const size_t begin = writes[i].find('x');
+        EXPECT_EQ(writes[i].substr(begin), std::string(length, 'x') + '\n');
+        EXPECT_THAT(writes[i].substr(0, begin), MatchesRegex("CorvidWifi I [-0-9: ]+ "));
+    }
+}
+
+TEST(HostLog, AFileAndLineAreShownBeforeTheText) {
+    EXPECT_THAT(writesOf("place", nullptr),
+                ElementsAre(MatchesRegex("CorvidWifi I [-0-9: ]+ File.cpp:12\\] from a place\n")));
 }
 
 TEST(TagFilter, WordsThatMakeNoSenseAreIgnored) {
