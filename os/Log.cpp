@@ -17,11 +17,12 @@ void logLine(int priority, std::string_view source, const char* format, ...) {
         return;
     }
     char message[kMaxMessage];
-    const int prefix = snprintf(message, sizeof(message), "%.*s: ", static_cast<int>(source.size()),
-                                source.data());
+    constexpr std::string_view kColon = ": ";
+    char* text = message + source.copy(message, sizeof(message) - kColon.size() - 1);
+    text += kColon.copy(text, kColon.size());
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(message + prefix, sizeof(message) - static_cast<size_t>(prefix), format, arguments);
+    vsnprintf(text, static_cast<size_t>(message + sizeof(message) - text), format, arguments);
     va_end(arguments);
     __android_log_write(priority, LOG_TAG, message);
 }
