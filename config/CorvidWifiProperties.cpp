@@ -2,8 +2,6 @@
 
 #include <strings.h>
 
-#include <string>
-
 #include <android-base/parseint.h>
 #include <sys/system_properties.h>
 
@@ -11,33 +9,18 @@ namespace android::sysprop::CorvidWifiProperties {
 
 namespace {
 
-/** The property's value; empty when it is not set. */
-std::string readProperty(const char* name) {
-    std::string value;
-    const prop_info* property = __system_property_find(name);
-    if (property != nullptr) {
-        __system_property_read_callback(
-            property,
-            [](void* cookie, const char* /*name*/, const char* text, uint32_t /*serial*/) {
-                *static_cast<std::string*>(cookie) = text;
-            },
-            &value);
-    }
-    return value;
-}
-
 template <typename T>
-std::optional<T> parse(const std::string& text);
+std::optional<T> parse(const char* text);
 
 template <>
-std::optional<bool> parse(const std::string& text) {
+std::optional<bool> parse(const char* text) {
     for (const char* word : {"1", "true"}) {
-        if (strcasecmp(text.c_str(), word) == 0) {
+        if (strcasecmp(text, word) == 0) {
             return true;
         }
     }
     for (const char* word : {"0", "false"}) {
-        if (strcasecmp(text.c_str(), word) == 0) {
+        if (strcasecmp(text, word) == 0) {
             return false;
         }
     }
@@ -45,23 +28,35 @@ std::optional<bool> parse(const std::string& text) {
 }
 
 template <>
-std::optional<int> parse(const std::string& text) {
+std::optional<int> parse(const char* text) {
     int value = 0;
     return base::ParseInt(text, &value) ? std::optional(value) : std::nullopt;
 }
 
 template <>
-std::optional<unsigned> parse(const std::string& text) {
+std::optional<unsigned> parse(const char* text) {
     unsigned value = 0;
     return base::ParseUint(text, &value) ? std::optional(value) : std::nullopt;
 }
 
+template <typename T>
+std::optional<T> read(const char* name) {
+    std::optional<T> value;
+    if (const prop_info* property = __system_property_find(name)) {
+        __system_property_read_callback(
+            property,
+            [](void* cookie, const char* /*name*/, const char* text, uint32_t /*serial*/) {
+                *static_cast<std::optional<T>*>(cookie) = parse<T>(text);
+            },
+            &value);
+    }
+    return value;
+}
+
 }  // namespace
 
-#define CORVID_WIFI_DEFINE_(type, accessor, name)                      \
-    std::optional<type> accessor() {                                   \
-        return parse<type>(readProperty("persist.vendor.wifi." name)); \
-    }
+#define CORVID_WIFI_DEFINE_(type, accessor, name) \
+    std::optional<type> accessor() { return read<type>("persist.vendor.wifi." name); }
 CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_)
 #undef CORVID_WIFI_DEFINE_
 

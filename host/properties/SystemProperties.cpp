@@ -1,7 +1,7 @@
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cstring>
-#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -42,19 +42,31 @@ Table& table() {
     return *theTable;
 }
 
-/** The value of a property that is set. */
-std::optional<std::string> readValue(std::string_view name) {
-    if (name.empty() || name.find('/') != std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string path = host::rootedPath("/dev/__properties__/").append(name);
+/** The file that a property is; empty for a name that would leave the folder. */
+std::string pathOf(std::string_view name) {
+    const bool usable = !name.empty() && name.find('/') == std::string_view::npos;
+    return usable ? host::rootedPath("/dev/__properties__/", name) : std::string();
+}
+
+/**
+ * Whether a property is set: there is a file that can be read. Most properties that are asked for
+ * are not set, and the kernel answers stat(2) quicker than an open(2) that fails.
+ */
+bool isSet(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           euidaccess(path.c_str(), R_OK) == 0;
+}
+
+/** The value of a property; empty when it is not set. */
+std::string readValue(const std::string& path) {
     // O_NONBLOCK: a FIFO in the folder is no property, and must not hang its reader.
     const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status = {};
     std::string value;
     if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
         !android::base::ReadFdToString(fd, &value)) {
-        return std::nullopt;
+        return {};
     }
     if (!value.empty() && value.back() == '\n') {
         value.pop_back();
@@ -66,19 +78,19 @@ std::optional<std::string> readValue(std::string_view name) {
 }  // namespace
 
 const prop_info* __system_property_find(const char* name) {
-    return readValue(name) ? table().entry(name) : nullptr;
+    return isSet(pathOf(name)) ? table().entry(name) : nullptr;
 }
 
 void __system_property_read_callback(const prop_info* property,
                                      void (*callback)(void* cookie, const char* name,
                                                       const char* value, uint32_t serial),
                                      void* cookie) {
-    const std::string value = readValue(property->name).value_or("");
+    const std::string value = readValue(pathOf(property->name));
     callback(cookie, property->name.c_str(), value.c_str(), 0);
 }
 
 int __system_property_get(const char* name, char* value) {
-    const std::string text = readValue(name).value_or("").substr(0, PROP_VALUE_MAX - 1);
+    const std::string text = readValue(pathOf(name)).substr(0, PROP_VALUE_MAX - 1);
     memcpy(value, text.c_str(), text.size() + 1);
     return static_cast<int>(text.size());
 }

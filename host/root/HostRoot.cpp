@@ -7,13 +7,15 @@
 
 namespace host {
 
-std::string rootedPath(std::string_view path) {
-    const char* root = std::getenv("CORVID_WIFI_ROOT");
-    std::string rooted = root != nullptr ? root : "";
-    while (!rooted.empty() && rooted.back() == '/') {
-        rooted.pop_back();
+std::string rootedPath(std::string_view path, std::string_view name) {
+    const char* variable = std::getenv("CORVID_WIFI_ROOT");
+    std::string_view root = variable != nullptr ? variable : "";
+    while (!root.empty() && root.back() == '/') {
+        root.remove_suffix(1);
     }
-    return rooted.append(path);
+    std::string rooted;
+    rooted.reserve(root.size() + path.size() + name.size());
+    return rooted.append(root).append(path).append(name);
 }
 
 bool createParentFolders(const std::string& path) {

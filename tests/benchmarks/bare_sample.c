@@ -1,6 +1,5 @@
 #include "bare_sample.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -9,6 +8,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 enum { BUFFER_SIZE = 4096, LINE_SIZE = 1024, UPPER = 20, MIDDLE = 9, LOWER = 5 };
@@ -74,11 +74,9 @@ void bare_sample(const struct bare_client* client, const char* property) {
             return;
         }
         pthread_mutex_lock(&mutex);
-        const int fd = freq >= 5000 ? open(property, O_RDONLY | O_CLOEXEC) : -1;
-        const int step = freq >= 5000 && fd < 0 ? choose_step(current, rssi) : UPPER;
-        if (fd >= 0) {
-            close(fd);
-        }
+        struct stat status;
+        const int adapted = freq >= 5000 && stat(property, &status) != 0;
+        const int step = adapted ? choose_step(current, rssi) : UPPER;
         if (step != current) {
             char command[64];
             log_line("StaManager event(CONNECTED) rssi:%d freq:%d", rssi, freq);

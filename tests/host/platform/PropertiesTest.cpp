@@ -1,5 +1,10 @@
+#include <unistd.h>
+
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -83,6 +88,74 @@ TEST_F(SystemProperties, TheNextReadSeesAChange) {
     EXPECT_EQ(__system_property_find("changing"), nullptr);
     root_.setProperty("changing", "3");
     EXPECT_EQ(readBack(property), "changing=3");
+}
+
+TEST_F(SystemProperties, TheNextReadSeesAChangeOfAnyKind) {
+    const std::string folder = root_.path("/dev/__properties__");
+    const auto isNotSet = [] { return __system_property_find("a") == nullptr; };
+    ASSERT_TRUE(isNotSet());  // nor is there a folder
+    root_.write("/dev/__properties__/other", "1");
+    EXPECT_TRUE(isNotSet());
+    root_.setProperty("a", "1");
+    const prop_info* property = __system_property_find("a");
+    ASSERT_NE(property, nullptr);
+    EXPECT_EQ(readBack(property), "a=1");
+
+    std::ofstream(folder + "/a") << "in place";
+    EXPECT_EQ(readBack(property), "a=in place");
+
+    std::filesystem::rename(folder, root_.path("/away"));
+    EXPECT_TRUE(isNotSet());
+    EXPECT_EQ(readBack(property), "a=");
+    root_.setProperty("a", "in a new folder");
+    EXPECT_EQ(__system_property_find("a"), property);
+    EXPECT_EQ(readBack(property), "a=in a new folder");
+
+    std::filesystem::rename(root_.path(""), root_.path("~"));
+    EXPECT_TRUE(isNotSet());
+    std::filesystem::rename(root_.path("~"), root_.path(""));
+    EXPECT_EQ(__system_property_find("a"), property);
+    EXPECT_EQ(readBack(property), "a=in a new folder");
+
+    root_.setProperty("other", "through a link");
+    std::filesystem::remove(folder + "/a");
+    std::filesystem::create_symlink("other", folder + "/a");
+    EXPECT_EQ(__system_property_find("a"), property);
+    EXPECT_EQ(readBack(property), "a=through a link");
+    std::filesystem::remove(folder + "/a");
+    std::filesystem::create_symlink("nowhere", folder + "/a");
+    EXPECT_TRUE(isNotSet());
+}
+
+TEST_F(SystemProperties, AnotherRootIsAnotherSetOfProperties) {
+    root_.setProperty("a", "1");
+    const prop_info* property = __system_property_find("a");
+    {
+        const TempRoot other;
+        EXPECT_EQ(__system_property_find("a"), nullptr);
+        other.setProperty("a", "2");
+        EXPECT_EQ(readBack(property), "a=2");
+    }
+    setenv("CORVID_WIFI_ROOT", root_.path("//").c_str(), 1);
+    EXPECT_EQ(readBack(property), "a=1");
+}
+
+TEST_F(SystemProperties, AFileThatCannotBeReadIsNotSet) {
+    root_.setProperty("a", "1");
+    std::filesystem::permissions(root_.path(""), std::filesystem::perms(0755));
+    const auto setTo = [&](unsigned mode) {
+        std::filesystem::permissions(root_.path("/dev/__properties__/a"),
+                                     std::filesystem::perms(mode));
+        // Root can read everything, so somebody else looks.
+        const uid_t user = geteuid();
+        EXPECT_TRUE(user != 0 || seteuid(65534) == 0);
+        const bool set = __system_property_find("a") != nullptr;
+        EXPECT_EQ(seteuid(user), 0);
+        return set;
+    };
+    EXPECT_TRUE(setTo(0644));
+    EXPECT_FALSE(setTo(0000));
+    EXPECT_TRUE(setTo(0644));
 }
 
 TEST_F(SystemProperties, APropertyIsTheSameObjectHoweverOftenItIsFound) {
