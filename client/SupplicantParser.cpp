@@ -1,7 +1,9 @@
 #include "client/SupplicantParser.h"
 
+#include <charconv>
 #include <cstdio>
 #include <string_view>
+#include <system_error>
 
 namespace Ursa::OS::Wifi {
 
@@ -30,6 +32,13 @@ bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
+/** As std::stoi, which is much slower and therefore only sees what is no plain number. */
+int toInt(std::string_view text) {
+    int value = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+    return result.ec == std::errc() ? value : std::stoi(std::string(text));
+}
+
 NetInterfaceType interfaceTypeOf(std::string_view ifname) {
     if (startsWith(ifname, "p2p")) {
         return NetInterfaceType::P2P;
@@ -52,7 +61,7 @@ bool getInt32ValueByKey(const std::string& text, const char* key, size_t pos, in
     if (end == std::string::npos) {
         return false;
     }
-    value = std::stoi(text.substr(begin, end - begin));
+    value = toInt(std::string_view(text).substr(begin, end - begin));
     return true;
 }
 
@@ -67,9 +76,9 @@ bool getRssiAndFreq(const std::string& reply, int& rssi, int& frequency) {
             continue;
         }
         if (rssi == -1 && name == "RSSI") {
-            rssi = std::stoi(std::string(value));
+            rssi = toInt(value);
         } else if (frequency == -1 && name == "FREQUENCY") {
-            frequency = std::stoi(std::string(value));
+            frequency = toInt(value);
         }
     }
     return rssi != -1 && frequency != -1;

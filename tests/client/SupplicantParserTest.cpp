@@ -1,5 +1,6 @@
 #include <stdexcept>
 #include <string>
+#include <typeinfo>
 
 #include <gtest/gtest.h>
 
@@ -133,6 +134,52 @@ TEST(GetRssiAndFreq, AValueThatIsNoNumberThrowsAndKeepsWhatWasFound) {
     EXPECT_THROW(getRssiAndFreq("RSSI=-55\nFREQUENCY=\n", rssi, frequency), std::invalid_argument);
     EXPECT_EQ(rssi, -55);
     EXPECT_THROW(getRssiAndFreq("RSSI=-99999999999\n", rssi, frequency), std::out_of_range);
+}
+
+TEST(GetRssiAndFreq, AValueIsReadAsStoiReadsIt) {
+    for (const char* value : {"5180",
+                              "-5180",
+                              "+5180",
+                              " 5180",
+                              "\t-7",
+                              "5180 MHz",
+                              "51.80",
+                              "007",
+                              "-0",
+                              "0x10",
+                              "2 3",
+                              "2147483647",
+                              "-2147483648",
+                              "2147483648",
+                              "-2147483649",
+                              "99999999999999999999",
+                              "+-5",
+                              "-+5",
+                              "--5",
+                              "- 5",
+                              "-",
+                              "+",
+                              "",
+                              " ",
+                              "x",
+                              "\xff",
+                              "\v\f\r 8"}) {
+        const auto outcome = [](auto&& read) -> std::string {
+            try {
+                return std::to_string(read());
+            } catch (const std::logic_error& error) {
+                return typeid(error).name();
+            }
+        };
+        EXPECT_EQ(outcome([&] {
+                      int rssi = 0;
+                      int frequency = 0;
+                      getRssiAndFreq(std::string("RSSI=") + value + "\n", rssi, frequency);
+                      return rssi;
+                  }),
+                  outcome([&] { return std::stoi(value); }))
+            << '"' << value << '"';
+    }
 }
 
 TEST(GetValueFromWpaCmdStatusReply, TheRestOfTheLineIsTheValue) {
