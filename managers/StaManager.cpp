@@ -128,11 +128,10 @@ void StaManager::workerThread_() {
     client_->recordTask("StaManager.worker");
     failures_ = 0;
     int pause = kSamplePeriodSeconds;
+    StaResult sample = {"StaManager event(CONNECTED)", -1, -1};
     while (sleep_(pause)) {
-        int rssi = -1;
-        int freq = -1;
-        if (pollSignal_(rssi, freq)) {
-            staConnectedCallbacks->trigger({"StaManager event(CONNECTED)", freq, rssi});
+        if (pollSignal_(sample.rssi, sample.frequency)) {
+            staConnectedCallbacks->trigger(sample);
             pause = kSamplePeriodSeconds;
         } else if (failures_ >= kMaxFailures) {
             WIFI_LOGI("stop sending wpa_supplicant command. (timeout: %d sec)",

@@ -18,6 +18,9 @@ constexpr int kFirstAdaptedFrequency = 5000;
 /** Last frequency that counts as 2.4 GHz for the P2P group's power, MHz. */
 constexpr int kLast2GhzFrequency = 2999;
 
+/** The task that a sample is; not built anew for each. */
+const std::string kOnStaConnected = "TxPowerManager.onStaConnected";
+
 bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtracking(false); }
 
 }  // namespace
@@ -147,7 +150,7 @@ bool TxPowerManager::setTxPower_(unsigned value, NetInterfaceType interfaceType)
 
 void TxPowerManager::onStaConnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
-    client_->recordTask("TxPowerManager.onStaConnected");
+    client_->recordTask(kOnStaConnected);
     if (perChainMode_) {
         perChain_.update(result.rssi, result.frequency);
         return;
