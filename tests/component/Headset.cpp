@@ -168,7 +168,14 @@ void Headset::expectRecords(size_t count, const std::string& kind, const std::st
                       << count;
 }
 
+void Headset::catchUp() {
+    // What the test has seen happen, the simulator has; what the daemon wrote before that is in its
+    // pipe by then, and the simulator's next turn reads the pipe. A comment costs it one turn.
+    play("# nothing");
+}
+
 std::vector<LogLine> Headset::log(const std::string& text, const std::string& level) {
+    catchUp();
     std::vector<LogLine> lines;
     for (const SimRecord& record : sim_.records("log")) {
         if (contains(record.text(), text) && (level.empty() || record["level"] == level)) {
@@ -179,6 +186,7 @@ std::vector<LogLine> Headset::log(const std::string& text, const std::string& le
 }
 
 size_t Headset::count(const std::string& kind, const std::string& text) {
+    catchUp();
     const auto records = sim_.records();
     return static_cast<size_t>(
         std::count_if(records.begin(), records.end(),
@@ -186,6 +194,7 @@ size_t Headset::count(const std::string& kind, const std::string& text) {
 }
 
 void Headset::forget() {
+    catchUp();
     checkDaemonOutput();
     sim_.forget();
 }

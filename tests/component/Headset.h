@@ -102,6 +102,8 @@ class Headset {
     simtest::SimDriver& sim() { return sim_; }
 
   private:
+    /** All that the daemon logged before what the test has seen so far is among the records. */
+    void catchUp();
     void checkDaemonOutput();
 
     simtest::SimDriver sim_;
