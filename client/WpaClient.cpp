@@ -166,6 +166,16 @@ void WpaClient::onDirectoryRemoved_() {
     watchNextDirectory_();  // which may have come between the two
 }
 
+void WpaClient::onParentChange_(uint32_t mask) {
+    if ((mask & IN_IGNORED) != 0) {
+        parentWatch_ = -1;
+        WIFI_LOGE(
+            "Wpa socket directory has been removed with its parent: no longer waiting for it");
+    } else {
+        watchNextDirectory_();
+    }
+}
+
 void WpaClient::watchNextDirectory_() {
     if (!watchDirectory_()) {
         return;
@@ -240,8 +250,8 @@ PollAction WpaClient::onSocketUpdate_(int fd, int events) {
             onDirectoryRemoved_();
         } else if (record.wd == watch_ && record.len > 0) {
             onSocketChange_(record.mask, buffer.data() + offset + sizeof(record));
-        } else if (record.wd == parentWatch_ && watch_ < 0) {
-            watchNextDirectory_();
+        } else if (parentWatch_ >= 0 && record.wd == parentWatch_) {
+            onParentChange_(record.mask);
         }
         offset += sizeof(record) + record.len;
     }

@@ -63,6 +63,7 @@ class WpaClient {
      * on the parent is watched, until the directory is there again.
      */
     void onDirectoryRemoved_();
+    void onParentChange_(uint32_t mask);
     void watchNextDirectory_();
     void startListener_();
     void stopListener_();

@@ -31,6 +31,13 @@ wanted_packages() {
     printf '%s\n' "${guest_packages[@]}"
 }
 
+# download PACKAGE ...: into this folder. What apt knows of the archive may be older than the archive.
+download() {
+    apt-get -qq download "$@" 2>"$cache/apt.log" ||
+        { [ "$(id -u)" -eq 0 ] && apt-get -qq update 2>>"$cache/apt.log" &&
+            apt-get -qq download "$@" 2>"$cache/apt.log"; }
+}
+
 # unpack_packages FOLDER: downloads them and unpacks them there.
 unpack_packages() {
     local folder=$1 packages
@@ -38,7 +45,7 @@ unpack_packages() {
         fail "apt knows no kernel package: 'apt-get update' (as root) tells it what there is"
     mkdir -p "$cache/packages" "$folder"
     # shellcheck disable=SC2086
-    (cd "$cache/packages" && rm -f ./*.deb && apt-get -qq download $packages 2>"$cache/apt.log") ||
+    (cd "$cache/packages" && rm -f ./*.deb && download $packages) ||
         fail "packages could not be downloaded: $(grep -m1 ^E: "$cache/apt.log")"
     local package
     for package in "$cache/packages"/*.deb; do
@@ -106,7 +113,10 @@ load_order() {
 pack() { (cd "$1" && find . -mindepth 1 -print0 | sort -z | cpio -0 -o -H newc -R 0:0 --quiet); }
 
 # The folder of the image that this recipe makes. It does not change with newer packages.
-image_folder() { echo "$cache/$(sha256sum <lab/image.sh | cut -c1-16)"; }
+# A guest of another release would not fit to the programs that are built here.
+image_folder() {
+    echo "$cache/$(cat lab/image.sh /etc/os-release | sha256sum | cut -c1-16)"
+}
 
 # Makes vmlinux and initrd in that folder, unless they are there.
 build_image() {
@@ -162,9 +172,12 @@ make_image() {
         file=$(basename "$file")
         case $file in
             *.xz) xz -d "$root/lab/modules/$file" && file=${file%.xz} ;;
+            *.zst) zstd -q --rm -d "$root/lab/modules/$file" && file=${file%.zst} ;;
         esac
         echo "$file"
     done >"$root/lab/modules/order"
+    grep -qx mac80211_hwsim.ko "$root/lab/modules/order" ||
+        fail "the kernel package has no simulated radios"
 
     pack "$root" >"$work/initrd"
     rm -rf "$image"

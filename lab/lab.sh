@@ -2,6 +2,7 @@
 # A small virtual machine with a real Linux Wi-Fi stack (simulated radios of the kernel, Debian's
 # supplicant and access point), in which the daemon runs as it was built for the host.
 set -euo pipefail
+export LC_ALL=C  # what programs say is read here
 start_folder=$PWD
 cd "$(dirname "$0")/.."
 . cmake/setup.sh
@@ -28,7 +29,7 @@ case $build in
     /*) ;;
     *) [ -d "$build" ] || build=$start_folder/$build ;;
 esac
-logs=$build/lab
+logs=$build/lab-runs
 daemon='vendor.corvid.hardware.wifi@1.0-service'
 # The guest's programs from the build folder.
 programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-events lab-traffic)
@@ -68,15 +69,17 @@ need_tools() {
 }
 
 build_lab() {
-    need_tools cpio depmod xz strip apt-get dpkg-deb sha256sum
-    (build_image) || cannot "there is no image of the guest, see above"
+    [ "$(uname -m)" = x86_64 ] || cannot "the guest is a PC: it is made and runs on amd64 only"
+    need_tools cpio depmod xz strip apt-get dpkg-deb sha256sum flock
+    # A shell of its own: it must end at its first error, which behind "||" it would not.
+    bash -euo pipefail -c '. cmake/setup.sh; . lab/image.sh; build_image' ||
+        cannot "there is no image of the guest, see above"
 }
 
-# programs_archive FILE: what the guest runs from here: the build's programs with their libraries,
-# and the lab's own scripts.
+# programs_archive FILE FOLDER: what the guest runs from here, put together in the empty FOLDER: the
+# build's programs with their libraries, and the lab's own scripts.
 programs_archive() {
-    local root program
-    root=$(mktemp -d)
+    local root=$2 program
     mkdir -p "$root/usr/bin" "$root/lab" "$root/usr/lib"
     for program in "${programs[@]}"; do
         [ -f "$build/bin/$program" ] || fail "$build/bin/$program is not there: build it first"
@@ -90,24 +93,31 @@ programs_archive() {
     cp lab/guest/run-case lab/guest/*.sh "$root/lab/"
     cp -r lab/cases "$root/lab/"
     pack "$root" >"$1"
-    rm -rf "$root"
 }
 
-# disk FILE: a RAM disk of the image's and the programs' archives; the kernel unpacks one after the
-# other.
-disk() {
+# Makes $disk: a RAM disk of the image's and the programs' archives, which the kernel unpacks one
+# after the other. It goes when this script ends.
+make_disk() {
+    local work
     need_tools qemu-system-x86_64 cpio strip
     [ -f "$(image_folder)/initrd" ] || build_lab
-    programs_archive "$1.programs"
-    cat "$(image_folder)/initrd" "$1.programs" >"$1"
-    rm -f "$1.programs"
+    mkdir -p "$logs"
+    work=$(mktemp -d "$logs/.disk.XXXXXX")
+    # shellcheck disable=SC2064  # the name is not known later
+    trap "rm -rf '$work'" EXIT
+    trap 'exit 1' INT TERM HUP
+    mkdir "$work/root"
+    programs_archive "$work/programs" "$work/root"
+    disk=$work/disk
+    cat "$(image_folder)/initrd" "$work/programs" >"$disk"
+    rm -rf "$work/programs" "$work/root"
 }
 
-# guest DISK LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine, until it is switched off or
+# guest LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine, until it is switched off or
 # LIMIT seconds are over (0: no limit). It has one processor: two of them run on two.
 guest() {
-    local disk=$1 limit=$2 options=$3
-    shift 3
+    local limit=$1 options=$2
+    shift 2
     timeout --foreground "$limit" qemu-system-x86_64 -machine pc \
         -accel "${CORVID_LAB_ACCEL:-tcg,thread=multi}" -cpu max -m 256 -smp 1 -nodefaults -no-reboot \
         -display none -kernel "$(image_folder)/vmlinux" -initrd "$disk" -append "console=ttyS0 quiet \
@@ -120,56 +130,54 @@ collect() {
     rm -f "$1/logs.tar.gz"
 }
 
-# run_case DISK NAME: its output; the result is its exit status.
-run_case() {
-    local disk=$1 name=$2 out=$logs/$2 limit status
-    limit=$(limit_of "$name")
+# run_case NAME: its output; the result is its exit status. A second run of the same case in this
+# build folder waits for the first.
+run_case() (
+    name=$1 out=$logs/$1
+    exec 8>"$logs/.$name.lock"
+    flock 8
+    limit=$(limit_of "$name") status=
     rm -rf "$out"
     mkdir -p "$out"
+    : >"$out/status"
     # The guest ends a case that takes too long; the limit here is for a guest that does not.
-    guest "$disk" $((limit + 30)) "lab.case=$name lab.limit=$limit" \
+    guest $((limit + 30)) "lab.case=$name lab.limit=$limit" \
         -serial "file:$out/console.log" -serial stdio -serial "file:$out/logs.tar.gz" \
         -serial "file:$out/status" </dev/null | tee "$out/output.log" || true
     collect "$out"
     status=$(tr -dc 0-9 <"$out/status")
     if [ -z "$status" ]; then
         echo "not ok $name: the guest came to no end; its console:"
-        tail -n 20 "$out/console.log"
+        tail -n 20 "$out/console.log" 2>/dev/null || true
     fi
-    return "${status:-1}"
-}
+    exit "${status:-1}"
+)
 
 test_cases() {
-    local name failed=() disk
+    local name failed=()
     if [ $# -eq 0 ]; then
         # shellcheck disable=SC2046  # one word per case
         set -- $(longest_first)
     fi
     for name in "$@"; do
-        [ -f "lab/cases/$name.sh" ] || fail "there is no case '$name'; cases: $(case_names | xargs)"
+        case_names | grep -qxF -e "$name" ||
+            fail "there is no case '$name'; cases: $(case_names | xargs)"
     done
-    mkdir -p "$logs"
-    disk=$(mktemp "$logs/disk.XXXXXX")
-    # shellcheck disable=SC2064  # the name is not known later
-    trap "rm -f '$disk' '$disk.programs'" EXIT
-    disk "$disk"
+    make_disk
     if [ $# -eq 1 ]; then
-        run_case "$disk" "$1"
+        run_case "$1"
         return
     fi
     for name in "$@"; do
         while [ "$(jobs -rp | wc -l)" -ge 2 ]; do
             wait -n || true
         done
-        (run_case "$disk" "$name" >/dev/null
-            status=$?
-            cat "$logs/$name/output.log"
-            exit "$status") &
+        (run_case "$name" >"$logs/.$name.output" || true
+            cat "$logs/.$name.output") &
     done
     wait
-    # shellcheck disable=SC2012
     for name in "$@"; do
-        tail -n 1 "$logs/$name/output.log" | grep -q "^ok $name" || failed+=("$name")
+        tail -n 1 "$logs/.$name.output" | grep -qx "ok $name" || failed+=("$name")
     done
     [ ${#failed[@]} -eq 0 ] || fail "failed: ${failed[*]} (lab/lab.sh log CASE shows the logs)"
     echo "all $# cases passed"
@@ -177,14 +185,11 @@ test_cases() {
 
 shell() {
     local out=$logs/shell
+    make_disk
+    rm -rf "$out"
     mkdir -p "$out"
-    local disk
-    disk=$(mktemp "$logs/disk.XXXXXX")
-    # shellcheck disable=SC2064
-    trap "rm -f '$disk' '$disk.programs'" EXIT
-    disk "$disk"
     echo "lab: 'exit' ends the machine; so does Ctrl-A X"
-    guest "$disk" 0 "" -serial "file:$out/console.log" -serial mon:stdio \
+    guest 0 "" -serial "file:$out/console.log" -serial mon:stdio \
         -serial "file:$out/logs.tar.gz" -serial "file:$out/status"
     collect "$out"
 }

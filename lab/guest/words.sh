@@ -21,6 +21,10 @@ country=US
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
 patience=30
 
+followers=
+# More lines for the access point's configuration, for the cases that want some.
+access_point_options=
+
 mkdir -p $sockets /lab/etc /dev/__properties__ /dev/hwbinder
 # On the device the folder belongs to init and stays. Debian's supplicant removes it where it can:
 # when it is empty.
@@ -31,11 +35,14 @@ touch $sockets/.keep
 step() { echo "# $(cut -d' ' -f1 /proc/uptime) $*"; }
 
 fail() {
+    verdict="not ok"
     echo "not ok $case: $*"
     exit 1
 }
 
 finish() {
+    ! grep ": not found$" /lab/log/shell.log || fail "there is no such word"
+    verdict="ok"
     echo "ok $case"
     exit 0
 }

@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
         usleep(RETRY_US);
     }
     if (wpa_ctrl_attach(control) != 0) {
-        fprintf(stderr, "%s: ATTACH was refused\n", argv[1]);
+        fprintf(stderr, "%s: ATTACH had no answer, or not the right one\n", argv[1]);
         return 1;
     }
     setvbuf(stdout, NULL, _IOLBF, 0);
@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
         /* The library's socket does not block. */
         struct pollfd readable = {.fd = wpa_ctrl_get_fd(control), .events = POLLIN};
         if (poll(&readable, 1, -1) < 0 || wpa_ctrl_recv(control, event, &length) != 0) {
-            perror(argv[1]);
+            fprintf(stderr, "%s: the connection is lost\n", argv[1]);
             return 1;
         }
         event[length] = '\0';

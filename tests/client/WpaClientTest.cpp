@@ -345,6 +345,18 @@ TEST_F(WpaClientTest, ADirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
                             path("wpa/") + " cannot be watched: err 2"));
 }
 
+TEST_F(WpaClientTest, AParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
+    std::filesystem::create_directories(path("wpa/sockets"));
+    client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
+    std::filesystem::remove(path("wpa/sockets"));
+    ASSERT_TRUE(
+        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    std::filesystem::remove(path("wpa"));
+    EXPECT_TRUE(
+        waitForLine("WpaClient: Wpa socket directory has been removed with its parent: no "
+                    "longer waiting for it"));
+}
+
 TEST_F(WpaClientTest, ASecondWatchIsRefused) {
     start();
     EXPECT_FALSE(Peer::startMonitor(*client_));
