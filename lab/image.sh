@@ -3,7 +3,7 @@
 # downloaded and unpacked, never installed. To be sourced; all of it works as an ordinary user.
 
 # Where packages and images are kept between runs and shared by all clones.
-cache=${CORVID_LAB_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/corvid-wifi-lab}
+cache=${CORVID_LAB_CACHE:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-lab}
 
 # Programs of the guest that come from packages, with what they need. busybox is the rest.
 guest_packages=(busybox-static hostapd iw wireless-regdb wpasupplicant)
