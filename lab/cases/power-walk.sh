@@ -19,21 +19,28 @@ walk() {
     power_command "$2"
 }
 
-# stay RSSI: at the next sample it does not.
+# stay RSSI: at the next sample it does not. The daemon logs nothing then; had there been a command,
+# it would be before the question for the record, or before the next step's sample.
 stay() {
     step "$1 dBm: as before"
     signal "$1"
     expect_next requests "wlan0 SIGNAL_POLL"
-    # Had there been a command, it would be before the next sample.
-    same "the record" "$(call getStaInfo)" "{\"frequency\":5180,\"rssi\":$1,\"bandwidth\":$bandwidth}"
+    same "the record" "$(call getStaInfo)" "{\"frequency\":5180,\"rssi\":$1,\"bandwidth\":1}"
     expect_next requests "wlan0 SIGNAL_POLL"
+}
+
+# What the daemon complained of, but for attempts to connect that came too early, and for the
+# managers that are off when it is asked for all.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
+            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
 }
 
 property txpower.enable.sta true
 start_daemon
 start_supplicant
 start_access_point 5180 20
-bandwidth=1
 signal -40
 forget requests
 connect
@@ -46,18 +53,24 @@ expect_next requests "wlan0 SIGNAL_POLL"
 told "TxPowerManager: StaManager event(CONNECTED) rssi:-40 freq:5180"
 power_command 20
 
-walk -40 5
-stay -60
-walk -61 9
-stay -70
-walk -71 20
-stay -90
+# Each edge of the three steps, and the values beside it: from 20 dBm
 stay -65
 walk -64 9
+# from 9 dBm
+stay -70
 stay -55
+walk -71 20
+walk -55 9
 walk -54 5
-walk -90 20
+# from 5 dBm
+stay -60
+walk -61 9
 walk -40 5
+walk -70 9
+walk -54 5
+walk -71 20
+# and past the step between.
+walk -54 5
 
 step "disconnected"
 wpa wlan0 disconnect >/dev/null
@@ -69,4 +82,7 @@ has "the dump" "$(dump)" "TxPowerManager: Enabled
 	P2P TX Power: 0 dbm
 	Per Chain Control: 0
 "
+# The dump of a station without a link.
+same "what the daemon complained of" "$(complaints)" \
+    "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs
