@@ -8,6 +8,37 @@ atom() {
 {\"string\":\"$1\"},{\"int\":$2},{\"int\":$3}]}"
 }
 
+link_atoms() { atoms_without_times | sed -n '/WIFI_STA_CONNECTED/,$p'; }
+link_atoms_are_there() { [ "$(link_atoms | wc -l)" -ge 2 ]; }
+
+# rate: what the radio sent at last, as the kernel has it.
+rate() { iw dev wlan0 link | sed -n 's/^\ttx bitrate: //p'; }
+
+# read_at PATTERN: after some more traffic the radio sends at a rate like that; what the daemon says
+# of it is $record and $text. That counts when the rate is the same behind it: the radio now and
+# then tries another.
+read_at() {
+    local before
+    traffic 100
+    before=$(rate)
+    record=$(call getStaInfo)
+    text=$(dump)
+    [ "$(rate)" = "$before" ] && echo "$before" | grep -qx "$1"
+}
+
+# Without the times.
+driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
+
+# What the daemon complained of, but for attempts to connect that came too early, and for the
+# managers that are off when it is asked for all.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
+            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
+}
+
+# Whose own frames would change the rate in between.
+echo 1 >/proc/sys/net/ipv6/conf/wlan0/disable_ipv6
 property telemetry.enable true
 start_daemon
 told "WpaClient: Started monitoring wpa socket directory"
@@ -45,11 +76,9 @@ for sample in 1 2 3; do
 done
 
 step "the link as it is"
-traffic
-# The kernel's own view first, so that a wrong answer is the daemon's.
-has "the kernel's transmit rate" "$(iw dev wlan0 link)" "80MHz"
-same "the record" "$(call getStaInfo)" '{"frequency":5180,"rssi":-27,"bandwidth":3}'
-has "the dump" "$(dump)" "StaManager: Enabled
+until_true read_at '.* VHT-MCS [0-9]* 80MHz .*'
+same "the record" "$record" '{"frequency":5180,"rssi":-27,"bandwidth":3}'
+has "the dump" "$text" "StaManager: Enabled
 	STA frequency: 5180
 	STA rssi: -27
 	STA bandwidth: 80
@@ -62,7 +91,16 @@ told "StaManager: STA event(DISCONNECTED-bssid=$access_point_address reason=3 lo
 told "TelemetryEventLogger: Report STA Manager event: freq:-1 rssi:-1"
 same "the record" "$(call getStaInfo)" '{"frequency":-1,"rssi":-1,"bandwidth":0}'
 
-same "the atoms" "$(atoms_without_times)" "$(atom WIFI_STA_DISCONNECTED -1 -1)
-$(atom WIFI_STA_CONNECTED 5180 -27)
+until_true link_atoms_are_there
+same "the atoms" "$(link_atoms)" "$(atom WIFI_STA_CONNECTED 5180 -27)
 $(atom WIFI_STA_DISCONNECTED -1 -1)"
+# One when the socket is found, and one for each attempt to connect that came too early.
+same "the kinds of atoms before the link" \
+    "$(atoms_without_times | sed '/WIFI_STA_CONNECTED/,$d' | sort -u)" \
+    "$(atom WIFI_STA_DISCONNECTED -1 -1)"
+same "the commands to the driver" "$(driver_commands)" ""
+# The first for want of a supplicant, the other for want of a link.
+same "what the daemon complained of" "$(complaints)" "\
+StaManager: Failed to send SIGNAL_POLL command
+StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs
