@@ -6,11 +6,19 @@ power() { iw dev p2p0 info | sed -n 's/^\ttxpower \(.*\)\.00 dBm/\1/p'; }
 
 blocklist() { cat $controllers; }
 
-# group_starts FREQUENCY LAST-FREQUENCY DBM: as the supplicant says it, and what the daemon does: the power,
-# the chain (the driver's own command, which this kernel's driver refuses), the record.
+# weighed LAST-BLOCKED STA P2P: the blocklist's manager has heard of these frequencies (-1: none), on
+# a thread of its own: it is read behind $group, where the log was when the group started or ended.
+weighed() {
+    read_daemon=$group
+    told "FrequencyBlockManager: current blocked freq:$1 STA freq:$2 P2P freq:$3"
+}
+
+# group_starts FREQUENCY LAST-FREQUENCY DBM: as the supplicant says it, and what the daemon does: the
+# power, the chain (the driver's own command, which this kernel's driver refuses), the record.
 group_starts() {
     step "a group on $1 MHz"
     forget requests daemon
+    group=$read_daemon
     same "the supplicant's answer" "$(wpa p2p0 p2p_group_add freq="$1")" OK
     expect p2p "<3>P2P-GROUP-STARTED p2p0 GO ssid=\"DIRECT-"
     has "the event" "$line" " freq=$1 passphrase="
@@ -45,11 +53,23 @@ group_switches() {
     told "TxPowerManager: P2P Freq:$2 newFreq:$1"
     told "TxPowerManager: P2P cmd:DRIVER SET_TXPOWER $3 reply:OK"
     expect requests "p2p0 DRIVER SET_TXPOWER $3 -> OK"
+    same "the radio's power" "$(power)" "$3"
     same "the record" "$(call getP2pInfo)" "{\"frequency\":$1,\"bandwidth\":-1}"
+}
+
+# Without the times.
+driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
+
+# What the daemon complained of, but for attempts to connect that came too early.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
 }
 
 group_ends() {
     step "it ends"
+    forget daemon
+    group=$read_daemon
     same "the supplicant's answer" "$(wpa p2p0 p2p_group_remove p2p0)" OK
     expect p2p "<3>P2P-GROUP-REMOVED p2p0 GO reason=REQUESTED"
     told "TxPowerManager: P2P event(DISCONNECTED-p2p0 GO reason=REQUESTED)"
@@ -59,7 +79,21 @@ group_ends() {
     expect peer "P2P-GROUP-REMOVED wlan2 client reason=GO_ENDING_SESSION"
 }
 
+# switch_is_refused CHANNEL MHZ COMMAND: a client asks for one; the supplicant knows no such command,
+# and only SUCCESS counts.
+switch_is_refused() {
+    forget requests daemon
+    same "the client's answer and its exit status" \
+        "$(corvid-wifi call startCsa "$1" "$2"; echo "$?")" '{"code":1,"description":""}
+1'
+    expect requests "wlan0 $3"
+    has "the request" "$line|" "wlan0 $3|"
+    told "ChannelSwitchManager: startCsa [QC] ($1, $2)"
+    told "ChannelSwitchManager: startCsa failed"
+}
+
 property txpower.enable.p2p true
+property cmd.cs.p2p.corvid true
 property frequency.block.enable true
 property txchain.enable.p2p true
 property txchain.qualcomm true
@@ -78,6 +112,7 @@ group_switches 2462 2437 12
 # Nobody tells the blocklist: it listens for switches on the station's socket.
 same "the blocklist" "$(blocklist)" "2420 2454"
 group_ends
+weighed 2437 -1 -1
 until_true [ ! -s $controllers ]
 same "the blocklist" "$(blocklist)" ""
 # The last interface has gone idle: the world's domain, and the user's again.
@@ -85,21 +120,46 @@ expect monitor '{"event":"onRegdomUpdated","init":"CORE","type":"WORLD","alpha2"
 expect monitor '{"event":"onRegdomUpdated","init":"USER","type":"COUNTRY","alpha2":"US"}'
 
 group_starts 5180 -1 20
+weighed -1 -1 5180
+same "the blocklist" "$(blocklist)" ""
 peer_joins
 group_switches 5200 5180 20
-same "the blocklist" "$(blocklist)" ""
 group_ends
+# Which comes behind all that it did for the group.
+weighed 5180 -1 -1
+same "the blocklist" "$(blocklist)" ""
 
 step "beside a station on the same channel"
 start_access_point 5180 20
 connect
 connected
 group_starts 5180 -1 20
+weighed -1 5180 5180
 peer_joins
 has "the station's record" "$(call getStaInfo)" '{"frequency":5180,"rssi":-27,'
+step "a client asks for another channel"
+switch_is_refused 40 20 "CORVID_P2P_CHAN_SWITCH 0 5200 bandwidth=20"
+switch_is_refused 40 80 \
+    "CORVID_P2P_CHAN_SWITCH 0 5200 bandwidth=80 center_freq1=5210 vht_enabled=1"
+same "the record" "$(call getP2pInfo)" '{"frequency":5180,"bandwidth":-1}'
 group_ends
 same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED
 
 # Switches are told on the group's own socket, where the relay to clients does not listen.
 never monitor onChannelSwitch
+same "the times that something was blocked" "$(grep -c ') is blocked$' "$(log_of daemon)")" 1
+# Three groups, two of which switched.
+same "the commands to the driver" "$(driver_commands)" "\
+p2p0 DRIVER SET_TXPOWER 12 -> OK
+p2p0 DRIVER SET_TXPOWER 12 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK
+p2p0 DRIVER SET_TXPOWER 20 -> OK"
+same "what the daemon complained of" "$(complaints)" "\
+ChannelSwitchManager: startCsa failed
+CorvidWifiClient: Failed to send vendor command to driver.
+Nl80211Client: nl80211 response has error code -95"
 still_runs
