@@ -44,6 +44,14 @@ bandwidth() {
         sed "s/^{\"frequency\":$frequency,\"rssi\":-[0-9]*,\"bandwidth\":\([0-9]*\)}$/\1/"
 }
 
+# What the daemon complained of, but for attempts to connect that came too early, and for the
+# managers that are off when it is asked for all.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
+            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
+}
+
 # Whose own frames would change the rate in between.
 echo 1 >/proc/sys/net/ipv6/conf/wlan0/disable_ipv6
 start_daemon
@@ -57,4 +65,7 @@ link 5180 80 '.* VHT-MCS [0-9]* 80MHz .*' 3 80
 link 5180 160 '.* VHT-MCS [0-9]* 80MHz .*' 3 80
 # And back: nothing stays of a wider link.
 link 5180 40 '.* MCS [0-9]* 40MHz' 2 40
+# The records and dumps without a link.
+same "what the daemon complained of" "$(complaints)" \
+    "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs

@@ -21,6 +21,12 @@ refused() {
     told "CorvidWifiClient: Failed to send vendor command to driver."
 }
 
+# What the daemon complained of, but for attempts to connect that came too early.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
+}
+
 failure='{"code":1,"description":""}'
 success='{"code":0,"description":""}'
 stream="192.168.7.9 5004 10.0.0.1 40000 46 17"
@@ -159,4 +165,20 @@ terminate_supplicant
 iw dev p2p0 del
 same "NoA" "$(call setP2pNoa 255 0 100)" "$failure"
 refused -19
+same "what the daemon complained of" "$(complaints)" "\
+CorvidWifiClient: Failed to send vendor command to driver.
+CorvidWifiClient: P2P interface not found. Ignoring NlCmd [P2P_SET_NOA 255 0 100].
+CorvidWifiManager: TxPowerManager does not exist.
+Nl80211Client: nl80211 response has error code -19
+Nl80211Client: nl80211 response has error code -67
+Nl80211Client: nl80211 response has error code -95
+ScsManager: Cannot parse bssid from wpa_supplicant STATUS reply.
+ScsManager: Cannot parse ip_address from wpa_supplicant STATUS reply.
+ScsManager: Cannot send STATUS command to wpa_supplicant.
+ScsManager: Failed to construct and send request frame.
+ScsManager: Failed to construct request frame.
+ScsManager: Failed to send request frame via nl80211.
+ScsManager: IP version (V6) is not supported.
+ScsManager: ScsProfileId 0 not found.
+ScsManager: ScsProfileId 1 not found."
 still_runs
