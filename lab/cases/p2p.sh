@@ -6,15 +6,15 @@ power() { iw dev p2p0 info | sed -n 's/^\ttxpower \(.*\)\.00 dBm/\1/p'; }
 
 blocklist() { cat $controllers; }
 
-# weighed LAST-BLOCKED STA P2P: the blocklist's manager has heard of these frequencies (-1: none), on
-# a thread of its own: it is read behind $group, where the log was when the group started or ended.
+# weighed LAST-BLOCKED STA P2P: the blocklist's manager has heard of these frequencies (-1: none). It
+# does so on a thread of its own: this reads on from where the last group started or ended.
 weighed() {
     read_daemon=$group
     told "FrequencyBlockManager: current blocked freq:$1 STA freq:$2 P2P freq:$3"
 }
 
-# group_starts FREQUENCY LAST-FREQUENCY DBM: as the supplicant says it, and what the daemon does: the
-# power, the chain (the driver's own command, which this kernel's driver refuses), the record.
+# group_starts FREQUENCY LAST-FREQUENCY DBM: as the supplicant says it, and what the daemon does:
+# the power, the chain (the driver's own command, which this kernel's driver refuses), the record.
 group_starts() {
     step "a group on $1 MHz"
     forget requests daemon
@@ -79,8 +79,8 @@ group_ends() {
     expect peer "P2P-GROUP-REMOVED wlan2 client reason=GO_ENDING_SESSION"
 }
 
-# switch_is_refused CHANNEL MHZ COMMAND: a client asks for one; the supplicant knows no such command,
-# and only SUCCESS counts.
+# switch_is_refused CHANNEL MHZ COMMAND: a client asks for one; the supplicant does not know the
+# command, and only SUCCESS counts.
 switch_is_refused() {
     forget requests daemon
     same "the client's answer and its exit status" \

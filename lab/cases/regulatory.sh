@@ -9,7 +9,9 @@ relayed() {
 }
 
 # event INIT TYPE ALPHA2: as the client gets it.
-event() { echo "{\"event\":\"onRegdomUpdated\",\"init\":\"$1\",\"type\":\"$2\",\"alpha2\":\"$3\"}"; }
+event() {
+    echo "{\"event\":\"onRegdomUpdated\",\"init\":\"$1\",\"type\":\"$2\",\"alpha2\":\"$3\"}"
+}
 
 # hear EVENT: the client's next.
 hear() {
