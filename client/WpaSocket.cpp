@@ -82,12 +82,12 @@ void WpaSocket::onSocketFileDelete() {
 
 int WpaSocket::registerEventCallback(WifiClientCallbackType type,
                                      std::function<void(const std::string&)>& callback) {
-    const auto map = findCallbackMap_(type);
+    auto* const map = findCallbackMap_(type);
     return map == nullptr ? -1 : map->registerCallback(callback);
 }
 
 bool WpaSocket::unregisterEventCallback(WifiClientCallbackType type, int handle) {
-    const auto map = findCallbackMap_(type);
+    auto* const map = findCallbackMap_(type);
     return map != nullptr && map->unregisterCallback(handle);
 }
 
@@ -97,7 +97,7 @@ bool WpaSocket::sendCtrlCmd(const std::string& cmd, std::string& reply) {
         reply = "ERROR: NOT-CONNECTED";
         return false;
     }
-    std::array<char, kBufferSize> buffer = {};
+    std::array<char, kBufferSize> buffer;  // the library says how much of it is the reply
     size_t length = buffer.size() - 1;
     const int result = wpa_ctrl_request(command_.get(), cmd.c_str(), cmd.length(), buffer.data(),
                                         &length, nullptr);
@@ -449,7 +449,7 @@ bool WpaSocket::eventHandler_(std::string_view event, const EventTable<N>& table
 }
 
 void WpaSocket::handleEventCallback_(WifiClientCallbackType type, const std::string& payload) {
-    const auto map = findCallbackMap_(type);
+    auto* const map = findCallbackMap_(type);
     if (map == nullptr) {
         return;
     }
@@ -461,14 +461,13 @@ void WpaSocket::handleEventCallback_(WifiClientCallbackType type, const std::str
     }
 }
 
-std::shared_ptr<CallbackMap<const std::string&>> WpaSocket::findCallbackMap_(
-    WifiClientCallbackType type) {
+CallbackMap<const std::string&>* WpaSocket::findCallbackMap_(WifiClientCallbackType type) {
     const auto found = callbacks_.find(type);
     if (found == callbacks_.end()) {
         WPA_LOG(W, "Failed to find a callback map with type %d", static_cast<int>(type));
         return nullptr;
     }
-    return found->second;
+    return found->second.get();
 }
 
 }  // namespace Ursa::OS::Wifi

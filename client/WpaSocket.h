@@ -160,7 +160,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     void handleEventCallback_(WifiClientCallbackType type, const std::string& payload);
 
     /** Null, with a warning, for a type outside the enumeration. */
-    std::shared_ptr<CallbackMap<const std::string&>> findCallbackMap_(WifiClientCallbackType type);
+    CallbackMap<const std::string&>* findCallbackMap_(WifiClientCallbackType type);
 
     Mutex socketMutex_;  ///< held while a command waits for its reply
     Mutex eventMutex_;   ///< held while one event's subscribers run, deliberately
