@@ -3,21 +3,6 @@
 # One that allows 160 MHz from 5180 MHz on at once; elsewhere a part of it is watched for radar.
 country=PA
 
-# rate: what the radio sent at last, as the kernel has it.
-rate() { iw dev wlan0 link | sed -n 's/^\ttx bitrate: //p'; }
-
-# read_at PATTERN: after some more traffic the radio sends at a rate like that; what the daemon says
-# of it is $record and $text. That counts when the rate is the same behind it: the radio now and
-# then tries another.
-read_at() {
-    local before
-    traffic 100
-    before=$(rate)
-    record=$(bandwidth)
-    text=$(dump)
-    [ "$(rate)" = "$before" ] && echo "$before" | grep -qx "$1"
-}
-
 # link FREQUENCY WIDTH PATTERN CODE MHZ: on such a channel (MHz both) the radio comes to send at a
 # rate of that pattern, for which the daemon has this code and prints so many MHz.
 link() {
@@ -27,7 +12,7 @@ link() {
     connected
     has "the channel" "$(iw dev wlan0 info)" "($1 MHz), width: $2 MHz"
     until_true read_at "$3"
-    same "the bandwidth" "$record" "$4"
+    same "the bandwidth" "$(bandwidth_of "$record")" "$4"
     has "the dump" "$text" "	STA bandwidth: $5
 "
     stop_access_point
@@ -38,18 +23,10 @@ link() {
 "
 }
 
-# bandwidth: the code in the daemon's record, which is whole and of this link.
-bandwidth() {
-    call getStaInfo |
+# bandwidth_of RECORD: its code, when the record is whole and of this link.
+bandwidth_of() {
+    echo "$1" |
         sed "s/^{\"frequency\":$frequency,\"rssi\":-[0-9]*,\"bandwidth\":\([0-9]*\)}$/\1/"
-}
-
-# What the daemon complained of, but for attempts to connect that came too early, and for the
-# managers that are off when it is asked for all.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
-            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
 }
 
 # Whose own frames would change the rate in between.
@@ -66,6 +43,6 @@ link 5180 160 '.* VHT-MCS [0-9]* 80MHz .*' 3 80
 # And back: nothing stays of a wider link.
 link 5180 40 '.* MCS [0-9]* 40MHz' 2 40
 # The records and dumps without a link.
-same "what the daemon complained of" "$(complaints)" \
+same "what the daemon complained of" "$(complaints_beside_dumps)" \
     "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs

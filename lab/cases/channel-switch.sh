@@ -47,15 +47,6 @@ switched() {
     same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED
 }
 
-# Without the times.
-driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
-
-# What the daemon complained of, but for attempts to connect that came too early.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
-}
-
 step "within the 80 MHz"
 switched 5200 -1 5210
 switched 5180 1 5210

@@ -21,12 +21,6 @@ refused() {
     told "CorvidWifiClient: Failed to send vendor command to driver."
 }
 
-# What the daemon complained of, but for attempts to connect that came too early.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
-}
-
 failure='{"code":1,"description":""}'
 success='{"code":0,"description":""}'
 stream="192.168.7.9 5004 10.0.0.1 40000 46 17"

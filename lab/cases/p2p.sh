@@ -57,15 +57,6 @@ group_switches() {
     same "the record" "$(call getP2pInfo)" "{\"frequency\":$1,\"bandwidth\":-1}"
 }
 
-# Without the times.
-driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
-
-# What the daemon complained of, but for attempts to connect that came too early.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
-}
-
 group_ends() {
     step "it ends"
     forget daemon

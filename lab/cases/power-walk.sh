@@ -29,14 +29,6 @@ stay() {
     expect_next requests "wlan0 SIGNAL_POLL"
 }
 
-# What the daemon complained of, but for attempts to connect that came too early, and for the
-# managers that are off when it is asked for all.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
-            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
-}
-
 property txpower.enable.sta true
 start_daemon
 start_supplicant
@@ -83,6 +75,6 @@ has "the dump" "$(dump)" "TxPowerManager: Enabled
 	Per Chain Control: 0
 "
 # The dump of a station without a link.
-same "what the daemon complained of" "$(complaints)" \
+same "what the daemon complained of" "$(complaints_beside_dumps)" \
     "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs

@@ -112,12 +112,6 @@ threads() { ls "/proc/$daemon/task" | wc -l; }
 memory() { sed -n 's/^RssAnon:[^0-9]*\([0-9]*\) kB/\1/p' "/proc/$daemon/status"; }
 rests() { [ "$(descriptors) $(threads)" = "$at_rest" ]; }
 
-# What the daemon complained of, but for attempts to connect that came too early.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
-}
-
 # One of each first: what is kept from then on is kept once.
 for trouble in deauthenticated access_point_killed wrong_key terminated killed folder_removed; do
     $trouble

@@ -25,12 +25,6 @@ hear() {
     repeats=
 }
 
-# What the daemon complained of, but for attempts to connect that came too early.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
-}
-
 # Whether the last two events may come again: the kernel tells of the last interface that goes idle
 # once or twice.
 repeats=

@@ -11,32 +11,6 @@ atom() {
 link_atoms() { atoms_without_times | sed -n '/WIFI_STA_CONNECTED/,$p'; }
 link_atoms_are_there() { [ "$(link_atoms | wc -l)" -ge 2 ]; }
 
-# rate: what the radio sent at last, as the kernel has it.
-rate() { iw dev wlan0 link | sed -n 's/^\ttx bitrate: //p'; }
-
-# read_at PATTERN: after some more traffic the radio sends at a rate like that; what the daemon says
-# of it is $record and $text. That counts when the rate is the same behind it: the radio now and
-# then tries another.
-read_at() {
-    local before
-    traffic 100
-    before=$(rate)
-    record=$(call getStaInfo)
-    text=$(dump)
-    [ "$(rate)" = "$before" ] && echo "$before" | grep -qx "$1"
-}
-
-# Without the times.
-driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
-
-# What the daemon complained of, but for attempts to connect that came too early, and for the
-# managers that are off when it is asked for all.
-complaints() {
-    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
-        grep -v -e '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' \
-            -e '^CorvidWifiManager: [A-Za-z0-9]*Manager does not exist\.$' | sort -u
-}
-
 # Whose own frames would change the rate in between.
 echo 1 >/proc/sys/net/ipv6/conf/wlan0/disable_ipv6
 property telemetry.enable true
@@ -100,7 +74,7 @@ same "the kinds of atoms before the link" \
     "$(atom WIFI_STA_DISCONNECTED -1 -1)"
 same "the commands to the driver" "$(driver_commands)" ""
 # The first for want of a supplicant, the other for want of a link.
-same "what the daemon complained of" "$(complaints)" "\
+same "what the daemon complained of" "$(complaints_beside_dumps)" "\
 StaManager: Failed to send SIGNAL_POLL command
 StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response"
 still_runs

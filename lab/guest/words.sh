@@ -134,6 +134,21 @@ until_true() {
     done
 }
 
+# complaints: what the daemon complained of (its warnings and errors), each once, but for attempts
+# to connect that came too early.
+complaints() {
+    sed -n 's/^[^ ]* [WEF] [^ ]* [^ ]* *[0-9]* *[0-9]* //p' "$(log_of daemon)" |
+        grep -v '^\[WPA-[A-Z0-9]*\] Failed to open wpa_supplicant control interface\.$' | sort -u
+}
+
+# The same, but for the managers that are off, of which each dump complains.
+complaints_beside_dumps() {
+    complaints | grep -v '^CorvidWifiManager: [A-Za-z0-9]* does not exist\.$'
+}
+
+# The private commands that came to the driver, with their answers, without the times.
+driver_commands() { sed -n 's/^[0-9]* \([^ ]* DRIVER .*\)/\1/p' "$(log_of requests)"; }
+
 # --- the headset ---
 
 # property NAME VALUE, without the "persist.vendor.wifi." before it
@@ -298,6 +313,21 @@ stop_access_point() {
 
 # traffic: until the station's radio has settled for a rate.
 traffic() { lab-traffic wlan0 $access_point_address "${1:-500}"; }
+
+# rate: what the station's radio sent at last, as the kernel has it.
+rate() { iw dev wlan0 link | sed -n 's/^\ttx bitrate: //p'; }
+
+# read_at PATTERN: after some more traffic the radio sends at a rate like that; what the daemon says
+# of it is $record and $text. That counts when the rate is the same behind it: the radio now and
+# then tries another.
+read_at() {
+    local before
+    traffic 100
+    before=$(rate)
+    record=$(call getStaInfo)
+    text=$(dump)
+    [ "$(rate)" = "$before" ] && echo "$before" | grep -qx "$1"
+}
 
 # signal DBM: what the station hears of the access point; from -100 to -1.
 signal() {
