@@ -1,5 +1,5 @@
 # P2P groups start on p2p0, are joined by a peer, switch their channel and end
-# limit: 150 s
+# limit: 240 s
 
 # The group's, in dBm.
 power() { iw dev p2p0 info | sed -n 's/^\ttxpower \(.*\)\.00 dBm/\1/p'; }

@@ -1,5 +1,5 @@
 # the signal falls and rises: the power steps follow with their hysteresis, and the radio obeys
-# limit: 160 s
+# limit: 240 s
 
 radio_power() { iw dev wlan0 info | sed -n 's/^\ttxpower //p'; }
 

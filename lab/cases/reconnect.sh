@@ -1,5 +1,5 @@
 # lost by deauthentication, dead access point, wrong key, ended or killed supplicant: found each time
-# limit: 240 s
+# limit: 300 s
 
 rounds=5
 property telemetry.enable true

@@ -191,12 +191,12 @@ still_runs
 
 # at_least COUNT OF WHAT
 at_least() { [ "$2" -ge "$1" ] || fail "only $2 $3"; }
-at_least 18 $connections connections
-at_least 45 $scans scans
-at_least 15 $groups groups
-at_least 5 $restarts restarts
-at_least 15 $clients clients
-at_least 120 $calls calls
+at_least 10 $connections connections
+at_least 25 $scans scans
+at_least 8 $groups groups
+at_least 3 $restarts restarts
+at_least 8 $clients clients
+at_least 60 $calls calls
 
 # And it was all seen, and all tried.
 same "the connections reported" "$(grep -cF WIFI_STA_CONNECTED $atoms)" $connections

@@ -44,7 +44,8 @@ for sample in 1 2 3; do
     if [ -n "$last" ]; then
         passed=$((now - last))
         [ $passed -ge 4900 ] || fail "sample $sample came after $passed ms"
-        [ $passed -le 8000 ] || fail "sample $sample came only after $passed ms"
+        # Late on a busy machine; but 30 s is what a failed sample would take.
+        [ $passed -le 20000 ] || fail "sample $sample came only after $passed ms"
     fi
     last=$now
 done

@@ -19,7 +19,7 @@ pass=correct-horse
 # Where they all are; a case may say otherwise before it starts one.
 country=US
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
-patience=30
+patience=60
 
 followers=
 # More lines for the access point's configuration, for the cases that want some.
