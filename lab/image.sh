@@ -69,9 +69,8 @@ kernel_image() {
 # copy_libraries ROOT SYSTEM PROGRAM ...: the shared libraries of programs, taken from the folder
 # SYSTEM where it has them, go into ROOT at the paths at which their loader looks for them.
 copy_libraries() {
-    local root=$1 system=$2 libraries path
+    local root=$1 system=$2 libraries=x86_64-linux-gnu path
     shift 2
-    libraries=$(dpkg-architecture -q DEB_HOST_MULTIARCH 2>/dev/null || gcc -print-multiarch)
     LD_LIBRARY_PATH=${system:+$system/usr/lib/$libraries:$system/lib/$libraries} ldd "$@" |
         awk '$2 == "=>" && $3 ~ /^\// {print $3} $1 ~ /^\// && !/:$/ {print $1}
              /not found/ {print "missing:" $1}' | sort -u |

@@ -13,6 +13,17 @@ weighed() {
     told "FrequencyBlockManager: current blocked freq:$1 STA freq:$2 P2P freq:$3"
 }
 
+# powered FREQUENCY LAST-FREQUENCY DBM: the daemon has set the group's power, the radio has it, and
+# clients are told the frequency.
+powered() {
+    told "TxPowerManager: P2P event(CONNECTED)"
+    told "TxPowerManager: P2P Freq:$2 newFreq:$1"
+    told "TxPowerManager: P2P cmd:DRIVER SET_TXPOWER $3 reply:OK"
+    expect requests "p2p0 DRIVER SET_TXPOWER $3 -> OK"
+    same "the radio's power" "$(power)" "$3"
+    same "the record" "$(call getP2pInfo)" "{\"frequency\":$1,\"bandwidth\":-1}"
+}
+
 # group_starts FREQUENCY LAST-FREQUENCY DBM: as the supplicant says it, and what the daemon does:
 # the power, the chain (the driver's own command, which this kernel's driver refuses), the record.
 group_starts() {
@@ -26,12 +37,7 @@ group_starts() {
     told "Nl80211Client: nl80211 response has error code -95"
     told "CorvidWifiClient: Failed to send vendor command to driver."
     told "TxChainManager: setTxChain nTx=1 fail"
-    told "TxPowerManager: P2P event(CONNECTED)"
-    told "TxPowerManager: P2P Freq:$2 newFreq:$1"
-    told "TxPowerManager: P2P cmd:DRIVER SET_TXPOWER $3 reply:OK"
-    expect requests "p2p0 DRIVER SET_TXPOWER $3 -> OK"
-    same "the radio's power" "$(power)" "$3"
-    same "the record" "$(call getP2pInfo)" "{\"frequency\":$1,\"bandwidth\":-1}"
+    powered "$@"
 }
 
 peer_joins() {
@@ -49,12 +55,7 @@ group_switches() {
     expect p2p "<3>CTRL-EVENT-CHANNEL-SWITCH freq=$1"
     expect p2p "<3>AP-CSA-FINISHED freq=$1 dfs=0"
     expect peer "CTRL-EVENT-CHANNEL-SWITCH freq=$1"
-    told "TxPowerManager: P2P event(CONNECTED)"
-    told "TxPowerManager: P2P Freq:$2 newFreq:$1"
-    told "TxPowerManager: P2P cmd:DRIVER SET_TXPOWER $3 reply:OK"
-    expect requests "p2p0 DRIVER SET_TXPOWER $3 -> OK"
-    same "the radio's power" "$(power)" "$3"
-    same "the record" "$(call getP2pInfo)" "{\"frequency\":$1,\"bandwidth\":-1}"
+    powered "$@"
 }
 
 group_ends() {

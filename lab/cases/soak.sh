@@ -5,8 +5,6 @@
 duration=180
 # In kB. A page or two of the heap's free places lie differently every time.
 allowance=16
-# A command that a supplicant gets in its last moment, it does not answer: 10 s each.
-patience=60
 
 for feature in cmd.cs.p2p.ecsa cmd.cs.p2p.corvid cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota \
     cmd.mcc.p2p.increase.bw devparams.enable frequency.block.enable mipiclock.enable scs.enable \

@@ -13,7 +13,6 @@
 sockets=/data/vendor/wifi/wpa/sockets
 atoms=/data/misc/stats/atoms.jsonl
 controllers=/data/vendor/sensors/controller_blocklist
-cameras=/data/vendor/sensors/camera_clock
 access_point_address=02:00:00:00:01:00
 pass=correct-horse
 # Where they all are; a case may say otherwise before it starts one.
@@ -124,7 +123,7 @@ has() {
     esac
 }
 
-# until COMMAND ...: waits until it succeeds.
+# until_true COMMAND ...: waits until it succeeds.
 until_true() {
     local deadline
     deadline=$(($(date +%s) + patience))
@@ -210,8 +209,8 @@ config_methods=virtual_push_button
 p2p_no_group_iface=1
 p2p_go_intent=15
 END
-    LAB_REQUEST_LOG=$(log_of requests) LAB_DRIVER_ANSWERS=/lab/etc/driver-answers \
-        LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant wpa_supplicant -t -D nl80211 \
+    LAB_REQUEST_LOG=$(log_of requests) LD_PRELOAD=/usr/lib/libdriver-commands.so \
+        background supplicant wpa_supplicant -t -D nl80211 \
         -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
     supplicant=$pid
     touch "$(log_of requests)"

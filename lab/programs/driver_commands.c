@@ -7,9 +7,8 @@
  * in ms since the machine's start and its socket's interface:
  *     4312 wlan0 SIGNAL_POLL
  *     4390 wlan0 DRIVER SET_TXPOWER 9 -> OK
- * The answer is OK, except to commands that begin like a line's first word in the file that
- * LAB_DRIVER_ANSWERS names (it may come and go); such a line is "COMMAND ANSWER", for example
- * "SET_TXPOWER FAIL". "SET_TXPOWER dBm" really sets the interface's transmit power.
+ * The answer is OK. "SET_TXPOWER dBm" really sets the interface's transmit power, and its answer is
+ * FAIL where that fails.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -26,7 +25,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
-enum { REQUEST_SIZE = 4096, ANSWER_SIZE = 64 };
+enum { REQUEST_SIZE = 4096 };
 
 static const char PREFIX[] = "DRIVER ";
 
@@ -47,21 +46,6 @@ static int interface_of(int fd, char* name, size_t size) {
     return 0;
 }
 
-/* What the file of answers says to this command; 0 when it says nothing. */
-static int find_answer(const char* command, char* answer) {
-    const char* path = getenv("LAB_DRIVER_ANSWERS");
-    FILE* file = path != NULL ? fopen(path, "re") : NULL;
-    char word[REQUEST_SIZE];
-    int found = 0;
-    while (file != NULL && !found && fscanf(file, "%4095s %63[^\n]", word, answer) == 2) {
-        found = strncmp(command, word, strlen(word)) == 0;
-    }
-    if (file != NULL) {
-        fclose(file);
-    }
-    return found;
-}
-
 static const char* set_power(const char* interface, int dbm) {
     char centi_dbm[16];
     snprintf(centi_dbm, sizeof(centi_dbm), "%d", dbm * 100);
@@ -72,19 +56,20 @@ static const char* set_power(const char* interface, int dbm) {
     int status = 0;
     if (posix_spawnp(&child, "iw", NULL, NULL, arguments, environment) != 0 ||
         waitpid(child, &status, 0) != child || status != 0) {
-        return "FAIL";
+        return "FAIL\n";
     }
-    return "OK";
+    return "OK\n";
 }
 
+/* The answer brings the line's end; NULL where the supplicant itself answers. */
 static void record(const char* interface, const char* request, const char* answer) {
     const char* path = getenv("LAB_REQUEST_LOG");
     FILE* log = path != NULL ? fopen(path, "ae") : NULL;
     if (log != NULL) {
         struct timespec now;
         clock_gettime(CLOCK_BOOTTIME, &now);
-        fprintf(log, "%ld %s %s%s%s\n", (long)now.tv_sec * 1000 + now.tv_nsec / 1000000, interface,
-                request, answer != NULL ? " -> " : "", answer != NULL ? answer : "");
+        fprintf(log, "%ld %s %s%s%s", (long)now.tv_sec * 1000 + now.tv_nsec / 1000000, interface,
+                request, answer != NULL ? " -> " : "", answer != NULL ? answer : "\n");
         fclose(log);
     }
 }
@@ -92,13 +77,12 @@ static void record(const char* interface, const char* request, const char* answe
 static void answer_driver_command(int fd, const char* interface, const char* request,
                                   const struct sockaddr* from, socklen_t length) {
     const char* command = request + strlen(PREFIX);
-    char answer[ANSWER_SIZE + 1] = "OK";
+    const char* answer = "OK\n";
     int dbm;
-    if (!find_answer(command, answer) && sscanf(command, "SET_TXPOWER %d", &dbm) == 1) {
-        snprintf(answer, sizeof(answer), "%s", set_power(interface, dbm));
+    if (sscanf(command, "SET_TXPOWER %d", &dbm) == 1) {
+        answer = set_power(interface, dbm);
     }
     record(interface, request, answer);
-    strcat(answer, "\n");
     sendto(fd, answer, strlen(answer), 0, from, length);
 }
 

@@ -4,11 +4,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -45,6 +47,14 @@ bool waitReadable(int fd) {
     return ready > 0;
 }
 
+/** Whether one of the NAME=VALUE texts has the name of `variable`, which is one, too. */
+bool setsSameName(const std::vector<std::string>& variables, std::string_view variable) {
+    const std::string_view name = variable.substr(0, variable.find('=') + 1);
+    return std::any_of(variables.begin(), variables.end(), [&](const std::string& other) {
+        return other.compare(0, name.size(), name) == 0;
+    });
+}
+
 }  // namespace
 
 Program::Program(const std::vector<std::string>& command, const Options& options) {
@@ -62,14 +72,16 @@ Program::Program(const std::vector<std::string>& command, const Options& options
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
     arguments.push_back(nullptr);
-    // getenv finds the first of a name, so the added ones come first.
     std::vector<char*> environment;
     environment.reserve(options.environment.size());
     for (const std::string& variable : options.environment) {
         environment.push_back(const_cast<char*>(variable.c_str()));
     }
+    // Of a name that stands there twice, getenv finds the first and a shell keeps the last.
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        environment.push_back(*variable);
+        if (!setsSameName(options.environment, *variable)) {
+            environment.push_back(*variable);
+        }
     }
     environment.push_back(nullptr);
     sigset_t blocked;
