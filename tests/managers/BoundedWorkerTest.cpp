@@ -87,6 +87,22 @@ bool isGone(pid_t thread) {
     return access(("/proc/self/task/" + std::to_string(thread)).c_str(), F_OK) != 0;
 }
 
+/** A call hangs, is waited for in vain, and leaves nothing behind. */
+void expectAHungCallToBeEnded() {
+    std::atomic<int> counted{0};
+    {
+        std::atomic<pid_t> thread{0};
+        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+            thread = gettid();
+            BoundedWorker::mayHang([] { hang(); });
+            return true;
+        });
+        EXPECT_TRUE(waitUntilItHangs(thread));
+        EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    }
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+}
+
 TEST(BoundedWorker, AResultInTimeIsHandedOver) {
     for (const bool result : {true, false}) {
         BoundedWorker worker([result] { return result; });
@@ -247,18 +263,7 @@ TEST(BoundedWorker, IsEndedAlsoInAProcessThatWasStartedWithTheSignalBlocked) {
     sigaddset(&alarm, SIGALRM);
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, &alarm, &before);
-    std::atomic<int> counted{0};
-    {
-        std::atomic<pid_t> thread{0};
-        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
-            thread = gettid();
-            BoundedWorker::mayHang([] { hang(); });
-            return true;
-        });
-        EXPECT_TRUE(waitUntilItHangs(thread));
-        EXPECT_EQ(worker.wait(kShort), std::nullopt);
-    }
-    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    expectAHungCallToBeEnded();
     sigset_t now;
     pthread_sigmask(SIG_SETMASK, &before, &now);
     EXPECT_EQ(sigismember(&now, SIGALRM), 1) << "the caller's own mask was changed";
@@ -266,18 +271,7 @@ TEST(BoundedWorker, IsEndedAlsoInAProcessThatWasStartedWithTheSignalBlocked) {
 
 TEST(BoundedWorker, ReplacesAHandlerThatSomebodyElseInstalled) {
     signal(SIGALRM, SIG_IGN);
-    std::atomic<int> counted{0};
-    {
-        std::atomic<pid_t> thread{0};
-        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
-            thread = gettid();
-            BoundedWorker::mayHang([] { hang(); });
-            return true;
-        });
-        EXPECT_TRUE(waitUntilItHangs(thread));
-        EXPECT_EQ(worker.wait(kShort), std::nullopt);
-    }
-    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    expectAHungCallToBeEnded();
 }
 
 TEST(BoundedWorker, AThousandTimeOutsInARowLeaveNothingBehind) {
