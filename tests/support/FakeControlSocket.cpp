@@ -108,18 +108,16 @@ size_t FakeControlSocket::sendEvent(std::string_view event) {
 }
 
 void FakeControlSocket::resetConnections() {
-    // The kernel resets the peer of a datagram socket that turns to another while it has something
-    // unread. The first message may be taken by our thread, which then waits for the lock.
+    // Something unread for resetPeer_(). Our thread may take the first, and then waits for the
+    // lock.
     const std::lock_guard<std::mutex> lock(mutex_);
     const android::base::unique_fd sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    const sockaddr nobody = {AF_UNSPEC, {}};
     for (const Peer& peer : peers_) {
         for (int i = 0; i < 2; ++i) {
             sendto(sender.get(), "", 0, 0, reinterpret_cast<const sockaddr*>(&address_),
                    sizeof(address_));
         }
-        (void)connect(socket_.get(), reinterpret_cast<const sockaddr*>(&peer.address), peer.length);
-        (void)connect(socket_.get(), &nobody, sizeof(nobody));
+        resetPeer_(peer);
     }
 }
 
@@ -226,14 +224,7 @@ bool FakeControlSocket::reset_(const std::string& request, const Peer& from) {
         commands_.push_back(request);
     }
     changed_.notify_all();
-    // A datagram socket that leaves its peer with something unread resets the peer: the request is
-    // still in the queue, and goes with this.
-    // Through a descriptor of its own: the thread sanitizer takes a connect for the descriptor's
-    // creation, and another thread may be sending an event.
-    const android::base::unique_fd same(dup(socket_.get()));
-    const sockaddr nobody = {AF_UNSPEC, {}};
-    (void)connect(same.get(), reinterpret_cast<const sockaddr*>(&from.address), from.length);
-    (void)connect(same.get(), &nobody, sizeof(nobody));
+    resetPeer_(from);  // the request is still in the queue, and goes with this
     return true;
 }
 
@@ -254,6 +245,16 @@ void FakeControlSocket::attach_(const Peer& from) {
 void FakeControlSocket::reply_(const std::string& text, const Peer& to) const {
     sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
            reinterpret_cast<const sockaddr*>(&to.address), to.length);
+}
+
+void FakeControlSocket::resetPeer_(const Peer& peer) const {
+    // The kernel resets the peer of a datagram socket that leaves it with something unread.
+    // Through a descriptor of its own: the thread sanitizer takes a connect for the descriptor's
+    // creation, and another thread may be using it, to send an event or to look for a request.
+    const android::base::unique_fd same(dup(socket_.get()));
+    const sockaddr nobody = {AF_UNSPEC, {}};
+    (void)connect(same.get(), reinterpret_cast<const sockaddr*>(&peer.address), peer.length);
+    (void)connect(same.get(), &nobody, sizeof(nobody));
 }
 
 void FakeControlSocket::drop_(const Peer& peer) {

@@ -92,6 +92,7 @@ class FakeControlSocket {
     bool reset_(const std::string& request, const Peer& from);
     void attach_(const Peer& from);
     void reply_(const std::string& text, const Peer& to) const;
+    void resetPeer_(const Peer& peer) const;
     void drop_(const Peer& peer);
 
     template <typename Condition>
