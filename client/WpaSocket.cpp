@@ -23,7 +23,6 @@ namespace Ursa::OS::Wifi {
 namespace {
 
 constexpr std::string_view kTerminating = "CTRL-EVENT-TERMINATING ";
-constexpr std::string_view kDetach = "DETACH";
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -342,10 +341,11 @@ void WpaSocket::closeSockets_() {
     if (monitor_ != nullptr) {
         poll_->removeFd(wpa_ctrl_get_fd(monitor_.get()));
         if (terminating_) {
-            send(wpa_ctrl_get_fd(monitor_.get()), kDetach.data(), kDetach.size(), MSG_DONTWAIT);
-        } else {
-            wpa_ctrl_detach(monitor_.get());
+            // Nothing more is read, so that the library does not wait for an answer that can't
+            // come.
+            shutdown(wpa_ctrl_get_fd(monitor_.get()), SHUT_RD);
         }
+        wpa_ctrl_detach(monitor_.get());
         monitor_.reset();
     }
     command_.reset();
