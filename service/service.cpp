@@ -14,6 +14,19 @@ using ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiService;
 
 namespace {
 
+/**
+ * The platform's support library, as every program of it begins: known by name, not loaded. It
+ * stays so here, and nobody reads this; it is what a process of the platform looks like.
+ */
+struct SupportLibrary {
+    const char* fileName;
+    void* handle;
+    void* context;
+};
+
+[[gnu::used, gnu::retain]] const SupportLibrary supportLibrary = {"libossdk.corvid.so", nullptr,
+                                                                  nullptr};
+
 /** Of field engineers' use: it only leaves a line in the log. */
 constexpr int kMarkSignal = 12;  // SIGUSR2
 
