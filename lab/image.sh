@@ -171,7 +171,6 @@ make_image() {
         file=$(basename "$file")
         case $file in
             *.xz) xz -d "$root/lab/modules/$file" && file=${file%.xz} ;;
-            *.zst) zstd -q --rm -d "$root/lab/modules/$file" && file=${file%.zst} ;;
         esac
         echo "$file"
     done >"$root/lab/modules/order"

@@ -11,6 +11,8 @@ link() {
     connect
     connected
     has "the channel" "$(iw dev wlan0 info)" "($1 MHz), width: $2 MHz"
+    # Nothing was sent yet but for the handshake, at the lowest rate.
+    same "the bandwidth before traffic" "$(bandwidth_of "$(call getStaInfo)")" 1
     until_true read_at "$3"
     same "the bandwidth" "$(bandwidth_of "$record")" "$4"
     has "the dump" "$text" "	STA bandwidth: $5

@@ -55,12 +55,12 @@ switched 5745 1 5775
 switched 5180 1 5210
 
 step "carries on: the link ends and comes again"
-never monitor onChannelSwitch
 wpa wlan0 disconnect >/dev/null
 expect daemon "StaManager: STA event(DISCONNECTED-bssid=$access_point_address"
 wpa wlan0 reconnect >/dev/null
 connected
 told "TelemetryEventLogger: Report STA Manager event: freq:5180 rssi:-40"
+never monitor onChannelSwitch
 same "the commands to the driver" "$(driver_commands)" ""
 same "what the daemon complained of" "$(complaints)" "\
 ChannelSwitchManager: invalid channel switch event

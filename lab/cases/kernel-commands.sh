@@ -127,6 +127,8 @@ same "all of them" "$(grep -cF "setTxChain" "$(log_of daemon)")" 2
 
 step "the schedule that was refused is sent again after a scan"
 wpa wlan0 scan freq=5180 >/dev/null
+expect sta "<3>CTRL-EVENT-SCAN-RESULTS"
+expect p2p "<3>CTRL-EVENT-SCAN-RESULTS"
 told "NoaManager: onScanEnded()"
 told "NoaManager: setP2pNoa(255, 0, 100)"
 refused -95

@@ -52,6 +52,7 @@ walk -64 9
 stay -70
 stay -55
 walk -71 20
+stay -90
 walk -55 9
 walk -54 5
 # from 5 dBm

@@ -188,6 +188,17 @@ dump() { corvid-wifi dump; }
 # still_runs: the daemon is the process that it was.
 still_runs() { kill -0 "$daemon" 2>/dev/null || fail "the daemon has ended"; }
 
+# --- the daemon's figures ---
+
+descriptors() { ls "/proc/$daemon/fd" | wc -l; }
+threads() { ls "/proc/$daemon/task" | wc -l; }
+# Anonymous memory in kB; the sums in "status" are not exact.
+memory() { sed -n 's/^Anonymous: *\([0-9]*\) kB/\1/p' "/proc/$daemon/smaps_rollup"; }
+
+# rests: it has as many of the first two as when $at_rest was taken.
+rests() { [ "$(at_rest)" = "$at_rest" ]; }
+at_rest() { echo "$(descriptors) $(threads)"; }
+
 # --- the supplicant ---
 
 # start_supplicant: with p2p0 on the same radio, on which P2P groups run themselves, as on the

@@ -50,7 +50,7 @@ static const char* set_power(const char* interface, int dbm) {
     char centi_dbm[16];
     snprintf(centi_dbm, sizeof(centi_dbm), "%d", dbm * 100);
     char* arguments[] = {"iw", "dev", (char*)interface, "set", "txpower", "fixed", centi_dbm, NULL};
-    /* Not into the supplicant's own library path. */
+    /* Without LD_PRELOAD: iw is not to load this library. */
     char* environment[] = {"PATH=/usr/sbin:/usr/bin", NULL};
     pid_t child;
     int status = 0;
