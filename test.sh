@@ -34,7 +34,7 @@ install_packages packages.txt
 # The lab's tests are skipped where it can't run. CORVID_LAB=required makes them fail.
 export CORVID_LAB=${CORVID_LAB:-optional}
 if ! $quick; then
-    (install_packages lab/packages.txt) || echo "The tests in the lab will be skipped."
+    (install_packages lab/packages.txt) || echo "The lab's tests can't run."
     # While the programs are compiled.
     lab/lab.sh build >/dev/null &
 fi

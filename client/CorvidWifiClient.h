@@ -44,7 +44,8 @@ class CorvidWifiClient {
 
     /**
      * Fills in the interface's name and sends a generic nl80211 command. Returns false when there
-     * is no such interface or the kernel refuses; the client below logs the reason.
+     * is no such interface, which is not logged, or the kernel refuses, of which the client below
+     * logs the reason.
      */
     bool sendGenericNlCmd(Nl80211GenericCmdInfo& info);
 

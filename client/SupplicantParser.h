@@ -16,7 +16,7 @@ namespace Ursa::OS::Wifi {
 
 struct ChannelSwitchResult {
     int32_t frequency;  ///< MHz, as the supplicant printed it
-    int32_t width;      ///< channel width, as the supplicant printed it
+    int32_t width;      ///< channel width (MHz), as the supplicant printed it
     char ifname[16];    ///< NUL-terminated interface name (IFNAMSIZ)
     /** P2P for names beginning with "p2p", STA for "wlan", else 2: no kind we know. */
     NetInterfaceType interfaceType;
@@ -65,7 +65,7 @@ bool getRegdomUpdatedResult(const std::string& event, RegdomUpdatedResult& resul
 
 /**
  * Reads "freq=F ifname=N width=W", in that order. Returns false when one is missing (fields may
- * then be partly written). Names are cut to 15 characters.
+ * then be partly written), or when the name has more than 15 characters.
  */
 bool getChannelSwitchResult(const char* event, ChannelSwitchResult& result);
 

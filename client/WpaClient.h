@@ -48,7 +48,7 @@ class WpaClient {
     /** See WpaSocket::unregisterEventCallback. */
     bool unregisterEventCallback(WifiClientCallbackType type, int handle, NetInterfaceType ifType);
 
-    /** See WpaSocket::sendCtrlCmd. */
+    /** See WpaSocket::sendCtrlCmd. An interface kind without a socket leaves `reply` as it is. */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType);
 
   private:

@@ -59,7 +59,7 @@
     P(bool, mipiclock_enable, "mipiclock.enable")                                           \
     /* stream classification requests: off */                                               \
     P(bool, scs_enable, "scs.enable")                                                       \
-    /* one transmit chain while a P2P group is up: off */                                   \
+    /* one transmit chain from the start of a P2P group on: off */                          \
     P(bool, txchain_enable_p2p, "txchain.enable.p2p")                                       \
     /* the driver family whose transmit-chain command is known: off */                      \
     P(bool, txchain_qualcomm, "txchain.qualcomm")                                           \

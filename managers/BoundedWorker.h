@@ -46,7 +46,9 @@ namespace Ursa::OS::Wifi {
  * one) or under a catch (...) that does not rethrow, which would end the process while unwinding;
  * wait with a lock in its hands that others need; block SIGALRM or handle it. And on glibc a call
  * that does not return in time must be waiting in the kernel: one that computes can be unwound from
- * few places.
+ * few places. Nor must it wait while a provider is released, which is a destructor too and so is
+ * not done inside mayHang(): whoever waits for the worker goes on in time, but its thread would
+ * stay.
  *
  * The closure may go on after it was given up, until it meets the signal: whatever it touches it
  * must own or share. It must not throw.

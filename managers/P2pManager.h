@@ -22,7 +22,7 @@ enum class P2pDeviceType : uint32_t {
 /** Aligned so that one instruction reads or writes all of it: clang calls a library otherwise. */
 struct alignas(2 * sizeof(int32_t)) P2pInfo {
     int32_t frequency = -1;  ///< MHz, -1 when unknown
-    int32_t bandwidth = -1;  ///< -1 when unknown
+    int32_t bandwidth = -1;  ///< -1, unknown: no event tells it
 };
 
 /**

@@ -32,7 +32,8 @@ class PerChainTxPower {
     static const ChainLimits& chooseLimits(int rssi, int freq);
 
     /**
-     * Sends the command of each chain whose limit changes. The command carries the limit that was
+     * Sends the command of each chain whose limit for this signal (dBm) on this frequency (MHz)
+     * changes. The command carries the limit that was
      * current until now, one change behind what is stored: that is how the driver is served, and it
      * stays so. A chain whose command can't be sent keeps its old limit.
      */

@@ -49,8 +49,9 @@ class StaManager : public FeatureManager {
 
     /**
      * Fed with each successful poll, on the worker's thread: 5 s after the connection and every 5 s
-     * from then on. A subscriber's registration ends before this manager does, and it never waits
-     * for the listener thread or the link's next event: those wait for the worker.
+     * from then on, 30 s after a poll that fails. Four in a row that can't be sent end it until the
+     * next connection. A subscriber's registration ends before this manager does, and it never
+     * waits for the listener thread or the link's next event: those wait for the worker.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staConnectedCallbacks;
 

@@ -52,6 +52,7 @@ class TxPowerManager : public FeatureManager {
     /** Whether the station's steps are followed while hand tracking is on. Returns true. */
     bool updateTxPowerConfig(bool allowed) EXCLUDES(configMutex_);
 
+    /** Passes the group on to P2pManager, if there is one. On the listener thread. */
     void setP2pInfo(P2pInfo&& info);
 
     bool dumpInfo(std::string& out) override;

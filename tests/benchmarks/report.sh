@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # Runs every benchmark and prints its table of ratios. Exit status 1 when one is over its target or
 # could not be measured. Arguments go to the programs: --benchmark_min_time=3, say.
-#   BUILD  the build folder (default: build, in the source tree)
+#   CORVID_BUILD  the build folder (default: build, in the source tree)
 set -u
-build=${BUILD:-$(cd "$(dirname "$0")/../.." && pwd)/build}
+build=${CORVID_BUILD:-$(cd "$(dirname "$0")/../.." && pwd)/build}
 
 echo "$(nproc) processors, load $(cut -d' ' -f1-3 /proc/loadavg), Linux $(uname -r)"
 status=0

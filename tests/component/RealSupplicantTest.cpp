@@ -91,8 +91,8 @@ class RealSupplicant : public testing::Test {
         for (const char* path : {"dev/hwbinder", "data/vendor/wifi/wpa/sockets"}) {
             fs::create_directories(folder.file(path));
         }
-        // On the headset init owns this folder. A supplicant that terminates removes it, and what
-        // is made in its place is not watched; a file in it keeps it, as its owner does there.
+        // On the headset init owns this folder. A supplicant that terminates removes it where it
+        // can: a file in it keeps it, as its owner does there.
         write("data/vendor/wifi/wpa/sockets/owned-by-init", "");
         startAuthenticator();
         stats = network.start({CORVID_STATSD_PATH}, environment);
