@@ -33,9 +33,9 @@ class PerChainTxPower {
 
     /**
      * Sends the command of each chain whose limit for this signal (dBm) on this frequency (MHz)
-     * changes. The command carries the limit that was
-     * current until now, one change behind what is stored: that is how the driver is served, and it
-     * stays so. A chain whose command can't be sent keeps its old limit.
+     * changes. The command carries the limit that was current until now, one change behind what is
+     * stored: that is how the driver is served, and it stays so. A chain whose command can't be
+     * sent keeps its old limit.
      */
     void update(int rssi, int freq);
 

@@ -15,13 +15,13 @@ using ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiService;
 namespace {
 
 /**
- * The platform's support library, as every program of it begins: known by name, not loaded. It
- * stays so here, and nobody reads this; it is what a process of the platform looks like.
+ * The operating system's support library. It is never loaded here and nothing reads the record: it
+ * is there because it belongs to the process's start-up state.
  */
 struct SupportLibrary {
     const char* fileName;
-    void* handle;
-    void* context;
+    void* handle;   ///< null until the library is loaded
+    void* context;  ///< null until then
 };
 
 [[gnu::used, gnu::retain]] const SupportLibrary supportLibrary = {"libossdk.corvid.so", nullptr,

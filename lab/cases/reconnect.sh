@@ -114,7 +114,7 @@ done
 # The sampling thread is one of them when it has sampled.
 forget requests
 expect requests "wlan0 SIGNAL_POLL"
-at_rest=$(at_rest)
+at_rest=$(descriptors_and_threads)
 memory_before=$(memory)
 
 for trouble in deauthenticated access_point_killed wrong_key terminated killed folder_removed; do
@@ -124,7 +124,8 @@ for trouble in deauthenticated access_point_killed wrong_key terminated killed f
     done
 done
 
-step "memory $memory_before -> $(memory) kB, descriptors and threads $at_rest -> $(at_rest)"
+step "memory $memory_before -> $(memory) kB, descriptors and threads $at_rest -> \
+$(descriptors_and_threads)"
 until_true rests
 # A page here and there: the heap's free places differ.
 [ $(($(memory) - memory_before)) -le 16 ] || fail "memory has grown by more than 16 kB"

@@ -151,7 +151,7 @@ until_true p2p_is_connected
 # A group can be beside the link there: these radios have one channel at a time.
 start_access_point 2437 20
 ip addr add 10.0.0.2/24 dev wlan0
-at_rest=$(at_rest)
+at_rest=$(descriptors_and_threads)
 measure "before"
 
 ends="disconnected terminated walked deauthenticated killed disconnected"

@@ -195,9 +195,9 @@ threads() { ls "/proc/$daemon/task" | wc -l; }
 # Anonymous memory in kB; the sums in "status" are not exact.
 memory() { sed -n 's/^Anonymous: *\([0-9]*\) kB/\1/p' "/proc/$daemon/smaps_rollup"; }
 
-# rests: it has as many of the first two as when $at_rest was taken.
-rests() { [ "$(at_rest)" = "$at_rest" ]; }
-at_rest() { echo "$(descriptors) $(threads)"; }
+descriptors_and_threads() { echo "$(descriptors) $(threads)"; }
+# rests: it has as many of both as a case has noted in $at_rest.
+rests() { [ "$(descriptors_and_threads)" = "$at_rest" ]; }
 
 # --- the supplicant ---
 
