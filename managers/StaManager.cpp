@@ -1,5 +1,6 @@
 #include "managers/StaManager.h"
 
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -131,7 +132,7 @@ void StaManager::workerThread_() {
     StaResult sample = {"StaManager event(CONNECTED)", -1, -1};
     while (sleep_(pause)) {
         if (pollSignal_(sample.rssi, sample.frequency)) {
-            staConnectedCallbacks->trigger(sample);
+            notify_(*staConnectedCallbacks, sample);
             pause = kSamplePeriodSeconds;
         } else if (failures_ >= kMaxFailures) {
             WIFI_LOGI("stop sending wpa_supplicant command. (timeout: %d sec)",
@@ -149,7 +150,17 @@ bool StaManager::sleep_(int seconds) {
 }
 
 void StaManager::notifyDisconnected_() {
-    staDisconnectedCallbacks->trigger({"StaManager event(DISCONNECTED)", -1, -1});
+    notify_(*staDisconnectedCallbacks, {"StaManager event(DISCONNECTED)", -1, -1});
+}
+
+void StaManager::notify_(CallbackMap<const StaResult&>& subscribers, const StaResult& result) {
+    try {
+        subscribers.trigger(result);
+    } catch (const std::exception& error) {
+        // A subscriber's defect must end neither the worker nor the destructor, nor keep a new link
+        // from its worker.
+        WIFI_LOGE("A subscriber of %s failed: %s", result.event.c_str(), error.what());
+    }
 }
 
 bool StaManager::pollSignal_(int& rssi, int& freq) {

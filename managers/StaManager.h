@@ -81,6 +81,8 @@ class StaManager : public FeatureManager {
     /** Sleeps; returns false as soon as the worker is to stop. */
     bool sleep_(int seconds);
     void notifyDisconnected_();
+    /** Calls the subscribers; what one throws is logged and goes no further. */
+    static void notify_(CallbackMap<const StaResult&>& subscribers, const StaResult& result);
 
     /** Returns whether the signal is known; what was found is set either way. */
     bool pollSignal_(int& rssi, int& freq);

@@ -68,6 +68,27 @@ class Results {
     int disconnectedHandle_;
 };
 
+/** A subscriber with a defect. */
+class Throwing {
+  public:
+    explicit Throwing(CallbackMap<const StaResult&>& map)
+        : map_(map), handle_(map.registerCallback(handler_)) {}
+    ~Throwing() { map_.unregisterCallback(handle_); }
+    Throwing(const Throwing&) = delete;
+    Throwing& operator=(const Throwing&) = delete;
+
+    int calls() const { return calls_; }
+
+  private:
+    CallbackMap<const StaResult&>& map_;
+    std::atomic<int> calls_{0};
+    std::function<void(const StaResult&)> handler_ = [this](const StaResult&) {
+        ++calls_;
+        (void)std::stoi("none");
+    };
+    const int handle_;
+};
+
 constexpr char kDown[] = "StaManager event(DISCONNECTED) -1 -1";
 constexpr char kUp[] = "StaManager event(CONNECTED) 5180 -50";
 
@@ -308,6 +329,41 @@ TEST_F(StaManagerTest, WithoutAThreadToBeHadTheLinkIsNotPolledAndEveryoneHearsOf
     deliverSta(kConnected);
     EXPECT_TRUE(results.waitFor(3));
     EXPECT_THAT(results.all().back(), kUp);
+}
+
+// A subscriber that throws
+
+TEST_F(StaManagerTest, ASubscriberThatThrowsOnASampleIsLoggedAndTheNextSampleComes) {
+    StaManager manager(client_, kShort);
+    const Throwing throwing(*manager.staConnectedCallbacks);
+    deliverSta(kConnected);
+    ASSERT_TRUE(test::waitUntil([&] { return throwing.calls() >= 2; }));
+    deliverSta(kDisconnected);
+    EXPECT_GE(log_.count(ANDROID_LOG_ERROR,
+                         "StaManager: A subscriber of StaManager event(CONNECTED) failed: stoi"),
+              2U);
+}
+
+TEST_F(StaManagerTest, ASubscriberThatThrowsAtTheEndOfTheLinkDoesNotKeepTheNextFromItsSamples) {
+    StaManager manager(client_, kShort);
+    const Results results(manager);
+    const Throwing throwing(*manager.staDisconnectedCallbacks);
+    deliverSta(kConnected);
+    ASSERT_TRUE(results.waitFor(2));
+    EXPECT_EQ(results.all()[1], kUp);
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
+                         "StaManager: A subscriber of StaManager event(DISCONNECTED) failed: stoi"),
+              1U);
+}
+
+TEST_F(StaManagerTest, ASubscriberThatThrowsDuringDestructionIsLogged) {
+    auto manager = std::make_unique<StaManager>(client_, kForEver);
+    const auto map = manager->staDisconnectedCallbacks;
+    const Throwing throwing(*map);
+    manager.reset();
+    EXPECT_EQ(throwing.calls(), 1);
+    EXPECT_THAT(errors(), ElementsAre("StaManager: A subscriber of StaManager event(DISCONNECTED) "
+                                      "failed: stoi"));
 }
 
 TEST_F(StaManagerTest, TheLossOfTheSupplicantsSocketEndsTheLink) {
