@@ -66,45 +66,45 @@ std::unique_ptr<Child> Child::start(EventLoop& loop, const Command& command, OnL
     std::unique_ptr<Child> child(new Child(loop));
     android::base::unique_fd out;
     android::base::unique_fd errorOut;
-    if (!makePipe(child->mOut.fd, out) || !makePipe(child->mError.fd, errorOut)) {
+    if (!makePipe(child->out_.fd, out) || !makePipe(child->error_.fd, errorOut)) {
         error = std::string("no pipe: ") + std::strerror(errno);
         return nullptr;
     }
     const pid_t parent = getpid();
-    child->mPid = fork();
-    if (child->mPid == 0) {
+    child->pid_ = fork();
+    if (child->pid_ == 0) {
         become(command, out.get(), errorOut.get(), parent);
     }
-    if (child->mPid > 0) {
+    if (child->pid_ > 0) {
         // By hand: the header of Debian 12's glibc declares pidfd_open() for C only.
-        child->mPidFd.reset(static_cast<int>(syscall(SYS_pidfd_open, child->mPid, 0)));
+        child->pidFd_.reset(static_cast<int>(syscall(SYS_pidfd_open, child->pid_, 0)));
     }
-    if (child->mPid < 0 || !child->mPidFd.ok()) {
+    if (child->pid_ < 0 || !child->pidFd_.ok()) {
         error = "no process for " + command.program + ": " + std::strerror(errno);
         return nullptr;
     }
-    child->mOnLine = std::move(onLine);
-    child->mOnEnd = std::move(onEnd);
+    child->onLine_ = std::move(onLine);
+    child->onEnd_ = std::move(onEnd);
     Child* self = child.get();
-    loop.watch(child->mOut.fd.get(), [self] { self->read(self->mOut, false); });
-    loop.watch(child->mError.fd.get(), [self] { self->read(self->mError, true); });
-    loop.watch(child->mPidFd.get(), [self] { self->onEnded(); });
+    loop.watch(child->out_.fd.get(), [self] { self->read(self->out_, false); });
+    loop.watch(child->error_.fd.get(), [self] { self->read(self->error_, true); });
+    loop.watch(child->pidFd_.get(), [self] { self->onEnded(); });
     return child;
 }
 
 Child::~Child() {
-    for (const int fd : {mOut.fd.get(), mError.fd.get(), mPidFd.get()}) {
-        mLoop.forget(fd);
+    for (const int fd : {out_.fd.get(), error_.fd.get(), pidFd_.get()}) {
+        loop_.forget(fd);
     }
-    if (mPid > 0) {
-        kill(mPid, SIGKILL);
-        waitpid(mPid, nullptr, 0);
+    if (pid_ > 0) {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
     }
 }
 
 void Child::signal(int number) const {
-    if (mPid > 0) {
-        kill(mPid, number);
+    if (pid_ > 0) {
+        kill(pid_, number);
     }
 }
 
@@ -116,31 +116,31 @@ void Child::read(Pipe& pipe, bool isError) {
         for (size_t end = 0; (end = pipe.partial.find('\n')) != std::string::npos;) {
             const std::string line = pipe.partial.substr(0, end);
             pipe.partial.erase(0, end + 1);
-            mOnLine(isError, line);
+            onLine_(isError, line);
         }
     }
     if (length == 0) {
-        mLoop.forget(pipe.fd.get());
+        loop_.forget(pipe.fd.get());
     }
 }
 
 void Child::onEnded() {
     int status = 0;
-    if (waitpid(mPid, &status, WNOHANG) != mPid) {
+    if (waitpid(pid_, &status, WNOHANG) != pid_) {
         return;
     }
-    mPid = -1;
-    mLoop.forget(mPidFd.get());
-    read(mOut, false);
-    read(mError, true);
+    pid_ = -1;
+    loop_.forget(pidFd_.get());
+    read(out_, false);
+    read(error_, true);
     for (const bool isError : {false, true}) {
-        Pipe& pipe = isError ? mError : mOut;
-        mLoop.forget(pipe.fd.get());
+        Pipe& pipe = isError ? error_ : out_;
+        loop_.forget(pipe.fd.get());
         if (!pipe.partial.empty()) {
-            mOnLine(isError, std::exchange(pipe.partial, ""));
+            onLine_(isError, std::exchange(pipe.partial, ""));
         }
     }
-    const OnEnd onEnd = std::move(mOnEnd);
+    const OnEnd onEnd = std::move(onEnd_);
     onEnd(status);
 }
 

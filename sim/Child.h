@@ -35,7 +35,7 @@ class Child {
     Child& operator=(const Child&) = delete;
 
     void signal(int number) const;
-    pid_t pid() const { return mPid; }
+    pid_t pid() const { return pid_; }
 
     /** "ended with status 0", "was killed by signal 9" */
     static std::string endText(int waitStatus);
@@ -46,17 +46,17 @@ class Child {
         std::string partial;
     };
 
-    explicit Child(EventLoop& loop) : mLoop(loop) {}
+    explicit Child(EventLoop& loop) : loop_(loop) {}
     void read(Pipe& pipe, bool isError);
     void onEnded();
 
-    EventLoop& mLoop;
-    pid_t mPid = -1;
-    android::base::unique_fd mPidFd;
-    Pipe mOut;
-    Pipe mError;
-    OnLine mOnLine;
-    OnEnd mOnEnd;
+    EventLoop& loop_;
+    pid_t pid_ = -1;
+    android::base::unique_fd pidFd_;
+    Pipe out_;
+    Pipe error_;
+    OnLine onLine_;
+    OnEnd onEnd_;
 };
 
 }  // namespace sim

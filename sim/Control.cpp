@@ -7,24 +7,28 @@
 
 namespace sim {
 
-Control::Control(EventLoop& loop, Recorder& recorder, Player& player, int input,
+Control::Control(EventLoop& loop, Recorder& recorder, Simulation& simulation, int input,
                  std::function<void()> onEnd)
-    : mLoop(loop), mRecorder(recorder), mPlayer(player), mInput(input), mOnEnd(std::move(onEnd)) {
-    mLoop.watch(mInput, [this] { onReadable(); });
+    : loop_(loop),
+      recorder_(recorder),
+      simulation_(simulation),
+      input_(input),
+      onEnd_(std::move(onEnd)) {
+    loop_.watch(input_, [this] { onReadable(); });
 }
 
-Control::~Control() { mLoop.forget(mInput); }
+Control::~Control() { loop_.forget(input_); }
 
 void Control::onReadable() {
     char buffer[4096];
-    const ssize_t length = read(mInput, buffer, sizeof(buffer));
+    const ssize_t length = read(input_, buffer, sizeof(buffer));
     if (length > 0) {
-        mUnread.append(buffer, static_cast<size_t>(length));
+        unread_.append(buffer, static_cast<size_t>(length));
     } else if (length == 0 || errno != EINTR) {
-        mLoop.forget(mInput);
-        mInputEnded = true;
-        if (!mUnread.empty() && mUnread.back() != '\n') {
-            mUnread += '\n';
+        loop_.forget(input_);
+        inputEnded_ = true;
+        if (!unread_.empty() && unread_.back() != '\n') {
+            unread_ += '\n';
         }
     }
     playLines();
@@ -32,27 +36,27 @@ void Control::onReadable() {
 
 void Control::playLines() {
     size_t newline = 0;
-    while (!mBusy && (newline = mUnread.find('\n')) != std::string::npos) {
-        const std::string text = mUnread.substr(0, newline);
-        mUnread.erase(0, newline + 1);
-        const int line = ++mLine;
+    while (!busy_ && (newline = unread_.find('\n')) != std::string::npos) {
+        const std::string text = unread_.substr(0, newline);
+        unread_.erase(0, newline + 1);
+        const int line = ++line_;
         try {
             const std::optional<Step> step = parseLine(text, line);
             if (!step) {
                 answer(line, "");
                 continue;
             }
-            if (std::holds_alternative<End>(step->action)) {
+            if (step->verb->name == "end") {
                 answer(line, "");
-                mOnEnd();
+                onEnd_();
                 return;
             }
-            mBusy = true;
-            mPlayer.perform(*step, [this, line](const std::string& error) {
+            busy_ = true;
+            simulation_.perform(*step, [this, line](const std::string& error) {
                 answer(line, error);
                 // Not from here: perform() may still be under way.
-                mLoop.after({}, [this] {
-                    mBusy = false;
+                loop_.after({}, [this] {
+                    busy_ = false;
                     playLines();
                 });
             });
@@ -60,13 +64,13 @@ void Control::playLines() {
             answer(line, error.what());
         }
     }
-    if (mInputEnded && !mBusy) {
-        mOnEnd();
+    if (inputEnded_ && !busy_) {
+        onEnd_();
     }
 }
 
 void Control::answer(int line, const std::string& error) {
-    mRecorder.add(Record(error.empty() ? "ok" : "error", error).with("line", line));
+    recorder_.add(Record(error.empty() ? "ok" : "error", error).with("line", line));
 }
 
 }  // namespace sim

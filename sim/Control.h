@@ -4,8 +4,8 @@
 #include <string>
 
 #include "sim/EventLoop.h"
-#include "sim/Player.h"
 #include "sim/Record.h"
+#include "sim/Simulation.h"
 
 namespace sim {
 
@@ -17,7 +17,7 @@ namespace sim {
 class Control {
   public:
     /** `onEnd` is called at the end of the input or at the line "end". */
-    Control(EventLoop& loop, Recorder& recorder, Player& player, int input,
+    Control(EventLoop& loop, Recorder& recorder, Simulation& simulation, int input,
             std::function<void()> onEnd);
     ~Control();
     Control(const Control&) = delete;
@@ -28,15 +28,15 @@ class Control {
     void playLines();
     void answer(int line, const std::string& error);
 
-    EventLoop& mLoop;
-    Recorder& mRecorder;
-    Player& mPlayer;
-    const int mInput;
-    const std::function<void()> mOnEnd;
-    std::string mUnread;
-    int mLine = 0;
-    bool mBusy = false;
-    bool mInputEnded = false;
+    EventLoop& loop_;
+    Recorder& recorder_;
+    Simulation& simulation_;
+    const int input_;
+    const std::function<void()> onEnd_;
+    std::string unread_;
+    int line_ = 0;
+    bool busy_ = false;
+    bool inputEnded_ = false;
 };
 
 }  // namespace sim

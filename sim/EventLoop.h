@@ -11,6 +11,8 @@
 
 namespace sim {
 
+using Duration = std::chrono::nanoseconds;
+
 /**
  * The simulator's one thread: waits for readable descriptors and for timers, and calls what was
  * registered for them. Descriptors are not owned. Callbacks may add and remove anything, themselves
@@ -38,17 +40,17 @@ class EventLoop {
 
     /** Runs until stop(). */
     void run();
-    void stop() { mRunning = false; }
+    void stop() { running_ = false; }
 
   private:
     void waitAndDispatch();
 
     using Watch = std::shared_ptr<Task>;
-    std::map<int, Watch> mWatches;
-    std::map<std::pair<Clock::time_point, TimerId>, Task> mTimers;
-    std::map<TimerId, Clock::time_point> mTimerTimes;
-    TimerId mLastTimer = 0;
-    bool mRunning = false;
+    std::map<int, Watch> watches_;
+    std::map<std::pair<Clock::time_point, TimerId>, Task> timers_;
+    std::map<TimerId, Clock::time_point> timerTimes_;
+    TimerId lastTimer_ = 0;
+    bool running_ = false;
 };
 
 }  // namespace sim

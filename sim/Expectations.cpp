@@ -11,52 +11,56 @@ namespace {
 constexpr size_t kMostRecent = 50000;
 }  // namespace
 
-Expectations::Expectations(EventLoop& loop, Recorder& recorder) : mLoop(loop) {
+Expectations::Expectations(EventLoop& loop, Recorder& recorder) : loop_(loop) {
     recorder.addSink([this](const Record& record) { onRecord(record); });
 }
 
-bool Expectations::matches(const Expect& expect, const Record& record) {
-    return record.kind == expect.kind &&
-           (record.socket + " " + record.text).find(expect.text) != std::string::npos;
+bool Expectations::matches(const Expectation& expectation, const Record& record) {
+    return record.kind == expectation.kind &&
+           (record.socket + " " + record.text).find(expectation.text) != std::string::npos;
 }
 
-std::string Expectations::text(const Expect& expect) {
+std::string Expectations::text(const Expectation& expectation) {
     char seconds[32];
     std::snprintf(seconds, sizeof(seconds), "%g",
-                  std::chrono::duration<double>(expect.within).count());
-    return expect.kind + " with '" + expect.text + "' within " + seconds + "s";
+                  std::chrono::duration<double>(expectation.within).count());
+    return expectation.kind + " with '" + expectation.text + "' within " + seconds + "s";
 }
 
-void Expectations::add(const Expect& expect, OnSettled onSettled) {
-    const bool seen = std::any_of(mRecent.begin(), mRecent.end(),
-                                  [&](const Record& record) { return matches(expect, record); });
+void Expectations::add(const Expectation& expectation, OnSettled onSettled) {
+    const bool seen = std::any_of(recent_.begin(), recent_.end(), [&](const Record& record) {
+        return matches(expectation, record);
+    });
     if (seen) {
-        onSettled(expect.unwanted ? "an unwanted " + text(expect) : "");
+        onSettled(expectation.unwanted ? "an unwanted " + text(expectation) : "");
         return;
     }
-    const auto pending = mPending.insert(mPending.end(), {expect, std::move(onSettled), 0});
-    pending->deadline = mLoop.after(expect.within, [this, pending] {
-        settle(pending, pending->expect.unwanted ? "" : "there was no " + text(pending->expect));
+    const auto pending = pending_.insert(pending_.end(), {expectation, std::move(onSettled), 0});
+    pending->deadline = loop_.after(expectation.within, [this, pending] {
+        settle(pending,
+               pending->expectation.unwanted ? "" : "there was no " + text(pending->expectation));
     });
 }
 
 void Expectations::onRecord(const Record& record) {
-    mRecent.push_back(record);
-    if (mRecent.size() > kMostRecent) {
-        mRecent.pop_front();
+    recent_.push_back(record);
+    if (recent_.size() > kMostRecent) {
+        recent_.pop_front();
     }
-    for (auto pending = mPending.begin(); pending != mPending.end();) {
+    for (auto pending = pending_.begin(); pending != pending_.end();) {
         const auto current = pending++;
-        if (matches(current->expect, record)) {
-            settle(current, current->expect.unwanted ? "an unwanted " + text(current->expect) : "");
+        if (matches(current->expectation, record)) {
+            settle(current, current->expectation.unwanted
+                                ? "an unwanted " + text(current->expectation)
+                                : "");
         }
     }
 }
 
 void Expectations::settle(std::list<Pending>::iterator pending, const std::string& failure) {
-    mLoop.cancel(pending->deadline);
+    loop_.cancel(pending->deadline);
     const OnSettled onSettled = std::move(pending->onSettled);
-    mPending.erase(pending);
+    pending_.erase(pending);
     onSettled(failure);
 }
 

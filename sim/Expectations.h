@@ -7,9 +7,16 @@
 
 #include "sim/EventLoop.h"
 #include "sim/Record.h"
-#include "sim/Scenario.h"
 
 namespace sim {
+
+/** A record that must come, or must not. */
+struct Expectation {
+    std::string kind;
+    std::string text;  ///< Part of the record's socket and text, with a blank between them.
+    bool unwanted = false;
+    Duration within{0};
+};
 
 /**
  * The "expect" lines under way. What a line waits for counts from the last line that did something
@@ -25,26 +32,26 @@ class Expectations {
     Expectations(const Expectations&) = delete;
     Expectations& operator=(const Expectations&) = delete;
 
-    void mark() { mRecent.clear(); }
+    void mark() { recent_.clear(); }
     /** Calls `onSettled` once, perhaps before it returns. */
-    void add(const Expect& expect, OnSettled onSettled);
-    bool empty() const { return mPending.empty(); }
+    void add(const Expectation& expectation, OnSettled onSettled);
+    bool empty() const { return pending_.empty(); }
 
   private:
     struct Pending {
-        Expect expect;
+        Expectation expectation;
         OnSettled onSettled;
         EventLoop::TimerId deadline = 0;
     };
 
-    static bool matches(const Expect& expect, const Record& record);
-    static std::string text(const Expect& expect);
+    static bool matches(const Expectation& expectation, const Record& record);
+    static std::string text(const Expectation& expectation);
     void onRecord(const Record& record);
     void settle(std::list<Pending>::iterator pending, const std::string& failure);
 
-    EventLoop& mLoop;
-    std::deque<Record> mRecent;
-    std::list<Pending> mPending;
+    EventLoop& loop_;
+    std::deque<Record> recent_;
+    std::list<Pending> pending_;
 };
 
 }  // namespace sim

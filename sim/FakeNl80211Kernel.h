@@ -10,9 +10,9 @@
 
 #include "sim/EventLoop.h"
 #include "sim/NetlinkPacket.h"
+#include "sim/NetlinkRule.h"
 #include "sim/RadioState.h"
 #include "sim/Record.h"
-#include "sim/Scenario.h"
 
 namespace sim {
 

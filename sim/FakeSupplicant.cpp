@@ -50,7 +50,7 @@ bool FakeSupplicant::Address::operator==(const Address& other) const {
 
 FakeSupplicant::FakeSupplicant(EventLoop& loop, Recorder& recorder, const RadioState& radio,
                                std::string folder)
-    : mLoop(loop), mRecorder(recorder), mRadio(radio), mFolder(std::move(folder)) {}
+    : loop_(loop), recorder_(recorder), radio_(radio), folder_(std::move(folder)) {}
 
 FakeSupplicant::~FakeSupplicant() {
     for (const std::string& name : names()) {
@@ -74,75 +74,75 @@ std::string FakeSupplicant::open(const std::string& name) {
         return std::string("no socket: ") + std::strerror(errno);
     }
     if (unlink(file.c_str()) == 0) {
-        mRecorder.add(Record("socket", name, "deleted"));
+        recorder_.add(Record("socket", name, "deleted"));
     }
     if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         return "cannot bind " + file + ": " + std::strerror(errno);
     }
-    Socket& socket = mSockets[name];
+    Socket& socket = sockets_[name];
     socket.name = name;
     socket.fd = std::move(fd);
     socklen_t size = sizeof(socket.eventRoom);
     getsockopt(socket.fd.get(), SOL_SOCKET, SO_SNDBUF, &socket.eventRoom, &size);
     socket.eventRoom /= 2;
-    if (!mSuspended) {
-        mLoop.watch(socket.fd.get(), [this, name] { onReadable(name); });
+    if (!suspended_) {
+        loop_.watch(socket.fd.get(), [this, name] { onReadable(name); });
     }
-    mRecorder.add(Record("socket", name, "created"));
+    recorder_.add(Record("socket", name, "created"));
     return "";
 }
 
 void FakeSupplicant::close(const std::string& name, bool unlink) {
-    auto socket = mSockets.find(name);
-    if (socket != mSockets.end()) {
-        mLoop.forget(socket->second.fd.get());
-        mLoop.cancel(socket->second.retry);
-        mSockets.erase(socket);
+    auto socket = sockets_.find(name);
+    if (socket != sockets_.end()) {
+        loop_.forget(socket->second.fd.get());
+        loop_.cancel(socket->second.retry);
+        sockets_.erase(socket);
         if (!unlink) {
-            mRecorder.add(Record("socket", name, "abandoned"));
+            recorder_.add(Record("socket", name, "abandoned"));
         }
     }
     if (unlink && ::unlink(path(name).c_str()) == 0) {
-        mRecorder.add(Record("socket", name, "deleted"));
+        recorder_.add(Record("socket", name, "deleted"));
     }
 }
 
 std::vector<std::string> FakeSupplicant::names() const {
     std::vector<std::string> names;
-    for (const auto& [name, socket] : mSockets) {
+    for (const auto& [name, socket] : sockets_) {
         names.push_back(name);
     }
     return names;
 }
 
 size_t FakeSupplicant::monitors(const std::string& name) const {
-    auto socket = mSockets.find(name);
-    return socket == mSockets.end() ? 0 : socket->second.monitors.size();
+    auto socket = sockets_.find(name);
+    return socket == sockets_.end() ? 0 : socket->second.monitors.size();
 }
 
 void FakeSupplicant::suspend() {
-    mSuspended = true;
-    for (auto& [name, socket] : mSockets) {
-        mLoop.forget(socket.fd.get());
+    suspended_ = true;
+    for (auto& [name, socket] : sockets_) {
+        loop_.forget(socket.fd.get());
     }
 }
 
 void FakeSupplicant::resume() {
-    mSuspended = false;
-    for (auto& [name, socket] : mSockets) {
-        mLoop.watch(socket.fd.get(), [this, name = name] { onReadable(name); });
+    suspended_ = false;
+    for (auto& [name, socket] : sockets_) {
+        loop_.watch(socket.fd.get(), [this, name = name] { onReadable(name); });
     }
 }
 
 void FakeSupplicant::removeRules(const std::string& prefix) {
-    mRules.remove_if([&](const ReplyRule& rule) { return rule.prefix == prefix; });
+    rules_.remove_if([&](const ReplyRule& rule) { return rule.prefix == prefix; });
 }
 
 void FakeSupplicant::onReadable(const std::string& name) {
     char buffer[kLongestCommand];
     Address from;
     from.length = sizeof(from.name);
-    auto socket = mSockets.find(name);
+    auto socket = sockets_.find(name);
     const ssize_t length = recvfrom(socket->second.fd.get(), buffer, sizeof(buffer), 0,
                                     reinterpret_cast<sockaddr*>(&from.name), &from.length);
     if (length >= 0) {
@@ -161,13 +161,13 @@ void FakeSupplicant::handle(Socket& socket, const Address& from, const std::stri
         } else {
             record.with("reply", text);
         }
-        mRecorder.add(std::move(record));
+        recorder_.add(std::move(record));
     }
     if (rule != nullptr && rule->none) {
         return;
     }
     if (rule != nullptr && rule->after > Duration::zero()) {
-        mLoop.after(rule->after,
+        loop_.after(rule->after,
                     [this, name = socket.name, from, text] { reply(name, from, text); });
         return;
     }
@@ -175,15 +175,15 @@ void FakeSupplicant::handle(Socket& socket, const Address& from, const std::stri
 }
 
 const ReplyRule* FakeSupplicant::useRule(const Socket& socket, const std::string& command) {
-    for (auto rule = mRules.begin(); rule != mRules.end(); ++rule) {
+    for (auto rule = rules_.begin(); rule != rules_.end(); ++rule) {
         if (!startsWith(command, rule->prefix) || !(rule->on.empty() || rule->on == socket.name)) {
             continue;
         }
-        mUsedRule = *rule;
+        usedRule_ = *rule;
         if (rule->times > 0 && --rule->times == 0) {
-            mRules.erase(rule);
+            rules_.erase(rule);
         }
-        return &mUsedRule;
+        return &usedRule_;
     }
     return nullptr;
 }
@@ -218,7 +218,7 @@ std::string FakeSupplicant::attach(Socket& socket, const Address& from) {
     Monitor monitor;
     monitor.address = from;
     socket.monitors.push_back(std::move(monitor));
-    mRecorder.add(Record("attach", socket.name, from.text())
+    recorder_.add(Record("attach", socket.name, from.text())
                       .with("monitors", static_cast<int64_t>(socket.monitors.size())));
     return "OK\n";
 }
@@ -230,18 +230,18 @@ std::string FakeSupplicant::detach(Socket& socket, const Address& from) {
         return "FAIL\n";
     }
     socket.monitors.erase(monitor);
-    mRecorder.add(Record("detach", socket.name, from.text())
+    recorder_.add(Record("detach", socket.name, from.text())
                       .with("why", "asked")
                       .with("monitors", static_cast<int64_t>(socket.monitors.size())));
     return "OK\n";
 }
 
 std::string FakeSupplicant::signalPoll(const Socket& socket) const {
-    if (!mRadio.sta || socket.name != "wlan0") {
+    if (!radio_.sta || socket.name != "wlan0") {
         return "FAIL\n";
     }
-    const StaLink& sta = *mRadio.sta;
-    const std::string rssi = std::to_string(mRadio.signal.dbm(EventLoop::Clock::now()));
+    const StaLink& sta = *radio_.sta;
+    const std::string rssi = std::to_string(radio_.signal.dbm(EventLoop::Clock::now()));
     return line("RSSI", rssi) + line("LINKSPEED", std::to_string(widthMHz(sta.width) * 10)) +
            line("NOISE", "-92") + line("FREQUENCY", std::to_string(sta.frequencyMHz)) +
            line("WIDTH", widthText(sta.width) + " MHz") +
@@ -251,16 +251,16 @@ std::string FakeSupplicant::signalPoll(const Socket& socket) const {
 
 std::string FakeSupplicant::status(const Socket& socket) const {
     std::string out;
-    const bool onGroup = mRadio.group && mRadio.group->ifname == socket.name;
+    const bool onGroup = radio_.group && radio_.group->ifname == socket.name;
     if (onGroup) {
-        const P2pGroup& group = *mRadio.group;
+        const P2pGroup& group = *radio_.group;
         out = line("bssid", kGroupAddress) + line("freq", std::to_string(group.frequencyMHz)) +
               line("ssid", group.ssid) + line("id", "0") +
               line("mode", group.groupOwner ? "P2P GO" : "station") +
               line("pairwise_cipher", "CCMP") + line("group_cipher", "CCMP") +
               line("key_mgmt", "WPA2-PSK") + line("wpa_state", "COMPLETED");
-    } else if (mRadio.sta && socket.name == "wlan0") {
-        const StaLink& sta = *mRadio.sta;
+    } else if (radio_.sta && socket.name == "wlan0") {
+        const StaLink& sta = *radio_.sta;
         out = line("bssid", sta.bssid) + line("freq", std::to_string(sta.frequencyMHz)) +
               line("ssid", sta.ssid) + line("id", "0") + line("mode", "station") +
               line("wifi_generation", "5") + line("pairwise_cipher", "CCMP") +
@@ -275,8 +275,8 @@ std::string FakeSupplicant::status(const Socket& socket) const {
 }
 
 void FakeSupplicant::reply(const std::string& name, const Address& to, const std::string& text) {
-    auto socket = mSockets.find(name);
-    if (socket == mSockets.end()) {
+    auto socket = sockets_.find(name);
+    if (socket == sockets_.end()) {
         return;
     }
     // A client that has gone or doesn't read loses its answer, as with the real one.
@@ -285,32 +285,33 @@ void FakeSupplicant::reply(const std::string& name, const Address& to, const std
 }
 
 void FakeSupplicant::send(const std::string& name, const std::string& text, bool detail) {
-    auto socket = mSockets.find(name);
-    if (socket == mSockets.end()) {
+    auto socket = sockets_.find(name);
+    if (socket == sockets_.end()) {
         return;
     }
     Record record = Record("event", name, text)
                         .with("monitors", static_cast<int64_t>(socket->second.monitors.size()));
     record.detail = detail;
-    mRecorder.add(std::move(record));
+    recorder_.add(std::move(record));
     queue(socket->second, std::make_shared<const std::string>(text));
     flush(socket->second);
 }
 
-void FakeSupplicant::burst(const Burst& burst) {
-    Socket& socket = mSockets.at(burst.socket);
-    mRecorder.add(Record("burst", burst.socket, burst.text)
-                      .with("count", burst.count)
+void FakeSupplicant::burst(const std::string& name, int count, const std::string& text) {
+    Socket& socket = sockets_.at(name);
+    recorder_.add(Record("burst", name, text)
+                      .with("count", count)
                       .with("monitors", static_cast<int64_t>(socket.monitors.size())));
     constexpr std::string_view kNumber = "{n}";
-    for (int i = 1; i <= burst.count; ++i) {
-        std::string text = burst.text;
-        for (size_t at = text.find(kNumber); at != std::string::npos; at = text.find(kNumber, at)) {
-            text.replace(at, kNumber.size(), std::to_string(i));
+    for (int i = 1; i <= count; ++i) {
+        std::string event = text;
+        for (size_t at = event.find(kNumber); at != std::string::npos;
+             at = event.find(kNumber, at)) {
+            event.replace(at, kNumber.size(), std::to_string(i));
         }
-        queue(socket, std::make_shared<const std::string>(std::move(text)));
+        queue(socket, std::make_shared<const std::string>(std::move(event)));
     }
-    socket.burst += burst.count;
+    socket.burst += count;
     flush(socket);
 }
 
@@ -330,7 +331,7 @@ void FakeSupplicant::flush(Socket& socket) {
             const std::string address = monitor->address.text();
             const auto lost = static_cast<int64_t>(monitor->waiting.size());
             monitor = socket.monitors.erase(monitor);
-            mRecorder.add(Record("detach", socket.name, address)
+            recorder_.add(Record("detach", socket.name, address)
                               .with("why", "dropped")
                               .with("lost", lost)
                               .with("monitors", static_cast<int64_t>(socket.monitors.size())));
@@ -339,16 +340,16 @@ void FakeSupplicant::flush(Socket& socket) {
         waiting = waiting || !monitor->waiting.empty();
         ++monitor;
     }
-    mLoop.cancel(std::exchange(socket.retry, 0));
+    loop_.cancel(std::exchange(socket.retry, 0));
     if (waiting) {
-        socket.retry = mLoop.after(kRetry, [this, name = socket.name] {
-            auto found = mSockets.find(name);
-            if (found != mSockets.end()) {
+        socket.retry = loop_.after(kRetry, [this, name = socket.name] {
+            auto found = sockets_.find(name);
+            if (found != sockets_.end()) {
                 flush(found->second);
             }
         });
     } else if (socket.burst > 0) {
-        mRecorder.add(
+        recorder_.add(
             Record("burst", socket.name, "done").with("count", std::exchange(socket.burst, 0)));
     }
 }

@@ -16,9 +16,18 @@
 #include "sim/EventLoop.h"
 #include "sim/RadioState.h"
 #include "sim/Record.h"
-#include "sim/Scenario.h"
 
 namespace sim {
+
+/** How a command to the supplicant is answered. */
+struct ReplyRule {
+    std::string prefix;  ///< Of the commands that it is for.
+    std::string on;      ///< Socket name; empty: every socket.
+    bool none = false;   ///< No answer at all.
+    std::string answer;
+    int times = 0;      ///< How often it holds; 0: until it is removed.
+    Duration after{0};  ///< Delay of the answer.
+};
 
 /**
  * The supplicant's control sockets: answers commands from the radio's state or by rule, keeps the
@@ -47,7 +56,7 @@ class FakeSupplicant {
     std::string open(const std::string& name);
     /** Closes the socket; with `unlink`, its file goes too, also one that nobody stands behind. */
     void close(const std::string& name, bool unlink);
-    bool isOpen(const std::string& name) const { return mSockets.count(name) != 0; }
+    bool isOpen(const std::string& name) const { return sockets_.count(name) != 0; }
     std::vector<std::string> names() const;
     size_t monitors(const std::string& name) const;
 
@@ -57,11 +66,14 @@ class FakeSupplicant {
 
     /** Sends one event line to every monitor of `name`; `detail` as in Record. */
     void send(const std::string& name, const std::string& text, bool detail = false);
-    /** Sends `count` events, telling of them once now and once when all are delivered. */
-    void burst(const Burst& burst);
+    /**
+     * Sends `count` events on the open socket `name`, with their number for each "{n}" in `text`.
+     * They are recorded once now and once when all are delivered.
+     */
+    void burst(const std::string& name, int count, const std::string& text);
 
     /** The newest rule that fits a command decides. */
-    void addRule(ReplyRule rule) { mRules.push_front(std::move(rule)); }
+    void addRule(ReplyRule rule) { rules_.push_front(std::move(rule)); }
     /** Removes the rules for exactly this beginning. */
     void removeRules(const std::string& prefix);
 
@@ -105,16 +117,16 @@ class FakeSupplicant {
     /** Sends what waits for one monitor; false when it is to be dropped. */
     bool flush(Socket& socket, Monitor& monitor);
     bool hasEventRoom(const Socket& socket) const;
-    std::string path(const std::string& name) const { return mFolder + name; }
+    std::string path(const std::string& name) const { return folder_ + name; }
 
-    EventLoop& mLoop;
-    Recorder& mRecorder;
-    const RadioState& mRadio;
-    const std::string mFolder;
-    std::map<std::string, Socket> mSockets;
-    std::list<ReplyRule> mRules;
-    ReplyRule mUsedRule;
-    bool mSuspended = false;
+    EventLoop& loop_;
+    Recorder& recorder_;
+    const RadioState& radio_;
+    const std::string folder_;
+    std::map<std::string, Socket> sockets_;
+    std::list<ReplyRule> rules_;
+    ReplyRule usedRule_;
+    bool suspended_ = false;
 };
 
 }  // namespace sim

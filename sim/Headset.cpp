@@ -9,6 +9,8 @@ namespace {
 
 constexpr const char* kSta = "wlan0";
 constexpr const char* kGroupSsid = "DIRECT-BI";
+/** The reason of a disconnection that the station asked for: deauthenticated, leaving. */
+constexpr int kLocalReason = 3;
 
 /** The mainline supplicant's description of a channel. */
 std::string mainlineChannel(int frequencyMHz, Width width) {
@@ -30,37 +32,37 @@ std::string headsetSwitch(int frequencyMHz, const std::string& ifname, Width wid
 }  // namespace
 
 Headset::~Headset() {
-    mLoop.cancel(mGroupUp);
-    mLoop.cancel(mGroupDown);
+    loop_.cancel(groupUp_);
+    loop_.cancel(groupDown_);
 }
 
 void Headset::say(const std::string& socket, const std::string& text) {
-    mSupplicant.send(socket, "<3>" + text);
+    supplicant_.send(socket, "<3>" + text);
 }
 
 std::string Headset::checkSta() const {
-    return mSupplicant.isOpen(kSta) ? "" : "the supplicant is not running";
+    return supplicant_.isOpen(kSta) ? "" : "the supplicant is not running";
 }
 
 void Headset::forgetLinks() {
-    mLoop.cancel(std::exchange(mGroupUp, 0));
-    mLoop.cancel(std::exchange(mGroupDown, 0));
-    if (!mGroupSocket.empty()) {
-        mRadio.removeInterface(mGroupSocket);
+    loop_.cancel(std::exchange(groupUp_, 0));
+    loop_.cancel(std::exchange(groupDown_, 0));
+    if (!groupSocket_.empty()) {
+        radio_.removeInterface(groupSocket_);
     }
-    mGroupSocket.clear();
-    mRadio.sta.reset();
-    mRadio.group.reset();
+    groupSocket_.clear();
+    radio_.sta.reset();
+    radio_.group.reset();
 }
 
 std::string Headset::startSupplicant(const std::string& p2p) {
-    std::string error = mSupplicant.open(kSta);
+    std::string error = supplicant_.open(kSta);
     if (error.empty() && !p2p.empty()) {
-        error = mSupplicant.open(p2p);
-        mRadio.addInterface(p2p);
+        error = supplicant_.open(p2p);
+        radio_.addInterface(p2p);
     }
     if (error.empty()) {
-        mP2pDevice = p2p;
+        p2pDevice_ = p2p;
     }
     return error;
 }
@@ -69,21 +71,21 @@ std::string Headset::terminateSupplicant() {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    if (mRadio.group) {
-        stopGroup({"REQUESTED", Duration::zero()});
+    if (radio_.group) {
+        stopGroup("REQUESTED", Duration::zero());
     }
-    if (!mP2pDevice.empty()) {
-        say(mP2pDevice, "CTRL-EVENT-TERMINATING ");
-        mSupplicant.close(mP2pDevice, true);
+    if (!p2pDevice_.empty()) {
+        say(p2pDevice_, "CTRL-EVENT-TERMINATING ");
+        supplicant_.close(p2pDevice_, true);
     }
-    if (mRadio.sta) {
-        disconnect(Disconnect{});
+    if (radio_.sta) {
+        disconnect(kLocalReason, true);
     }
     say(kSta, "CTRL-EVENT-TERMINATING ");
     removeGroupSocket();
     forgetLinks();
-    for (const std::string& name : mSupplicant.names()) {
-        mSupplicant.close(name, true);
+    for (const std::string& name : supplicant_.names()) {
+        supplicant_.close(name, true);
     }
     return "";
 }
@@ -93,201 +95,201 @@ std::string Headset::crashSupplicant() {
         return error;
     }
     forgetLinks();
-    for (const std::string& name : mSupplicant.names()) {
-        mSupplicant.close(name, false);
+    for (const std::string& name : supplicant_.names()) {
+        supplicant_.close(name, false);
     }
     return "";
 }
 
 std::string Headset::restartSupplicant() {
-    if (mSupplicant.isOpen(kSta)) {
+    if (supplicant_.isOpen(kSta)) {
         crashSupplicant();
     }
-    return startSupplicant(mP2pDevice);
+    return startSupplicant(p2pDevice_);
 }
 
-std::string Headset::connect(const Connect& action) {
+std::string Headset::connect(const StaLink& link, int rssiDbm) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    const std::string named = action.bssid + " (SSID='" + action.ssid +
-                              "' freq=" + std::to_string(action.frequencyMHz) + " MHz)";
+    const std::string named = link.bssid + " (SSID='" + link.ssid +
+                              "' freq=" + std::to_string(link.frequencyMHz) + " MHz)";
     say(kSta, "SME: Trying to authenticate with " + named);
     say(kSta, "Trying to associate with " + named);
-    say(kSta, "Associated with " + action.bssid);
+    say(kSta, "Associated with " + link.bssid);
     say(kSta, "CTRL-EVENT-SUBNET-STATUS-UPDATE status=0");
-    mRadio.sta = StaLink{action.bssid, action.ssid, action.ip, action.frequencyMHz, action.width};
-    mRadio.signal.set(action.rssiDbm);
-    say(kSta, "WPA: Key negotiation completed with " + action.bssid + " [PTK=CCMP GTK=CCMP]");
-    say(kSta, "CTRL-EVENT-CONNECTED - Connection to " + action.bssid + " completed [id=0 id_str=]");
+    radio_.sta = link;
+    radio_.signal.set(rssiDbm);
+    say(kSta, "WPA: Key negotiation completed with " + link.bssid + " [PTK=CCMP GTK=CCMP]");
+    say(kSta, "CTRL-EVENT-CONNECTED - Connection to " + link.bssid + " completed [id=0 id_str=]");
     return "";
 }
 
-std::string Headset::disconnect(const Disconnect& action) {
-    if (!mRadio.sta) {
+std::string Headset::disconnect(int reason, bool byHeadset) {
+    if (!radio_.sta) {
         return "the station is not connected";
     }
-    const std::string bssid = mRadio.sta->bssid;
-    mRadio.sta.reset();
-    say(kSta, "CTRL-EVENT-DISCONNECTED bssid=" + bssid + " reason=" +
-                  std::to_string(action.reason) + (action.byHeadset ? " locally_generated=1" : ""));
+    const std::string bssid = radio_.sta->bssid;
+    radio_.sta.reset();
+    say(kSta, "CTRL-EVENT-DISCONNECTED bssid=" + bssid + " reason=" + std::to_string(reason) +
+                  (byHeadset ? " locally_generated=1" : ""));
     say(kSta, "CTRL-EVENT-DSCP-POLICY clear_all");
     return "";
 }
 
-std::string Headset::switchChannel(const ChannelSwitch& action) {
+std::string Headset::switchChannel(const ChannelSwitch& change) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    if (action.ifname == kSta && mRadio.sta) {
-        mRadio.sta->frequencyMHz = action.frequencyMHz;
-        mRadio.sta->width = action.width;
-    } else if (mRadio.group && mRadio.group->ifname == action.ifname) {
-        mRadio.group->frequencyMHz = action.frequencyMHz;
-        mRadio.group->width = action.width;
+    if (change.ifname == kSta && radio_.sta) {
+        radio_.sta->frequencyMHz = change.frequencyMHz;
+        radio_.sta->width = change.width;
+    } else if (radio_.group && radio_.group->ifname == change.ifname) {
+        radio_.group->frequencyMHz = change.frequencyMHz;
+        radio_.group->width = change.width;
     }
-    if (action.mainline) {
-        const std::string channel = mainlineChannel(action.frequencyMHz, action.width);
-        say(action.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
-        say(action.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
+    if (change.mainline) {
+        const std::string channel = mainlineChannel(change.frequencyMHz, change.width);
+        say(change.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
+        say(change.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
     } else {
-        say(kSta, headsetSwitch(action.frequencyMHz, action.ifname, action.width));
+        say(kSta, headsetSwitch(change.frequencyMHz, change.ifname, change.width));
     }
     return "";
 }
 
-std::string Headset::scan(const Scan& action) {
+std::string Headset::scan(int networks) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
     say(kSta, "CTRL-EVENT-SCAN-STARTED ");
-    for (int i = 0; i < action.networks; ++i) {
+    for (int i = 0; i < networks; ++i) {
         char bss[64];
         std::snprintf(bss, sizeof(bss), "CTRL-EVENT-BSS-ADDED %d 02:00:00:00:%02x:%02x", i,
                       (i + 1) >> 8 & 0xFF, (i + 1) & 0xFF);
         say(kSta, bss);
     }
     // The results are told on every socket.
-    for (const std::string& name : mSupplicant.names()) {
+    for (const std::string& name : supplicant_.names()) {
         say(name, "CTRL-EVENT-SCAN-RESULTS ");
     }
     return "";
 }
 
-std::string Headset::changeRegdom(const Regdom& action) {
-    if (!mSupplicant.isOpen(action.on)) {
-        return "there is no socket " + action.on;
+std::string Headset::changeRegdom(const Regdom& regdom) {
+    if (!supplicant_.isOpen(regdom.on)) {
+        return "there is no socket " + regdom.on;
     }
-    say(action.on, "CTRL-EVENT-REGDOM-CHANGE init=" + action.init + " type=" + action.type +
-                       (action.alpha2.empty() ? "" : " alpha2=" + action.alpha2));
+    say(regdom.on, "CTRL-EVENT-REGDOM-CHANGE init=" + regdom.init + " type=" + regdom.type +
+                       (regdom.alpha2.empty() ? "" : " alpha2=" + regdom.alpha2));
     return "";
 }
 
-std::string Headset::startAssociation(const AssocStarted& action) {
+std::string Headset::startAssociation(const std::string& ifname) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    say(kSta, "CTRL-EVENT-ASSOC-STARTED ifname=" + action.ifname);
+    say(kSta, "CTRL-EVENT-ASSOC-STARTED ifname=" + ifname);
     return "";
 }
 
 std::string Headset::startGroup(const P2pStart& given) {
-    if (mRadio.group || mGroupUp != 0) {
+    if (radio_.group || groupUp_ != 0) {
         return "a P2P group is up already";
     }
     removeGroupSocket();  // of an earlier group, if that is still to be done
-    P2pStart action = given;
-    if (action.ifname.empty()) {
-        action.ifname = mP2pDevice.empty() ? "p2p-wlan0-0" : mP2pDevice;
+    P2pStart start = given;
+    if (start.ifname.empty()) {
+        start.ifname = p2pDevice_.empty() ? "p2p-wlan0-0" : p2pDevice_;
     }
-    if (action.on.empty()) {
-        action.on = action.ifname;
-    } else if (action.on != action.ifname && !mSupplicant.isOpen(action.on)) {
-        return "there is no socket " + action.on;
+    if (start.on.empty()) {
+        start.on = start.ifname;
+    } else if (start.on != start.ifname && !supplicant_.isOpen(start.on)) {
+        return "there is no socket " + start.on;
     }
-    mRadio.addInterface(action.ifname);
-    if (mSupplicant.isOpen(action.ifname)) {
-        announceGroup(action);
+    radio_.addInterface(start.ifname);
+    if (supplicant_.isOpen(start.ifname)) {
+        announceGroup(start);
         return "";
     }
-    if (std::string error = mSupplicant.open(action.ifname); !error.empty()) {
+    if (std::string error = supplicant_.open(start.ifname); !error.empty()) {
         return error;
     }
-    mGroupSocket = action.ifname;
+    groupSocket_ = start.ifname;
     // The interface and its socket are there before the group is up.
-    mGroupUp = mLoop.after(action.upAfter, [this, action] {
-        mGroupUp = 0;
-        announceGroup(action);
+    groupUp_ = loop_.after(start.upAfter, [this, start] {
+        groupUp_ = 0;
+        announceGroup(start);
     });
     return "";
 }
 
-void Headset::announceGroup(const P2pStart& action) {
-    mRadio.group =
-        P2pGroup{action.ifname, kGroupSsid, action.groupOwner, action.frequencyMHz, action.width};
-    mGroupOn = action.on;
-    if (action.groupOwner) {
-        say(action.ifname, "AP-ENABLED ");
+void Headset::announceGroup(const P2pStart& start) {
+    radio_.group =
+        P2pGroup{start.ifname, kGroupSsid, start.groupOwner, start.frequencyMHz, start.width};
+    groupOn_ = start.on;
+    if (start.groupOwner) {
+        say(start.ifname, "AP-ENABLED ");
     }
-    say(action.ifname, std::string("CTRL-EVENT-CONNECTED - Connection to ") + kGroupAddress +
-                           " completed [id=0 id_str=]");
+    say(start.ifname, std::string("CTRL-EVENT-CONNECTED - Connection to ") + kGroupAddress +
+                          " completed [id=0 id_str=]");
     const std::string secret =
-        action.groupOwner ? "passphrase=\"e8SndjtA\"" : "psk=" + std::string(64, '5');
-    say(action.on, "P2P-GROUP-STARTED " + action.ifname + (action.groupOwner ? " GO" : " client") +
-                       " ssid=\"" + kGroupSsid + "\" freq=" + std::to_string(action.frequencyMHz) +
-                       " " + secret + " go_dev_addr=" + kP2pDeviceAddress);
+        start.groupOwner ? "passphrase=\"e8SndjtA\"" : "psk=" + std::string(64, '5');
+    say(start.on, "P2P-GROUP-STARTED " + start.ifname + (start.groupOwner ? " GO" : " client") +
+                      " ssid=\"" + kGroupSsid + "\" freq=" + std::to_string(start.frequencyMHz) +
+                      " " + secret + " go_dev_addr=" + kP2pDeviceAddress);
 }
 
-std::string Headset::switchGroup(const P2pSwitch& action) {
-    if (!mRadio.group) {
+std::string Headset::switchGroup(int frequencyMHz, Width width) {
+    if (!radio_.group) {
         return "no P2P group is up";
     }
-    P2pGroup& group = *mRadio.group;
-    group.frequencyMHz = action.frequencyMHz;
-    group.width = action.width;
-    const std::string channel = mainlineChannel(action.frequencyMHz, action.width);
+    P2pGroup& group = *radio_.group;
+    group.frequencyMHz = frequencyMHz;
+    group.width = width;
+    const std::string channel = mainlineChannel(frequencyMHz, width);
     say(group.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
     say(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
     say(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel + " dfs=0");
-    say(kSta, headsetSwitch(action.frequencyMHz, group.ifname, action.width));
-    say(group.ifname, "AP-CSA-FINISHED freq=" + std::to_string(action.frequencyMHz) + " dfs=0");
+    say(kSta, headsetSwitch(frequencyMHz, group.ifname, width));
+    say(group.ifname, "AP-CSA-FINISHED freq=" + std::to_string(frequencyMHz) + " dfs=0");
     return "";
 }
 
-std::string Headset::stopGroup(const P2pStop& action) {
-    if (!mRadio.group) {
+std::string Headset::stopGroup(const std::string& reason, Duration downAfter) {
+    if (!radio_.group) {
         return "no P2P group is up";
     }
-    const P2pGroup group = *mRadio.group;
-    mRadio.group.reset();
-    say(mGroupOn, "P2P-GROUP-REMOVED " + group.ifname + (group.groupOwner ? " GO" : " client") +
-                      " reason=" + action.reason);
+    const P2pGroup group = *radio_.group;
+    radio_.group.reset();
+    say(groupOn_, "P2P-GROUP-REMOVED " + group.ifname + (group.groupOwner ? " GO" : " client") +
+                      " reason=" + reason);
     if (group.groupOwner) {
         say(group.ifname, "AP-DISABLED ");
     }
     say(group.ifname, std::string("CTRL-EVENT-DISCONNECTED bssid=") + kGroupAddress +
                           " reason=3 locally_generated=1");
     say(group.ifname, "CTRL-EVENT-DSCP-POLICY clear_all");
-    if (!mGroupSocket.empty()) {
-        mGroupDown = mLoop.after(action.downAfter, [this] { removeGroupSocket(); });
+    if (!groupSocket_.empty()) {
+        groupDown_ = loop_.after(downAfter, [this] { removeGroupSocket(); });
     }
     return "";
 }
 
 void Headset::removeGroupSocket() {
-    mLoop.cancel(std::exchange(mGroupDown, 0));
-    if (!mGroupSocket.empty() && !mRadio.group) {
-        mRadio.removeInterface(mGroupSocket);
-        mSupplicant.close(std::exchange(mGroupSocket, ""), true);
+    loop_.cancel(std::exchange(groupDown_, 0));
+    if (!groupSocket_.empty() && !radio_.group) {
+        radio_.removeInterface(groupSocket_);
+        supplicant_.close(std::exchange(groupSocket_, ""), true);
     }
 }
 
-std::string Headset::peer(const P2pPeer& action) {
-    if (!mRadio.group) {
+std::string Headset::peer(bool joins, const std::string& mac) {
+    if (!radio_.group) {
         return "no P2P group is up";
     }
-    say(mRadio.group->ifname, (action.joins ? "AP-STA-CONNECTED " : "AP-STA-DISCONNECTED ") +
-                                  action.mac + " p2p_dev_addr=42:00:00:00:02:00");
+    say(radio_.group->ifname, (joins ? "AP-STA-CONNECTED " : "AP-STA-DISCONNECTED ") + mac +
+                                  " p2p_dev_addr=42:00:00:00:02:00");
     return "";
 }
 

@@ -5,9 +5,31 @@
 #include "sim/EventLoop.h"
 #include "sim/FakeSupplicant.h"
 #include "sim/RadioState.h"
-#include "sim/Scenario.h"
 
 namespace sim {
+
+struct ChannelSwitch {
+    int frequencyMHz = 0;
+    Width width = Width::MHz20;
+    std::string ifname;     ///< Interface that switches.
+    bool mainline = false;  ///< The mainline supplicant's words instead of the headset's.
+};
+
+struct Regdom {
+    std::string init;
+    std::string type;
+    std::string alpha2;  ///< Empty: none.
+    std::string on;      ///< Socket that tells it.
+};
+
+struct P2pStart {
+    int frequencyMHz = 0;
+    Width width = Width::MHz20;
+    std::string ifname;  ///< Empty: the P2P device, or p2p-wlan0-0 when there is none.
+    std::string on;      ///< Socket that tells it; empty: the group's own.
+    bool groupOwner = true;
+    Duration upAfter{0};  ///< From the group's socket to its events, when the socket is new.
+};
 
 /**
  * What happens to the headset's Wi-Fi: changes the radio's state and has the supplicant print what
@@ -17,49 +39,50 @@ namespace sim {
 class Headset {
   public:
     Headset(EventLoop& loop, FakeSupplicant& supplicant, RadioState& radio)
-        : mLoop(loop), mSupplicant(supplicant), mRadio(radio) {}
+        : loop_(loop), supplicant_(supplicant), radio_(radio) {}
     ~Headset();
     Headset(const Headset&) = delete;
     Headset& operator=(const Headset&) = delete;
 
-    /** `p2p` as in SupplicantControl; the folder must be there. */
+    /** `p2p` names the P2P device's socket; empty: none. The folder must be there. */
     std::string startSupplicant(const std::string& p2p);
     std::string terminateSupplicant();
-    /** Ends without a word: the socket files stay behind. */
+    /** Ends without an event: the socket files stay behind. */
     std::string crashSupplicant();
     /** Starts it as it was started last, after a crash if it runs. */
     std::string restartSupplicant();
 
-    std::string connect(const Connect& action);
-    std::string disconnect(const Disconnect& action);
-    std::string switchChannel(const ChannelSwitch& action);
-    std::string scan(const Scan& action);
-    std::string changeRegdom(const Regdom& action);
-    std::string startAssociation(const AssocStarted& action);
-    std::string startGroup(const P2pStart& action);
-    std::string switchGroup(const P2pSwitch& action);
-    std::string stopGroup(const P2pStop& action);
-    std::string peer(const P2pPeer& action);
+    std::string connect(const StaLink& link, int rssiDbm);
+    std::string disconnect(int reason, bool byHeadset);
+    std::string switchChannel(const ChannelSwitch& change);
+    std::string scan(int networks);
+    std::string changeRegdom(const Regdom& regdom);
+    std::string startAssociation(const std::string& ifname);
+    std::string startGroup(const P2pStart& start);
+    std::string switchGroup(int frequencyMHz, Width width);
+    /** A socket that the group brought is removed `downAfter` later. */
+    std::string stopGroup(const std::string& reason, Duration downAfter);
+    std::string peer(bool joins, const std::string& mac);
 
   private:
     std::string checkSta() const;
     /** Sends "<3>" and `text` on `socket`; nothing if that isn't open. */
     void say(const std::string& socket, const std::string& text);
-    void announceGroup(const P2pStart& action);
+    void announceGroup(const P2pStart& start);
     void removeGroupSocket();
     void forgetLinks();
 
-    EventLoop& mLoop;
-    FakeSupplicant& mSupplicant;
-    RadioState& mRadio;
+    EventLoop& loop_;
+    FakeSupplicant& supplicant_;
+    RadioState& radio_;
     /** Name of the P2P device's socket, empty when there is none. */
-    std::string mP2pDevice;
+    std::string p2pDevice_;
     /** Where the group's start and end are told. */
-    std::string mGroupOn;
-    EventLoop::TimerId mGroupUp = 0;
-    EventLoop::TimerId mGroupDown = 0;
+    std::string groupOn_;
+    EventLoop::TimerId groupUp_ = 0;
+    EventLoop::TimerId groupDown_ = 0;
     /** Socket that the group brought, to be removed with it; empty when it was there before. */
-    std::string mGroupSocket;
+    std::string groupSocket_;
 };
 
 }  // namespace sim

@@ -26,8 +26,8 @@ char* reserve(const NetlinkMessage& message, size_t length) {
 
 void NetlinkPacket::append(const NetlinkMessage& message) {
     const nlmsghdr* header = nlmsg_hdr(message.get());
-    mBytes.append(reinterpret_cast<const char*>(header), header->nlmsg_len);
-    mBytes.resize(NLMSG_ALIGN(mBytes.size()), '\0');
+    bytes_.append(reinterpret_cast<const char*>(header), header->nlmsg_len);
+    bytes_.resize(NLMSG_ALIGN(bytes_.size()), '\0');
 }
 
 NetlinkMessage answerTo(const nlmsghdr& request, int type, int flags) {

@@ -21,11 +21,11 @@ class NetlinkPacket {
   public:
     void append(const NetlinkMessage& message);
 
-    const std::string& bytes() const { return mBytes; }
-    std::string& bytes() { return mBytes; }
+    const std::string& bytes() const { return bytes_; }
+    std::string& bytes() { return bytes_; }
 
   private:
-    std::string mBytes;
+    std::string bytes_;
 };
 
 /** A message that answers `request`, with its sequence number and port. Throws std::bad_alloc. */

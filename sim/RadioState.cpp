@@ -6,19 +6,19 @@
 namespace sim {
 
 void Signal::walk(int fromDbm, int toDbm, Clock::time_point begin, Clock::duration over) {
-    mFrom = fromDbm;
-    mTo = toDbm;
-    mBegin = begin;
-    mOver = over;
+    from_ = fromDbm;
+    to_ = toDbm;
+    begin_ = begin;
+    over_ = over;
 }
 
 int Signal::dbm(Clock::time_point now) const {
-    if (now >= mBegin + mOver) {
-        return mTo;
+    if (now >= begin_ + over_) {
+        return to_;
     }
-    const std::chrono::duration<double> passed = now - mBegin;
-    const double part = std::max(0.0, passed / mOver);
-    return static_cast<int>(std::lround(mFrom + (mTo - mFrom) * part));
+    const std::chrono::duration<double> passed = now - begin_;
+    const double part = std::max(0.0, passed / over_);
+    return static_cast<int>(std::lround(from_ + (to_ - from_) * part));
 }
 
 void RadioState::addInterface(const std::string& name) {
@@ -29,6 +29,37 @@ void RadioState::addInterface(const std::string& name) {
 
 void RadioState::removeInterface(const std::string& name) {
     interfaces.erase(std::remove(interfaces.begin(), interfaces.end(), name), interfaces.end());
+}
+
+std::string widthText(Width width) {
+    switch (width) {
+        case Width::MHz20:
+            return "20";
+        case Width::MHz40:
+            return "40";
+        case Width::MHz80:
+            return "80";
+        case Width::MHz80Plus80:
+            return "80+80";
+        case Width::MHz160:
+            return "160";
+    }
+    return "";
+}
+
+int widthMHz(Width width) {
+    switch (width) {
+        case Width::MHz20:
+            return 20;
+        case Width::MHz40:
+            return 40;
+        case Width::MHz80:
+        case Width::MHz80Plus80:
+            return 80;
+        case Width::MHz160:
+            return 160;
+    }
+    return 0;
 }
 
 int centreMHz(int frequencyMHz, Width width) {

@@ -5,9 +5,16 @@
 #include <string>
 #include <vector>
 
-#include "sim/Scenario.h"
-
 namespace sim {
+
+/** Channel widths as scenarios and the supplicant write them: 20, 40, 80, 80+80 and 160 MHz. */
+enum class Width { MHz20, MHz40, MHz80, MHz80Plus80, MHz160 };
+
+/** "80" or "80+80": the width in MHz as scenarios and the supplicant write it. */
+std::string widthText(Width width);
+
+/** The width in MHz, 80 for 80+80. */
+int widthMHz(Width width);
 
 /** The station's link to its access point. */
 struct StaLink {
@@ -38,10 +45,10 @@ class Signal {
     int dbm(Clock::time_point now) const;
 
   private:
-    int mFrom = -50;
-    int mTo = -50;
-    Clock::time_point mBegin;
-    Clock::duration mOver{0};
+    int from_ = -50;
+    int to_ = -50;
+    Clock::time_point begin_;
+    Clock::duration over_{0};
 };
 
 /** What the simulated radio is doing. The supplicant and the kernel side both answer from it. */

@@ -75,21 +75,21 @@ std::string Record::json() const {
 }
 
 void Recorder::add(Record record) {
-    const std::chrono::duration<double> t = std::chrono::steady_clock::now() - mStart;
+    const std::chrono::duration<double> t = std::chrono::steady_clock::now() - start_;
     record.t = t.count();
-    mPending.push_back(std::move(record));
-    if (mDelivering) {
+    pending_.push_back(std::move(record));
+    if (delivering_) {
         return;
     }
-    mDelivering = true;
-    while (!mPending.empty()) {
-        const Record next = std::move(mPending.front());
-        mPending.pop_front();
-        for (const Sink& sink : mSinks) {
+    delivering_ = true;
+    while (!pending_.empty()) {
+        const Record next = std::move(pending_.front());
+        pending_.pop_front();
+        for (const Sink& sink : sinks_) {
             sink(next);
         }
     }
-    mDelivering = false;
+    delivering_ = false;
 }
 
 }  // namespace sim

@@ -62,19 +62,19 @@ class Recorder {
   public:
     using Sink = std::function<void(const Record&)>;
 
-    Recorder() : mStart(std::chrono::steady_clock::now()) {}
+    Recorder() : start_(std::chrono::steady_clock::now()) {}
 
-    void addSink(Sink sink) { mSinks.push_back(std::move(sink)); }
+    void addSink(Sink sink) { sinks_.push_back(std::move(sink)); }
     /** Time 0 is now. */
-    void restartClock() { mStart = std::chrono::steady_clock::now(); }
+    void restartClock() { start_ = std::chrono::steady_clock::now(); }
     void add(Record record);
 
   private:
-    std::chrono::steady_clock::time_point mStart;
-    std::vector<Sink> mSinks;
+    std::chrono::steady_clock::time_point start_;
+    std::vector<Sink> sinks_;
     /** Records made by a sink wait here until the one under way has reached every sink. */
-    std::deque<Record> mPending;
-    bool mDelivering = false;
+    std::deque<Record> pending_;
+    bool delivering_ = false;
 };
 
 }  // namespace sim

@@ -1,83 +1,50 @@
 #include "sim/ScenarioRun.h"
 
 #include <algorithm>
-#include <type_traits>
 #include <utility>
-#include <variant>
 
 namespace sim {
 
 namespace {
 
-template <typename T>
-bool prepares(const Scenario& scenario) {
-    return std::any_of(scenario.steps.begin(), scenario.steps.end(), [](const Step& step) {
-        return step.prepare && std::holds_alternative<T>(step.action);
+/** Does a line of the preparation begin with `verb`? */
+bool prepares(const Scenario& scenario, std::string_view verb) {
+    return std::any_of(scenario.steps.begin(), scenario.steps.end(), [verb](const Step& step) {
+        return step.prepare && step.verb->name == verb;
     });
-}
-
-Step ownStep(const char* text, Action action) {
-    Step step;
-    step.text = text;
-    step.action = std::move(action);
-    return step;
 }
 
 }  // namespace
 
-void scaleTimes(Scenario& scenario, double speed) {
-    const auto scale = [speed](Duration& time) {
-        time = std::chrono::duration_cast<Duration>(time / speed);
-    };
-    for (Step& step : scenario.steps) {
-        scale(step.at);
-        std::visit(
-            [&scale](auto& action) {
-                using T = std::decay_t<decltype(action)>;
-                if constexpr (std::is_same_v<T, SetRssi>) {
-                    scale(action.over);
-                } else if constexpr (std::is_same_v<T, P2pStart>) {
-                    scale(action.upAfter);
-                } else if constexpr (std::is_same_v<T, P2pStop>) {
-                    scale(action.downAfter);
-                } else if constexpr (std::is_same_v<T, ReplyRule>) {
-                    scale(action.after);
-                } else if constexpr (std::is_same_v<T, Expect>) {
-                    scale(action.within);
-                }
-            },
-            step.action);
-    }
-}
-
-ScenarioRun::ScenarioRun(EventLoop& loop, Recorder& recorder, Player& player, Scenario scenario,
-                         const Options& options, std::function<void(bool)> onEnd)
-    : mLoop(loop),
-      mRecorder(recorder),
-      mPlayer(player),
-      mScenario(std::move(scenario)),
-      mOptions(options),
-      mOnEnd(std::move(onEnd)) {
-    scaleTimes(mScenario, mOptions.speed);
-    mPlayer.onDaemonLost([this](const std::string& text) { fail(text + " on its own"); });
+ScenarioRun::ScenarioRun(EventLoop& loop, Recorder& recorder, Simulation& simulation,
+                         Scenario scenario, const Options& options, std::function<void(bool)> onEnd)
+    : loop_(loop),
+      recorder_(recorder),
+      simulation_(simulation),
+      scenario_(std::move(scenario)),
+      options_(options),
+      onEnd_(std::move(onEnd)) {
+    simulation_.programs.onDaemonLost(
+        [this](const std::string& text) { fail(text + " on its own"); });
 }
 
 void ScenarioRun::start() { prepareFrom(0); }
 
 void ScenarioRun::fail(const std::string& message) {
-    mFailed = true;
-    mRecorder.add(Record("error", message));
+    failed_ = true;
+    recorder_.add(Record("error", message));
 }
 
 void ScenarioRun::prepareFrom(size_t index) {
-    if (index == mScenario.steps.size() || !mScenario.steps[index].prepare) {
+    if (index == scenario_.steps.size() || !scenario_.steps[index].prepare) {
+        next_ = index;
         startStats();
         return;
     }
-    const Step& step = mScenario.steps[index];
-    mPlayer.perform(step, [this, &step, index](const std::string& error) {
+    const Step& step = scenario_.steps[index];
+    simulation_.perform(step, [this, &step, index](const std::string& error) {
         if (!error.empty()) {
-            fail(mScenario.name + ":" + std::to_string(step.line) + ": " + error);
+            fail(scenario_.name + ":" + std::to_string(step.line) + ": " + error);
             end();
             return;
         }
@@ -86,72 +53,74 @@ void ScenarioRun::prepareFrom(size_t index) {
 }
 
 void ScenarioRun::startStats() {
-    if (!mOptions.startStats || prepares<StatsControl>(mScenario)) {
+    if (!options_.startStats || prepares(scenario_, "stats")) {
         startDaemon();
         return;
     }
-    using What = StatsControl::What;
-    mPlayer.perform(ownStep("stats start", StatsControl{What::Start}),
-                    [this](const std::string& error) {
-                        if (!error.empty()) {
-                            // Worth playing all the same: the daemon lives without it.
-                            mRecorder.add(Record("error", "no statistics service: " + error));
-                        }
-                        startDaemon();
-                    });
+    simulation_.perform(*parseLine("stats start", 0), [this](const std::string& error) {
+        if (!error.empty()) {
+            // Worth playing all the same: the daemon lives without it.
+            recorder_.add(Record("error", "no statistics service: " + error));
+        }
+        startDaemon();
+    });
 }
 
 void ScenarioRun::startDaemon() {
     // Time 0 is the daemon's start.
-    mRecorder.restartClock();
-    if (!mOptions.startDaemon || prepares<DaemonControl>(mScenario)) {
-        playTimed();
+    recorder_.restartClock();
+    if (!options_.startDaemon || prepares(scenario_, "daemon")) {
+        startTimed();
         return;
     }
-    using What = DaemonControl::What;
-    mPlayer.perform(ownStep("daemon start", DaemonControl{What::Start, 0}),
-                    [this](const std::string& error) {
-                        if (!error.empty()) {
-                            fail(error);
-                            end();
-                            return;
-                        }
-                        playTimed();
-                    });
+    simulation_.perform(*parseLine("daemon start", 0), [this](const std::string& error) {
+        if (!error.empty()) {
+            fail(error);
+            end();
+            return;
+        }
+        startTimed();
+    });
 }
 
-void ScenarioRun::playTimed() {
-    const EventLoop::Clock::time_point start = EventLoop::Clock::now();
-    for (const Step& step : mScenario.steps) {
-        if (step.prepare) {
-            continue;
-        }
-        ++mLeft;
-        mLoop.at(start + step.at, [this, &step] {
-            mPlayer.perform(step,
-                            [this, &step](const std::string& error) { onStepDone(step, error); });
-        });
-    }
-    if (mLeft == 0) {
+void ScenarioRun::startTimed() {
+    start_ = EventLoop::Clock::now();
+    left_ = scenario_.steps.size() - next_;
+    if (left_ == 0) {
         onAllDone();
+        return;
+    }
+    // In a turn of its own, as every later line.
+    loop_.after({}, [this] { playDue(); });
+}
+
+void ScenarioRun::playDue() {
+    const auto dueAt = [this] { return start_ + simulation_.scaled(scenario_.steps[next_].at); };
+    while (next_ < scenario_.steps.size() && dueAt() <= EventLoop::Clock::now()) {
+        const Step& step = scenario_.steps[next_++];
+        simulation_.perform(step,
+                            [this, &step](const std::string& error) { onStepDone(step, error); });
+    }
+    if (next_ < scenario_.steps.size()) {
+        loop_.at(dueAt(), [this] { playDue(); });
     }
 }
 
 void ScenarioRun::onStepDone(const Step& step, const std::string& error) {
     if (!error.empty()) {
-        fail(mScenario.name + ":" + std::to_string(step.line) + ": " + error);
+        fail(scenario_.name + ":" + std::to_string(step.line) + ": " + error);
     }
-    if (--mLeft == 0) {
+    if (--left_ == 0) {
         onAllDone();
     }
 }
 
 void ScenarioRun::onAllDone() {
-    if (!mOptions.dumpAtEnd || !mPlayer.daemonRuns()) {
+    if (!options_.dumpAtEnd || !simulation_.programs.daemonRuns()) {
         end();
         return;
     }
-    mPlayer.perform(ownStep("dump", Call{{"dump"}}), [this](const std::string& error) {
+    simulation_.perform(*parseLine("dump", 0), [this](const std::string& error) {
         if (!error.empty()) {
             fail("no dump: " + error);
         }
@@ -160,9 +129,9 @@ void ScenarioRun::onAllDone() {
 }
 
 void ScenarioRun::end() {
-    if (!std::exchange(mEnded, true)) {
-        mPlayer.onDaemonLost(nullptr);
-        mOnEnd(mFailed);
+    if (!std::exchange(ended_, true)) {
+        simulation_.programs.onDaemonLost(nullptr);
+        onEnd_(failed_);
     }
 }
 

@@ -4,9 +4,9 @@
 #include <string>
 
 #include "sim/EventLoop.h"
-#include "sim/Player.h"
 #include "sim/Record.h"
 #include "sim/Scenario.h"
+#include "sim/Simulation.h"
 
 namespace sim {
 
@@ -21,11 +21,10 @@ class ScenarioRun {
         bool startStats = true;   ///< Unless the preparation does it.
         bool startDaemon = true;  ///< Unless the preparation does it.
         bool dumpAtEnd = true;    ///< When the daemon runs then.
-        double speed = 1;         ///< How many scenario seconds pass in a second.
     };
 
     /** `onEnd(failed)`: a line failed, an expectation didn't come true, or the daemon ended. */
-    ScenarioRun(EventLoop& loop, Recorder& recorder, Player& player, Scenario scenario,
+    ScenarioRun(EventLoop& loop, Recorder& recorder, Simulation& simulation, Scenario scenario,
                 const Options& options, std::function<void(bool failed)> onEnd);
     ScenarioRun(const ScenarioRun&) = delete;
     ScenarioRun& operator=(const ScenarioRun&) = delete;
@@ -36,24 +35,24 @@ class ScenarioRun {
     void prepareFrom(size_t index);
     void startStats();
     void startDaemon();
-    void playTimed();
+    void startTimed();
+    void playDue();
     void onStepDone(const Step& step, const std::string& error);
     void onAllDone();
     void end();
     void fail(const std::string& message);
 
-    EventLoop& mLoop;
-    Recorder& mRecorder;
-    Player& mPlayer;
-    Scenario mScenario;
-    const Options mOptions;
-    const std::function<void(bool)> mOnEnd;
-    size_t mLeft = 0;
-    bool mFailed = false;
-    bool mEnded = false;
+    EventLoop& loop_;
+    Recorder& recorder_;
+    Simulation& simulation_;
+    const Scenario scenario_;
+    const Options options_;
+    const std::function<void(bool)> onEnd_;
+    EventLoop::Clock::time_point start_;
+    size_t next_ = 0;  ///< The timed line that is played next.
+    size_t left_ = 0;  ///< Timed lines that are not done.
+    bool failed_ = false;
+    bool ended_ = false;
 };
-
-/** Divides every time of the scenario by `speed`. */
-void scaleTimes(Scenario& scenario, double speed);
 
 }  // namespace sim

@@ -47,7 +47,7 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-Stage::Stage(EventLoop& loop, Recorder& recorder) : mLoop(loop), mRecorder(recorder) {
+Stage::Stage(EventLoop& loop, Recorder& recorder) : loop_(loop), recorder_(recorder) {
     for (const std::string_view folder :
          {kSocketFolder, kHwbinderFolder, kPropertyFolder, kStatsFolder, kSensorFolder}) {
         std::error_code error;
@@ -57,23 +57,23 @@ Stage::Stage(EventLoop& loop, Recorder& recorder) : mLoop(loop), mRecorder(recor
                                      error.message());
         }
     }
-    mInotify.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    inotify_.reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     follow(host::rootedPath(kStatsFolder));
     follow(host::rootedPath(kSensorFolder));
-    mAtomsRead = readFile(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl")).size();
+    atomsRead_ = readFile(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl")).size();
     for (const char* name : kSensorFiles) {
-        mSensorFiles[name] = readFile(host::rootedPath(std::string(kSensorFolder) + name));
+        sensorFiles_[name] = readFile(host::rootedPath(std::string(kSensorFolder) + name));
     }
-    mLoop.watch(mInotify.get(), [this] { onNotified(); });
+    loop_.watch(inotify_.get(), [this] { onNotified(); });
 }
 
-Stage::~Stage() { mLoop.forget(mInotify.get()); }
+Stage::~Stage() { loop_.forget(inotify_.get()); }
 
 std::string Stage::socketFolder() { return host::rootedPath(kSocketFolder); }
 std::string Stage::nl80211Path() { return host::rootedPath("/dev/nl80211"); }
 
 void Stage::follow(const std::string& folder) {
-    if (inotify_add_watch(mInotify.get(), folder.c_str(),
+    if (inotify_add_watch(inotify_.get(), folder.c_str(),
                           IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE) < 0) {
         throw std::runtime_error("cannot watch " + folder + ": " + std::strerror(errno));
     }
@@ -99,11 +99,11 @@ std::string Stage::setProperty(const std::string& name, const std::optional<std:
     return "";
 }
 
-std::string Stage::changeFolder(const FolderControl& action) {
-    const std::string folder = host::rootedPath(
-        action.which == FolderControl::Which::Sockets ? kSocketFolder : kHwbinderFolder);
+std::string Stage::changeFolder(Folder which, bool create) {
+    const std::string folder =
+        host::rootedPath(which == Folder::Sockets ? kSocketFolder : kHwbinderFolder);
     std::error_code error;
-    if (action.create) {
+    if (create) {
         fs::create_directories(folder, error);
     } else {
         fs::remove_all(folder, error);
@@ -118,37 +118,37 @@ void Stage::catchUp() {
 
 void Stage::onNotified() {
     alignas(inotify_event) char buffer[4096];
-    while (read(mInotify.get(), buffer, sizeof(buffer)) > 0) {
+    while (read(inotify_.get(), buffer, sizeof(buffer)) > 0) {
     }
     catchUp();
 }
 
 void Stage::readAtoms() {
     std::ifstream in(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl"), std::ios::binary);
-    in.seekg(static_cast<std::streamoff>(mAtomsRead));
+    in.seekg(static_cast<std::streamoff>(atomsRead_));
     std::string line;
     while (std::getline(in, line) && !in.eof()) {
-        mAtomsRead += line.size() + 1;
+        atomsRead_ += line.size() + 1;
         Record record("atom", line);
         // Each line is one JSON object; anything else is told as text only.
         if (!line.empty() && line.front() == '{' && line.back() == '}') {
             record.withJson("atom", line);
         }
-        mRecorder.add(std::move(record));
+        recorder_.add(std::move(record));
     }
 }
 
 void Stage::readSensors() {
     for (const char* name : kSensorFiles) {
         const std::string now = readFile(host::rootedPath(std::string(kSensorFolder) + name));
-        std::string& before = mSensorFiles[name];
+        std::string& before = sensorFiles_[name];
         if (now == before) {
             continue;
         }
         // The clock file only grows: its news are the lines behind.
         const bool grown = !before.empty() && now.compare(0, before.size(), before) == 0 &&
                            std::string_view(name) == "camera_clock";
-        mRecorder.add(Record("sensors", name + std::string(": ") +
+        recorder_.add(Record("sensors", name + std::string(": ") +
                                             oneLine(grown ? now.substr(before.size()) : now)));
         before = now;
     }

@@ -8,7 +8,6 @@
 
 #include "sim/EventLoop.h"
 #include "sim/Record.h"
-#include "sim/Scenario.h"
 
 namespace sim {
 
@@ -30,9 +29,11 @@ class Stage {
 
     /** A change is a rename over the file. Returns why it failed, or an empty text. */
     std::string setProperty(const std::string& name, const std::optional<std::string>& value);
-    std::string changeFolder(const FolderControl& action);
+    enum class Folder { Sockets, Hwbinder };
+    /** Makes or removes it, with everything in it. Returns why it failed, or an empty text. */
+    std::string changeFolder(Folder which, bool create);
 
-    /** Looks for news in the followed files at once, without waiting for their notification. */
+    /** Reads the followed files at once, without waiting for their notification. */
     void catchUp();
 
   private:
@@ -41,11 +42,11 @@ class Stage {
     void readAtoms();
     void readSensors();
 
-    EventLoop& mLoop;
-    Recorder& mRecorder;
-    android::base::unique_fd mInotify;
-    size_t mAtomsRead = 0;
-    std::map<std::string, std::string> mSensorFiles;
+    EventLoop& loop_;
+    Recorder& recorder_;
+    android::base::unique_fd inotify_;
+    size_t atomsRead_ = 0;
+    std::map<std::string, std::string> sensorFiles_;
 };
 
 }  // namespace sim

@@ -73,18 +73,18 @@ void Timeline::line(const Record& record, Style style, std::string_view who,
         if (tooOften(record.t, key)) {
             return;
         }
-        if (const int leftOut = std::exchange(mRepeats[key].leftOut, 0); leftOut > 0) {
+        if (const int leftOut = std::exchange(repeats_[key].leftOut, 0); leftOut > 0) {
             shown += "   (and " + std::to_string(leftOut) + " times before)";
         }
     }
-    const bool colour = mColour && style != Style::Plain;
+    const bool colour = colour_ && style != Style::Plain;
     std::printf("%s%8.3f  %-22.*s %s%s\n", colour ? kCodes[static_cast<int>(style)] : "", record.t,
                 static_cast<int>(who.size()), who.data(), shown.c_str(), colour ? "\033[0m" : "");
     std::fflush(stdout);
 }
 
 bool Timeline::tooOften(double t, const std::string& text) {
-    Repeats& repeats = mRepeats[text];
+    Repeats& repeats = repeats_[text];
     if (t < repeats.since || t - repeats.since >= 1) {
         repeats.since = t;
         repeats.printed = 0;
@@ -159,7 +159,7 @@ void Timeline::command(const Record& record) {
     if (record.text.rfind(kPowerCommand, 0) == 0) {
         style = Style::Power;
         const std::string power = record.text.substr(kPowerCommand.size());
-        std::string& before = mPower[record.socket];
+        std::string& before = power_[record.socket];
         if (reply == "OK\n") {
             text += before.empty() ? "   [power " + power + "]"
                                    : "   [power " + before + " -> " + power + "]";
@@ -184,7 +184,7 @@ void Timeline::netlink(const Record& record) {
 void Timeline::log(const Record& record) {
     const std::string_view level = record.field("level");
     const char letter = level.empty() ? 'V' : level[0];
-    if (kLevels.find(letter) < kLevels.find(mLowestLevel)) {
+    if (kLevels.find(letter) < kLevels.find(lowestLevel_)) {
         return;
     }
     line(record,

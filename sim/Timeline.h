@@ -16,7 +16,7 @@ namespace sim {
 class Timeline {
   public:
     /** Daemon log lines of `lowestLevel` ('V', 'D', 'I', 'W', 'E') and above are shown. */
-    Timeline(bool colour, char lowestLevel) : mColour(colour), mLowestLevel(lowestLevel) {}
+    Timeline(bool colour, char lowestLevel) : colour_(colour), lowestLevel_(lowestLevel) {}
 
     void print(const Record& record);
 
@@ -31,17 +31,17 @@ class Timeline {
     void log(const Record& record);
     void atom(const Record& record);
 
-    const bool mColour;
-    const char mLowestLevel;
+    const bool colour_;
+    const char lowestLevel_;
     struct Repeats {
         double since = 0;
         int printed = 0;
         int leftOut = 0;
     };
     /** By the line's text. */
-    std::map<std::string, Repeats> mRepeats;
+    std::map<std::string, Repeats> repeats_;
     /** The power last set per socket, as the command gave it. */
-    std::map<std::string, std::string> mPower;
+    std::map<std::string, std::string> power_;
 };
 
 }  // namespace sim

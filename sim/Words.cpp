@@ -51,26 +51,26 @@ std::string quote(std::string_view text) { return "'" + std::string(text) + "'";
 
 }  // namespace
 
-Words::Words(std::string_view line, int number) : mLine(withoutComment(line)), mNumber(number) {
+Words::Words(std::string_view line, int number) : line_(withoutComment(line)), number_(number) {
     skipBlanks();
 }
 
-void Words::complain(const std::string& message) const { throw ScenarioError(mNumber, message); }
+void Words::complain(const std::string& message) const { throw ScenarioError(number_, message); }
 
 void Words::skipBlanks() {
-    while (mPosition < mLine.size() && isBlank(mLine[mPosition])) {
-        ++mPosition;
+    while (position_ < line_.size() && isBlank(line_[position_])) {
+        ++position_;
     }
 }
 
 std::string Words::readQuoted() {
     std::string out;
-    ++mPosition;
+    ++position_;
     while (true) {
-        if (mPosition >= mLine.size()) {
+        if (position_ >= line_.size()) {
             complain("a text is not ended: the closing \" is missing");
         }
-        const char c = mLine[mPosition++];
+        const char c = line_[position_++];
         if (c == '"') {
             return out;
         }
@@ -78,7 +78,7 @@ std::string Words::readQuoted() {
             out += c;
             continue;
         }
-        const char escape = mPosition < mLine.size() ? mLine[mPosition++] : '\0';
+        const char escape = position_ < line_.size() ? line_[position_++] : '\0';
         switch (escape) {
             case '"':
             case '\\':
@@ -91,13 +91,13 @@ std::string Words::readQuoted() {
                 out += '\t';
                 break;
             case 'x': {
-                const int high = mPosition < mLine.size() ? hexDigit(mLine[mPosition]) : -1;
-                const int low = mPosition + 1 < mLine.size() ? hexDigit(mLine[mPosition + 1]) : -1;
+                const int high = position_ < line_.size() ? hexDigit(line_[position_]) : -1;
+                const int low = position_ + 1 < line_.size() ? hexDigit(line_[position_ + 1]) : -1;
                 if (high < 0 || low < 0) {
                     complain("\\x must be followed by two hexadecimal digits");
                 }
                 out += static_cast<char>(high * 16 + low);
-                mPosition += 2;
+                position_ += 2;
                 break;
             }
             default:
@@ -109,11 +109,11 @@ std::string Words::readQuoted() {
 
 std::string Words::readWord() {
     std::string out;
-    while (mPosition < mLine.size() && !isBlank(mLine[mPosition])) {
-        if (mLine[mPosition] == '"') {
+    while (position_ < line_.size() && !isBlank(line_[position_])) {
+        if (line_[position_] == '"') {
             out += readQuoted();
         } else {
-            out += mLine[mPosition++];
+            out += line_[position_++];
         }
     }
     skipBlanks();
@@ -127,25 +127,25 @@ std::string Words::word(std::string_view what) {
     return readWord();
 }
 
-size_t Words::oneOf(std::string_view what, const std::vector<std::string_view>& allowed) {
+std::string_view Words::oneOf(std::string_view what, const std::vector<std::string_view>& allowed) {
     if (atEnd()) {
         complain(std::string(what) + " is missing; allowed: " + listed(allowed));
     }
     const std::string found = readWord();
-    for (size_t i = 0; i < allowed.size(); ++i) {
-        if (found == allowed[i]) {
-            return i;
+    for (const std::string_view word : allowed) {
+        if (found == word) {
+            return word;
         }
     }
     complain("unknown " + std::string(what) + " " + quote(found) + "; allowed: " + listed(allowed));
 }
 
 bool Words::skip(std::string_view text) {
-    const size_t before = mPosition;
-    if (!atEnd() && mLine[mPosition] != '"' && readWord() == text) {
+    const size_t before = position_;
+    if (!atEnd() && line_[position_] != '"' && readWord() == text) {
         return true;
     }
-    mPosition = before;
+    position_ = before;
     return false;
 }
 
@@ -157,13 +157,13 @@ std::string Words::textToEnd(std::string_view what) {
         end();
         return *text;
     }
-    std::string text(mLine.substr(mPosition));
-    mPosition = mLine.size();
+    std::string text(line_.substr(position_));
+    position_ = line_.size();
     return text;
 }
 
 std::optional<std::string> Words::quoted() {
-    if (atEnd() || mLine[mPosition] != '"') {
+    if (atEnd() || line_[position_] != '"') {
         return std::nullopt;
     }
     return readWord();
@@ -177,9 +177,9 @@ void Words::end() {
 
 void Words::readOptions(const std::vector<std::string_view>& allowed) {
     while (!atEnd()) {
-        const size_t equals = mLine.find('=', mPosition);
-        const size_t blank = mLine.find_first_of(" \t", mPosition);
-        std::string key(mLine.substr(mPosition, std::min(equals, blank) - mPosition));
+        const size_t equals = line_.find('=', position_);
+        const size_t blank = line_.find_first_of(" \t", position_);
+        std::string key(line_.substr(position_, std::min(equals, blank) - position_));
         bool known = false;
         for (const std::string_view candidate : allowed) {
             known = known || key == candidate;
@@ -193,17 +193,17 @@ void Words::readOptions(const std::vector<std::string_view>& allowed) {
         if (option(key)) {
             complain(quote(key) + " is given twice");
         }
-        mPosition = equals + 1;
+        position_ = equals + 1;
         std::string value = readWord();
         if (value.empty()) {
             complain(quote(key) + " needs a value: " + key + "=VALUE");
         }
-        mOptions.push_back({std::move(key), std::move(value)});
+        options_.push_back({std::move(key), std::move(value)});
     }
 }
 
 std::optional<std::string> Words::option(std::string_view key) const {
-    for (const Option& option : mOptions) {
+    for (const Option& option : options_) {
         if (option.key == key) {
             return option.value;
         }
@@ -222,6 +222,20 @@ std::string Words::required(std::string_view key, std::string_view example) cons
                  std::string(example));
     }
     return *value;
+}
+
+std::string_view Words::optionOf(std::string_view key,
+                                 const std::vector<std::string_view>& allowed) const {
+    const auto value = option(key);
+    if (!value) {
+        return allowed.front();
+    }
+    for (const std::string_view word : allowed) {
+        if (*value == word) {
+            return word;
+        }
+    }
+    complain(std::string(key) + " " + quote(*value) + " is unknown; allowed: " + listed(allowed));
 }
 
 long Words::number(std::string_view what, const std::string& text, std::string_view unit,
@@ -275,13 +289,6 @@ Width Words::width(const std::string& text) const {
         }
     }
     complain("width " + quote(text) + " is unknown; allowed (MHz): 20, 40, 80, 80+80, 160");
-}
-
-bool Words::yesNo(std::string_view what, const std::string& text) const {
-    if (text == "yes" || text == "no") {
-        return text == "yes";
-    }
-    complain(std::string(what) + " " + quote(text) + " is unknown; allowed: yes, no");
 }
 
 }  // namespace sim

@@ -1,13 +1,22 @@
 #pragma once
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "sim/Scenario.h"
+#include "sim/EventLoop.h"
+#include "sim/RadioState.h"
 
 namespace sim {
+
+/** A line that is not understood. what() says what was wrong and what is allowed. */
+class ScenarioError : public std::runtime_error {
+  public:
+    ScenarioError(int at, const std::string& message) : std::runtime_error(message), line(at) {}
+    int line;
+};
 
 /**
  * The words of one scenario line, read from left to right. Blanks separate words; "..." holds
@@ -19,14 +28,14 @@ class Words {
   public:
     Words(std::string_view line, int number);
 
-    bool atEnd() const { return mPosition >= mLine.size(); }
+    bool atEnd() const { return position_ >= line_.size(); }
     /** What is not read yet, as it stands, without the comment. */
-    std::string_view remainder() const { return mLine.substr(mPosition); }
+    std::string_view remainder() const { return line_.substr(position_); }
 
     /** The next word; `what` names it in the complaint when there is none. */
     std::string word(std::string_view what);
-    /** The index of the next word in `allowed`. */
-    size_t oneOf(std::string_view what, const std::vector<std::string_view>& allowed);
+    /** The next word, which must be one of `allowed`. */
+    std::string_view oneOf(std::string_view what, const std::vector<std::string_view>& allowed);
     /** Reads the next word if it is exactly `text`. */
     bool skip(std::string_view text);
     /** Everything that is left: one quoted text, or the words as they stand. */
@@ -43,13 +52,16 @@ class Words {
     /** The value of an option that must be there; `example` is shown when it isn't. */
     std::string required(std::string_view key, std::string_view example) const;
 
+    /** The value of an option, one of `allowed`; the first when it was not given. */
+    std::string_view optionOf(std::string_view key,
+                              const std::vector<std::string_view>& allowed) const;
+
     /** A whole number, decimal or 0x hex, with or without the unit behind it ("MHz", ""). */
     long number(std::string_view what, const std::string& text, std::string_view unit, long lowest,
                 long highest) const;
     /** A time of 0 or more with its unit: "1.5s", "250ms", "2min". */
     Duration duration(std::string_view what, const std::string& text) const;
     Width width(const std::string& text) const;
-    bool yesNo(std::string_view what, const std::string& text) const;
 
     [[noreturn]] void complain(const std::string& message) const;
 
@@ -63,10 +75,10 @@ class Words {
     std::string readWord();
     std::string readQuoted();
 
-    std::string_view mLine;
-    int mNumber;
-    size_t mPosition = 0;
-    std::vector<Option> mOptions;
+    std::string_view line_;
+    int number_;
+    size_t position_ = 0;
+    std::vector<Option> options_;
 };
 
 }  // namespace sim

@@ -22,11 +22,12 @@
 
 #include "sim/Control.h"
 #include "sim/EventLoop.h"
-#include "sim/Player.h"
 #include "sim/Record.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRun.h"
+#include "sim/Simulation.h"
 #include "sim/Timeline.h"
+#include "sim/Verbs.h"
 
 namespace {
 
@@ -52,6 +53,7 @@ and properties, from a file of timed lines (see sim/README.md) or from lines on 
   --no-stats      do not start the statistics service
   --no-dump       no dump at the end
   --plain         no colours (default when standard output is no terminal)
+  --lines         show what a line of a scenario can be
   --help
 
 Exit status: 0 played; 1 a line failed, something expected did not happen, or the daemon ended;
@@ -78,13 +80,19 @@ struct Options {
 }
 
 Options readOptions(int argc, char** argv) {
-    static const option kLong[] = {
-        {"root", required_argument, nullptr, 'r'},   {"daemon", required_argument, nullptr, 'd'},
-        {"control", no_argument, nullptr, 'c'},      {"check", no_argument, nullptr, 'k'},
-        {"record", required_argument, nullptr, 'o'}, {"speed", required_argument, nullptr, 's'},
-        {"log", required_argument, nullptr, 'l'},    {"no-stats", no_argument, nullptr, 'n'},
-        {"no-dump", no_argument, nullptr, 'u'},      {"plain", no_argument, nullptr, 'p'},
-        {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
+    static const option kLong[] = {{"root", required_argument, nullptr, 'r'},
+                                   {"daemon", required_argument, nullptr, 'd'},
+                                   {"control", no_argument, nullptr, 'c'},
+                                   {"check", no_argument, nullptr, 'k'},
+                                   {"record", required_argument, nullptr, 'o'},
+                                   {"speed", required_argument, nullptr, 's'},
+                                   {"log", required_argument, nullptr, 'l'},
+                                   {"no-stats", no_argument, nullptr, 'n'},
+                                   {"no-dump", no_argument, nullptr, 'u'},
+                                   {"plain", no_argument, nullptr, 'p'},
+                                   {"lines", no_argument, nullptr, 'i'},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {nullptr, 0, nullptr, 0}};
     Options options;
     opterr = 0;
     int found = 0;
@@ -128,6 +136,9 @@ Options readOptions(int argc, char** argv) {
             case 'p':
                 options.plain = true;
                 break;
+            case 'i':
+                std::fputs(sim::verbsHelp().c_str(), stdout);
+                std::exit(0);
             case 'h':
                 std::fputs(kUsage, stdout);
                 std::exit(0);
@@ -155,9 +166,9 @@ std::string ownFolder() {
 }
 
 /** The programs beside this one. */
-sim::Programs findPrograms(const Options& options) {
+sim::ProgramPaths findPrograms(const Options& options) {
     const std::string bin = ownFolder();
-    sim::Programs programs;
+    sim::ProgramPaths programs;
     programs.daemon = options.daemon;
     programs.stats = bin + "/corvid-statsd";
     programs.client = bin + "/corvid-wifi";
@@ -176,32 +187,32 @@ class Root {
   public:
     explicit Root(const std::string& given) {
         const char* set = std::getenv("CORVID_WIFI_ROOT");
-        mPath = !given.empty() ? given : set != nullptr ? set : "";
-        if (mPath.empty()) {
+        path_ = !given.empty() ? given : set != nullptr ? set : "";
+        if (path_.empty()) {
             char path[] = "/tmp/corvid-sim-XXXXXX";
             if (mkdtemp(path) == nullptr) {
                 throw std::runtime_error(std::string("no temporary folder: ") +
                                          std::strerror(errno));
             }
-            mPath = path;
-            mTemporary = true;
+            path_ = path;
+            temporary_ = true;
         }
-        mPath = fs::absolute(mPath);
-        setenv("CORVID_WIFI_ROOT", mPath.c_str(), 1);
+        path_ = fs::absolute(path_);
+        setenv("CORVID_WIFI_ROOT", path_.c_str(), 1);
     }
     ~Root() {
-        if (mTemporary) {
+        if (temporary_) {
             std::error_code ignored;
-            fs::remove_all(mPath, ignored);
+            fs::remove_all(path_, ignored);
         }
     }
     Root(const Root&) = delete;
     Root& operator=(const Root&) = delete;
-    const std::string& path() const { return mPath; }
+    const std::string& path() const { return path_; }
 
   private:
-    std::string mPath;
-    bool mTemporary = false;
+    std::string path_;
+    bool temporary_ = false;
 };
 
 std::optional<sim::Scenario> readScenario(const std::string& path) {
@@ -272,21 +283,21 @@ int run(const Options& options) {
         loop.stop();
     });
 
-    sim::Player player(loop, recorder, findPrograms(options));
+    sim::Simulation simulation(loop, recorder, findPrograms(options));
     std::unique_ptr<sim::Control> control;
     std::unique_ptr<sim::ScenarioRun> play;
     if (options.control) {
         recorder.add(sim::Record("ready", root.path()));
-        control = std::make_unique<sim::Control>(loop, recorder, player, STDIN_FILENO,
+        control = std::make_unique<sim::Control>(loop, recorder, simulation, STDIN_FILENO,
                                                  [&loop] { loop.stop(); });
     } else {
         sim::ScenarioRun::Options how;
         how.startStats = options.stats;
         how.startDaemon = !options.daemon.empty();
         how.dumpAtEnd = options.dump;
-        how.speed = options.speed;
-        play = std::make_unique<sim::ScenarioRun>(loop, recorder, player, std::move(*scenario), how,
-                                                  [&](bool failed) {
+        simulation.speed = options.speed;
+        play = std::make_unique<sim::ScenarioRun>(loop, recorder, simulation, std::move(*scenario),
+                                                  how, [&](bool failed) {
                                                       status = failed ? kFailed : 0;
                                                       loop.stop();
                                                   });

@@ -1,6 +1,5 @@
 #include <chrono>
 #include <string>
-#include <variant>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -90,13 +89,6 @@ const Bad kBad[] = {
 INSTANTIATE_TEST_SUITE_P(Scenario, BadScenario, testing::ValuesIn(kBad),
                          [](const auto& bad) { return std::string(bad.param.name); });
 
-template <typename T>
-T only(const char* text) {
-    const Scenario scenario = parseScenario("x.scn", text);
-    EXPECT_EQ(scenario.steps.size(), 1u);
-    return std::get<T>(scenario.steps.at(0).action);
-}
-
 TEST(Scenario, AnEmptyFileHasNoSteps) {
     EXPECT_TRUE(parseScenario("x", "").steps.empty());
     EXPECT_TRUE(parseScenario("x", "\n  \t\r\n# nothing\n   # more\n").steps.empty());
@@ -126,49 +118,6 @@ TEST(Scenario, StepsKnowTheirLineAndItsTextWithoutTimeAndComment) {
     ASSERT_EQ(scenario.steps.size(), 1u);
     EXPECT_EQ(scenario.steps[0].line, 3);
     EXPECT_EQ(scenario.steps[0].text, "rssi -60");
-}
-
-TEST(Scenario, UnitsMayBeWrittenOut) {
-    const auto connect = only<Connect>("connect freq=5180MHz width=80MHz rssi=-48dBm");
-    EXPECT_EQ(connect.frequencyMHz, 5180);
-    EXPECT_EQ(connect.width, Width::MHz80);
-    EXPECT_EQ(connect.rssiDbm, -48);
-}
-
-TEST(Scenario, AWalkHasBothEndsAndItsTime) {
-    const auto walk = only<SetRssi>("rssi from -40 to -80dBm over 8s");
-    EXPECT_EQ(walk.fromDbm, -40);
-    EXPECT_EQ(walk.toDbm, -80);
-    EXPECT_EQ(walk.over, 8s);
-}
-
-TEST(Scenario, AnEventsTextMayStandWithoutQuotes) {
-    EXPECT_EQ(only<SendEvent>("event wlan0 P2P-X ssid=\"a b\"  c # comment").text,
-              "<3>P2P-X ssid=\"a b\"  c");
-    EXPECT_EQ(only<SendEvent>("event wlan0 \"CTRL-EVENT-SCAN-RESULTS \"").text,
-              "<3>CTRL-EVENT-SCAN-RESULTS ");
-}
-
-TEST(Scenario, RawBytesAreSentAsTheyAre) {
-    EXPECT_EQ(only<SendEvent>(R"(raw wlan0 "\x00\xff\n\"#")").text, std::string("\0\xff\n\"#", 5));
-    EXPECT_EQ(only<SendEvent>("raw wlan0 size=3 fill=0x42").text, "BBB");
-    EXPECT_EQ(only<SendEvent>("raw wlan0 size=0").text, "");
-}
-
-TEST(Scenario, AQuotedPropertyValueMayBeEmptyOrHoldBlanks) {
-    EXPECT_EQ(only<SetProperty>("property a.b \"\"").value, "");
-    EXPECT_EQ(only<SetProperty>("property a.b \" 0x1F\"").value, " 0x1F");
-    EXPECT_EQ(only<SetProperty>("property a.b true").value, "true");
-    EXPECT_EQ(only<SetProperty>("unset a.b").value, std::nullopt);
-}
-
-TEST(Scenario, ErrorsAreNamedOrNumbered) {
-    EXPECT_EQ(only<NetlinkRule>("netlink error vendor EOPNOTSUPP").error, -95);
-    const auto rule = only<NetlinkRule>("netlink error frame -16 \"too busy\" capped times=2");
-    EXPECT_EQ(rule.error, -16);
-    EXPECT_EQ(rule.extAck, "too busy");
-    EXPECT_TRUE(rule.capped);
-    EXPECT_EQ(rule.times, 2);
 }
 
 TEST(Scenario, ALineGivenByHandHasNoTime) {

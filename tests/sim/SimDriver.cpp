@@ -117,9 +117,9 @@ std::optional<SimRecord> SimRecord::parse(std::string_view line) {
             if (!value) {
                 return std::nullopt;
             }
-            record.mMembers[*name] = *value;
+            record.members_[*name] = *value;
         } else {
-            record.mMembers[*name] = readRaw(line, at);
+            record.members_[*name] = readRaw(line, at);
         }
         if (at < line.size() && line[at] == ',') {
             ++at;
@@ -129,8 +129,8 @@ std::optional<SimRecord> SimRecord::parse(std::string_view line) {
 }
 
 std::string SimRecord::operator[](const std::string& name) const {
-    const auto member = mMembers.find(name);
-    return member == mMembers.end() ? "" : member->second;
+    const auto member = members_.find(name);
+    return member == members_.end() ? "" : member->second;
 }
 
 double SimRecord::t() const { return std::strtod((*this)["t"].c_str(), nullptr); }
@@ -140,59 +140,59 @@ TempFolder::TempFolder() {
     if (mkdtemp(path) == nullptr) {
         throw std::runtime_error("no temporary folder");
     }
-    mPath = path;
+    path_ = path;
 }
 
 TempFolder::~TempFolder() {
     std::error_code ignored;
-    std::filesystem::remove_all(mPath, ignored);
+    std::filesystem::remove_all(path_, ignored);
 }
 
 SimDriver::SimDriver(const std::vector<std::string>& options) {
-    std::vector<std::string> arguments = {"--control", "--root", mFolder.path()};
+    std::vector<std::string> arguments = {"--control", "--root", folder_.path()};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    mPid = startSim(arguments, &mInput, &mOutput);
-    mReader = std::thread([this] { read(); });
+    pid_ = startSim(arguments, &input_, &output_);
+    reader_ = std::thread([this] { read(); });
     if (!waitFor([](const SimRecord& record) { return record.kind() == "ready"; })) {
         finish();
-        mReader.join();
+        reader_.join();
         throw std::runtime_error("corvid-sim is not ready");
     }
 }
 
 SimDriver::~SimDriver() {
     finish();
-    mReader.join();
-    close(mOutput);
+    reader_.join();
+    close(output_);
 }
 
 void SimDriver::read() {
     std::string unread;
     char buffer[65536];
     ssize_t length = 0;
-    while ((length = ::read(mOutput, buffer, sizeof(buffer))) > 0) {
+    while ((length = ::read(output_, buffer, sizeof(buffer))) > 0) {
         unread.append(buffer, static_cast<size_t>(length));
-        const std::lock_guard<std::mutex> lock(mMutex);
+        const std::lock_guard<std::mutex> lock(mutex_);
         size_t begin = 0;
         for (size_t end = 0; (end = unread.find('\n', begin)) != std::string::npos;) {
             if (auto record =
                     SimRecord::parse(std::string_view(unread).substr(begin, end - begin))) {
-                mRecords.push_back(std::move(*record));
+                records_.push_back(std::move(*record));
             }
             begin = end + 1;
         }
         unread.erase(0, begin);
-        mArrived.notify_all();
+        arrived_.notify_all();
     }
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mEnded = true;
-    mArrived.notify_all();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ended_ = true;
+    arrived_.notify_all();
 }
 
 std::string SimDriver::play(const std::string& line) {
-    const std::string number = std::to_string(++mLine);
+    const std::string number = std::to_string(++line_);
     const std::string bytes = line + "\n";
-    if (write(mInput, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    if (write(input_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
         return "corvid-sim does not take lines";
     }
     const auto answer = waitFor(
@@ -207,8 +207,8 @@ std::string SimDriver::play(const std::string& line) {
 }
 
 std::vector<SimRecord> SimDriver::records() {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    return mRecords;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return records_;
 }
 
 std::vector<SimRecord> SimDriver::records(const std::string& kind) {
@@ -222,29 +222,29 @@ std::vector<SimRecord> SimDriver::records(const std::string& kind) {
 std::optional<SimRecord> SimDriver::waitFor(const Matches& matches,
                                             std::chrono::milliseconds limit) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
-    std::unique_lock<std::mutex> lock(mMutex);
+    std::unique_lock<std::mutex> lock(mutex_);
     for (size_t next = 0;;) {
-        for (; next < mRecords.size(); ++next) {
-            if (matches(mRecords[next])) {
-                return mRecords[next];
+        for (; next < records_.size(); ++next) {
+            if (matches(records_[next])) {
+                return records_[next];
             }
         }
-        if (mEnded || mArrived.wait_until(lock, deadline) == std::cv_status::timeout) {
+        if (ended_ || arrived_.wait_until(lock, deadline) == std::cv_status::timeout) {
             return std::nullopt;
         }
     }
 }
 
 void SimDriver::forget() {
-    const std::lock_guard<std::mutex> lock(mMutex);
-    mRecords.clear();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    records_.clear();
 }
 
 int SimDriver::finish() {
-    if (mInput >= 0) {
-        close(std::exchange(mInput, -1));
+    if (input_ >= 0) {
+        close(std::exchange(input_, -1));
     }
-    return mPid > 0 ? exitStatus(std::exchange(mPid, -1)) : 0;
+    return pid_ > 0 ? exitStatus(std::exchange(pid_, -1)) : 0;
 }
 
 int runSim(const std::vector<std::string>& arguments, std::string& output) {

@@ -29,7 +29,7 @@ class SimRecord {
     double t() const;
 
   private:
-    std::map<std::string, std::string> mMembers;
+    std::map<std::string, std::string> members_;
 };
 
 /** A new folder for CORVID_WIFI_ROOT, removed with everything in it. */
@@ -39,10 +39,10 @@ class TempFolder {
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
-    const std::string& path() const { return mPath; }
+    const std::string& path() const { return path_; }
 
   private:
-    std::string mPath;
+    std::string path_;
 };
 
 /**
@@ -61,11 +61,11 @@ class SimDriver {
     SimDriver(const SimDriver&) = delete;
     SimDriver& operator=(const SimDriver&) = delete;
 
-    const std::string& root() const { return mFolder.path(); }
+    const std::string& root() const { return folder_.path(); }
     std::string socketPath(const std::string& name) const {
         return root() + "/data/vendor/wifi/wpa/sockets/" + name;
     }
-    pid_t pid() const { return mPid; }
+    pid_t pid() const { return pid_; }
 
     /** Plays one line; the error that it was answered with, or an empty text. */
     std::string play(const std::string& line);
@@ -85,16 +85,16 @@ class SimDriver {
   private:
     void read();
 
-    TempFolder mFolder;
-    pid_t mPid = -1;
-    int mInput = -1;
-    int mOutput = -1;
-    int mLine = 0;
-    std::mutex mMutex;
-    std::condition_variable mArrived;
-    std::vector<SimRecord> mRecords;
-    bool mEnded = false;
-    std::thread mReader;
+    TempFolder folder_;
+    pid_t pid_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+    int line_ = 0;
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<SimRecord> records_;
+    bool ended_ = false;
+    std::thread reader_;
 };
 
 /** Runs corvid-sim to its end; the exit status. Its standard output and error come in `output`. */

@@ -1,0 +1,54 @@
+#include "sim/Simulation.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace sim {
+
+Simulation::Simulation(EventLoop& eventLoop, Recorder& records, ProgramPaths paths)
+    : loop(eventLoop),
+      recorder(records),
+      expectations(loop, recorder),
+      stage(loop, recorder),
+      supplicant(loop, recorder, radio, Stage::socketFolder()),
+      kernel(loop, recorder, radio, Stage::nl80211Path()),
+      headset(loop, supplicant, radio),
+      programs(loop, recorder, stage, std::move(paths)) {
+    if (const std::string error = kernel.listen(); !error.empty()) {
+        throw std::runtime_error(error);
+    }
+}
+
+void Simulation::perform(const Step& step, Done done) {
+    if (step.verb->effect == Verb::Effect::Changes) {
+        expectations.mark();
+    }
+    if (step.verb->effect != Verb::Effect::Expects) {
+        recorder.add(Record("line", step.text).with("line", step.line));
+    }
+    step.action(*this, std::move(done));
+}
+
+void Simulation::recordState() {
+    Record record("state", programs.daemonRuns() ? "the daemon runs" : "the daemon does not run");
+    std::string sockets;
+    for (const std::string& name : supplicant.names()) {
+        sockets += (sockets.empty() ? "{" : ",") + jsonString(name) + ":" +
+                   std::to_string(supplicant.monitors(name));
+    }
+    record.withJson("monitors", sockets.empty() ? "{}" : sockets + "}");
+    if (radio.sta) {
+        record.with("frequency", radio.sta->frequencyMHz);
+        record.with("rssi", radio.signal.dbm(EventLoop::Clock::now()));
+    }
+    if (radio.group) {
+        record.with("group", radio.group->ifname);
+        record.with("groupFrequency", radio.group->frequencyMHz);
+    }
+    if (programs.daemonRuns()) {
+        record.with("daemonPid", programs.daemonPid());
+    }
+    recorder.add(std::move(record));
+}
+
+}  // namespace sim
