@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -19,6 +21,8 @@
 #include <netlink/genl/ctrl.h>
 #include <netlink/genl/genl.h>
 #include <netlink/netlink.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include "client/NetlinkHandles.h"
 #include "os/Log.h"
@@ -38,6 +42,9 @@ constexpr int kSocketBufferBytes = 8192;  // for sending, and for receiving
 /** The kernel builds the packets of a dump no larger than this, whatever a reader offers. */
 constexpr size_t kMaxPacketBytes = 32768;
 
+/** An exchange may overrun its time by this much, which spares a prompt one a system call. */
+constexpr std::chrono::milliseconds kPromptAnswer{10};
+
 /** The driver that takes private commands expects a text of at least this many characters, the
  * terminating NUL not counted. */
 constexpr size_t kPrivateCommandMinLength = 25;
@@ -47,35 +54,115 @@ constexpr int kPrivateCommandAttr = 0;
 /** An attribute's length field has 16 bits and counts the attribute's header. */
 constexpr size_t kMaxPayloadBytes = UINT16_MAX - NLA_HDRLEN;
 
-/**
- * The status of the exchange that runs on this thread, for receive() below, which libnl calls
- * without any argument of ours.
- */
-thread_local int* exchangeStatus = nullptr;
+/** One request and what has come of it. libnl's callbacks get it as their argument. */
+struct Exchange {
+    int status = 1;  ///< 1: not answered to the end, 0: done, negative: failed
+    uint32_t sequence = 0;
+    std::chrono::milliseconds timeout{};
+    /** Set at the first receive, since the kernel does its work while the request is sent. */
+    std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt;
+    bool endReceived = false;  ///< the end of the dump was in a packet that was received
+};
+
+/** The exchange that runs on this thread, for receive(), which libnl calls without an argument. */
+thread_local Exchange* currentExchange = nullptr;
+
+/** Makes `exchange` the current one for a scope. */
+class CurrentExchange {
+  public:
+    explicit CurrentExchange(Exchange& exchange) { currentExchange = &exchange; }
+    ~CurrentExchange() { currentExchange = nullptr; }
+    CurrentExchange(const CurrentExchange&) = delete;
+    CurrentExchange& operator=(const CurrentExchange&) = delete;
+};
+
+/** How long one receive on `socket` may wait. */
+void setReceiveTimeout(nl_sock* socket, std::chrono::microseconds timeout) {
+    constexpr int64_t kPerSecond = 1'000'000;
+    // Zero would mean for ever.
+    const int64_t count = std::max<int64_t>(timeout.count(), 1);
+    const timeval value = {static_cast<time_t>(count / kPerSecond),
+                           static_cast<suseconds_t>(count % kPerSecond)};
+    setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_RCVTIMEO, &value, sizeof(value));
+}
 
 /**
- * Receives one packet for nl_recvmsgs, and sees to it that no exchange waits for an answer that
- * cannot come. Only the status ends an exchange, and only an answer sets the status, so two cases
- * would otherwise wait or spin for ever:
- *  - The connection is broken or the kernel dropped the answer (ENOBUFS: on a socket that is in no
- *    multicast group, a lost packet is the answer to the one request under way). The failed
- *    receive is then the answer, and sets the status.
- *  - An error reply in the middle of a dump has set the status, but libnl reads on, since it waits
- *    for the dump's end itself.
- * A packet that was too large for the buffer is not such a case: it has been consumed, and the next
- * one follows.
+ * Sees to it that the next receive ends with the exchange's time, however many packets have come
+ * in the meantime. Returns false when the time is up.
+ */
+bool limitReceive(nl_sock* socket, Exchange& exchange) {
+    using std::chrono::microseconds;
+    using std::chrono::steady_clock;
+    const auto now = steady_clock::now();
+    if (!exchange.deadline) {
+        exchange.deadline = now + exchange.timeout;
+        return true;  // the socket's limit, set with the connection, is as long
+    }
+    const auto left = std::chrono::duration_cast<microseconds>(*exchange.deadline - now);
+    if (left <= microseconds(0)) {
+        return false;
+    }
+    if (left < exchange.timeout - kPromptAnswer) {
+        setReceiveTimeout(socket, left);
+    }
+    return true;
+}
+
+/** Whether the dump with this sequence number ends in a packet. */
+bool holdsEnd(unsigned char* packet, int length, uint32_t sequence) {
+    auto* header = reinterpret_cast<nlmsghdr*>(packet);
+    for (; nlmsg_ok(header, length) != 0; header = nlmsg_next(header, &length)) {
+        if (header->nlmsg_type == NLMSG_DONE && header->nlmsg_seq == sequence) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/**
+ * Receives one packet for nl_recvmsgs. Only an answer sets the status, and only the status ends an
+ * exchange, so what would otherwise wait or spin for ever ends here:
+ *  - The time is up.
+ *  - The connection is broken, or the kernel dropped the answer (ENOBUFS: on a socket that is in no
+ *    multicast group, a lost packet is the answer to the one request under way).
+ *  - An error reply in the middle of a dump has set the status, but libnl waits for the dump's end.
+ *  - A handler has dropped the rest of a packet, after logging why, and the dump's end with it.
+ * A packet that was too large for the buffer has been consumed, and the next one follows.
  */
 int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
-    if (*exchangeStatus <= 0) {
+    Exchange& exchange = *currentExchange;
+    if (exchange.status > 0 && exchange.endReceived) {
+        exchange.status = -EBADMSG;
+    }
+    if (exchange.status <= 0) {
         return 0;
     }
-    const int received = nl_recv(socket, peer, bytes, credentials);
-    if (received <= 0 && received != -NLE_MSG_TRUNC) {
+    const int received =
+        limitReceive(socket, exchange) ? nl_recv(socket, peer, bytes, credentials) : -NLE_AGAIN;
+    if (received > 0) {
+        exchange.endReceived = holdsEnd(*bytes, received, exchange.sequence);
+    } else if (received == -NLE_AGAIN) {
+        WIFI_LOGE("Failed to receive netlink response: timed out");
+        exchange.status = -ETIMEDOUT;
+    } else if (received != -NLE_MSG_TRUNC) {
         WIFI_LOGE("Failed to receive netlink response: %s",
                   received == 0 ? "connection closed" : nl_geterror(received));
-        *exchangeStatus = -EIO;
+        exchange.status = -EIO;
     }
     return received;
+}
+
+/**
+ * The number of the family nl80211; negative, in an exchange of its own that has failed, when the
+ * kernel has none or does not answer.
+ */
+int resolveFamily(nl_sock* socket, std::chrono::milliseconds timeout) {
+    const NetlinkCallbacks callbacks(nl_socket_get_cb(socket));
+    nl_cb_overwrite_recv(callbacks.get(), receive);
+    Exchange exchange;
+    exchange.timeout = timeout;
+    const CurrentExchange current(exchange);
+    return genl_ctrl_resolve(socket, "nl80211");
 }
 
 /** A message with its netlink and generic netlink headers; null, after logging, without memory. */
@@ -298,7 +385,7 @@ int Nl80211Client::getStaBandwidth() {
 
 // Connection
 
-int Nl80211Client::initState_(Request& request) {
+int Nl80211Client::initState_(Request& request) const {
     request.socket.reset(nl_socket_alloc());
     nl_sock* socket = request.socket.get();
     if (socket == nullptr) {
@@ -315,8 +402,9 @@ int Nl80211Client::initState_(Request& request) {
         WIFI_LOGE("Failed to connect to generic netlink.");
         return -1;
     }
+    setReceiveTimeout(socket, answerTimeout_);
     // Not checked: to a family that does not exist the kernel answers the request with an error.
-    request.family = genl_ctrl_resolve(socket, "nl80211");
+    request.family = resolveFamily(socket, answerTimeout_);
     request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
     if (request.callbacks == nullptr) {
         WIFI_LOGE("Failed to allocate netlink callback.");
@@ -372,59 +460,72 @@ int Nl80211Client::constructVendorMsg_(Request& request, const Nl80211VendorCmdI
 
 // Exchange
 
-int Nl80211Client::sendMsg_(Request& request) {
+int Nl80211Client::sendMsg_(Request& request) const {
     if (nl_send_auto_complete(request.socket.get(), request.message.get()) < 0) {
         WIFI_LOGE("Failed to nl_send_auto_complete.\n");
         return -1;
     }
 
-    int status = 1;  // 0: done, negative: failed
+    Exchange exchange;
+    exchange.sequence = nlmsg_hdr(request.message.get())->nlmsg_seq;
+    exchange.timeout = answerTimeout_;
     nl_cb* callbacks = request.callbacks.get();
-    nl_cb_err(callbacks, NL_CB_CUSTOM, errorHandler, &status);
-    nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, finishHandler, &status);
-    nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, ackHandler, &status);
-    nl_cb_set(callbacks, NL_CB_INVALID, NL_CB_CUSTOM, invalidHandler, &status);
+    nl_cb_err(callbacks, NL_CB_CUSTOM, errorHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_SEQ_CHECK, NL_CB_CUSTOM, sequenceHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, finishHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, ackHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_INVALID, NL_CB_CUSTOM, invalidHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_SKIPPED, NL_CB_CUSTOM, controlHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_OVERRUN, NL_CB_CUSTOM, controlHandler, &exchange);
     nl_cb_overwrite_recv(callbacks, receive);
 
     // Only the status counts: nl_recvmsgs also returns an error for a packet that is none of this
     // request's, and returns success before the request is answered.
-    exchangeStatus = &status;
-    while (status > 0) {
+    const CurrentExchange current(exchange);
+    while (exchange.status > 0) {
         nl_recvmsgs(request.socket.get(), callbacks);
     }
-    exchangeStatus = nullptr;
 
     request.message.reset();
-    return status == 0 ? 0 : -1;
+    return exchange.status == 0 ? 0 : -1;
 }
 
 // Answers
 
+// libnl's own check expects a number that it counts up at every error, end and NOOP.
+int Nl80211Client::sequenceHandler(nl_msg* message, void* arg) {
+    return nlmsg_hdr(message)->nlmsg_seq == static_cast<Exchange*>(arg)->sequence ? NL_OK : NL_SKIP;
+}
+
 int Nl80211Client::finishHandler(nl_msg* /*message*/, void* arg) {
-    *static_cast<int*>(arg) = 0;
+    static_cast<Exchange*>(arg)->status = 0;
     return NL_SKIP;
 }
 
 int Nl80211Client::ackHandler(nl_msg* /*message*/, void* arg) {
-    *static_cast<int*>(arg) = 0;
+    static_cast<Exchange*>(arg)->status = 0;
     return NL_STOP;
 }
 
-// What libnl makes nothing of. An answer to another request is dropped, as without this handler. An
-// error reply too short for its record is the answer, though what it says is lost: libnl counts it
-// as such, and takes whatever follows for an answer to another request.
-int Nl80211Client::invalidHandler(nl_msg* message, void* arg) {
-    const nlmsghdr* header = nlmsg_hdr(message);
-    if (header->nlmsg_type == NLMSG_ERROR &&
-        header->nlmsg_len < sizeof(nlmsghdr) + sizeof(nlmsgerr)) {
-        WIFI_LOGE("nl80211 response has no error code");
-        *static_cast<int*>(arg) = -EBADMSG;
-    }
+// An error reply too short for its record.
+int Nl80211Client::invalidHandler(nl_msg* /*message*/, void* arg) {
+    WIFI_LOGE("nl80211 response has no error code");
+    static_cast<Exchange*>(arg)->status = -EBADMSG;
+    return NL_STOP;
+}
+
+// NLMSG_NOOP and NLMSG_OVERRUN. The kernel answers a request with neither, and what they replace
+// is lost.
+int Nl80211Client::controlHandler(nl_msg* message, void* arg) {
+    WIFI_LOGE("nl80211 response is a netlink control message of type %d",
+              nlmsg_hdr(message)->nlmsg_type);
+    static_cast<Exchange*>(arg)->status = -EBADMSG;
     return NL_STOP;
 }
 
 int Nl80211Client::errorHandler(sockaddr_nl* /*peer*/, nlmsgerr* err, void* arg) {
-    *static_cast<int*>(arg) = err->error;
+    // A code is negative; any other is as much of a refusal, and no status that would go on.
+    static_cast<Exchange*>(arg)->status = std::min(err->error, -1);
     WIFI_LOGE("nl80211 response has error code %d", err->error);
 
     // libnl has checked that the message holds a whole nlmsgerr, which its header precedes.

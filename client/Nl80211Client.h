@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 
 #include <net/if.h>
 
@@ -15,21 +16,19 @@ struct sockaddr_nl;
 namespace Ursa::OS::Wifi {
 
 /**
- * The daemon's only path to the kernel's nl80211 family: it sends generic and vendor commands,
- * finds interface names and reads the station link's bandwidth.
- *
- * Every operation opens a netlink socket of its own, resolves the family, sends one message, waits
- * until it is answered and closes the socket. Between operations nothing is open and nothing is
- * kept but interface names.
- *
- * All operations may be called from any thread. A mutex of the client lets one exchange run at a
- * time, so that a call waits for the one before it; none may be called from inside another. There
- * is no time limit: the kernel answers a request or refuses it, and a connection that breaks
- * ends the wait. Failures are logged, nothing is tried again.
+ * The daemon's only path to the kernel's nl80211 family: sends generic and vendor commands, finds
+ * interface names and reads the station link's bandwidth. Each operation opens its own netlink
+ * socket and closes it; only interface names are kept. Thread-safe: a mutex is held across an
+ * operation, 10 s at most. Failures are logged, and nothing is retried.
  */
 class Nl80211Client {
   public:
-    Nl80211Client() = default;
+    /** An operation makes two requests, for the family's number and its own. */
+    static constexpr std::chrono::milliseconds kAnswerTimeout{5000};
+
+    /** `answerTimeout`: time for the complete answer to one request, counted from its sending. */
+    explicit Nl80211Client(std::chrono::milliseconds answerTimeout = kAnswerTimeout)
+        : answerTimeout_(answerTimeout) {}
     Nl80211Client(const Nl80211Client&) = delete;
     Nl80211Client& operator=(const Nl80211Client&) = delete;
 
@@ -74,20 +73,23 @@ class Nl80211Client {
     };
 
     // The steps of an operation. Each returns 0, or -1 after logging why.
-    static int initState_(Request& request);
+    int initState_(Request& request) const;
     static int constructGenericMsg_(Request& request, const Nl80211GenericCmdInfo& info);
     static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
-    static int sendMsg_(Request& request);
+    int sendMsg_(Request& request) const;
 
     // What libnl calls, on the thread inside sendMsg_, for each kind of answer. They return NL_SKIP
     // (on to the next message) or NL_STOP (drop the rest of this packet).
+    static int sequenceHandler(nl_msg* message, void* arg);
     static int errorHandler(sockaddr_nl* peer, nlmsgerr* err, void* arg);
     static int finishHandler(nl_msg* message, void* arg);
     static int ackHandler(nl_msg* message, void* arg);
     static int invalidHandler(nl_msg* message, void* arg);
+    static int controlHandler(nl_msg* message, void* arg);
     static int findIfaceHandler(nl_msg* message, void* arg);
     static int stationHandler(nl_msg* message, void* arg);
 
+    const std::chrono::milliseconds answerTimeout_;
     Mutex mutex_;
 
     /** Indexed by NetInterfaceType. */

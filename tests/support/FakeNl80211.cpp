@@ -86,6 +86,11 @@ void FakeNl80211::answer(std::function<std::vector<Bytes>(const NetlinkRequest&)
     });
 }
 
+void FakeNl80211::answerFamily(Answerer answerer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    familyAnswerer_ = std::move(answerer);
+}
+
 void FakeNl80211::removeFamily() {
     const std::lock_guard<std::mutex> lock(mutex_);
     hasFamily_ = false;
@@ -159,10 +164,13 @@ bool FakeNl80211::serveRequest_(int connection) {
     }
     packet.resize(static_cast<size_t>(length));
     const Answer answer = answerTo_(parseRequest(packet));
-    for (const Bytes& bytes : answer.packets) {
-        // A client that has gone in the meantime is its own business.
-        (void)send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
+    bool sent = true;
+    do {
+        for (const Bytes& bytes : answer.packets) {
+            // A client that has gone in the meantime is its own business.
+            sent = send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0 && sent;
+        }
+    } while (answer.endless && sent);
     return !answer.hangUp;
 }
 
@@ -172,13 +180,17 @@ FakeNl80211::Answer FakeNl80211::answerTo_(const NetlinkRequest& request) {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (request.type == GENL_ID_CTRL) {
             ++familyRequests_;
-            return familyAnswer(request, hasFamily_);
+            if (familyAnswerer_ == nullptr) {
+                return familyAnswer(request, hasFamily_);
+            }
+            answerer = familyAnswerer_;
+        } else {
+            requests_.push_back(request);
+            if (!hasFamily_) {
+                return {{error(request, -ENOENT)}};
+            }
+            answerer = answerer_;
         }
-        requests_.push_back(request);
-        if (!hasFamily_) {
-            return {{error(request, -ENOENT)}};
-        }
-        answerer = answerer_;
     }
     return answerer(request);
 }

@@ -27,6 +27,7 @@ class FakeNl80211 {
     struct Answer {
         std::vector<Bytes> packets;
         bool hangUp = false;
+        bool endless = false;  ///< the packets are sent again and again until the client closes
     };
     /** Called on the server's thread. */
     using Answerer = std::function<Answer(const NetlinkRequest&)>;
@@ -49,6 +50,9 @@ class FakeNl80211 {
 
     /** Answers every request that follows with the packets made for it. */
     void answer(std::function<std::vector<Bytes>(const NetlinkRequest&)> packets);
+
+    /** Answers every request for the family's number that follows, in place of the default. */
+    void answerFamily(Answerer answerer);
 
     /** From now on there is no family "nl80211", as in a kernel without the module. */
     void removeFamily();
@@ -81,6 +85,7 @@ class FakeNl80211 {
     mutable std::mutex mutex_;  // for everything down to the thread
     mutable std::condition_variable closed_;
     Answerer answerer_;
+    Answerer familyAnswerer_;  ///< empty: the default
     bool hasFamily_ = true;
     std::vector<NetlinkRequest> requests_;
     int familyRequests_ = 0;

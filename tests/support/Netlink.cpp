@@ -124,8 +124,8 @@ Bytes reply(const NetlinkRequest& request, uint8_t cmd, const Bytes& attributes)
     return message(request, request.type, 0, concat({write(genlmsghdr{cmd, 1, 0}), attributes}));
 }
 
-Bytes done(const NetlinkRequest& request) {
-    return message(request, NLMSG_DONE, NLM_F_MULTI, write(int32_t{0}));
+Bytes done(const NetlinkRequest& request, int error) {
+    return message(request, NLMSG_DONE, NLM_F_MULTI, write(int32_t{error}));
 }
 
 Bytes ack(const NetlinkRequest& request) {

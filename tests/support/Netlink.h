@@ -60,8 +60,8 @@ Bytes dumpEntry(const NetlinkRequest& request, uint8_t cmd, const Bytes& attribu
 /** A message that follows a request without ending it, as a vendor command's reply does. */
 Bytes reply(const NetlinkRequest& request, uint8_t cmd, const Bytes& attributes);
 
-/** The end of a dump. */
-Bytes done(const NetlinkRequest& request);
+/** The end of a dump; with a negative errno, the refusal of a dump that had begun. */
+Bytes done(const NetlinkRequest& request, int error = 0);
 
 /** Success. */
 Bytes ack(const NetlinkRequest& request);

@@ -39,6 +39,9 @@ class Answer : public Nl80211Test {
   protected:
     using Packets = std::function<std::vector<Bytes>(const NetlinkRequest&)>;
 
+    /** The packets with the family's number: the reply and its acknowledgement. */
+    static constexpr int kFamilyReceives = 2;
+
     /** The result of a command that is answered like this. */
     int resultOf(const Packets& packets) {
         kernel_.answer(packets);
@@ -46,15 +49,15 @@ class Answer : public Nl80211Test {
     }
 
     /** The operation ends as failed, with this one error line, and leaves nothing behind. */
-    void expectFailure(LibnlCall call, const std::string& message) {
-        failNext(call);
+    void expectFailure(LibnlCall call, const std::string& message, int callsBefore = 0) {
+        failNext(call, callsBefore);
         EXPECT_EQ(client_.sendGenericCommand(someCommand()), -1);
         EXPECT_FALSE(test::isFaultPending());
         EXPECT_THAT(errors(), ElementsAre(message));
         EXPECT_TRUE(kernel_.waitUntilClosed());
 
         log_.clear();
-        failNext(call);
+        failNext(call, callsBefore);
         EXPECT_EQ(client_.getNetInterfaceName(NetInterfaceType::P2P), nullptr);
         EXPECT_FALSE(test::isFaultPending());
         EXPECT_THAT(errors(), ElementsAre(message));
@@ -347,12 +350,14 @@ TEST_F(Answer, IsNotWaitedForWhenTheRequestCannotBeSent) {
 
 TEST_F(Answer, ThatTheKernelHadNoMemoryForIsAFailure) {
     expectFailure(LibnlCall::Receive,
-                  "Nl80211Client: Failed to receive netlink response: Out of memory");
+                  "Nl80211Client: Failed to receive netlink response: Out of memory",
+                  kFamilyReceives);
 }
 
 TEST_F(Answer, ThatNeverComesBecauseTheConnectionIsClosedIsAFailure) {
     expectFailure(LibnlCall::ReceiveNothing,
-                  "Nl80211Client: Failed to receive netlink response: connection closed");
+                  "Nl80211Client: Failed to receive netlink response: connection closed",
+                  kFamilyReceives);
 }
 
 TEST_F(Answer, IsNotWaitedForWithoutASocketOrMessageForAVendorCommandOrTheBandwidthEither) {

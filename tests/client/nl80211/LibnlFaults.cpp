@@ -18,15 +18,20 @@ namespace {
 
 constexpr int kNone = -1;
 std::atomic<int> pending{kNone};
+std::atomic<int> callsBefore{0};
 
 bool takeFault(LibnlCall call) {
     int expected = static_cast<int>(call);
-    return pending.compare_exchange_strong(expected, kNone);
+    return pending == expected && callsBefore-- == 0 &&
+           pending.compare_exchange_strong(expected, kNone);
 }
 
 }  // namespace
 
-void failNext(LibnlCall call) { pending = static_cast<int>(call); }
+void failNext(LibnlCall call, int calls) {
+    callsBefore = calls;
+    pending = static_cast<int>(call);
+}
 
 bool isFaultPending() { return pending != kNone; }
 

@@ -13,8 +13,11 @@ enum class LibnlCall {
     ReceiveNothing,  ///< the connection was closed
 };
 
-/** The daemon's next call of this function fails without any effect; the ones after it work. */
-void failNext(LibnlCall call);
+/**
+ * The daemon's next call of this function but for `calls` before it fails without any effect; the
+ * ones after it work.
+ */
+void failNext(LibnlCall call, int calls = 0);
 
 /** Whether a failure was ordered that has not happened yet. */
 bool isFaultPending();
