@@ -42,7 +42,7 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line) {
     return out << line.level << " " << line.text;
 }
 
-Headset::Headset() : sim_({"--daemon", daemonPath()}) {}
+Headset::Headset(const std::string& daemon) : sim_({"--daemon", daemon}) {}
 
 Headset::~Headset() {
     checkDaemonOutput();

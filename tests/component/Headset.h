@@ -51,7 +51,9 @@ std::ostream& operator<<(std::ostream& out, const LogLine& line);
 class Headset {
   public:
     /** The headset's files and its kernel side are there; supplicant, daemon and so on are not. */
-    Headset();
+    Headset() : Headset(daemonPath()) {}
+    /** The same with another program for the daemon: a script that runs it, for example. */
+    explicit Headset(const std::string& daemon);
     ~Headset();
 
     const std::string& root() const { return sim_.root(); }
