@@ -5,7 +5,7 @@
 // A value that does not parse counts as one that is not set. Any thread.
 //
 // A restart is needed by
-// - every switch of a feature (config/FeatureSwitches.h), to bring its manager about or do without;
+// - the feature switches (config/FeatureList.h), which decide which managers are created;
 // - what managers read when they are built: devparams.*, im3.mitigation.band2g, txchain.enable.p2p;
 // - what is read at its first use in the process and kept: txpower.* but for the one below, and
 //   powerjump.detect.rssi.threshold.
@@ -119,3 +119,29 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_, CORVID_WIFI_DECLARE_FLAG_)
 #undef CORVID_WIFI_DECLARE_FLAG_
 
 }  // namespace Ursa::OS::Wifi::Sysprop
+
+namespace Ursa::OS::Wifi {
+
+/** A property as an entry of a table: its whole name, and the wrapper that reads it. */
+template <typename Type, typename Default = Type>
+struct Property {
+    const char* name;
+    Type (*read)(Default defaultValue);
+};
+
+/** Every property, under its accessor's name. */
+namespace property {
+
+#define CORVID_WIFI_DEFINE_(type, accessor, name)                            \
+    inline constexpr Property<type> accessor = {"persist.vendor.wifi." name, \
+                                                &Sysprop::corvid_wifi_##accessor};
+#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name)                             \
+    inline constexpr Property<type, bool> accessor = {"persist.vendor.wifi." name, \
+                                                      &Sysprop::corvid_wifi_##accessor};
+CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_FLAG_)
+#undef CORVID_WIFI_DEFINE_
+#undef CORVID_WIFI_DEFINE_FLAG_
+
+}  // namespace property
+
+}  // namespace Ursa::OS::Wifi

@@ -2,27 +2,13 @@
 
 #include <unistd.h>
 
+#include <type_traits>
+
 #include <vrsensors/Sensors.h>
 
 #include "client/CorvidWifiClient.h"
 #include "config/FeatureSwitches.h"
-#include "managers/AssocStartedManager.h"
-#include "managers/ChannelSwitchManager.h"
-#include "managers/CoexManager.h"
-#include "managers/DevParamsManager.h"
-#include "managers/ElnaBypassManager.h"
-#include "managers/FrequencyBlockManager.h"
-#include "managers/MccTimeManager.h"
-#include "managers/MipiClockManager.h"
-#include "managers/NoaManager.h"
-#include "managers/P2pManager.h"
-#include "managers/PowerJumpDetectManager.h"
-#include "managers/RegdomManager.h"
-#include "managers/ScsManager.h"
-#include "managers/StaManager.h"
-#include "managers/TelemetryManager.h"
-#include "managers/TxChainManager.h"
-#include "managers/TxPowerManager.h"
+#include "managers/AllManagers.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -34,11 +20,25 @@ namespace {
 /** What the sensor service's client library is to do when its transport breaks: its own number. */
 constexpr auto kTransportErrorAction = static_cast<Sensors::TransportErrorAction>(3);
 
+/** Whether the class is defined here, and not only declared. */
+template <typename T, typename = void>
+struct IsDefined : std::false_type {};
+template <typename T>
+struct IsDefined<T, std::void_t<decltype(sizeof(T))>> : std::true_type {};
+
+constexpr size_t featuresThatTellClients() {
+    size_t count = 0;
+    for (const FeatureInfo& feature : kFeatureTable) {
+        count += feature.tellsClients ? 1 : 0;
+    }
+    return count;
+}
+
 }  // namespace
 
 template <typename T>
-void CorvidWifiManager::fillSlot_(unsigned long feature) {
-    auto& slot = std::get<Slot<T>>(slots_);
+void CorvidWifiManager::fillSlot_(Slot<T>& slot, unsigned long feature) {
+    static_assert(IsDefined<T>::value, "managers/AllManagers.h lacks a manager of the list");
     slot.make = [&client = client_] { return std::make_shared<T>(client); };
     slot.enabled = IsFeatureEnabled(feature);
     if (slot.enabled) {
@@ -46,13 +46,18 @@ void CorvidWifiManager::fillSlot_(unsigned long feature) {
     }
 }
 
-template <size_t... Index>
-void CorvidWifiManager::emptySlots_(std::index_sequence<Index...>) {
+template <size_t... Number>
+void CorvidWifiManager::fillSlots_(std::index_sequence<Number...> /*numbers*/) {
+    (fillSlot_(std::get<Number>(slots_), Number), ...);
+}
+
+template <size_t... Number>
+void CorvidWifiManager::emptySlots_(std::index_sequence<Number...> /*numbers*/) {
     const auto empty = [](auto& slot) {
         slot.instance = nullptr;
         slot.make = nullptr;
     };
-    (empty(std::get<sizeof...(Index) - 1 - Index>(slots_)), ...);
+    (empty(std::get<sizeof...(Number) - 1 - Number>(slots_)), ...);
 }
 
 CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
@@ -61,24 +66,7 @@ CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
     Sensors::setTransportErrorAction(kTransportErrorAction);
     client_->setCompositionRoot(this);
 
-    fillSlot_<StaManager>(kFeatureSta);
-    fillSlot_<P2pManager>(kFeatureP2p);
-    fillSlot_<AssocStartedManager>(kFeatureAssocStarted);
-    fillSlot_<ChannelSwitchManager>(kFeatureChannelSwitch);
-    fillSlot_<NoaManager>(kFeatureNoa);
-    fillSlot_<MccTimeManager>(kFeatureMccTime);
-    fillSlot_<ElnaBypassManager>(kFeatureElnaBypass);
-    fillSlot_<RegdomManager>(kFeatureRegdom);
-    fillSlot_<ScsManager>(kFeatureScs);
-    fillSlot_<TxChainManager>(kFeatureTxChain);
-    fillSlot_<TxPowerManager>(kFeatureTxPower);
-    fillSlot_<DevParamsManager>(kFeatureDevParams);
-    fillSlot_<PowerJumpDetectManager>(kFeaturePowerJumpDetect);
-    fillSlot_<TelemetryManager>(kFeatureTelemetry);
-    fillSlot_<CoexManager>(kFeatureCoex);
-    fillSlot_<MipiClockManager>(kFeatureMipiClock);
-    fillSlot_<FrequencyBlockManager>(kFeatureFrequencyBlock);
-
+    fillSlots_(std::make_index_sequence<kFeatureTable.size()>());
     linkCallback_();
 }
 
@@ -86,7 +74,7 @@ CorvidWifiManager::~CorvidWifiManager() {
     unlinkCallback_();
     // From the last slot to the first, and before the task map goes: handlers that still run note
     // their threads in it.
-    emptySlots_(std::make_index_sequence<std::tuple_size_v<Slots>>());
+    emptySlots_(std::make_index_sequence<kFeatureTable.size()>());
     client_->setCompositionRoot(nullptr);
 }
 
@@ -104,32 +92,32 @@ std::shared_ptr<P2pManager> CorvidWifiManager::p2pManager() const { return get<P
 
 std::shared_ptr<CoexManager> CorvidWifiManager::coexManager() const { return get<CoexManager>(); }
 
+template <typename Manager, typename... Args>
+void CorvidWifiManager::linkRelay_(const char* what,
+                                   bool (Manager::*linkManager)(std::function<void(Args...)>&),
+                                   std::function<void(Args...)>& callback,
+                                   void (CorvidWifiManager::*tellClients)(Args...)) {
+    static_assert(std::get<Feature<Manager>>(kFeatures).tellsClients,
+                  "config/FeatureList.h does not say that this feature tells clients");
+    if (!std::get<Slot<Manager>>(slots_).enabled) {
+        return;
+    }
+    callback = [this, tellClients](Args... args) { (this->*tellClients)(args...); };
+    const auto manager = get<Manager>();
+    if (manager == nullptr || !((*manager).*linkManager)(callback)) {
+        WIFI_LOGE("failed to link %s callback", what);
+    }
+}
+
 void CorvidWifiManager::linkCallback_() {
-    if (std::get<Slot<ChannelSwitchManager>>(slots_).enabled) {
-        channelSwitchCallback_ = [this](const ChannelSwitchResult& result) {
-            onChannelSwitch_(result);
-        };
-        const auto manager = get<ChannelSwitchManager>();
-        if (manager == nullptr || !manager->linkChannelSwitchCallback(channelSwitchCallback_)) {
-            WIFI_LOGE("failed to link channel switch callback");
-        }
-    }
-    if (std::get<Slot<AssocStartedManager>>(slots_).enabled) {
-        assocStartedCallback_ = [this] { onAssocStarted_(); };
-        const auto manager = get<AssocStartedManager>();
-        if (manager == nullptr || !manager->linkAssocStartedCallback(assocStartedCallback_)) {
-            WIFI_LOGE("failed to link assoc started callback");
-        }
-    }
-    if (std::get<Slot<RegdomManager>>(slots_).enabled) {
-        regdomUpdatedCallback_ = [this](const RegdomUpdatedResult& result) {
-            onRegdomUpdated_(result);
-        };
-        const auto manager = get<RegdomManager>();
-        if (manager == nullptr || !manager->linkRegdomUpdatedCallback(regdomUpdatedCallback_)) {
-            WIFI_LOGE("failed to link regdom updated callback");
-        }
-    }
+    static_assert(featuresThatTellClients() == 3,
+                  "link the new relay here, unlink it below, and count it");
+    linkRelay_("channel switch", &ChannelSwitchManager::linkChannelSwitchCallback,
+               channelSwitchCallback_, &CorvidWifiManager::onChannelSwitch_);
+    linkRelay_("assoc started", &AssocStartedManager::linkAssocStartedCallback,
+               assocStartedCallback_, &CorvidWifiManager::onAssocStarted_);
+    linkRelay_("regdom updated", &RegdomManager::linkRegdomUpdatedCallback, regdomUpdatedCallback_,
+               &CorvidWifiManager::onRegdomUpdated_);
 }
 
 void CorvidWifiManager::unlinkCallback_() {

@@ -12,6 +12,7 @@
 
 #include "client/CompositionRoot.h"
 #include "client/SupplicantParser.h"
+#include "config/FeatureList.h"
 #include "os/Log.h"
 #include "os/ValueMutex.h"
 #include "service/CorvidWifiManagerCallback.h"
@@ -20,41 +21,11 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-class StaManager;
-class P2pManager;
-class AssocStartedManager;
-class ChannelSwitchManager;
-class NoaManager;
-class MccTimeManager;
-class ElnaBypassManager;
-class RegdomManager;
-class ScsManager;
-class TxChainManager;
-class TxPowerManager;
-class DevParamsManager;
-class PowerJumpDetectManager;
-class TelemetryManager;
-class CoexManager;
-class MipiClockManager;
-class FrequencyBlockManager;
-
-/** The bare name of a class, as in its log lines and in the dump: "StaManager". */
-template <typename Type>
-constexpr auto typeName() {
-    // clang ends the signature with "= Ursa::OS::Wifi::StaManager]", gcc leaves out the namespace
-    // that this function is in itself: "= StaManager]".
-    std::string_view name = __PRETTY_FUNCTION__;
-    name.remove_suffix(name.size() - name.rfind(']'));
-    name.remove_prefix(name.find_last_of(": ") + 1);
-    return name;
-}
-
 /**
- * The composition root: builds every feature manager whose switch is on, in a fixed order, relays
- * events to the registered clients, and keeps the map of tasks to threads for the dump.
- *
- * Built and destroyed on the main thread. Relays run on the thread that raised the event. A
- * manager's slot does not change after construction.
+ * The composition root: creates every feature manager whose switch is on (config/FeatureList.h),
+ * relays events to the registered clients, and keeps the map of tasks to threads for the dump.
+ * Created and destroyed on the main thread; a slot does not change in between. Relays run on the
+ * thread that raised the event.
  */
 class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRoot {
   public:
@@ -90,22 +61,25 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
         bool enabled = false;
     };
 
-    /** In slot order: the position is the feature's number, and the order of construction. */
-    using Slots =
-        std::tuple<Slot<StaManager>, Slot<P2pManager>, Slot<AssocStartedManager>,
-                   Slot<ChannelSwitchManager>, Slot<NoaManager>, Slot<MccTimeManager>,
-                   Slot<ElnaBypassManager>, Slot<RegdomManager>, Slot<ScsManager>,
-                   Slot<TxChainManager>, Slot<TxPowerManager>, Slot<DevParamsManager>,
-                   Slot<PowerJumpDetectManager>, Slot<TelemetryManager>, Slot<CoexManager>,
-                   Slot<MipiClockManager>, Slot<FrequencyBlockManager>>;
+    template <typename... Managers>
+    static std::tuple<Slot<Managers>...> slotsOf_(const std::tuple<Feature<Managers>...>&);
+    /** One per feature, in the list's order. */
+    using Slots = decltype(slotsOf_(kFeatures));
 
+    template <size_t... Number>
+    void fillSlots_(std::index_sequence<Number...>);
     template <typename T>
-    void fillSlot_(unsigned long feature);
-    template <size_t... Index>
-    void emptySlots_(std::index_sequence<Index...>);
+    void fillSlot_(Slot<T>& slot, unsigned long feature);
+    template <size_t... Number>
+    void emptySlots_(std::index_sequence<Number...>);
 
     void linkCallback_();
     void unlinkCallback_();
+    /** Links a manager, if its feature is on, to the function that passes its events on. */
+    template <typename Manager, typename... Args>
+    void linkRelay_(const char* what, bool (Manager::*linkManager)(std::function<void(Args...)>&),
+                    std::function<void(Args...)>& callback,
+                    void (CorvidWifiManager::*tellClients)(Args...));
 
     void onChannelSwitch_(const ChannelSwitchResult& result);
     void onAssocStarted_();

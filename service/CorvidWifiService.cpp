@@ -1,25 +1,14 @@
 #include "service/CorvidWifiService.h"
 
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
-#include "managers/AssocStartedManager.h"
-#include "managers/ChannelSwitchManager.h"
-#include "managers/CoexManager.h"
-#include "managers/DevParamsManager.h"
-#include "managers/ElnaBypassManager.h"
-#include "managers/FrequencyBlockManager.h"
-#include "managers/MccTimeManager.h"
-#include "managers/MipiClockManager.h"
-#include "managers/NoaManager.h"
-#include "managers/P2pManager.h"
-#include "managers/PowerJumpDetectManager.h"
-#include "managers/RegdomManager.h"
-#include "managers/ScsManager.h"
-#include "managers/StaManager.h"
-#include "managers/TelemetryManager.h"
-#include "managers/TxChainManager.h"
-#include "managers/TxPowerManager.h"
+#include "config/FeatureList.h"
+#include "managers/AllManagers.h"
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 
@@ -37,10 +26,40 @@ managers::P2pDeviceType toDeviceType(P2pDeviceType type) {
                                           : static_cast<managers::P2pDeviceType>(type);
 }
 
+/** One feature's part of the dump. */
+struct DumpPart {
+    std::string_view label;
+    void (*append)(const managers::CorvidWifiManager& root, std::string_view label,
+                   std::string& text);
+};
+
+template <typename Manager>
+void appendDump(const managers::CorvidWifiManager& root, std::string_view label,
+                std::string& text) {
+    const auto manager = root.get<Manager>();
+    text += label;
+    text += manager != nullptr ? ": Enabled\n" : ": Disabled\n";
+    if (manager != nullptr) {
+        manager->dumpInfo(text);
+    }
+}
+
+/** Every feature's part, in the alphabetical order of their labels. */
+template <typename... Managers>
+auto dumpParts(const std::tuple<managers::Feature<Managers>...>& features) {
+    std::array parts = {DumpPart{std::get<managers::Feature<Managers>>(features).dumpLabel,
+                                 &appendDump<Managers>}...};
+    std::sort(parts.begin(), parts.end(),
+              [](const DumpPart& a, const DumpPart& b) { return a.label < b.label; });
+    return parts;
+}
+
 }  // namespace
 
-CorvidWifiService::CorvidWifiService()
-    : client_(std::make_shared<managers::CorvidWifiClient>()), manager_(client_) {}
+CorvidWifiService::CorvidWifiService(std::shared_ptr<managers::CorvidWifiClient> client)
+    : client_(client != nullptr ? std::move(client)
+                                : std::make_shared<managers::CorvidWifiClient>()),
+      manager_(client_) {}
 
 template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
@@ -54,35 +73,11 @@ Return<void> CorvidWifiService::clearScs(int32_t id, clearScs_cb callback) {
         callback, [&](managers::ScsManager& manager) { return manager.clear(id); });
 }
 
-template <typename Manager>
-void CorvidWifiService::dumpManager_(const char* label, std::string& text) {
-    const auto manager = manager_.get<Manager>();
-    text += label;
-    text += manager != nullptr ? ": Enabled\n" : ": Disabled\n";
-    if (manager != nullptr) {
-        manager->dumpInfo(text);
-    }
-}
-
 Return<void> CorvidWifiService::dumpInfo(dumpInfo_cb callback) {
     std::string text;
-    dumpManager_<managers::AssocStartedManager>("AssocStartedManager", text);
-    dumpManager_<managers::ChannelSwitchManager>("ChannelSwitchManager", text);
-    dumpManager_<managers::CoexManager>("CoexManager", text);
-    dumpManager_<managers::DevParamsManager>("DevParamsManager", text);
-    dumpManager_<managers::ElnaBypassManager>("ElnaManager", text);  // the short form, deliberately
-    dumpManager_<managers::FrequencyBlockManager>("FrequencyBlockManager", text);
-    dumpManager_<managers::MccTimeManager>("MccTimeManager", text);
-    dumpManager_<managers::MipiClockManager>("MipiClockManager", text);
-    dumpManager_<managers::NoaManager>("NoaManager", text);
-    dumpManager_<managers::P2pManager>("P2pManager", text);
-    dumpManager_<managers::PowerJumpDetectManager>("PowerJumpDetectManager", text);
-    dumpManager_<managers::RegdomManager>("RegdomManager", text);
-    dumpManager_<managers::ScsManager>("ScsManager", text);
-    dumpManager_<managers::StaManager>("StaManager", text);
-    dumpManager_<managers::TelemetryManager>("TelemetryManager", text);
-    dumpManager_<managers::TxChainManager>("TxChainManager", text);
-    dumpManager_<managers::TxPowerManager>("TxPowerManager", text);
+    for (const DumpPart& part : dumpParts(managers::kFeatures)) {
+        part.append(manager_, part.label, text);
+    }
     text += "Process and Thread ID\n";
     for (const auto& [task, pid] : manager_.copyTaskToPidMap()) {
         text += "\t" + task + ": " + std::to_string(pid) + "\n";

@@ -24,8 +24,8 @@ using ::android::hardware::Return;
  */
 class CorvidWifiService : public IWifi {
   public:
-    /** Builds the client and, from it, every manager. */
-    CorvidWifiService();
+    /** Creates the client, unless it is given one, and every manager from it. */
+    explicit CorvidWifiService(std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client = nullptr);
 
     Return<void> clearScs(int32_t id, clearScs_cb callback) override;
     Return<void> dumpInfo(dumpInfo_cb callback) override;
@@ -58,9 +58,6 @@ class CorvidWifiService : public IWifi {
     Return<void> answer_(const Callback& callback, Call call);
     /** Passes a profile on and returns its id, or -1 when the manager is absent. */
     int32_t setScs_(Ursa::OS::Wifi::ScsProfile profile);
-
-    template <typename Manager>
-    void dumpManager_(const char* label, std::string& text);
 
     const std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client_;
     Ursa::OS::Wifi::CorvidWifiManager manager_;

@@ -3,26 +3,20 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/FeatureSwitches.h"
+
 namespace component {
 
-/** The switches of the features that are off by default, without "persist.vendor.wifi.". */
-inline constexpr const char* kSwitches[] = {
-    "cmd.cs.p2p.corvid",       "cmd.elna.bypass.mode",   "cmd.noa.p2p",        "cmd.mcc.quota",
-    "devparams.enable",        "frequency.block.enable", "mipiclock.enable",   "scs.enable",
-    "txchain.enable.p2p",      "txpower.enable.sta",     "txpower.enable.p2p", "telemetry.enable",
-    "powerjump.detect.enable",
-};
-
-/** The lines of a scenario that switch a feature on. */
+/** The line of a scenario that sets a switch; `name` is without "persist.vendor.wifi.". */
 inline std::string switchOn(const std::string& name) {
     return "property persist.vendor.wifi." + name + " true";
 }
 
-/** The lines of a scenario that switch everything on. */
+/** The lines of a scenario that switch every feature on. */
 inline std::vector<std::string> everythingOn() {
     std::vector<std::string> lines;
-    for (const char* name : kSwitches) {
-        lines.push_back(switchOn(name));
+    for (const std::string& name : test::switchesOfEveryFeature()) {
+        lines.push_back("property " + name + " true");
     }
     return lines;
 }

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <sys/system_properties.h>
 
+#include "config/FeatureList.h"
 #include "config/FeatureSwitches.h"
 #include "tests/support/DeviceRoot.h"
+#include "tests/support/FeatureSwitches.h"
 
 namespace {
 
@@ -31,152 +33,106 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
+using test::switchesOf;
 using testing::ElementsAre;
-
-/** Which properties switch which feature on, in the order in which they are read. */
-struct Switch {
-    unsigned long feature;
-    std::vector<std::string> properties;  ///< behind "persist.vendor.wifi."; none: always on
-};
-
-const std::vector<Switch> kSwitches = {
-    {0, {}},
-    {1, {}},
-    {2, {}},
-    {3, {"cmd.cs.p2p.corvid", "cmd.cs.p2p.ecsa"}},
-    {4, {"cmd.noa.p2p"}},
-    {5, {"cmd.mcc.p2p.increase.bw", "cmd.mcc.quota"}},
-    {6, {"cmd.elna.bypass.mode"}},
-    {7, {}},
-    {8, {"scs.enable"}},
-    {9, {"txchain.enable.p2p"}},
-    {10, {"txpower.enable.sta", "txpower.enable.p2p"}},
-    {11, {"devparams.enable"}},
-    {12, {"powerjump.detect.enable"}},
-    {13, {"telemetry.enable"}},
-    {14, {"frequency.block.enable", "mipiclock.enable"}},
-    {15, {"mipiclock.enable"}},
-    {16, {"frequency.block.enable"}},
-};
 
 class FeatureSwitches : public testing::Test {
   protected:
-    void set(const std::string& name, const std::string& value) const {
-        root_.setProperty("persist.vendor.wifi." + name, value);
-    }
-    void unset(const std::string& name) const {
-        root_.unsetProperty("persist.vendor.wifi." + name);
-    }
-
-    /** The numbers of the features up to 16 that are on now. */
-    static std::vector<unsigned long> enabled() {
-        std::vector<unsigned long> features;
-        for (unsigned long feature = 0; feature <= 16; ++feature) {
-            if (IsFeatureEnabled(feature)) {
-                features.push_back(feature);
+    /** Sets every switch of the list. */
+    void setAll(const std::string& value) const {
+        for (const FeatureInfo& feature : kFeatureTable) {
+            for (const std::string& name : switchesOf(feature)) {
+                root_.setProperty(name, value);
             }
         }
-        return features;
+    }
+
+    /** Expects that exactly the features without a switch are on. */
+    static void expectOnlyThoseWithoutASwitch() {
+        for (unsigned long number = 0; number < kFeatureTable.size(); ++number) {
+            EXPECT_EQ(IsFeatureEnabled(number), switchesOf(kFeatureTable[number]).empty())
+                << kFeatureTable[number].managerName;
+        }
     }
 
     test::DeviceRoot root_;
 };
 
-TEST_F(FeatureSwitches, WithoutPropertiesOnlyTheAlwaysOnFeaturesAreOn) {
-    EXPECT_THAT(enabled(), ElementsAre(0, 1, 2, 7));
+TEST_F(FeatureSwitches, WithoutPropertiesOnlyFeaturesWithoutASwitchAreOn) {
+    expectOnlyThoseWithoutASwitch();
 }
 
-TEST_F(FeatureSwitches, AnUnknownNumberIsOn) {
-    for (const unsigned long feature : {17UL, 18UL, 100UL, ULONG_MAX}) {
-        EXPECT_TRUE(IsFeatureEnabled(feature)) << feature;
+TEST_F(FeatureSwitches, SwitchesThatAreFalseLeaveFeaturesWithoutASwitchOn) {
+    setAll("false");
+    expectOnlyThoseWithoutASwitch();
+}
+
+TEST_F(FeatureSwitches, SwitchThatDoesNotParseCountsAsOff) {
+    setAll("yes");
+    expectOnlyThoseWithoutASwitch();
+}
+
+TEST_F(FeatureSwitches, UnknownNumberIsOn) {
+    for (const unsigned long number : {kFeatureTable.size(), kFeatureTable.size() + 1, ULONG_MAX}) {
+        EXPECT_TRUE(IsFeatureEnabled(number)) << number;
     }
 }
 
-TEST_F(FeatureSwitches, EachPropertyOfAFeatureSwitchesItOnAlone) {
-    for (const Switch& entry : kSwitches) {
-        for (const std::string& property : entry.properties) {
+TEST_F(FeatureSwitches, EachPropertySwitchesOnTheFeaturesThatNameItAndNoOthers) {
+    for (const FeatureInfo& feature : kFeatureTable) {
+        for (const std::string& property : switchesOf(feature)) {
             SCOPED_TRACE(property);
-            EXPECT_FALSE(IsFeatureEnabled(entry.feature));
-            set(property, "true");
-            EXPECT_TRUE(IsFeatureEnabled(entry.feature));
-            unset(property);
-        }
-    }
-}
-
-TEST_F(FeatureSwitches, APropertySwitchesNothingOnButItsFeatures) {
-    for (const Switch& entry : kSwitches) {
-        for (const std::string& property : entry.properties) {
-            SCOPED_TRACE(property);
-            set(property, "1");
-            for (const Switch& other : kSwitches) {
-                const bool names =
-                    std::count(other.properties.begin(), other.properties.end(), property) != 0;
-                EXPECT_EQ(IsFeatureEnabled(other.feature), names || other.properties.empty())
-                    << other.feature;
+            root_.setProperty(property, "1");
+            for (unsigned long number = 0; number < kFeatureTable.size(); ++number) {
+                const auto names = switchesOf(kFeatureTable[number]);
+                const bool named = std::count(names.begin(), names.end(), property) != 0;
+                EXPECT_EQ(IsFeatureEnabled(number), named || names.empty())
+                    << kFeatureTable[number].managerName;
             }
-            unset(property);
+            root_.unsetProperty(property);
         }
     }
 }
 
-TEST_F(FeatureSwitches, NoPropertySwitchesAnAlwaysOnFeatureOff) {
-    for (const Switch& entry : kSwitches) {
-        for (const std::string& property : entry.properties) {
-            set(property, "false");
-        }
-    }
-    EXPECT_THAT(enabled(), ElementsAre(0, 1, 2, 7));
-}
-
-TEST_F(FeatureSwitches, APropertyThatDoesNotParseCountsAsOff) {
-    for (const Switch& entry : kSwitches) {
-        for (const std::string& property : entry.properties) {
-            set(property, "yes");
-        }
-    }
-    EXPECT_THAT(enabled(), ElementsAre(0, 1, 2, 7));
-}
-
-TEST_F(FeatureSwitches, TheSecondPropertyCountsWhenTheFirstIsFalse) {
-    for (const Switch& entry : kSwitches) {
-        if (entry.properties.size() == 2) {
-            set(entry.properties[0], "false");
-            set(entry.properties[1], "true");
-            EXPECT_TRUE(IsFeatureEnabled(entry.feature)) << entry.feature;
-            unset(entry.properties[0]);
-            unset(entry.properties[1]);
+TEST_F(FeatureSwitches, SecondPropertyCountsWhenTheFirstIsFalse) {
+    for (unsigned long number = 0; number < kFeatureTable.size(); ++number) {
+        if (const auto names = switchesOf(kFeatureTable[number]); names.size() == 2) {
+            root_.setProperty(names[0], "false");
+            root_.setProperty(names[1], "true");
+            EXPECT_TRUE(IsFeatureEnabled(number)) << names[1];
+            root_.unsetProperty(names[0]);
+            root_.unsetProperty(names[1]);
         }
     }
 }
 
-TEST_F(FeatureSwitches, TheFirstPropertyIsReadFirstAndTheSecondOnlyWhenTheFirstIsFalse) {
-    for (const Switch& entry : kSwitches) {
-        SCOPED_TRACE(entry.feature);
-        std::vector<std::string> names;
-        for (const std::string& property : entry.properties) {
-            names.push_back("persist.vendor.wifi." + property);
-        }
+TEST_F(FeatureSwitches, SecondPropertyIsReadOnlyWhenTheFirstIsFalse) {
+    for (unsigned long number = 0; number < kFeatureTable.size(); ++number) {
+        const auto names = switchesOf(kFeatureTable[number]);
+        SCOPED_TRACE(kFeatureTable[number].managerName);
         lookedUp.clear();
-        IsFeatureEnabled(entry.feature);
+        IsFeatureEnabled(number);
         EXPECT_EQ(lookedUp, names);
 
         if (!names.empty()) {
-            set(entry.properties[0], "true");
+            root_.setProperty(names[0], "true");
             lookedUp.clear();
-            IsFeatureEnabled(entry.feature);
+            IsFeatureEnabled(number);
             EXPECT_THAT(lookedUp, ElementsAre(names[0]));
-            unset(entry.properties[0]);
+            root_.unsetProperty(names[0]);
         }
     }
 }
 
-TEST_F(FeatureSwitches, EveryCallReadsTheProperties) {
-    EXPECT_FALSE(IsFeatureEnabled(kFeatureScs));
-    set("scs.enable", "1");
-    EXPECT_TRUE(IsFeatureEnabled(kFeatureScs));
-    set("scs.enable", "0");
-    EXPECT_FALSE(IsFeatureEnabled(kFeatureScs));
+TEST_F(FeatureSwitches, PropertyThatChangesIsSeenByTheNextCall) {
+    for (unsigned long number = 0; number < kFeatureTable.size(); ++number) {
+        if (const auto names = switchesOf(kFeatureTable[number]); !names.empty()) {
+            root_.setProperty(names[0], "1");
+            EXPECT_TRUE(IsFeatureEnabled(number)) << names[0];
+            root_.setProperty(names[0], "0");
+            EXPECT_FALSE(IsFeatureEnabled(number)) << names[0];
+        }
+    }
 }
 
 }  // namespace

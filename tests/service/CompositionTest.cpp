@@ -1,30 +1,18 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <vector>
 
-#include "managers/AssocStartedManager.h"
-#include "managers/ChannelSwitchManager.h"
-#include "managers/CoexManager.h"
-#include "managers/DevParamsManager.h"
-#include "managers/ElnaBypassManager.h"
-#include "managers/FrequencyBlockManager.h"
-#include "managers/MccTimeManager.h"
-#include "managers/MipiClockManager.h"
-#include "managers/NoaManager.h"
-#include "managers/P2pManager.h"
-#include "managers/PowerJumpDetectManager.h"
-#include "managers/RegdomManager.h"
-#include "managers/ScsManager.h"
-#include "managers/StaManager.h"
-#include "managers/TelemetryManager.h"
-#include "managers/TxChainManager.h"
-#include "managers/TxPowerManager.h"
+#include "managers/AllManagers.h"
 #include "service/CorvidWifiManager.h"
 #include "tests/service/FakeClient.h"
+#include "tests/support/FeatureSwitches.h"
 #include "tests/support/ManagerTest.h"
 
 namespace Ursa::OS::Wifi {
@@ -81,16 +69,17 @@ class CompositionTest : public ManagerTest {
     /** Builds the composition root; it makes itself known to the client. */
     void build() { manager_ = std::make_unique<CorvidWifiManager>(client_); }
 
+    /** The numbers of the features that have a manager with these switches on. */
     std::vector<int> slotsWith(const std::vector<std::string>& properties) {
         for (const std::string& property : properties) {
-            switchOn(property);
+            root_.setProperty(property, "true");
         }
         build();
         EXPECT_TRUE(Peer::slotsAreConsistent(*manager_));
         std::vector<int> slots = Peer::filledSlots(*manager_);
         manager_.reset();
         for (const std::string& property : properties) {
-            root_.unsetProperty("persist.vendor.wifi." + property);
+            root_.unsetProperty(property);
         }
         return slots;
     }
@@ -115,76 +104,51 @@ class CompositionTest : public ManagerTest {
 
 // Slots
 
-TEST_F(CompositionTest, WithoutPropertiesExactlySlots0127HoldManagers) {
+TEST_F(CompositionTest, WithoutPropertiesSlots0127HoldManagers) {
     EXPECT_THAT(slotsWith({}), ElementsAre(0, 1, 2, 7));
 }
 
-TEST_F(CompositionTest, EachPropertyFillsItsSlots) {
-    const std::vector<std::pair<std::string, std::set<int>>> table = {
-        {"cmd.cs.p2p.corvid", {3}},
-        {"cmd.cs.p2p.ecsa", {3}},
-        {"cmd.noa.p2p", {4}},
-        {"cmd.mcc.p2p.increase.bw", {5}},
-        {"cmd.mcc.quota", {5}},
-        {"cmd.elna.bypass.mode", {6}},
-        {"scs.enable", {8}},
-        {"txchain.enable.p2p", {9}},
-        {"txpower.enable.sta", {10}},
-        {"txpower.enable.p2p", {10}},
-        {"devparams.enable", {11}},
-        {"powerjump.detect.enable", {12}},
-        {"telemetry.enable", {13}},
-        {"mipiclock.enable", {14, 15}},
-        {"frequency.block.enable", {14, 16}},
-    };
-    for (const auto& [property, slots] : table) {
-        std::set<int> expected = {0, 1, 2, 7};
-        expected.insert(slots.begin(), slots.end());
-        EXPECT_EQ(slotsWith({property}), std::vector<int>(expected.begin(), expected.end()))
-            << property;
+TEST_F(CompositionTest, EachSwitchFillsTheSlotsOfItsFeatures) {
+    std::set<std::string> properties;
+    for (const FeatureInfo& feature : kFeatureTable) {
+        for (const std::string& property : test::switchesOf(feature)) {
+            properties.insert(property);
+        }
+    }
+    for (const std::string& property : properties) {
+        std::vector<int> expected;
+        for (size_t number = 0; number < kFeatureTable.size(); ++number) {
+            const auto names = test::switchesOf(kFeatureTable[number]);
+            if (names.empty() || std::count(names.begin(), names.end(), property) != 0) {
+                expected.push_back(static_cast<int>(number));
+            }
+        }
+        EXPECT_EQ(slotsWith({property}), expected) << property;
     }
 }
 
-TEST_F(CompositionTest, TheMipiClockAloneNeedsTheDispatcherAndNotTheBlocklist) {
-    EXPECT_THAT(slotsWith({"mipiclock.enable"}), ElementsAre(0, 1, 2, 7, 14, 15));
+TEST_F(CompositionTest, MipiClockAloneNeedsTheDispatcherAndNotTheBlocklist) {
+    EXPECT_THAT(slotsWith({"persist.vendor.wifi.mipiclock.enable"}),
+                ElementsAre(0, 1, 2, 7, 14, 15));
 }
 
-TEST_F(CompositionTest, EveryPropertyTogetherFillsEverySlot) {
-    const auto slots = slotsWith(
-        {"cmd.cs.p2p.corvid", "cmd.noa.p2p", "cmd.mcc.quota", "cmd.elna.bypass.mode", "scs.enable",
-         "txchain.enable.p2p", "txpower.enable.sta", "devparams.enable", "powerjump.detect.enable",
-         "telemetry.enable", "mipiclock.enable", "frequency.block.enable"});
-    EXPECT_EQ(slots.size(), 17U);
+TEST_F(CompositionTest, EverySwitchTogetherFillsEverySlot) {
+    EXPECT_EQ(slotsWith(test::switchesOfEveryFeature()).size(), kFeatureTable.size());
 }
 
-TEST_F(CompositionTest, AManagerThatIsSwitchedOffIsNullWithOneWarningThatNamesIt) {
+TEST_F(CompositionTest, ManagerThatIsSwitchedOffIsNullWithOneWarningThatNamesIt) {
     build();
-    const auto warningOf = [&](auto get) {
+    const auto expectWarning = [&](const auto& feature) {
+        using Manager = typename std::decay_t<decltype(feature)>::Manager;
+        if (test::switchesOf(feature).empty()) {
+            return;
+        }
         log_.clear();
-        EXPECT_EQ(get(), nullptr);
-        const auto lines = warnings();
-        EXPECT_EQ(lines.size(), 1U);
-        return lines.empty() ? "" : lines[0];
+        EXPECT_EQ(manager_->get<Manager>(), nullptr);
+        EXPECT_THAT(warnings(), ElementsAre("CorvidWifiManager: " +
+                                            std::string(feature.managerName) + " does not exist."));
     };
-#define WARNING_OF(Manager) warningOf([&] { return manager_->get<Manager>(); })
-    EXPECT_EQ(WARNING_OF(ChannelSwitchManager),
-              "CorvidWifiManager: ChannelSwitchManager does not exist.");
-    EXPECT_EQ(WARNING_OF(NoaManager), "CorvidWifiManager: NoaManager does not exist.");
-    EXPECT_EQ(WARNING_OF(MccTimeManager), "CorvidWifiManager: MccTimeManager does not exist.");
-    EXPECT_EQ(WARNING_OF(ElnaBypassManager),
-              "CorvidWifiManager: ElnaBypassManager does not exist.");
-    EXPECT_EQ(WARNING_OF(ScsManager), "CorvidWifiManager: ScsManager does not exist.");
-    EXPECT_EQ(WARNING_OF(TxChainManager), "CorvidWifiManager: TxChainManager does not exist.");
-    EXPECT_EQ(WARNING_OF(TxPowerManager), "CorvidWifiManager: TxPowerManager does not exist.");
-    EXPECT_EQ(WARNING_OF(DevParamsManager), "CorvidWifiManager: DevParamsManager does not exist.");
-    EXPECT_EQ(WARNING_OF(PowerJumpDetectManager),
-              "CorvidWifiManager: PowerJumpDetectManager does not exist.");
-    EXPECT_EQ(WARNING_OF(TelemetryManager), "CorvidWifiManager: TelemetryManager does not exist.");
-    EXPECT_EQ(WARNING_OF(CoexManager), "CorvidWifiManager: CoexManager does not exist.");
-    EXPECT_EQ(WARNING_OF(MipiClockManager), "CorvidWifiManager: MipiClockManager does not exist.");
-    EXPECT_EQ(WARNING_OF(FrequencyBlockManager),
-              "CorvidWifiManager: FrequencyBlockManager does not exist.");
-#undef WARNING_OF
+    std::apply([&](const auto&... feature) { (expectWarning(feature), ...); }, kFeatures);
 }
 
 TEST_F(CompositionTest, AManagerThatIsThereIsGivenWithoutAWord) {
@@ -388,12 +352,9 @@ TEST_F(CompositionTest, TheEndUnlinksTheRelaysAndWarnsOfTheOneThatIsMissing) {
 }
 
 TEST_F(CompositionTest, TheEndIsSafeWithEventsInFlight) {
-    switchOn("cmd.cs.p2p.corvid");
-    switchOn("txpower.enable.sta");
-    switchOn("txpower.enable.p2p");
-    switchOn("telemetry.enable");
-    switchOn("mipiclock.enable");
-    switchOn("frequency.block.enable");
+    for (const std::string& property : test::switchesOfEveryFeature()) {
+        root_.setProperty(property, "true");
+    }
     sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5180\n");
     for (int round = 0; round < 5; ++round) {
         build();

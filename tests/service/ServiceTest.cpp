@@ -1,12 +1,10 @@
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <android/log.h>
@@ -14,11 +12,14 @@
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 
+#include "client/CorvidWifiClient.h"
+#include "config/FeatureList.h"
 #include "managers/P2pManager.h"
 #include "managers/TxPowerSettings.h"
 #include "service/CorvidWifiService.h"
 #include "tests/service/FakeClient.h"
 #include "tests/support/DeviceRoot.h"
+#include "tests/support/FeatureSwitches.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScriptedNl80211.h"
 #include "tests/support/ScriptedSupplicant.h"
@@ -41,6 +42,7 @@ namespace Ursa::OS::Wifi {
 namespace {
 
 using ::android::sp;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -53,57 +55,26 @@ using Peer = ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiS
 using DeviceType = ::vendor::corvid::hardware::wifi::V1_0::P2pDeviceType;
 namespace wire = ::vendor::corvid::hardware::wifi::V1_0;
 
-/**
- * The root that the process starts with: the daemon looks at the environment once, before main(),
- * for the supplicant's socket folder. Each test makes that folder lead to its own.
- */
-std::string& startRoot() {
-    static auto* const path = new std::string;
-    return *path;
-}
-
-__attribute__((constructor(101))) void makeStartRoot() {
-    std::string path = "/tmp/corvid-wifi.XXXXXX";
-    if (mkdtemp(path.data()) == nullptr || setenv("CORVID_WIFI_ROOT", path.c_str(), 1) != 0) {
-        abort();
-    }
-    startRoot() = path;
-    atexit([] {
-        std::error_code ignored;
-        std::filesystem::remove_all(startRoot(), ignored);
-    });
-}
-
 class ServiceTest : public testing::Test {
   protected:
-    ServiceTest() {
-        namespace fs = std::filesystem;
-        const fs::path folder = startRoot() + "/data/vendor/wifi/wpa";
-        fs::create_directories(folder);
-        fs::remove(folder / "sockets");
-        fs::create_directory_symlink(root_.socketDirectory(), folder / "sockets");
-        sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5180\n");
-    }
+    ServiceTest() { sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5180\n"); }
 
     void switchOn(const std::string& property) const {
         root_.setProperty("persist.vendor.wifi." + property, "true");
     }
 
     void switchEverythingOn() const {
-        for (const char* property :
-             {"cmd.cs.p2p.corvid", "cmd.noa.p2p", "cmd.mcc.quota", "cmd.elna.bypass.mode",
-              "scs.enable", "txchain.enable.p2p", "txpower.enable.sta", "txpower.enable.p2p",
-              "devparams.enable", "powerjump.detect.enable", "telemetry.enable", "mipiclock.enable",
-              "frequency.block.enable"}) {
-            switchOn(property);
+        for (const std::string& property : test::switchesOfEveryFeature()) {
+            root_.setProperty(property, "true");
         }
     }
 
-    /** Builds the service and waits until its client is connected; forgets what was logged. */
+    /** Creates the service and waits until its client is connected; forgets what was logged. */
     void start() {
-        service_ = new CorvidWifiService;
-        ASSERT_TRUE(log_.waitFor("[WPA-STA] Connected to supplicant socket: " + startRoot() +
-                                 "/data/vendor/wifi/wpa/sockets/wlan0"));
+        service_ =
+            new CorvidWifiService(std::make_shared<CorvidWifiClient>(root_.socketDirectory()));
+        ASSERT_TRUE(log_.waitFor(
+            "[WPA-STA] Connected to supplicant socket: " + root_.socketDirectory() + "wlan0"));
         log_.clear();
     }
 
@@ -173,69 +144,77 @@ class ServiceTest : public testing::Test {
 
 // Dump
 
-TEST_F(ServiceTest, ADumpWithoutPropertiesListsFourManagersAsEnabledAndThirteenAsDisabled) {
+/** The features by their label, which is the order of the dump. */
+std::map<std::string, FeatureInfo> featuresByLabel() {
+    std::map<std::string, FeatureInfo> features;
+    for (const FeatureInfo& feature : kFeatureTable) {
+        features.emplace(feature.dumpLabel, feature);
+    }
+    return features;
+}
+
+TEST_F(ServiceTest, DumpWithoutPropertiesListsFourManagersAsEnabledAndTheOthersAsDisabled) {
     start();
     nl80211_.setStationBandwidth(3);
+    std::map<std::string, std::string> parts = {
+        {"AssocStartedManager", ": Enabled\n"},
+        {"ChannelSwitchManager", ": Disabled\n"},
+        {"CoexManager", ": Disabled\n"},
+        {"DevParamsManager", ": Disabled\n"},
+        {"ElnaManager", ": Disabled\n"},
+        {"FrequencyBlockManager", ": Disabled\n"},
+        {"MccTimeManager", ": Disabled\n"},
+        {"MipiClockManager", ": Disabled\n"},
+        {"NoaManager", ": Disabled\n"},
+        {"P2pManager", ": Enabled\n\tP2P frequency: -1\n\tP2P bandwidth: -1\n"},
+        {"PowerJumpDetectManager", ": Disabled\n"},
+        {"RegdomManager", ": Enabled\n"},
+        {"ScsManager", ": Disabled\n"},
+        {"StaManager", ": Enabled\n\tSTA frequency: 5180\n\tSTA rssi: -50\n\tSTA bandwidth: 80\n"},
+        {"TelemetryManager", ": Disabled\n"},
+        {"TxChainManager", ": Disabled\n"},
+        {"TxPowerManager", ": Disabled\n"},
+    };
+    for (const auto& [label, feature] : featuresByLabel()) {
+        parts.emplace(label, ": Disabled\n");  // a feature that is not named above
+    }
+    std::string expected;
+    for (const auto& [label, text] : parts) {
+        expected += label + text;
+    }
     const std::string text = dump();
     const std::string end = "Process and Thread ID\n";
-    EXPECT_EQ(text.substr(0, text.find(end)),
-              "AssocStartedManager: Enabled\n"
-              "ChannelSwitchManager: Disabled\n"
-              "CoexManager: Disabled\n"
-              "DevParamsManager: Disabled\n"
-              "ElnaManager: Disabled\n"
-              "FrequencyBlockManager: Disabled\n"
-              "MccTimeManager: Disabled\n"
-              "MipiClockManager: Disabled\n"
-              "NoaManager: Disabled\n"
-              "P2pManager: Enabled\n"
-              "\tP2P frequency: -1\n"
-              "\tP2P bandwidth: -1\n"
-              "PowerJumpDetectManager: Disabled\n"
-              "RegdomManager: Enabled\n"
-              "ScsManager: Disabled\n"
-              "StaManager: Enabled\n"
-              "\tSTA frequency: 5180\n"
-              "\tSTA rssi: -50\n"
-              "\tSTA bandwidth: 80\n"
-              "TelemetryManager: Disabled\n"
-              "TxChainManager: Disabled\n"
-              "TxPowerManager: Disabled\n");
+    EXPECT_EQ(text.substr(0, text.find(end)), expected);
     EXPECT_THAT(text.substr(text.find(end)),
                 HasSubstr("\n\tCorvidWifiManager: " + std::to_string(gettid()) + "\n"));
 }
 
-TEST_F(ServiceTest, ADumpWarnsOfEachManagerThatIsMissingByItsClassName) {
+TEST_F(ServiceTest, DumpWarnsOfEachMissingManagerByItsClassNameInTheOrderOfTheLabels) {
     start();
     dump();
-    EXPECT_THAT(warnings(), ElementsAre(missing("ChannelSwitchManager"), missing("CoexManager"),
-                                        missing("DevParamsManager"), missing("ElnaBypassManager"),
-                                        missing("FrequencyBlockManager"), missing("MccTimeManager"),
-                                        missing("MipiClockManager"), missing("NoaManager"),
-                                        missing("PowerJumpDetectManager"), missing("ScsManager"),
-                                        missing("TelemetryManager"), missing("TxChainManager"),
-                                        missing("TxPowerManager")));
+    std::vector<std::string> expected;
+    for (const auto& [label, feature] : featuresByLabel()) {
+        if (!test::switchesOf(feature).empty()) {
+            expected.push_back(missing(std::string(feature.managerName)));
+        }
+    }
+    EXPECT_EQ(warnings(), expected);
+    EXPECT_THAT(expected, Contains(missing("ElnaBypassManager")));
 }
 
-TEST_F(ServiceTest, ADumpWithEveryFeatureListsAllInAlphabeticalOrderElnaByItsShortName) {
+TEST_F(ServiceTest, DumpWithEveryFeatureListsAllAsEnabledWithoutAWarning) {
     switchEverythingOn();
     start();
-    const std::string text = dump();
+    std::istringstream lines(dump());
     std::vector<std::string> top;
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = text.find('\n', begin);
-        if (text[begin] != '\t') {
-            top.push_back(text.substr(begin, end - begin));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.front() != '\t') {
+            top.push_back(line);
         }
-        begin = end + 1;
     }
     std::vector<std::string> expected;
-    for (const char* name :
-         {"AssocStartedManager", "ChannelSwitchManager", "CoexManager", "DevParamsManager",
-          "ElnaManager", "FrequencyBlockManager", "MccTimeManager", "MipiClockManager",
-          "NoaManager", "P2pManager", "PowerJumpDetectManager", "RegdomManager", "ScsManager",
-          "StaManager", "TelemetryManager", "TxChainManager", "TxPowerManager"}) {
-        expected.push_back(std::string(name) + ": Enabled");
+    for (const auto& [label, feature] : featuresByLabel()) {
+        expected.push_back(label + ": Enabled");
     }
     expected.emplace_back("Process and Thread ID");
     EXPECT_EQ(top, expected);
@@ -351,8 +330,8 @@ TEST_F(ServiceTest, ADisplaySwitchesThePowerAndTheChainsOfLaterGroupsOffAndTheCo
     nl80211_.setInterfaces({"wlan0", "p2p-wlan0-0"});
     start();
     p2p_ = std::make_unique<test::ScriptedSupplicant>(root_.socketDirectory() + "p2p-wlan0-0");
-    ASSERT_TRUE(log_.waitFor("[WPA-P2P] Connected to supplicant socket: " + startRoot() +
-                             "/data/vendor/wifi/wpa/sockets/p2p-wlan0-0"));
+    ASSERT_TRUE(log_.waitFor(
+        "[WPA-P2P] Connected to supplicant socket: " + root_.socketDirectory() + "p2p-wlan0-0"));
     // On 2.4 GHz a group's power follows the toggle; a group's end is always answered by a command.
     const auto group = [&](size_t groups) {
         p2p_->sendEvent("P2P-GROUP-STARTED p2p-wlan0-0 GO freq=2437 go_dev_addr=x");

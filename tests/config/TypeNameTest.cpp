@@ -1,19 +1,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "service/CorvidWifiManager.h"
+#include "config/FeatureList.h"
 
 namespace Ursa::OS::Wifi {
 
 namespace {
 
-TEST(TypeName, IsTheBareNameOfAManagersClass) {
+TEST(TypeName, OfAManagerIsTheBareNameOfItsClass) {
     EXPECT_EQ(typeName<StaManager>(), "StaManager");
     EXPECT_EQ(typeName<ChannelSwitchManager>(), "ChannelSwitchManager");
     EXPECT_EQ(typeName<P2pManager>(), "P2pManager");
 }
 
-TEST(TypeName, IsKnownToTheCompiler) {
+TEST(TypeName, IsAConstantExpression) {
     static_assert(typeName<TxPowerManager>().size() == sizeof("TxPowerManager") - 1);
 }
 

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+#include <tuple>
+
+#include "config/CorvidWifiProperties.h"
+
+namespace Ursa::OS::Wifi {
+
+/** The bare name of a class, as in its log lines and in the dump: "StaManager". */
+template <typename Type>
+constexpr auto typeName() {
+    // clang ends the signature with "= Ursa::OS::Wifi::StaManager]", gcc leaves out the namespace
+    // that this function is in itself: "= StaManager]".
+    std::string_view name = __PRETTY_FUNCTION__;
+    name.remove_suffix(name.size() - name.rfind(']'));
+    name.remove_prefix(name.find_last_of(": ") + 1);
+    return name;
+}
+
+/** What the list below says of a feature, but for its manager's type. */
+struct FeatureInfo {
+    using Switch = const Property<bool>*;
+
+    std::string_view managerName;    ///< the class, as the log names it
+    std::string_view dumpLabel;      ///< its line in the dump
+    std::array<Switch, 2> switches;  ///< either switches it on; null: no further; none: always on
+    bool tellsClients = false;       ///< its events are relayed to the registered clients
+};
+
+/** A line of the list below: the feature of one manager. */
+template <typename ManagerType>
+struct Feature : FeatureInfo {
+    using Manager = ManagerType;
+
+    /** On when one of `properties` is true (unset counts as false); without any, always. */
+    template <typename... Properties>
+    constexpr explicit Feature(const Properties&... properties)
+        : FeatureInfo{typeName<Manager>(), typeName<Manager>(), {&properties...}} {}
+
+    constexpr Feature labelled(std::string_view label) const {
+        Feature changed = *this;
+        changed.dumpLabel = label;
+        return changed;
+    }
+
+    constexpr Feature tellingClients() const {
+        Feature changed = *this;
+        changed.tellsClients = true;
+        return changed;
+    }
+};
+
+/**
+ * The features. The position is the feature's number: managers are created in this order and
+ * destroyed in the opposite one, and a manager may look up those above it. A new one goes to the
+ * end. ("class" declares the manager: config/ knows no more of it than the name.)
+ */
+// clang-format off
+inline constexpr std::tuple kFeatures{
+    /*  0 */ Feature<class StaManager>(),
+    /*  1 */ Feature<class P2pManager>(),
+    /*  2 */ Feature<class AssocStartedManager>().tellingClients(),
+    /*  3 */
+    Feature<class ChannelSwitchManager>(property::cmd_cs_p2p_corvid, property::cmd_cs_p2p_ecsa)
+        .tellingClients(),
+    /*  4 */ Feature<class NoaManager>(property::cmd_noa_p2p),
+    /*  5 */
+    Feature<class MccTimeManager>(property::cmd_mcc_p2p_increase_bw, property::cmd_mcc_quota),
+    /*  6 */
+    Feature<class ElnaBypassManager>(property::cmd_elna_bypass_mode)
+        .labelled("ElnaManager"),
+    /*  7 */ Feature<class RegdomManager>().tellingClients(),
+    /*  8 */ Feature<class ScsManager>(property::scs_enable),
+    /*  9 */ Feature<class TxChainManager>(property::txchain_enable_p2p),
+    /* 10 */
+    Feature<class TxPowerManager>(property::txpower_enable_sta, property::txpower_enable_p2p),
+    /* 11 */ Feature<class DevParamsManager>(property::devparams_enable),
+    /* 12 */ Feature<class PowerJumpDetectManager>(property::power_jump_detect_enable),
+    /* 13 */ Feature<class TelemetryManager>(property::telemetry_enable),
+    /* 14 */
+    Feature<class CoexManager>(property::frequency_block_enable, property::mipiclock_enable),
+    /* 15 */ Feature<class MipiClockManager>(property::mipiclock_enable),
+    /* 16 */ Feature<class FrequencyBlockManager>(property::frequency_block_enable),
+};
+// clang-format on
+
+/** The same without the managers' types: a feature's number is the index. */
+inline constexpr auto kFeatureTable = std::apply(
+    [](const auto&... feature) { return std::array{static_cast<const FeatureInfo&>(feature)...}; },
+    kFeatures);
+
+}  // namespace Ursa::OS::Wifi
