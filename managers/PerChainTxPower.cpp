@@ -15,32 +15,27 @@ std::string toString(const ChainLimits& limits) {
 
 }  // namespace
 
-int PerChainTxPower::kLowRssiBoundLower = -85;
-int PerChainTxPower::kLowRssiBoundUpper = -75;
-ChainLimits PerChainTxPower::kPowerLimitDefaultDbmArray = {20, 20};
-ChainLimits PerChainTxPower::kPowerLimitLowRssiDbmArray = {13, 20};
-
 PerChainTxPower::PerChainTxPower(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {}
 
 void PerChainTxPower::setParameters(int lowRssiLower, int lowRssiUpper, unsigned defaultDbm0,
                                     unsigned defaultDbm1, unsigned lowDbm0, unsigned lowDbm1) {
-    kLowRssiBoundLower = lowRssiLower;
-    kLowRssiBoundUpper = lowRssiUpper;
-    kPowerLimitDefaultDbmArray = {defaultDbm0, defaultDbm1};
-    kPowerLimitLowRssiDbmArray = {lowDbm0, lowDbm1};
+    lowRssiBoundLower_ = lowRssiLower;
+    lowRssiBoundUpper_ = lowRssiUpper;
+    defaultDbm_ = {defaultDbm0, defaultDbm1};
+    lowRssiDbm_ = {lowDbm0, lowDbm1};
 }
 
-const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) {
-    const bool lowRssi = kLowRssiBoundLower < rssi && rssi < kLowRssiBoundUpper;
+const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) const {
+    const bool lowRssi = lowRssiBoundLower_ < rssi && rssi < lowRssiBoundUpper_;
     const bool is2Ghz = freq >= 1 && freq < kFirst5GhzFrequency;
-    return lowRssi && is2Ghz ? kPowerLimitLowRssiDbmArray : kPowerLimitDefaultDbmArray;
+    return lowRssi && is2Ghz ? lowRssiDbm_ : defaultDbm_;
 }
 
 void PerChainTxPower::update(int rssi, int freq) {
     const ChainLimits& target = chooseLimits(rssi, freq);
     for (size_t chain = 0; chain < target.size(); ++chain) {
-        unsigned& current = currentDbmArray_[chain];
+        unsigned& current = currentDbm_[chain];
         if (current != target[chain] && setSingleChainLimit_(current, static_cast<int>(chain))) {
             current = target[chain];
         }
@@ -59,13 +54,11 @@ bool PerChainTxPower::setSingleChainLimit_(unsigned dbm, int chain) {
 
 std::string PerChainTxPower::dump(const std::string& prefix) const {
     return prefix + "PerChainTxPower: enabled\n" +                                          //
-           prefix + "  kLowRssiBoundLower: " + std::to_string(kLowRssiBoundLower) + "\n" +  //
-           prefix + "  kLowRssiBoundUpper: " + std::to_string(kLowRssiBoundUpper) + "\n" +  //
-           prefix + "  kPowerLimitDefaultDbmArray: " + toString(kPowerLimitDefaultDbmArray) +
-           "\n" +  //
-           prefix + "  kPowerLimitLowRssiDbmArray: " + toString(kPowerLimitLowRssiDbmArray) +
-           "\n" +  //
-           prefix + "  currentDbmArray: " + toString(currentDbmArray_) + "\n";
+           prefix + "  kLowRssiBoundLower: " + std::to_string(lowRssiBoundLower_) + "\n" +  //
+           prefix + "  kLowRssiBoundUpper: " + std::to_string(lowRssiBoundUpper_) + "\n" +  //
+           prefix + "  kPowerLimitDefaultDbmArray: " + toString(defaultDbm_) + "\n" +       //
+           prefix + "  kPowerLimitLowRssiDbmArray: " + toString(lowRssiDbm_) + "\n" +       //
+           prefix + "  currentDbmArray: " + toString(currentDbm_) + "\n";
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -21,21 +21,19 @@ class PerChainTxPower {
     explicit PerChainTxPower(std::shared_ptr<CorvidWifiClient> client);
 
     /**
-     * Sets the parameters of every instance: the exclusive bounds of the low-signal range (dBm) and
-     * the limits (dBm) of chain 0 and 1 outside and inside of it. Called once, before any update,
-     * with the values of TxPowerSettings: a change of their properties needs a restart.
+     * The exclusive bounds of the low-signal range (dBm) and the limits (dBm) of chain 0 and 1
+     * outside and inside of it. Sends nothing, and leaves what is current as it is.
      */
-    static void setParameters(int lowRssiLower, int lowRssiUpper, unsigned defaultDbm0,
-                              unsigned defaultDbm1, unsigned lowDbm0, unsigned lowDbm1);
+    void setParameters(int lowRssiLower, int lowRssiUpper, unsigned defaultDbm0,
+                       unsigned defaultDbm1, unsigned lowDbm0, unsigned lowDbm1);
 
     /** The limits for a signal (dBm) on a frequency (MHz); -1, -1 for no link. */
-    static const ChainLimits& chooseLimits(int rssi, int freq);
+    const ChainLimits& chooseLimits(int rssi, int freq) const;
 
     /**
      * Sends the command of each chain whose limit for this signal (dBm) on this frequency (MHz)
-     * changes. The command carries the limit that was current until now, one change behind what is
-     * stored: that is how the driver is served, and it stays so. A chain whose command can't be
-     * sent keeps its old limit.
+     * changes. It carries the previous limit, not the new one: the driver applies limits one change
+     * late and deployed firmware relies on it. A chain whose command can't be sent keeps its limit.
      */
     void update(int rssi, int freq);
 
@@ -45,13 +43,12 @@ class PerChainTxPower {
   private:
     bool setSingleChainLimit_(unsigned dbm, int chain);
 
-    static int kLowRssiBoundLower;
-    static int kLowRssiBoundUpper;
-    static ChainLimits kPowerLimitDefaultDbmArray;
-    static ChainLimits kPowerLimitLowRssiDbmArray;
-
     const std::shared_ptr<CorvidWifiClient> client_;
-    ChainLimits currentDbmArray_ = kPowerLimitDefaultDbmArray;
+    int lowRssiBoundLower_ = -85;
+    int lowRssiBoundUpper_ = -75;
+    ChainLimits defaultDbm_ = {20, 20};
+    ChainLimits lowRssiDbm_ = {13, 20};
+    ChainLimits currentDbm_ = defaultDbm_;  ///< not of the parameters that are set later
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -10,24 +10,21 @@
 
 namespace Ursa::OS::Wifi {
 
-namespace {
-
-/** dBm; read at its first use in the process and kept. */
-int rssiThreshold() {
-    static const int value = Sysprop::corvid_wifi_power_jump_detect_rssi_threshold(-55);
-    return value;
-}
-
-}  // namespace
-
-PowerJumpDetectManager::PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client)
-    : client_(std::move(client)) {
+PowerJumpDetectManager::PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client,
+                                               const ReadOnce<int>& rssiThreshold)
+    : client_(std::move(client)), rssiThreshold_(rssiThreshold) {
     setCallback_();
 }
 
 PowerJumpDetectManager::~PowerJumpDetectManager() {
     staDisconnected_.reset();
     staConnected_.reset();
+}
+
+const ReadOnce<int>& PowerJumpDetectManager::rssiThresholdOfProcess() {
+    static const ReadOnce<int> threshold{Sysprop::corvid_wifi_power_jump_detect_rssi_threshold,
+                                         -55};
+    return threshold;
 }
 
 void PowerJumpDetectManager::setCallback_() {
@@ -46,7 +43,7 @@ void PowerJumpDetectManager::setCallback_() {
 void PowerJumpDetectManager::onStaConnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
     client_->recordTask("PowerJumpDetectManager.onStaConnected");
-    const bool weak2Ghz = result.rssi < rssiThreshold() && result.frequency < kFirst5GhzFrequency;
+    const bool weak2Ghz = result.rssi < rssiThreshold_() && result.frequency < kFirst5GhzFrequency;
     const State wanted = weak2Ghz ? State::OFF : State::ON;
     if (wanted != state_) {
         WIFI_LOGI("%s rssi:%d freq:%d", result.event.c_str(), result.rssi, result.frequency);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "client/CallbackMapRegister.h"
+#include "config/ReadOnce.h"
 #include "managers/FeatureManager.h"
 #include "managers/StaManager.h"
 #include "os/Mutex.h"
@@ -20,8 +21,13 @@ class PowerJumpDetectManager : public FeatureManager {
   public:
     enum class State { UNSET = 0, ON = 1, OFF = 2 };
 
-    explicit PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client);
+    /** `rssiThreshold` (dBm) outlives the manager; tests give their own. */
+    explicit PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient> client,
+                                    const ReadOnce<int>& rssiThreshold = rssiThresholdOfProcess());
     ~PowerJumpDetectManager() override;
+
+    /** The configured threshold (dBm); what was read once holds until the process ends. */
+    static const ReadOnce<int>& rssiThresholdOfProcess();
 
   private:
     void setCallback_();
@@ -31,6 +37,7 @@ class PowerJumpDetectManager : public FeatureManager {
     void setPowerJumpDetect_(State state) REQUIRES(handlerMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;
+    const ReadOnce<int>& rssiThreshold_;
     /** Held by both handlers for their whole run, the command included, deliberately. */
     Mutex handlerMutex_;
     std::function<void(const StaResult&)> staConnectedHandler_;

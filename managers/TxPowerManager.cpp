@@ -6,7 +6,6 @@
 #include "client/SupplicantParser.h"
 #include "config/CorvidWifiProperties.h"
 #include "managers/P2pManager.h"
-#include "managers/TxPowerSettings.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -25,42 +24,41 @@ bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtrack
 
 }  // namespace
 
-unsigned nextPowerStep(unsigned current, int rssi) {
-    using namespace TxPowerSettings;
-    if (current == upper()) {
-        if (rssi > rssiUpper()) {
-            return lower();
+unsigned nextPowerStep(const TxPowerSettings& settings, unsigned current, int rssi) {
+    if (current == settings.upper()) {
+        if (rssi > settings.rssiUpper()) {
+            return settings.lower();
         }
-        return rssi > rssiMiddleLower() ? middle() : upper();
+        return rssi > settings.rssiMiddleLower() ? settings.middle() : settings.upper();
     }
-    if (current == middle()) {
-        if (rssi < rssiLower()) {
-            return upper();
+    if (current == settings.middle()) {
+        if (rssi < settings.rssiLower()) {
+            return settings.upper();
         }
-        return rssi > rssiUpper() ? lower() : middle();
+        return rssi > settings.rssiUpper() ? settings.lower() : settings.middle();
     }
-    if (current == lower()) {
-        if (rssi < rssiLower()) {
-            return upper();
+    if (current == settings.lower()) {
+        if (rssi < settings.rssiLower()) {
+            return settings.upper();
         }
-        return rssi < rssiMiddleUpper() ? middle() : lower();
+        return rssi < settings.rssiMiddleUpper() ? settings.middle() : settings.lower();
     }
-    return upper();
+    return settings.upper();
 }
 
-TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client)
+TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client,
+                               const TxPowerSettings& settings)
     : client_(std::move(client)),
-      perChainMode_(TxPowerSettings::perChain()),
-      handTracking_(isHandTrackingMode()),
+      settings_(settings),
+      perChainMode_(settings_.perChain()),
       perChain_(client_) {
-    PerChainTxPower::setParameters(
-        TxPowerSettings::perChainLowRssiLower(), TxPowerSettings::perChainLowRssiUpper(),
-        TxPowerSettings::perChainDefaultDbm0(), TxPowerSettings::perChainDefaultDbm1(),
-        TxPowerSettings::perChainLowDbm0(), TxPowerSettings::perChainLowDbm1());
-    if (TxPowerSettings::staEnabled()) {
+    perChain_.setParameters(settings_.perChainLowRssiLower(), settings_.perChainLowRssiUpper(),
+                            settings_.perChainDefaultDbm0(), settings_.perChainDefaultDbm1(),
+                            settings_.perChainLowDbm0(), settings_.perChainLowDbm1());
+    if (settings_.staEnabled()) {
         setStaCallback_();
     }
-    if (TxPowerSettings::p2pEnabled()) {
+    if (settings_.p2pEnabled()) {
         std::vector<WifiClientCallbackItem> items;
         setP2pCallback_(items);
         p2pSubscription_ = std::make_unique<WifiClientCallback>(client_, items);
@@ -121,14 +119,11 @@ void TxPowerManager::setP2pInfo(P2pInfo&& info) {
 
 bool TxPowerManager::calculateDbm_(int rssi, int freq, unsigned& dbm) {
     bool adapted = freq >= kFirstAdaptedFrequency;
-    if (adapted) {
-        handTracking_ = isHandTrackingMode();
-        if (handTracking_) {
-            MutexLock lock(configMutex_);
-            adapted = handTrackingAdaptation_;
-        }
+    if (adapted && isHandTrackingMode()) {
+        MutexLock lock(configMutex_);
+        adapted = handTrackingAdaptation_;
     }
-    const unsigned step = adapted ? nextPowerStep(dbm, rssi) : TxPowerSettings::upper();
+    const unsigned step = adapted ? nextPowerStep(settings_, dbm, rssi) : settings_.upper();
     const bool changed = step != dbm;
     dbm = step;
     return changed;
@@ -138,7 +133,7 @@ bool TxPowerManager::setTxPower_(unsigned value, NetInterfaceType interfaceType)
     if (interfaceType == NetInterfaceType::STA && !staToggle_) {
         return false;
     }
-    const unsigned power = TxPowerSettings::unitIsHalfDbm() ? value >> 1 : value;
+    const unsigned power = settings_.unitIsHalfDbm() ? value >> 1 : value;
     (interfaceType == NetInterfaceType::STA ? staTxPower_ : p2pTxPower_) = power;
 
     const std::string command = "DRIVER SET_TXPOWER " + std::to_string(power);
@@ -172,7 +167,7 @@ void TxPowerManager::onStaDisconnected_(const StaResult& result) {
     if (perChainMode_) {
         perChain_.update(result.rssi, result.frequency);
     } else {
-        setTxPower_(TxPowerSettings::upper(), NetInterfaceType::STA);
+        setTxPower_(settings_.upper(), NetInterfaceType::STA);
         // The last step stays as it is, deliberately.
     }
 }
@@ -192,9 +187,9 @@ void TxPowerManager::onP2pStarted_(const std::string& event) {
     p2pFrequency_ = frequency;
     setP2pInfo({frequency, -1});
     if (frequency > kLast2GhzFrequency) {
-        setTxPower_(TxPowerSettings::upper(), NetInterfaceType::P2P);  // whatever the toggle
+        setTxPower_(settings_.upper(), NetInterfaceType::P2P);  // whatever the toggle
     } else if (p2pToggle_) {
-        setTxPower_(TxPowerSettings::p2p(), NetInterfaceType::P2P);
+        setTxPower_(settings_.p2p(), NetInterfaceType::P2P);
     }
 }
 
@@ -204,7 +199,7 @@ void TxPowerManager::onP2pStopped_(const std::string& event) {
     client_->recordTask("TxPowerManager.onP2pStopped");
     p2pFrequency_ = -1;
     setP2pInfo({-1, -1});
-    setTxPower_(TxPowerSettings::upper(), NetInterfaceType::P2P);
+    setTxPower_(settings_.upper(), NetInterfaceType::P2P);
 }
 
 bool TxPowerManager::dumpInfo(std::string& out) {

@@ -13,6 +13,7 @@
 #include "managers/FeatureManager.h"
 #include "managers/PerChainTxPower.h"
 #include "managers/StaManager.h"
+#include "managers/TxPowerSettings.h"
 #include "os/Mutex.h"
 
 namespace Ursa::OS::Wifi {
@@ -33,7 +34,7 @@ struct P2pInfo;
  *
  * Rows and columns are tried in this order, so that of steps configured equal the earlier wins.
  */
-unsigned nextPowerStep(unsigned current, int rssi);
+unsigned nextPowerStep(const TxPowerSettings& settings, unsigned current, int rssi);
 
 /**
  * Sets the transmit power of the station, by the signal, and of the P2P group, by its band.
@@ -43,7 +44,9 @@ unsigned nextPowerStep(unsigned current, int rssi);
  */
 class TxPowerManager : public FeatureManager {
   public:
-    explicit TxPowerManager(std::shared_ptr<CorvidWifiClient> client);
+    /** `settings` outlives the manager; tests give their own. */
+    explicit TxPowerManager(std::shared_ptr<CorvidWifiClient> client,
+                            const TxPowerSettings& settings = TxPowerSettings::ofProcess());
     ~TxPowerManager() override;
 
     /** Gates later commands: all of the station's, and the P2P group's on 2.4 GHz. */
@@ -71,10 +74,10 @@ class TxPowerManager : public FeatureManager {
     bool setTxPower_(unsigned value, NetInterfaceType interfaceType) REQUIRES(handlerMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;
+    const TxPowerSettings& settings_;
     std::atomic<bool> p2pToggle_{true};
     std::atomic<bool> staToggle_{true};
     const bool perChainMode_;
-    bool handTracking_ GUARDED_BY(handlerMutex_);
     bool handTrackingAdaptation_ GUARDED_BY(configMutex_) = true;
     int32_t p2pFrequency_ GUARDED_BY(handlerMutex_) = -1;  ///< MHz
     /** What the last successful station command set, in configured units. */

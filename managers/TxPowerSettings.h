@@ -1,36 +1,50 @@
 #pragma once
 
-// The configured values of station and P2P power control. Each is read from its system property at
-// its first use in the process and kept from then on, whatever is set later. Any thread.
+#include "config/CorvidWifiProperties.h"
+#include "config/ReadOnce.h"
 
-namespace Ursa::OS::Wifi::TxPowerSettings {
+namespace Ursa::OS::Wifi {
 
-bool staEnabled();
-bool p2pEnabled();
-/** Whether the station's power is limited per chain, in the place of its steps. */
-bool perChain();
+/**
+ * The configured values of station and P2P power control, each with its property and default. Each
+ * is read at its own first use and kept. Any thread.
+ */
+struct TxPowerSettings {
+    /** Those of the process: what was read once holds for every manager until it ends. */
+    static const TxPowerSettings& ofProcess() {
+        static const TxPowerSettings settings{};
+        return settings;
+    }
 
-// Power steps in dBm; in half dBm when unitIsHalfDbm().
-unsigned upper();
-unsigned middle();
-unsigned lower();
-/** P2P power on 2.4 GHz. */
-unsigned p2p();
-bool unitIsHalfDbm();
+    ReadOnce<bool> staEnabled{Sysprop::corvid_wifi_txpower_enable_sta, false};
+    ReadOnce<bool> p2pEnabled{Sysprop::corvid_wifi_txpower_enable_p2p, false};
+    /** Whether the station's power is limited per chain, in the place of its steps. */
+    ReadOnce<bool> perChain{Sysprop::corvid_wifi_txpower_enable_sta_per_chain, false};
 
-// Signal thresholds of the station's steps, dBm.
-int rssiUpper();
-int rssiMiddleUpper();
-int rssiMiddleLower();
-int rssiLower();
+    // Power steps in dBm; in half dBm if unitIsHalfDbm.
+    ReadOnce<unsigned> upper{Sysprop::corvid_wifi_txpower_dbm_upper, 20};
+    ReadOnce<unsigned> middle{Sysprop::corvid_wifi_txpower_dbm_middle, 9};
+    ReadOnce<unsigned> lower{Sysprop::corvid_wifi_txpower_dbm_lower, 5};
+    /** P2P power on 2.4 GHz. */
+    ReadOnce<unsigned> p2p{Sysprop::corvid_wifi_txpower_dbm_p2p, 12};
+    ReadOnce<bool> unitIsHalfDbm{Sysprop::corvid_wifi_txpower_unit_half_dbm, false};
 
-// Of the limits per chain: the exclusive bounds of the low-signal range, dBm, and the limits of
-// chain 0 and 1 outside and inside of it, dBm.
-int perChainLowRssiLower();
-int perChainLowRssiUpper();
-unsigned perChainDefaultDbm0();
-unsigned perChainDefaultDbm1();
-unsigned perChainLowDbm0();
-unsigned perChainLowDbm1();
+    // Signal thresholds of the station's steps, dBm.
+    ReadOnce<int> rssiUpper{Sysprop::corvid_wifi_txpower_rssi_upper, -55};
+    ReadOnce<int> rssiMiddleUpper{Sysprop::corvid_wifi_txpower_rssi_middle_upper, -60};
+    ReadOnce<int> rssiMiddleLower{Sysprop::corvid_wifi_txpower_rssi_middle_lower, -65};
+    ReadOnce<int> rssiLower{Sysprop::corvid_wifi_txpower_rssi_lower, -70};
 
-}  // namespace Ursa::OS::Wifi::TxPowerSettings
+    // Per-chain control: the exclusive bounds of the low-signal range, dBm, and the limits of chain
+    // 0 and 1 outside and inside of it, dBm.
+    ReadOnce<int> perChainLowRssiLower{Sysprop::corvid_wifi_txpower_perchain_low_rssi_lower, -85};
+    ReadOnce<int> perChainLowRssiUpper{Sysprop::corvid_wifi_txpower_perchain_low_rssi_upper, -75};
+    ReadOnce<unsigned> perChainDefaultDbm0{Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm0,
+                                           20};
+    ReadOnce<unsigned> perChainDefaultDbm1{Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm1,
+                                           20};
+    ReadOnce<unsigned> perChainLowDbm0{Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm0, 13};
+    ReadOnce<unsigned> perChainLowDbm1{Sysprop::corvid_wifi_txpower_perchain_limit_low_dbm1, 20};
+};
+
+}  // namespace Ursa::OS::Wifi

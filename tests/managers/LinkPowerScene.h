@@ -10,37 +10,36 @@
 
 #include "managers/P2pManager.h"
 #include "managers/StaManager.h"
-#include "tests/managers/OwnProcess.h"
 #include "tests/support/ManagerTest.h"
 
 namespace Ursa::OS::Wifi {
 
-using test::inOwnProcess;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 /**
- * What ManagerTest makes, as an object: the managers of link power read their settings once per
- * process, so each test makes its scene in a process of its own, see inOwnProcess(). StaManager and
- * P2pManager are there; the station's signal is played by the test, past the supplicant.
+ * For the managers of link power. StaManager and P2pManager are there; the station's signal is
+ * played by the test, past the supplicant.
  */
 class LinkPowerScene : public ManagerTest {
-  public:
+  protected:
     using Properties = std::vector<std::pair<std::string, std::string>>;
 
-    /** The properties are named without "persist.vendor.wifi."; `second` is StaManager's. */
-    explicit LinkPowerScene(const Properties& properties = {},
-                            std::chrono::milliseconds second = std::chrono::minutes(10)) {
-        for (const auto& [name, value] : properties) {
-            set(name, value);
-        }
+    /** `second` is StaManager's. */
+    explicit LinkPowerScene(std::chrono::milliseconds second = std::chrono::minutes(10)) {
         startP2p();
         composition_->sta = std::make_shared<StaManager>(client_, second);
         composition_->p2p = std::make_shared<P2pManager>(client_);
     }
 
+    // The properties are named without "persist.vendor.wifi.".
     void set(const std::string& property, std::string_view value) const {
         root_.setProperty("persist.vendor.wifi." + property, value);
+    }
+    void set(const Properties& properties) const {
+        for (const auto& [name, value] : properties) {
+            set(name, value);
+        }
     }
 
     /** A signal sample, as StaManager's worker brings it. The handlers have run at return. */
@@ -70,22 +69,7 @@ class LinkPowerScene : public ManagerTest {
     std::vector<std::string> staCommands() { return fresh_(sta_, staSeen_); }
     std::vector<std::string> p2pCommands() { return fresh_(*p2p_, p2pSeen_); }
 
-    using ManagerTest::client_;
-    using ManagerTest::composition_;
-    using ManagerTest::debugs;
-    using ManagerTest::deliver;
-    using ManagerTest::errors;
-    using ManagerTest::infos;
-    using ManagerTest::log_;
-    using ManagerTest::nl80211_;
-    using ManagerTest::p2p_;
-    using ManagerTest::restart;
-    using ManagerTest::root_;
-    using ManagerTest::sta_;
-
   private:
-    void TestBody() override {}  // not a test
-
     static std::vector<std::string> fresh_(const test::ScriptedSupplicant& supplicant,
                                            size_t& seen) {
         const std::vector<std::string> all = supplicant.commands("DRIVER ");
@@ -97,13 +81,5 @@ class LinkPowerScene : public ManagerTest {
     size_t staSeen_ = 0;
     size_t p2pSeen_ = 0;
 };
-
-// The switches of TxPowerManager.
-inline const LinkPowerScene::Properties kStaPower = {{"txpower.enable.sta", "true"}};
-inline const LinkPowerScene::Properties kP2pPower = {{"txpower.enable.p2p", "true"}};
-inline const LinkPowerScene::Properties kBothPowers = {{"txpower.enable.sta", "true"},
-                                                       {"txpower.enable.p2p", "true"}};
-inline const LinkPowerScene::Properties kChainPower = {{"txpower.enable.sta", "true"},
-                                                       {"txpower.enable.sta.per_chain", "true"}};
 
 }  // namespace Ursa::OS::Wifi

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "config/CorvidWifiProperties.h"
 #include "managers/DevParamsManager.h"
 #include "managers/PowerJumpDetectManager.h"
 #include "managers/TxChainManager.h"
@@ -50,17 +51,22 @@ std::string signalReply(int round) {
            "\nLINKSPEED=866\nFREQUENCY=" + (is2Ghz ? "2437" : "5180") + "\n";
 }
 
-void playEverything(const LinkPowerScene::Properties& properties) {
-    inOwnProcess([&] {
-        LinkPowerScene scene(properties, std::chrono::milliseconds(1));
-        scene.nl80211_.setInterfaces({"wlan0", "p2p-wlan0-0"});
-        auto txPower = std::make_unique<TxPowerManager>(scene.client_);
-        auto txChain = std::make_unique<TxChainManager>(scene.client_);
-        auto devParams = std::make_unique<DevParamsManager>(scene.client_);
-        auto powerJump = std::make_unique<PowerJumpDetectManager>(scene.client_);
+class LinkPowerThreads : public LinkPowerScene {
+  protected:
+    LinkPowerThreads() : LinkPowerScene(std::chrono::milliseconds(1)) {}
+
+    void playEverything(const Properties& properties) {
+        set(properties);
+        const TxPowerSettings settings{};
+        const ReadOnce<int> rssiThreshold{Sysprop::corvid_wifi_power_jump_detect_rssi_threshold,
+                                          -55};
+        nl80211_.setInterfaces({"wlan0", "p2p-wlan0-0"});
+        auto txPower = std::make_unique<TxPowerManager>(client_, settings);
+        auto txChain = std::make_unique<TxChainManager>(client_);
+        auto devParams = std::make_unique<DevParamsManager>(client_);
+        auto powerJump = std::make_unique<PowerJumpDetectManager>(client_, rssiThreshold);
         {
-            const Repeat signal(
-                [&](int round) { scene.sta_.answer("SIGNAL_POLL", signalReply(round)); });
+            const Repeat signal([&](int round) { sta_.answer("SIGNAL_POLL", signalReply(round)); });
             const Repeat service([&](int round) {
                 const bool odd = round % 2 != 0;
                 txPower->updateTxPowerConfig(odd);
@@ -69,35 +75,35 @@ void playEverything(const LinkPowerScene::Properties& properties) {
                 txChain->toggleFeature(odd);
                 std::string text;
                 EXPECT_TRUE(txPower->dumpInfo(text));
-                scene.set("txpower.enable.handtracking", odd ? "true" : "false");
+                set("txpower.enable.handtracking", odd ? "true" : "false");
             });
             for (int round = 0; round < kRounds; ++round) {
-                scene.deliver(NetInterfaceType::STA,
-                              "CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed");
-                scene.p2pStarted(round % 2 == 0 ? 2437 : 5180);
-                scene.p2pSwitched(5745);
-                EXPECT_TRUE(scene.sta_.waitForCommands(
-                    "SIGNAL_POLL", scene.sta_.commands("SIGNAL_POLL").size() + 2));
+                deliver(NetInterfaceType::STA,
+                        "CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed");
+                p2pStarted(round % 2 == 0 ? 2437 : 5180);
+                p2pSwitched(5745);
+                EXPECT_TRUE(
+                    sta_.waitForCommands("SIGNAL_POLL", sta_.commands("SIGNAL_POLL").size() + 2));
                 if (round % 3 == 0) {
-                    scene.deliver(NetInterfaceType::STA,
-                                  "CTRL-EVENT-DISCONNECTED bssid=02:00:00:00:00:01 reason=3");
+                    deliver(NetInterfaceType::STA,
+                            "CTRL-EVENT-DISCONNECTED bssid=02:00:00:00:00:01 reason=3");
                 }
-                scene.p2pRemoved();
+                p2pRemoved();
             }
         }
         // They go while the worker still brings samples and a group starts.
-        scene.deliver(NetInterfaceType::STA,
-                      "CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed");
+        deliver(NetInterfaceType::STA,
+                "CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed");
         const Repeat group([&](int round) {
-            scene.p2p_->sendEvent("P2P-GROUP-STARTED p2p-wlan0-0 GO freq=" +
-                                  std::to_string(2412 + 5 * (round % 13)) + " ");
-            scene.p2p_->sendEvent("P2P-GROUP-REMOVED p2p-wlan0-0 GO ");
+            p2p_->sendEvent("P2P-GROUP-STARTED p2p-wlan0-0 GO freq=" +
+                            std::to_string(2412 + 5 * (round % 13)) + " ");
+            p2p_->sendEvent("P2P-GROUP-REMOVED p2p-wlan0-0 GO ");
         });
         powerJump.reset();
         devParams.reset();
         txPower.reset();
         txChain.reset();
-        for (const std::string& command : scene.staCommands()) {
+        for (const std::string& command : staCommands()) {
             EXPECT_THAT(command,
                         testing::MatchesRegex("DRIVER (SET_TXPOWER (20|9|5)"
                                               "|SET_PER_CHAIN_TX_PWR_LIMIT band 0 chain [01] power "
@@ -107,19 +113,19 @@ void playEverything(const LinkPowerScene::Properties& properties) {
                                               "|SET_AC_CONFIG [0-3] 1 64 65535  0 4 65535 7 5484 "
                                               "wlan0|SET_UL_MU_CONFIG 0)"));
         }
-    });
-}
+    }
+};
 
 }  // namespace
 
-TEST(LinkPowerThreads, EventsCallsAndTheWorkerRunAgainstEachOther) {
+TEST_F(LinkPowerThreads, EventsCallsAndTheWorkerRunAgainstEachOther) {
     playEverything({{"txpower.enable.sta", "true"},
                     {"txpower.enable.p2p", "true"},
                     {"txchain.enable.p2p", "true"},
                     {"txchain.qualcomm", "true"}});
 }
 
-TEST(LinkPowerThreads, InPerChainModeToo) {
+TEST_F(LinkPowerThreads, EventsCallsAndTheWorkerRunAgainstEachOtherInPerChainMode) {
     playEverything({{"txpower.enable.sta", "true"},
                     {"txpower.enable.p2p", "true"},
                     {"txpower.enable.sta.per_chain", "true"}});

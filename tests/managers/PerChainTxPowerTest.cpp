@@ -1,4 +1,5 @@
 #include <string>
+#include <utility>
 
 #include "managers/PerChainTxPower.h"
 #include "tests/managers/LinkPowerScene.h"
@@ -21,14 +22,20 @@ std::string current(const PerChainTxPower& chains) {
     return text.substr(text.rfind("  currentDbmArray: "));
 }
 
+class PerChainTxPowerTest : public LinkPowerScene {
+  protected:
+    PerChainTxPower chains_{client_};
+};
+
 }  // namespace
 
 TEST(PerChainTxPower, TheLowLimitsHoldOnlyOnAWeak2GhzLink) {
+    const PerChainTxPower chains(nullptr);
     for (const int freq : {-1, 0, 1, 2412, 2484, 2999, 3000, 4999, 5000, 5180, 5955}) {
         const bool is2Ghz = freq >= 1 && freq < 3000;
         for (int rssi = -100; rssi <= 0; ++rssi) {
             const bool weak = rssi >= -84 && rssi <= -76;
-            EXPECT_EQ(PerChainTxPower::chooseLimits(rssi, freq), is2Ghz && weak ? kLow : kDefault)
+            EXPECT_EQ(chains.chooseLimits(rssi, freq), is2Ghz && weak ? kLow : kDefault)
                 << rssi << " dBm, " << freq << " MHz";
         }
     }
@@ -36,96 +43,74 @@ TEST(PerChainTxPower, TheLowLimitsHoldOnlyOnAWeak2GhzLink) {
 
 TEST(PerChainTxPower, BoundsConfiguredUpsideDownOrEqualNeverGiveTheLowLimits) {
     for (const auto& [lower, upper] : {std::pair(-75, -85), std::pair(-80, -80)}) {
-        inOwnProcess([lower = lower, upper = upper] {
-            PerChainTxPower::setParameters(lower, upper, 20, 20, 13, 20);
-            for (int rssi = -100; rssi <= 0; ++rssi) {
-                EXPECT_EQ(PerChainTxPower::chooseLimits(rssi, 2437), kDefault) << rssi;
-            }
-        });
+        PerChainTxPower chains(nullptr);
+        chains.setParameters(lower, upper, 20, 20, 13, 20);
+        for (int rssi = -100; rssi <= 0; ++rssi) {
+            EXPECT_EQ(chains.chooseLimits(rssi, 2437), kDefault) << rssi;
+        }
     }
 }
 
-TEST(PerChainTxPower, ACommandCarriesTheLimitThatWasCurrentBefore) {
-    inOwnProcess([] {
-        LinkPowerScene scene;
-        PerChainTxPower chains(scene.client_);
-        scene.log_.clear();
-        chains.update(-80, 2437);
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(0, 20)));
-        EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
-        chains.update(-60, 2437);
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(0, 13)));
-        EXPECT_EQ(current(chains), "  currentDbmArray: 20, 20\n");
-        EXPECT_THAT(scene.log_.lines(), IsEmpty()) << "nothing is logged";
-    });
+TEST_F(PerChainTxPowerTest, ACommandCarriesTheLimitThatWasCurrentBefore) {
+    chains_.update(-80, 2437);
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(0, 20)));
+    EXPECT_EQ(current(chains_), "  currentDbmArray: 13, 20\n");
+    chains_.update(-60, 2437);
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(0, 13)));
+    EXPECT_EQ(current(chains_), "  currentDbmArray: 20, 20\n");
+    EXPECT_THAT(log_.lines(), IsEmpty()) << "nothing is logged";
 }
 
-TEST(PerChainTxPower, OnlyAChainWhoseLimitChangesIsSent) {
-    inOwnProcess([] {
-        LinkPowerScene scene;
-        PerChainTxPower::setParameters(-85, -75, 20, 18, 20, 15);
-        PerChainTxPower chains(scene.client_);
-        EXPECT_EQ(current(chains), "  currentDbmArray: 20, 18\n");
-        chains.update(-80, 2437);
-        chains.update(-80, 2437);
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(1, 18)));
-        chains.update(-1, -1);  // no link
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(1, 15)));
-    });
+TEST_F(PerChainTxPowerTest, OnlyAChainWhoseLimitChangesIsSent) {
+    chains_.setParameters(-85, -75, 20, 20, 20, 15);
+    chains_.update(-80, 2437);
+    chains_.update(-80, 2437);
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(1, 20)));
+    chains_.update(-1, -1);  // no link
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(1, 15)));
 }
 
-TEST(PerChainTxPower, AFailedChainKeepsItsLimitAndTheOtherIsStillSent) {
-    inOwnProcess([] {
-        LinkPowerScene scene;
-        PerChainTxPower::setParameters(-85, -75, 20, 20, 13, 14);
-        PerChainTxPower chains(scene.client_);
-        scene.sta_.fail(limitCommand(0, 20));
-        chains.update(-80, 2437);
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(0, 20), limitCommand(1, 20)));
-        EXPECT_EQ(current(chains), "  currentDbmArray: 20, 14\n");
-        scene.sta_.answer(limitCommand(0, 20), "OK\n");
-        chains.update(-80, 2437);
-        EXPECT_THAT(scene.staCommands(), ElementsAre(limitCommand(0, 20))) << "tried again";
-        EXPECT_EQ(current(chains), "  currentDbmArray: 13, 14\n");
-    });
+TEST_F(PerChainTxPowerTest, AFailedChainKeepsItsLimitAndTheOtherIsStillSent) {
+    chains_.setParameters(-85, -75, 20, 20, 13, 14);
+    sta_.fail(limitCommand(0, 20));
+    chains_.update(-80, 2437);
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(0, 20), limitCommand(1, 20)));
+    EXPECT_EQ(current(chains_), "  currentDbmArray: 20, 14\n");
+    sta_.answer(limitCommand(0, 20), "OK\n");
+    chains_.update(-80, 2437);
+    EXPECT_THAT(staCommands(), ElementsAre(limitCommand(0, 20))) << "tried again";
+    EXPECT_EQ(current(chains_), "  currentDbmArray: 13, 14\n");
 }
 
-TEST(PerChainTxPower, TheTextOfAReplyChangesNothing) {
+TEST_F(PerChainTxPowerTest, TheTextOfAReplyChangesNothing) {
     for (const std::string reply : {"FAIL\n", "UNKNOWN COMMAND\n", ""}) {
-        inOwnProcess([&] {
-            LinkPowerScene scene;
-            PerChainTxPower chains(scene.client_);
-            scene.sta_.answer(limitCommand(0, 20), reply);
-            chains.update(-80, 2437);
-            EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
-        });
+        PerChainTxPower chains(client_);
+        sta_.answer(limitCommand(0, 20), reply);
+        chains.update(-80, 2437);
+        EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n") << reply;
     }
 }
 
 TEST(PerChainTxPower, WithoutAClientEveryCommandCountsAsSent) {
-    inOwnProcess([] {
-        PerChainTxPower chains(nullptr);
-        chains.update(-80, 2437);
-        EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
-        chains.update(-76, 2999);
-        EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
-        chains.update(-75, 2437);
-        EXPECT_EQ(current(chains), "  currentDbmArray: 20, 20\n");
-    });
+    PerChainTxPower chains(nullptr);
+    chains.update(-80, 2437);
+    EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
+    chains.update(-76, 2999);
+    EXPECT_EQ(current(chains), "  currentDbmArray: 13, 20\n");
+    chains.update(-75, 2437);
+    EXPECT_EQ(current(chains), "  currentDbmArray: 20, 20\n");
 }
 
 TEST(PerChainTxPower, NewParametersDoNotTouchWhatIsCurrent) {
-    inOwnProcess([] {
-        const PerChainTxPower chains(nullptr);
-        PerChainTxPower::setParameters(-90, -70, 1, 2, 3, 4);
-        EXPECT_EQ(chains.dump("> "),
-                  "> PerChainTxPower: enabled\n"
-                  ">   kLowRssiBoundLower: -90\n"
-                  ">   kLowRssiBoundUpper: -70\n"
-                  ">   kPowerLimitDefaultDbmArray: 1, 2\n"
-                  ">   kPowerLimitLowRssiDbmArray: 3, 4\n"
-                  ">   currentDbmArray: 20, 20\n");
-    });
+    PerChainTxPower chains(nullptr);
+    chains.setParameters(-90, -70, 1, 2, 3, 4);
+    EXPECT_EQ(chains.dump("> "),
+              "> PerChainTxPower: enabled\n"
+              ">   kLowRssiBoundLower: -90\n"
+              ">   kLowRssiBoundUpper: -70\n"
+              ">   kPowerLimitDefaultDbmArray: 1, 2\n"
+              ">   kPowerLimitLowRssiDbmArray: 3, 4\n"
+              ">   currentDbmArray: 20, 20\n");
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -40,16 +40,6 @@ unsigned expectedStep(const Row& row, int rssi) {
     return 0;
 }
 
-const Row& rowOf(const Table& table, unsigned current) {
-    for (const Row& row : table) {
-        if (row.current == current) {
-            return row;
-        }
-    }
-    ADD_FAILURE() << "no row for " << current;
-    return table.front();
-}
-
 const Table& defaultTable() {
     static const Table table = {
         {20, {{-65, 20}, {-55, 9}, {kStrongest, 5}}},
@@ -61,93 +51,82 @@ const Table& defaultTable() {
     return table;
 }
 
-/** Compares nextPowerStep() with the table, under those properties of "txpower.". */
-void checkTable(const LinkPowerScene::Properties& properties, const Table& table) {
-    inOwnProcess([&] {
-        const test::DeviceRoot root;
-        for (const auto& [name, value] : properties) {
-            root.setProperty("persist.vendor.wifi.txpower." + name, value);
-        }
-        for (const Row& row : table) {
-            for (int rssi = kWeakest; rssi <= kStrongest; ++rssi) {
-                EXPECT_EQ(nextPowerStep(row.current, rssi), expectedStep(row, rssi))
-                    << "from " << row.current << " at " << rssi << " dBm";
-            }
-        }
-    });
-}
+using Properties = std::vector<std::pair<std::string, std::string>>;
+
+/** A table and the properties of "txpower." under which it holds. */
+struct Case {
+    const char* name;
+    Properties properties;
+    Table table;
+};
+
+const Case kCases[] = {
+    {"TheDefaults", {}, defaultTable()},
+    {"ConfiguredStepsAndThresholds",
+     {{"dbm.upper", "40"},
+      {"dbm.middle", "30"},
+      {"dbm.lower", "11"},
+      {"rssi.upper", "-30"},
+      {"rssi.middle.upper", "-41"},
+      {"rssi.middle.lower", "-50"},
+      {"rssi.lower", "-62"}},
+     {{40, {{-50, 40}, {-30, 30}, {kStrongest, 11}}},
+      {30, {{-63, 40}, {-30, 30}, {kStrongest, 11}}},
+      {11, {{-63, 40}, {-42, 30}, {kStrongest, 11}}},
+      {20, {{kStrongest, 40}}}}},
+    {"UpperAndMiddleEqualCountAsUpper",
+     {{"dbm.middle", "20"}},
+     {{20, {{-55, 20}, {kStrongest, 5}}},
+      {5, {{-61, 20}, {kStrongest, 5}}},
+      {9, {{kStrongest, 20}}}}},
+    {"MiddleAndLowerEqualCountAsMiddle",
+     {{"dbm.lower", "9"}},
+     {{20, {{-65, 20}, {kStrongest, 9}}}, {9, {{-71, 20}, {kStrongest, 9}}}}},
+    {"UpperAndLowerEqualCountAsUpper",
+     {{"dbm.lower", "20"}},
+     {{20, {{-65, 20}, {-55, 9}, {kStrongest, 20}}}, {9, {{-71, 20}, {-55, 9}, {kStrongest, 20}}}}},
+    {"AllStepsEqualNeverChange",
+     {{"dbm.upper", "12"}, {"dbm.middle", "12"}, {"dbm.lower", "12"}},
+     {{12, {{kStrongest, 12}}}, {20, {{kStrongest, 12}}}}},
+    {"ThresholdsUpsideDownAreTriedInTheSameOrder",
+     {{"rssi.upper", "-70"},
+      {"rssi.middle.upper", "-65"},
+      {"rssi.middle.lower", "-60"},
+      {"rssi.lower", "-55"}},
+     {{20, {{-70, 20}, {kStrongest, 5}}},
+      {9, {{-56, 20}, {kStrongest, 5}}},
+      {5, {{-56, 20}, {kStrongest, 5}}},
+      {0, {{kStrongest, 20}}}}},
+    {"ThresholdsEqualLeaveNoHysteresis",
+     {{"rssi.upper", "-60"},
+      {"rssi.middle.upper", "-60"},
+      {"rssi.middle.lower", "-60"},
+      {"rssi.lower", "-60"}},
+     {{20, {{-60, 20}, {kStrongest, 5}}},
+      {9, {{-61, 20}, {-60, 9}, {kStrongest, 5}}},
+      {5, {{-61, 20}, {kStrongest, 5}}}}},
+};
+
+class TxPowerDecision : public testing::TestWithParam<Case> {};
 
 }  // namespace
 
-TEST(TxPowerDecision, FollowsTheTableAtEverySignal) { checkTable({}, defaultTable()); }
-
-TEST(TxPowerDecision, FollowsItsConfiguredStepsAndThresholds) {
-    checkTable({{"dbm.upper", "40"},
-                {"dbm.middle", "30"},
-                {"dbm.lower", "11"},
-                {"rssi.upper", "-30"},
-                {"rssi.middle.upper", "-41"},
-                {"rssi.middle.lower", "-50"},
-                {"rssi.lower", "-62"}},
-               {
-                   {40, {{-50, 40}, {-30, 30}, {kStrongest, 11}}},
-                   {30, {{-63, 40}, {-30, 30}, {kStrongest, 11}}},
-                   {11, {{-63, 40}, {-42, 30}, {kStrongest, 11}}},
-                   {20, {{kStrongest, 40}}},
-               });
+TEST_P(TxPowerDecision, FollowsTheTableAtEverySignal) {
+    const test::DeviceRoot root;
+    for (const auto& [name, value] : GetParam().properties) {
+        root.setProperty("persist.vendor.wifi.txpower." + name, value);
+    }
+    const TxPowerSettings settings{};
+    for (const Row& row : GetParam().table) {
+        for (int rssi = kWeakest; rssi <= kStrongest; ++rssi) {
+            EXPECT_EQ(nextPowerStep(settings, row.current, rssi), expectedStep(row, rssi))
+                << "from " << row.current << " at " << rssi << " dBm";
+        }
+    }
 }
 
-TEST(TxPowerDecision, UpperAndMiddleConfiguredEqualCountAsUpper) {
-    checkTable({{"dbm.middle", "20"}}, {
-                                           {20, {{-55, 20}, {kStrongest, 5}}},
-                                           {5, {{-61, 20}, {kStrongest, 5}}},
-                                           {9, {{kStrongest, 20}}},
-                                       });
-}
-
-TEST(TxPowerDecision, MiddleAndLowerConfiguredEqualCountAsMiddle) {
-    checkTable({{"dbm.lower", "9"}}, {
-                                         {20, {{-65, 20}, {kStrongest, 9}}},
-                                         {9, {{-71, 20}, {kStrongest, 9}}},
-                                     });
-}
-
-TEST(TxPowerDecision, UpperAndLowerConfiguredEqualCountAsUpper) {
-    checkTable({{"dbm.lower", "20"}}, {
-                                          {20, {{-65, 20}, {-55, 9}, {kStrongest, 20}}},
-                                          {9, {{-71, 20}, {-55, 9}, {kStrongest, 20}}},
-                                      });
-}
-
-TEST(TxPowerDecision, AllStepsConfiguredEqualNeverChange) {
-    checkTable({{"dbm.upper", "12"}, {"dbm.middle", "12"}, {"dbm.lower", "12"}},
-               {{12, {{kStrongest, 12}}}, {20, {{kStrongest, 12}}}});
-}
-
-TEST(TxPowerDecision, ThresholdsConfiguredUpsideDownAreTriedInTheSameOrder) {
-    checkTable({{"rssi.upper", "-70"},
-                {"rssi.middle.upper", "-65"},
-                {"rssi.middle.lower", "-60"},
-                {"rssi.lower", "-55"}},
-               {
-                   {20, {{-70, 20}, {kStrongest, 5}}},
-                   {9, {{-56, 20}, {kStrongest, 5}}},
-                   {5, {{-56, 20}, {kStrongest, 5}}},
-                   {0, {{kStrongest, 20}}},
-               });
-}
-
-TEST(TxPowerDecision, ThresholdsConfiguredEqualLeaveNoHysteresis) {
-    checkTable({{"rssi.upper", "-60"},
-                {"rssi.middle.upper", "-60"},
-                {"rssi.middle.lower", "-60"},
-                {"rssi.lower", "-60"}},
-               {
-                   {20, {{-60, 20}, {kStrongest, 5}}},
-                   {9, {{-61, 20}, {-60, 9}, {kStrongest, 5}}},
-                   {5, {{-61, 20}, {kStrongest, 5}}},
-               });
-}
+INSTANTIATE_TEST_SUITE_P(TxPower, TxPowerDecision, testing::ValuesIn(kCases),
+                         [](const auto& one) { return std::string(one.param.name); });
 
 namespace {
 
@@ -189,68 +168,77 @@ class LastCommand {
 
 std::string powerCommand(unsigned step) { return "DRIVER SET_TXPOWER " + std::to_string(step); }
 
-/** Brings the manager to a step by samples at 5 GHz, as somebody who walks would. */
-void goTo(unsigned step, const LinkPowerScene& scene, TxPowerManager& manager) {
-    manager.updateTxPowerConfig(true);
-    scene.sample(-100, 5180);  // 20, from anywhere
-    if (step == 9) {
-        scene.sample(-60, 5180);
-    } else if (step == 5) {
-        scene.sample(-40, 5180);
+class TxPowerDecisionSent : public LinkPowerScene {
+  protected:
+    TxPowerDecisionSent() {
+        set("txpower.enable.sta", "true");
+        manager_ = std::make_unique<TxPowerManager>(client_, settings_);
     }
-}
+
+    /** Brings the manager to a step by samples at 5 GHz, as somebody who walks would. */
+    void goTo(unsigned step) {
+        manager_->updateTxPowerConfig(true);
+        sample(-100, 5180);  // 20, from anywhere
+        if (step == 9) {
+            sample(-60, 5180);
+        } else if (step == 5) {
+            sample(-40, 5180);
+        }
+    }
+
+    void setHandTracking(bool on) const {
+        set("txpower.enable.handtracking", on ? "true" : "false");
+    }
+
+    const TxPowerSettings settings_{};
+    std::unique_ptr<TxPowerManager> manager_;
+};
 
 }  // namespace
 
-TEST(TxPowerDecision, EverySignalFrequencyStepAndHandTrackingStateGivesItsCommand) {
-    inOwnProcess([] {
-        LinkPowerScene scene(kStaPower);
-        LastCommand sent(scene.sta_.socket());
-        TxPowerManager manager(scene.client_);
-        for (const HandTracking& handTracking : kHandTracking) {
-            scene.set("txpower.enable.handtracking", handTracking.on ? "true" : "false");
-            for (const unsigned current : {20U, 9U, 5U}) {
-                const Row& row = rowOf(defaultTable(), current);
-                bool changed = true;
-                for (const auto& [freq, is5Ghz] : kFrequencies) {
-                    for (int rssi = kWeakest; rssi <= kStrongest; ++rssi) {
-                        if (changed) {
-                            goTo(current, scene, manager);
-                            manager.updateTxPowerConfig(handTracking.allowed);
-                            sent.take();
-                        }
-                        scene.sample(rssi, freq);
-                        const bool adapted = is5Ghz && handTracking.adapts();
-                        const unsigned next = adapted ? expectedStep(row, rssi) : 20;
-                        changed = next != current;
-                        EXPECT_EQ(sent.take(), changed ? powerCommand(next) : "")
-                            << "from " << current << " at " << rssi << " dBm, " << freq
-                            << " MHz, hand tracking " << handTracking.on << handTracking.allowed;
+TEST_F(TxPowerDecisionSent, EverySignalFrequencyStepAndHandTrackingStateGivesItsCommand) {
+    LastCommand sent(sta_.socket());
+    for (const HandTracking& handTracking : kHandTracking) {
+        setHandTracking(handTracking.on);
+        for (const Row& row : defaultTable()) {
+            if (row.current != 20 && row.current != 9 && row.current != 5) {
+                continue;  // no step that a command sets
+            }
+            bool changed = true;
+            for (const auto& [freq, is5Ghz] : kFrequencies) {
+                for (int rssi = kWeakest; rssi <= kStrongest; ++rssi) {
+                    if (changed) {
+                        goTo(row.current);
+                        manager_->updateTxPowerConfig(handTracking.allowed);
+                        sent.take();
                     }
+                    sample(rssi, freq);
+                    const bool adapted = is5Ghz && handTracking.adapts();
+                    const unsigned next = adapted ? expectedStep(row, rssi) : 20;
+                    changed = next != row.current;
+                    EXPECT_EQ(sent.take(), changed ? powerCommand(next) : "")
+                        << "from " << row.current << " at " << rssi << " dBm, " << freq
+                        << " MHz, hand tracking " << handTracking.on << handTracking.allowed;
                 }
             }
-            scene.log_.clear();
         }
-    });
+        log_.clear();
+    }
 }
 
-TEST(TxPowerDecision, BeforeTheFirstCommandEverySampleAsksForTheUpperStep) {
-    inOwnProcess([] {
-        LinkPowerScene scene(kStaPower);
-        TxPowerManager manager(scene.client_);
-        scene.sta_.failAll(true);  // so that every command stays the first
-        for (const HandTracking& handTracking : kHandTracking) {
-            scene.set("txpower.enable.handtracking", handTracking.on ? "true" : "false");
-            manager.updateTxPowerConfig(handTracking.allowed);
-            for (const auto& [freq, is5Ghz] : kFrequencies) {
-                for (int rssi = kWeakest; rssi <= kStrongest; rssi += 5) {
-                    scene.sample(rssi, freq);
-                    EXPECT_THAT(scene.staCommands(), ElementsAre("DRIVER SET_TXPOWER 20"))
-                        << rssi << " dBm, " << freq << " MHz";
-                }
+TEST_F(TxPowerDecisionSent, BeforeTheFirstCommandEverySampleAsksForTheUpperStep) {
+    sta_.failAll(true);  // so that every command stays the first
+    for (const HandTracking& handTracking : kHandTracking) {
+        setHandTracking(handTracking.on);
+        manager_->updateTxPowerConfig(handTracking.allowed);
+        for (const auto& [freq, is5Ghz] : kFrequencies) {
+            for (int rssi = kWeakest; rssi <= kStrongest; rssi += 5) {
+                sample(rssi, freq);
+                EXPECT_THAT(staCommands(), ElementsAre("DRIVER SET_TXPOWER 20"))
+                    << rssi << " dBm, " << freq << " MHz";
             }
         }
-    });
+    }
 }
 
 }  // namespace Ursa::OS::Wifi
