@@ -497,8 +497,18 @@ int Nl80211Client::sequenceHandler(nl_msg* message, void* arg) {
     return nlmsg_hdr(message)->nlmsg_seq == static_cast<Exchange*>(arg)->sequence ? NL_OK : NL_SKIP;
 }
 
-int Nl80211Client::finishHandler(nl_msg* /*message*/, void* arg) {
+// A dump that the kernel refuses, or breaks off, ends with a negative errno. It counts as answered
+// all the same, by the entries that came before.
+int Nl80211Client::finishHandler(nl_msg* message, void* arg) {
     static_cast<Exchange*>(arg)->status = 0;
+    const nlmsghdr* header = nlmsg_hdr(message);
+    int code = 0;
+    if (header->nlmsg_len >= NLMSG_LENGTH(sizeof(code))) {
+        memcpy(&code, nlmsg_data(header), sizeof(code));
+    }
+    if (code < 0) {
+        WIFI_LOGE("nl80211 dump ended with error code %d", code);
+    }
     return NL_SKIP;
 }
 

@@ -266,7 +266,7 @@ bool FakeNl80211Kernel::handle(int fd, const nlmsghdr& header) {
     } else if (rule != nullptr && rule->fault != NetlinkRule::Fault::Error) {
         outcome = "spoilt";
     } else if (const auto* first = reinterpret_cast<const nlmsghdr*>(packets[0].bytes().data());
-               first->nlmsg_type == NLMSG_ERROR) {
+               first->nlmsg_type == NLMSG_ERROR || first->nlmsg_type == NLMSG_DONE) {
         int error = 0;
         std::memcpy(&error, NLMSG_DATA(first), sizeof(error));
         outcome = error == 0 ? "ok" : "error " + std::to_string(error);
@@ -295,7 +295,8 @@ std::vector<NetlinkPacket> FakeNl80211Kernel::answer(const Request& request,
         return packets;
     }
     if (rule != nullptr && rule->fault == Fault::Error) {
-        add(errorAnswer(header, rule->error, rule->extAck, rule->capped));
+        add(rule->atEnd ? dumpEnd(header, rule->error)
+                        : errorAnswer(header, rule->error, rule->extAck, rule->capped));
         return packets;
     }
     if (rule != nullptr && rule->fault == Fault::Garbage) {

@@ -62,9 +62,9 @@ NetlinkMessage errorAnswer(const nlmsghdr& request, int error, std::string_view 
     return message;
 }
 
-NetlinkMessage dumpEnd(const nlmsghdr& request) {
+NetlinkMessage dumpEnd(const nlmsghdr& request, int error) {
     NetlinkMessage message = answerTo(request, NLMSG_DONE, NLM_F_MULTI);
-    std::memset(reserve(message, sizeof(int)), 0, sizeof(int));
+    std::memcpy(reserve(message, sizeof(int)), &error, sizeof(int));
     return message;
 }
 

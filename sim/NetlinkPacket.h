@@ -42,8 +42,8 @@ NetlinkMessage genericAnswerTo(const nlmsghdr& request, int family, int flags, u
 NetlinkMessage errorAnswer(const nlmsghdr& request, int error, std::string_view extAck = {},
                            bool capped = false);
 
-/** The end of a dump. */
-NetlinkMessage dumpEnd(const nlmsghdr& request);
+/** The end of a dump; `error` is 0, or the negative errno with which the kernel refused it. */
+NetlinkMessage dumpEnd(const nlmsghdr& request, int error = 0);
 
 /** "01ab" */
 std::string hexText(const void* data, size_t length);

@@ -23,6 +23,7 @@ struct NetlinkRule {
     int error = 0;        ///< Error: negative errno.
     std::string extAck;   ///< Error: the extended acknowledgement's text; empty: none.
     bool capped = false;  ///< Error: without the echo of the request.
+    bool atEnd = false;   ///< Error: in the dump's end, NLMSG_DONE, instead of an NLMSG_ERROR.
     int times = 0;        ///< How often it holds; 0: until it is removed.
 };
 

@@ -491,8 +491,13 @@ Action netlinkRule(Words& words, bool isError) {
     if (isError) {
         rule.fault = NetlinkRule::Fault::Error;
         rule.error = errorNumber(words);
-        rule.extAck = words.quoted().value_or("");
-        rule.capped = words.skip("capped");
+        rule.atEnd = words.skip("at-end");
+        if (rule.atEnd && rule.request != NetlinkRequest::InterfaceDump &&
+            rule.request != NetlinkRequest::StationDump) {
+            words.complain("at-end is for the end of interface-dump or station-dump");
+        }
+        rule.extAck = rule.atEnd ? "" : words.quoted().value_or("");
+        rule.capped = !rule.atEnd && words.skip("capped");
     } else {
         rule.fault = netlinkFault(words);
     }
@@ -718,6 +723,9 @@ const std::vector<Verb>& verbs() {
           {"netlink error REQUEST ERROR [\"TEXT\"] [capped] [times=N]",
            "REQUEST is refused with ERROR (EBUSY, -95), with TEXT as extended acknowledgement; "
            "capped leaves the echo of the request away"},
+          {"netlink error DUMP ERROR at-end [times=N]",
+           "interface-dump or station-dump ends with ERROR in its NLMSG_DONE, as Linux 6.1 does "
+           "it"},
           {"netlink spoil REQUEST FAULT [times=N]",
            "FAULT: truncated, garbage, no-station-info, no-bitrate, silent, hang-up"},
           {"netlink heal [REQUEST]", "removes the rules for REQUEST, or all"},

@@ -98,6 +98,16 @@ TEST_F(Kernel, AnErrorReplyWithoutMoreLeavesTheBandwidthUnknown) {
     expectRecovery();
 }
 
+TEST_F(Kernel, ADumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    headset.forget();
+    headset.play("netlink error station-dump ENODEV at-end");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    EXPECT_THAT(errors(),
+                ElementsAre(LogLine{"E", "Nl80211Client: nl80211 dump ended with error code -19"}));
+    expectRecovery();
+}
+
 TEST_F(Kernel, WhatAnErrorReplySaysInItsExtendedAcknowledgementIsLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     for (const char* capped : {"", " capped"}) {
@@ -170,6 +180,17 @@ TEST_F(Kernel, AnAnswerThatIsCutBehindTheFamilysNumberStillTellsIt) {
     headset.play("netlink spoil family truncated");
     EXPECT_EQ(staInfo(), kBandwidth80);
     EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(Kernel, SilenceIsGivenUpAfterSecondsAndLogged) {
+    ASSERT_EQ(staInfo(), kBandwidth80);
+    headset.forget();
+    headset.play("netlink spoil station-dump silent");
+    EXPECT_EQ(staInfo(), kUnknownBandwidth);
+    EXPECT_THAT(
+        errors(),
+        ElementsAre(LogLine{"E", "Nl80211Client: Failed to receive netlink response: timed out"}));
+    expectRecovery();
 }
 
 TEST_F(Kernel, ThatIsSilentIsWaitedForUntilItHangsUpWhileEventsGoOn) {

@@ -245,6 +245,22 @@ TEST_F(NetlinkTest, ErrorsAreGivenAsOftenAsAsked) {
     EXPECT_EQ(dumpStations(), 0);
 }
 
+TEST_F(NetlinkTest, ADumpsRefusalAtItsEndIsInItsDoneMessage) {
+    play("netlink error station-dump ENODEV at-end times=1");
+    const Message request = message(NL80211_CMD_GET_STATION, NLM_F_DUMP);
+    ASSERT_GE(nl_send_auto_complete(socket.get(), request.get()), 0);
+    sockaddr_nl from{};
+    unsigned char* bytes = nullptr;
+    const int length = nl_recv(socket.get(), &from, &bytes, nullptr);
+    ASSERT_EQ(length, NLMSG_LENGTH(sizeof(int)));
+    const auto* header = reinterpret_cast<nlmsghdr*>(bytes);
+    EXPECT_EQ(header->nlmsg_type, NLMSG_DONE);
+    EXPECT_EQ(header->nlmsg_flags, NLM_F_MULTI);
+    EXPECT_EQ(*static_cast<const int*>(nlmsg_data(header)), -ENODEV);
+    std::free(bytes);
+    EXPECT_EQ(lastRequest()["answer"], "error -19");
+}
+
 TEST_F(NetlinkTest, AnErrorMayCarryTheKernelsWords) {
     for (const std::string capped : {"", " capped"}) {
         // Reading by hand leaves libnl's count of answers behind: a new socket each time.

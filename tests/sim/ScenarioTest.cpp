@@ -77,6 +77,7 @@ const Bad kBad[] = {
     {"UnknownErrorName", "netlink error vendor EWHAT", 1, "unknown error 'EWHAT'"},
     {"PositiveError", "netlink error vendor 95", 1, "unknown error '95'"},
     {"UnknownRequest", "netlink error scan EBUSY", 1, "allowed: family, interface-dump"},
+    {"ErrorAtTheEndOfNoDump", "netlink error vendor EBUSY at-end", 1, "at-end is for the end of"},
     {"UnknownFault", "netlink spoil vendor badly", 1, "allowed: truncated, garbage"},
     {"UnknownReasonGiver", "disconnect by=cat", 1, "allowed: headset, ap"},
     {"UnknownRole", "p2p start freq=5180 role=king", 1, "allowed: GO, client"},

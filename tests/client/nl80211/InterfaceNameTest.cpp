@@ -116,6 +116,31 @@ TEST_F(InterfaceName, IsNullWhenTheDumpIsRefusedEvenIfAnEarlierOneFoundOne) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -16"));
 }
 
+TEST_F(InterfaceName, DumpRefusedAtItsEndKeepsTheResultAndLogsTheCode) {
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {done(request, -ENODEV)};
+    });
+    EXPECT_EQ(p2p(), nullptr);
+    EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 dump ended with error code -19"));
+
+    log_.clear();
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {interfaceEntry(request, "p2p0"), done(request, -EINTR)};
+    });
+    EXPECT_STREQ(p2p(), "p2p0") << "what came before the end counts";
+    EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR),
+                ElementsAre("Nl80211Client: nl80211 dump ended with error code -4"));
+}
+
+TEST_F(InterfaceName, DumpThatEndsWithoutACodeIsNoError) {
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {interfaceEntry(request, "p2p0"),
+                test::message(request, NLMSG_DONE, NLM_F_MULTI, {})};
+    });
+    EXPECT_STREQ(p2p(), "p2p0");
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
 TEST_F(InterfaceName, IsNullForAnUnknownKindWhichIsNotAskedFor) {
     EXPECT_EQ(client_.getNetInterfaceName(static_cast<NetInterfaceType>(2)), nullptr);
     EXPECT_EQ(client_.getNetInterfaceName(static_cast<NetInterfaceType>(-1)), nullptr);

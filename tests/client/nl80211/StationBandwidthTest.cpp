@@ -126,6 +126,14 @@ TEST_F(StationBandwidth, IsZeroWhenTheKernelRefuses) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -19"));
 }
 
+TEST_F(StationBandwidth, DumpRefusedAtItsEndIsZeroAndLogsTheCode) {
+    EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
+                  return {done(request, -ENODEV)};
+              }),
+              0);
+    EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 dump ended with error code -19"));
+}
+
 TEST_F(StationBandwidth, OfSeveralStationsIsThatOfTheLast) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {stationEntry(request, stationInfo(rate({k160}))),
