@@ -24,39 +24,39 @@ namespace {
 
 // Results: how each type that a method answers is printed.
 
+template <typename Result>
+Answer toAnswer(const Result& /*result*/) {
+    static_assert(!std::is_same_v<Result, Result>, "no toAnswer prints this type of result yet");
+    return {};
+}
+
 Answer toAnswer(const Status& status) {
-    return {JsonObject()
-                .add("code", status.code)
-                .add("description", std::string(status.description))
-                .str(),
+    return {toLine({{"code", status.code}, {"description", std::string(status.description)}}),
             status.code == 0};
 }
 
 Answer toAnswer(const P2pInfo& info) {
-    return {JsonObject().add("frequency", info.frequency).add("bandwidth", info.bandwidth).str(),
-            true};
+    return {toLine({{"frequency", info.frequency}, {"bandwidth", info.bandwidth}}), true};
 }
 
 Answer toAnswer(const StaInfo& info) {
-    return {JsonObject()
-                .add("frequency", info.frequency)
-                .add("rssi", info.rssi)
-                .add("bandwidth", info.bandwidth)
-                .str(),
-            true};
+    return {
+        toLine({{"frequency", info.frequency}, {"rssi", info.rssi}, {"bandwidth", info.bandwidth}}),
+        true};
 }
 
-Answer toAnswer(const hidl_string& text) {
-    return {JsonObject().add("text", std::string(text)).str(), true};
-}
+Answer toAnswer(const hidl_string& text) { return {toLine({{"text", std::string(text)}}), true}; }
 
 /** The one method result that is a bare number is an id. */
-Answer toAnswer(int32_t id) { return {JsonObject().add("id", id).str(), id >= 0}; }
+Answer toAnswer(int32_t id) { return {toLine({{"id", id}}), id >= 0}; }
 
 // Arguments: visits each word's value of an argument, in order. A record is its fields.
 
 template <typename Value, typename Visitor>
 void visitWords(Value& value, const Visitor& visit) {
+    static_assert(!std::is_class_v<Value> || std::is_same_v<Value, hidl_string> ||
+                      std::is_same_v<Value, CallbackArgument>,
+                  "no visitWords visits the fields of this record yet");
     visit(value);
 }
 
@@ -144,7 +144,7 @@ Method method(const char* name, Return<Returned> (IWifi::*function)(Arguments...
             const Parameter& parameter = parameters.at(index);
             const std::string& word = words.at(index);
             if (!parseArgument(word, value)) {
-                throw UsageError(name + ": " + parameter.name + " is " + quoteJson(word) +
+                throw UsageError(name + ": " + parameter.name + " is " + toLine(word) +
                                  "; allowed is " + parameter.allowed);
             }
             ++index;
@@ -216,7 +216,7 @@ Call bindCall(const std::vector<std::string>& words) {
         return method.bind(arguments);
     }
     throw UsageError(
-        (words.empty() ? "call needs a method" : "there is no method " + quoteJson(words.front())) +
+        (words.empty() ? "call needs a method" : "there is no method " + toLine(words.front())) +
         "; allowed are " + names);
 }
 

@@ -41,19 +41,19 @@ using ::vendor::corvid::hardware::wifi::V1_0::Status;
 
 namespace {
 
-/** Wakes the main thread: ring it from any thread or signal handler, poll it for input. */
-class Bell {
+/** Wakes the main thread: signal it from any thread or signal handler, poll it for input. */
+class WakeFd {
   public:
-    Bell() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    WakeFd() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
         if (fd_ < 0) {
             throw std::system_error(errno, std::generic_category(), "eventfd");
         }
     }
 
-    void ring() const { ring(fd_); }
-    static void ring(int fd) {
+    void wake() const { wake(fd_); }
+    static void wake(int fd) {
         const uint64_t one = 1;
-        // It fails only when nobody has listened for 2^64 rings.
+        // It fails only after 2^64 wake-ups that nobody has read.
         [[maybe_unused]] const ssize_t written = ::write(fd, &one, sizeof(one));
     }
     int fd() const { return fd_; }
@@ -62,18 +62,18 @@ class Bell {
     unique_fd fd_;
 };
 
-/** Rings a bell on SIGINT and SIGTERM while it lives. One at a time. */
+/** Wakes on SIGINT and SIGTERM while it lives. One at a time. */
 class StopSignals {
   public:
-    explicit StopSignals(const Bell& bell) {
-        bellFd_ = bell.fd();
+    explicit StopSignals(const WakeFd& wakeUp) {
+        wakeFd_ = wakeUp.fd();
         struct sigaction action = {};
         action.sa_handler = [](int /*signal*/) {
             const int savedErrno = errno;
-            Bell::ring(bellFd_);
+            WakeFd::wake(wakeFd_);
             errno = savedErrno;
         };
-        // Reset: whoever presses Ctrl-C again because nothing happens gets what he wants.
+        // Reset: whoever presses Ctrl-C again because nothing happens gets it.
         action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
         sigaction(SIGINT, &action, &oldInt_);
         sigaction(SIGTERM, &action, &oldTerm_);
@@ -92,13 +92,13 @@ class StopSignals {
     StopSignals& operator=(const StopSignals&) = delete;
 
   private:
-    static std::atomic<int> bellFd_;
+    static std::atomic<int> wakeFd_;
 
     struct sigaction oldInt_ = {};
     struct sigaction oldTerm_ = {};
 };
 
-std::atomic<int> StopSignals::bellFd_ = -1;
+std::atomic<int> StopSignals::wakeFd_ = -1;
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
 
 /** std::mutex, known to clang's thread-safety analysis. */
@@ -126,13 +126,13 @@ class SCOPED_CAPABILITY MutexLock {
  */
 class EventWriter {
   public:
-    /** `failed` rings when a line can't be written. */
-    EventWriter(std::FILE* out, const Bell& failed) : out_(out), failed_(failed) {}
+    /** `failed` wakes when a line can't be written. */
+    EventWriter(std::FILE* out, const WakeFd& failed) : out_(out), failed_(failed) {}
 
     void registered() EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         registered_ = true;
-        write_(JsonObject().add("event", "registered").str());
+        write_(toLine({{"event", "registered"}}));
         for (const std::string& line : waiting_) {
             write_(line);
         }
@@ -161,12 +161,12 @@ class EventWriter {
         }
         if (std::fprintf(out_, "%s\n", line.c_str()) < 0 || std::fflush(out_) != 0) {
             error_ = errno;
-            failed_.ring();
+            failed_.wake();
         }
     }
 
     std::FILE* const out_;
-    const Bell& failed_;
+    const WakeFd& failed_;
     Mutex mutex_;
     bool registered_ GUARDED_BY(mutex_) = false;
     int error_ GUARDED_BY(mutex_) = 0;
@@ -177,8 +177,8 @@ class EventWriter {
 struct Shared {
     explicit Shared(std::FILE* out) : writer(out, failed) {}
 
-    Bell died;
-    Bell failed;
+    WakeFd died;
+    WakeFd failed;
     EventWriter writer;
 };
 
@@ -187,28 +187,24 @@ class EventCallback : public ICorvidWifiManagerCallback {
     explicit EventCallback(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
 
     Return<void> onChannelSwitch(int32_t frequency, int32_t width, bool isP2p) override {
-        shared_->writer.event(JsonObject()
-                                  .add("event", "onChannelSwitch")
-                                  .add("frequency", frequency)
-                                  .add("width", width)
-                                  .add("isP2p", isP2p)
-                                  .str());
+        shared_->writer.event(toLine({{"event", "onChannelSwitch"},
+                                      {"frequency", frequency},
+                                      {"width", width},
+                                      {"isP2p", isP2p}}));
         return Void();
     }
 
     Return<void> onAssocStarted() override {
-        shared_->writer.event(JsonObject().add("event", "onAssocStarted").str());
+        shared_->writer.event(toLine({{"event", "onAssocStarted"}}));
         return Void();
     }
 
     Return<void> onRegdomUpdated(const hidl_string& init, const hidl_string& type,
                                  const hidl_string& alpha2) override {
-        shared_->writer.event(JsonObject()
-                                  .add("event", "onRegdomUpdated")
-                                  .add("init", std::string(init))
-                                  .add("type", std::string(type))
-                                  .add("alpha2", std::string(alpha2))
-                                  .str());
+        shared_->writer.event(toLine({{"event", "onRegdomUpdated"},
+                                      {"init", std::string(init)},
+                                      {"type", std::string(type)},
+                                      {"alpha2", std::string(alpha2)}}));
         return Void();
     }
 
@@ -221,7 +217,7 @@ class DeathRecipient : public hidl_death_recipient {
     explicit DeathRecipient(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
 
     void serviceDied(uint64_t /*cookie*/, const wp<IBase>& /*who*/) override {
-        shared_->died.ring();
+        shared_->died.wake();
     }
 
   private:
@@ -231,19 +227,19 @@ class DeathRecipient : public hidl_death_recipient {
 /** What the main thread wakes for. */
 enum class Wake { Stop, Failed, Died };
 
-Wake waitForEnd(const Bell& stop, const Shared& shared) {
-    pollfd bells[] = {
+Wake waitForEnd(const WakeFd& stop, const Shared& shared) {
+    pollfd ends[] = {
         {shared.died.fd(), POLLIN, 0}, {shared.failed.fd(), POLLIN, 0}, {stop.fd(), POLLIN, 0}};
-    while (::poll(bells, std::size(bells), -1) < 0) {
+    while (::poll(ends, std::size(ends), -1) < 0) {
         if (errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
     }
     // A death counts before a signal: the callback is gone, there is nothing to unregister.
-    if (bells[0].revents != 0) {
+    if (ends[0].revents != 0) {
         return Wake::Died;
     }
-    return bells[1].revents != 0 ? Wake::Failed : Wake::Stop;
+    return ends[1].revents != 0 ? Wake::Failed : Wake::Stop;
 }
 
 MonitorEnd serviceDied() {
@@ -256,7 +252,7 @@ MonitorEnd serviceDied() {
 MonitorEnd monitor(IWifi& service, std::FILE* out) {
     // A reader that closes the pipe is an error to be handled: the callback must be unregistered.
     signal(SIGPIPE, SIG_IGN);
-    const Bell stop;
+    const WakeFd stop;
     const StopSignals signals(stop);
 
     // One thread of the runtime's own calls the callback; this one waits for the end.

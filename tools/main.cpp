@@ -145,7 +145,7 @@ int run(const Words& words) {
         }
         return simple.run();
     }
-    throw UsageError("there is no command " + quoteJson(command) + "; allowed are " + kCommands);
+    throw UsageError("there is no command " + toLine(command) + "; allowed are " + kCommands);
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ LIBRARIES = {
         "vrsensors/",
     ),
     "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/1.0/", "vrsensors/"),
-    "tools": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/1.0/"),
+    "tools": ("hidl/", "nlohmann/json.hpp", "utils/", "vendor/corvid/hardware/wifi/1.0/"),
 }
 
 # Headers of C, C++ and the kernel: no folder, or one of these.
