@@ -6,6 +6,7 @@ pkg_check_modules(NL3 REQUIRED IMPORTED_TARGET libnl-3.0)
 pkg_check_modules(NLGENL3 REQUIRED IMPORTED_TARGET libnl-genl-3.0)
 find_package(Microsoft.GSL CONFIG REQUIRED)
 find_package(nlohmann_json REQUIRED)
+pkg_check_modules(LIBEVENT REQUIRED IMPORTED_TARGET libevent libevent_pthreads)
 
 # liblog, libbase, libutils, libcutils: headers in their own include folder, libraries in the
 # multiarch "android" folder, which the loader does not search by itself (hence the rpath).

@@ -1,89 +1,120 @@
 #include "sim/EventLoop.h"
 
-#include <ctime>
-#include <vector>
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+
+#include <android-base/unique_fd.h>
+#include <event2/event.h>
+#include <event2/thread.h>
+#include <sys/epoll.h>
 
 namespace sim {
 
+namespace {
+
+event_base* newBase() {
+    evthread_use_pthreads();
+    const std::unique_ptr<event_config, void (*)(event_config*)> config(event_config_new(),
+                                                                        event_config_free);
+    // A full send buffer is tried again after a fraction of a millisecond.
+    event_config_set_flag(config.get(), EVENT_BASE_FLAG_PRECISE_TIMER);
+    event_config_set_flag(config.get(), EVENT_BASE_FLAG_NO_CACHE_TIME);
+    event_base* base = event_base_new_with_config(config.get());
+    if (base == nullptr) {
+        throw std::runtime_error("no event loop");
+    }
+    return base;
+}
+
+timeval timevalOf(EventLoop::Clock::duration delay) {
+    using std::chrono::microseconds;
+    const auto left = std::max(std::chrono::ceil<microseconds>(delay), microseconds(0)).count();
+    constexpr int64_t kPerSecond = 1'000'000;
+    return {left / kPerSecond, left % kPerSecond};
+}
+
+/** Files and /dev/null, which epoll refuses, are. */
+bool isAlwaysReadable(int fd) {
+    const android::base::unique_fd probe(epoll_create1(EPOLL_CLOEXEC));
+    epoll_event readable{EPOLLIN, {}};
+    return epoll_ctl(probe.get(), EPOLL_CTL_ADD, fd, &readable) != 0 && errno == EPERM;
+}
+
+}  // namespace
+
+void EventLoop::Free::operator()(event* one) const { event_free(one); }
+void EventLoop::Free::operator()(event_base* base) const { event_base_free(base); }
+
+EventLoop::EventLoop()
+    : base_(newBase()), postedEvent_(event_new(base_.get(), -1, EV_PERSIST, onPosted, this)) {}
+
+EventLoop::~EventLoop() = default;
+
 void EventLoop::watch(int fd, Task onReadable) {
-    watches_[fd] = std::make_shared<Task>(std::move(onReadable));
+    Watch& watch = watches_[fd];
+    watch.task = std::make_shared<Task>(std::move(onReadable));
+    if (isAlwaysReadable(fd)) {
+        const timeval soon = {0, 1};
+        watch.event.reset(event_new(base_.get(), -1, EV_PERSIST, EventLoop::onReadable, &watch));
+        event_add(watch.event.get(), &soon);
+    } else {
+        watch.event.reset(
+            event_new(base_.get(), fd, EV_READ | EV_PERSIST, EventLoop::onReadable, &watch));
+        event_add(watch.event.get(), nullptr);
+    }
 }
 
 void EventLoop::forget(int fd) { watches_.erase(fd); }
 
+void EventLoop::onReadable(int /*fd*/, short /*what*/, void* watch) {
+    // Its own: the task may forget the descriptor.
+    const std::shared_ptr<Task> task = static_cast<Watch*>(watch)->task;
+    (*task)();
+}
+
 EventLoop::TimerId EventLoop::at(Clock::time_point when, Task task) {
     const TimerId id = ++lastTimer_;
-    timers_.emplace(std::make_pair(when, id), std::move(task));
-    timerTimes_.emplace(id, when);
+    Timer& timer = timers_[id];
+    timer.loop = this;
+    timer.id = id;
+    timer.task = std::move(task);
+    timer.event.reset(event_new(base_.get(), -1, 0, onTimer, &timer));
+    const timeval delay = timevalOf(when - Clock::now());
+    event_add(timer.event.get(), &delay);
     return id;
 }
 
-void EventLoop::cancel(TimerId id) {
-    auto time = timerTimes_.find(id);
-    if (time == timerTimes_.end()) {
-        return;
-    }
-    timers_.erase({time->second, id});
-    timerTimes_.erase(time);
+void EventLoop::cancel(TimerId id) { timers_.erase(id); }
+
+void EventLoop::onTimer(int /*fd*/, short /*what*/, void* timer) {
+    auto& [event, loop, id, task] = *static_cast<Timer*>(timer);
+    const auto own = loop->timers_.extract(id);
+    task();
 }
 
-void EventLoop::run() {
-    running_ = true;
-    while (running_) {
-        waitAndDispatch();
+void EventLoop::post(Task task) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        posted_.push_back(std::move(task));
     }
+    event_active(postedEvent_.get(), 0, 0);
 }
 
-void EventLoop::waitAndDispatch() {
-    // Timers first: only those that are due now, so that one that re-arms itself for "now" can't
-    // starve the descriptors.
-    const TimerId newest = lastTimer_;
-    const Clock::time_point now = Clock::now();
-    while (running_ && !timers_.empty()) {
-        auto first = timers_.begin();
-        if (first->first.first > now || first->first.second > newest) {
-            break;
-        }
-        Task task = std::move(first->second);
-        timerTimes_.erase(first->first.second);
-        timers_.erase(first);
+void EventLoop::onPosted(int /*fd*/, short /*what*/, void* loop) {
+    auto& self = *static_cast<EventLoop*>(loop);
+    std::vector<Task> tasks;
+    {
+        const std::lock_guard<std::mutex> lock(self.mutex_);
+        tasks.swap(self.posted_);
+    }
+    for (const Task& task : tasks) {
         task();
     }
-    if (!running_) {
-        return;
-    }
-
-    std::vector<pollfd> fds;
-    std::vector<Watch> watches;
-    for (const auto& [fd, watch] : watches_) {
-        fds.push_back({fd, POLLIN, 0});
-        watches.push_back(watch);
-    }
-    timespec timeout{};
-    timespec* wait = nullptr;
-    if (!timers_.empty()) {
-        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(
-            timers_.begin()->first.first - Clock::now());
-        if (left.count() > 0) {
-            timeout.tv_sec = left.count() / 1'000'000'000;
-            timeout.tv_nsec = left.count() % 1'000'000'000;
-        }
-        wait = &timeout;
-    }
-    if (ppoll(fds.data(), fds.size(), wait, nullptr) <= 0) {
-        return;
-    }
-    for (size_t i = 0; i < fds.size() && running_; ++i) {
-        if (fds[i].revents == 0) {
-            continue;
-        }
-        // The descriptor may have been forgotten, or closed and opened anew, by an earlier
-        // callback.
-        auto current = watches_.find(fds[i].fd);
-        if (current != watches_.end() && current->second == watches[i]) {
-            (*watches[i])();
-        }
-    }
 }
+
+void EventLoop::run() { event_base_loop(base_.get(), EVLOOP_NO_EXIT_ON_EMPTY); }
+
+void EventLoop::stop() { event_base_loopbreak(base_.get()); }
 
 }  // namespace sim

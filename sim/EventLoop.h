@@ -1,22 +1,25 @@
 #pragma once
 
-#include <poll.h>
-
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <utility>
+#include <vector>
+
+struct event;
+struct event_base;
 
 namespace sim {
 
 using Duration = std::chrono::nanoseconds;
 
 /**
- * The simulator's one thread: waits for readable descriptors and for timers, and calls what was
- * registered for them. Descriptors are not owned. Callbacks may add and remove anything, themselves
- * included; what was removed is not called any more, also when it was already found ready.
+ * Waits for readable descriptors and for timers, and calls what was registered for them, on the
+ * thread that runs it. Only post() is for other threads. Descriptors are not owned. Callbacks may
+ * add and remove anything, themselves included; what was removed is not called any more.
  */
 class EventLoop {
   public:
@@ -24,13 +27,18 @@ class EventLoop {
     using Task = std::function<void()>;
     using TimerId = uint64_t;
 
-    /** Calls `onReadable` whenever `fd` is readable or hung up. Replaces an earlier registration.
-     */
+    /** Throws std::runtime_error when there are no descriptors for it. */
+    EventLoop();
+    ~EventLoop();
+    EventLoop(const EventLoop&) = delete;
+    EventLoop& operator=(const EventLoop&) = delete;
+
+    /** Calls `onReadable` whenever `fd` is readable or hung up, in place of what was called. */
     void watch(int fd, Task onReadable);
+    /** To be called before the descriptor is closed. */
     void forget(int fd);
 
-    /** Calls `task` once, not before `when`; tasks of the same instant in the order of the calls.
-     */
+    /** Calls `task` once, not before `when`. */
     TimerId at(Clock::time_point when, Task task);
     TimerId after(Clock::duration delay, Task task) {
         return at(Clock::now() + delay, std::move(task));
@@ -38,19 +46,42 @@ class EventLoop {
     /** Does nothing for a timer that has run. */
     void cancel(TimerId id);
 
+    /** Any thread: calls `task` on the loop's thread, in the order of the calls. */
+    void post(Task task);
+
     /** Runs until stop(). */
     void run();
-    void stop() { running_ = false; }
+    void stop();
 
   private:
-    void waitAndDispatch();
+    struct Free {
+        void operator()(event* one) const;
+        void operator()(event_base* base) const;
+    };
+    using Event = std::unique_ptr<event, Free>;
+    struct Watch {
+        Event event;
+        std::shared_ptr<Task> task;
+    };
+    struct Timer {
+        Event event;
+        EventLoop* loop;
+        TimerId id;
+        Task task;
+    };
 
-    using Watch = std::shared_ptr<Task>;
+    static void onReadable(int fd, short what, void* watch);
+    static void onTimer(int fd, short what, void* timer);
+    static void onPosted(int fd, short what, void* loop);
+
+    const std::unique_ptr<event_base, Free> base_;
     std::map<int, Watch> watches_;
-    std::map<std::pair<Clock::time_point, TimerId>, Task> timers_;
-    std::map<TimerId, Clock::time_point> timerTimes_;
+    std::map<TimerId, Timer> timers_;
     TimerId lastTimer_ = 0;
-    bool running_ = false;
+
+    std::mutex mutex_;
+    std::vector<Task> posted_;  // guarded by mutex_
+    const Event postedEvent_;
 };
 
 }  // namespace sim

@@ -157,7 +157,7 @@ void FakeSupplicant::handle(Socket& socket, const Address& from, const std::stri
     if (rule != nullptr || (command != "ATTACH" && command != "DETACH")) {
         Record record("command", socket.name, command);
         if (rule != nullptr && rule->none) {
-            record.withJson("reply", "null");
+            record.withNull("reply");
         } else {
             record.with("reply", text);
         }

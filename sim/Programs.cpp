@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
 
 namespace sim {
@@ -157,8 +158,8 @@ void Programs::startMonitor(const Done& done) {
         Record record(isError ? "output" : "callback", line);
         if (isError) {
             record.with("program", "corvid-wifi");
-        } else if (!line.empty() && line.front() == '{') {
-            record.withJson("callback", line);
+        } else if (const Json callback = Json::parse(line, nullptr, false); callback.is_object()) {
+            record.withJson("callback", callback);
         }
         recorder_.add(std::move(record));
     };

@@ -1,77 +1,78 @@
 #include "sim/Record.h"
 
-#include <cstdio>
+#include <cmath>
+
+#include <nlohmann/json.hpp>
 
 namespace sim {
 
-std::string jsonString(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
+Json jsonOf(std::string_view bytes) {
+    std::string utf8;
+    utf8.reserve(bytes.size());
+    for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            default:
-                if (byte < 0x20 || byte >= 0x7F) {
-                    char escaped[8];
-                    std::snprintf(escaped, sizeof(escaped), "\\u%04x", byte);
-                    out += escaped;
-                } else {
-                    out += c;
-                }
+        if (byte < 0x80) {
+            utf8 += c;
+        } else {
+            utf8 += static_cast<char>(0xC0 | byte >> 6);
+            utf8 += static_cast<char>(0x80 | (byte & 0x3F));
         }
     }
-    out += '"';
-    return out;
+    return utf8;
 }
 
-Record& Record::with(std::string name, std::string_view value) & {
-    fields.push_back({std::move(name), std::string(value), true});
-    return *this;
-}
-
-Record& Record::with(std::string name, int64_t value) & {
-    fields.push_back({std::move(name), std::to_string(value), false});
-    return *this;
-}
-
-Record& Record::withJson(std::string name, std::string json) & {
-    fields.push_back({std::move(name), std::move(json), false});
-    return *this;
-}
-
-std::string_view Record::field(std::string_view name) const {
-    for (const Field& candidate : fields) {
-        if (candidate.name == name) {
-            return candidate.value;
-        }
+std::string bytesOf(const Json& value) {
+    if (!value.is_string()) {
+        return lineOf(value);
     }
-    return {};
+    const auto& utf8 = value.get_ref<const std::string&>();
+    std::string bytes;
+    bytes.reserve(utf8.size());
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(utf8[i]);
+        const bool ofOurs = (byte == 0xC2 || byte == 0xC3) && i + 1 < utf8.size();
+        bytes += ofOurs ? static_cast<char>((byte & 3) << 6 | (utf8[++i] & 0x3F)) : utf8[i];
+    }
+    return bytes;
+}
+
+std::string lineOf(const Json& value) { return value.dump(-1, ' ', true); }
+
+Record& Record::with(const std::string& name, std::string_view value) & {
+    return withJson(name, jsonOf(value));
+}
+
+Record& Record::with(const std::string& name, int64_t value) & {
+    return withJson(name, Json(value));
+}
+
+Record& Record::withJson(const std::string& name, const Json& value) & {
+    auto more = fields ? std::make_shared<Json>(*fields) : std::make_shared<Json>(Json::object());
+    (*more)[name] = value;
+    fields = std::move(more);
+    return *this;
+}
+
+Record& Record::withNull(const std::string& name) & { return withJson(name, nullptr); }
+
+std::string Record::field(const std::string& name) const {
+    if (!fields || !fields->contains(name)) {
+        return "";
+    }
+    return bytesOf((*fields)[name]);
 }
 
 std::string Record::json() const {
-    char time[32];
-    std::snprintf(time, sizeof(time), "%.3f", t);
-    std::string out = std::string("{\"t\":") + time + ",\"kind\":" + jsonString(kind);
+    constexpr double kPerSecond = 1000;
+    Json line = {{"t", std::round(t * kPerSecond) / kPerSecond}, {"kind", jsonOf(kind)}};
     if (!socket.empty()) {
-        out += ",\"socket\":" + jsonString(socket);
+        line["socket"] = jsonOf(socket);
     }
-    out += ",\"text\":" + jsonString(text);
-    for (const Field& field : fields) {
-        out += "," + jsonString(field.name) + ":";
-        out += field.isText ? jsonString(field.value) : field.value;
+    line["text"] = jsonOf(text);
+    if (fields) {
+        line.update(*fields);
     }
-    return out + "}";
+    return lineOf(line);
 }
 
 void Recorder::add(Record record) {

@@ -4,15 +4,25 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 namespace sim {
 
-/** `text` as a JSON string with its quotes. A byte above 0x7F becomes \u00XX, so any bytes fit. */
-std::string jsonString(std::string_view text);
+/** Keeps an object's members in order. */
+using Json = nlohmann::ordered_json;
+
+/** Any bytes as a JSON string: each stands as the character of its number. */
+Json jsonOf(std::string_view bytes);
+/** The bytes that jsonOf() was given; any other value as one line of JSON. */
+std::string bytesOf(const Json& value);
+/** One line of JSON, in ASCII. */
+std::string lineOf(const Json& value);
 
 /**
  * One thing that happened: `kind` says what ("event", "command", "netlink", ... see README.md),
@@ -20,25 +30,22 @@ std::string jsonString(std::string_view text);
  * stands in `fields`.
  */
 struct Record {
-    Record(std::string kind_, std::string socket_, std::string text_)
-        : kind(std::move(kind_)), socket(std::move(socket_)), text(std::move(text_)) {}
-    Record(std::string kind_, std::string text_) : Record(std::move(kind_), "", std::move(text_)) {}
+    Record(std::string ofKind, std::string onSocket, std::string words)
+        : kind(std::move(ofKind)), socket(std::move(onSocket)), text(std::move(words)) {}
+    Record(std::string ofKind, std::string words)
+        : Record(std::move(ofKind), "", std::move(words)) {}
 
-    Record& with(std::string name, std::string_view value) &;
-    Record& with(std::string name, int64_t value) &;
-    /** `json` is put in as it stands. */
-    Record& withJson(std::string name, std::string json) &;
+    Record& with(const std::string& name, std::string_view value) &;
+    Record& with(const std::string& name, int64_t value) &;
+    Record& withJson(const std::string& name, const Json& value) &;
+    Record& withNull(const std::string& name) &;
     template <typename T>
-    Record&& with(std::string name, const T& value) && {
-        with(std::move(name), value);
+    Record&& with(const std::string& name, const T& value) && {
+        with(name, value);
         return std::move(*this);
     }
-    Record&& withJson(std::string name, std::string json) && {
-        withJson(std::move(name), std::move(json));
-        return std::move(*this);
-    }
-    /** A field's text, or its JSON where it isn't text; empty when there is none. */
-    std::string_view field(std::string_view name) const;
+    /** A field as bytesOf() gives it; empty when there is none. */
+    std::string field(const std::string& name) const;
 
     /** One line of JSON without the newline: t, kind, socket (if any), text, the fields. */
     std::string json() const;
@@ -47,12 +54,8 @@ struct Record {
     std::string kind;
     std::string socket;
     std::string text;
-    struct Field {
-        std::string name;
-        std::string value;
-        bool isText;
-    };
-    std::vector<Field> fields;
+    /** A JSON object, shared with copies of the record; null when there is none. */
+    std::shared_ptr<const Json> fields;
     /** Part of something that is told in one line elsewhere: kept out of the timeline. */
     bool detail = false;
 };

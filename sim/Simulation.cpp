@@ -3,6 +3,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 namespace sim {
 
 Simulation::Simulation(EventLoop& eventLoop, Recorder& records, ProgramPaths paths)
@@ -31,12 +33,11 @@ void Simulation::perform(const Step& step, Done done) {
 
 void Simulation::recordState() {
     Record record("state", programs.daemonRuns() ? "the daemon runs" : "the daemon does not run");
-    std::string sockets;
+    Json monitors = Json::object();
     for (const std::string& name : supplicant.names()) {
-        sockets += (sockets.empty() ? "{" : ",") + jsonString(name) + ":" +
-                   std::to_string(supplicant.monitors(name));
+        monitors[name] = supplicant.monitors(name);
     }
-    record.withJson("monitors", sockets.empty() ? "{}" : sockets + "}");
+    record.withJson("monitors", monitors);
     if (radio.sta) {
         record.with("frequency", radio.sta->frequencyMHz);
         record.with("rssi", radio.signal.dbm(EventLoop::Clock::now()));

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
 #include <sys/inotify.h>
 
 #include "host/root/HostRoot.h"
@@ -130,9 +131,9 @@ void Stage::readAtoms() {
     while (std::getline(in, line) && !in.eof()) {
         atomsRead_ += line.size() + 1;
         Record record("atom", line);
-        // Each line is one JSON object; anything else is told as text only.
-        if (!line.empty() && line.front() == '{' && line.back() == '}') {
-            record.withJson("atom", line);
+        // Each line is one JSON object; anything else is recorded as text only.
+        if (const Json atom = Json::parse(line, nullptr, false); atom.is_object()) {
+            record.withJson("atom", atom);
         }
         recorder_.add(std::move(record));
     }

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 namespace sim {
 
 namespace {
@@ -112,13 +114,13 @@ void Timeline::print(const Record& record) {
              record.socket + " > daemon", printable(eventText(record.text)));
     } else if (record.kind == "burst") {
         line(record, Style::Event, record.socket + " > daemon",
-             std::string(record.field("count")) + " times: " + printable(eventText(record.text)));
+             record.field("count") + " times: " + printable(eventText(record.text)));
     } else if (record.kind == "command") {
         command(record);
     } else if (record.kind == "netlink") {
         netlink(record);
     } else if (record.kind == "attach" || record.kind == "detach") {
-        const std::string why(record.field("why"));
+        const std::string why = record.field("why");
         line(record, why == "dropped" ? Style::Warning : Style::Good, "daemon > " + record.socket,
              record.kind == "attach"
                  ? "attached as monitor"
@@ -133,8 +135,7 @@ void Timeline::print(const Record& record) {
         line(record, Style::Good, "daemon > client", record.text);
     } else if (record.kind == "call") {
         if (record.field("arguments") == "dump") {
-            std::printf("\n%.*s\n", static_cast<int>(record.field("output").size()),
-                        record.field("output").data());
+            std::printf("\n%s\n", record.field("output").c_str());
             std::fflush(stdout);
         } else {
             line(record, record.field("status") == "0" ? Style::Good : Style::Warning,
@@ -152,7 +153,7 @@ void Timeline::print(const Record& record) {
 }
 
 void Timeline::command(const Record& record) {
-    const std::string_view reply = record.field("reply");
+    const std::string reply = record.field("reply");
     const std::string answer = reply == "null" ? "(no answer)" : shortReply(record.text, reply);
     std::string text = printable(record.text) + "  ->  " + (answer.empty() ? "(empty)" : answer);
     Style style = Style::Command;
@@ -177,12 +178,11 @@ void Timeline::netlink(const Record& record) {
          question && fine ? Style::Faint
          : fine           ? Style::Command
                           : Style::Warning,
-         "daemon > nl80211",
-         printable(record.text) + "  ->  " + std::string(record.field("answer")));
+         "daemon > nl80211", printable(record.text) + "  ->  " + record.field("answer"));
 }
 
 void Timeline::log(const Record& record) {
-    const std::string_view level = record.field("level");
+    const std::string level = record.field("level");
     const char letter = level.empty() ? 'V' : level[0];
     if (kLevels.find(letter) < kLevels.find(lowestLevel_)) {
         return;
@@ -195,24 +195,17 @@ void Timeline::log(const Record& record) {
 }
 
 void Timeline::atom(const Record& record) {
-    // The values behind the first, which is the time: {"string":"WIFI_STA_CONNECTED"},{"int":5180}
+    // The values behind the first, which is the time.
+    const Json atom = record.fields ? record.fields->value("atom", Json::object()) : Json::object();
+    const Json values = atom.value("values", Json::array());
     std::string out;
-    const std::string& json = record.text;
-    size_t at = json.find("\"values\":[");
-    for (int i = 0; (at = json.find("{\"", at)) != std::string::npos; ++i) {
-        const size_t begin = json.find(':', at) + 1;
-        const size_t end = json.find('}', begin);
-        if (begin == 0 || end == std::string::npos) {
-            break;
+    for (size_t i = 1; i < values.size(); ++i) {
+        // {"string":"WIFI_STA_CONNECTED"} or {"int":5180}
+        for (const Json& value : values[i]) {
+            out += (out.empty() ? "" : " ") + bytesOf(value);
         }
-        if (i > 0) {
-            const bool quoted = json[begin] == '"' && end - begin >= 2;
-            out += " " + json.substr(begin + (quoted ? 1 : 0), end - begin - (quoted ? 2 : 0));
-        }
-        at = end;
     }
-    line(record, Style::Good, "daemon > statistics",
-         out.empty() ? printable(json) : printable(out.substr(1)));
+    line(record, Style::Good, "daemon > statistics", printable(out.empty() ? record.text : out));
 }
 
 }  // namespace sim

@@ -143,6 +143,12 @@ TEST(Control, EndEndsIt) {
     EXPECT_EQ(sim.finish(), 0);
 }
 
+TEST(Control, InputThatIsNoPipeIsReadToItsEnd) {
+    const simtest::TempFolder folder;
+    std::string output;
+    EXPECT_EQ(simtest::runSim({"--control", "--root", folder.path()}, output), 0) << output;
+}
+
 TEST(Control, AMissingProgramIsNamed) {
     SimDriver sim;
     EXPECT_EQ(sim.play("daemon start"), "no daemon was given: start with --daemon PATH");

@@ -10,7 +10,10 @@
 #include <stdexcept>
 #include <utility>
 
+#include <nlohmann/json.hpp>
 #include <sys/wait.h>
+
+#include "sim/Record.h"
 
 namespace simtest {
 
@@ -53,79 +56,18 @@ int exitStatus(pid_t pid) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
-/** Reads a JSON string whose opening quote is at `at`; moves behind it. */
-std::optional<std::string> readString(std::string_view json, size_t& at) {
-    std::string out;
-    for (++at; at < json.size() && json[at] != '"'; ++at) {
-        if (json[at] != '\\') {
-            out += json[at];
-            continue;
-        }
-        if (++at >= json.size()) {
-            return std::nullopt;
-        }
-        if (json[at] == 'u' && at + 4 < json.size()) {
-            out += static_cast<char>(std::stoi(std::string(json.substr(at + 1, 4)), nullptr, 16));
-            at += 4;
-        } else {
-            out += json[at] == 'n' ? '\n' : json[at] == 't' ? '\t' : json[at];
-        }
-    }
-    if (at++ >= json.size()) {
-        return std::nullopt;
-    }
-    return out;
-}
-
-/** Reads any other JSON value as it stands, up to the comma or bracket that ends it. */
-std::string readRaw(std::string_view json, size_t& at) {
-    const size_t begin = at;
-    int depth = 0;
-    for (bool inString = false; at < json.size(); ++at) {
-        const char c = json[at];
-        if (inString) {
-            at += c == '\\' ? 1 : 0;
-            inString = c != '"';
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '{' || c == '[') {
-            ++depth;
-        } else if ((c == '}' || c == ']' || c == ',') && depth == 0) {
-            break;
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return std::string(json.substr(begin, at - begin));
-}
-
 }  // namespace
 
 std::optional<SimRecord> SimRecord::parse(std::string_view line) {
-    SimRecord record;
-    if (line.empty() || line.front() != '{' || line.back() != '}') {
+    const sim::Json json = sim::Json::parse(line, nullptr, false);
+    if (!json.is_object()) {
         return std::nullopt;
     }
-    size_t at = 1;
-    while (at < line.size() && line[at] == '"') {
-        const auto name = readString(line, at);
-        if (!name || at >= line.size() || line[at++] != ':' || at >= line.size()) {
-            return std::nullopt;
-        }
-        if (line[at] == '"') {
-            const auto value = readString(line, at);
-            if (!value) {
-                return std::nullopt;
-            }
-            record.members_[*name] = *value;
-        } else {
-            record.members_[*name] = readRaw(line, at);
-        }
-        if (at < line.size() && line[at] == ',') {
-            ++at;
-        }
+    SimRecord record;
+    for (const auto& [name, value] : json.items()) {
+        record.members_[name] = sim::bytesOf(value);
     }
-    return at + 1 == line.size() ? std::optional(record) : std::nullopt;
+    return record;
 }
 
 std::string SimRecord::operator[](const std::string& name) const {
