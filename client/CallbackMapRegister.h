@@ -2,26 +2,32 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "client/CallbackMap.h"
+#include "client/TaskHandler.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
 
 /**
- * One subscription to a CallbackMap, held for this object's lifetime. When the destructor has
- * returned, the callback is not running and never runs again.
+ * One subscription of a manager to a CallbackMap, held for this object's lifetime. When the
+ * destructor has returned, the handler is not running and never runs again.
  */
 template <typename T>
 class CallbackMapRegister {
   public:
     /**
-     * Registers `callback`, which the subscriber owns and keeps in place. A full map is logged as
-     * an error; the object then holds handle -1 and unregisters nothing.
+     * Registers `handler`, of which each call is noted as `task` in the task map before it begins.
+     * A full map is logged as an error; the object then holds handle -1 and unregisters nothing.
      */
-    CallbackMapRegister(std::shared_ptr<CallbackMap<T>> map, std::function<void(T)>& callback)
-        : map_(std::move(map)), handle_(map_->registerCallback(callback)) {
+    CallbackMapRegister(std::shared_ptr<CallbackMap<T>> map,
+                        std::shared_ptr<CorvidWifiClient> client, std::string task,
+                        std::function<void(T)> handler)
+        : map_(std::move(map)),
+          function_(taskHandler<T>(std::move(client), std::move(task), std::move(handler))),
+          handle_(map_->registerCallback(function_)) {
         if (handle_ == -1) {
             WIFI_LOGE("register CallbackMap failed");
         }
@@ -37,6 +43,7 @@ class CallbackMapRegister {
 
   private:
     const std::shared_ptr<CallbackMap<T>> map_;
+    std::function<void(T)> function_;
     const int handle_;
 };
 

@@ -3,16 +3,17 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
+#include "client/TaskHandler.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
 
 WifiClientCallback::WifiClientCallback(std::shared_ptr<CorvidWifiClient> client,
-                                       std::vector<WifiClientCallbackItem>& items)
+                                       const std::vector<WifiClientCallbackItem>& items)
     : client_(std::move(client)) {
-    for (WifiClientCallbackItem& item : items) {
+    for (const WifiClientCallbackItem& item : items) {
         auto function = std::make_unique<std::function<void(const std::string&)>>(
-            [&handler = item.callback](const std::string& event) { handler(event); });
+            taskHandler<const std::string&>(client_, item.task, item.handler));
         const int handle = client_->registerWpaCallback(item.type, *function, item.interfaceType);
         if (handle == -1) {
             WIFI_LOGE("Failed to register callback type:%d socket type:%d",

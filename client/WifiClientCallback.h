@@ -15,24 +15,23 @@ class CorvidWifiClient;
 /** One subscription that a manager asks for. */
 struct WifiClientCallbackItem {
     WifiClientCallbackType type;
-    /** The manager's own handler; must outlive the subscription. Receives the event's text. */
-    std::function<void(const std::string&)>& callback;
     /** Whose socket delivers the event. */
     NetInterfaceType interfaceType;
+    /** The handler's name in the task map, where each call is noted before it begins. */
+    std::string task;
+    /** Receives the event's text. */
+    std::function<void(const std::string&)> handler;
 };
 
 /**
  * A manager's subscriptions to supplicant events, held for this object's lifetime. When the
  * destructor has returned, none of the handlers is running and none runs again.
- *
- * One handler may appear in several items: each registration is a function of its own that calls
- * the handler, so that ending one never empties or waits for another.
  */
 class WifiClientCallback {
   public:
     /** Registers the items in order. One that is refused is logged as an error and left out. */
     WifiClientCallback(std::shared_ptr<CorvidWifiClient> client,
-                       std::vector<WifiClientCallbackItem>& items);
+                       const std::vector<WifiClientCallbackItem>& items);
 
     /** Unregisters in the order of registration. Not to be called from one of the handlers. */
     ~WifiClientCallback();

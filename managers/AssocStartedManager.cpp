@@ -13,12 +13,10 @@ namespace Ursa::OS::Wifi {
 AssocStartedManager::AssocStartedManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
     const auto lock = listener_.lock();
-    handler_ = [this](const std::string& event) {
-        client_->recordTask("AssocStartedManager.onAssocStarted");
-        onAssocStarted(event);
-    };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_ASSOC_STARTED, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_ASSOC_STARTED, NetInterfaceType::STA,
+         "AssocStartedManager.onAssocStarted",
+         [this](const std::string& event) { onAssocStarted(event); }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

@@ -32,7 +32,6 @@ class AssocStartedManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     RelayListener<> listener_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

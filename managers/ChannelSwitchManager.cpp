@@ -17,13 +17,13 @@ namespace Ursa::OS::Wifi {
 ChannelSwitchManager::ChannelSwitchManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)),
       frequencies_({{NetInterfaceType::STA, 0}, {NetInterfaceType::P2P, 0}}) {
-    handler_ = [this](const std::string& event) {
-        MutexLock lock(eventMutex_);
-        client_->recordTask("ChannelSwitchManager.onChannelSwitch");
-        channelSwitchEventHandler_(event);
-    };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, NetInterfaceType::STA,
+         "ChannelSwitchManager.onChannelSwitch",
+         [this](const std::string& event) {
+             MutexLock lock(eventMutex_);
+             channelSwitchEventHandler_(event);
+         }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

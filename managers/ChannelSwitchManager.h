@@ -53,7 +53,6 @@ class ChannelSwitchManager : public FeatureManager {
     Mutex eventMutex_;
     /** What the last event of each interface told, MHz; 0 for none and for a negative one. */
     std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

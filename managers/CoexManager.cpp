@@ -62,13 +62,13 @@ CoexManager::~CoexManager() {
     stopDispatcher_();
 }
 
-CoexRegistration CoexManager::registerCoexActionCallback(
-    CoexEventType type, std::function<void(const CoexAction&)>& action) {
-    auto map = findCallbackMap_(type);
+CoexRegistration CoexManager::registerCoexActionCallback(const CoexActionPackage& package) {
+    auto map = findCallbackMap_(package.type);
     if (map == nullptr) {
         return nullptr;
     }
-    return std::make_unique<CallbackMapRegister<const CoexAction&>>(std::move(map), action);
+    return std::make_unique<CallbackMapRegister<const CoexAction&>>(std::move(map), client_,
+                                                                    package.task, package.action);
 }
 
 void CoexManager::signalEvent(CoexEventType type, const std::string& data) {
@@ -134,63 +134,53 @@ void CoexManager::dispatcherThread_() {
 }
 
 void CoexManager::setWifiCallback_() {
+    struct Source {
+        WifiClientCallbackType type;
+        NetInterfaceType interfaceType;
+        const char* task;
+        CoexEventType event;
+    };
+    using Wpa = WifiClientCallbackType;
+    using Event = CoexEventType;
+    constexpr auto kSta = NetInterfaceType::STA;
+    constexpr auto kP2p = NetInterfaceType::P2P;
+    // The group's channel switches come on the station's socket: that is where the supplicant
+    // reports every one. Subscribers tell the interfaces apart by the name in the text.
+    static constexpr Source kSources[] = {
+        {Wpa::WPA_STA_CHANNEL_SWITCH, kSta, "CoexManager.onWifiStaChannelSwitch",
+         Event::WIFI_STA_CHANNEL_SWITCH},
+        {Wpa::WPA_STA_CONNECTED, kSta, "CoexManager.onWifiStaConnected", Event::WIFI_STA_CONNECTED},
+        {Wpa::WPA_STA_DISCONNECTED, kSta, "CoexManager.onWifiStaDisconnected",
+         Event::WIFI_STA_DISCONNECTED},
+        {Wpa::WPA_SOCKET_DISCONNECTED, kSta, "CoexManager.onWifiStaDisconnected",
+         Event::WIFI_STA_DISCONNECTED},
+        {Wpa::WPA_STA_CHANNEL_SWITCH, kSta, "CoexManager.onWifiP2pChannelSwitch",
+         Event::WIFI_P2P_CHANNEL_SWITCH},
+        {Wpa::WPA_P2P_GROUP_STARTED, kP2p, "CoexManager.onWifiP2pConnected",
+         Event::WIFI_P2P_CONNECTED},
+        {Wpa::WPA_P2P_GROUP_REMOVED, kP2p, "CoexManager.onWifiP2pDisconnected",
+         Event::WIFI_P2P_DISCONNECTED},
+        {Wpa::WPA_SOCKET_DISCONNECTED, kP2p, "CoexManager.onWifiP2pDisconnected",
+         Event::WIFI_P2P_DISCONNECTED},
+    };
     std::vector<WifiClientCallbackItem> items;
-    setWifiStaCallback_(items);
-    setWifiP2pCallback_(items);
+    for (const Source& source : kSources) {
+        items.push_back(
+            {source.type, source.interfaceType, source.task,
+             [this, event = source.event](const std::string& text) { signalEvent(event, text); }});
+    }
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }
 
-void CoexManager::setWifiStaCallback_(std::vector<WifiClientCallbackItem>& items) {
-    staConnectedHandler_ = makeHandler_("onWifiStaConnected", CoexEventType::WIFI_STA_CONNECTED);
-    staDisconnectedHandler_ =
-        makeHandler_("onWifiStaDisconnected", CoexEventType::WIFI_STA_DISCONNECTED);
-    staChannelSwitchHandler_ =
-        makeHandler_("onWifiStaChannelSwitch", CoexEventType::WIFI_STA_CHANNEL_SWITCH);
-    items.push_back({WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, staChannelSwitchHandler_,
-                     NetInterfaceType::STA});
-    items.push_back(
-        {WifiClientCallbackType::WPA_STA_CONNECTED, staConnectedHandler_, NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_STA_DISCONNECTED, staDisconnectedHandler_,
-                     NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_SOCKET_DISCONNECTED, staDisconnectedHandler_,
-                     NetInterfaceType::STA});
-}
-
-void CoexManager::setWifiP2pCallback_(std::vector<WifiClientCallbackItem>& items) {
-    p2pConnectedHandler_ = makeHandler_("onWifiP2pConnected", CoexEventType::WIFI_P2P_CONNECTED);
-    p2pDisconnectedHandler_ =
-        makeHandler_("onWifiP2pDisconnected", CoexEventType::WIFI_P2P_DISCONNECTED);
-    p2pChannelSwitchHandler_ =
-        makeHandler_("onWifiP2pChannelSwitch", CoexEventType::WIFI_P2P_CHANNEL_SWITCH);
-    // On the station's socket, deliberately: that is where the supplicant reports every channel
-    // switch. Subscribers tell the interfaces apart by the name in the text.
-    items.push_back({WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, p2pChannelSwitchHandler_,
-                     NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_P2P_GROUP_STARTED, p2pConnectedHandler_,
-                     NetInterfaceType::P2P});
-    items.push_back({WifiClientCallbackType::WPA_P2P_GROUP_REMOVED, p2pDisconnectedHandler_,
-                     NetInterfaceType::P2P});
-    items.push_back({WifiClientCallbackType::WPA_SOCKET_DISCONNECTED, p2pDisconnectedHandler_,
-                     NetInterfaceType::P2P});
-}
-
-std::function<void(const std::string&)> CoexManager::makeHandler_(const char* handler,
-                                                                  CoexEventType type) {
-    return [this, task = std::string("CoexManager.") + handler, type](const std::string& event) {
-        client_->recordTask(task);
-        signalEvent(type, event);
-    };
-}
-
-void registerCoexActions(CorvidWifiClient& client, std::vector<CoexActionPackage>& packages) {
-    const auto coexManager = client.compositionRoot()->coexManager();
-    if (coexManager == nullptr) {
-        return;
+std::vector<CoexRegistration> registerCoexActions(CorvidWifiClient& client,
+                                                  const std::vector<CoexActionPackage>& packages) {
+    std::vector<CoexRegistration> registrations;
+    if (const auto coexManager = client.compositionRoot()->coexManager()) {
+        for (const CoexActionPackage& package : packages) {
+            registrations.push_back(coexManager->registerCoexActionCallback(package));
+        }
     }
-    for (CoexActionPackage& package : packages) {
-        package.registration =
-            coexManager->registerCoexActionCallback(package.type, package.action);
-    }
+    return registrations;
 }
 
 }  // namespace Ursa::OS::Wifi

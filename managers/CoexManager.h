@@ -39,15 +39,16 @@ struct CoexAction {
     std::string data;
 };
 
-using CoexRegistration = std::unique_ptr<CallbackMapRegister<const CoexAction&>>;
-
-/** One subscription of a coexistence manager; it ends with the package. */
+/** One subscription that a coexistence manager asks for. */
 struct CoexActionPackage {
     CoexEventType type;
-    /** One object per registration, which stays at its address while registered. */
+    /** The action's name in the task map, where each run is noted before it begins. */
+    std::string task;
     std::function<void(const CoexAction&)> action;
-    CoexRegistration registration;
 };
+
+/** A subscription, which ends with this object: the action then runs no more. */
+using CoexRegistration = std::unique_ptr<CallbackMapRegister<const CoexAction&>>;
 
 /**
  * Turns the supplicant's events into six coexistence events and hands them, one at a time and in
@@ -61,12 +62,8 @@ class CoexManager : public FeatureManager {
     explicit CoexManager(std::shared_ptr<CorvidWifiClient> client);
     ~CoexManager() override;
 
-    /**
-     * Subscribes `action`, which stays at its address, to one type. Returns null, with a warning,
-     * for a type outside the enumeration.
-     */
-    CoexRegistration registerCoexActionCallback(CoexEventType type,
-                                                std::function<void(const CoexAction&)>& action);
+    /** Returns null, with a warning, for a type outside the enumeration. */
+    CoexRegistration registerCoexActionCallback(const CoexActionPackage& package);
 
     /** Queues an event and wakes the dispatcher. Any thread. */
     void signalEvent(CoexEventType type, const std::string& data) EXCLUDES(queueMutex_);
@@ -81,10 +78,6 @@ class CoexManager : public FeatureManager {
     void stopDispatcher_();
     void dispatcherThread_();
     void setWifiCallback_();
-    void setWifiStaCallback_(std::vector<WifiClientCallbackItem>& items);
-    void setWifiP2pCallback_(std::vector<WifiClientCallbackItem>& items);
-    /** A handler that notes its task and signals the event. */
-    std::function<void(const std::string&)> makeHandler_(const char* handler, CoexEventType type);
     /** Null, with a warning, for a type outside the enumeration. */
     std::shared_ptr<CallbackMap<const CoexAction&>> findCallbackMap_(CoexEventType type) const;
 
@@ -99,19 +92,14 @@ class CoexManager : public FeatureManager {
     Mutex queueMutex_;
     std::vector<CoexEvent> queue_ GUARDED_BY(queueMutex_);
 
-    std::function<void(const std::string&)> staConnectedHandler_;
-    std::function<void(const std::string&)> staDisconnectedHandler_;
-    std::function<void(const std::string&)> staChannelSwitchHandler_;
-    std::function<void(const std::string&)> p2pConnectedHandler_;
-    std::function<void(const std::string&)> p2pDisconnectedHandler_;
-    std::function<void(const std::string&)> p2pChannelSwitchHandler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 
 /**
- * Subscribes each package with the dispatcher. They stay where they are from then on. Without a
- * dispatcher nothing happens but the composition root's warning.
+ * Subscribes each package with the dispatcher. Without one, nothing happens but the composition
+ * root's warning.
  */
-void registerCoexActions(CorvidWifiClient& client, std::vector<CoexActionPackage>& packages);
+std::vector<CoexRegistration> registerCoexActions(CorvidWifiClient& client,
+                                                  const std::vector<CoexActionPackage>& packages);
 
 }  // namespace Ursa::OS::Wifi

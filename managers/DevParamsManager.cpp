@@ -20,13 +20,13 @@ constexpr std::array kAccessCategories = {"AC_BE", "AC_BK", "AC_VI", "AC_VO"};
 DevParamsManager::DevParamsManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
     initParams();
-    handler_ = [this](const std::string& /*event*/) {
-        client_->recordTask("DevParamsManager.onStaConnected");
-        WIFI_LOGD("STA event(CONNECTED)");
-        setDevParams(defaultConfig_);
-    };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_CONNECTED, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_CONNECTED, NetInterfaceType::STA,
+         "DevParamsManager.onStaConnected",
+         [this](const std::string& /*event*/) {
+             WIFI_LOGD("STA event(CONNECTED)");
+             setDevParams(defaultConfig_);
+         }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -43,7 +42,6 @@ class DevParamsManager : public FeatureManager {
     void initParams();
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 
     ParamConfigType defaultConfig_ = ParamConfigType::AC_AND_UL_MU;

@@ -9,6 +9,7 @@
 #include "config/CorvidWifiProperties.h"
 #include "managers/BoundedWorker.h"
 #include "managers/WifiBand.h"
+#include "managers/support/StationSignal.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -86,59 +87,45 @@ FrequencyBlockManager::FrequencyBlockManager(std::shared_ptr<CorvidWifiClient> c
 FrequencyBlockManager::~FrequencyBlockManager() = default;
 
 void FrequencyBlockManager::setCoexActionCallback_() {
-    setCoexWifiStaActionPackages_();
-    setCoexWifiP2pActionPackages_();
-    registerCoexActions(*client_, packages_);
-}
-
-void FrequencyBlockManager::setCoexWifiStaActionPackages_() {
-    packages_.push_back({CoexEventType::WIFI_STA_CONNECTED,
-                         [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }, nullptr});
-    packages_.push_back({CoexEventType::WIFI_STA_DISCONNECTED,
-                         [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); },
-                         nullptr});
-}
-
-void FrequencyBlockManager::setCoexWifiP2pActionPackages_() {
-    packages_.push_back({CoexEventType::WIFI_P2P_CONNECTED,
-                         [this](const CoexAction& action) { onWifiP2pConnected_(action.data); },
-                         nullptr});
-    packages_.push_back({CoexEventType::WIFI_P2P_DISCONNECTED,
-                         [this](const CoexAction& action) { onWifiP2pDisconnected_(action.data); },
-                         nullptr});
-    packages_.push_back({CoexEventType::WIFI_P2P_CHANNEL_SWITCH,
-                         [this](const CoexAction& action) { onWifiP2pChannelSwitch_(action.data); },
-                         nullptr});
+    registrations_ = registerCoexActions(
+        *client_,
+        {
+            {CoexEventType::WIFI_STA_CONNECTED, "FrequencyBlockManager.onWifiStaConnected",
+             [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }},
+            {CoexEventType::WIFI_STA_DISCONNECTED, "FrequencyBlockManager.onWifiStaDisconnected",
+             [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); }},
+            {CoexEventType::WIFI_P2P_CONNECTED, "FrequencyBlockManager.onWifiP2pConnected",
+             [this](const CoexAction& action) { onWifiP2pConnected_(action.data); }},
+            {CoexEventType::WIFI_P2P_DISCONNECTED, "FrequencyBlockManager.onWifiP2pDisconnected",
+             [this](const CoexAction& action) { onWifiP2pDisconnected_(action.data); }},
+            {CoexEventType::WIFI_P2P_CHANNEL_SWITCH, "FrequencyBlockManager.onWifiP2pChannelSwitch",
+             [this](const CoexAction& action) { onWifiP2pChannelSwitch_(action.data); }},
+        });
 }
 
 void FrequencyBlockManager::onWifiStaConnected_() {
-    client_->recordTask("FrequencyBlockManager.onWifiStaConnected");
     WIFI_LOGI("Wi-Fi STA event(CONNECTED)");
-    std::string reply;
-    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+    const StationSignal signal = pollStationSignal(*client_);
+    if (signal.outcome == StationSignal::Outcome::NotSent) {
         WIFI_LOGI("failed to send wpa_supplicant command.");
         return;
     }
-    int rssi = -1;
-    int freq = -1;
-    const bool known = parsed([&] { return getRssiAndFreq(reply, rssi, freq); });
-    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", rssi, freq, known ? "success" : "fail");
-    if (known) {
-        WIFI_LOGD("STA Freq:%d newFreq:%d", staFreq_, freq);
-        staFreq_ = freq;
+    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", signal.rssi, signal.frequency,
+              signal.isKnown() ? "success" : "fail");
+    if (signal.isKnown()) {
+        WIFI_LOGD("STA Freq:%d newFreq:%d", staFreq_, signal.frequency);
+        staFreq_ = signal.frequency;
         updateFrequencyBlock_();
     }
 }
 
 void FrequencyBlockManager::onWifiStaDisconnected_(const std::string& event) {
-    client_->recordTask("FrequencyBlockManager.onWifiStaDisconnected");
     WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
     staFreq_ = -1;
     updateFrequencyBlock_();
 }
 
 void FrequencyBlockManager::onWifiP2pConnected_(const std::string& event) {
-    client_->recordTask("FrequencyBlockManager.onWifiP2pConnected");
     WIFI_LOGI("Wi-Fi P2P event(CONNECTED)");
     int freq = -1;
     if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, freq); })) {
@@ -150,14 +137,12 @@ void FrequencyBlockManager::onWifiP2pConnected_(const std::string& event) {
 }
 
 void FrequencyBlockManager::onWifiP2pDisconnected_(const std::string& event) {
-    client_->recordTask("FrequencyBlockManager.onWifiP2pDisconnected");
     WIFI_LOGI("Wi-Fi P2P event(DISCONNECTED-%s)", event.c_str());
     p2pFreq_ = -1;
     updateFrequencyBlock_();
 }
 
 void FrequencyBlockManager::onWifiP2pChannelSwitch_(const std::string& event) {
-    client_->recordTask("FrequencyBlockManager.onWifiP2pChannelSwitch");
     WIFI_LOGI("Wi-Fi P2P event(CHANNEL-SWITCH %s)", event.c_str());
     ChannelSwitchResult result = {};
     if (!getChannelSwitchResult(event.c_str(), result)) {

@@ -58,8 +58,6 @@ class FrequencyBlockManager : public FeatureManager {
     };
 
     void setCoexActionCallback_();
-    void setCoexWifiStaActionPackages_();
-    void setCoexWifiP2pActionPackages_();
 
     void onWifiStaConnected_();
     void onWifiStaDisconnected_(const std::string& event);
@@ -81,7 +79,7 @@ class FrequencyBlockManager : public FeatureManager {
     int32_t staFreq_ = -1;
     int32_t p2pFreq_ = -1;
 
-    std::vector<CoexActionPackage> packages_;  ///< last: no action runs once it has gone
+    std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

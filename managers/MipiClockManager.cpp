@@ -9,6 +9,7 @@
 #include "client/SupplicantParser.h"
 #include "managers/BoundedWorker.h"
 #include "managers/TelemetryEventLogger.h"
+#include "managers/support/StationSignal.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -72,46 +73,38 @@ MipiClockManager::MipiClockManager(std::shared_ptr<CorvidWifiClient> client,
 MipiClockManager::~MipiClockManager() { ending_ = true; }
 
 void MipiClockManager::setCoexActionCallback_() {
-    setCoexWifiStaActionPackages_();
-    registerCoexActions(*client_, packages_);
-}
-
-void MipiClockManager::setCoexWifiStaActionPackages_() {
-    packages_.push_back({CoexEventType::WIFI_STA_CONNECTED,
-                         [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }, nullptr});
-    packages_.push_back({CoexEventType::WIFI_STA_DISCONNECTED,
-                         [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); },
-                         nullptr});
-    packages_.push_back({CoexEventType::WIFI_STA_CHANNEL_SWITCH,
-                         [this](const CoexAction& action) { onWifiStaChannelSwitch_(action.data); },
-                         nullptr});
+    registrations_ = registerCoexActions(
+        *client_,
+        {
+            {CoexEventType::WIFI_STA_CONNECTED, "MipiClockManager.onWifiStaConnected",
+             [this](const CoexAction& /*action*/) { onWifiStaConnected_(); }},
+            {CoexEventType::WIFI_STA_DISCONNECTED, "MipiClockManager.onWifiStaDisconnected",
+             [this](const CoexAction& action) { onWifiStaDisconnected_(action.data); }},
+            {CoexEventType::WIFI_STA_CHANNEL_SWITCH, "MipiClockManager.onWifiStaChannelSwitch",
+             [this](const CoexAction& action) { onWifiStaChannelSwitch_(action.data); }},
+        });
 }
 
 void MipiClockManager::onWifiStaConnected_() {
-    client_->recordTask("MipiClockManager.onWifiStaConnected");
     WIFI_LOGI("Wi-Fi STA event(CONNECTED)");
-    std::string reply;
-    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+    const StationSignal signal = pollStationSignal(*client_);
+    if (signal.outcome == StationSignal::Outcome::NotSent) {
         WIFI_LOGE("failed to send wpa_supplicant command.");
         return;
     }
-    int rssi = -1;
-    int freq = -1;
-    const bool known = parsed([&] { return getRssiAndFreq(reply, rssi, freq); });
-    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", rssi, freq, known ? "success" : "fail");
-    if (known) {
-        notifyListener_(mipiClockOf(freq));
+    WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", signal.rssi, signal.frequency,
+              signal.isKnown() ? "success" : "fail");
+    if (signal.isKnown()) {
+        notifyListener_(mipiClockOf(signal.frequency));
     }
 }
 
 void MipiClockManager::onWifiStaDisconnected_(const std::string& event) {
-    client_->recordTask("MipiClockManager.onWifiStaDisconnected");
     WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
     // The clock stays where it is, deliberately.
 }
 
 void MipiClockManager::onWifiStaChannelSwitch_(const std::string& event) {
-    client_->recordTask("MipiClockManager.onWifiStaChannelSwitch");
     WIFI_LOGI("Wi-Fi STA event(CHANNEL-SWITCH %s)", event.c_str());
     ChannelSwitchResult result = {};
     if (!getChannelSwitchResult(event.c_str(), result)) {

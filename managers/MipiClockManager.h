@@ -36,7 +36,6 @@ class MipiClockManager : public FeatureManager {
 
   private:
     void setCoexActionCallback_();
-    void setCoexWifiStaActionPackages_();
 
     void onWifiStaConnected_();
     void onWifiStaDisconnected_(const std::string& event);
@@ -52,7 +51,7 @@ class MipiClockManager : public FeatureManager {
     /** What the camera service last accepted; -1 at first. Written on the dispatcher only. */
     std::atomic<int32_t> clock_{-1};
     std::atomic<bool> ending_{false};
-    std::vector<CoexActionPackage> packages_;  ///< last: no action runs once it has gone
+    std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

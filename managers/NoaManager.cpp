@@ -19,9 +19,9 @@ constexpr unsigned kRepeatForEver = 255;
 
 NoaManager::NoaManager(std::shared_ptr<CorvidWifiClient> client) : client_(std::move(client)) {
     RecursiveMutexLock lock(mutex_);
-    handler_ = [this](const std::string& event) { onStaScanEnded_(event); };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_SCAN_RESULTS, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_SCAN_RESULTS, NetInterfaceType::STA,
+         "NoaManager.onStaScanEnded", [this](const std::string& event) { onStaScanEnded_(event); }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }
@@ -50,7 +50,6 @@ bool NoaManager::setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue
 }
 
 void NoaManager::onStaScanEnded_(const std::string& event) {
-    client_->recordTask("NoaManager.onStaScanEnded");
     WIFI_LOGD("onScanEnded(%s)", event.c_str());
     RecursiveMutexLock lock(mutex_);
     if (noaSet_) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -34,7 +33,6 @@ class NoaManager : public FeatureManager {
     const std::shared_ptr<CorvidWifiClient> client_;
     /** Held while the command is sent, deliberately; the handler sends with it held too. */
     RecursiveMutex mutex_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
     bool noaSet_ GUARDED_BY(mutex_) = false;
     unsigned count_ GUARDED_BY(mutex_) = 0;

@@ -28,21 +28,20 @@ const ReadOnce<int>& PowerJumpDetectManager::rssiThresholdOfProcess() {
 }
 
 void PowerJumpDetectManager::setCallback_() {
-    staConnectedHandler_ = [this](const StaResult& result) { onStaConnected_(result); };
-    staDisconnectedHandler_ = [this](const StaResult& result) { onStaDisconnected_(result); };
     const auto staManager = client_->compositionRoot()->staManager();
     if (staManager == nullptr) {
         return;
     }
     staConnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
-        staManager->staConnectedCallbacks, staConnectedHandler_);
+        staManager->staConnectedCallbacks, client_, "PowerJumpDetectManager.onStaConnected",
+        [this](const StaResult& result) { onStaConnected_(result); });
     staDisconnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
-        staManager->staDisconnectedCallbacks, staDisconnectedHandler_);
+        staManager->staDisconnectedCallbacks, client_, "PowerJumpDetectManager.onStaDisconnected",
+        [this](const StaResult& result) { onStaDisconnected_(result); });
 }
 
 void PowerJumpDetectManager::onStaConnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
-    client_->recordTask("PowerJumpDetectManager.onStaConnected");
     const bool weak2Ghz = result.rssi < rssiThreshold_() && result.frequency < kFirst5GhzFrequency;
     const State wanted = weak2Ghz ? State::OFF : State::ON;
     if (wanted != state_) {
@@ -53,7 +52,6 @@ void PowerJumpDetectManager::onStaConnected_(const StaResult& result) {
 
 void PowerJumpDetectManager::onStaDisconnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
-    client_->recordTask("PowerJumpDetectManager.onStaDisconnected");
     WIFI_LOGI("%s", result.event.c_str());
     setPowerJumpDetect_(State::OFF);
 }

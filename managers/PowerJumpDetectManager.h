@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "client/CallbackMapRegister.h"
@@ -40,8 +39,6 @@ class PowerJumpDetectManager : public FeatureManager {
     const ReadOnce<int>& rssiThreshold_;
     /** Held by both handlers for their whole run, the command included, deliberately. */
     Mutex handlerMutex_;
-    std::function<void(const StaResult&)> staConnectedHandler_;
-    std::function<void(const StaResult&)> staDisconnectedHandler_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
     State state_ GUARDED_BY(handlerMutex_) = State::UNSET;

@@ -11,13 +11,11 @@ namespace Ursa::OS::Wifi {
 RegdomManager::RegdomManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
     const auto lock = listener_.lock();
-    handler_ = [this](const std::string& event) {
-        client_->recordTask("RegdomManager.onRegdomUpdated");
-        onRegdomUpdated(event);
-    };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_REGDOM_CHANGE, handler_, NetInterfaceType::STA},
-        {WifiClientCallbackType::WPA_REGDOM_CHANGE, handler_, NetInterfaceType::P2P},
+    constexpr char kTask[] = "RegdomManager.onRegdomUpdated";
+    const auto handler = [this](const std::string& event) { onRegdomUpdated(event); };
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_REGDOM_CHANGE, NetInterfaceType::STA, kTask, handler},
+        {WifiClientCallbackType::WPA_REGDOM_CHANGE, NetInterfaceType::P2P, kTask, handler},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

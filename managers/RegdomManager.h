@@ -33,7 +33,6 @@ class RegdomManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     RelayListener<const RegdomUpdatedResult&> listener_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

@@ -142,13 +142,13 @@ ScsManager::ScsManager(std::shared_ptr<CorvidWifiClient> client) : client_(std::
 ScsManager::~ScsManager() = default;
 
 void ScsManager::registerCallbacks() {
-    handler_ = [this](const std::string& event) {
-        client_->recordTask("ScsManager.onStaDisconnected");
-        WIFI_LOGI("STA event(DISCONNECTED %s)", event.c_str());
-        profiles_.removeAll();
-    };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_DISCONNECTED, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_DISCONNECTED, NetInterfaceType::STA,
+         "ScsManager.onStaDisconnected",
+         [this](const std::string& event) {
+             WIFI_LOGI("STA event(DISCONNECTED %s)", event.c_str());
+             profiles_.removeAll();
+         }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

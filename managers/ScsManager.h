@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -75,7 +74,6 @@ class ScsManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     ResourceAllocator<ScsProfile> profiles_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
-#include "client/SupplicantParser.h"
 #include "managers/TelemetryEventLogger.h"
 #include "os/Log.h"
 
@@ -40,9 +39,7 @@ StaManager::StaManager(std::shared_ptr<CorvidWifiClient> client, std::chrono::mi
       staDisconnectedCallbacks(std::make_shared<CallbackMap<const StaResult&>>()),
       client_(std::move(client)),
       second_(second) {
-    std::vector<WifiClientCallbackItem> items;
-    setStaCallback_(items);
-    subscription_ = std::make_unique<WifiClientCallback>(client_, items);
+    setStaCallback_();
 }
 
 StaManager::~StaManager() {
@@ -57,36 +54,33 @@ StaManager::~StaManager() {
     stopWorker_();
 }
 
-void StaManager::setStaCallback_(std::vector<WifiClientCallbackItem>& items) {
-    connectedHandler_ = [this](const std::string& /*event*/) { onStaConnected_(); };
-    disconnectedHandler_ = [this](const std::string& event) { onStaDisconnected_(event); };
-    channelSwitchHandler_ = [this](const std::string& event) { onStaChannelSwitch_(event); };
-    items.push_back(
-        {WifiClientCallbackType::WPA_STA_CONNECTED, connectedHandler_, NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_STA_DISCONNECTED, disconnectedHandler_,
-                     NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_SOCKET_DISCONNECTED, disconnectedHandler_,
-                     NetInterfaceType::STA});
-    items.push_back({WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, channelSwitchHandler_,
-                     NetInterfaceType::STA});
+void StaManager::setStaCallback_() {
+    using Type = WifiClientCallbackType;
+    constexpr char kDisconnected[] = "StaManager.onStaDisconnected";
+    const auto disconnected = [this](const std::string& event) { onStaDisconnected_(event); };
+    const std::vector<WifiClientCallbackItem> items = {
+        {Type::WPA_STA_CONNECTED, NetInterfaceType::STA, "StaManager.onStaConnected",
+         [this](const std::string& /*event*/) { onStaConnected_(); }},
+        {Type::WPA_STA_DISCONNECTED, NetInterfaceType::STA, kDisconnected, disconnected},
+        {Type::WPA_SOCKET_DISCONNECTED, NetInterfaceType::STA, kDisconnected, disconnected},
+        {Type::WPA_STA_CHANNEL_SWITCH, NetInterfaceType::STA, "StaManager.onStaChannelSwitch",
+         [this](const std::string& event) { onStaChannelSwitch_(event); }},
+    };
+    subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }
 
 void StaManager::onStaConnected_() {
     WIFI_LOGI("STA event(CONNECTED)");
     MutexLock lock(handlerMutex_);
-    client_->recordTask("StaManager.onStaConnected");
     TelemetryEventLogger logger(TelemetryEventType::STA_CONNECTED);
-    int rssi = -1;
-    int freq = -1;
-    pollSignal_(rssi, freq);
-    logger.reportStaManagerEvent(freq, rssi);
+    const StationSignal signal = pollSignal_();
+    logger.reportStaManagerEvent(signal.frequency, signal.rssi);
     startWorker_();
 }
 
 void StaManager::onStaDisconnected_(const std::string& event) {
     WIFI_LOGI("STA event(DISCONNECTED-%s)", event.c_str());
     MutexLock lock(handlerMutex_);
-    client_->recordTask("StaManager.onStaDisconnected");
     TelemetryEventLogger(TelemetryEventType::STA_DISCONNECTED).reportStaManagerEvent(-1, -1);
     stopWorker_();
     notifyDisconnected_();
@@ -94,12 +88,9 @@ void StaManager::onStaDisconnected_(const std::string& event) {
 
 void StaManager::onStaChannelSwitch_(const std::string& event) {
     WIFI_LOGI("STA event(CHANNEL_SWITCH-%s)", event.c_str());
-    client_->recordTask("StaManager.onStaChannelSwitch");
     TelemetryEventLogger logger(TelemetryEventType::STA_CHANNEL_SWITCH);
-    int rssi = -1;
-    int freq = -1;
-    pollSignal_(rssi, freq);
-    logger.reportStaManagerEvent(freq, rssi);
+    const StationSignal signal = pollSignal_();
+    logger.reportStaManagerEvent(signal.frequency, signal.rssi);
 }
 
 void StaManager::startWorker_() {
@@ -131,7 +122,10 @@ void StaManager::workerThread_() {
     int pause = kSamplePeriodSeconds;
     StaResult sample = {"StaManager event(CONNECTED)", -1, -1};
     while (sleep_(pause)) {
-        if (pollSignal_(sample.rssi, sample.frequency)) {
+        const StationSignal signal = pollSignal_();
+        if (signal.isKnown()) {
+            sample.frequency = signal.frequency;
+            sample.rssi = signal.rssi;
             notify_(*staConnectedCallbacks, sample);
             pause = kSamplePeriodSeconds;
         } else if (failures_ >= kMaxFailures) {
@@ -163,30 +157,25 @@ void StaManager::notify_(CallbackMap<const StaResult&>& subscribers, const StaRe
     }
 }
 
-bool StaManager::pollSignal_(int& rssi, int& freq) {
-    std::string reply;
-    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+StationSignal StaManager::pollSignal_() {
+    const StationSignal signal = pollStationSignal(*client_);
+    if (signal.outcome == StationSignal::Outcome::NotSent) {
         const uint32_t failures = ++failures_;
         WIFI_LOGI("failed %u times for sending wpa_supplicant command.", failures);
-        return false;
+    } else {
+        failures_ = 0;
     }
-    failures_ = 0;
-    return parsed([&] { return getRssiAndFreq(reply, rssi, freq); });
+    return signal;
 }
 
 void StaManager::getStaInfo(StaInfo& info) {
-    info = {-1, -1, 0};
-    std::string reply;
-    if (!client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, NetInterfaceType::STA)) {
+    const StationSignal signal = pollStationSignal(*client_);
+    info = {signal.frequency, signal.rssi, 0};
+    if (signal.outcome == StationSignal::Outcome::NotSent) {
         WIFI_LOGE("Failed to send SIGNAL_POLL command");
-        return;
-    }
-    // A reply that is only half there gives the half that was found.
-    if (!parsed([&] { return getRssiAndFreq(reply, info.rssi, info.frequency); })) {
+    } else if (!signal.isKnown()) {
         WIFI_LOGE("failed to parse frequency and RSSI from SIGNAL_POLL response");
-        return;
-    }
-    if (info.frequency != -1) {
+    } else if (signal.frequency != -1) {
         info.bandwidth = client_->getNl80211Client()->getStaBandwidth();
     }
 }

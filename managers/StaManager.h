@@ -4,7 +4,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,6 +13,7 @@
 #include "client/CallbackMap.h"
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
+#include "managers/support/StationSignal.h"
 #include "os/Mutex.h"
 
 namespace Ursa::OS::Wifi {
@@ -69,7 +69,7 @@ class StaManager : public FeatureManager {
     bool dumpInfo(std::string& out) override;
 
   private:
-    void setStaCallback_(std::vector<WifiClientCallbackItem>& items);
+    void setStaCallback_();
 
     void onStaConnected_();
     void onStaDisconnected_(const std::string& event);
@@ -84,8 +84,8 @@ class StaManager : public FeatureManager {
     /** Calls the subscribers; what one throws is logged and goes no further. */
     static void notify_(CallbackMap<const StaResult&>& subscribers, const StaResult& result);
 
-    /** Returns whether the signal is known; what was found is set either way. */
-    bool pollSignal_(int& rssi, int& freq);
+    /** Asks for the signal and counts what can't be sent. */
+    StationSignal pollSignal_();
 
     const std::shared_ptr<CorvidWifiClient> client_;
     const std::chrono::milliseconds second_;
@@ -98,9 +98,6 @@ class StaManager : public FeatureManager {
     /** Failed sends in a row; a worker begins anew. */
     std::atomic<uint32_t> failures_{0};
 
-    std::function<void(const std::string&)> connectedHandler_;
-    std::function<void(const std::string&)> disconnectedHandler_;
-    std::function<void(const std::string&)> channelSwitchHandler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

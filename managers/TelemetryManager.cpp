@@ -10,13 +10,13 @@ namespace Ursa::OS::Wifi {
 
 TelemetryManager::TelemetryManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
-    handler_ = [this](const std::string& event) {
-        client_->recordTask("TelemetryManager.onStaEvent");
+    constexpr char kTask[] = "TelemetryManager.onStaEvent";
+    const auto handler = [](const std::string& event) {
         WIFI_LOGI("STA event(CONNECTED)/(CHANNEL_SWITCH) %s", event.c_str());
     };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_CONNECTED, handler_, NetInterfaceType::STA},
-        {WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, handler_, NetInterfaceType::STA},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_STA_CONNECTED, NetInterfaceType::STA, kTask, handler},
+        {WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, NetInterfaceType::STA, kTask, handler},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }

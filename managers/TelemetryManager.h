@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -19,7 +18,6 @@ class TelemetryManager : public FeatureManager {
 
   private:
     const std::shared_ptr<CorvidWifiClient> client_;
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

@@ -26,9 +26,9 @@ TxChainManager::TxChainManager(std::shared_ptr<CorvidWifiClient> client)
     if (!Sysprop::corvid_wifi_txchain_enable_p2p(false)) {
         return;
     }
-    handler_ = [this](const std::string& /*event*/) { onP2pStarted_(); };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_P2P_GROUP_STARTED, handler_, NetInterfaceType::P2P},
+    const std::vector<WifiClientCallbackItem> items = {
+        {WifiClientCallbackType::WPA_P2P_GROUP_STARTED, NetInterfaceType::P2P,
+         "TxChainManager.onP2pStarted", [this](const std::string& /*event*/) { onP2pStarted_(); }},
     };
     subscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }
@@ -38,7 +38,6 @@ TxChainManager::~TxChainManager() = default;
 void TxChainManager::toggleFeature(bool enable) { enabled_ = enable; }
 
 void TxChainManager::onP2pStarted_() {
-    client_->recordTask("TxChainManager.onP2pStarted");
     WIFI_LOGI("P2P event(CONNECTED)");
     if (enabled_ && Sysprop::corvid_wifi_txchain_qualcomm(false)) {
         setP2pTxChainQcom_(1);

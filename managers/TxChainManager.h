@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -28,7 +27,6 @@ class TxChainManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     std::atomic<bool> enabled_{true};
-    std::function<void(const std::string&)> handler_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

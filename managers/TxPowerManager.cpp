@@ -17,9 +17,6 @@ constexpr int kFirstAdaptedFrequency = 5000;
 /** Last frequency that counts as 2.4 GHz for the P2P group's power, MHz. */
 constexpr int kLast2GhzFrequency = 2999;
 
-/** The task that a sample is; not built anew for each. */
-const std::string kOnStaConnected = "TxPowerManager.onStaConnected";
-
 bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtracking(false); }
 
 }  // namespace
@@ -59,9 +56,7 @@ TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client,
         setStaCallback_();
     }
     if (settings_.p2pEnabled()) {
-        std::vector<WifiClientCallbackItem> items;
-        setP2pCallback_(items);
-        p2pSubscription_ = std::make_unique<WifiClientCallback>(client_, items);
+        setP2pCallback_();
     }
 }
 
@@ -72,29 +67,31 @@ TxPowerManager::~TxPowerManager() {
 }
 
 void TxPowerManager::setStaCallback_() {
-    staConnectedHandler_ = [this](const StaResult& result) { onStaConnected_(result); };
-    staDisconnectedHandler_ = [this](const StaResult& result) { onStaDisconnected_(result); };
     const auto staManager = client_->compositionRoot()->staManager();
     if (staManager == nullptr) {
         return;
     }
     staConnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
-        staManager->staConnectedCallbacks, staConnectedHandler_);
+        staManager->staConnectedCallbacks, client_, "TxPowerManager.onStaConnected",
+        [this](const StaResult& result) { onStaConnected_(result); });
     staDisconnected_ = std::make_unique<CallbackMapRegister<const StaResult&>>(
-        staManager->staDisconnectedCallbacks, staDisconnectedHandler_);
+        staManager->staDisconnectedCallbacks, client_, "TxPowerManager.onStaDisconnected",
+        [this](const StaResult& result) { onStaDisconnected_(result); });
 }
 
-void TxPowerManager::setP2pCallback_(std::vector<WifiClientCallbackItem>& items) {
-    p2pStartedHandler_ = [this](const std::string& event) { onP2pStarted_(event); };
-    p2pStoppedHandler_ = [this](const std::string& event) { onP2pStopped_(event); };
-    items.push_back(
-        {WifiClientCallbackType::WPA_P2P_GROUP_STARTED, p2pStartedHandler_, NetInterfaceType::P2P});
-    items.push_back(
-        {WifiClientCallbackType::WPA_P2P_CSA_FINISHED, p2pStartedHandler_, NetInterfaceType::P2P});
-    items.push_back(
-        {WifiClientCallbackType::WPA_P2P_GROUP_REMOVED, p2pStoppedHandler_, NetInterfaceType::P2P});
-    items.push_back({WifiClientCallbackType::WPA_SOCKET_DISCONNECTED, p2pStoppedHandler_,
-                     NetInterfaceType::P2P});
+void TxPowerManager::setP2pCallback_() {
+    using Type = WifiClientCallbackType;
+    constexpr char kStarted[] = "TxPowerManager.onP2pStarted";
+    constexpr char kStopped[] = "TxPowerManager.onP2pStopped";
+    const auto started = [this](const std::string& event) { onP2pStarted_(event); };
+    const auto stopped = [this](const std::string& event) { onP2pStopped_(event); };
+    const std::vector<WifiClientCallbackItem> items = {
+        {Type::WPA_P2P_GROUP_STARTED, NetInterfaceType::P2P, kStarted, started},
+        {Type::WPA_P2P_CSA_FINISHED, NetInterfaceType::P2P, kStarted, started},
+        {Type::WPA_P2P_GROUP_REMOVED, NetInterfaceType::P2P, kStopped, stopped},
+        {Type::WPA_SOCKET_DISCONNECTED, NetInterfaceType::P2P, kStopped, stopped},
+    };
+    p2pSubscription_ = std::make_unique<WifiClientCallback>(client_, items);
 }
 
 void TxPowerManager::toggleFeature(bool enable, NetInterfaceType interfaceType) {
@@ -145,7 +142,6 @@ bool TxPowerManager::setTxPower_(unsigned value, NetInterfaceType interfaceType)
 
 void TxPowerManager::onStaConnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
-    client_->recordTask(kOnStaConnected);
     if (perChainMode_) {
         perChain_.update(result.rssi, result.frequency);
         return;
@@ -162,7 +158,6 @@ void TxPowerManager::onStaConnected_(const StaResult& result) {
 
 void TxPowerManager::onStaDisconnected_(const StaResult& result) {
     MutexLock lock(handlerMutex_);
-    client_->recordTask("TxPowerManager.onStaDisconnected");
     WIFI_LOGI("%s", result.event.c_str());
     if (perChainMode_) {
         perChain_.update(result.rssi, result.frequency);
@@ -175,7 +170,6 @@ void TxPowerManager::onStaDisconnected_(const StaResult& result) {
 void TxPowerManager::onP2pStarted_(const std::string& event) {
     WIFI_LOGI("P2P event(CONNECTED)");
     MutexLock lock(handlerMutex_);
-    client_->recordTask("TxPowerManager.onP2pStarted");
     int frequency = -1;
     if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, frequency); })) {
         return;
@@ -196,7 +190,6 @@ void TxPowerManager::onP2pStarted_(const std::string& event) {
 void TxPowerManager::onP2pStopped_(const std::string& event) {
     WIFI_LOGI("P2P event(DISCONNECTED-%s)", event.c_str());
     MutexLock lock(handlerMutex_);
-    client_->recordTask("TxPowerManager.onP2pStopped");
     p2pFrequency_ = -1;
     setP2pInfo({-1, -1});
     setTxPower_(settings_.upper(), NetInterfaceType::P2P);

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,7 +61,7 @@ class TxPowerManager : public FeatureManager {
 
   private:
     void setStaCallback_();
-    void setP2pCallback_(std::vector<WifiClientCallbackItem>& items);
+    void setP2pCallback_();
 
     void onStaConnected_(const StaResult& result);
     void onStaDisconnected_(const StaResult& result);
@@ -90,10 +89,6 @@ class TxPowerManager : public FeatureManager {
     Mutex configMutex_;
     PerChainTxPower perChain_ GUARDED_BY(handlerMutex_);
 
-    std::function<void(const StaResult&)> staConnectedHandler_;
-    std::function<void(const StaResult&)> staDisconnectedHandler_;
-    std::function<void(const std::string&)> p2pStartedHandler_;
-    std::function<void(const std::string&)> p2pStoppedHandler_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
     std::unique_ptr<WifiClientCallback> p2pSubscription_;

@@ -14,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include "client/CallbackMap.h"
-#include "client/CallbackMapRegister.h"
 #include "tests/support/LogCapture.h"
 
 namespace Ursa::OS::Wifi {
@@ -519,40 +518,6 @@ TEST(CallbackMap, SubscribersComeAndGoWhileSeveralThreadsTrigger) {
         thread.join();
     }
     EXPECT_GT(calls, 0);
-}
-
-TEST(CallbackMapRegister, ASubscriptionLastsAsLongAsTheObject) {
-    const auto map = std::make_shared<Map>();
-    std::vector<std::string> calls;
-    Callback callback = noting(calls, "a");
-    {
-        const CallbackMapRegister<const std::string&> subscription(map, callback);
-        EXPECT_EQ(subscription.handle(), 0);
-        map->trigger("1");
-    }
-    map->trigger("2");
-    EXPECT_THAT(calls, ElementsAre("a:1"));
-    EXPECT_FALSE(callback);
-}
-
-TEST(CallbackMapRegister, AFullMapIsLoggedAndTheObjectUnregistersNothing) {
-    const test::LogCapture log;
-    const auto map = std::make_shared<Map>();
-    std::vector<Callback> callbacks(kCapacity, nothing());
-    for (Callback& callback : callbacks) {
-        map->registerCallback(callback);
-    }
-    Callback refused = nothing();
-    {
-        const CallbackMapRegister<const std::string&> subscription(map, refused);
-        EXPECT_EQ(subscription.handle(), -1);
-    }
-    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
-                ElementsAre("CallbackMapRegister: register CallbackMap failed"));
-    EXPECT_TRUE(refused);
-    for (int handle = 0; handle < kCapacity; ++handle) {
-        EXPECT_TRUE(map->unregisterCallback(handle));
-    }
 }
 
 }  // namespace

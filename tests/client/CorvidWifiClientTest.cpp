@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <linux/nl80211.h>
 
+#include "client/CallbackMapRegister.h"
 #include "client/CorvidWifiClient.h"
 #include "client/WifiClientCallback.h"
 #include "tests/client/nl80211/Nl80211Fixture.h"
@@ -34,6 +35,7 @@ using Handler = std::function<void(const std::string&)>;
 constexpr auto kSta = NetInterfaceType::STA;
 constexpr auto kP2p = NetInterfaceType::P2P;
 constexpr int kCapacity = 64;
+constexpr char kTask[] = "Test.onEvent";
 
 const std::string kConnected = "<3>CTRL-EVENT-CONNECTED x";
 const std::string kScan = "<3>CTRL-EVENT-SCAN-RESULTS x";
@@ -61,7 +63,7 @@ class CorvidWifiClientTest : public testing::Test {
                 arrived.set_value();
             }
         };
-        const auto subscription = subscribe({{Type::WPA_REGDOM_CHANGE, last, kind}});
+        const auto subscription = subscribe({{Type::WPA_REGDOM_CHANGE, kind, kTask, last}});
         ASSERT_EQ(socket.sendEvent("<3>CTRL-EVENT-REGDOM-CHANGE drained"), 1u);
         ASSERT_EQ(arrived.get_future().wait_for(std::chrono::seconds(30)),
                   std::future_status::ready);
@@ -120,7 +122,7 @@ TEST_F(CorvidWifiClientTest, AThreadThatHoldsThePathMayCallAgain) {
         done.set_value(sent && handle == 0 &&
                        client_->unregisterWpaCallback(Type::WPA_STA_SCAN_RESULTS, handle, kSta));
     };
-    const auto subscription = subscribe({{Type::WPA_STA_CONNECTED, outer, kSta}});
+    const auto subscription = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, outer}});
     ASSERT_EQ(sta_.sendEvent(kConnected), 1u);
     EXPECT_TRUE(done.get_future().get());
 }
@@ -160,9 +162,9 @@ TEST_F(CorvidWifiClientTest, AListOfThreeItemsWhoseSecondFailsToRegisterYieldsAH
     std::atomic<int> calls{0};
     Handler counting = [&](const std::string&) { ++calls; };
     Handler refused = [](const std::string&) { ADD_FAILURE(); };
-    auto holder = subscribe({{Type::WPA_STA_SCAN_RESULTS, counting, kSta},
-                             {Type::WPA_STA_CONNECTED, refused, kSta},
-                             {Type::WPA_P2P_GROUP_STARTED, counting, kP2p}});
+    auto holder = subscribe({{Type::WPA_STA_SCAN_RESULTS, kSta, kTask, counting},
+                             {Type::WPA_STA_CONNECTED, kSta, kTask, refused},
+                             {Type::WPA_P2P_GROUP_STARTED, kP2p, kTask, counting}});
     EXPECT_EQ(holder->size(), 2u);
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR),
                 testing::ElementsAre(
@@ -181,8 +183,6 @@ TEST_F(CorvidWifiClientTest, AListOfThreeItemsWhoseSecondFailsToRegisterYieldsAH
     for (int i = 0; i < kCapacity; ++i) {
         EXPECT_TRUE(client_->unregisterWpaCallback(Type::WPA_STA_CONNECTED, i, kSta));
     }
-    EXPECT_TRUE(counting);
-    EXPECT_TRUE(refused);
 }
 
 TEST_F(CorvidWifiClientTest, AHolderOfNothingIsHarmless) { EXPECT_EQ(subscribe({})->size(), 0u); }
@@ -190,18 +190,18 @@ TEST_F(CorvidWifiClientTest, AHolderOfNothingIsHarmless) { EXPECT_EQ(subscribe({
 TEST_F(CorvidWifiClientTest, AnUnknownKindOfInterfaceIsRefusedAndLogged) {
     Handler handler = [](const std::string&) {};
     const auto holder =
-        subscribe({{Type::WPA_STA_CONNECTED, handler, static_cast<NetInterfaceType>(2)}});
+        subscribe({{Type::WPA_STA_CONNECTED, static_cast<NetInterfaceType>(2), kTask, handler}});
     EXPECT_EQ(holder->size(), 0u);
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
                          "WifiClientCallback: Failed to register callback type:3 socket type:2"),
               1u);
 }
 
-TEST_F(CorvidWifiClientTest, OneHandlerUnderTwoKindsFiresForBothAndSurvivesBoth) {
+TEST_F(CorvidWifiClientTest, OneHandlerUnderTwoKindsFiresForBothUntilTheyEnd) {
     std::atomic<int> calls{0};
     Handler handler = [&](const std::string&) { ++calls; };
-    auto both = subscribe(
-        {{Type::WPA_STA_CONNECTED, handler, kSta}, {Type::WPA_STA_SCAN_RESULTS, handler, kSta}});
+    auto both = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, handler},
+                           {Type::WPA_STA_SCAN_RESULTS, kSta, kTask, handler}});
     sta_.sendEvent(kConnected);
     sta_.sendEvent(kScan);
     drain();
@@ -210,19 +210,17 @@ TEST_F(CorvidWifiClientTest, OneHandlerUnderTwoKindsFiresForBothAndSurvivesBoth)
     sta_.sendEvent(kConnected);
     drain();
     EXPECT_EQ(calls, 2);
-    EXPECT_TRUE(handler);
 }
 
 TEST_F(CorvidWifiClientTest, EndingOneOfTwoRegistrationsOfAHandlerDoesNotWaitForTheOther) {
     BlockedHandler blocked;
-    auto first = subscribe({{Type::WPA_STA_CONNECTED, blocked.handler, kSta}});
-    auto second = subscribe({{Type::WPA_STA_SCAN_RESULTS, blocked.handler, kP2p},
-                             {Type::WPA_STA_SCAN_RESULTS, blocked.handler, kSta}});
+    auto first = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, blocked.handler}});
+    auto second = subscribe({{Type::WPA_STA_SCAN_RESULTS, kP2p, kTask, blocked.handler},
+                             {Type::WPA_STA_SCAN_RESULTS, kSta, kTask, blocked.handler}});
     ASSERT_EQ(sta_.sendEvent(kConnected), 1u);
     ASSERT_TRUE(blocked.waitUntilEntered());
     second.reset();  // while the other registration's call runs
     EXPECT_EQ(blocked.finished, 0);
-    EXPECT_TRUE(blocked.handler);
     blocked.release();
     ASSERT_EQ(sta_.sendEvent(kConnected), 1u);
     drain();
@@ -233,7 +231,7 @@ TEST_F(CorvidWifiClientTest, EndingOneOfTwoRegistrationsOfAHandlerDoesNotWaitFor
 TEST_F(CorvidWifiClientTest, RegistrationsOfOneHandlerComeAndGoWhileTheOtherIsCalled) {
     std::atomic<int> calls{0};
     Handler handler = [&](const std::string&) { ++calls; };
-    const auto steady = subscribe({{Type::WPA_STA_CONNECTED, handler, kSta}});
+    const auto steady = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, handler}});
     std::atomic<bool> stop{false};
     std::thread flood([&] {
         while (!stop) {
@@ -242,7 +240,7 @@ TEST_F(CorvidWifiClientTest, RegistrationsOfOneHandlerComeAndGoWhileTheOtherIsCa
         }
     });
     for (int i = 0; i < 200; ++i) {
-        subscribe({{Type::WPA_STA_SCAN_RESULTS, handler, kSta}});
+        subscribe({{Type::WPA_STA_SCAN_RESULTS, kSta, kTask, handler}});
         while (calls < i) {
             std::this_thread::yield();
         }
@@ -255,7 +253,7 @@ TEST_F(CorvidWifiClientTest, RegistrationsOfOneHandlerComeAndGoWhileTheOtherIsCa
 
 TEST_F(CorvidWifiClientTest, EndingASubscriptionWaitsForItsRunningCall) {
     BlockedHandler blocked;
-    auto holder = subscribe({{Type::WPA_STA_CONNECTED, blocked.handler, kSta}});
+    auto holder = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, blocked.handler}});
     ASSERT_EQ(sta_.sendEvent(kConnected), 1u);
     ASSERT_TRUE(blocked.waitUntilEntered());
     auto ended = std::async(std::launch::async, [&] {
@@ -277,7 +275,7 @@ TEST_F(CorvidWifiClientTest, EndingASubscriptionWhileItsCallSendsACommandDoesNot
         std::string reply;
         sent = client_->sendWpaCtrlCmd("DRIVER SET_TXPOWER 10", reply, kSta);
     };
-    auto holder = subscribe({{Type::WPA_STA_CONNECTED, sending, kSta}});
+    auto holder = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, sending}});
     ASSERT_EQ(sta_.sendEvent(kConnected), 1u);
     entered.get_future().wait();
     auto ended = std::async(std::launch::async, [&] { holder.reset(); });
@@ -290,7 +288,7 @@ TEST_F(CorvidWifiClientTest, EndingASubscriptionWhileItsCallSendsACommandDoesNot
 
 TEST_F(CorvidWifiClientTest, DestructionOfTheLastHolderReleasesTheClient) {
     Handler handler = [](const std::string&) {};
-    auto holder = subscribe({{Type::WPA_STA_CONNECTED, handler, kSta}});
+    auto holder = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, handler}});
     const std::weak_ptr<CorvidWifiClient> weak = client_;
     client_.reset();
     EXPECT_FALSE(weak.expired());
@@ -318,6 +316,59 @@ TEST_F(CorvidWifiClientTest, ATaskIsRecordedWithItsThreadOnceThereIsAComposition
     client_->recordTask("StaManager.onStaConnected");
     EXPECT_THAT(root.tasks,
                 testing::ElementsAre(testing::Pair("StaManager.onStaConnected", gettid())));
+}
+
+TEST_F(CorvidWifiClientTest, ASubscriptionNotesItsTaskBeforeItsHandlerBegins) {
+    NotedTasks root;
+    client_->setCompositionRoot(&root);
+    std::map<std::string, int> seen;
+    const auto subscription =
+        subscribe({{Type::WPA_STA_CONNECTED, kSta, "StaManager.onStaConnected",
+                    [&](const std::string&) { seen = root.tasks; }}});
+    EXPECT_THAT(root.tasks, testing::IsEmpty());
+    sta_.sendEvent(kConnected);
+    drain();
+    EXPECT_THAT(seen, testing::ElementsAre(
+                          testing::Pair("StaManager.onStaConnected", testing::Ne(gettid()))));
+    client_->setCompositionRoot(nullptr);
+}
+
+TEST_F(CorvidWifiClientTest, ASubscriptionToAMapNotesItsTaskAndLastsAsLongAsTheObject) {
+    NotedTasks root;
+    client_->setCompositionRoot(&root);
+    const auto map = std::make_shared<CallbackMap<const std::string&>>();
+    std::vector<std::string> calls;
+    {
+        const CallbackMapRegister<const std::string&> subscription(
+            map, client_, kTask, [&](const std::string& value) {
+                calls.push_back(value + " " + std::to_string(root.tasks.count(kTask)));
+            });
+        EXPECT_EQ(subscription.handle(), 0);
+        map->trigger("a");
+    }
+    map->trigger("b");
+    EXPECT_THAT(calls, testing::ElementsAre("a 1"));
+    EXPECT_THAT(root.tasks, testing::ElementsAre(testing::Pair(kTask, gettid())));
+    client_->setCompositionRoot(nullptr);
+}
+
+TEST_F(CorvidWifiClientTest, ASubscriptionToAFullMapIsLoggedAndUnregistersNothing) {
+    const auto map = std::make_shared<CallbackMap<const std::string&>>();
+    std::vector<Handler> others(kCapacity, [](const std::string&) {});
+    for (Handler& other : others) {
+        map->registerCallback(other);
+    }
+    {
+        const CallbackMapRegister<const std::string&> subscription(
+            map, client_, kTask, [](const std::string&) { ADD_FAILURE(); });
+        EXPECT_EQ(subscription.handle(), -1);
+        map->trigger("a");
+    }
+    EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR),
+                testing::ElementsAre("CallbackMapRegister: register CallbackMap failed"));
+    for (int handle = 0; handle < kCapacity; ++handle) {
+        EXPECT_TRUE(map->unregisterCallback(handle));
+    }
 }
 
 /** A facade in front of a kernel that the test plays. */

@@ -28,10 +28,8 @@ class Recorder {
   public:
     explicit Recorder(CoexManager& coex) {
         for (const CoexEventType type : kTypes) {
-            packages_.push_back({type, [this](const CoexAction& action) { note_(action); }, {}});
-        }
-        for (CoexActionPackage& package : packages_) {
-            package.registration = coex.registerCoexActionCallback(package.type, package.action);
+            registrations_.push_back(coex.registerCoexActionCallback(
+                {type, "Recorder.note", [this](const CoexAction& action) { note_(action); }}));
         }
     }
 
@@ -45,7 +43,9 @@ class Recorder {
         const std::lock_guard<std::mutex> lock(mutex_);
         return threads_;
     }
-    CoexActionPackage& package(CoexEventType type) { return packages_[static_cast<size_t>(type)]; }
+    CoexRegistration& registration(CoexEventType type) {
+        return registrations_[static_cast<size_t>(type)];
+    }
 
   private:
     void note_(const CoexAction& action) {
@@ -59,17 +59,16 @@ class Recorder {
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
     std::vector<int> threads_;
-    std::vector<CoexActionPackage> packages_;  // last: goes first
+    std::vector<CoexRegistration> registrations_;  // last: goes first
 };
 
 /** A subscriber of one type that runs any function. */
 struct Subscriber {
     Subscriber(CoexManager& coex, CoexEventType type, std::function<void(const CoexAction&)> call)
-        : package{type, std::move(call), {}} {
-        package.registration = coex.registerCoexActionCallback(type, package.action);
-    }
+        : registration(
+              coex.registerCoexActionCallback({type, "Subscriber.call", std::move(call)})) {}
 
-    CoexActionPackage package;
+    const CoexRegistration registration;
 };
 
 /** What an action waits for. */
@@ -198,13 +197,12 @@ TEST_F(CoexManagerTest, NamesEveryEventThatItProcesses) {
 TEST_F(CoexManagerTest, ASubscriptionToAnUnknownTypeIsEmptyAndWarnedOf) {
     for (const int type : {-1, 6}) {
         log_.clear();
-        std::function<void(const CoexAction&)> action = [](const CoexAction&) {};
-        EXPECT_EQ(coex().registerCoexActionCallback(static_cast<CoexEventType>(type), action),
+        EXPECT_EQ(coex().registerCoexActionCallback({static_cast<CoexEventType>(type), "None.none",
+                                                     [](const CoexAction& /*action*/) {}}),
                   nullptr);
         EXPECT_THAT(
             linesOf("CoexManager"),
             ElementsAre("W Failed to find a callback map with type " + std::to_string(type)));
-        EXPECT_TRUE(action);
     }
 }
 
@@ -214,7 +212,7 @@ TEST_F(CoexManagerTest, AFullMapGivesARecordThatUnregistersNothing) {
     const auto subscribe = [&] {
         subscribers.push_back(std::make_unique<Subscriber>(
             coex(), CoexEventType::WIFI_P2P_CONNECTED, [&](const CoexAction&) { ++calls; }));
-        return subscribers.back()->package.registration->handle();
+        return subscribers.back()->registration->handle();
     };
     for (int i = 0; i < 64; ++i) {
         ASSERT_EQ(subscribe(), i);
@@ -227,10 +225,10 @@ TEST_F(CoexManagerTest, AFullMapGivesARecordThatUnregistersNothing) {
     EXPECT_EQ(calls, 64);
 }
 
-TEST_F(CoexManagerTest, DroppingAPackageEndsThatSubscriptionAndNoOther) {
+TEST_F(CoexManagerTest, DroppingARegistrationEndsThatSubscriptionAndNoOther) {
     Recorder first(coex());
     Recorder second(coex());
-    first.package(CoexEventType::WIFI_STA_CONNECTED).registration.reset();
+    first.registration(CoexEventType::WIFI_STA_CONNECTED).reset();
     dispatch(CoexEventType::WIFI_STA_CONNECTED, "a");
     dispatch(CoexEventType::WIFI_STA_DISCONNECTED, "b");
     EXPECT_THAT(first.events(), ElementsAre("1 b"));

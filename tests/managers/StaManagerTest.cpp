@@ -314,10 +314,9 @@ TEST_F(StaManagerTest, WithoutAThreadToBeHadTheLinkIsNotPolledAndEveryoneHearsOf
     StaManager manager(client_, kShort);
     Results results(manager);
     std::atomic<int> told{0};
-    std::function<void(const std::string&)> other = [&](const std::string&) { ++told; };
-    std::vector<WifiClientCallbackItem> items = {
-        {WifiClientCallbackType::WPA_STA_CONNECTED, other, NetInterfaceType::STA}};
-    const WifiClientCallback subscription(client_, items);
+    const WifiClientCallback subscription(
+        client_, {{WifiClientCallbackType::WPA_STA_CONNECTED, NetInterfaceType::STA, "Other.told",
+                   [&](const std::string& /*event*/) { ++told; }}});
     {
         const test::NoNewThreads limit;
         deliverSta(kConnected);

@@ -1,6 +1,6 @@
 #include "tests/support/ManagerTest.h"
 
-#include <functional>
+#include <atomic>
 
 #include "client/WifiClientCallback.h"
 
@@ -71,10 +71,10 @@ void ManagerTest::deliver(NetInterfaceType type, const std::string& event) {
     const Kind* kind = findKind(event);
     ASSERT_NE(kind, nullptr) << "no event begins like this: " << event;
     std::atomic<bool> handled{false};
-    std::function<void(const std::string&)> handler = [&](const std::string&) { handled = true; };
-    std::vector<WifiClientCallbackItem> items = {{kind->type, handler, type}};
     // Registered last, it is called last.
-    const WifiClientCallback subscription(client_, items);
+    const WifiClientCallback subscription(
+        client_, {{kind->type, type, "ManagerTest.deliver",
+                   [&](const std::string& /*event*/) { handled = true; }}});
     ASSERT_EQ(subscription.size(), 1U);
     (type == NetInterfaceType::STA ? sta_ : *p2p_).sendEvent(event);
     ASSERT_TRUE(test::waitUntil([&] { return handled.load(); })) << event;
