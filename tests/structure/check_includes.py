@@ -24,8 +24,9 @@ MAY_INCLUDE = {
     "sim": ("host",),
 }
 
-# Not a rule of a whole folder: the event descriptor posts to a Poll.
-EXCEPTIONS = {("host/eventfd/", "os/Poll.h")}
+# Not a rule of a whole folder: the event descriptor posts to a Poll, and a host finds the device's
+# paths elsewhere.
+EXCEPTIONS = {("host/eventfd/", "os/Poll.h"), ("host/root/", "os/DevicePath.h")}
 
 # The libraries that a folder of the daemon may include, as the beginnings of their headers' names.
 _EVERYWHERE = ("android-base/",)
