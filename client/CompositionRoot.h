@@ -10,11 +10,10 @@ class P2pManager;
 class StaManager;
 
 /**
- * What a manager may ask of the object that built it. Managers never meet each other in any other
- * way; the three that others build on are named here.
- *
- * A manager is null when its feature is switched off, which is logged as a warning. A manager may
- * look up those of lower slots from its constructor on.
+ * What a manager may ask of the object that created it. It is the only way from one manager to
+ * another; the three that others build on are named here. One whose feature is switched off is
+ * null, with a warning in the log. A manager may look up those above it in config/FeatureList.h
+ * from its constructor on.
  */
 class CompositionRoot {
   public:

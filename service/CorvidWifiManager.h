@@ -85,7 +85,7 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
     void onAssocStarted_();
     void onRegdomUpdated_(const RegdomUpdatedResult& result);
 
-    /** Calls every registered client; one that can't be reached is logged and stays registered. */
+    /** Calls every registered client. One that can't be reached is logged and stays registered. */
     template <typename Call>
     void callClients_(const char* method, Call call);
 

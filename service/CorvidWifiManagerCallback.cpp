@@ -14,7 +14,7 @@ using ::android::hidl::base::V1_0::IBase;
 
 namespace {
 
-/** For results that change nothing: a client that can't be linked is simply never dropped. */
+/** A client that can't be linked is registered all the same; it is never dropped by itself. */
 void ignore(const ::android::hardware::Return<bool>& result) { static_cast<void>(result.isOk()); }
 
 }  // namespace

@@ -10,9 +10,9 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The client callbacks that want to hear of Wi-Fi events, in the order of their registration. A
- * client whose process dies is dropped. Any thread; no client is called with the mutex held, only
- * the runtime's own book of death recipients.
+ * The registered client callbacks, in the order of their registration. A client whose process dies
+ * is dropped. Any thread. The mutex is not held while clients are called; it is held across
+ * linkToDeath and unlinkToDeath.
  */
 class CorvidWifiManagerCallback {
   public:
@@ -24,9 +24,7 @@ class CorvidWifiManagerCallback {
     CorvidWifiManagerCallback(const CorvidWifiManagerCallback&) = delete;
     CorvidWifiManagerCallback& operator=(const CorvidWifiManagerCallback&) = delete;
 
-    /**
-     * Adds a callback. Returns false for null and for one that is there already, also by another
-     * proxy of the same object.
+    /** Adds a callback. Returns false for null, and for a proxy of an object that is there already.
      */
     bool link(const ::android::sp<ICallback>& callback) EXCLUDES(mutex_);
 
@@ -46,9 +44,8 @@ class CorvidWifiManagerCallback {
 
     Callbacks callbacks_ GUARDED_BY(mutex_);
     /**
-     * Held across linkToDeath and unlinkToDeath too, deliberately: a client that dies while it is
-     * being registered is in the list by the time that onDeath_ looks for it. Both only make an
-     * entry with the runtime and never come back here.
+     * Held across linkToDeath, so that a client that dies while it is being registered is in the
+     * list when onDeath_ looks for it. linkToDeath and unlinkToDeath never call back.
      */
     Mutex mutex_;
     const ::android::sp<ServiceDeathReceiver> deathReceiver_;

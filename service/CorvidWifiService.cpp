@@ -140,7 +140,7 @@ Return<void> CorvidWifiService::setP2pPairedDeviceType(P2pDeviceType type,
     const auto txChainManager = manager_.get<managers::TxChainManager>();
     return answer_<managers::P2pManager>(callback, [&](managers::P2pManager& manager) {
         if (type != P2pDeviceType::HALBERD && type != P2pDeviceType::MIRACAST) {
-            return false;  // NONE and UNKNOWN too, deliberately
+            return false;  // nothing is tuned for NONE or UNKNOWN
         }
         const bool isHalberd = type == P2pDeviceType::HALBERD;
         if (txPowerManager != nullptr) {

@@ -19,8 +19,9 @@ using ::android::sp;
 using ::android::hardware::Return;
 
 /**
- * The HIDL object: each method looks one manager up, calls one method of it and turns the result
- * into the interface's form. All calls arrive on the one HIDL thread. IWifi.hal describes them.
+ * The HIDL object: each method looks up a manager, calls a method of it and turns the result into
+ * the interface's form. Calls arrive on the HIDL thread, or on the thread that waits for a client's
+ * callback which makes them. IWifi.hal describes the methods.
  */
 class CorvidWifiService : public IWifi {
   public:

@@ -11,7 +11,7 @@ namespace Ursa::OS::Wifi {
 
 /**
  * Passes on that a client's process has died. The HIDL runtime may hold it longer than its owner
- * lives: the owner calls disarm() before it goes.
+ * lives, so the owner calls disarm() in its destructor.
  */
 class ServiceDeathReceiver : public ::android::hardware::hidl_death_recipient {
   public:
@@ -20,7 +20,7 @@ class ServiceDeathReceiver : public ::android::hardware::hidl_death_recipient {
 
     explicit ServiceDeathReceiver(Function onDeath) : onDeath_(std::move(onDeath)) {}
 
-    /** On the HIDL thread. The function runs under this object's mutex, deliberately. */
+    /** On the HIDL thread. The function runs under the mutex, so that disarm() waits for it. */
     void serviceDied(uint64_t /*cookie*/, const Who& who) override {
         MutexLock lock(mutex_);
         if (onDeath_ != nullptr) {

@@ -15,8 +15,8 @@ using ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiService;
 namespace {
 
 /**
- * The operating system's support library. It is never loaded here and nothing reads the record: it
- * is there because it belongs to the process's start-up state.
+ * The record of the operating system's support library, a part of the process's start-up state.
+ * The library is never loaded here and nothing reads the record.
  */
 struct SupportLibrary {
     const char* fileName;
@@ -27,7 +27,7 @@ struct SupportLibrary {
 [[gnu::used, gnu::retain]] const SupportLibrary supportLibrary = {"libossdk.corvid.so", nullptr,
                                                                   nullptr};
 
-/** Of field engineers' use: it only leaves a line in the log. */
+/** Field engineers mark the log with it. */
 constexpr int kMarkSignal = 12;  // SIGUSR2
 
 void handler(int signal) {
@@ -45,7 +45,8 @@ int main() {
 
     sp<CorvidWifiService> service = new CorvidWifiService();
 
-    // One thread, this one, serves every HIDL call: they never run at the same time.
+    // One thread, this one, serves HIDL calls. A call made from inside a client's callback is the
+    // exception: it runs on the thread that waits for that client.
     configureRpcThreadpool(1, true);
     if (service->registerAsService("default") != OK) {
         WIFI_LOGE("Failed to register as a service.");

@@ -323,6 +323,18 @@ TEST_F(CompositionTest, AClientMayRegisterAndUnregisterFromInsideItsCall) {
     EXPECT_THAT(b_->calls(), ElementsAre("onAssocStarted"));
 }
 
+TEST_F(CompositionTest, ClientUnregisteredWhileAnEventIsRelayedIsCalledForThatEventOnly) {
+    build();
+    a_->onCall = [&] { EXPECT_TRUE(manager_->unlink(b_)); };
+    manager_->link(a_);
+    manager_->link(b_);
+    deliverSta(kAssocStarted);
+    EXPECT_THAT(b_->calls(), ElementsAre("onAssocStarted"));
+    a_->onCall = nullptr;
+    deliverSta(kAssocStarted);
+    EXPECT_THAT(b_->calls(), ElementsAre("onAssocStarted"));
+}
+
 TEST_F(CompositionTest, ARelayThatIsLinkedAlreadyIsAnError) {
     switchOn("cmd.cs.p2p.corvid");
     build();
