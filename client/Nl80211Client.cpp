@@ -244,6 +244,12 @@ int putPrivateCommand(nl_msg* message, const char* ifname, const std::string& co
     return 0;
 }
 
+/** What an interface dump is searched for, and the outcome. */
+struct FoundInterface {
+    std::string_view prefix;
+    std::string name;  ///< of the last interface that matched; empty: none did
+};
+
 /** The outcome of a station dump. */
 struct StationResult {
     int bandwidth = 0;  ///< a code as getStaBandwidth returns it
@@ -326,7 +332,7 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
         return nullptr;
     }
     InterfaceSlot& slot = slots_[static_cast<size_t>(type)];
-    if (type == NetInterfaceType::STA && slot.name[0] != '\0') {
+    if (type == NetInterfaceType::STA && slot.name != nullptr) {
         return slot.name;
     }
 
@@ -338,20 +344,19 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
     if (request.message == nullptr) {
         return nullptr;
     }
-    InterfaceSlot found = {slot.prefix, {}};
+    FoundInterface found = {slot.prefix, {}};
     nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &found);
     const int result = sendMsg_(request);
-    // A caller on another thread may be reading the name that it was given: only a change is
-    // written, and only the last one of the dump.
-    if (found.name[0] != '\0' && strcmp(found.name, slot.name) != 0) {
-        memcpy(slot.name, found.name, sizeof(slot.name));
+    if (!found.name.empty()) {
+        const char* name = names_.add(found.name);
+        if (name == nullptr) {
+            WIFI_LOGE("Too many interface names to keep %s", found.name.c_str());
+            return nullptr;
+        }
+        slot.name = name;
     }
-    if (result != 0) {
-        return nullptr;
-    }
-    // A P2P name stays in its slot when its interface has gone (see the header). A slot that never
-    // held a name is no interface.
-    return slot.name[0] != '\0' ? slot.name : nullptr;
+    // A P2P name stays in its slot when its interface has gone (see the header).
+    return result == 0 ? slot.name : nullptr;
 }
 
 int Nl80211Client::getStaBandwidth() {
@@ -567,7 +572,7 @@ int Nl80211Client::errorHandler(sockaddr_nl* /*peer*/, nlmsgerr* err, void* arg)
 }
 
 int Nl80211Client::findIfaceHandler(nl_msg* message, void* arg) {
-    auto* slot = static_cast<InterfaceSlot*>(arg);
+    auto* found = static_cast<FoundInterface*>(arg);
     std::array<nlattr*, kNl80211AttrMax + 1> attributes{};
     genlmsg_parse(nlmsg_hdr(message), 0, attributes.data(), kNl80211AttrMax, nullptr);
     const nlattr* attribute = attributes[NL80211_ATTR_IFNAME];
@@ -576,12 +581,9 @@ int Nl80211Client::findIfaceHandler(nl_msg* message, void* arg) {
     }
     const auto* text = static_cast<const char*>(nla_data(attribute));
     const std::string_view name(text, strnlen(text, static_cast<size_t>(nla_len(attribute))));
-    const std::string_view prefix = slot->prefix;
-    if (name.substr(0, prefix.size()) != prefix) {
-        return NL_SKIP;
+    if (name.substr(0, found->prefix.size()) == found->prefix) {
+        found->name = name.substr(0, IFNAMSIZ - 1);
     }
-    const std::string_view kept = name.substr(0, sizeof(slot->name) - 1);
-    *std::copy(kept.begin(), kept.end(), slot->name) = '\0';
     return NL_SKIP;
 }
 

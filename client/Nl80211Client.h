@@ -3,8 +3,7 @@
 #include <array>
 #include <chrono>
 
-#include <net/if.h>
-
+#include "client/InterfaceNames.h"
 #include "client/NetInterfaceType.h"
 #include "client/Nl80211Types.h"
 #include "os/Mutex.h"
@@ -43,15 +42,10 @@ class Nl80211Client {
     int sendVendorCommand(const Nl80211VendorCmdInfo& info) EXCLUDES(mutex_);
 
     /**
-     * The kernel's name of the interface, or null when there is none or the query failed.
-     *
-     * STA: the last interface of the kernel's list whose name begins with "wlan"; once found it is
-     * kept for the life of this object. P2P: the last one that begins with "p2p", asked for at
-     * each call because group interfaces come and go; when none is left, the previous name is
-     * returned, and the command that it is used for fails. Names are cut to 15 characters.
-     *
-     * The pointer stays valid for this object's lifetime; the P2P text may change when a later
-     * call, on any thread, finds another name.
+     * The name of the last interface in the kernel's list that begins with "wlan" or "p2p", cut to
+     * 15 characters; null if there is none or the query fails. STA: kept once found. P2P: queried
+     * at each call; the previous name when no interface is left. The text stays valid and
+     * unchanged for this object's lifetime; InterfaceNames bounds how many there can be.
      */
     const char* getNetInterfaceName(NetInterfaceType type) EXCLUDES(mutex_);
 
@@ -66,10 +60,9 @@ class Nl80211Client {
     /** What one operation owns: the socket, the callbacks and the message. */
     struct Request;
 
-    /** Where the name of one kind of interface is kept. */
     struct InterfaceSlot {
         const char* prefix;
-        char name[IFNAMSIZ];  ///< empty until an interface was found
+        const char* name;  ///< one of names_; null until an interface was found
     };
 
     // The steps of an operation. Each returns 0, or -1 after logging why.
@@ -92,8 +85,10 @@ class Nl80211Client {
     const std::chrono::milliseconds answerTimeout_;
     Mutex mutex_;
 
+    InterfaceNames names_ GUARDED_BY(mutex_);
     /** Indexed by NetInterfaceType. */
-    std::array<InterfaceSlot, 2> slots_ GUARDED_BY(mutex_) = {{{"wlan", {}}, {"p2p", {}}}};
+    std::array<InterfaceSlot, 2> slots_ GUARDED_BY(mutex_) = {
+        {{"wlan", nullptr}, {"p2p", nullptr}}};
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -1,6 +1,8 @@
 // The two managers that divide the radio's airtime.
 
+#include <atomic>
 #include <cerrno>
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -237,6 +239,42 @@ TEST_F(MccTimeManagerTest, TheQuotaGivesTheGroupTheRestAndWrapsAbove100) {
     }
     EXPECT_EQ(sta_.commands(), expected);
     EXPECT_THAT(vendorCommands(), IsEmpty());
+}
+
+TEST_F(MccTimeManagerTest, NameOfAQuotaThatWaitsIsNotWrittenWhenAnotherIsFound) {
+    root_.setProperty(kQuota, "true");
+    std::atomic<int> dumps{0};
+    nl80211_.kernel().answer([&](const test::NetlinkRequest& request) -> std::vector<test::Bytes> {
+        const char* name = dumps++ == 0 ? "p2p-wlan0-0" : "p2p0";
+        return {test::dumpEntry(request, NL80211_CMD_NEW_INTERFACE,
+                                test::attribute(NL80211_ATTR_IFNAME, test::terminatedText(name))),
+                test::done(request)};
+    });
+    // Another command keeps the quota from being sent, so that its thread does nothing after it
+    // has read the name that would order it before the other thread's dump.
+    std::promise<void> held;
+    std::promise<void> released;
+    sta_.socket().answerCommands([&](const std::string& command) {
+        if (command == "HOLD") {
+            held.set_value();
+            released.get_future().wait();
+        }
+        return "OK\n";
+    });
+    std::thread holder([&] {
+        std::string reply;
+        EXPECT_TRUE(client_->sendWpaCtrlCmd("HOLD", reply, NetInterfaceType::STA));
+    });
+    held.get_future().wait();
+    std::thread caller([&] { EXPECT_TRUE(manager_.setMccTimeAllocation(70)); });
+    EXPECT_TRUE(test::waitUntil([&] { return dumps == 1; }));
+    EXPECT_STREQ(client_->getNl80211Client()->getNetInterfaceName(NetInterfaceType::P2P), "p2p0");
+    released.set_value();
+    holder.join();
+    caller.join();
+
+    EXPECT_THAT(infos(), Contains("MccTimeManager: cmd:DRIVER MCC_QUOTA set iface p2p-wlan0-0 "
+                                  "quota 30 reply:OK\n"));
 }
 
 TEST_F(MccTimeManagerTest, TheReplyToTheQuotaIsNotLookedAt) {

@@ -88,7 +88,7 @@ TEST_F(InterfaceName, OfThePeerToPeerInterfaceIsAskedForEachTime) {
     EXPECT_STREQ(p2p(), "p2p-wlan0-10");
     kernel_.answer(interfaces({"p2p0"}));
     EXPECT_STREQ(p2p(), "p2p0");
-    EXPECT_STREQ(first, "p2p0") << "the slot's own text";
+    EXPECT_STREQ(first, "p2p-wlan0-0") << "a text that was given out does not change";
     EXPECT_EQ(kernel_.requests().size(), 3U);
 }
 
@@ -97,6 +97,20 @@ TEST_F(InterfaceName, OfAPeerToPeerInterfaceThatHasGoneIsStillReturned) {
     EXPECT_STREQ(p2p(), "p2p-wlan0-0");
     kernel_.answer(interfaces({"wlan0"}));
     EXPECT_STREQ(p2p(), "p2p-wlan0-0");
+}
+
+TEST_F(InterfaceName, BeyondThoseThatAreKeptIsNullAndLogged) {
+    std::atomic<size_t> next{0};
+    kernel_.answer([&](const NetlinkRequest& request) {
+        return interfaces({"p2p" + std::to_string(next)})(request);
+    });
+    for (; next < InterfaceNames::kCapacity; ++next) {
+        ASSERT_NE(p2p(), nullptr);
+    }
+    EXPECT_EQ(p2p(), nullptr);
+    EXPECT_THAT(errors(), ElementsAre("Nl80211Client: Too many interface names to keep p2p10000"));
+    next = 0;
+    EXPECT_STREQ(p2p(), "p2p0") << "a name that is kept";
 }
 
 TEST_F(InterfaceName, IsNullForASlotThatWasNeverFilled) {
