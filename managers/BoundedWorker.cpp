@@ -9,40 +9,24 @@
 
 #include "os/Log.h"
 
-// ThreadSanitizer gives a function something to clean up; see mayHang_.
-#if defined(__clang__)
-#define CORVID_NOTHING_TO_CLEAN_UP __attribute__((noinline, disable_sanitizer_instrumentation))
-#else
-#define CORVID_NOTHING_TO_CLEAN_UP __attribute__((noinline))
-#endif
-
 namespace Ursa::OS::Wifi {
-
-/** Owned by both sides: whoever is faster decides whether the call returned or was given up. */
-struct BoundedWorker::Shared {
-    enum class Outcome { Running, Returned, GivenUp };
-
-    std::atomic<Outcome> outcome{Outcome::Running};
-    /** Here, and not on the thread: one that is unwound has no broken promise to report. */
-    std::promise<bool> promise;
-
-    bool decide(Outcome wanted) {
-        Outcome expected = Outcome::Running;
-        return outcome.compare_exchange_strong(expected, wanted);
-    }
-};
 
 namespace {
 
-thread_local bool isWorker = false;
+enum class Outcome { Running, Returned, GivenUp };
+
+static_assert(std::atomic<Outcome>::is_always_lock_free, "a signal handler reads it");
+
+/** Of the worker whose thread this is; null on any other thread. */
+thread_local const std::atomic<Outcome>* outcomeHere = nullptr;
 
 void endWorker(int /*signal*/) {
-    if (isWorker) {
+    if (outcomeHere != nullptr && *outcomeHere == Outcome::GivenUp) {
         pthread_exit(nullptr);
     }
 }
 
-sigset_t alarmSignal() {
+sigset_t alarmSignal() noexcept {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGALRM);
@@ -66,19 +50,32 @@ class AlarmBlocked {
 
 }  // namespace
 
+/** Owned by both sides: whoever is faster decides whether the call returned or was given up. */
+struct BoundedWorker::Shared {
+    std::atomic<Outcome> outcome{Outcome::Running};
+    /** Here, and not on the thread: one that is unwound has no broken promise to report. */
+    std::promise<bool> promise;
+
+    bool decide(Outcome wanted) {
+        Outcome expected = Outcome::Running;
+        return outcome.compare_exchange_strong(expected, wanted);
+    }
+};
+
 BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_shared<Shared>()) {
     // Each time: the process's handler may have been replaced since.
     struct sigaction action = {};
     action.sa_handler = endWorker;
+    action.sa_flags = SA_RESTART;  // a SIGALRM that is not giveUp()'s fails no call in the kernel
     sigaction(SIGALRM, &action, nullptr);
 
     result_ = shared_->promise.get_future();
     const AlarmBlocked blocked;
     try {
         thread_ = std::thread([shared = shared_, call = std::move(call)] {
-            isWorker = true;
+            outcomeHere = &shared->outcome;
             const bool result = call();
-            if (shared->decide(Shared::Outcome::Returned)) {
+            if (shared->decide(Outcome::Returned)) {
                 shared->promise.set_value(result);
             }
         });
@@ -95,8 +92,7 @@ std::optional<bool> BoundedWorker::wait(std::chrono::milliseconds limit) {
         return std::nullopt;
     }
     // The call may return in the very moment in which the time is over: that still counts.
-    if (result_.wait_for(limit) != std::future_status::ready &&
-        shared_->decide(Shared::Outcome::GivenUp)) {
+    if (result_.wait_for(limit) != std::future_status::ready && shared_->decide(Outcome::GivenUp)) {
         return std::nullopt;
     }
     const bool result = result_.get();
@@ -108,21 +104,27 @@ void BoundedWorker::giveUp() {
     if (!thread_.joinable()) {
         return;
     }
-    shared_->decide(Shared::Outcome::GivenUp);
-    if (shared_->outcome == Shared::Outcome::GivenUp) {
+    shared_->decide(Outcome::GivenUp);
+    if (shared_->outcome == Outcome::GivenUp) {
         pthread_kill(thread_.native_handle(), SIGALRM);
     }
     thread_.detach();
 }
 
-// A function that has something to clean up can be unwound only from its calls: an unwinder that
-// finds it anywhere else ends the process. This one has nothing, so the signal may come anywhere.
-CORVID_NOTHING_TO_CLEAN_UP void BoundedWorker::mayHang_(void (*call)(void*), void* argument) {
+CORVID_NOTHING_TO_DESTROY bool BoundedWorker::letAlarmIn_() noexcept {
+    if (outcomeHere == nullptr) {
+        return false;
+    }
     const sigset_t alarm = alarmSignal();
-    sigset_t before;
-    pthread_sigmask(SIG_UNBLOCK, &alarm, &before);
-    call(argument);
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+    return true;
+}
+
+CORVID_NOTHING_TO_DESTROY void BoundedWorker::keepAlarmOut_(bool isLetIn) noexcept {
+    if (isLetIn) {
+        const sigset_t alarm = alarmSignal();
+        pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+    }
 }
 
 }  // namespace Ursa::OS::Wifi

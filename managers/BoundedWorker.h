@@ -8,16 +8,31 @@
 #include <thread>
 #include <type_traits>
 
+// For a function that a signal may end at any instruction. A sanitizer would give it something to
+// clean up. Not every clang knows the attribute, and an unknown one is an error with -Werror.
+#if defined(__has_attribute)
+#if __has_attribute(disable_sanitizer_instrumentation)
+#define CORVID_NOTHING_TO_DESTROY __attribute__((noinline, disable_sanitizer_instrumentation))
+#endif
+#endif
+#ifndef CORVID_NOTHING_TO_DESTROY
+#define CORVID_NOTHING_TO_DESTROY __attribute__((noinline))
+#endif
+
 namespace Ursa::OS::Wifi {
 
 /**
- * Calls into a service that may hang, made on a short-lived thread of its own.
+ * Makes calls that may hang, on a short-lived thread of its own, and waits no longer than a limit.
+ * giveUp() ends the thread by SIGALRM, whose handler calls pthread_exit(); the thread takes that
+ * signal inside mayHang() only, and only when it was given up. The closure may go on until then, so
+ * it owns or shares what it touches; it must not throw. Used by one thread.
+ *
+ * What the service's library must keep to, and what a given-up call leaves behind:
+ * docs/hung-calls.md.
  *
  *     BoundedWorker worker([state] {
- *         bool done = false;
- *         BoundedWorker::mayHang([&] { done = callTheService(); });
- *         state->done = done;
- *         return done;
+ *         state->done = BoundedWorker::mayHang([] { return callTheService(); });
+ *         return state->done;
  *     });
  *     if (!worker.isStarted()) {
  *         return false;
@@ -27,70 +42,56 @@ namespace Ursa::OS::Wifi {
  *         WIFI_LOGE("no response");
  *         worker.giveUp();
  *     }
- *
- * What ends a thread that hangs: giveUp() sends it SIGALRM, whose handler calls pthread_exit(). The
- * handler is the process's, installed before the thread starts; on any other thread it does
- * nothing. The thread takes the signal inside mayHang() only. So it never ends in the middle of our
- * own work, with the allocator's or the log's lock in its hands; one that was given up goes no
- * further than to its next mayHang().
- *
- * Why its handle is valid when the signal is sent: it is detached after that, and until then a
- * thread keeps its handle even when it has ended. A worker whose call has returned is not signalled
- * at all: a single step decides whether it returned or was given up.
- *
- * What is leaked: on glibc nothing, pthread_exit() unwinds the stack and destroys what lives on it
- * and in the closure. bionic does not unwind: there, whatever these two hold stays until the
- * process ends.
- *
- * What the service's library must not do in a call: wait under a noexcept function (a destructor is
- * one) or under a catch (...) that does not rethrow, which would end the process while unwinding;
- * wait with a lock in its hands that others need; block SIGALRM or handle it. And on glibc a call
- * that does not return in time must be waiting in the kernel: one that computes can be unwound from
- * few places. Nor must it wait while a provider is released, which is a destructor too and so is
- * not done inside mayHang(): whoever waits for the worker goes on in time, but its thread would
- * stay.
- *
- * The closure may go on after it was given up, until it meets the signal: whatever it touches it
- * must own or share. It must not throw.
  */
 class BoundedWorker {
   public:
-    /** Starts the thread. When there is none to be had, an error line says so, and that is all. */
+    /** Starts the thread. If the system has none to give, logs an error; see isStarted(). */
     explicit BoundedWorker(std::function<bool()> call);
 
-    /** Whether the thread could be started: without one the closure is never called. */
+    /** Whether the thread could be started. Without one the closure is never called. */
     bool isStarted() const { return isStarted_; }
 
-    /** Gives up a worker that nobody has waited for to the end. */
+    /** Gives the worker up, unless wait() has returned its result. */
     ~BoundedWorker();
 
     BoundedWorker(const BoundedWorker&) = delete;
     BoundedWorker& operator=(const BoundedWorker&) = delete;
 
     /**
-     * Once: the closure's result, or nothing when it has not returned within `limit`, in which case
-     * it will be given up. Nothing, at once, when there is no thread.
+     * Returns the closure's result, or nothing if it does not return within `limit`, or at once if
+     * there is no thread. Nothing means that the result is lost and giveUp() is due. Call it once.
      */
     std::optional<bool> wait(std::chrono::milliseconds limit);
 
-    /** Ends the thread, if it is there still, and lets go of it. */
+    /** Ends the thread if it is still running, and detaches it. Does not wait for it. */
     void giveUp();
 
     /**
-     * Makes one call of the service. On a worker's thread it does not return when the worker is
-     * given up; on any other it is a plain call. `call` creates no object that needs a destructor:
-     * only a function with nothing to destroy can be unwound from wherever the signal meets it.
+     * Makes one call of the service and returns its result. Ends the thread instead if this worker
+     * was given up, before the call or while the call lets SIGALRM in. On any other thread it is a
+     * plain call. `call` does nothing else and destroys no object: the signal may come at any of
+     * its instructions, and glibc unwinds a function that has something to destroy from its calls
+     * only.
      */
     template <typename Call>
-    static void mayHang(Call&& call) {
-        using Function = std::remove_reference_t<Call>;
-        mayHang_([](void* function) { (*static_cast<Function*>(function))(); }, &call);
+    CORVID_NOTHING_TO_DESTROY static std::invoke_result_t<Call&> mayHang(Call&& call) {
+        const bool isLetIn = letAlarmIn_();
+        if constexpr (std::is_void_v<std::invoke_result_t<Call&>>) {
+            call();
+            keepAlarmOut_(isLetIn);
+        } else {
+            auto result = call();
+            keepAlarmOut_(isLetIn);
+            return result;
+        }
     }
 
   private:
     struct Shared;
 
-    static void mayHang_(void (*call)(void*), void* argument);
+    /** Returns whether this is a worker's thread; on others it does nothing. */
+    static bool letAlarmIn_() noexcept;
+    static void keepAlarmOut_(bool isLetIn) noexcept;
 
     std::shared_ptr<Shared> shared_;
     std::future<bool> result_;

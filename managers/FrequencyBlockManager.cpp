@@ -48,8 +48,7 @@ constexpr int kNoChannel = -2;
 
 std::unique_ptr<Sensors::ControllerProvider> getProvider() {
     WIFI_LOGD("ControllerProvider: getting a controller provider");
-    std::unique_ptr<Sensors::ControllerProvider> provider;
-    BoundedWorker::mayHang([&] { provider = Sensors::createControllerProvider(); });
+    auto provider = BoundedWorker::mayHang([] { return Sensors::createControllerProvider(); });
     if (provider == nullptr) {
         WIFI_LOGE("cannot get controller provider");
         return nullptr;
@@ -189,9 +188,7 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
         return false;
     }
     ControllerWirelessFreqBlocklists list;
-    bool done = false;
-    BoundedWorker::mayHang([&] { done = provider->getWirelessFreqBlocklists(list); });
-    if (!done) {
+    if (!BoundedWorker::mayHang([&] { return provider->getWirelessFreqBlocklists(list); })) {
         WIFI_LOGE("ControllerProvider: getWirelessFreqBlocklists() failed");
         return false;
     }
@@ -209,8 +206,7 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
             return true;
         }
         WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
-        BoundedWorker::mayHang([&] { done = provider->clearWirelessFreqBlocklists(); });
-        if (!done) {
+        if (!BoundedWorker::mayHang([&] { return provider->clearWirelessFreqBlocklists(); })) {
             WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
             return false;
         }
@@ -231,8 +227,7 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
                   im3->startFreq, im3->endFreq);
         list.push_back({im3->startFreq, im3->endFreq});
     }
-    BoundedWorker::mayHang([&] { done = provider->setWirelessFreqBlocklists(list); });
-    if (!done) {
+    if (!BoundedWorker::mayHang([&] { return provider->setWirelessFreqBlocklists(list); })) {
         WIFI_LOGE("ControllerProvider: setWirelessFreqBlocklists() failed");
         return false;
     }

@@ -161,8 +161,7 @@ bool MipiClockManager::notifySensorService_(int32_t clock) {
 
 bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
     WIFI_LOGD("CameraProvider: getting a camera provider");
-    std::unique_ptr<Sensors::CameraProvider> provider;
-    BoundedWorker::mayHang([&] { provider = Sensors::createCameraProvider(); });
+    const auto provider = BoundedWorker::mayHang([] { return Sensors::createCameraProvider(); });
     if (provider == nullptr) {
         WIFI_LOGE("cannot get camera provider");
         return false;
@@ -170,7 +169,7 @@ bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
     WIFI_LOGD("CameraProvider: calling API");
     const std::string camera = kCameraName;
     // Its own result is not looked at.
-    BoundedWorker::mayHang([&] { provider->notifyMipiClock(camera, clock); });
+    BoundedWorker::mayHang([&] { return provider->notifyMipiClock(camera, clock); });
     WIFI_LOGD("CameraProvider: API has successfully returned");
     return true;
 }

@@ -72,15 +72,29 @@ class Gate {
 };
 
 /**
- * Waits until the thread sleeps in hang(): ThreadSanitizer may lose a signal that comes in the
- * moment in which a thread enters a blocking call.
+ * Waits until the thread sleeps in that system call: ThreadSanitizer may lose a signal that comes
+ * in the moment in which a thread enters a blocking call.
  */
-bool waitUntilItHangs(const std::atomic<pid_t>& thread) {
+bool waitUntilItIsIn(long systemCall, const std::atomic<pid_t>& thread) {
     return test::waitUntil([&] {
         long call = -1;
         std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> call;
-        return thread != 0 && call == SYS_pause;
+        return thread != 0 && call == systemCall;
     });
+}
+
+bool waitUntilItHangs(const std::atomic<pid_t>& thread) {
+    return waitUntilItIsIn(SYS_pause, thread);
+}
+
+/** Returns the mask as it was. */
+sigset_t blockAlarm() {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &alarm, &before);
+    return before;
 }
 
 bool isGone(pid_t thread) {
@@ -103,14 +117,14 @@ void expectAHungCallToBeEnded() {
     EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
 }
 
-TEST(BoundedWorker, AResultInTimeIsHandedOver) {
+TEST(BoundedWorker, ResultInTimeIsReturned) {
     for (const bool result : {true, false}) {
         BoundedWorker worker([result] { return result; });
         EXPECT_EQ(worker.wait(kLong), result);
     }
 }
 
-TEST(BoundedWorker, CallsOnAThreadOfItsOwnWhichHasEndedWhenTheResultIsThere) {
+TEST(BoundedWorker, CallRunsOnAThreadOfItsOwnThatHasEndedWhenTheResultIsThere) {
     pid_t thread = 0;
     BoundedWorker worker([&] {
         thread = gettid();
@@ -121,7 +135,7 @@ TEST(BoundedWorker, CallsOnAThreadOfItsOwnWhichHasEndedWhenTheResultIsThere) {
     EXPECT_TRUE(test::waitUntil([&] { return isGone(thread); }));
 }
 
-TEST(BoundedWorker, ACallThatHangsIsUnwoundAndItsThreadEnds) {
+TEST(BoundedWorker, HungCallThatIsGivenUpIsUnwoundAndItsThreadEnds) {
     std::atomic<int> counted{0};
     std::atomic<pid_t> thread{0};
     auto held = std::make_shared<Counted>(counted);
@@ -141,7 +155,7 @@ TEST(BoundedWorker, ACallThatHangsIsUnwoundAndItsThreadEnds) {
     EXPECT_EQ(counted, 0) << "the stack or the closure was left behind";
 }
 
-TEST(BoundedWorker, WithoutAThreadToBeHadItHasNoResultAndSaysSo) {
+TEST(BoundedWorker, WorkerWithoutAThreadHasNoResultAndLogsWhy) {
     const test::LogCapture log;
     std::atomic<int> counted{0};
     bool called = false;
@@ -165,7 +179,7 @@ TEST(BoundedWorker, WithoutAThreadToBeHadItHasNoResultAndSaysSo) {
     EXPECT_EQ(worker.wait(kLong), true);
 }
 
-TEST(BoundedWorker, WaitsAsLongAsItWasToldTo) {
+TEST(BoundedWorker, WaitForAHungCallLastsAsLongAsTheLimit) {
     BoundedWorker worker([] {
         BoundedWorker::mayHang([] { hang(); });
         return true;
@@ -175,7 +189,7 @@ TEST(BoundedWorker, WaitsAsLongAsItWasToldTo) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(200));
 }
 
-TEST(BoundedWorker, ADestructorGivesUpTheCall) {
+TEST(BoundedWorker, DestructorOfAWorkerWhoseCallHangsGivesItUp) {
     std::atomic<int> counted{0};
     {
         std::atomic<pid_t> thread{0};
@@ -189,7 +203,7 @@ TEST(BoundedWorker, ADestructorGivesUpTheCall) {
     EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
 }
 
-TEST(BoundedWorker, TheSignalWaitsUntilOurOwnWorkIsDone) {
+TEST(BoundedWorker, WorkerGivenUpBeforeItsCallFinishesItsOwnWorkAndMakesNoCall) {
     std::atomic<bool> worked{false};
     std::atomic<bool> called{false};
     std::atomic<int> counted{0};
@@ -209,7 +223,117 @@ TEST(BoundedWorker, TheSignalWaitsUntilOurOwnWorkIsDone) {
     EXPECT_FALSE(called) << "it was given up, and called the service all the same";
 }
 
-TEST(BoundedWorker, ALateResultIsLost) {
+TEST(BoundedWorker, WorkerGivenUpBetweenTwoCallsFinishesItsOwnWorkAndMakesNoSecondCall) {
+    std::atomic<bool> worked{false};
+    std::atomic<bool> calledAgain{false};
+    std::atomic<int> counted{0};
+    Gate returned;
+    Gate givenUp;
+    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker::mayHang([] {});
+        returned.open();
+        givenUp.pass();
+        worked = true;
+        BoundedWorker::mayHang([&] { calledAgain = true; });
+        return true;
+    });
+    returned.pass();
+    EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    worker.giveUp();
+    givenUp.open();
+
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    EXPECT_TRUE(worked);
+    EXPECT_FALSE(calledAgain);
+}
+
+TEST(BoundedWorker, GivenUpCallThatKeepsTheAlarmOutEndsWhenItLetsItIn) {
+    std::atomic<bool> computed{false};
+    std::atomic<bool> returned{false};
+    std::atomic<int> counted{0};
+    Gate computing;
+    Gate givenUp;
+    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker::mayHang([&] {
+            const sigset_t before = blockAlarm();
+            computing.open();
+            givenUp.pass();
+            computed = true;
+            pthread_sigmask(SIG_SETMASK, &before, nullptr);
+            returned = true;
+        });
+        return true;
+    });
+    computing.pass();
+    EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    worker.giveUp();
+    givenUp.open();
+
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+    EXPECT_TRUE(computed);
+    EXPECT_FALSE(returned);
+}
+
+TEST(BoundedWorker, AlarmFromOutsideDoesNotEndACallThatWasNotGivenUp) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::atomic<pid_t> thread{0};
+    BoundedWorker worker([&] {
+        thread = gettid();
+        char byte = 0;
+        return BoundedWorker::mayHang([&] { return read(ends[0], &byte, 1); }) == 1;
+    });
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(waitUntilItIsIn(SYS_read, thread));
+        EXPECT_EQ(syscall(SYS_tgkill, getpid(), thread.load(), SIGALRM), 0);
+    }
+    ASSERT_TRUE(waitUntilItIsIn(SYS_read, thread));
+    EXPECT_EQ(write(ends[1], "", 1), 1);
+    EXPECT_EQ(worker.wait(kLong), true);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(BoundedWorker, AlarmFromOutsideDoesNotKeepGivingUpFromEndingACall) {
+    std::atomic<int> counted{0};
+    std::atomic<pid_t> thread{0};
+    BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+        thread = gettid();
+        BoundedWorker::mayHang([] { hang(); });
+        return true;
+    });
+    ASSERT_TRUE(waitUntilItHangs(thread));
+    EXPECT_EQ(syscall(SYS_tgkill, getpid(), thread.load(), SIGALRM), 0);
+    ASSERT_TRUE(waitUntilItHangs(thread));
+    EXPECT_EQ(counted, 1);
+    EXPECT_EQ(worker.wait(kShort), std::nullopt);
+    worker.giveUp();
+    EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
+}
+
+TEST(BoundedWorker, CallHandsItsResultOver) {
+    const auto check = [] {
+        bool called = false;
+        BoundedWorker::mayHang([&] { called = true; });
+        const auto owned = BoundedWorker::mayHang([] { return std::make_unique<int>(7); });
+        return called && *owned == 7 && BoundedWorker::mayHang([] { return 8; }) == 8;
+    };
+    EXPECT_TRUE(check());
+    BoundedWorker worker(check);
+    EXPECT_EQ(worker.wait(kLong), true);
+}
+
+TEST(BoundedWorker, CallOnAThreadThatIsNoWorkerLeavesTheSignalsMaskAlone) {
+    const sigset_t before = blockAlarm();
+    sigset_t inside;
+    BoundedWorker::mayHang([&] { pthread_sigmask(SIG_BLOCK, nullptr, &inside); });
+    sigset_t after;
+    pthread_sigmask(SIG_SETMASK, &before, &after);
+    EXPECT_EQ(sigismember(&inside, SIGALRM), 1);
+    EXPECT_EQ(sigismember(&after, SIGALRM), 1);
+}
+
+TEST(BoundedWorker, ResultAfterTheLimitIsLost) {
     std::atomic<int> counted{0};
     Gate givenUp;
     {
@@ -223,7 +347,7 @@ TEST(BoundedWorker, ALateResultIsLost) {
     EXPECT_TRUE(test::waitUntil([&] { return counted == 0; }));
 }
 
-TEST(BoundedWorker, ReturningInTheVeryMomentOfBeingGivenUpDoesNoHarm) {
+TEST(BoundedWorker, CallThatReturnsWhileItIsGivenUpLeavesNoThread) {
     // The limit is about what the call takes, so that both are first many times.
     int returned = 0;
     int late = 0;
@@ -247,7 +371,7 @@ TEST(BoundedWorker, ReturningInTheVeryMomentOfBeingGivenUpDoesNoHarm) {
     EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= before; }));
 }
 
-TEST(BoundedWorker, ThreadsThatAreNoWorkersSurviveTheSignal) {
+TEST(BoundedWorker, AlarmOnAThreadThatIsNoWorkerDoesNothing) {
     BoundedWorker worker([] { return true; });
     ASSERT_TRUE(worker.wait(kLong));
     EXPECT_EQ(pthread_kill(pthread_self(), SIGALRM), 0);  // would end the process, or this thread
@@ -257,24 +381,20 @@ TEST(BoundedWorker, ThreadsThatAreNoWorkersSurviveTheSignal) {
     EXPECT_EQ(sigismember(&now, SIGALRM), 0);
 }
 
-TEST(BoundedWorker, IsEndedAlsoInAProcessThatWasStartedWithTheSignalBlocked) {
-    sigset_t alarm;
-    sigemptyset(&alarm);
-    sigaddset(&alarm, SIGALRM);
-    sigset_t before;
-    pthread_sigmask(SIG_BLOCK, &alarm, &before);
+TEST(BoundedWorker, HungCallIsEndedInAProcessThatBlocksTheSignal) {
+    const sigset_t before = blockAlarm();
     expectAHungCallToBeEnded();
     sigset_t now;
     pthread_sigmask(SIG_SETMASK, &before, &now);
     EXPECT_EQ(sigismember(&now, SIGALRM), 1) << "the caller's own mask was changed";
 }
 
-TEST(BoundedWorker, ReplacesAHandlerThatSomebodyElseInstalled) {
+TEST(BoundedWorker, HungCallIsEndedWhereAnotherHandlerWasInstalled) {
     signal(SIGALRM, SIG_IGN);
     expectAHungCallToBeEnded();
 }
 
-TEST(BoundedWorker, AThousandTimeOutsInARowLeaveNothingBehind) {
+TEST(BoundedWorker, ThousandTimeOutsOfHungCallsLeaveNothingBehind) {
     std::atomic<int> counted{0};
     std::atomic<int> hung{0};
     constexpr int kBytes = 4096;
