@@ -1,92 +1,104 @@
-#include <sstream>
+// The library's own functions. A caller may end its thread by SIGALRM while one of them hangs, and
+// the signal may come at any time: each function blocks it before it does anything else, so that
+// none is met inside the allocator, a destructor or a function that must not throw. See
+// docs/hung-calls.md.
 
-#include <android-base/parseint.h>
-#include <android-base/stringprintf.h>
-#include <android-base/strings.h>
-#include <android/log.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <vrsensors/Sensors.h>
 
-#include "StateFile.h"
-#include "Steering.h"
+#include "Service.h"
+
+#if defined(__EXCEPTIONS)
+#error "A function of this file has something to destroy: see CMakeLists.txt."
+#endif
 
 namespace Ursa::Sensors {
 namespace {
 
-using android::base::ParseUint;
-using android::base::StringPrintf;
-
-/** One "START END" line per range. Returns false, with `ranges` half filled, on any other line. */
-bool parseRanges(const std::string& text, ControllerWirelessFreqBlocklists& ranges) {
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        const std::vector<std::string> words = android::base::Split(line, " ");
-        ControllerWirelessFreqBlocklist range = {};
-        if (words.size() != 2 || !ParseUint(words[0], &range.start) ||
-            !ParseUint(words[1], &range.end)) {
-            __android_log_print(ANDROID_LOG_ERROR, "VrSensors", "not a frequency range: \"%s\"",
-                                line.c_str());
-            return false;
-        }
-        ranges.push_back(range);
-    }
-    return true;
+sigset_t blockAlarm() {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &alarm, &before);
+    return before;
 }
 
-/** Plays the hand controllers, whose blocked ranges are a file. */
-class HostControllerProvider : public ControllerProvider {
-  public:
-    bool getWirelessFreqBlocklists(ControllerWirelessFreqBlocklists& blocklists) override {
-        std::string text;
-        ControllerWirelessFreqBlocklists ranges;
-        if (!goesOn("debug.sensors.controller.get", "fail") ||
-            !StateFile("controller_blocklist").read(text) || !parseRanges(text, ranges)) {
-            return false;
-        }
-        blocklists = std::move(ranges);
-        return true;
-    }
+void restore(const sigset_t& mask) { pthread_sigmask(SIG_SETMASK, &mask, nullptr); }
 
-    bool setWirelessFreqBlocklists(const ControllerWirelessFreqBlocklists& blocklists) override {
-        if (!goesOn("debug.sensors.controller.set", "fail")) {
-            return false;
-        }
-        std::string text;
-        for (const ControllerWirelessFreqBlocklist& range : blocklists) {
-            text += StringPrintf("%u %u\n", unsigned{range.start}, unsigned{range.end});
-        }
-        return StateFile("controller_blocklist").replace(text);
+/** Until the thread is ended by a signal that the caller lets in. */
+[[noreturn]] void hang(const sigset_t& callersMask) {
+    restore(callersMask);
+    while (true) {
+        pause();
     }
+}
 
-    bool clearWirelessFreqBlocklists() override {
-        return goesOn("debug.sensors.controller.clear", "fail") &&
-               StateFile("controller_blocklist").replace("");
+/** Plays one call of the service, which does what the property says. */
+template <typename Call>
+auto callService(const char* property, const char* failure, Call call) {
+    const sigset_t callersMask = blockAlarm();
+    const Answer answer = answerOf(property, failure);
+    if (answer == Answer::Hang) {
+        hang(callersMask);
     }
-};
-
-/** Plays the cameras, which write down the clocks they were told. */
-class HostCameraProvider : public CameraProvider {
-  public:
-    bool notifyMipiClock(const std::string& cameraName, int32_t clock) override {
-        return goesOn("debug.sensors.camera.notify") &&
-               StateFile("camera_clock").append(StringPrintf("%s %d", cameraName.c_str(), clock));
-    }
-};
+    auto result = call(answer == Answer::Success, callersMask);
+    restore(callersMask);
+    return result;
+}
 
 }  // namespace
 
+void takePendingAlarm(const sigset_t& callersMask) {
+    restore(callersMask);
+    blockAlarm();
+}
+
 void setTransportErrorAction(TransportErrorAction action) {
-    StateFile("transport_error_action").replace(StringPrintf("%d\n", static_cast<int32_t>(action)));
+    const sigset_t callersMask = blockAlarm();
+    writeTransportErrorAction(action);
+    restore(callersMask);
 }
 
 std::unique_ptr<ControllerProvider> createControllerProvider() {
-    return goesOn("debug.sensors.controller.create", "null")
-               ? std::make_unique<HostControllerProvider>()
-               : nullptr;
+    return callService("debug.sensors.controller.create", "null",
+                       [](bool works, const sigset_t& mask) {
+                           return works ? makeControllerProvider(mask) : nullptr;
+                       });
+}
+
+bool HostControllerProvider::getWirelessFreqBlocklists(
+    ControllerWirelessFreqBlocklists& blocklists) {
+    return callService("debug.sensors.controller.get", "fail", [&](bool works, const sigset_t&) {
+        return works && readBlocklist(blocklists);
+    });
+}
+
+bool HostControllerProvider::setWirelessFreqBlocklists(
+    const ControllerWirelessFreqBlocklists& blocklists) {
+    return callService("debug.sensors.controller.set", "fail", [&](bool works, const sigset_t&) {
+        return works && writeBlocklist(blocklists);
+    });
+}
+
+bool HostControllerProvider::clearWirelessFreqBlocklists() {
+    return callService("debug.sensors.controller.clear", "fail",
+                       [](bool works, const sigset_t&) { return works && writeBlocklist({}); });
 }
 
 std::unique_ptr<CameraProvider> createCameraProvider() {
-    return goesOn("debug.sensors.camera.create", "null") ? std::make_unique<HostCameraProvider>()
-                                                         : nullptr;
+    return callService("debug.sensors.camera.create", "null", [](bool works, const sigset_t& mask) {
+        return works ? makeCameraProvider(mask) : nullptr;
+    });
+}
+
+bool HostCameraProvider::notifyMipiClock(const std::string& cameraName, int32_t clock) {
+    return callService("debug.sensors.camera.notify", "", [&](bool works, const sigset_t&) {
+        return works && writeClock(cameraName, clock);
+    });
 }
 
 }  // namespace Ursa::Sensors

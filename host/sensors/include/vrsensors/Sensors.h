@@ -8,10 +8,10 @@
 /**
  * Client library of the headset's sensor service: the hand controllers' radio link and the cameras.
  *
- * Any call may block for as long as the service does not answer. A caller that can't wait makes it
- * on a thread of its own and ends that thread: every call lets itself be unwound by pthread_exit,
- * also from a signal handler. Functions and providers may be used from any thread; one provider
- * from one thread at a time.
+ * Any call may block until the service answers. The caller may end the thread meanwhile, by SIGALRM
+ * with a handler that calls pthread_exit: a call lets the signal in while it waits and when it
+ * returns, and keeps it out while it computes, allocates or uses files (docs/hung-calls.md). Any
+ * thread may call; one provider is used by one thread at a time.
  */
 namespace Ursa::Sensors {
 
