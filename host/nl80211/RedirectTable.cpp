@@ -17,6 +17,16 @@ RedirectTable& RedirectTable::instance() {
     return *table;
 }
 
+namespace {
+
+/**
+ * The table is made before the program has a second thread. ThreadSanitizer, which this library is
+ * built without, does not see how threads wait for one another's first use of instance().
+ */
+[[gnu::constructor]] void makeTable() { RedirectTable::instance(); }
+
+}  // namespace
+
 RedirectTable::RedirectTable() {
     // A child of fork gets the table in no other thread's hands.
     pthread_atfork([]() NO_THREAD_SAFETY_ANALYSIS { instance().mutex_.lock(); },

@@ -629,6 +629,36 @@ TEST_F(Nl80211Redirect, SocketsThatStayOpenAreRememberedHoweverManyComeAndGo) {
     }
 }
 
+TEST_F(Nl80211Redirect, FirstSocketsOfTwoThreadsAreBothRedirected) {
+    // By the kernel's calls themselves, so that the library has seen no socket of this process yet.
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    socketPath().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    std::filesystem::create_directories(root_.path("/dev"));
+    const unique_fd listener(
+        static_cast<int>(syscall(SYS_socket, AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)));
+    ASSERT_EQ(syscall(SYS_bind, listener.get(), &address, sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 2), 0);
+
+    std::atomic<int> ready = 0;
+    std::atomic<int> redirected = 0;
+    const auto open = [&] {
+        // Without an order between the threads, which would hide a race from ThreadSanitizer.
+        ready.fetch_add(1, std::memory_order_relaxed);
+        while (ready.load(std::memory_order_relaxed) < 2) {
+        }
+        const unique_fd socket = netlinkSocket();
+        if (option(socket, SOL_SOCKET, SO_DOMAIN) == AF_NETLINK) {
+            redirected.fetch_add(1, std::memory_order_relaxed);
+        }
+    };
+    std::thread first(open);
+    std::thread second(open);
+    first.join();
+    second.join();
+    EXPECT_EQ(redirected, 2);
+}
+
 TEST_F(Nl80211Redirect, ThreadsHaveTheirOwnSockets) {
     FakeNl80211 kernel(root_.path(""));
     kernel.answer(interfaces);
