@@ -9,7 +9,6 @@
 #include <utility>
 
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <sys/timerfd.h>
 
 #include "client/BssEventFilter.h"
@@ -45,7 +44,11 @@ std::shared_ptr<WpaSocket> WpaSocket::create(NetInterfaceType type, std::shared_
 
 WpaSocket::WpaSocket(Passkey, NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
                      ReconnectSchedule schedule)
-    : type_(type), schedule_(schedule), poll_(std::move(poll)), eventFd_(eventFd) {
+    : type_(type),
+      schedule_(schedule),
+      poll_(std::move(poll)),
+      eventFd_(eventFd),
+      command_(std::chrono::milliseconds(schedule.replyTimeout)) {
     for (int i = 0; i < kWifiClientCallbackTypeCount; ++i) {
         callbacks_[static_cast<WifiClientCallbackType>(i)] =
             std::make_shared<CallbackMap<const std::string&>>();
@@ -59,9 +62,9 @@ WpaSocket::~WpaSocket() {
         WPA_LOG(I, "Deinitialized wpa socket reconnect timer");
     }
     MutexLock lock(socketMutex_);
-    if (monitor_ != nullptr) {
+    if (monitor_.isOpen()) {
         // No DETACH is sent; but nobody would read the descriptor any more.
-        poll_->removeFd(wpa_ctrl_get_fd(monitor_.get()));
+        poll_->removeFd(monitor_.fd());
     }
 }
 
@@ -92,27 +95,25 @@ bool WpaSocket::unregisterEventCallback(WifiClientCallbackType type, int handle)
 
 bool WpaSocket::sendCtrlCmd(const std::string& cmd, std::string& reply) {
     MutexLock lock(socketMutex_);
-    if (state_ != State::Connected || command_ == nullptr) {
+    if (state_ != State::Connected || !command_.isOpen()) {
         reply = "ERROR: NOT-CONNECTED";
         return false;
     }
-    std::array<char, kBufferSize> buffer;  // the library says how much of it is the reply
-    size_t length = buffer.size() - 1;
-    const int result = wpa_ctrl_request(command_.get(), cmd.c_str(), cmd.length(), buffer.data(),
-                                        &length, nullptr);
-    if (result == -2) {
-        reply = "ERROR: TIMEOUT";
-        return false;
+    switch (command_.request(cmd, reply)) {
+        case RequestResult::Replied:
+            break;
+        case RequestResult::TimedOut:
+            reply = "ERROR: TIMEOUT";
+            return false;
+        case RequestResult::NotSent:
+        case RequestResult::Failed:
+            reply = "ERROR: SEND-RECV";
+            return false;
     }
-    if (result == -1) {
-        reply = "ERROR: SEND-RECV";
-        return false;
-    }
-    if (length >= buffer.size()) {  // beyond what the library is allowed to return
+    if (reply.size() > ControlChannel::kMaxReply) {
         reply = "ERROR: REPLY-TOO-LONG";
         return false;
     }
-    reply.assign(buffer.data(), length);
     return true;
 }
 
@@ -278,32 +279,32 @@ PollAction WpaSocket::onReconnectTimerExpired_(int fd, int events) {
 
 int WpaSocket::connect_() {
     MutexLock lock(socketMutex_);
-    if (monitor_ != nullptr && command_ != nullptr) {
+    if (monitor_.isOpen() && command_.isOpen()) {
         return kConnected;
     }
-    if (monitor_ != nullptr || command_ != nullptr) {
+    if (monitor_.isOpen() || command_.isOpen()) {
         return kHalfOpen;
     }
     if (path_.empty()) {
         return kNoPath;
     }
-    monitor_.reset(wpa_ctrl_open(path_.c_str()));
-    if (monitor_ == nullptr) {
+    if (!monitor_.open(path_)) {
         return kCannotOpen;
     }
     terminating_ = false;
-    if (wpa_ctrl_attach(monitor_.get()) != 0) {
-        monitor_.reset();
+    std::string reply;
+    if (monitor_.request("ATTACH", reply, std::chrono::milliseconds(schedule_.replyTimeout)) !=
+            RequestResult::Replied ||
+        reply != "OK\n") {
+        monitor_.close();
         return kCannotAttach;
     }
-    const int fd = wpa_ctrl_get_fd(monitor_.get());
-    dropBssEvents(fd);
-    poll_->addFd(fd, EPOLLIN, [weak = weak_from_this()](int readyFd, int events) {
+    dropBssEvents(monitor_.fd());
+    poll_->addFd(monitor_.fd(), EPOLLIN, [weak = weak_from_this()](int readyFd, int events) {
         const auto self = weak.lock();
         return self ? self->onSocketReady_(readyFd, events) : PollAction::Continue;
     });
-    command_.reset(wpa_ctrl_open(path_.c_str()));
-    if (command_ == nullptr) {
+    if (!command_.open(path_)) {
         return kCannotOpen;  // the monitor is closed by the disconnect_() that follows
     }
     return kConnected;
@@ -338,17 +339,17 @@ void WpaSocket::updateConnectError_(int* lastError, int error) {
 
 void WpaSocket::closeSockets_() {
     MutexLock lock(socketMutex_);
-    if (monitor_ != nullptr) {
-        poll_->removeFd(wpa_ctrl_get_fd(monitor_.get()));
+    if (monitor_.isOpen()) {
+        poll_->removeFd(monitor_.fd());
         if (terminating_) {
-            // Nothing more is read, so that the library does not wait for an answer that can't
-            // come.
-            shutdown(wpa_ctrl_get_fd(monitor_.get()), SHUT_RD);
+            monitor_.sendOnly("DETACH");
+        } else {
+            std::string reply;
+            monitor_.request("DETACH", reply, std::chrono::milliseconds(schedule_.replyTimeout));
         }
-        wpa_ctrl_detach(monitor_.get());
-        monitor_.reset();
+        monitor_.close();
     }
-    command_.reset();
+    command_.close();
 }
 
 void WpaSocket::disconnect_() {

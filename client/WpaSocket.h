@@ -12,21 +12,15 @@
 
 #include <android-base/unique_fd.h>
 #include <ursa/os/EventFd.h>
-#include <wpa_ctrl.h>
 
 #include "client/CallbackMap.h"
+#include "client/ControlChannel.h"
 #include "client/NetInterfaceType.h"
 #include "client/WifiClientCallbackType.h"
 #include "os/Mutex.h"
 #include "os/Poll.h"
 
 namespace Ursa::OS::Wifi {
-
-/** Owns a connection of the supplicant's client library; closing it removes its socket file. */
-struct WpaCtrlCloser {
-    void operator()(wpa_ctrl* connection) const { wpa_ctrl_close(connection); }
-};
-using WpaCtrl = std::unique_ptr<wpa_ctrl, WpaCtrlCloser>;
 
 /**
  * The daemon's connection to one supplicant control interface: a monitor connection, attached, on
@@ -39,7 +33,7 @@ using WpaCtrl = std::unique_ptr<wpa_ctrl, WpaCtrlCloser>;
  *        +---- file deleted, one hour in vain, supplicant gone
  *
  * The hour is that of the pauses between the attempts. What the attempts themselves take comes on
- * top: nothing while nobody listens, the client library's 10 s each with a supplicant that hangs.
+ * top: nothing while nobody listens, the time-out of a request each with a supplicant that hangs.
  *
  * States change on the loop thread only, by tasks posted to it; every subscriber runs there too.
  * Posted tasks and loop callbacks hold the socket weakly, so it may be released on any thread.
@@ -50,13 +44,14 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
   public:
     enum class State { Stopped = 0, Idle = 1, Connecting = 2, Connected = 3 };
 
-    /** When to try to connect. All in milliseconds; tests shorten it. */
+    /** When to try to connect, and how long to wait there. All in milliseconds. */
     struct ReconnectSchedule {
         int64_t firstDelay = 25;          ///< from entering Connecting to the first attempt
         int64_t fastDelay = 50;           ///< between attempts, at first
         int64_t fastPhase = 5'000;        ///< until this much delay has accumulated
         int64_t slowDelay = 5'000;        ///< between attempts from then on
         int64_t giveUpAfter = 3'600'000;  ///< delays that add up to this: the socket is given up
+        int64_t replyTimeout = 10'000;    ///< for the reply to a command, ATTACH and DETACH too
     };
 
     /**
@@ -96,10 +91,10 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     bool unregisterEventCallback(WifiClientCallbackType type, int handle);
 
     /**
-     * Sends a command and waits for its reply, at most the client library's own 10 seconds. On
-     * success `reply` is exactly what came back, its newline included. On failure it is "ERROR: "
-     * and NOT-CONNECTED, TIMEOUT, SEND-RECV or REPLY-TOO-LONG. Any thread, one command at a time;
-     * a subscriber may send from inside its callback.
+     * Sends a command and waits for its reply, 10 seconds at most. On success `reply` is exactly
+     * what came back, its newline included. On failure it is "ERROR: " and NOT-CONNECTED, TIMEOUT,
+     * SEND-RECV or REPLY-TOO-LONG. A reply that comes too late is never another command's. Any
+     * thread, one command at a time; a subscriber may send from inside its callback.
      */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply);
 
@@ -176,16 +171,16 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     int64_t accumulatedDelay_ = 0;              ///< milliseconds; loop thread only
     /**
      * The supplicant behind monitor_ has said that it ends. It closes its socket a moment later
-     * with whatever it has not read, so DETACH is sent but not waited for: the library would hold
-     * the loop, and with it the other socket's events, for 10 s. Loop thread only.
+     * with whatever it has not read, so DETACH is sent but not waited for: that would hold the
+     * loop, and with it the other socket's events, for 10 s. Loop thread only.
      */
     bool terminating_ = false;
     android::base::unique_fd reconnectTimer_;
 
     /** Changed on the loop thread only, under the mutex; the loop thread reads it without. */
-    WpaCtrl monitor_ GUARDED_BY(socketMutex_);
+    ControlChannel monitor_ GUARDED_BY(socketMutex_);
     std::array<char, kBufferSize> receiveBuffer_;  ///< loop thread only
-    WpaCtrl command_ GUARDED_BY(socketMutex_);
+    CommandChannel command_ GUARDED_BY(socketMutex_);
 
     /** One per type, all made in the constructor; the map itself never changes. */
     std::map<WifiClientCallbackType, std::shared_ptr<CallbackMap<const std::string&>>> callbacks_;

@@ -32,7 +32,7 @@ class WpaSocketTestPeer {
         return socket.state_ == WpaSocket::State::Connected;
     }
     static int monitorFd(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return wpa_ctrl_get_fd(socket.monitor_.get());
+        return socket.monitor_.fd();
     }
     static bool receiveEvent(WpaSocket& socket) { return socket.receiveEvent_(); }
 };

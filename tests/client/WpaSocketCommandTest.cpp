@@ -2,8 +2,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -108,11 +108,104 @@ TEST_F(WpaSocketCommands, ACommandToASupplicantThatHasGoneFailsAtOnce) {
     EXPECT_EQ(reply, "ERROR: SEND-RECV");
 }
 
-TEST_F(WpaSocketCommands, ACommandThatNobodyAnswersTimesOut) {
-    supplicant_.answerCommands([](const std::string&) { return std::nullopt; });
+/** A socket that does not wait long for a reply. */
+class WpaSocketLateReplies : public WpaSocketCommands {
+  protected:
+    void SetUp() override {
+        socket_ = makeSocket(NetInterfaceType::STA, kImpatient);
+        ASSERT_TRUE(connect(socket_));
+        supplicant_.answerCommands([released = released_](const std::string& command) {
+            if (command == "PING") {
+                released.wait();
+            }
+            return "re " + command;
+        });
+    }
+
+    ~WpaSocketLateReplies() override { release(); }
+
+    /** The supplicant, which stands still at a PING, goes on. Once. */
+    void release() {
+        if (released_.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+            release_.set_value();
+        }
+    }
+
+    std::string timeOut() {
+        std::string reply;
+        EXPECT_FALSE(socket_->sendCtrlCmd("PING", reply));
+        return reply;
+    }
+
+    /** Sends until the reply comes in time, which depends on the machine too. */
+    std::string ask(const std::string& command) {
+        std::string reply;
+        while (!socket_->sendCtrlCmd(command, reply) && reply == "ERROR: TIMEOUT") {
+        }
+        return reply;
+    }
+
+    std::promise<void> release_;
+    const std::shared_future<void> released_ = release_.get_future().share();
+};
+
+TEST_F(WpaSocketLateReplies, CommandThatNobodyAnswersTimesOut) {
+    EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+}
+
+TEST_F(WpaSocketLateReplies, LateReplyBeforeTheNextCommandIsNotTakenForItsReply) {
+    EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+    release();
+    // The answer to this one comes after the late reply; it goes by another connection.
     std::string reply;
-    EXPECT_FALSE(socket_->sendCtrlCmd("PING", reply));
-    EXPECT_EQ(reply, "ERROR: TIMEOUT");
+    const auto other = makeSocket();
+    ASSERT_TRUE(connect(other));
+    EXPECT_TRUE(other->sendCtrlCmd("OTHER", reply));
+    EXPECT_EQ(ask("STATUS"), "re STATUS");
+    EXPECT_EQ(ask("GET country"), "re GET country");
+}
+
+TEST_F(WpaSocketLateReplies, LateReplyDuringTheNextCommandIsNotTakenForItsReply) {
+    EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+    auto next = std::async(std::launch::async, [this] { return ask("STATUS"); });
+    release();
+    EXPECT_EQ(next.get(), "re STATUS");
+    EXPECT_EQ(ask("GET country"), "re GET country");
+}
+
+TEST_F(WpaSocketLateReplies, LateRepliesOfSeveralTimeoutsAreNotTakenForTheNextReplies) {
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+    }
+    auto next = std::async(std::launch::async, [this] { return ask("STATUS"); });
+    release();
+    EXPECT_EQ(next.get(), "re STATUS");
+    for (int i = 0; i < 20; ++i) {
+        const std::string command = "GET " + std::to_string(i);
+        EXPECT_EQ(ask(command), "re " + command);
+    }
+}
+
+TEST_F(WpaSocketLateReplies, TimeoutChangesNeitherStateNorLog) {
+    log_.clear();
+    EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+    release();
+    EXPECT_EQ(ask("STATUS"), "re STATUS");
+    turn();
+    EXPECT_EQ(Peer::state(*socket_), State::Connected);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_EQ(supplicant_.attachRequests(), 1u);
+}
+
+TEST_F(WpaSocketLateReplies, ReopeningThatFailsIsTheCommandsFailure) {
+    EXPECT_EQ(timeOut(), "ERROR: TIMEOUT");
+    release();
+    supplicant_.crash();
+    std::string reply;
+    EXPECT_FALSE(socket_->sendCtrlCmd("STATUS", reply));
+    EXPECT_EQ(reply, "ERROR: SEND-RECV");
+    turn();
+    EXPECT_EQ(Peer::state(*socket_), State::Connected);
 }
 
 TEST_F(WpaSocketCommands, ASubscriberMaySendFromInsideItsCallback) {

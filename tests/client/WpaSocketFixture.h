@@ -63,13 +63,13 @@ class WpaSocketTestPeer {
     static bool receive(WpaSocket& socket) { return socket.receiveEvent_(); }
     /** -1 when closed. */
     static int monitor(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return socket.monitor_ == nullptr ? -1 : wpa_ctrl_get_fd(socket.monitor_.get());
+        return socket.monitor_.isOpen() ? socket.monitor_.fd() : -1;
     }
     static bool hasCommand(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return socket.command_ != nullptr;
+        return socket.command_.isOpen();
     }
     static void dropCommand(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        socket.command_.reset();
+        socket.command_.close();
     }
     /** Whether a thread holds the event mutex; not to be asked by that thread. */
     static bool eventMutexHeld(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
@@ -128,10 +128,14 @@ class WpaSocketTest : public testing::Test {
     /** Short enough that a test need not wait, with each phase to tell from the others. */
     static constexpr WpaSocket::ReconnectSchedule kQuick = {1, 2, 6, 3, 12};
 
+    /** Replies are not waited for long either; attempts go on until one succeeds. */
+    static constexpr WpaSocket::ReconnectSchedule kImpatient = {1, 2, 60'000, 2, 60'000, 20};
+
     WpaSocketTest() { eventFd_.open(); }
 
-    std::shared_ptr<WpaSocket> makeSocket(NetInterfaceType type = NetInterfaceType::STA) {
-        return WpaSocket::create(type, poll_, eventFd_, kQuick);
+    std::shared_ptr<WpaSocket> makeSocket(NetInterfaceType type = NetInterfaceType::STA,
+                                          const WpaSocket::ReconnectSchedule& schedule = kQuick) {
+        return WpaSocket::create(type, poll_, eventFd_, schedule);
     }
 
     /** Turns the loop until it is so. Returns false after half a minute. */

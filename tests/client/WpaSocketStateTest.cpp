@@ -73,6 +73,7 @@ TEST_F(WpaSocketState, TheScheduleBeginsAfter25MsThenEvery50MsThenEvery5SecondsF
     EXPECT_EQ(schedule.fastPhase, 5'000);
     EXPECT_EQ(schedule.slowDelay, 5'000);
     EXPECT_EQ(schedule.giveUpAfter, 3'600'000);
+    EXPECT_EQ(schedule.replyTimeout, 10'000);
 }
 
 TEST_F(WpaSocketState, ANewSocketIsStoppedAndHasLoggedItsTimer) {
@@ -293,9 +294,10 @@ TEST_F(WpaSocketState, ARefusedAttachIsLoggedAndRetried) {
     ASSERT_TRUE(turnUntil(socket_, State::Connected));
 }
 
-TEST_F(WpaSocketState, AnAttachThatNobodyAnswersFailsAfterTheLibrarysTimeout) {
+TEST_F(WpaSocketState, AttachThatNobodyAnswersFailsAfterTheTimeout) {
     test::FakeControlSocket supplicant(path_);
     supplicant.answerAttach(test::FakeControlSocket::Attach::Ignore);
+    socket_ = makeSocket(NetInterfaceType::STA, kImpatient);
     socket_->onSocketFileCreate(path_);
     ASSERT_TRUE(turnUntil(socket_, State::Connecting));
     EXPECT_EQ(Peer::connect(*socket_), -2);

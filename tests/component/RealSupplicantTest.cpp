@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -16,6 +17,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "client/ControlChannel.h"
 #include "tests/component/Headset.h"
 #include "tests/support/Program.h"
 #include "tests/support/TempFolder.h"
@@ -28,6 +30,9 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
+
+using Ursa::OS::Wifi::CommandChannel;
+using Ursa::OS::Wifi::RequestResult;
 
 namespace fs = std::filesystem;
 
@@ -270,6 +275,68 @@ TEST_F(RealSupplicant, ThatTerminatesIsLeftAndFoundAgain) {
     readLogUpTo(connected);
     readLogUpTo(kStaConnected);
     EXPECT_THAT(lastAtom("WIFI_STA_CONNECTED"), HasSubstr(kNoSignal));
+}
+
+TEST_F(RealSupplicant, LateReplyIsNotTakenForTheNextCommand) {
+    startSupplicant();
+    CommandChannel channel(50ms);
+    while (!channel.open(socketPath)) {
+        ASSERT_FALSE(HasFailure());
+        std::this_thread::sleep_for(1ms);
+    }
+    // Repeated where the machine is too slow for the time-out.
+    const auto ask = [&](const std::string& command) {
+        std::string reply;
+        while (channel.request(command, reply) == RequestResult::TimedOut) {
+        }
+        return reply;
+    };
+    const auto timeOut = [&](const std::string& command) {
+        std::string reply;
+        EXPECT_EQ(channel.request(command, reply), RequestResult::TimedOut);
+    };
+    const std::string version = ask("GET version");
+    const std::string methods = ask("GET_CAPABILITY eap");
+    EXPECT_THAT(methods, HasSubstr("MD5 "));
+    EXPECT_EQ(ask("PING"), "PONG\n");
+
+    for (const int timeOuts : {1, 5}) {
+        // Before the next command.
+        supplicant->signal(SIGSTOP);
+        for (int i = 0; i < timeOuts; ++i) {
+            timeOut("PING");
+        }
+        supplicant->signal(SIGCONT);
+        CommandChannel other(30s);
+        ASSERT_TRUE(other.open(socketPath));
+        std::string reply;
+        EXPECT_EQ(other.request("PING", reply), RequestResult::Replied);  // behind the late ones
+        EXPECT_EQ(ask("GET_CAPABILITY eap"), methods);
+        EXPECT_EQ(ask("GET version"), version);
+
+        // During the next command.
+        supplicant->signal(SIGSTOP);
+        for (int i = 0; i < timeOuts; ++i) {
+            timeOut("PING");
+        }
+        auto next =
+            std::async(std::launch::async, [&] { return other.request("GET version", reply); });
+        supplicant->signal(SIGCONT);
+        EXPECT_EQ(ask("GET_CAPABILITY eap"), methods);
+        EXPECT_EQ(next.get(), RequestResult::Replied);
+        EXPECT_EQ(reply, version);
+
+        // After the next command.
+        supplicant->signal(SIGSTOP);
+        for (int i = 0; i < timeOuts; ++i) {
+            timeOut("PING");
+        }
+        timeOut("GET version");
+        supplicant->signal(SIGCONT);
+        EXPECT_EQ(ask("GET_CAPABILITY eap"), methods);
+        EXPECT_EQ(ask("GET version"), version);
+        EXPECT_EQ(ask("PING"), "PONG\n");
+    }
 }
 
 TEST_F(RealSupplicant, ThatIsKilledIsFoundAgainWhenItRestarts) {

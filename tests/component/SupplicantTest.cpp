@@ -188,6 +188,26 @@ TEST(Supplicant, ThatDoesNotAnswerACommandTimesItOutAfterTenSeconds) {
     EXPECT_THAT(headset.log("Disconnecting supplicant socket"), testing::SizeIs(1));
 }
 
+TEST(Supplicant, LateReplyIsNotTakenForTheNextCommand) {
+    Headset headset;
+    headset.play("supplicant start");
+    headset.startDaemon();
+    headset.expectConnection();
+    const size_t descriptors = headset.daemonFigures().descriptors();
+    headset.play("supplicant suspend");
+    EXPECT_EQ(headset.call("getStaInfo").output, "{\"frequency\":-1,\"rssi\":-1,\"bandwidth\":0}");
+    headset.play("reply SIGNAL_POLL \"RSSI=-45\\nFREQUENCY=5180\\n\" times=1");
+    headset.play("supplicant resume");
+    headset.expectRecord("command", "SIGNAL_POLL");  // the late reply
+    headset.play("reply SIGNAL_POLL \"RSSI=-80\\nFREQUENCY=5745\\n\"");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_THAT(headset.call("getStaInfo").output,
+                    HasSubstr("\"frequency\":5745,\"rssi\":-80"));
+    }
+    EXPECT_EQ(headset.daemonFigures().descriptors(), descriptors);
+    EXPECT_THAT(headset.log("Disconnecting supplicant socket"), testing::SizeIs(1));
+}
+
 TEST(Supplicant, WhoseReplyIsTooLargeIsReadAsFarAsItFits) {
     Headset headset;
     headset.playAll({"supplicant start", "reply SIGNAL_POLL too-long"});
