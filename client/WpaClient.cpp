@@ -11,6 +11,7 @@
 
 #include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include "os/DevicePath.h"
 #include "os/Log.h"
@@ -117,10 +118,44 @@ void WpaClient::findSocketFile_(NetInterfaceType type, WpaSocket& socket) {
             const std::string path = directory_ + entry->d_name;
             WIFI_LOGI("wpa %s socket file (%s) exists. Try to connect now", toString(type),
                       path.c_str());
-            socket.onSocketFileCreate(path);
+            follow_(type, socket, path);
             return;
         }
     }
+}
+
+bool WpaClient::SocketFile::operator==(const SocketFile& other) const {
+    return path == other.path && device == other.device && inode == other.inode &&
+           made == other.made;
+}
+
+WpaClient::SocketFile WpaClient::identify_(const std::string& path) {
+    SocketFile file;
+    file.path = path;
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) == 0) {
+        file.device = status.st_dev;
+        file.inode = status.st_ino;
+        // Nobody writes into a socket's file, so that this is when it was made.
+        file.made = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+    }
+    return file;
+}
+
+void WpaClient::follow_(NetInterfaceType type, WpaSocket& socket, const std::string& path) {
+    {
+        MutexLock lock(socketsMutex_);
+        followed_[type] = identify_(path);
+    }
+    socket.onSocketFileCreate(path);
+}
+
+void WpaClient::leave_(NetInterfaceType type, WpaSocket& socket) {
+    {
+        MutexLock lock(socketsMutex_);
+        followed_.erase(type);
+    }
+    socket.onSocketFileDelete();
 }
 
 bool WpaClient::startWpaSocketMonitor_() {
@@ -180,14 +215,20 @@ void WpaClient::watchNextDirectory_() {
     if (!watchDirectory_()) {
         return;
     }
-    inotify_rm_watch(inotifyFd_.get(), parentWatch_);
-    parentWatch_ = -1;
+    stopParentWatch_();
     // Its first sockets may be older than the watch.
     for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
         if (const auto socket = findSocket_(type)) {
             findSocketFile_(type, *socket);
         }
     }
+}
+
+void WpaClient::stopParentWatch_() {
+    if (parentWatch_ >= 0) {
+        inotify_rm_watch(inotifyFd_.get(), parentWatch_);
+    }
+    parentWatch_ = -1;
 }
 
 void WpaClient::stopWpaSocketMonitor_() {
@@ -245,7 +286,9 @@ PollAction WpaClient::onSocketUpdate_(int fd, int events) {
     for (size_t offset = 0; offset < static_cast<size_t>(length);) {
         inotify_event record;
         memcpy(&record, buffer.data() + offset, sizeof(record));
-        if (record.wd == watch_ && (record.mask & IN_IGNORED) != 0) {
+        if ((record.mask & IN_Q_OVERFLOW) != 0) {
+            onUpdatesLost_();
+        } else if (record.wd == watch_ && (record.mask & IN_IGNORED) != 0) {
             watch_ = -1;
             onDirectoryRemoved_();
         } else if (record.wd == watch_ && record.len > 0) {
@@ -271,12 +314,64 @@ void WpaClient::onSocketChange_(uint32_t mask, const std::string& name) {
         WIFI_LOGI("Wpa socket for %s (%s) is %s", toString(type), name.c_str(),
                   created ? "created" : "deleted");
         if (created) {
-            socket->onSocketFileCreate(directory_ + name);
+            follow_(type, *socket, directory_ + name);
         } else {
             // Whatever path the socket is on: deleting any matching file stops it.
-            socket->onSocketFileDelete();
+            leave_(type, *socket);
         }
         return;
+    }
+}
+
+void WpaClient::onUpdatesLost_() {
+    WIFI_LOGW("Wpa socket directory updates were lost: looking at the directory again");
+    // The removal of a directory may be among them. Watching it once more changes nothing if it is
+    // the same one.
+    const int before = watch_;
+    watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
+    if (watch_ < 0) {
+        onDirectoryRemoved_();
+    } else if (watch_ != before) {
+        WIFI_LOGI("Started monitoring wpa socket directory");
+        stopParentWatch_();
+    }
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        if (const auto socket = findSocket_(type)) {
+            findSocketFileAgain_(type, *socket);
+        }
+    }
+}
+
+void WpaClient::findSocketFileAgain_(NetInterfaceType type, WpaSocket& socket) {
+    SocketFile known;
+    {
+        MutexLock lock(socketsMutex_);
+        known = followed_[type];
+    }
+    SocketFile newest;
+    if (!known.path.empty() && identify_(known.path) == known) {
+        newest = known;
+    }
+    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    while (const dirent* entry = directory == nullptr ? nullptr : readdir(directory.get())) {
+        if (entry->d_type == DT_SOCK && isSocketName(entry->d_name, type)) {
+            const SocketFile file = identify_(directory_ + entry->d_name);
+            if (newest.path.empty() || newest.made < file.made) {
+                newest = file;
+            }
+        }
+    }
+    if (newest == known) {
+        return;
+    }
+    if (newest.path.empty()) {
+        WIFI_LOGI("Wpa socket for %s (%s) is deleted", toString(type),
+                  known.path.substr(known.path.rfind('/') + 1).c_str());
+        leave_(type, socket);
+    } else {
+        WIFI_LOGI("wpa %s socket file (%s) exists. Try to connect now", toString(type),
+                  newest.path.c_str());
+        follow_(type, socket, newest.path);
     }
 }
 

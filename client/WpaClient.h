@@ -6,8 +6,10 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <android-base/unique_fd.h>
+#include <sys/types.h>
 #include <ursa/os/EventFd.h>
 
 #include "client/NetInterfaceType.h"
@@ -54,6 +56,18 @@ class WpaClient {
   private:
     friend class WpaClientTestPeer;
 
+    /** A file, to be told from a later one at the same path. */
+    struct SocketFile {
+        std::string path;
+        dev_t device = 0;
+        ino_t inode = 0;
+        std::pair<time_t, long> made = {0, 0};  ///< seconds, nanoseconds
+
+        bool operator==(const SocketFile& other) const;
+    };
+    /** Only the path if there is no such file. */
+    static SocketFile identify_(const std::string& path);
+
     bool startWpaSocketMonitor_();
     void stopWpaSocketMonitor_();
     /** On false, errno says why. */
@@ -65,6 +79,7 @@ class WpaClient {
     void onDirectoryRemoved_();
     void onParentChange_(uint32_t mask);
     void watchNextDirectory_();
+    void stopParentWatch_();
     void startListener_();
     void stopListener_();
     void addSocket_(NetInterfaceType type);
@@ -72,6 +87,14 @@ class WpaClient {
     void findSocketFile_(NetInterfaceType type, WpaSocket& socket);
     PollAction onSocketUpdate_(int fd, int events);
     void onSocketChange_(uint32_t mask, const std::string& name);
+    /** The kernel has dropped directory updates: finds out what they would have said. */
+    void onUpdatesLost_();
+    void findSocketFileAgain_(NetInterfaceType type, WpaSocket& socket);
+
+    /** Passes a file on to its socket, and remembers which one it is. */
+    void follow_(NetInterfaceType type, WpaSocket& socket, const std::string& path)
+        EXCLUDES(socketsMutex_);
+    void leave_(NetInterfaceType type, WpaSocket& socket) EXCLUDES(socketsMutex_);
 
     /** Null for a kind without a socket. */
     std::shared_ptr<WpaSocket> findSocket_(NetInterfaceType type) EXCLUDES(socketsMutex_);
@@ -91,6 +114,7 @@ class WpaClient {
      * mutex is held for the look-up only.
      */
     std::map<NetInterfaceType, std::shared_ptr<WpaSocket>> sockets_ GUARDED_BY(socketsMutex_);
+    std::map<NetInterfaceType, SocketFile> followed_ GUARDED_BY(socketsMutex_);
     Mutex socketsMutex_;
 };
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -355,6 +356,158 @@ TEST_F(WpaClientTest, AParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
     EXPECT_TRUE(
         waitForLine("WpaClient: Wpa socket directory has been removed with its parent: no "
                     "longer waiting for it"));
+}
+
+/** The listener stands still while more happens in the folder than the kernel keeps. */
+class WpaClientOverflow : public WpaClientTest {
+  protected:
+    void SetUp() override {
+        sta_ = std::make_unique<test::FakeControlSocket>(path("wlan0"));
+        client_ = std::make_unique<WpaClient>(folder_.path() + "/");
+        ASSERT_TRUE(waitUntilConnected("STA", "wlan0"));
+        client_->registerEventCallback(kConnectedType, holding_, kSta);
+    }
+
+    ~WpaClientOverflow() override {
+        if (held_) {
+            release_.set_value();
+        }
+        client_.reset();  // its listener uses what goes next
+    }
+
+    void holdListener() {
+        ASSERT_EQ(sta_->sendEvent(kConnected), 1u);
+        entered_.get_future().wait();
+        held_ = true;
+    }
+
+    void releaseListener() {
+        held_ = false;
+        log_.clear();
+        release_.set_value();
+        ASSERT_TRUE(waitForLine(
+            "WpaClient: Wpa socket directory updates were lost: looking at the directory again"));
+    }
+
+    /** Makes and removes more files than the kernel keeps updates of. */
+    void overflow(const std::string& file = "wlan1") const {
+        int limit = 0;
+        std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
+        ASSERT_GT(limit, 0);
+        for (int i = 0; i <= limit; i += 2) {
+            createFile(file);
+            std::filesystem::remove(path(file));
+        }
+    }
+
+    std::promise<void> entered_;
+    std::promise<void> release_;
+    bool held_ = false;
+    std::function<void(const std::string&)> holding_ = [this](const std::string&) {
+        entered_.set_value();
+        release_.get_future().wait();
+    };
+    std::unique_ptr<test::FakeControlSocket> sta_;
+};
+
+TEST_F(WpaClientOverflow, SocketWhoseFileHasGoneIsStopped) {
+    holdListener();
+    overflow();
+    sta_.reset();
+    releaseListener();
+    EXPECT_TRUE(waitForLine("WpaClient: Wpa socket for STA (wlan0) is deleted"));
+    EXPECT_TRUE(waitForLine("[WPA-STA] Enter new wpa client state 'Stopped' (old 'Connected')"));
+    std::string reply;
+    EXPECT_FALSE(send(kSta, reply));
+    EXPECT_EQ(reply, "ERROR: NOT-CONNECTED");
+}
+
+TEST_F(WpaClientOverflow, SocketWhoseFileIsAnotherOneIsConnectedAnew) {
+    holdListener();
+    overflow();
+    sta_->crash();
+    sta_ = std::make_unique<test::FakeControlSocket>(path("wlan0"));
+    releaseListener();
+    EXPECT_TRUE(waitForLine("WpaClient: wpa STA socket file (" + path("wlan0") +
+                            ") exists. Try to connect now"));
+    EXPECT_TRUE(waitUntilConnected("STA", "wlan0"));
+    EXPECT_EQ(sta_->attachRequests(), 1u);
+    EXPECT_TRUE(send(kSta));
+}
+
+TEST_F(WpaClientOverflow, SocketWhoseFileIsTheSameStaysConnected) {
+    holdListener();
+    overflow();
+    // A file that appears too, so that there is something to wait for.
+    const test::FakeControlSocket p2p(path("p2p0"));
+    releaseListener();
+    EXPECT_TRUE(waitUntilConnected("P2P", "p2p0"));
+    EXPECT_TRUE(send(kSta));
+    EXPECT_EQ(sta_->attachRequests(), 1u);
+    EXPECT_EQ(sta_->detachRequests(), 0u);
+    EXPECT_THAT(log_.messages(ANDROID_LOG_DEBUG),
+                Not(Contains(testing::HasSubstr("[WPA-STA] Enter new"))));
+}
+
+TEST_F(WpaClientOverflow, NewestOfSeveralGroupSocketsIsFollowed) {
+    const test::FakeControlSocket first(path("p2p0"));
+    ASSERT_TRUE(waitUntilConnected("P2P", "p2p0"));
+    holdListener();
+    overflow();
+    const test::FakeControlSocket second(path("p2p-wlan0-3"));
+    releaseListener();
+    EXPECT_TRUE(waitUntilConnected("P2P", "p2p-wlan0-3"));
+    ASSERT_TRUE(send(kP2p));
+    EXPECT_THAT(second.commands(), ElementsAre("PING"));
+}
+
+TEST_F(WpaClientOverflow, FileThatIsDeletedAfterwardsStopsItsSocket) {
+    holdListener();
+    overflow();
+    releaseListener();
+    sta_.reset();
+    EXPECT_TRUE(waitForLine("[WPA-STA] Enter new wpa client state 'Stopped' (old 'Connected')"));
+}
+
+/** The folder itself may go at such a moment. */
+class WpaClientDirectoryOverflow : public WpaClientOverflow {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directory(path("sockets"));
+        sta_ = std::make_unique<test::FakeControlSocket>(path("sockets/wlan0"));
+        client_ = std::make_unique<WpaClient>(path("sockets/"));
+        ASSERT_TRUE(waitUntilConnected("STA", "sockets/wlan0"));
+        client_->registerEventCallback(kConnectedType, holding_, kSta);
+    }
+
+    void loseDirectory() {
+        holdListener();
+        overflow("sockets/wlan1");
+        sta_.reset();
+        std::filesystem::remove(path("sockets"));
+    }
+};
+
+TEST_F(WpaClientDirectoryOverflow, DirectoryThatHasGoneIsWaitedFor) {
+    loseDirectory();
+    releaseListener();
+    EXPECT_TRUE(waitForLine("[WPA-STA] Enter new wpa client state 'Stopped' (old 'Connected')"));
+    EXPECT_TRUE(
+        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    std::filesystem::create_directory(path("sockets"));
+    ASSERT_TRUE(waitForLine("WpaClient: Started monitoring wpa socket directory"));
+    const test::FakeControlSocket sta(path("sockets/wlan0"));
+    EXPECT_TRUE(waitUntilConnected("STA", "sockets/wlan0"));
+}
+
+TEST_F(WpaClientDirectoryOverflow, DirectoryThatHasBeenReplacedIsFollowed) {
+    loseDirectory();
+    std::filesystem::create_directory(path("sockets"));
+    const test::FakeControlSocket sta(path("sockets/wlan0"));
+    releaseListener();
+    EXPECT_TRUE(waitUntilConnected("STA", "sockets/wlan0"));
+    const test::FakeControlSocket p2p(path("sockets/p2p0"));
+    EXPECT_TRUE(waitUntilConnected("P2P", "sockets/p2p0"));
 }
 
 TEST_F(WpaClientTest, ASecondWatchIsRefused) {
