@@ -34,11 +34,16 @@ class CallbackMapElement {
         }
     }
 
-    /** Waits until no call is running on another thread, then empties the subscriber's function. */
+    /**
+     * Waits until no call is running on another thread, then empties the subscriber's function. A
+     * second one waits too but touches nothing: the function may have been destroyed by then.
+     */
     void remove() EXCLUDES(mutex_) {
         ExclusiveLock lock(mutex_);
-        removed_.store(true, std::memory_order_release);
-        *function_ = nullptr;
+        if (!removed_.load(std::memory_order_relaxed)) {
+            *function_ = nullptr;
+            removed_.store(true, std::memory_order_release);
+        }
     }
 
     bool removed() const { return removed_.load(std::memory_order_acquire); }
@@ -90,21 +95,20 @@ class CallbackMap {
 
     /**
      * Ends a subscription: waits for a running call on another thread, then empties the
-     * subscriber's function object. Returns false when the handle is not active.
+     * subscriber's function object. Returns false when the handle is not active. If another thread
+     * is ending the same subscription, waits for the running call as well.
      */
     bool unregisterCallback(int handle) {
-        if (!setContains_(CallbackSet::Active, handle)) {
-            return false;
+        const bool active = setContains_(CallbackSet::Active, handle);
+        if (active) {
+            setInsert_(CallbackSet::Inactive, handle);
         }
-        setInsert_(CallbackSet::Inactive, handle);
-        if (!setErase_(CallbackSet::Active, handle)) {
-            return false;  // another thread was faster
-        }
+        const bool first = active && setErase_(CallbackSet::Active, handle);
         // The wait for a running call happens without the elements' lock: that call may register.
         if (const auto element = findElement_(handle)) {
             element->remove();
         }
-        return true;
+        return first;
     }
 
     /** Calls every live subscriber. What a subscriber throws reaches the caller. */

@@ -394,6 +394,66 @@ TEST(CallbackMap, UnregisteringWaitsForARunningCall) {
     producer.join();
 }
 
+TEST(CallbackMap, TwoThreadsThatEndOneSubscriptionBothWaitForItsRunningCall) {
+    Map map;
+    Blocked blocked;
+    Callback callback = blocked.callback();
+    const int handle = map.registerCallback(callback);
+    std::thread producer([&] { map.trigger("x"); });
+    blocked.waitUntilEntered();
+    const auto end = [&] {
+        const bool first = map.unregisterCallback(handle);
+        EXPECT_TRUE(blocked.finished);
+        return first;
+    };
+    auto one = std::async(std::launch::async, end);
+    while (CallbackMapTestPeer::contains(map, CallbackSet::Active, handle)) {
+        std::this_thread::yield();
+    }
+    auto other = std::async(std::launch::async, end);
+    EXPECT_EQ(other.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(one.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    blocked.release();
+    EXPECT_TRUE(one.get());
+    EXPECT_FALSE(other.get());
+    producer.join();
+}
+
+TEST(CallbackMap, AfterEitherOfTwoEndsTheSubscriberMayBeDestroyed) {
+    Map map;
+    std::atomic<bool> stop{false};
+    std::thread producer([&] {
+        while (!stop) {
+            map.trigger("x");
+        }
+    });
+    for (int round = 0; round < 500; ++round) {
+        // Destroyed by whichever thread returns first.
+        auto calls = std::make_unique<std::atomic<int>>(0);
+        auto callback =
+            std::make_unique<Callback>([calls = calls.get()](const std::string&) { ++*calls; });
+        const int handle = map.registerCallback(*callback);
+        ASSERT_NE(handle, -1);
+        while (round % 2 == 0 && *calls == 0) {
+            std::this_thread::yield();
+        }
+        std::atomic<bool> destroyed{false};
+        const auto end = [&] {
+            map.unregisterCallback(handle);
+            if (!destroyed.exchange(true)) {
+                callback.reset();
+                calls.reset();
+            }
+        };
+        std::thread other(end);
+        end();
+        other.join();
+        map.trigger("clears");
+    }
+    stop = true;
+    producer.join();
+}
+
 TEST(CallbackMap, ATriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
     Map map;
     Blocked blocked;
