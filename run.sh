@@ -58,5 +58,5 @@ case $scenario in /*) file=$scenario ;; *) file=$called_from/$scenario ;; esac
 
 install_packages packages.txt
 daemon=vendor.corvid.hardware.wifi@1.0-service
-build build -- "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim
+build gcc "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim
 exec build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}" "$file"

@@ -1,61 +1,87 @@
 #!/usr/bin/env bash
-# Builds everything and runs every test that needs no special hardware: compiled by gcc, then by
-# clang with the address and undefined-behaviour sanitizers and with the thread sanitizer; sources
-# are checked by clang-format and clang-tidy. Ends with ctest's summary of all of it.
+# Builds everything and runs the tests: those of the gcc build and the lab's, or with --all also
+# those under clang's sanitizers, and clang-tidy. Ends with ctest's summary.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/setup.sh
 
 usage() {
     cat <<'END'
-usage: ./test.sh [--quick] [CTEST-OPTION ...]
+usage: ./test.sh [--all] [OPTION ...] [-- CTEST-OPTION ...]
 
-Installs what is missing, builds, and runs the tests.
+Installs what is missing, builds, and runs the tests, the virtual machine's included.
 
-  --quick  only the build by gcc: neither the sanitizers, nor clang-tidy, nor the lab
+  --all      also under the address and the thread sanitizer, and clang-tidy
+  -R REGEX   only tests whose names match: ./test.sh -R TxPower
+  -E REGEX   no tests whose names match
+  -L REGEX   only tests with such a label (lab, tidy)
+  -LE REGEX  no tests with such a label: ./test.sh -LE lab
+  -j N       so many tests at a time (default: four per processor; most of them wait)
+  -V         all output of the tests
+  -N         lists the tests in place of running them
   --help
-  other options go to ctest: -R Poll (only tests whose names contain Poll), -V (all output), ...
+  what follows -- goes to ctest as it is: ./test.sh -- --rerun-failed
 END
 }
 
-quick=false
-case ${1:-} in
-    --quick)
-        quick=true
-        shift
-        ;;
-    -h | --help)
-        usage
-        exit 0
-        ;;
-esac
+all=false
+jobs=$((4 * $(nproc)))
+without=()  # labels
+options=()
+while [ $# -gt 0 ]; do
+    case $1 in
+        -h | --help)
+            usage
+            exit 0
+            ;;
+        --all) all=true ;;
+        -V | -N) options+=("$1") ;;
+        -R | -E | -L | -LE | -j)
+            [ $# -ge 2 ] || fail "$1 needs a value; see ./test.sh --help"
+            case $1 in
+                -LE) without+=("$2") ;;
+                -j) jobs=$2 ;;
+                *) options+=("$1" "$2") ;;
+            esac
+            shift
+            ;;
+        --)
+            shift
+            options+=("$@")
+            break
+            ;;
+        *) fail "there is no option $1; see ./test.sh --help" ;;
+    esac
+    shift
+done
+case $jobs in '' | *[!0-9]* | 0) fail "-j needs a number from 1; see ./test.sh --help" ;; esac
+
+if $all; then
+    presets=(gcc address thread)
+    echo "Every test, under both sanitizers too, and clang-tidy."
+else
+    presets=(gcc)
+    without+=(tidy)
+    echo "Every test that needs no sanitizer. (./test.sh --all: the sanitizers and clang-tidy too.)"
+fi
 
 install_packages packages.txt
 # The lab's tests are skipped where it can't run. CORVID_LAB=required makes them fail.
 export CORVID_LAB=${CORVID_LAB:-optional}
-if ! $quick; then
-    (install_packages lab/packages.txt) || echo "The lab's tests can't run."
-    # While the programs are compiled.
-    lab/lab.sh build >/dev/null &
-fi
-
-folders=(build)
-build build
-if ! $quick; then
-    for sanitizer in address thread; do
-        build "build-$sanitizer" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-            "-DCORVID_SANITIZE=$sanitizer"
-        folders+=("build-$sanitizer")
-    done
-fi
-
-wait
+(install_packages lab/packages.txt) || echo "The lab's tests can't run."
+# While the programs are compiled.
+lab/lab.sh build >/dev/null &
 
 # One run of ctest over the tests of every build folder, so that there is one summary.
-mkdir -p build/all
-for folder in "${folders[@]}"; do
-    echo "subdirs(\"../../$folder\")"
-done >build/all/CTestTestfile.cmake
+summary=build/all
+for preset in "${presets[@]}"; do
+    build "$preset"
+done
+wait
+mkdir -p $summary
+for preset in "${presets[@]}"; do
+    echo "subdirs(\"../../$(folder_of "$preset")\")"
+done >$summary/CTestTestfile.cmake
 
 unshare -n true 2>/dev/null || unshare -Urn true 2>/dev/null ||
     echo "No network namespace can be made here: the tests that need one will be skipped."
@@ -64,8 +90,8 @@ run=()
 # Where the kernel spreads a program over more of its memory than clang's thread sanitizer expects,
 # a program of that build ends at once.
 setarch -R true 2>/dev/null && run=(setarch -R)
-only=()
-$quick && only=(-LE 'tidy|lab')
-# Most tests wait for something most of the time.
-exec "${run[@]}" ctest --test-dir build/all -j "$((4 * $(nproc)))" --output-on-failure \
-    --no-label-summary "${only[@]}" "$@" </dev/null
+if [ ${#without[@]} -gt 0 ]; then
+    options=(-LE "$(IFS='|' && echo "${without[*]}")" "${options[@]}")
+fi
+exec "${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary \
+    "${options[@]}" </dev/null

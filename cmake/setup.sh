@@ -18,6 +18,7 @@ missing_packages() {
 
 # install_packages FILE: installs those that are missing; quick and silent when none is.
 install_packages() {
+    # shellcheck disable=SC2015  # fails when either is missing, as it should
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         fail "needs Debian 12 or newer: there is no dpkg and apt-get here"
     local missing
@@ -37,22 +38,40 @@ install_packages() {
         fail "these packages could not be installed: $(missing_packages "$1")"
 }
 
-# build FOLDER [CMAKE-OPTION ...] -- [TARGET ...]: configures once, builds what is not up to date.
-build() {
-    local folder=$1 options=()
-    shift
-    while [ $# -gt 0 ] && [ "$1" != "--" ]; do
-        options+=("$1")
-        shift
+# folder_of PRESET: where CMakePresets.json has it built.
+folder_of() {
+    if [ "$1" = gcc ]; then echo build; else echo "build-$1"; fi
+}
+
+# drop_foreign FOLDER: removes a build folder that was made in another place, as in a checkout that
+# was copied or moved. Every path in it leads to the old place.
+drop_foreign() {
+    local entry path here
+    for entry in "CMAKE_HOME_DIRECTORY ." "CMAKE_CACHEFILE_DIR $1"; do
+        path=$(sed -n "s/^${entry% *}:INTERNAL=//p" "$1/CMakeCache.txt" 2>/dev/null) || return 0
+        [ -n "$path" ] || continue
+        here=$(realpath "${entry#* }")
+        if [ "$(realpath -m "$path")" != "$here" ]; then
+            echo "$1 was made for $path: beginning anew"
+            rm -rf "$1"
+            return 0
+        fi
     done
-    [ $# -eq 0 ] || shift
+}
+
+# build PRESET [TARGET ...]: configures once, builds what is not up to date. Silent when there is
+# nothing to do.
+build() {
+    local preset=$1 folder
+    folder=$(folder_of "$preset")
+    shift
+    drop_foreign "$folder"
     if [ ! -f "$folder/build.ninja" ]; then
         echo "Configuring $folder"
-        cmake -G Ninja -S . -B "$folder" "${options[@]}" >"${folder}.log" 2>&1 ||
-            fail "cmake could not configure $folder: see ${folder}.log"
-        mv "${folder}.log" "$folder/configure.log"
+        cmake --preset "$preset" >"$folder.log" 2>&1 ||
+            fail "cmake could not configure $folder: see $folder.log"
+        mv "$folder.log" "$folder/configure.log"
     fi
-    # Silent when there is nothing to do.
     if ! ninja -C "$folder" -n "$@" 2>&1 | grep -q 'no work to do'; then
         ninja -C "$folder" "$@" || fail "the build in $folder failed, see above"
     fi
