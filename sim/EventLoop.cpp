@@ -14,7 +14,8 @@ namespace sim {
 namespace {
 
 event_base* newBase() {
-    evthread_use_pthreads();
+    static const int locks = evthread_use_pthreads();
+    (void)locks;
     const std::unique_ptr<event_config, void (*)(event_config*)> config(event_config_new(),
                                                                         event_config_free);
     // A full send buffer is tried again after a fraction of a millisecond.

@@ -4,12 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
-#include <cstring>
 #include <utility>
-
-#include <linux/sockios.h>
-#include <sys/ioctl.h>
 
 namespace sim {
 
@@ -21,8 +16,6 @@ using namespace std::chrono_literals;
 constexpr auto kRetry = 200us;
 constexpr auto kDropAfter = 5s;
 constexpr int kMostRefusals = 10;
-/** Longest command that the supplicant reads. */
-constexpr size_t kLongestCommand = 8192;
 
 bool startsWith(const std::string& text, std::string_view prefix) {
     return text.compare(0, prefix.size(), prefix) == 0;
@@ -34,18 +27,10 @@ std::string line(std::string_view name, const std::string& value) {
 
 }  // namespace
 
-std::string FakeSupplicant::Address::text() const {
-    const size_t offset = offsetof(sockaddr_un, sun_path);
-    if (length <= offset) {
-        return "";
+FakeSupplicant::Event::~Event() {
+    if (onDelivered) {
+        onDelivered(taken);
     }
-    // An abstract name begins with NUL; a path may end with one.
-    const std::string path(name.sun_path, length - offset);
-    return path[0] == '\0' ? "@" + path.substr(1) : path.substr(0, path.find('\0'));
-}
-
-bool FakeSupplicant::Address::operator==(const Address& other) const {
-    return length == other.length && std::memcmp(&name, &other.name, length) == 0;
 }
 
 FakeSupplicant::FakeSupplicant(EventLoop& loop, Recorder& recorder, const RadioState& radio,
@@ -62,31 +47,18 @@ std::string FakeSupplicant::open(const std::string& name) {
     if (isOpen(name)) {
         return "socket " + name + " exists already";
     }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string file = path(name);
-    if (file.size() >= sizeof(address.sun_path)) {
-        return "the socket's path is too long: " + file;
-    }
-    std::memcpy(address.sun_path, file.c_str(), file.size() + 1);
-    android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd.ok()) {
-        return std::string("no socket: ") + std::strerror(errno);
-    }
-    if (unlink(file.c_str()) == 0) {
+    if (unlink(path(name).c_str()) == 0) {
         recorder_.add(Record("socket", name, "deleted"));
     }
-    if (bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
-        return "cannot bind " + file + ": " + std::strerror(errno);
+    ControlSocket control;
+    if (std::string error = control.open(path(name)); !error.empty()) {
+        return error;
     }
     Socket& socket = sockets_[name];
     socket.name = name;
-    socket.fd = std::move(fd);
-    socklen_t size = sizeof(socket.eventRoom);
-    getsockopt(socket.fd.get(), SOL_SOCKET, SO_SNDBUF, &socket.eventRoom, &size);
-    socket.eventRoom /= 2;
+    socket.control = std::move(control);
     if (!suspended_) {
-        loop_.watch(socket.fd.get(), [this, name] { onReadable(name); });
+        loop_.watch(socket.control.fd(), [this, name] { onReadable(name); });
     }
     recorder_.add(Record("socket", name, "created"));
     return "";
@@ -95,7 +67,7 @@ std::string FakeSupplicant::open(const std::string& name) {
 void FakeSupplicant::close(const std::string& name, bool unlink) {
     auto socket = sockets_.find(name);
     if (socket != sockets_.end()) {
-        loop_.forget(socket->second.fd.get());
+        loop_.forget(socket->second.control.fd());
         loop_.cancel(socket->second.retry);
         sockets_.erase(socket);
         if (!unlink) {
@@ -123,14 +95,14 @@ size_t FakeSupplicant::monitors(const std::string& name) const {
 void FakeSupplicant::suspend() {
     suspended_ = true;
     for (auto& [name, socket] : sockets_) {
-        loop_.forget(socket.fd.get());
+        loop_.forget(socket.control.fd());
     }
 }
 
 void FakeSupplicant::resume() {
     suspended_ = false;
     for (auto& [name, socket] : sockets_) {
-        loop_.watch(socket.fd.get(), [this, name = name] { onReadable(name); });
+        loop_.watch(socket.control.fd(), [this, name = name] { onReadable(name); });
     }
 }
 
@@ -139,53 +111,54 @@ void FakeSupplicant::removeRules(const std::string& prefix) {
 }
 
 void FakeSupplicant::onReadable(const std::string& name) {
-    char buffer[kLongestCommand];
-    Address from;
-    from.length = sizeof(from.name);
-    auto socket = sockets_.find(name);
-    const ssize_t length = recvfrom(socket->second.fd.get(), buffer, sizeof(buffer), 0,
-                                    reinterpret_cast<sockaddr*>(&from.name), &from.length);
-    if (length >= 0) {
-        handle(socket->second, from, std::string(buffer, static_cast<size_t>(length)));
+    Socket& socket = sockets_.at(name);
+    ControlSocket::Request request;
+    if (socket.control.receive(request, MSG_DONTWAIT)) {
+        handle(socket, request.from, request.text);
     }
 }
 
 void FakeSupplicant::handle(Socket& socket, const Address& from, const std::string& command) {
-    const ReplyRule* rule = useRule(socket, command);
-    const std::string text = rule != nullptr ? rule->answer : answer(socket, from, command);
+    const std::optional<Reply> rule = scripted(socket, command);
+    const Reply reply = rule ? *rule : Reply{Reply::How::Send, answer(socket, from, command)};
     // Attaching and detaching are records of their own.
-    if (rule != nullptr || (command != "ATTACH" && command != "DETACH")) {
+    if (rule || (command != "ATTACH" && command != "DETACH")) {
         Record record("command", socket.name, command);
-        if (rule != nullptr && rule->none) {
-            record.withNull("reply");
+        if (reply.how == Reply::How::Send) {
+            record.with("reply", reply.text);
         } else {
-            record.with("reply", text);
+            record.withNull("reply");
         }
         recorder_.add(std::move(record));
     }
-    if (rule != nullptr && rule->none) {
-        return;
+    if (reply.how == Reply::How::Reset) {
+        socket.control.reset(from);
+    } else if (reply.how == Reply::How::Send && reply.after > Duration::zero()) {
+        loop_.after(reply.after, [this, name = socket.name, from, text = reply.text] {
+            send(name, from, text);
+        });
+    } else if (reply.how == Reply::How::Send) {
+        send(socket.name, from, reply.text);
     }
-    if (rule != nullptr && rule->after > Duration::zero()) {
-        loop_.after(rule->after,
-                    [this, name = socket.name, from, text] { reply(name, from, text); });
-        return;
-    }
-    reply(socket.name, from, text);
 }
 
-const ReplyRule* FakeSupplicant::useRule(const Socket& socket, const std::string& command) {
+std::optional<Reply> FakeSupplicant::scripted(const Socket& socket, const std::string& command) {
+    if (script_) {
+        if (std::optional<Reply> reply = script_(command)) {
+            return reply;
+        }
+    }
     for (auto rule = rules_.begin(); rule != rules_.end(); ++rule) {
         if (!startsWith(command, rule->prefix) || !(rule->on.empty() || rule->on == socket.name)) {
             continue;
         }
-        usedRule_ = *rule;
+        Reply reply = rule->reply;
         if (rule->times > 0 && --rule->times == 0) {
             rules_.erase(rule);
         }
-        return &usedRule_;
+        return reply;
     }
-    return nullptr;
+    return std::nullopt;
 }
 
 std::string FakeSupplicant::answer(Socket& socket, const Address& from,
@@ -274,27 +247,32 @@ std::string FakeSupplicant::status(const Socket& socket) const {
            line("uuid", "362db47b-a53a-5191-88fb-5458b986b2e4");
 }
 
-void FakeSupplicant::reply(const std::string& name, const Address& to, const std::string& text) {
-    auto socket = sockets_.find(name);
-    if (socket == sockets_.end()) {
-        return;
+void FakeSupplicant::send(const std::string& name, const Address& to, const std::string& text) {
+    const auto socket = sockets_.find(name);
+    if (socket != sockets_.end()) {
+        // A client that has gone or doesn't read loses its answer, as with the real one.
+        (void)socket->second.control.send(to, text, MSG_DONTWAIT);
     }
-    // A client that has gone or doesn't read loses its answer, as with the real one.
-    (void)sendto(socket->second.fd.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                 reinterpret_cast<const sockaddr*>(&to.name), to.length);
 }
 
-void FakeSupplicant::send(const std::string& name, const std::string& text, bool detail) {
-    auto socket = sockets_.find(name);
+void FakeSupplicant::send(const std::string& name, const std::string& text,
+                          std::function<void(size_t)> onDelivered) {
+    const auto event = std::make_shared<Event>(text, std::move(onDelivered));
+    const auto socket = sockets_.find(name);
     if (socket == sockets_.end()) {
         return;
     }
-    Record record = Record("event", name, text)
-                        .with("monitors", static_cast<int64_t>(socket->second.monitors.size()));
-    record.detail = detail;
-    recorder_.add(std::move(record));
-    queue(socket->second, std::make_shared<const std::string>(text));
+    recorder_.add(Record("event", name, text)
+                      .with("monitors", static_cast<int64_t>(socket->second.monitors.size())));
+    queue(socket->second, event);
     flush(socket->second);
+}
+
+void FakeSupplicant::resetMonitors(const std::string& name) {
+    const Socket& socket = sockets_.at(name);
+    for (const Monitor& monitor : socket.monitors) {
+        socket.control.reset(monitor.address);
+    }
 }
 
 void FakeSupplicant::burst(const std::string& name, int count, const std::string& text) {
@@ -309,15 +287,15 @@ void FakeSupplicant::burst(const std::string& name, int count, const std::string
              at = event.find(kNumber, at)) {
             event.replace(at, kNumber.size(), std::to_string(i));
         }
-        queue(socket, std::make_shared<const std::string>(std::move(event)));
+        queue(socket, std::make_shared<Event>(std::move(event), nullptr));
     }
     socket.burst += count;
     flush(socket);
 }
 
-void FakeSupplicant::queue(Socket& socket, const std::shared_ptr<const std::string>& text) {
+void FakeSupplicant::queue(Socket& socket, const std::shared_ptr<Event>& event) {
     for (Monitor& monitor : socket.monitors) {
-        monitor.waiting.push_back(text);
+        monitor.waiting.push_back(event);
     }
     if (socket.retry == 0) {
         socket.lastTaken = EventLoop::Clock::now();
@@ -356,32 +334,23 @@ void FakeSupplicant::flush(Socket& socket) {
 
 bool FakeSupplicant::flush(Socket& socket, Monitor& monitor) {
     while (!monitor.waiting.empty()) {
-        if (!hasEventRoom(socket)) {
+        if (!socket.control.hasRoom()) {
             return EventLoop::Clock::now() - socket.lastTaken < kDropAfter;
         }
-        const std::string& text = *monitor.waiting.front();
-        if (sendto(socket.fd.get(), text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                   reinterpret_cast<const sockaddr*>(&monitor.address.name),
-                   monitor.address.length) >= 0) {
-            monitor.waiting.pop_front();
+        Event& event = *monitor.waiting.front();
+        const int error = socket.control.send(monitor.address, event.text, MSG_DONTWAIT);
+        if (error == 0) {
+            ++event.taken;
             monitor.refusals = 0;
             socket.lastTaken = EventLoop::Clock::now();
-            continue;
-        }
-        if (errno == EAGAIN || errno == ENOBUFS) {
+        } else if (error == EAGAIN || error == ENOBUFS) {
             return EventLoop::Clock::now() - socket.lastTaken < kDropAfter;
-        }
-        if (errno == ENOENT || errno == EPERM || ++monitor.refusals > kMostRefusals) {
+        } else if (error == ENOENT || error == EPERM || ++monitor.refusals > kMostRefusals) {
             return false;
         }
-        monitor.waiting.pop_front();  // lost, as with the real one
+        monitor.waiting.pop_front();  // a refused one is lost, as with the real one
     }
     return true;
-}
-
-bool FakeSupplicant::hasEventRoom(const Socket& socket) const {
-    int used = 0;
-    return ioctl(socket.fd.get(), SIOCOUTQ, &used) != 0 || used < socket.eventRoom;
 }
 
 }  // namespace sim

@@ -1,43 +1,46 @@
 #pragma once
 
-#include <chrono>
 #include <deque>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <android-base/unique_fd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
+#include "sim/ControlSocket.h"
 #include "sim/EventLoop.h"
 #include "sim/RadioState.h"
 #include "sim/Record.h"
 
 namespace sim {
 
-/** How a command to the supplicant is answered. */
-struct ReplyRule {
-    std::string prefix;  ///< Of the commands that it is for.
-    std::string on;      ///< Socket name; empty: every socket.
-    bool none = false;   ///< No answer at all.
-    std::string answer;
-    int times = 0;      ///< How often it holds; 0: until it is removed.
+/** What a command is answered with in place of the supplicant's own answer. */
+struct Reply {
+    enum class How {
+        Send,
+        None,  ///< No answer.
+        Reset  ///< The request fails at once, as when the connection is lost.
+    } how = How::Send;
+    std::string text;
     Duration after{0};  ///< Delay of the answer.
 };
 
+struct ReplyRule {
+    std::string prefix;  ///< Of the commands that it is for.
+    std::string on;      ///< Socket name; empty: every socket.
+    int times = 0;       ///< How often it holds; 0: until it is removed.
+    Reply reply;
+};
+
 /**
- * The supplicant's control sockets: answers commands from the radio's state or by rule, keeps the
- * list of monitors per socket and delivers events to them. One UNIX datagram socket per interface,
- * named after it, in `folder`, which is not created here.
- *
- * A send never blocks. Events may fill half of a socket's send buffer, so that answers always find
- * room; the others wait, in order. A monitor is dropped when its address is gone and when it
- * refuses eleven times in a row. One that doesn't read keeps the buffer that all monitors of the
- * socket share: when it hasn't moved for five seconds, all that still wait for events are dropped.
+ * The supplicant's control sockets: answers commands from the radio's state, by rule or by script,
+ * and delivers events to monitors. One UNIX datagram socket per interface, in `folder`, which must
+ * exist. A send never blocks: events fill half of a socket's buffer and then wait, in order.
+ * Dropped are monitors whose address is gone or that refuse eleven times in a row, and all that
+ * wait when the buffer has not moved for five seconds. One thread.
  */
 class FakeSupplicant {
   public:
@@ -64,8 +67,12 @@ class FakeSupplicant {
     void suspend();
     void resume();
 
-    /** Sends one event line to every monitor of `name`; `detail` as in Record. */
-    void send(const std::string& name, const std::string& text, bool detail = false);
+    /**
+     * Sends one event line to every monitor of `name`. When each has taken it or was dropped,
+     * `onDelivered` is called with the number that took it; at once if there is no such socket.
+     */
+    void send(const std::string& name, const std::string& text,
+              std::function<void(size_t)> onDelivered = nullptr);
     /**
      * Sends `count` events on the open socket `name`, with their number for each "{n}" in `text`.
      * They are recorded once now and once when all are delivered.
@@ -76,23 +83,35 @@ class FakeSupplicant {
     void addRule(ReplyRule rule) { rules_.push_front(std::move(rule)); }
     /** Removes the rules for exactly this beginning. */
     void removeRules(const std::string& prefix);
+    /** Decides, ahead of the rules, about a request (ATTACH and DETACH too) unless it has no
+     * value. */
+    using Script = std::function<std::optional<Reply>(const std::string& command)>;
+    void setScript(Script script) { script_ = std::move(script); }
+    /** Makes what every monitor of `name` waits for fail. */
+    void resetMonitors(const std::string& name);
 
   private:
-    struct Address {
-        sockaddr_un name{};
-        socklen_t length = 0;
-        std::string text() const;
-        bool operator==(const Address& other) const;
+    using Address = ControlSocket::Address;
+    /** Its last owner is the last monitor that took it or was dropped. */
+    struct Event {
+        std::string text;
+        std::function<void(size_t)> onDelivered;
+        size_t taken = 0;
+
+        Event(std::string line, std::function<void(size_t)> callback)
+            : text(std::move(line)), onDelivered(std::move(callback)) {}
+        ~Event();
+        Event(const Event&) = delete;
+        Event& operator=(const Event&) = delete;
     };
     struct Monitor {
         Address address;
-        std::deque<std::shared_ptr<const std::string>> waiting;
+        std::deque<std::shared_ptr<Event>> waiting;
         int refusals = 0;
     };
     struct Socket {
         std::string name;
-        android::base::unique_fd fd;
-        int eventRoom = 0;  ///< Bytes of the send buffer that events may fill.
+        ControlSocket control;
         std::list<Monitor> monitors;
         EventLoop::TimerId retry = 0;
         /** When an event was last taken, or began to wait. */
@@ -109,14 +128,14 @@ class FakeSupplicant {
     std::string detach(Socket& socket, const Address& from);
     std::string signalPoll(const Socket& socket) const;
     std::string status(const Socket& socket) const;
-    const ReplyRule* useRule(const Socket& socket, const std::string& command);
-    void reply(const std::string& name, const Address& to, const std::string& text);
-    void queue(Socket& socket, const std::shared_ptr<const std::string>& text);
+    /** What script and rules say; no value: the supplicant's own answer. */
+    std::optional<Reply> scripted(const Socket& socket, const std::string& command);
+    void send(const std::string& name, const Address& to, const std::string& text);
+    void queue(Socket& socket, const std::shared_ptr<Event>& event);
     /** Sends what waits as far as it is taken; arms the retry for the rest. */
     void flush(Socket& socket);
     /** Sends what waits for one monitor; false when it is to be dropped. */
     bool flush(Socket& socket, Monitor& monitor);
-    bool hasEventRoom(const Socket& socket) const;
     std::string path(const std::string& name) const { return folder_ + name; }
 
     EventLoop& loop_;
@@ -125,7 +144,7 @@ class FakeSupplicant {
     const std::string folder_;
     std::map<std::string, Socket> sockets_;
     std::list<ReplyRule> rules_;
-    ReplyRule usedRule_;
+    Script script_;
     bool suspended_ = false;
 };
 

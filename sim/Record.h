@@ -56,8 +56,6 @@ struct Record {
     std::string text;
     /** A JSON object, shared with copies of the record; null when there is none. */
     std::shared_ptr<const Json> fields;
-    /** Part of something that is told in one line elsewhere: kept out of the timeline. */
-    bool detail = false;
 };
 
 /** Stamps what happens with the time and hands it to everyone who listens. */

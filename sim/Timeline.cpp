@@ -100,9 +100,6 @@ bool Timeline::tooOften(double t, const std::string& text) {
 }
 
 void Timeline::print(const Record& record) {
-    if (record.detail) {
-        return;
-    }
     if (record.kind == "say") {
         line(record, Style::Bold, "==", record.text);
     } else if (record.kind == "line") {

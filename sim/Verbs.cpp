@@ -193,42 +193,41 @@ Action socket(Words& words) {
 }
 
 /** What the supplicant is made to answer; nothing for "default". */
-std::optional<ReplyRule> replyRule(Words& words) {
-    ReplyRule rule;
+std::optional<Reply> replyOf(Words& words) {
     if (auto text = words.quoted()) {
-        rule.answer = *text;
-        return rule;
+        return Reply{Reply::How::Send, *text};
     }
     const std::string_view answer =
         words.oneOf("answer", {"ok", "fail", "unknown", "empty", "none", "too-long", "default"});
     if (answer == "default") {
         return std::nullopt;
     }
-    rule.none = answer == "none";
-    rule.answer = answer == "ok"         ? "OK\n"
-                  : answer == "fail"     ? "FAIL\n"
-                  : answer == "unknown"  ? "UNKNOWN COMMAND\n"
-                  : answer == "too-long" ? std::string(kTooLongReply, 'x')
-                                         : "";
-    return rule;
+    return Reply{answer == "none" ? Reply::How::None : Reply::How::Send,
+                 answer == "ok"         ? "OK\n"
+                 : answer == "fail"     ? "FAIL\n"
+                 : answer == "unknown"  ? "UNKNOWN COMMAND\n"
+                 : answer == "too-long" ? std::string(kTooLongReply, 'x')
+                                        : ""};
 }
 
 Action reply(Words& words) {
-    const std::string prefix = words.word("the beginning of the command");
-    std::optional<ReplyRule> rule = replyRule(words);
-    if (!rule) {
+    ReplyRule rule;
+    rule.prefix = words.word("the beginning of the command");
+    const std::optional<Reply> given = replyOf(words);
+    if (!given) {
         words.end();
-        return always(
-            [prefix](Simulation& simulation) { simulation.supplicant.removeRules(prefix); });
+        return always([prefix = rule.prefix](Simulation& simulation) {
+            simulation.supplicant.removeRules(prefix);
+        });
     }
     words.readOptions({"on", "times", "after"});
-    rule->prefix = prefix;
-    rule->on = words.option("on", "");
-    rule->times = times(words);
-    rule->after = words.duration("after", words.option("after", "0ms"));
-    return always([rule = *rule](Simulation& simulation) {
+    rule.reply = *given;
+    rule.on = words.option("on", "");
+    rule.times = times(words);
+    rule.reply.after = words.duration("after", words.option("after", "0ms"));
+    return always([rule](Simulation& simulation) {
         ReplyRule scaled = rule;
-        scaled.after = simulation.scaled(rule.after);
+        scaled.reply.after = simulation.scaled(rule.reply.after);
         simulation.supplicant.addRule(std::move(scaled));
     });
 }

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <cstring>
+#include <utility>
 
 namespace corvid::benchmarks {
 
@@ -11,19 +11,10 @@ namespace {
 
 constexpr std::string_view kStop = "STOP";
 
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
-    return address;
-}
-
 }  // namespace
 
-Peer::Peer(const std::string& path)
-    : path_(path), socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = addressOf(path_);
-    if (bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
+Peer::Peer(std::string path) : path_(std::move(path)) {
+    if (!socket_.open(path_).empty()) {
         abort();
     }
 }
@@ -34,20 +25,14 @@ Peer::~Peer() {
 }
 
 Peer::Request Peer::receive() const {
-    Request request = {};
-    request.fromLength = sizeof(request.from);
-    char buffer[256];
-    const ssize_t length =
-        recvfrom(socket_.get(), buffer, sizeof(buffer), 0,
-                 reinterpret_cast<sockaddr*>(&request.from), &request.fromLength);
-    request.text.assign(buffer, length > 0 ? static_cast<size_t>(length) : 0);
+    Request request;
+    socket_.receive(request);
     return request;
 }
 
 void Peer::reply(const Request& request, std::string_view text) const {
     // Nobody may be there any more to take it.
-    static_cast<void>(sendto(socket_.get(), text.data(), text.size(), 0,
-                             reinterpret_cast<const sockaddr*>(&request.from), request.fromLength));
+    static_cast<void>(socket_.send(request.from, text));
 }
 
 void Peer::acceptMonitor() {
@@ -61,16 +46,11 @@ void Peer::send(std::string_view event) const { reply(monitor_, event); }
 
 void Peer::serve() {
     server_ = std::thread([this] {
-        while (true) {
-            Request request = receive();
-            if (request.text == kStop) {
-                return;
-            }
-            if (request.text == "ATTACH") {
-                monitor_ = request;
-                reply(request, "OK\n");
-            } else {
-                reply(request, kReply);
+        for (Request request = receive(); request.text != kStop; request = receive()) {
+            const bool attaches = request.text == "ATTACH";
+            reply(request, attaches ? "OK\n" : kReply);
+            if (attaches) {
+                monitor_ = std::move(request);
             }
         }
     });
@@ -78,9 +58,7 @@ void Peer::serve() {
 
 void Peer::stop() {
     if (server_.joinable()) {
-        const sockaddr_un address = addressOf(path_);
-        sendto(socket_.get(), kStop.data(), kStop.size(), 0,
-               reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        static_cast<void>(socket_.send(socket_.address(), kStop));
         server_.join();
     }
 }

@@ -4,10 +4,7 @@
 #include <string_view>
 #include <thread>
 
-#include <android-base/unique_fd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
+#include "sim/ControlSocket.h"
 #include "tests/support/TempFolder.h"
 
 namespace corvid::benchmarks {
@@ -19,19 +16,15 @@ inline constexpr std::string_view kCommand = "SIGNAL_POLL";
 inline constexpr std::string_view kReply = "RSSI=-50\nLINKSPEED=780\nNOISE=9999\nFREQUENCY=5180\n";
 
 /**
- * The supplicant's end of one control socket, with nothing in it but the system calls. Without a
- * thread of its own, unless asked for: the caller plays the supplicant.
+ * The simulated supplicant's socket without its loop: the caller plays the supplicant, so that
+ * nothing but the system calls is measured with the daemon, or serve() does on a thread.
  */
 class Peer {
   public:
-    struct Request {
-        std::string text;
-        sockaddr_un from;
-        socklen_t fromLength;
-    };
+    using Request = sim::ControlSocket::Request;
 
     /** Binds `path`. */
-    explicit Peer(const std::string& path);
+    explicit Peer(std::string path);
     ~Peer();
 
     Peer(const Peer&) = delete;
@@ -54,8 +47,8 @@ class Peer {
 
   private:
     const std::string path_;
-    android::base::unique_fd socket_;
-    Request monitor_ = {};
+    sim::ControlSocket socket_;
+    Request monitor_;
     std::thread server_;
 };
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
@@ -8,20 +7,18 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
-#include <android-base/unique_fd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
+#include "sim/FakeSupplicant.h"
+#include "sim/LoopThread.h"
+#include "sim/RadioState.h"
+#include "sim/Record.h"
 
 namespace test {
 
 /**
- * Plays a supplicant on one control socket: a Unix datagram socket with a thread of its own that
- * takes ATTACH and DETACH, answers commands, and sends events to whoever is attached.
- *
- * All functions may be called from any thread.
+ * The simulated supplicant with one control socket, on a thread of its own. It answers as the test
+ * says, and keeps the commands. Any thread may call its functions.
  */
 class FakeControlSocket {
   public:
@@ -35,7 +32,7 @@ class FakeControlSocket {
     using Answer = std::function<std::optional<std::string>(const std::string& command)>;
 
     /** Listens at `path`, in the place of whatever file is there. Commands are answered "OK\n". */
-    explicit FakeControlSocket(std::string path);
+    explicit FakeControlSocket(const std::string& path);
 
     /** Stops listening and removes the file, unless crash() came first. */
     ~FakeControlSocket();
@@ -58,8 +55,9 @@ class FakeControlSocket {
     void resetOnCommands(std::function<bool(const std::string& command)> which);
 
     /**
-     * Sends one datagram, as it is, to every attached peer; waits while a peer's queue is full.
-     * Returns how many got it. A peer that has gone, or reads nothing for 10 s, is dropped.
+     * Sends one datagram, as it is, to every attached peer, and waits until each has taken it
+     * (not on the socket's thread). Returns how many did. A peer that has gone, or reads nothing
+     * for 5 s, is dropped.
      */
     size_t sendEvent(std::string_view event);
 
@@ -80,42 +78,29 @@ class FakeControlSocket {
     bool waitForCommand(const std::string& command) const;
 
   private:
-    struct Peer {
-        sockaddr_un address;
-        socklen_t length;
-
-        bool operator==(const Peer& other) const;
-    };
-
-    void run_();
-    void handle_(const std::string& request, const Peer& from);
-    bool reset_(const std::string& request, const Peer& from);
-    void attach_(const Peer& from);
-    void reply_(const std::string& text, const Peer& to) const;
-    void resetPeer_(const Peer& peer) const;
-    void drop_(const Peer& peer);
+    std::optional<sim::Reply> script_(const std::string& command);
+    sim::Reply commandReply_(const std::string& command);
 
     template <typename Condition>
     bool waitUntil_(Condition condition) const;
 
-    const std::string path_;
-    const sockaddr_un address_;
-    const android::base::unique_fd socket_;
-    const android::base::unique_fd stopEvent_;
+    const std::string name_;
 
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_;  // for everything down to the peers
     mutable std::condition_variable changed_;
     Attach attachAnswer_ = Attach::Accept;
     bool ignoresDetach_ = false;
     Answer answer_;
     std::function<bool(const std::string&)> resets_;
-    std::vector<Peer> peers_;
     std::vector<std::string> commands_;
+    size_t attached_ = 0;
     size_t attachRequests_ = 0;
     size_t detachRequests_ = 0;
 
-    bool crashed_ = false;  ///< the test's thread only
-    std::thread thread_;
+    sim::LoopThread thread_;  // the rest is for this thread only
+    const sim::RadioState radio_;
+    sim::Recorder recorder_;
+    sim::FakeSupplicant supplicant_;
 };
 
 }  // namespace test
