@@ -11,8 +11,8 @@ namespace sim {
 
 /**
  * Plays lines that come on a descriptor, each at once, and answers each with one JSON line of kind
- * "ok" or "error" that carries the line's number. A line is read only after the answer to the one
- * before, so what a line did stands before its answer.
+ * "ok" or "error" that has the line's number. A line is read only after the answer to the one
+ * before, so the records of what a line did come before its answer.
  */
 class Control {
   public:

@@ -8,6 +8,7 @@
 #include <event2/event.h>
 #include <event2/thread.h>
 #include <sys/epoll.h>
+#include <sys/stat.h>
 
 namespace sim {
 
@@ -37,6 +38,10 @@ timeval timevalOf(EventLoop::Clock::duration delay) {
 
 /** Files and /dev/null, which epoll refuses, are. */
 bool isAlwaysReadable(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode))) {
+        return false;
+    }
     const android::base::unique_fd probe(epoll_create1(EPOLL_CLOEXEC));
     epoll_event readable{EPOLLIN, {}};
     return epoll_ctl(probe.get(), EPOLL_CTL_ADD, fd, &readable) != 0 && errno == EPERM;

@@ -1,5 +1,6 @@
 #include "sim/FakeNl80211Kernel.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -100,6 +101,19 @@ std::string frameText(const nlmsghdr& header) {
     return out;
 }
 
+/** Sends the packets, and waits while the client does not read. */
+void sendScripted(int fd, const NetlinkAnswer& answer) {
+    bool sent = true;
+    do {
+        for (const std::string& packet : answer.packets) {
+            pollfd writable{fd, POLLOUT, 0};
+            (void)poll(&writable, 1, -1);
+            // A client that has gone in the meantime is its own business.
+            sent = send(fd, packet.data(), packet.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0 && sent;
+        }
+    } while (answer.endless && sent);
+}
+
 bool genericHeaderFits(const nlmsghdr& header) {
     return header.nlmsg_len >= NLMSG_LENGTH(GENL_HDRLEN);
 }
@@ -115,7 +129,11 @@ struct FakeNl80211Kernel::Request {
 
 FakeNl80211Kernel::FakeNl80211Kernel(EventLoop& loop, Recorder& recorder, const RadioState& radio,
                                      std::string path)
-    : mLoop(loop), mRecorder(recorder), mRadio(radio), mPath(std::move(path)) {}
+    : loop_(loop),
+      recorder_(recorder),
+      radio_(radio),
+      path_(std::move(path)),
+      buffer_(kLongestPacket / sizeof(uint32_t)) {}
 
 FakeNl80211Kernel::~FakeNl80211Kernel() {
     close();
@@ -123,70 +141,76 @@ FakeNl80211Kernel::~FakeNl80211Kernel() {
 }
 
 std::string FakeNl80211Kernel::listen() {
-    if (mListener.ok()) {
+    if (listener_.ok()) {
         return "";
     }
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (mPath.size() >= sizeof(address.sun_path)) {
-        return "the socket's path is too long: " + mPath;
+    if (path_.size() >= sizeof(address.sun_path)) {
+        return "the socket's path is too long: " + path_;
     }
-    std::memcpy(address.sun_path, mPath.c_str(), mPath.size() + 1);
+    std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
     android::base::unique_fd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    unlink(mPath.c_str());
+    unlink(path_.c_str());
     if (!fd.ok() || bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) ||
         ::listen(fd.get(), 16) != 0) {
-        return "cannot listen on " + mPath + ": " + std::strerror(errno);
+        return "cannot listen on " + path_ + ": " + std::strerror(errno);
     }
-    mListener = std::move(fd);
-    mLoop.watch(mListener.get(), [this] { onConnection(); });
+    listener_ = std::move(fd);
+    loop_.watch(listener_.get(), [this] { onConnection(); });
     return "";
 }
 
 void FakeNl80211Kernel::close() {
-    if (mListener.ok()) {
-        mLoop.forget(mListener.get());
-        mListener.reset();
+    if (listener_.ok()) {
+        loop_.forget(listener_.get());
+        listener_.reset();
     }
-    while (!mConnections.empty()) {
-        hangUp(mConnections.begin()->first);
+    while (!connections_.empty()) {
+        hangUp(connections_.begin()->first);
     }
 }
 
-void FakeNl80211Kernel::removePath() { unlink(mPath.c_str()); }
+void FakeNl80211Kernel::removePath() { unlink(path_.c_str()); }
 
 void FakeNl80211Kernel::removeRules(NetlinkRequest request) {
-    mRules.remove_if([request](const NetlinkRule& rule) {
+    rules_.remove_if([request](const NetlinkRule& rule) {
         return request == NetlinkRequest::Any || rule.request == request;
     });
 }
 
 void FakeNl80211Kernel::onConnection() {
     android::base::unique_fd fd(
-        accept4(mListener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (fd.ok()) {
         const int number = fd.get();
-        mConnections[number] = std::move(fd);
-        mLoop.watch(number, [this, number] { onPacket(number); });
+        connections_[number] = std::move(fd);
+        loop_.watch(number, [this, number] { onPacket(number); });
+        tellConnections();
     }
 }
 
 void FakeNl80211Kernel::hangUp(int fd) {
-    mLoop.forget(fd);
-    mConnections.erase(fd);
+    loop_.forget(fd);
+    connections_.erase(fd);
+    tellConnections();
+}
+
+void FakeNl80211Kernel::tellConnections() const {
+    if (onConnections_) {
+        onConnections_(connections_.size());
+    }
 }
 
 void FakeNl80211Kernel::onPacket(int fd) {
-    // Netlink headers must be aligned.
-    std::vector<uint32_t> buffer(kLongestPacket / sizeof(uint32_t));
-    const ssize_t length = recv(fd, buffer.data(), kLongestPacket, 0);
+    const ssize_t length = recv(fd, buffer_.data(), kLongestPacket, 0);
     if (length <= 0) {
         if (length == 0 || (errno != EAGAIN && errno != EINTR)) {
             hangUp(fd);
         }
         return;
     }
-    auto* header = reinterpret_cast<nlmsghdr*>(buffer.data());
+    auto* header = reinterpret_cast<nlmsghdr*>(buffer_.data());
     int left = static_cast<int>(length);
     for (; nlmsg_ok(header, left); header = nlmsg_next(header, &left)) {
         if (!handle(fd, *header)) {
@@ -199,7 +223,7 @@ void FakeNl80211Kernel::onPacket(int fd) {
 FakeNl80211Kernel::Request FakeNl80211Kernel::describe(const nlmsghdr& header) const {
     Request request{&header, NetlinkRequest::Any, false, ""};
     const int type = header.nlmsg_type;
-    if (!genericHeaderFits(header) || (type != GENL_ID_CTRL && (mFamily == 0 || type != mFamily))) {
+    if (!genericHeaderFits(header) || (type != GENL_ID_CTRL && (family_ == 0 || type != family_))) {
         request.text = "message of type " + number(header.nlmsg_type);
         return request;
     }
@@ -240,20 +264,24 @@ FakeNl80211Kernel::Request FakeNl80211Kernel::describe(const nlmsghdr& header) c
 }
 
 const NetlinkRule* FakeNl80211Kernel::useRule(const Request& request) {
-    for (auto rule = mRules.begin(); rule != mRules.end(); ++rule) {
+    for (auto rule = rules_.begin(); rule != rules_.end(); ++rule) {
         if (rule->request != NetlinkRequest::Any && rule->request != request.kind) {
             continue;
         }
-        mUsedRule = *rule;
+        usedRule_ = *rule;
         if (rule->times > 0 && --rule->times == 0) {
-            mRules.erase(rule);
+            rules_.erase(rule);
         }
-        return &mUsedRule;
+        return &usedRule_;
     }
     return nullptr;
 }
 
 bool FakeNl80211Kernel::handle(int fd, const nlmsghdr& header) {
+    if (const auto scripted = script_ ? script_(header) : std::nullopt) {
+        sendScripted(fd, *scripted);
+        return !scripted->hangUp;
+    }
     const Request request = describe(header);
     const NetlinkRule* rule = useRule(request);
     const std::vector<NetlinkPacket> packets = answer(request, rule);
@@ -271,7 +299,7 @@ bool FakeNl80211Kernel::handle(int fd, const nlmsghdr& header) {
         std::memcpy(&error, NLMSG_DATA(first), sizeof(error));
         outcome = error == 0 ? "ok" : "error " + std::to_string(error);
     }
-    mRecorder.add(Record("netlink", request.text)
+    recorder_.add(Record("netlink", request.text)
                       .with("answer", outcome)
                       .with("hex", hexText(&header, header.nlmsg_len)));
 
@@ -306,13 +334,13 @@ std::vector<NetlinkPacket> FakeNl80211Kernel::answer(const Request& request,
     }
 
     if (!request.known) {
-        const bool knownFamily = header.nlmsg_type == GENL_ID_CTRL || header.nlmsg_type == mFamily;
+        const bool knownFamily = header.nlmsg_type == GENL_ID_CTRL || header.nlmsg_type == family_;
         add(errorAnswer(header, knownFamily ? -EOPNOTSUPP : -ENOENT));
         return packets;
     }
     switch (request.kind) {
         case NetlinkRequest::Family:
-            if (mFamily == 0 || request.text != "GETFAMILY nl80211") {
+            if (family_ == 0 || request.text != "GETFAMILY nl80211") {
                 add(errorAnswer(header, -ENOENT));
                 return packets;
             }
@@ -325,7 +353,7 @@ std::vector<NetlinkPacket> FakeNl80211Kernel::answer(const Request& request,
             packets.push_back(stationDump(request, rule));
             break;
         case NetlinkRequest::Frame: {
-            const NetlinkMessage message = genericAnswerTo(header, mFamily, 0, NL80211_CMD_FRAME);
+            const NetlinkMessage message = genericAnswerTo(header, family_, 0, NL80211_CMD_FRAME);
             nla_put_u64(message.get(), NL80211_ATTR_COOKIE, 1);
             add(message);
             break;
@@ -358,7 +386,7 @@ NetlinkPacket FakeNl80211Kernel::familyReply(const Request& request) const {
     const NetlinkMessage message =
         genericAnswerTo(*request.header, GENL_ID_CTRL, 0, CTRL_CMD_NEWFAMILY);
     nla_put_string(message.get(), CTRL_ATTR_FAMILY_NAME, "nl80211");
-    nla_put_u16(message.get(), CTRL_ATTR_FAMILY_ID, static_cast<uint16_t>(mFamily));
+    nla_put_u16(message.get(), CTRL_ATTR_FAMILY_ID, static_cast<uint16_t>(family_));
     nla_put_u32(message.get(), CTRL_ATTR_VERSION, 1);
     nla_put_u32(message.get(), CTRL_ATTR_HDRSIZE, 0);
     nla_put_u32(message.get(), CTRL_ATTR_MAXATTR, NL80211_ATTR_MAX);
@@ -370,13 +398,13 @@ NetlinkPacket FakeNl80211Kernel::familyReply(const Request& request) const {
 NetlinkPacket FakeNl80211Kernel::interfaceDump(const Request& request) const {
     NetlinkPacket packet;
     uint32_t index = kFirstIfIndex;
-    for (const std::string& name : mRadio.interfaces) {
-        const bool group = mRadio.group && mRadio.group->ifname == name;
-        const uint32_t type = group && mRadio.group->groupOwner ? NL80211_IFTYPE_P2P_GO
+    for (const std::string& name : radio_.interfaces) {
+        const bool group = radio_.group && radio_.group->ifname == name;
+        const uint32_t type = group && radio_.group->groupOwner ? NL80211_IFTYPE_P2P_GO
                               : group                           ? NL80211_IFTYPE_P2P_CLIENT
                                                                 : NL80211_IFTYPE_STATION;
         const NetlinkMessage message =
-            genericAnswerTo(*request.header, mFamily, NLM_F_MULTI, NL80211_CMD_NEW_INTERFACE);
+            genericAnswerTo(*request.header, family_, NLM_F_MULTI, NL80211_CMD_NEW_INTERFACE);
         nla_put_u32(message.get(), NL80211_ATTR_IFINDEX, index);
         nla_put_string(message.get(), NL80211_ATTR_IFNAME, name.c_str());
         nla_put_u32(message.get(), NL80211_ATTR_WIPHY, 0);
@@ -384,10 +412,10 @@ NetlinkPacket FakeNl80211Kernel::interfaceDump(const Request& request) const {
         nla_put_u64(message.get(), NL80211_ATTR_WDEV, index - 1);
         if (group) {
             nla_put_u32(message.get(), NL80211_ATTR_WIPHY_FREQ,
-                        static_cast<uint32_t>(mRadio.group->frequencyMHz));
-        } else if (name == "wlan0" && mRadio.sta) {
+                        static_cast<uint32_t>(radio_.group->frequencyMHz));
+        } else if (name == "wlan0" && radio_.sta) {
             nla_put_u32(message.get(), NL80211_ATTR_WIPHY_FREQ,
-                        static_cast<uint32_t>(mRadio.sta->frequencyMHz));
+                        static_cast<uint32_t>(radio_.sta->frequencyMHz));
         }
         packet.append(message);
         ++index;
@@ -398,12 +426,12 @@ NetlinkPacket FakeNl80211Kernel::interfaceDump(const Request& request) const {
 NetlinkPacket FakeNl80211Kernel::stationDump(const Request& request,
                                              const NetlinkRule* rule) const {
     NetlinkPacket packet;
-    if (!mRadio.sta) {
+    if (!radio_.sta) {
         return packet;
     }
-    const StaLink& sta = *mRadio.sta;
+    const StaLink& sta = *radio_.sta;
     const NetlinkMessage message =
-        genericAnswerTo(*request.header, mFamily, NLM_F_MULTI, NL80211_CMD_NEW_STATION);
+        genericAnswerTo(*request.header, family_, NLM_F_MULTI, NL80211_CMD_NEW_STATION);
     nl_msg* out = message.get();
     nla_put_u32(out, NL80211_ATTR_IFINDEX, kFirstIfIndex);
     std::array<unsigned, 6> mac{};
@@ -413,7 +441,7 @@ NetlinkPacket FakeNl80211Kernel::stationDump(const Request& request,
     nla_put(out, NL80211_ATTR_MAC, static_cast<int>(address.size()), address.data());
     if (rule == nullptr || rule->fault != NetlinkRule::Fault::NoStationInfo) {
         nlattr* info = nla_nest_start(out, NL80211_ATTR_STA_INFO);
-        const int dbm = mRadio.signal.dbm(EventLoop::Clock::now());
+        const int dbm = radio_.signal.dbm(EventLoop::Clock::now());
         nla_put_u8(out, NL80211_STA_INFO_SIGNAL, static_cast<uint8_t>(dbm));
         if (rule == nullptr || rule->fault != NetlinkRule::Fault::NoBitrate) {
             nlattr* rate = nla_nest_start(out, NL80211_STA_INFO_TX_BITRATE);

@@ -36,7 +36,7 @@ Headset::~Headset() {
     loop_.cancel(groupDown_);
 }
 
-void Headset::say(const std::string& socket, const std::string& text) {
+void Headset::sendEvent(const std::string& socket, const std::string& text) {
     supplicant_.send(socket, "<3>" + text);
 }
 
@@ -75,13 +75,13 @@ std::string Headset::terminateSupplicant() {
         stopGroup("REQUESTED", Duration::zero());
     }
     if (!p2pDevice_.empty()) {
-        say(p2pDevice_, "CTRL-EVENT-TERMINATING ");
+        sendEvent(p2pDevice_, "CTRL-EVENT-TERMINATING ");
         supplicant_.close(p2pDevice_, true);
     }
     if (radio_.sta) {
         disconnect(kLocalReason, true);
     }
-    say(kSta, "CTRL-EVENT-TERMINATING ");
+    sendEvent(kSta, "CTRL-EVENT-TERMINATING ");
     removeGroupSocket();
     forgetLinks();
     for (const std::string& name : supplicant_.names()) {
@@ -114,14 +114,15 @@ std::string Headset::connect(const StaLink& link, int rssiDbm) {
     }
     const std::string named = link.bssid + " (SSID='" + link.ssid +
                               "' freq=" + std::to_string(link.frequencyMHz) + " MHz)";
-    say(kSta, "SME: Trying to authenticate with " + named);
-    say(kSta, "Trying to associate with " + named);
-    say(kSta, "Associated with " + link.bssid);
-    say(kSta, "CTRL-EVENT-SUBNET-STATUS-UPDATE status=0");
+    sendEvent(kSta, "SME: Trying to authenticate with " + named);
+    sendEvent(kSta, "Trying to associate with " + named);
+    sendEvent(kSta, "Associated with " + link.bssid);
+    sendEvent(kSta, "CTRL-EVENT-SUBNET-STATUS-UPDATE status=0");
     radio_.sta = link;
     radio_.signal.set(rssiDbm);
-    say(kSta, "WPA: Key negotiation completed with " + link.bssid + " [PTK=CCMP GTK=CCMP]");
-    say(kSta, "CTRL-EVENT-CONNECTED - Connection to " + link.bssid + " completed [id=0 id_str=]");
+    sendEvent(kSta, "WPA: Key negotiation completed with " + link.bssid + " [PTK=CCMP GTK=CCMP]");
+    sendEvent(kSta,
+              "CTRL-EVENT-CONNECTED - Connection to " + link.bssid + " completed [id=0 id_str=]");
     return "";
 }
 
@@ -131,9 +132,9 @@ std::string Headset::disconnect(int reason, bool byHeadset) {
     }
     const std::string bssid = radio_.sta->bssid;
     radio_.sta.reset();
-    say(kSta, "CTRL-EVENT-DISCONNECTED bssid=" + bssid + " reason=" + std::to_string(reason) +
-                  (byHeadset ? " locally_generated=1" : ""));
-    say(kSta, "CTRL-EVENT-DSCP-POLICY clear_all");
+    sendEvent(kSta, "CTRL-EVENT-DISCONNECTED bssid=" + bssid + " reason=" + std::to_string(reason) +
+                        (byHeadset ? " locally_generated=1" : ""));
+    sendEvent(kSta, "CTRL-EVENT-DSCP-POLICY clear_all");
     return "";
 }
 
@@ -150,10 +151,10 @@ std::string Headset::switchChannel(const ChannelSwitch& change) {
     }
     if (change.mainline) {
         const std::string channel = mainlineChannel(change.frequencyMHz, change.width);
-        say(change.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
-        say(change.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
+        sendEvent(change.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
+        sendEvent(change.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
     } else {
-        say(kSta, headsetSwitch(change.frequencyMHz, change.ifname, change.width));
+        sendEvent(kSta, headsetSwitch(change.frequencyMHz, change.ifname, change.width));
     }
     return "";
 }
@@ -162,16 +163,16 @@ std::string Headset::scan(int networks) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    say(kSta, "CTRL-EVENT-SCAN-STARTED ");
+    sendEvent(kSta, "CTRL-EVENT-SCAN-STARTED ");
     for (int i = 0; i < networks; ++i) {
         char bss[64];
         std::snprintf(bss, sizeof(bss), "CTRL-EVENT-BSS-ADDED %d 02:00:00:00:%02x:%02x", i,
                       (i + 1) >> 8 & 0xFF, (i + 1) & 0xFF);
-        say(kSta, bss);
+        sendEvent(kSta, bss);
     }
-    // The results are told on every socket.
+    // Every socket has the results.
     for (const std::string& name : supplicant_.names()) {
-        say(name, "CTRL-EVENT-SCAN-RESULTS ");
+        sendEvent(name, "CTRL-EVENT-SCAN-RESULTS ");
     }
     return "";
 }
@@ -180,8 +181,8 @@ std::string Headset::changeRegdom(const Regdom& regdom) {
     if (!supplicant_.isOpen(regdom.on)) {
         return "there is no socket " + regdom.on;
     }
-    say(regdom.on, "CTRL-EVENT-REGDOM-CHANGE init=" + regdom.init + " type=" + regdom.type +
-                       (regdom.alpha2.empty() ? "" : " alpha2=" + regdom.alpha2));
+    sendEvent(regdom.on, "CTRL-EVENT-REGDOM-CHANGE init=" + regdom.init + " type=" + regdom.type +
+                             (regdom.alpha2.empty() ? "" : " alpha2=" + regdom.alpha2));
     return "";
 }
 
@@ -189,7 +190,7 @@ std::string Headset::startAssociation(const std::string& ifname) {
     if (std::string error = checkSta(); !error.empty()) {
         return error;
     }
-    say(kSta, "CTRL-EVENT-ASSOC-STARTED ifname=" + ifname);
+    sendEvent(kSta, "CTRL-EVENT-ASSOC-STARTED ifname=" + ifname);
     return "";
 }
 
@@ -229,15 +230,16 @@ void Headset::announceGroup(const P2pStart& start) {
         P2pGroup{start.ifname, kGroupSsid, start.groupOwner, start.frequencyMHz, start.width};
     groupOn_ = start.on;
     if (start.groupOwner) {
-        say(start.ifname, "AP-ENABLED ");
+        sendEvent(start.ifname, "AP-ENABLED ");
     }
-    say(start.ifname, std::string("CTRL-EVENT-CONNECTED - Connection to ") + kGroupAddress +
-                          " completed [id=0 id_str=]");
+    sendEvent(start.ifname, std::string("CTRL-EVENT-CONNECTED - Connection to ") + kGroupAddress +
+                                " completed [id=0 id_str=]");
     const std::string secret =
         start.groupOwner ? "passphrase=\"e8SndjtA\"" : "psk=" + std::string(64, '5');
-    say(start.on, "P2P-GROUP-STARTED " + start.ifname + (start.groupOwner ? " GO" : " client") +
-                      " ssid=\"" + kGroupSsid + "\" freq=" + std::to_string(start.frequencyMHz) +
-                      " " + secret + " go_dev_addr=" + kP2pDeviceAddress);
+    sendEvent(start.on, "P2P-GROUP-STARTED " + start.ifname +
+                            (start.groupOwner ? " GO" : " client") + " ssid=\"" + kGroupSsid +
+                            "\" freq=" + std::to_string(start.frequencyMHz) + " " + secret +
+                            " go_dev_addr=" + kP2pDeviceAddress);
 }
 
 std::string Headset::switchGroup(int frequencyMHz, Width width) {
@@ -248,11 +250,11 @@ std::string Headset::switchGroup(int frequencyMHz, Width width) {
     group.frequencyMHz = frequencyMHz;
     group.width = width;
     const std::string channel = mainlineChannel(frequencyMHz, width);
-    say(group.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
-    say(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
-    say(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel + " dfs=0");
-    say(kSta, headsetSwitch(frequencyMHz, group.ifname, width));
-    say(group.ifname, "AP-CSA-FINISHED freq=" + std::to_string(frequencyMHz) + " dfs=0");
+    sendEvent(group.ifname, "CTRL-EVENT-STARTED-CHANNEL-SWITCH " + channel);
+    sendEvent(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel);
+    sendEvent(group.ifname, "CTRL-EVENT-CHANNEL-SWITCH " + channel + " dfs=0");
+    sendEvent(kSta, headsetSwitch(frequencyMHz, group.ifname, width));
+    sendEvent(group.ifname, "AP-CSA-FINISHED freq=" + std::to_string(frequencyMHz) + " dfs=0");
     return "";
 }
 
@@ -262,14 +264,14 @@ std::string Headset::stopGroup(const std::string& reason, Duration downAfter) {
     }
     const P2pGroup group = *radio_.group;
     radio_.group.reset();
-    say(groupOn_, "P2P-GROUP-REMOVED " + group.ifname + (group.groupOwner ? " GO" : " client") +
-                      " reason=" + reason);
+    sendEvent(groupOn_, "P2P-GROUP-REMOVED " + group.ifname +
+                            (group.groupOwner ? " GO" : " client") + " reason=" + reason);
     if (group.groupOwner) {
-        say(group.ifname, "AP-DISABLED ");
+        sendEvent(group.ifname, "AP-DISABLED ");
     }
-    say(group.ifname, std::string("CTRL-EVENT-DISCONNECTED bssid=") + kGroupAddress +
-                          " reason=3 locally_generated=1");
-    say(group.ifname, "CTRL-EVENT-DSCP-POLICY clear_all");
+    sendEvent(group.ifname, std::string("CTRL-EVENT-DISCONNECTED bssid=") + kGroupAddress +
+                                " reason=3 locally_generated=1");
+    sendEvent(group.ifname, "CTRL-EVENT-DSCP-POLICY clear_all");
     if (!groupSocket_.empty()) {
         groupDown_ = loop_.after(downAfter, [this] { removeGroupSocket(); });
     }
@@ -288,8 +290,8 @@ std::string Headset::peer(bool joins, const std::string& mac) {
     if (!radio_.group) {
         return "no P2P group is up";
     }
-    say(radio_.group->ifname, (joins ? "AP-STA-CONNECTED " : "AP-STA-DISCONNECTED ") + mac +
-                                  " p2p_dev_addr=42:00:00:00:02:00");
+    sendEvent(radio_.group->ifname, (joins ? "AP-STA-CONNECTED " : "AP-STA-DISCONNECTED ") + mac +
+                                        " p2p_dev_addr=42:00:00:00:02:00");
     return "";
 }
 

@@ -12,29 +12,28 @@ struct ChannelSwitch {
     int frequencyMHz = 0;
     Width width = Width::MHz20;
     std::string ifname;     ///< Interface that switches.
-    bool mainline = false;  ///< The mainline supplicant's words instead of the headset's.
+    bool mainline = false;  ///< In the form of the mainline supplicant, not the headset's.
 };
 
 struct Regdom {
     std::string init;
     std::string type;
     std::string alpha2;  ///< Empty: none.
-    std::string on;      ///< Socket that tells it.
+    std::string on;      ///< Socket that the event is sent on.
 };
 
 struct P2pStart {
     int frequencyMHz = 0;
     Width width = Width::MHz20;
     std::string ifname;  ///< Empty: the P2P device, or p2p-wlan0-0 when there is none.
-    std::string on;      ///< Socket that tells it; empty: the group's own.
+    std::string on;      ///< Socket of the start and end events; empty: the group's own.
     bool groupOwner = true;
     Duration upAfter{0};  ///< From the group's socket to its events, when the socket is new.
 };
 
 /**
- * What happens to the headset's Wi-Fi: changes the radio's state and has the supplicant print what
- * a real one prints about it, in its words and order. Each operation returns why it was not
- * possible, or an empty text.
+ * What happens to the headset's Wi-Fi: changes the radio's state, and the supplicant sends the
+ * events that a real one sends about it. Each operation returns why it failed, or an empty text.
  */
 class Headset {
   public:
@@ -66,8 +65,8 @@ class Headset {
 
   private:
     std::string checkSta() const;
-    /** Sends "<3>" and `text` on `socket`; nothing if that isn't open. */
-    void say(const std::string& socket, const std::string& text);
+    /** Sends "<3>" and `text` on `socket`; does nothing if that is not open. */
+    void sendEvent(const std::string& socket, const std::string& text);
     void announceGroup(const P2pStart& start);
     void removeGroupSocket();
     void forgetLinks();
@@ -77,11 +76,11 @@ class Headset {
     RadioState& radio_;
     /** Name of the P2P device's socket, empty when there is none. */
     std::string p2pDevice_;
-    /** Where the group's start and end are told. */
+    /** Socket of the group's start and end events. */
     std::string groupOn_;
     EventLoop::TimerId groupUp_ = 0;
     EventLoop::TimerId groupDown_ = 0;
-    /** Socket that the group brought, to be removed with it; empty when it was there before. */
+    /** Socket that was made for the group; empty when it was there before. */
     std::string groupSocket_;
 };
 

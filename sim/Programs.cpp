@@ -36,8 +36,8 @@ struct Programs::RunningCall {
     std::string output;
 };
 
-Programs::Programs(EventLoop& loop, Recorder& recorder, Stage& stage, ProgramPaths paths)
-    : loop_(loop), recorder_(recorder), stage_(stage), paths_(std::move(paths)) {}
+Programs::Programs(EventLoop& loop, Recorder& recorder, DeviceFiles& files, ProgramPaths paths)
+    : loop_(loop), recorder_(recorder), files_(files), paths_(std::move(paths)) {}
 
 Programs::~Programs() = default;
 
@@ -99,7 +99,7 @@ void Programs::startDaemon(const Done& done) {
     const auto onEnd = [this](int status) {
         const std::string text = "the daemon " + Child::endText(status);
         daemon_.reset();
-        stage_.catchUp();
+        files_.catchUp();
         recorder_.add(Record("program", text));
         if (!std::exchange(daemonEndWanted_, false) && onDaemonLost_) {
             onDaemonLost_(text);

@@ -8,9 +8,9 @@
 #include <sys/types.h>
 
 #include "sim/Child.h"
+#include "sim/DeviceFiles.h"
 #include "sim/EventLoop.h"
 #include "sim/Record.h"
-#include "sim/Stage.h"
 #include "sim/Verbs.h"
 
 namespace sim {
@@ -30,8 +30,8 @@ struct ProgramPaths {
  */
 class Programs {
   public:
-    /** `stage` is read when the daemon has ended, so that its last atoms come before its end. */
-    Programs(EventLoop& loop, Recorder& recorder, Stage& stage, ProgramPaths paths);
+    /** `files` is read when the daemon has ended, so that its last atoms come before its end. */
+    Programs(EventLoop& loop, Recorder& recorder, DeviceFiles& files, ProgramPaths paths);
     ~Programs();
     Programs(const Programs&) = delete;
     Programs& operator=(const Programs&) = delete;
@@ -64,7 +64,7 @@ class Programs {
 
     EventLoop& loop_;
     Recorder& recorder_;
-    Stage& stage_;
+    DeviceFiles& files_;
     const ProgramPaths paths_;
 
     std::unique_ptr<Child> stats_;

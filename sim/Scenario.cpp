@@ -41,12 +41,12 @@ Duration parseTime(Words& words, Duration before) {
     const Duration given = words.duration("the time", relative ? time.substr(1) : time);
     const Duration at = relative ? before + given : given;
     if (at < before) {
-        words.complain("time goes backwards: " + time + " comes after " +
-                       std::to_string(std::chrono::duration<double>(before).count()) +
-                       "s; a time of its own or a later one is allowed");
+        words.fail("time goes backwards: " + time + " comes after " +
+                   std::to_string(std::chrono::duration<double>(before).count()) +
+                   "s; a time of its own or a later one is allowed");
     }
     if (words.atEnd()) {
-        words.complain("what happens at " + time + " is missing");
+        words.fail("what happens at " + time + " is missing");
     }
     return at;
 }
@@ -64,7 +64,7 @@ Scenario parseScenario(std::string name, std::string_view text) {
             continue;
         }
         if (!scenario.steps.empty() && scenario.steps.back().verb->name == "end") {
-            words.complain("nothing may follow 'end'");
+            words.fail("nothing may follow 'end'");
         }
         if (words.skip("at")) {
             prepare = false;
@@ -84,7 +84,7 @@ std::optional<Step> parseLine(std::string_view text, int line) {
         return std::nullopt;
     }
     if (words.skip("at")) {
-        words.complain("a time is for scenario files; a line given by hand is played at once");
+        words.fail("a time is for scenario files; a line given by hand is played at once");
     }
     return parseStep(words, line);
 }

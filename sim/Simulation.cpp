@@ -11,11 +11,11 @@ Simulation::Simulation(EventLoop& eventLoop, Recorder& records, ProgramPaths pat
     : loop(eventLoop),
       recorder(records),
       expectations(loop, recorder),
-      stage(loop, recorder),
-      supplicant(loop, recorder, radio, Stage::socketFolder()),
-      kernel(loop, recorder, radio, Stage::nl80211Path()),
+      files(loop, recorder),
+      supplicant(loop, recorder, radio, DeviceFiles::socketFolder()),
+      kernel(loop, recorder, radio, DeviceFiles::nl80211Path()),
       headset(loop, supplicant, radio),
-      programs(loop, recorder, stage, std::move(paths)) {
+      programs(loop, recorder, files, std::move(paths)) {
     if (const std::string error = kernel.listen(); !error.empty()) {
         throw std::runtime_error(error);
     }

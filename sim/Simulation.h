@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "sim/DeviceFiles.h"
 #include "sim/EventLoop.h"
 #include "sim/Expectations.h"
 #include "sim/FakeNl80211Kernel.h"
@@ -12,7 +13,6 @@
 #include "sim/RadioState.h"
 #include "sim/Record.h"
 #include "sim/Scenario.h"
-#include "sim/Stage.h"
 
 namespace sim {
 
@@ -45,7 +45,7 @@ struct Simulation {
     Recorder& recorder;
     double speed = 1;           ///< How many scenario seconds pass in a second.
     Expectations expectations;  // sees what the others record until they are gone
-    Stage stage;
+    DeviceFiles files;
     RadioState radio;
     FakeSupplicant supplicant;
     FakeNl80211Kernel kernel;

@@ -168,7 +168,7 @@ void Timeline::command(const Record& record) {
 }
 
 void Timeline::netlink(const Record& record) {
-    // Questions about the family and the interfaces only lead to what is worth showing.
+    // Requests for the family and the interfaces only precede those of interest.
     const bool question = record.text.rfind("GET", 0) == 0;
     const bool fine = record.field("answer") == "ok";
     line(record,

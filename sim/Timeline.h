@@ -9,9 +9,9 @@
 namespace sim {
 
 /**
- * Prints what happens for a person: one line each, in colour when that is wanted. A line that the
- * daemon causes over and over (twenty times a second while it looks for its supplicant) is printed
- * twice a second, with the number of those left out.
+ * Prints what happens for a person: one line each, in colour if wanted. A line that the daemon
+ * causes over and over (twenty times a second while it looks for its supplicant) is printed twice a
+ * second, with the number of those left out.
  */
 class Timeline {
   public:
@@ -24,7 +24,7 @@ class Timeline {
     enum class Style { Plain, Faint, Bold, Event, Command, Power, Good, Warning, Bad };
 
     void line(const Record& record, Style style, std::string_view who, std::string_view text);
-    /** Is this line, printed twice within the last second, to be left out? */
+    /** Whether this line was printed twice within the last second. */
     bool tooOften(double t, const std::string& text);
     void command(const Record& record);
     void netlink(const Record& record);

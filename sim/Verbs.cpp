@@ -37,8 +37,8 @@ Action always(std::function<void(Simulation&)> act) {
 std::string fileName(Words& words, std::string_view what, const std::string& name) {
     if (name.empty() || name.size() > kLongestName || name.find('/') != std::string::npos ||
         name[0] == '.') {
-        words.complain(std::string(what) + " '" + name + "' is not a plain name of at most " +
-                       std::to_string(kLongestName) + " characters");
+        words.fail(std::string(what) + " '" + name + "' is not a plain name of at most " +
+                   std::to_string(kLongestName) + " characters");
     }
     return name;
 }
@@ -75,14 +75,14 @@ std::string noSocket(const std::string& name) { return "there is no socket " + n
 std::string propertyName(Words& words) {
     std::string name = words.word("the property's name");
     if (name.find_first_of("/ ") != std::string::npos || name[0] == '.') {
-        words.complain("'" + name + "' is not a property's name");
+        words.fail("'" + name + "' is not a property's name");
     }
     return name;
 }
 
 Action setProperty(std::string name, std::optional<std::string> value) {
     return atOnce([name = std::move(name), value = std::move(value)](Simulation& simulation) {
-        return simulation.stage.setProperty(name, value);
+        return simulation.files.setProperty(name, value);
     });
 }
 
@@ -118,14 +118,14 @@ Action folder(Words& words) {
     words.end();
     return atOnce([sockets, create](Simulation& simulation) {
         if (!sockets) {
-            return simulation.stage.changeFolder(Stage::Folder::Hwbinder, create);
+            return simulation.files.changeFolder(DeviceFiles::Folder::Hwbinder, create);
         }
         if (!create) {
             for (const std::string& name : simulation.supplicant.names()) {
                 simulation.supplicant.close(name, true);
             }
         }
-        return simulation.stage.changeFolder(Stage::Folder::Sockets, create);
+        return simulation.files.changeFolder(DeviceFiles::Folder::Sockets, create);
     });
 }
 
@@ -135,7 +135,7 @@ Action startSupplicant(Words& words) {
     words.readOptions({"p2p"});
     return atOnce([p2p = fileOption(words, "p2p")](Simulation& simulation) {
         // Like the real one, it makes the folder when that is missing.
-        const std::string error = simulation.stage.changeFolder(Stage::Folder::Sockets, true);
+        const std::string error = simulation.files.changeFolder(DeviceFiles::Folder::Sockets, true);
         return error.empty() ? simulation.headset.startSupplicant(p2p) : error;
     });
 }
@@ -146,7 +146,7 @@ Action terminateSupplicant(Words& words) {
     return atOnce([removeFolder](Simulation& simulation) {
         const std::string error = simulation.headset.terminateSupplicant();
         return error.empty() && removeFolder
-                   ? simulation.stage.changeFolder(Stage::Folder::Sockets, false)
+                   ? simulation.files.changeFolder(DeviceFiles::Folder::Sockets, false)
                    : error;
     });
 }
@@ -445,7 +445,7 @@ int errorNumber(Words& words) {
         allowed.append(allowed.empty() ? "" : ", ").append(name);
     }
     if (text[0] != '-') {
-        words.complain("unknown error '" + text + "'; allowed: -1 to -4095, " + allowed);
+        words.fail("unknown error '" + text + "'; allowed: -1 to -4095, " + allowed);
     }
     return static_cast<int>(words.number("error", text, "", -4095, -1));
 }
@@ -493,7 +493,7 @@ Action netlinkRule(Words& words, bool isError) {
         rule.atEnd = words.skip("at-end");
         if (rule.atEnd && rule.request != NetlinkRequest::InterfaceDump &&
             rule.request != NetlinkRequest::StationDump) {
-            words.complain("at-end is for the end of interface-dump or station-dump");
+            words.fail("at-end is for the end of interface-dump or station-dump");
         }
         rule.extAck = rule.atEnd ? "" : words.quoted().value_or("");
         rule.capped = !rule.atEnd && words.skip("capped");
@@ -597,7 +597,7 @@ Action dump(Words& words) {
     return runClient({"dump"});
 }
 
-// Telling and checking
+// Showing and checking
 
 Action say(Words& words) {
     return always([text = words.textToEnd("the text")](Simulation& simulation) {
@@ -628,7 +628,7 @@ Action expect(Words& words) {
     };
 }
 
-/** Whoever plays the lines looks for this verb. */
+/** Does nothing: the player of the lines looks for this verb. */
 Action end(Words& words) {
     words.end();
     return always([](Simulation&) {});
@@ -652,8 +652,9 @@ const std::vector<Verb>& verbs() {
            "makes the folder and the socket wlan0, and one for the P2P device (p2p=p2p0) if asked; "
            "a socket file left by a crash is replaced"},
           {"supplicant terminate [remove-folder]",
-           "says that it ends (group removed, disconnected, terminating) and removes its sockets, "
-           "and the folder if asked"},
+           "ends in order: sends its last events (group removed, disconnected, terminating), "
+           "removes "
+           "its sockets, and the folder if asked"},
           {"supplicant crash", "ends without an event: the socket files stay"},
           {"supplicant restart", "crashes, if it runs, and starts again as before"},
           {"supplicant suspend", "answers nothing until it is resumed"},
@@ -682,7 +683,7 @@ const std::vector<Verb>& verbs() {
          {{"channel switch freq=MHZ [width=20] [ifname=wlan0] [style=headset|mainline]",
            "the access point (or, by ifname, the group) moves; style=mainline has the words of the "
            "mainline supplicant"}}},
-        {"scan", scan, {{"scan [networks=3]", "a scan, its results told on every socket"}}},
+        {"scan", scan, {{"scan [networks=3]", "a scan, with results on every socket"}}},
         {"regdom",
          regdom,
          {{"regdom init=USER type=COUNTRY [alpha2=US] [on=wlan0]", "regulatory change"}}},
@@ -692,9 +693,10 @@ const std::vector<Verb>& verbs() {
          {{"p2p start freq=MHZ [width=20] [ifname=NAME] [on=SOCKET] [role=GO|client] "
            "[up-after=150ms]",
            "a group starts on ifname: the P2P device if there is one, else p2p-wlan0-0, whose "
-           "socket appears and tells of the group up-after later; on is the socket that tells it"},
+           "socket appears up-after before the group's events; on is the socket of the start "
+           "event"},
           {"p2p switch freq=MHZ [width=20]",
-           "the group moves: told on its own socket, and on wlan0 with its name"},
+           "the group moves: events on its own socket, and on wlan0 with its name"},
           {"p2p stop [reason=REQUESTED] [down-after=190ms]",
            "the group ends; a socket that came with it goes down-after later"},
           {"p2p peer joins|leaves [mac=MAC]", "a client of the group comes or goes"}}},

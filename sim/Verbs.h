@@ -37,7 +37,7 @@ struct Verb {
     Effect effect = Effect::Changes;
 };
 
-/** Every verb, in the order in which complaints list them. */
+/** Every verb, in the order in which error messages list them. */
 const std::vector<Verb>& verbs();
 
 /** The forms of all lines with what happens, for `corvid-sim --lines`. */

@@ -55,7 +55,7 @@ Words::Words(std::string_view line, int number) : line_(withoutComment(line)), n
     skipBlanks();
 }
 
-void Words::complain(const std::string& message) const { throw ScenarioError(number_, message); }
+void Words::fail(const std::string& message) const { throw ScenarioError(number_, message); }
 
 void Words::skipBlanks() {
     while (position_ < line_.size() && isBlank(line_[position_])) {
@@ -68,7 +68,7 @@ std::string Words::readQuoted() {
     ++position_;
     while (true) {
         if (position_ >= line_.size()) {
-            complain("a text is not ended: the closing \" is missing");
+            fail("a text is not ended: the closing \" is missing");
         }
         const char c = line_[position_++];
         if (c == '"') {
@@ -94,15 +94,15 @@ std::string Words::readQuoted() {
                 const int high = position_ < line_.size() ? hexDigit(line_[position_]) : -1;
                 const int low = position_ + 1 < line_.size() ? hexDigit(line_[position_ + 1]) : -1;
                 if (high < 0 || low < 0) {
-                    complain("\\x must be followed by two hexadecimal digits");
+                    fail("\\x must be followed by two hexadecimal digits");
                 }
                 out += static_cast<char>(high * 16 + low);
                 position_ += 2;
                 break;
             }
             default:
-                complain("unknown escape \\" + std::string(1, escape) +
-                         "; allowed: \\\" \\\\ \\n \\t \\xHH");
+                fail("unknown escape \\" + std::string(1, escape) +
+                     "; allowed: \\\" \\\\ \\n \\t \\xHH");
         }
     }
 }
@@ -122,14 +122,14 @@ std::string Words::readWord() {
 
 std::string Words::word(std::string_view what) {
     if (atEnd()) {
-        complain(std::string(what) + " is missing");
+        fail(std::string(what) + " is missing");
     }
     return readWord();
 }
 
 std::string_view Words::oneOf(std::string_view what, const std::vector<std::string_view>& allowed) {
     if (atEnd()) {
-        complain(std::string(what) + " is missing; allowed: " + listed(allowed));
+        fail(std::string(what) + " is missing; allowed: " + listed(allowed));
     }
     const std::string found = readWord();
     for (const std::string_view word : allowed) {
@@ -137,7 +137,7 @@ std::string_view Words::oneOf(std::string_view what, const std::vector<std::stri
             return word;
         }
     }
-    complain("unknown " + std::string(what) + " " + quote(found) + "; allowed: " + listed(allowed));
+    fail("unknown " + std::string(what) + " " + quote(found) + "; allowed: " + listed(allowed));
 }
 
 bool Words::skip(std::string_view text) {
@@ -151,7 +151,7 @@ bool Words::skip(std::string_view text) {
 
 std::string Words::textToEnd(std::string_view what) {
     if (atEnd()) {
-        complain(std::string(what) + " is missing");
+        fail(std::string(what) + " is missing");
     }
     if (auto text = quoted()) {
         end();
@@ -171,7 +171,7 @@ std::optional<std::string> Words::quoted() {
 
 void Words::end() {
     if (!atEnd()) {
-        complain("unexpected " + quote(remainder()) + " at the end of the line");
+        fail("unexpected " + quote(remainder()) + " at the end of the line");
     }
 }
 
@@ -185,18 +185,18 @@ void Words::readOptions(const std::vector<std::string_view>& allowed) {
             known = known || key == candidate;
         }
         if (!known || equals > blank) {
-            complain((known ? quote(key) + " needs a value: " + key + "=VALUE"
-                            : "unknown word " + quote(key)) +
-                     (allowed.empty() ? "; nothing is allowed here"
-                                      : "; allowed (as KEY=VALUE): " + listed(allowed)));
+            fail((known ? quote(key) + " needs a value: " + key + "=VALUE"
+                        : "unknown word " + quote(key)) +
+                 (allowed.empty() ? "; nothing is allowed here"
+                                  : "; allowed (as KEY=VALUE): " + listed(allowed)));
         }
         if (option(key)) {
-            complain(quote(key) + " is given twice");
+            fail(quote(key) + " is given twice");
         }
         position_ = equals + 1;
         std::string value = readWord();
         if (value.empty()) {
-            complain(quote(key) + " needs a value: " + key + "=VALUE");
+            fail(quote(key) + " needs a value: " + key + "=VALUE");
         }
         options_.push_back({std::move(key), std::move(value)});
     }
@@ -218,8 +218,8 @@ std::string Words::option(std::string_view key, std::string_view otherwise) cons
 std::string Words::required(std::string_view key, std::string_view example) const {
     const auto value = option(key);
     if (!value) {
-        complain(quote(key) + " is missing, for example " + std::string(key) + "=" +
-                 std::string(example));
+        fail(quote(key) + " is missing, for example " + std::string(key) + "=" +
+             std::string(example));
     }
     return *value;
 }
@@ -235,7 +235,7 @@ std::string_view Words::optionOf(std::string_view key,
             return word;
         }
     }
-    complain(std::string(key) + " " + quote(*value) + " is unknown; allowed: " + listed(allowed));
+    fail(std::string(key) + " " + quote(*value) + " is unknown; allowed: " + listed(allowed));
 }
 
 long Words::number(std::string_view what, const std::string& text, std::string_view unit,
@@ -250,17 +250,17 @@ long Words::number(std::string_view what, const std::string& text, std::string_v
     const std::string_view behind = digits ? std::string_view(stop) : std::string_view();
     if (!digits || errno != 0 || !(behind.empty() || behind == unit) || value < lowest ||
         value > highest) {
-        complain(std::string(what) + " " + quote(text) + " is not a whole number from " +
-                 std::to_string(lowest) + " to " + std::to_string(highest) +
-                 (unit.empty() ? "" : " (" + std::string(unit) + ")"));
+        fail(std::string(what) + " " + quote(text) + " is not a whole number from " +
+             std::to_string(lowest) + " to " + std::to_string(highest) +
+             (unit.empty() ? "" : " (" + std::string(unit) + ")"));
     }
     return value;
 }
 
 Duration Words::duration(std::string_view what, const std::string& text) const {
     const auto bad = [&] {
-        complain(std::string(what) + " " + quote(text) +
-                 " is not a time; a time is a number with its unit: 250ms, 1.5s, 2min");
+        fail(std::string(what) + " " + quote(text) +
+             " is not a time; a time is a number with its unit: 250ms, 1.5s, 2min");
     };
     const size_t digits = text.find_first_not_of("0123456789.");
     if (digits == 0 || digits == std::string::npos || text[0] == '.') {
@@ -288,7 +288,7 @@ Width Words::width(const std::string& text) const {
             return candidate;
         }
     }
-    complain("width " + quote(text) + " is unknown; allowed (MHz): 20, 40, 80, 80+80, 160");
+    fail("width " + quote(text) + " is unknown; allowed (MHz): 20, 40, 80, 80+80, 160");
 }
 
 }  // namespace sim

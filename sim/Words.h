@@ -21,8 +21,7 @@ class ScenarioError : public std::runtime_error {
 /**
  * The words of one scenario line, read from left to right. Blanks separate words; "..." holds
  * blanks and the escapes \" \\ \n \t \xHH, also after a key and its "="; # outside of quotes begins
- * a comment. Every reader throws ScenarioError, with what is allowed, when it does not find what it
- * asks for.
+ * a comment. A reader that does not find what it is for throws ScenarioError with what is allowed.
  */
 class Words {
   public:
@@ -32,7 +31,7 @@ class Words {
     /** What is not read yet, as it stands, without the comment. */
     std::string_view remainder() const { return line_.substr(position_); }
 
-    /** The next word; `what` names it in the complaint when there is none. */
+    /** The next word; `what` names it in the error when there is none. */
     std::string word(std::string_view what);
     /** The next word, which must be one of `allowed`. */
     std::string_view oneOf(std::string_view what, const std::vector<std::string_view>& allowed);
@@ -63,7 +62,7 @@ class Words {
     Duration duration(std::string_view what, const std::string& text) const;
     Width width(const std::string& text) const;
 
-    [[noreturn]] void complain(const std::string& message) const;
+    [[noreturn]] void fail(const std::string& message) const;
 
   private:
     struct Option {

@@ -32,7 +32,7 @@ TEST(Control, EveryLineIsAnsweredOnceWithItsNumber) {
     EXPECT_EQ(sim.records("error").size(), 2u);
 }
 
-TEST(Control, WhatALineDidStandsBeforeItsAnswer) {
+TEST(Control, RecordsOfALineComeBeforeItsAnswer) {
     SimDriver sim;
     ASSERT_EQ(sim.play("supplicant start"), "");
     std::vector<std::string> kinds;
@@ -79,7 +79,7 @@ TEST(Control, PropertiesAreFilesThatCanBeRemoved) {
     EXPECT_EQ(fileContent(sim.root() + "/dev/__properties__/debug.sensors.camera.notify"), "hang");
 }
 
-TEST(Control, WhatTheServicesWroteIsToldAsRecords) {
+TEST(Control, LinesThatTheServicesWriteBecomeRecords) {
     SimDriver sim;
     const std::string atom =
         R"({"reverseDomainName":"com.corvid.os","atomId":116183,"values":[{"int":1}]})";
@@ -103,7 +103,7 @@ TEST(Control, WhatTheServicesWroteIsToldAsRecords) {
     }));
 }
 
-TEST(Control, StateTellsTheMonitorsAndTheLink) {
+TEST(Control, StateHasTheMonitorsAndTheLink) {
     SimDriver sim;
     ASSERT_EQ(sim.play("supplicant start"), "");
     ASSERT_EQ(sim.play("connect freq=5180 rssi=-61"), "");
@@ -114,7 +114,7 @@ TEST(Control, StateTellsTheMonitorsAndTheLink) {
     EXPECT_EQ(state["rssi"], "-61");
 }
 
-TEST(Control, TheRecordFileHoldsWhatWasTold) {
+TEST(Control, RecordFileHoldsEveryRecord) {
     const simtest::TempFolder folder;
     const std::string file = folder.path() + "/record.jsonl";
     {
@@ -137,7 +137,7 @@ TEST(Control, TheRecordFileHoldsWhatWasTold) {
     EXPECT_EQ(records[7].text(), "deleted") << "the socket, at the end";
 }
 
-TEST(Control, EndEndsIt) {
+TEST(Control, EndLineEndsTheSimulator) {
     SimDriver sim;
     EXPECT_EQ(sim.play("end"), "");
     EXPECT_EQ(sim.finish(), 0);
@@ -149,7 +149,7 @@ TEST(Control, InputThatIsNoPipeIsReadToItsEnd) {
     EXPECT_EQ(simtest::runSim({"--control", "--root", folder.path()}, output), 0) << output;
 }
 
-TEST(Control, AMissingProgramIsNamed) {
+TEST(Control, MissingProgramIsNamedInTheError) {
     SimDriver sim;
     EXPECT_EQ(sim.play("daemon start"), "no daemon was given: start with --daemon PATH");
     EXPECT_EQ(sim.play("daemon stop"), "the daemon does not run");

@@ -143,7 +143,7 @@ class NetlinkTest : public testing::Test {
     bool cookie = false;
 };
 
-TEST_F(NetlinkTest, TheFamilyIsResolved) {
+TEST_F(NetlinkTest, FamilyResolvesToTheScenariosNumber) {
     ASSERT_EQ(connected, 0);
     EXPECT_EQ(family(), 28);
     play("netlink family id=41");
@@ -154,12 +154,12 @@ TEST_F(NetlinkTest, TheFamilyIsResolved) {
     EXPECT_EQ(lastRequest()["answer"], "error -2");
 }
 
-TEST_F(NetlinkTest, AnotherFamilyIsUnknown) {
+TEST_F(NetlinkTest, FamilyOtherThanNl80211IsUnknown) {
     EXPECT_LT(genl_ctrl_resolve(socket.get(), "taskstats"), 0);
     EXPECT_EQ(lastRequest().text(), "GETFAMILY taskstats");
 }
 
-TEST_F(NetlinkTest, TheInterfaceDumpFollowsTheRadio) {
+TEST_F(NetlinkTest, InterfaceDumpFollowsTheRadio) {
     EXPECT_EQ(dumpInterfaces(), 0);
     EXPECT_THAT(interfaces, ElementsAre("wlan0"));
     play("supplicant start");
@@ -180,7 +180,7 @@ TEST_F(NetlinkTest, TheInterfaceDumpFollowsTheRadio) {
     EXPECT_TRUE(interfaces.empty());
 }
 
-TEST_F(NetlinkTest, TheStationsRateHasTheLinksWidth) {
+TEST_F(NetlinkTest, StationRateHasTheWidthOfTheLink) {
     play("supplicant start");
     EXPECT_EQ(dumpStations(), 0);
     EXPECT_EQ(stations, 0);
@@ -199,7 +199,7 @@ TEST_F(NetlinkTest, TheStationsRateHasTheLinksWidth) {
     }
 }
 
-TEST_F(NetlinkTest, AVendorCommandIsToldInWordsAndBytes) {
+TEST_F(NetlinkTest, VendorCommandIsRecordedInWordsAndBytes) {
     const Message request = message(NL80211_CMD_VENDOR);
     nla_put_u32(request.get(), NL80211_ATTR_VENDOR_ID, 0x001018);
     nla_put_u32(request.get(), NL80211_ATTR_VENDOR_SUBCMD, 2);
@@ -219,7 +219,7 @@ TEST_F(NetlinkTest, AVendorCommandIsToldInWordsAndBytes) {
     EXPECT_EQ(lastRequest()["hex"].size(), 2 * nlmsg_hdr(request.get())->nlmsg_len);
 }
 
-TEST_F(NetlinkTest, AFrameIsToldAndAnsweredWithACookie) {
+TEST_F(NetlinkTest, FrameIsRecordedAndAnsweredWithACookie) {
     const Message request = message(NL80211_CMD_FRAME);
     nla_put_u8(request.get(), 41, 13);
     nla_put(request.get(), NL80211_ATTR_FRAME, 3, "\xD0\x00\x13");
@@ -229,7 +229,7 @@ TEST_F(NetlinkTest, AFrameIsToldAndAnsweredWithACookie) {
     EXPECT_TRUE(cookie);
 }
 
-TEST_F(NetlinkTest, ErrorsAreGivenAsOftenAsAsked) {
+TEST_F(NetlinkTest, ErrorRuleHoldsAsOftenAsItSays) {
     play("netlink error vendor EOPNOTSUPP times=1");
     EXPECT_EQ(send(message(NL80211_CMD_VENDOR)), -EOPNOTSUPP);
     EXPECT_EQ(lastRequest()["answer"], "error -95");
@@ -245,7 +245,7 @@ TEST_F(NetlinkTest, ErrorsAreGivenAsOftenAsAsked) {
     EXPECT_EQ(dumpStations(), 0);
 }
 
-TEST_F(NetlinkTest, ADumpsRefusalAtItsEndIsInItsDoneMessage) {
+TEST_F(NetlinkTest, DumpRefusedAtItsEndHasTheErrorInItsDoneMessage) {
     play("netlink error station-dump ENODEV at-end times=1");
     const Message request = message(NL80211_CMD_GET_STATION, NLM_F_DUMP);
     ASSERT_GE(nl_send_auto_complete(socket.get(), request.get()), 0);
@@ -261,7 +261,7 @@ TEST_F(NetlinkTest, ADumpsRefusalAtItsEndIsInItsDoneMessage) {
     EXPECT_EQ(lastRequest()["answer"], "error -19");
 }
 
-TEST_F(NetlinkTest, AnErrorMayCarryTheKernelsWords) {
+TEST_F(NetlinkTest, ErrorRuleWithATextSendsAnExtendedAcknowledgement) {
     for (const std::string capped : {"", " capped"}) {
         // Reading by hand leaves libnl's count of answers behind: a new socket each time.
         socket.reset(nl_socket_alloc());
@@ -285,7 +285,7 @@ TEST_F(NetlinkTest, AnErrorMayCarryTheKernelsWords) {
     }
 }
 
-TEST_F(NetlinkTest, SpoiltStationsLackWhatWasAsked) {
+TEST_F(NetlinkTest, SpoiltStationLacksItsAttributes) {
     play("supplicant start");
     play("connect freq=5180 width=80");
     play("netlink spoil station-dump no-bitrate times=1");
@@ -301,14 +301,14 @@ TEST_F(NetlinkTest, SpoiltStationsLackWhatWasAsked) {
     EXPECT_EQ(stations, 1);
 }
 
-TEST_F(NetlinkTest, AHangUpEndsTheRequestUnderWay) {
+TEST_F(NetlinkTest, HangUpEndsTheRequestUnderWay) {
     const Message request = message(NL80211_CMD_VENDOR);
     play("netlink spoil vendor hang-up times=1");
     EXPECT_EQ(send(request), -ECONNRESET);
     EXPECT_EQ(lastRequest()["answer"], "hung up");
 }
 
-TEST_F(NetlinkTest, NobodyListensAfterClose) {
+TEST_F(NetlinkTest, ConnectionFailsAfterClose) {
     play("netlink close");
     Socket other(nl_socket_alloc());
     EXPECT_LT(genl_connect(other.get()), 0);

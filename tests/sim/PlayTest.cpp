@@ -83,36 +83,36 @@ TEST_F(Play, SpeedShortensTheTimes) {
     EXPECT_LT(timeOf("event", "<3>A"), 90);
 }
 
-TEST_F(Play, ALineThatIsNotUnderstoodStopsItBeforeAnythingStarts) {
+TEST_F(Play, UnknownLineStopsThePlayBeforeAnythingStarts) {
     EXPECT_EQ(play("supplicant start\nat 1s jump\n"), 2);
     EXPECT_THAT(output, HasSubstr(file("x.scn") + ":2: unknown word 'jump'; allowed: property"));
     struct stat info {};
     EXPECT_EQ(stat(file("root").c_str(), &info), -1) << "nothing was made";
 }
 
-TEST_F(Play, CheckOnlyReads) {
+TEST_F(Play, CheckReadsTheScenarioWithoutPlaying) {
     EXPECT_EQ(play("supplicant start\nat 100s scan\n", {"--check"}), 0) << output;
     EXPECT_TRUE(records.empty());
 }
 
-TEST_F(Play, ALineThatFailsIsNamedAndMakesTheStatus1) {
+TEST_F(Play, FailedLineIsNamedAndMakesTheStatus1) {
     EXPECT_EQ(play("at 0s p2p stop\nat 10ms say still here\n"), 1);
     EXPECT_THAT(output, HasSubstr(file("x.scn") + ":1: no P2P group is up"));
     EXPECT_THAT(output, HasSubstr("still here"));
 }
 
-TEST_F(Play, AFailingPreparationStopsIt) {
+TEST_F(Play, FailedPreparationStopsThePlay) {
     EXPECT_EQ(play("p2p stop\nat 0s say still here\n"), 1);
     EXPECT_THAT(output, HasSubstr(":1: no P2P group is up"));
     EXPECT_THAT(output, Not(HasSubstr("still here")));
 }
 
-TEST_F(Play, AnExpectationThatDoesNotComeTrueMakesTheStatus1) {
+TEST_F(Play, UnmetExpectationMakesTheStatus1) {
     EXPECT_EQ(play("supplicant start\nat 0s event wlan0 A\nexpect event B within 100ms\n"), 1);
     EXPECT_THAT(output, HasSubstr(":3: there was no event with 'B' within 0.1s"));
 }
 
-TEST_F(Play, ThePlayWaitsForItsExpectations) {
+TEST_F(Play, PlayWaitsForItsExpectations) {
     EXPECT_EQ(play("supplicant start\n"
                    "at 0s p2p start freq=5180 up-after=300ms\n"
                    "expect event P2P-GROUP-STARTED within 20s\n"),
@@ -121,7 +121,7 @@ TEST_F(Play, ThePlayWaitsForItsExpectations) {
     EXPECT_GE(records.back().t(), 0.3);
 }
 
-TEST_F(Play, TheDaemonsLogLinesAreTakenApart) {
+TEST_F(Play, LogLinesOfTheDaemonAreSplitIntoTagLevelAndText) {
     const std::string daemon = script(
         "echo 'CorvidWifi I 11-21 09:43:52 15465 15466 StaManager: hello 1' >&2\n"
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 Service: no  good' >&2\n"
@@ -142,20 +142,20 @@ TEST_F(Play, TheDaemonsLogLinesAreTakenApart) {
     EXPECT_THAT(output, Not(HasSubstr("StaManager: hello 1"))) << "below the level that is shown";
 }
 
-TEST_F(Play, TheDaemonGetsTheRootAndTheLogLevel) {
+TEST_F(Play, DaemonGetsTheRootAndTheLogLevel) {
     const std::string daemon =
         script("echo \"$CORVID_WIFI_ROOT $ANDROID_LOG_TAGS\"\nexec sleep 1000\n");
     EXPECT_EQ(play("at 0s expect output \"*:V\" within 20s\n", {"--daemon", daemon}), 0) << output;
     EXPECT_GE(timeOf("output", file("root") + " *:V"), 0) << output;
 }
 
-TEST_F(Play, ADaemonThatEndsByItselfMakesTheStatus1) {
+TEST_F(Play, DaemonThatEndsByItselfMakesTheStatus1) {
     const std::string daemon = script("exit 3\n");
     EXPECT_EQ(play("at 0s say go\nat 1s say end\n", {"--daemon", daemon}), 1);
     EXPECT_THAT(output, HasSubstr("the daemon ended with status 3 on its own"));
 }
 
-TEST_F(Play, WhatTheDaemonRepeatsIsPrintedTwiceASecond) {
+TEST_F(Play, RepeatedLineIsPrintedTwiceASecond) {
     const std::string daemon = script(
         "for i in 1 2 3 4 5 6; do\n"
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: again' >&2; done\n"
@@ -175,7 +175,7 @@ TEST_F(Play, WhatTheDaemonRepeatsIsPrintedTwiceASecond) {
     EXPECT_EQ(printed, 3u);
 }
 
-TEST_F(Play, ThereAreNoColoursWithoutATerminal) {
+TEST_F(Play, OutputHasNoColoursWithoutATerminal) {
     EXPECT_EQ(play("supplicant start\nat 0s connect freq=5180\n"), 0);
     EXPECT_THAT(output, Not(HasSubstr("\033")));
     EXPECT_THAT(output, HasSubstr("CTRL-EVENT-CONNECTED - Connection to"));
@@ -186,7 +186,7 @@ struct Wrong {
     const char* complaint;
 };
 
-TEST(Usage, WrongUsageIsNamedAndGivesStatus2) {
+TEST(Usage, WrongUsageIsNamedAndMakesTheStatus2) {
     const Wrong wrong[] = {
         {{}, "exactly one scenario is needed"},
         {{"a.scn", "b.scn"}, "exactly one scenario is needed"},

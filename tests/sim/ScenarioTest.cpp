@@ -90,12 +90,12 @@ const Bad kBad[] = {
 INSTANTIATE_TEST_SUITE_P(Scenario, BadScenario, testing::ValuesIn(kBad),
                          [](const auto& bad) { return std::string(bad.param.name); });
 
-TEST(Scenario, AnEmptyFileHasNoSteps) {
+TEST(Scenario, EmptyFileHasNoSteps) {
     EXPECT_TRUE(parseScenario("x", "").steps.empty());
     EXPECT_TRUE(parseScenario("x", "\n  \t\r\n# nothing\n   # more\n").steps.empty());
 }
 
-TEST(Scenario, LinesBeforeTheFirstTimeAreThePreparation) {
+TEST(Scenario, LinesBeforeTheFirstTimeArePreparation) {
     const Scenario scenario = parseScenario("x", "scan\nat 0s scan\nscan\n");
     ASSERT_EQ(scenario.steps.size(), 3u);
     EXPECT_TRUE(scenario.steps[0].prepare);
@@ -121,7 +121,7 @@ TEST(Scenario, StepsKnowTheirLineAndItsTextWithoutTimeAndComment) {
     EXPECT_EQ(scenario.steps[0].text, "rssi -60");
 }
 
-TEST(Scenario, ALineGivenByHandHasNoTime) {
+TEST(Scenario, LineGivenByHandMustHaveNoTime) {
     EXPECT_FALSE(parseLine("  # nothing", 1));
     EXPECT_EQ(parseLine("rssi -60", 7)->line, 7);
     try {

@@ -77,13 +77,13 @@ class SupplicantTest : public testing::Test {
     SimDriver sim;
 };
 
-TEST_F(SupplicantTest, IsNotThereBeforeItStarts) {
+TEST_F(SupplicantTest, SocketIsMissingBeforeTheStart) {
     EXPECT_EQ(open("wlan0"), nullptr);
     play("supplicant start");
     EXPECT_NE(open("wlan0"), nullptr);
 }
 
-TEST_F(SupplicantTest, AnswersPingAndWhatItDoesNotKnow) {
+TEST_F(SupplicantTest, PingIsAnsweredAndAnUnknownCommandRefused) {
     play("supplicant start");
     const Control control = open("wlan0");
     EXPECT_EQ(request(control, "PING"), "PONG\n");
@@ -105,7 +105,7 @@ TEST_F(SupplicantTest, EventsReachEveryMonitorUntilItDetaches) {
     EXPECT_EQ(wpa_ctrl_detach(first.get()), -1) << "it is no monitor any more";
 }
 
-TEST_F(SupplicantTest, ACommandConnectionGetsNoEvents) {
+TEST_F(SupplicantTest, CommandConnectionGetsNoEvents) {
     play("supplicant start");
     const Control control = open("wlan0");
     play("event wlan0 HELLO");
@@ -120,7 +120,7 @@ TEST_F(SupplicantTest, SignalPollFailsWithoutALink) {
     EXPECT_THAT(request(control, "STATUS"), HasSubstr("wpa_state=DISCONNECTED\n"));
 }
 
-TEST_F(SupplicantTest, SignalPollAndStatusAreTheRealOnesTexts) {
+TEST_F(SupplicantTest, SignalPollAndStatusHaveTheFormOfARealSupplicant) {
     play("supplicant start");
     const Control control = open("wlan0");
     play("connect freq=5180 width=80 rssi=-48 bssid=02:11:22:33:44:55 ssid=home ip=192.168.1.7");
@@ -137,7 +137,7 @@ TEST_F(SupplicantTest, SignalPollAndStatusAreTheRealOnesTexts) {
     EXPECT_EQ(request(control, "SIGNAL_POLL"), "FAIL\n");
 }
 
-TEST_F(SupplicantTest, TheSignalWalksAndArrives) {
+TEST_F(SupplicantTest, WalkingSignalFallsToItsEnd) {
     play("supplicant start");
     const Control control = open("wlan0");
     play("connect freq=5180 rssi=-40");
@@ -157,7 +157,7 @@ TEST_F(SupplicantTest, TheSignalWalksAndArrives) {
     EXPECT_TRUE(between);
 }
 
-TEST_F(SupplicantTest, ConnectingAndDisconnectingSayWhatARealOneSays) {
+TEST_F(SupplicantTest, ConnectingAndDisconnectingSendTheEventsOfARealSupplicant) {
     play("supplicant start");
     const Control monitor = attached("wlan0");
     play("connect freq=2437 bssid=02:00:00:00:01:00 ssid=test");
@@ -172,7 +172,7 @@ TEST_F(SupplicantTest, ConnectingAndDisconnectingSayWhatARealOneSays) {
     EXPECT_EQ(sim.play("disconnect"), "the station is not connected");
 }
 
-TEST_F(SupplicantTest, AChannelSwitchMovesTheLink) {
+TEST_F(SupplicantTest, ChannelSwitchMovesTheLink) {
     play("supplicant start");
     const Control monitor = attached("wlan0");
     const Control control = open("wlan0");
@@ -190,7 +190,7 @@ TEST_F(SupplicantTest, AChannelSwitchMovesTheLink) {
               "cf1=5210 cf2=0");
 }
 
-TEST_F(SupplicantTest, SmallEventsHaveTheirWords) {
+TEST_F(SupplicantTest, RegdomAssociationAndScanEventsHaveTheirForm) {
     play("supplicant start");
     const Control monitor = attached("wlan0");
     play("regdom init=USER type=COUNTRY alpha2=US");
@@ -218,7 +218,7 @@ TEST_F(SupplicantTest, DriverCommandsAreRecordedAndAnsweredOk) {
     EXPECT_EQ((*command)["reply"], "OK\n");
 }
 
-TEST_F(SupplicantTest, RulesChangeTheAnswersTheNewestFirst) {
+TEST_F(SupplicantTest, NewestRuleDecidesTheAnswer) {
     play("supplicant start");
     const Control control = open("wlan0");
     const std::string command = "DRIVER SET_TXPOWER 9";
@@ -242,7 +242,7 @@ TEST_F(SupplicantTest, RulesChangeTheAnswersTheNewestFirst) {
     EXPECT_EQ(wpa_ctrl_attach(control.get()), -1);
 }
 
-TEST_F(SupplicantTest, ADelayedAnswerComesLater) {
+TEST_F(SupplicantTest, DelayedAnswerComesAfterItsDelay) {
     play("supplicant start");
     const Control control = open("wlan0");
     play("reply PING \"late\" after=300ms");
@@ -251,7 +251,7 @@ TEST_F(SupplicantTest, ADelayedAnswerComesLater) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 300ms);
 }
 
-TEST_F(SupplicantTest, NoAnswerIsRecordedAsSuch) {
+TEST_F(SupplicantTest, UnansweredCommandIsRecordedWithANullReply) {
     play("supplicant start");
     play("reply SIGNAL_POLL none");
     // By hand: the library would wait ten seconds for the answer.
@@ -265,7 +265,7 @@ TEST_F(SupplicantTest, NoAnswerIsRecordedAsSuch) {
     EXPECT_EQ(event(control, 50ms), "none");
 }
 
-TEST_F(SupplicantTest, ASuspendedOneAnswersWhenItIsResumed) {
+TEST_F(SupplicantTest, SuspendedSupplicantAnswersWhenItIsResumed) {
     play("supplicant start");
     play("supplicant suspend");
     const Control control = open("wlan0");
@@ -294,7 +294,7 @@ TEST_F(SupplicantTest, RawBytesArriveAsTheyAre) {
     EXPECT_EQ(recv(fd.fd, &byte, 1, MSG_DONTWAIT), 0);
 }
 
-TEST_F(SupplicantTest, ABurstArrivesWholeAndInOrder) {
+TEST_F(SupplicantTest, BurstArrivesWholeAndInOrder) {
     play("supplicant start");
     const Control monitor = attached("wlan0");
     play("burst wlan0 10000 N {n} {n}");
@@ -306,7 +306,7 @@ TEST_F(SupplicantTest, ABurstArrivesWholeAndInOrder) {
     }));
 }
 
-TEST_F(SupplicantTest, AMonitorThatDoesNotReadHoldsUpNoAnswerAndIsDropped) {
+TEST_F(SupplicantTest, MonitorThatDoesNotReadDelaysNoAnswerAndIsDropped) {
     play("supplicant start");
     const Control deaf = attached("wlan0");
     play("burst wlan0 5000 N {n}");
@@ -319,7 +319,7 @@ TEST_F(SupplicantTest, AMonitorThatDoesNotReadHoldsUpNoAnswerAndIsDropped) {
     EXPECT_GT(std::stoi((*detach)["lost"]), 0);
 }
 
-TEST_F(SupplicantTest, AMonitorWhoseAddressIsGoneIsDroppedAtOnce) {
+TEST_F(SupplicantTest, MonitorWhoseAddressIsGoneIsDroppedAtOnce) {
     play("supplicant start");
     Control monitor = attached("wlan0");
     monitor.reset();  // removes its address without detaching
@@ -331,7 +331,7 @@ TEST_F(SupplicantTest, AMonitorWhoseAddressIsGoneIsDroppedAtOnce) {
     EXPECT_EQ((*detach)["monitors"], "0");
 }
 
-TEST_F(SupplicantTest, AMonitorThatRefusesIsDroppedAfterElevenRefusals) {
+TEST_F(SupplicantTest, MonitorThatRefusesIsDroppedAfterElevenRefusals) {
     play("supplicant start");
     // What a killed client leaves: its address, with nobody behind it.
     const std::string path = sim.root() + "/client";
@@ -355,7 +355,7 @@ TEST_F(SupplicantTest, AMonitorThatRefusesIsDroppedAfterElevenRefusals) {
     EXPECT_EQ(sim.records("detach")[0]["why"], "dropped");
 }
 
-TEST_F(SupplicantTest, ACrashLeavesTheSocketFileAndARestartReplacesIt) {
+TEST_F(SupplicantTest, CrashLeavesTheSocketFileAndRestartReplacesIt) {
     play("supplicant start p2p=p2p0");
     const Control control = open("wlan0");
     play("connect freq=5180");
@@ -371,7 +371,7 @@ TEST_F(SupplicantTest, ACrashLeavesTheSocketFileAndARestartReplacesIt) {
     EXPECT_EQ(request(open("p2p0"), "PING"), "PONG\n");
 }
 
-TEST_F(SupplicantTest, TerminatingTakesLeaveAndRemovesItsSockets) {
+TEST_F(SupplicantTest, TerminatingSupplicantSendsItsLastEventsAndRemovesItsSockets) {
     play("supplicant start p2p=p2p0");
     const Control sta = attached("wlan0");
     const Control p2p = attached("p2p0");
@@ -391,7 +391,7 @@ TEST_F(SupplicantTest, TerminatingTakesLeaveAndRemovesItsSockets) {
     EXPECT_EQ(request(open("wlan0"), "PING"), "PONG\n") << "it makes the folder anew";
 }
 
-TEST_F(SupplicantTest, SocketsComeAndGoOneByOne) {
+TEST_F(SupplicantTest, SingleSocketsCanBeMadeAndRemoved) {
     struct stat file {};
     play("socket create p2p-wlan0-3");
     EXPECT_EQ(request(open("p2p-wlan0-3"), "PING"), "PONG\n");
@@ -408,7 +408,7 @@ TEST_F(SupplicantTest, SocketsComeAndGoOneByOne) {
     play("socket create wlan0");
 }
 
-TEST_F(SupplicantTest, AGroupBringsItsSocketAndTakesItAway) {
+TEST_F(SupplicantTest, GroupBringsItsSocketAndTakesItAway) {
     play("supplicant start");
     play("p2p start freq=5180 width=80 up-after=1s");
     const Control monitor = attached("p2p-wlan0-0");
@@ -434,7 +434,7 @@ TEST_F(SupplicantTest, AGroupBringsItsSocketAndTakesItAway) {
     EXPECT_EQ(sim.play("p2p stop"), "no P2P group is up");
 }
 
-TEST_F(SupplicantTest, AGroupOnTheP2pDeviceKeepsItsSocket) {
+TEST_F(SupplicantTest, GroupOnTheP2pDeviceKeepsItsSocket) {
     play("supplicant start p2p=p2p0");
     const Control monitor = attached("p2p0");
     play("p2p start freq=2437");
@@ -445,7 +445,7 @@ TEST_F(SupplicantTest, AGroupOnTheP2pDeviceKeepsItsSocket) {
     EXPECT_EQ(request(open("p2p0"), "PING"), "PONG\n");
 }
 
-TEST_F(SupplicantTest, AGroupsSwitchIsToldOnItsSocketAndOnTheStations) {
+TEST_F(SupplicantTest, GroupSwitchIsSentOnItsSocketAndOnTheStations) {
     play("supplicant start p2p=p2p0");
     const Control sta = attached("wlan0");
     const Control p2p = attached("p2p0");
@@ -458,7 +458,7 @@ TEST_F(SupplicantTest, AGroupsSwitchIsToldOnItsSocketAndOnTheStations) {
     EXPECT_EQ(event(sta, 0ms), "none");
 }
 
-TEST_F(SupplicantTest, EndingRemovesTheSocketFiles) {
+TEST_F(SupplicantTest, EndOfTheSimulatorRemovesTheSocketFiles) {
     play("supplicant start");
     EXPECT_EQ(sim.finish(), 0);
     struct stat file {};

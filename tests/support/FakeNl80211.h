@@ -5,21 +5,23 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include <android-base/unique_fd.h>
-
+#include "sim/FakeNl80211Kernel.h"
+#include "sim/LoopThread.h"
+#include "sim/RadioState.h"
+#include "sim/Record.h"
 #include "tests/support/Netlink.h"
 
 namespace test {
 
 /**
- * The kernel's side of nl80211, as a socket that a program loaded with the nl80211 redirect library
- * meets when CORVID_WIFI_ROOT names `root`. It resolves the family "nl80211" by itself, keeps every
- * other request for the test to look at, and answers it as the test says. Connections are served
- * one message at a time by a thread of its own, which the destructor ends.
+ * The simulated kernel side of nl80211 on a thread of its own, met by a program with the nl80211
+ * redirect library in it when CORVID_WIFI_ROOT names `root`. It keeps every request but those for
+ * the family's number, and answers with bytes made by hand, so that a test of a netlink client does
+ * not depend on the library that both use. Any thread may call its functions.
  */
 class FakeNl80211 {
   public:
@@ -54,8 +56,14 @@ class FakeNl80211 {
     /** Answers every request for the family's number that follows, in place of the default. */
     void answerFamily(Answerer answerer);
 
+    /** The simulated kernel answers every request that follows, from its own state. */
+    void answerLikeTheSimulated();
+
     /** From now on there is no family "nl80211", as in a kernel without the module. */
     void removeFamily();
+
+    /** Changes what the simulated kernel answers, and from which state. */
+    void change(const std::function<void(sim::FakeNl80211Kernel&, sim::RadioState&)>& change);
 
     /** The requests so far, those for the family's number left out. */
     std::vector<NetlinkRequest> requests() const;
@@ -74,25 +82,21 @@ class FakeNl80211 {
     bool waitUntilClosed() const;
 
   private:
-    void serve_();
-    bool serveRequest_(int connection);
-    Answer answerTo_(const NetlinkRequest& request);
-
-    const std::string path_;
-    android::base::unique_fd listener_;
-    android::base::unique_fd stop_;  ///< an eventfd
+    std::optional<sim::NetlinkAnswer> script_(const nlmsghdr& header);
 
     mutable std::mutex mutex_;  // for everything down to the thread
     mutable std::condition_variable closed_;
-    Answerer answerer_;
-    Answerer familyAnswerer_;  ///< empty: the default
-    bool hasFamily_ = true;
+    Answerer answerer_;  ///< null: the simulated kernel answers
+    Answerer familyAnswerer_;
     std::vector<NetlinkRequest> requests_;
     int familyRequests_ = 0;
     int connections_ = 0;
     int openConnections_ = 0;
 
-    std::thread thread_;  // last: it uses everything above
+    sim::LoopThread thread_;  // the rest is for this thread only
+    sim::RadioState radio_;
+    sim::Recorder recorder_;
+    sim::FakeNl80211Kernel kernel_;
 };
 
 }  // namespace test

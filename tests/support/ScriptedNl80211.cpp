@@ -2,52 +2,43 @@
 
 #include <utility>
 
-#include <linux/netlink.h>
 #include <linux/nl80211.h>
 
 namespace test {
 
-namespace {
-
-/** A station whose last rate says this bandwidth. */
-Bytes stationEntry(const NetlinkRequest& request, int bandwidth) {
-    static constexpr int kWidthFlags[] = {
-        0,
-        0,
-        NL80211_RATE_INFO_40_MHZ_WIDTH,
-        NL80211_RATE_INFO_80_MHZ_WIDTH,
-        NL80211_RATE_INFO_80P80_MHZ_WIDTH,
-        NL80211_RATE_INFO_160_MHZ_WIDTH,
-    };
-    std::vector<Bytes> rate = {attribute(NL80211_RATE_INFO_BITRATE, number16(1560))};
-    if (const int flag = kWidthFlags[bandwidth]; flag != 0) {
-        rate.push_back(attribute(static_cast<uint16_t>(flag), {}));
-    }
-    const Bytes info = attribute(NL80211_STA_INFO_TX_BITRATE | NLA_F_NESTED, concat(rate));
-    return dumpEntry(request, NL80211_CMD_NEW_STATION,
-                     concat({attribute(NL80211_ATTR_IFINDEX, number32(0)),
-                             attribute(NL80211_ATTR_STA_INFO | NLA_F_NESTED, info)}));
-}
-
-}  // namespace
-
 ScriptedNl80211::ScriptedNl80211(const std::string& root) : kernel_(root) {
-    kernel_.answer([this](const NetlinkRequest& request) { return answer_(request); });
+    kernel_.answerLikeTheSimulated();
 }
 
 void ScriptedNl80211::setInterfaces(std::vector<std::string> names) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    interfaces_ = std::move(names);
+    kernel_.change([&](sim::FakeNl80211Kernel&, sim::RadioState& radio) {
+        radio.interfaces = std::move(names);
+    });
 }
 
 void ScriptedNl80211::setStationBandwidth(int code) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    bandwidth_ = code;
+    kernel_.change([&](sim::FakeNl80211Kernel&, sim::RadioState& radio) {
+        radio.sta.reset();
+        if (code != 0) {
+            radio.sta.emplace();
+            radio.sta->width = static_cast<sim::Width>(code - 1);
+        }
+    });
 }
 
 void ScriptedNl80211::refuse(int cmd, int error) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    errors_[cmd] = error;
+    const auto request =
+        cmd == NL80211_CMD_VENDOR ? sim::NetlinkRequest::Vendor : sim::NetlinkRequest::Frame;
+    kernel_.change([&](sim::FakeNl80211Kernel& kernel, sim::RadioState&) {
+        kernel.removeRules(request);
+        if (error != 0) {
+            sim::NetlinkRule rule{};
+            rule.request = request;
+            rule.fault = sim::NetlinkRule::Fault::Error;
+            rule.error = error;
+            kernel.addRule(rule);
+        }
+    });
 }
 
 std::vector<NetlinkRequest> ScriptedNl80211::requests(int cmd) const {
@@ -58,25 +49,6 @@ std::vector<NetlinkRequest> ScriptedNl80211::requests(int cmd) const {
         }
     }
     return found;
-}
-
-std::vector<Bytes> ScriptedNl80211::answer_(const NetlinkRequest& request) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (const auto found = errors_.find(request.cmd); found != errors_.end() && found->second) {
-        return {error(request, found->second)};
-    }
-    std::vector<Bytes> packets;
-    if (request.cmd == NL80211_CMD_GET_INTERFACE) {
-        for (const std::string& name : interfaces_) {
-            packets.push_back(dumpEntry(request, NL80211_CMD_NEW_INTERFACE,
-                                        attribute(NL80211_ATTR_IFNAME, terminatedText(name))));
-        }
-    } else if (request.cmd == NL80211_CMD_GET_STATION && bandwidth_ != 0) {
-        packets.push_back(stationEntry(request, bandwidth_));
-    }
-    const bool isDump = (request.flags & NLM_F_DUMP) == NLM_F_DUMP;
-    packets.push_back(isDump ? done(request) : ack(request));
-    return packets;
 }
 
 }  // namespace test

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -10,8 +8,8 @@
 namespace test {
 
 /**
- * A kernel with the interfaces and the station that the test says; at first there is wlan0, and no
- * station. Vendor commands and frames succeed unless refused. Any thread.
+ * The simulated kernel with the interfaces and the station that the test says; at first there is
+ * wlan0, and no station. Vendor commands and frames succeed unless refused. Any thread.
  */
 class ScriptedNl80211 {
   public:
@@ -26,7 +24,10 @@ class ScriptedNl80211 {
      */
     void setStationBandwidth(int code);
 
-    /** `cmd` (NL80211_CMD_*) is answered with this negative errno from now on; 0: succeeds. */
+    /**
+     * `cmd`, NL80211_CMD_VENDOR or NL80211_CMD_FRAME, is answered with this negative errno from
+     * now on; 0: succeeds.
+     */
     void refuse(int cmd, int error);
 
     /** The requests so far with this command, in order. */
@@ -35,13 +36,7 @@ class ScriptedNl80211 {
     FakeNl80211& kernel() { return kernel_; }
 
   private:
-    std::vector<Bytes> answer_(const NetlinkRequest& request) const;
-
-    mutable std::mutex mutex_;
-    std::vector<std::string> interfaces_ = {"wlan0"};
-    int bandwidth_ = 0;
-    std::map<int, int> errors_;
-    FakeNl80211 kernel_;  // last: its thread uses the rest
+    FakeNl80211 kernel_;
 };
 
 }  // namespace test

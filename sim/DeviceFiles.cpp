@@ -1,4 +1,4 @@
-#include "sim/Stage.h"
+#include "sim/DeviceFiles.h"
 
 #include <unistd.h>
 
@@ -48,7 +48,7 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-Stage::Stage(EventLoop& loop, Recorder& recorder) : loop_(loop), recorder_(recorder) {
+DeviceFiles::DeviceFiles(EventLoop& loop, Recorder& recorder) : loop_(loop), recorder_(recorder) {
     for (const std::string_view folder :
          {kSocketFolder, kHwbinderFolder, kPropertyFolder, kStatsFolder, kSensorFolder}) {
         std::error_code error;
@@ -68,19 +68,20 @@ Stage::Stage(EventLoop& loop, Recorder& recorder) : loop_(loop), recorder_(recor
     loop_.watch(inotify_.get(), [this] { onNotified(); });
 }
 
-Stage::~Stage() { loop_.forget(inotify_.get()); }
+DeviceFiles::~DeviceFiles() { loop_.forget(inotify_.get()); }
 
-std::string Stage::socketFolder() { return host::rootedPath(kSocketFolder); }
-std::string Stage::nl80211Path() { return host::rootedPath("/dev/nl80211"); }
+std::string DeviceFiles::socketFolder() { return host::rootedPath(kSocketFolder); }
+std::string DeviceFiles::nl80211Path() { return host::rootedPath("/dev/nl80211"); }
 
-void Stage::follow(const std::string& folder) {
+void DeviceFiles::follow(const std::string& folder) {
     if (inotify_add_watch(inotify_.get(), folder.c_str(),
                           IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE) < 0) {
         throw std::runtime_error("cannot watch " + folder + ": " + std::strerror(errno));
     }
 }
 
-std::string Stage::setProperty(const std::string& name, const std::optional<std::string>& value) {
+std::string DeviceFiles::setProperty(const std::string& name,
+                                     const std::optional<std::string>& value) {
     const std::string folder = host::rootedPath(kPropertyFolder);
     const std::string file = folder + name;
     if (!value) {
@@ -100,7 +101,7 @@ std::string Stage::setProperty(const std::string& name, const std::optional<std:
     return "";
 }
 
-std::string Stage::changeFolder(Folder which, bool create) {
+std::string DeviceFiles::changeFolder(Folder which, bool create) {
     const std::string folder =
         host::rootedPath(which == Folder::Sockets ? kSocketFolder : kHwbinderFolder);
     std::error_code error;
@@ -112,19 +113,19 @@ std::string Stage::changeFolder(Folder which, bool create) {
     return error ? folder + ": " + error.message() : "";
 }
 
-void Stage::catchUp() {
+void DeviceFiles::catchUp() {
     readAtoms();
     readSensors();
 }
 
-void Stage::onNotified() {
+void DeviceFiles::onNotified() {
     alignas(inotify_event) char buffer[4096];
     while (read(inotify_.get(), buffer, sizeof(buffer)) > 0) {
     }
     catchUp();
 }
 
-void Stage::readAtoms() {
+void DeviceFiles::readAtoms() {
     std::ifstream in(host::rootedPath(std::string(kStatsFolder) + "atoms.jsonl"), std::ios::binary);
     in.seekg(static_cast<std::streamoff>(atomsRead_));
     std::string line;
@@ -139,14 +140,14 @@ void Stage::readAtoms() {
     }
 }
 
-void Stage::readSensors() {
+void DeviceFiles::readSensors() {
     for (const char* name : kSensorFiles) {
         const std::string now = readFile(host::rootedPath(std::string(kSensorFolder) + name));
         std::string& before = sensorFiles_[name];
         if (now == before) {
             continue;
         }
-        // The clock file only grows: its news are the lines behind.
+        // The clock file only grows: the lines added are recorded.
         const bool grown = !before.empty() && now.compare(0, before.size(), before) == 0 &&
                            std::string_view(name) == "camera_clock";
         recorder_.add(Record("sensors", name + std::string(": ") +

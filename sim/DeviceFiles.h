@@ -12,16 +12,16 @@
 namespace sim {
 
 /**
- * The headset's files below CORVID_WIFI_ROOT: makes the folders, sets properties, and tells as
- * records what the statistics service ("atom") and the sensor library ("sensors") wrote.
+ * The headset's files below CORVID_WIFI_ROOT: makes the folders, sets properties, and records what
+ * the statistics service ("atom") and the sensor library ("sensors") write.
  */
-class Stage {
+class DeviceFiles {
   public:
     /** Makes the folders, those whose absence is a state of its own included. */
-    Stage(EventLoop& loop, Recorder& recorder);
-    ~Stage();
-    Stage(const Stage&) = delete;
-    Stage& operator=(const Stage&) = delete;
+    DeviceFiles(EventLoop& loop, Recorder& recorder);
+    ~DeviceFiles();
+    DeviceFiles(const DeviceFiles&) = delete;
+    DeviceFiles& operator=(const DeviceFiles&) = delete;
 
     /** Folder of the supplicant's sockets, with a slash at its end. */
     static std::string socketFolder();
