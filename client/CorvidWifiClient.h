@@ -13,10 +13,10 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The one object through which every manager reaches the supplicant and the kernel. It makes each
- * of the two paths single-file: supplicant commands and registrations never run at the same time
- * as each other, nor do netlink sends; a command and a send may. Both locks are held while the
- * supplicant or the kernel answers, deliberately, and are recursive. Any thread.
+ * The one object through which managers reach the supplicant and the kernel. Thread-safe, with one
+ * recursive lock for each of the two: supplicant commands and registrations run one at a time, and
+ * so do netlink sends, but a command and a send may overlap. A lock is held until the answer has
+ * come, so that two commands cannot interleave.
  */
 class CorvidWifiClient {
   public:
@@ -32,9 +32,9 @@ class CorvidWifiClient {
                             NetInterfaceType interfaceType);
 
     /**
-     * Ends a subscription. When it returns, the callback is not running and never runs again. Takes
-     * no lock, for it waits for a running callback, which may be about to send. Returns false for a
-     * handle that is not registered.
+     * Ends a subscription: once it returns, the callback is not running and never runs again. Takes
+     * no lock, because it waits for a running callback, which may be about to send a command.
+     * Returns false if the handle is not registered.
      */
     bool unregisterWpaCallback(WifiClientCallbackType type, int handle,
                                NetInterfaceType interfaceType);
@@ -43,9 +43,9 @@ class CorvidWifiClient {
     bool sendWpaCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType interfaceType);
 
     /**
-     * Fills in the interface's name and sends a generic nl80211 command. Returns false when there
-     * is no such interface, which is not logged, or the kernel refuses, of which the client below
-     * logs the reason.
+     * Fills in the interface's name and sends a generic nl80211 command. Returns false if the
+     * interface does not exist (not logged) or the kernel rejects the command (Nl80211Client logs
+     * why).
      */
     bool sendGenericNlCmd(Nl80211GenericCmdInfo& info);
 

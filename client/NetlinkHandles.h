@@ -8,7 +8,7 @@
 
 namespace Ursa::OS::Wifi {
 
-/** Gives a libnl object back to libnl. */
+/** Frees a libnl object. */
 struct NetlinkDeleter {
     void operator()(nl_sock* socket) const { nl_socket_free(socket); }
     void operator()(nl_cb* callbacks) const { nl_cb_put(callbacks); }

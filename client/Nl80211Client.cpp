@@ -76,7 +76,7 @@ class CurrentExchange {
     CurrentExchange& operator=(const CurrentExchange&) = delete;
 };
 
-/** How long one receive on `socket` may wait. */
+/** Limits the wait of each receive on `socket`. */
 void setReceiveTimeout(nl_sock* socket, std::chrono::microseconds timeout) {
     constexpr int64_t kPerSecond = 1'000'000;
     // Zero would mean for ever.
@@ -87,8 +87,8 @@ void setReceiveTimeout(nl_sock* socket, std::chrono::microseconds timeout) {
 }
 
 /**
- * Sees to it that the next receive ends with the exchange's time, however many packets have come
- * in the meantime. Returns false when the time is up.
+ * Limits the next receive to what is left of the exchange's time, which packets that have come do
+ * not renew. Returns false when the time is up.
  */
 bool limitReceive(nl_sock* socket, Exchange& exchange) {
     using std::chrono::microseconds;
@@ -120,14 +120,14 @@ bool holdsEnd(unsigned char* packet, int length, uint32_t sequence) {
 }
 
 /**
- * Receives one packet for nl_recvmsgs. Only an answer sets the status, and only the status ends an
- * exchange, so what would otherwise wait or spin for ever ends here:
+ * Receives one packet for nl_recvmsgs, and ends an exchange that would otherwise wait or spin for
+ * ever, since only the status ends it and only an answer sets the status:
  *  - The time is up.
  *  - The connection is broken, or the kernel dropped the answer (ENOBUFS: on a socket that is in no
  *    multicast group, a lost packet is the answer to the one request under way).
  *  - An error reply in the middle of a dump has set the status, but libnl waits for the dump's end.
  *  - A handler has dropped the rest of a packet, after logging why, and the dump's end with it.
- * A packet that was too large for the buffer has been consumed, and the next one follows.
+ * A packet too large for the buffer is none of these: it has been consumed, and the next follows.
  */
 int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
     Exchange& exchange = *currentExchange;
@@ -153,8 +153,8 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
 }
 
 /**
- * The number of the family nl80211; negative, in an exchange of its own that has failed, when the
- * kernel has none or does not answer.
+ * The number of the family nl80211, from an exchange of its own; negative if the kernel has no such
+ * family or does not answer in time.
  */
 int resolveFamily(nl_sock* socket, std::chrono::milliseconds timeout) {
     const NetlinkCallbacks callbacks(nl_socket_get_cb(socket));
@@ -165,7 +165,8 @@ int resolveFamily(nl_sock* socket, std::chrono::milliseconds timeout) {
     return genl_ctrl_resolve(socket, "nl80211");
 }
 
-/** A message with its netlink and generic netlink headers; null, after logging, without memory. */
+/** A message with its netlink and generic netlink headers; null, after logging, if out of memory.
+ */
 NetlinkMessage newMessage(int family, int flags, uint8_t cmd) {
     NetlinkMessage message(nlmsg_alloc());
     // Port and sequence number are filled in when it is sent. A fresh message has room for headers.
@@ -177,7 +178,7 @@ NetlinkMessage newMessage(int family, int flags, uint8_t cmd) {
     return message;
 }
 
-/** nla_put for any length: libnl takes an int and does not look whether it fits an attribute. */
+/** nla_put for any length: libnl takes an int and does not check that it fits an attribute. */
 int putBytes(nl_msg* message, int type, const void* bytes, size_t length) {
     if (length > kMaxPayloadBytes) {
         return -NLE_RANGE;
@@ -244,10 +245,10 @@ int putPrivateCommand(nl_msg* message, const char* ifname, const std::string& co
     return 0;
 }
 
-/** What an interface dump is searched for, and the outcome. */
+/** The outcome of an interface dump. */
 struct FoundInterface {
-    std::string_view prefix;
-    std::string name;  ///< of the last interface that matched; empty: none did
+    std::string_view prefix;  ///< of the names that match
+    std::string name;         ///< of the last interface that matched; empty: none did
 };
 
 /** The outcome of a station dump. */
@@ -298,12 +299,12 @@ int bandwidthCode(const std::array<nlattr*, kRateInfoMax + 1>& rate) {
 
 }  // namespace
 
-/** Given back in reverse order, however the operation ends: message, callbacks, socket. */
+/** Freed in reverse order: message, callbacks, socket. */
 struct Nl80211Client::Request {
     NetlinkSocket socket;
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
-    int family = 0;  ///< of nl80211; negative when the kernel has none
+    int family = 0;  ///< as resolveFamily returns it
 };
 
 // The operations

@@ -32,13 +32,12 @@ class Nl80211Client {
     Nl80211Client& operator=(const Nl80211Client&) = delete;
 
     /**
-     * Sends `info`, whose `ifname` must be set, and waits for the kernel's verdict. Returns 0, or
-     * -1 on any failure. An interface that does not exist is sent as index 0: the kernel's to
-     * refuse.
+     * Sends `info`, whose `ifname` must be set, and waits for the kernel's answer. Returns 0, or -1
+     * on any failure. A missing interface is sent as index 0, which the kernel rejects.
      */
     int sendGenericCommand(const Nl80211GenericCmdInfo& info) EXCLUDES(mutex_);
 
-    /** The same for a vendor command. */
+    /** As above for a vendor command. */
     int sendVendorCommand(const Nl80211VendorCmdInfo& info) EXCLUDES(mutex_);
 
     /**
@@ -50,14 +49,13 @@ class Nl80211Client {
     const char* getNetInterfaceName(NetInterfaceType type) EXCLUDES(mutex_);
 
     /**
-     * The channel bandwidth of the station link, from the transmit rate of its access point's
-     * station entry: 1 = 20 MHz, 2 = 40 MHz, 3 = 80 MHz, 4 = 80+80 MHz, 5 = 160 MHz; 0 when it
-     * could not be read.
+     * The channel bandwidth of the station link, taken from the transmit rate to its access point:
+     * 1 = 20 MHz, 2 = 40 MHz, 3 = 80 MHz, 4 = 80+80 MHz, 5 = 160 MHz; 0 if it could not be read.
      */
     int getStaBandwidth() EXCLUDES(mutex_);
 
   private:
-    /** What one operation owns: the socket, the callbacks and the message. */
+    /** One operation's socket, callbacks and message. */
     struct Request;
 
     struct InterfaceSlot {
@@ -71,8 +69,8 @@ class Nl80211Client {
     static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
     int sendMsg_(Request& request) const;
 
-    // What libnl calls, on the thread inside sendMsg_, for each kind of answer. They return NL_SKIP
-    // (on to the next message) or NL_STOP (drop the rest of this packet).
+    // libnl's callbacks, one for each kind of answer; they run inside sendMsg_. They return NL_SKIP
+    // (go on to the next message) or NL_STOP (drop the rest of this packet).
     static int sequenceHandler(nl_msg* message, void* arg);
     static int errorHandler(sockaddr_nl* peer, nlmsgerr* err, void* arg);
     static int finishHandler(nl_msg* message, void* arg);

@@ -17,22 +17,22 @@ struct Nl80211Attribute {
     uint32_t type = 0;
 
     /**
-     * The payload. Integers travel in the host's byte order. A span is not owned: its bytes must
-     * stay until the command was sent. A variant without a value (valueless_by_exception) is a
-     * programming error: sending it throws std::bad_variant_access.
+     * The payload. Integers are sent in the host's byte order. A span is not owned: its bytes must
+     * stay valid until the command has been sent. A variant without a value is a programming error:
+     * sending it throws std::bad_variant_access.
      */
     std::variant<uint8_t, uint16_t, uint32_t, uint64_t, gsl::span<const uint8_t>> value;
 };
 
-/** An nl80211 command whose attributes are the caller's own. */
+/** A generic nl80211 command. */
 struct Nl80211GenericCmdInfo {
     /** The interface that the command is for. */
     NetInterfaceType interfaceType = NetInterfaceType::STA;
 
-    /** NL80211_CMD_*, the command byte of the generic netlink header. */
+    /** NL80211_CMD_*: the command byte of the generic netlink header. */
     uint8_t cmd = 0;
 
-    /** Netlink message flags (NLM_F_*), passed on as they stand; 0 for a plain request. */
+    /** Netlink message flags (NLM_F_*), passed on unchanged; 0 for a plain request. */
     int32_t flags = 0;
 
     /** The interface's current name, set by the facade, never by the caller. Not owned. */
@@ -56,9 +56,7 @@ struct Nl80211VendorCmdInfo {
     /** The vendor's own command number. */
     uint32_t subcmd = 0;
 
-    /**
-     * A driver private command. It is sent only to the vendor kPrivateCommandVendorId; for every
-     * vendor it names the command in log lines.
+    /** The driver's private command, sent only to kPrivateCommandVendorId; logged for any vendor.
      */
     std::string command;
 

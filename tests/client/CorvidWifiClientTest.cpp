@@ -102,7 +102,7 @@ class BlockedHandler {
     std::shared_future<void> released_{release_.get_future()};
 };
 
-TEST_F(CorvidWifiClientTest, ACommandGoesToItsInterfaceAndTheReplyComesBack) {
+TEST_F(CorvidWifiClientTest, CommandGoesToItsInterfaceAndBringsTheReplyBack) {
     sta_.answerCommands([](const std::string&) { return "RSSI=-55\n"; });
     std::string reply;
     EXPECT_TRUE(client_->sendWpaCtrlCmd("SIGNAL_POLL", reply, kSta));
@@ -111,7 +111,7 @@ TEST_F(CorvidWifiClientTest, ACommandGoesToItsInterfaceAndTheReplyComesBack) {
     EXPECT_THAT(p2p_.commands(), testing::ElementsAre("DRIVER X"));
 }
 
-TEST_F(CorvidWifiClientTest, AThreadThatHoldsThePathMayCallAgain) {
+TEST_F(CorvidWifiClientTest, SubscriberMayCallAgainFromInsideTheFacade) {
     // From a subscriber on the listener's thread, which registers while another sends.
     std::promise<bool> done;
     Handler inner = [](const std::string&) {};
@@ -154,7 +154,7 @@ TEST_F(CorvidWifiClientTest, CommandsOfSeveralThreadsRunOneAtATime) {
     EXPECT_EQ(most, 1);
 }
 
-TEST_F(CorvidWifiClientTest, AListOfThreeItemsWhoseSecondFailsToRegisterYieldsAHolderOfTwo) {
+TEST_F(CorvidWifiClientTest, HolderOfThreeItemsWhoseSecondFailsKeepsTheOtherTwo) {
     std::vector<Handler> others(kCapacity, [](const std::string&) {});
     for (int i = 0; i < kCapacity; ++i) {
         ASSERT_EQ(client_->registerWpaCallback(Type::WPA_STA_CONNECTED, others[i], kSta), i);
@@ -185,9 +185,9 @@ TEST_F(CorvidWifiClientTest, AListOfThreeItemsWhoseSecondFailsToRegisterYieldsAH
     }
 }
 
-TEST_F(CorvidWifiClientTest, AHolderOfNothingIsHarmless) { EXPECT_EQ(subscribe({})->size(), 0u); }
+TEST_F(CorvidWifiClientTest, EmptyHolderRegistersNothing) { EXPECT_EQ(subscribe({})->size(), 0u); }
 
-TEST_F(CorvidWifiClientTest, AnUnknownKindOfInterfaceIsRefusedAndLogged) {
+TEST_F(CorvidWifiClientTest, UnknownInterfaceTypeIsRefusedAndLogged) {
     Handler handler = [](const std::string&) {};
     const auto holder =
         subscribe({{Type::WPA_STA_CONNECTED, static_cast<NetInterfaceType>(2), kTask, handler}});
@@ -228,7 +228,7 @@ TEST_F(CorvidWifiClientTest, EndingOneOfTwoRegistrationsOfAHandlerDoesNotWaitFor
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), testing::IsEmpty());
 }
 
-TEST_F(CorvidWifiClientTest, RegistrationsOfOneHandlerComeAndGoWhileTheOtherIsCalled) {
+TEST_F(CorvidWifiClientTest, HandlerIsCalledWhileItsOtherRegistrationsComeAndGo) {
     std::atomic<int> calls{0};
     Handler handler = [&](const std::string&) { ++calls; };
     const auto steady = subscribe({{Type::WPA_STA_CONNECTED, kSta, kTask, handler}});
@@ -307,7 +307,7 @@ class NotedTasks final : public CompositionRoot {
     std::map<std::string, int> tasks;
 };
 
-TEST_F(CorvidWifiClientTest, ATaskIsRecordedWithItsThreadOnceThereIsACompositionRoot) {
+TEST_F(CorvidWifiClientTest, TaskIsRecordedWithItsThreadOnceThereIsACompositionRoot) {
     EXPECT_EQ(client_->compositionRoot(), nullptr);
     client_->recordTask("StaManager.worker");  // nowhere yet
     NotedTasks root;
@@ -318,7 +318,7 @@ TEST_F(CorvidWifiClientTest, ATaskIsRecordedWithItsThreadOnceThereIsAComposition
                 testing::ElementsAre(testing::Pair("StaManager.onStaConnected", gettid())));
 }
 
-TEST_F(CorvidWifiClientTest, ASubscriptionNotesItsTaskBeforeItsHandlerBegins) {
+TEST_F(CorvidWifiClientTest, SubscriptionNotesItsTaskBeforeItsHandlerBegins) {
     NotedTasks root;
     client_->setCompositionRoot(&root);
     std::map<std::string, int> seen;
@@ -333,7 +333,7 @@ TEST_F(CorvidWifiClientTest, ASubscriptionNotesItsTaskBeforeItsHandlerBegins) {
     client_->setCompositionRoot(nullptr);
 }
 
-TEST_F(CorvidWifiClientTest, ASubscriptionToAMapNotesItsTaskAndLastsAsLongAsTheObject) {
+TEST_F(CorvidWifiClientTest, SubscriptionToAMapNotesItsTaskAndLastsAsLongAsTheObject) {
     NotedTasks root;
     client_->setCompositionRoot(&root);
     const auto map = std::make_shared<CallbackMap<const std::string&>>();
@@ -352,7 +352,7 @@ TEST_F(CorvidWifiClientTest, ASubscriptionToAMapNotesItsTaskAndLastsAsLongAsTheO
     client_->setCompositionRoot(nullptr);
 }
 
-TEST_F(CorvidWifiClientTest, ASubscriptionToAFullMapIsLoggedAndUnregistersNothing) {
+TEST_F(CorvidWifiClientTest, SubscriptionToAFullMapIsLoggedAndUnregistersNothing) {
     const auto map = std::make_shared<CallbackMap<const std::string&>>();
     std::vector<Handler> others(kCapacity, [](const std::string&) {});
     for (Handler& other : others) {
@@ -398,7 +398,7 @@ class CorvidWifiClientNetlink : public testing::Test {
     CorvidWifiClient client_{root_.path() + "/"};
 };
 
-TEST_F(CorvidWifiClientNetlink, AVendorCommandForAMissingP2pInterfaceIsLoggedAndNotSent) {
+TEST_F(CorvidWifiClientNetlink, VendorCommandForAMissingP2pInterfaceIsLoggedAndNotSent) {
     kernel_.answer(interfaces({"wlan0"}));
     Nl80211VendorCmdInfo info = vendorCommand(kP2p);
     EXPECT_FALSE(client_.sendVendorNlCmd(info));
@@ -410,7 +410,7 @@ TEST_F(CorvidWifiClientNetlink, AVendorCommandForAMissingP2pInterfaceIsLoggedAnd
     EXPECT_EQ(commands(), 0u);
 }
 
-TEST_F(CorvidWifiClientNetlink, AVendorCommandForAMissingOrUnknownInterfaceNamesItsKind) {
+TEST_F(CorvidWifiClientNetlink, VendorCommandForAMissingOrUnknownInterfaceNamesItsKind) {
     kernel_.answer(interfaces({}));
     Nl80211VendorCmdInfo sta = vendorCommand(kSta);
     EXPECT_FALSE(client_.sendVendorNlCmd(sta));
@@ -427,7 +427,7 @@ TEST_F(CorvidWifiClientNetlink, AVendorCommandForAMissingOrUnknownInterfaceNames
     EXPECT_EQ(commands(), 0u);
 }
 
-TEST_F(CorvidWifiClientNetlink, AVendorCommandIsSentToTheInterfaceAndTraced) {
+TEST_F(CorvidWifiClientNetlink, VendorCommandIsSentToTheInterfaceAndTraced) {
     kernel_.answer([](const NetlinkRequest& request) {
         return request.cmd == NL80211_CMD_GET_INTERFACE ? interfaces({"p2p0"})(request)
                                                         : std::vector<Bytes>{test::ack(request)};
@@ -441,7 +441,7 @@ TEST_F(CorvidWifiClientNetlink, AVendorCommandIsSentToTheInterfaceAndTraced) {
     EXPECT_EQ(commands(), 1u);
 }
 
-TEST_F(CorvidWifiClientNetlink, AVendorCommandThatTheDriverRefusesIsLogged) {
+TEST_F(CorvidWifiClientNetlink, VendorCommandThatTheDriverRefusesIsLogged) {
     kernel_.answer([](const NetlinkRequest& request) {
         return request.cmd == NL80211_CMD_GET_INTERFACE
                    ? interfaces({"wlan0"})(request)
@@ -454,7 +454,7 @@ TEST_F(CorvidWifiClientNetlink, AVendorCommandThatTheDriverRefusesIsLogged) {
         1u);
 }
 
-TEST_F(CorvidWifiClientNetlink, AGenericCommandIsSentToTheInterfaceWithoutALineHere) {
+TEST_F(CorvidWifiClientNetlink, GenericCommandIsSentToTheInterfaceWithoutALineHere) {
     kernel_.answer([](const NetlinkRequest& request) {
         return request.cmd == NL80211_CMD_GET_INTERFACE ? interfaces({"wlan0"})(request)
                                                         : std::vector<Bytes>{test::ack(request)};

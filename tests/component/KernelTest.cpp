@@ -51,7 +51,7 @@ class Kernel : public testing::Test {
     Headset headset;
 };
 
-TEST_F(Kernel, TellsTheBandwidthOfTheStation) {
+TEST_F(Kernel, StationRateDecidesTheBandwidth) {
     const struct {
         const char* width;
         const char* code;
@@ -73,14 +73,14 @@ TEST_F(Kernel, TellsTheBandwidthOfTheStation) {
     }
 }
 
-TEST_F(Kernel, WithoutNl80211LeavesTheBandwidthUnknown) {
+TEST_F(Kernel, MissingFamilyLeavesTheBandwidthUnknown) {
     headset.play("netlink family absent");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     headset.play("netlink family id=33");
     EXPECT_EQ(staInfo(), kBandwidth80);
 }
 
-TEST_F(Kernel, ThatNobodyPlaysIsNotWaitedFor) {
+TEST_F(Kernel, AbandonedSocketLeavesTheBandwidthUnknown) {
     headset.play("netlink close");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     headset.expectLog("E", "Nl80211Client: Failed to connect to generic netlink.");
@@ -88,7 +88,7 @@ TEST_F(Kernel, ThatNobodyPlaysIsNotWaitedFor) {
     EXPECT_EQ(staInfo(), kBandwidth80);
 }
 
-TEST_F(Kernel, AnErrorReplyWithoutMoreLeavesTheBandwidthUnknown) {
+TEST_F(Kernel, ErrorReplyLeavesTheBandwidthUnknown) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     headset.forget();
     headset.play("netlink error station-dump EBUSY");
@@ -98,7 +98,7 @@ TEST_F(Kernel, AnErrorReplyWithoutMoreLeavesTheBandwidthUnknown) {
     expectRecovery();
 }
 
-TEST_F(Kernel, ADumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
+TEST_F(Kernel, DumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     headset.forget();
     headset.play("netlink error station-dump ENODEV at-end");
@@ -108,7 +108,7 @@ TEST_F(Kernel, ADumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
     expectRecovery();
 }
 
-TEST_F(Kernel, WhatAnErrorReplySaysInItsExtendedAcknowledgementIsLogged) {
+TEST_F(Kernel, ExtendedAcknowledgementOfAnErrorIsLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     for (const char* capped : {"", " capped"}) {
         headset.forget();
@@ -124,7 +124,7 @@ TEST_F(Kernel, WhatAnErrorReplySaysInItsExtendedAcknowledgementIsLogged) {
     expectRecovery();
 }
 
-TEST_F(Kernel, AnErrorInPlaceOfTheInterfaceListIsNoInterface) {
+TEST_F(Kernel, ErrorInPlaceOfTheInterfaceListIsNoInterface) {
     headset.play("netlink error interface-dump ENODEV times=1");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     headset.expectLog("E", "Nl80211Client: STA interface name not available");
@@ -150,7 +150,7 @@ TEST_F(Kernel, TruncatedAndMalformedAnswersLeaveTheBandwidthUnknown) {
     }
 }
 
-TEST_F(Kernel, AHangUpInPlaceOfTheInterfaceListIsNoInterface) {
+TEST_F(Kernel, HangUpInPlaceOfTheInterfaceListIsNoInterface) {
     headset.play("netlink spoil interface-dump hang-up");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     EXPECT_THAT(errors(),
@@ -159,14 +159,14 @@ TEST_F(Kernel, AHangUpInPlaceOfTheInterfaceListIsNoInterface) {
     expectRecovery();
 }
 
-TEST_F(Kernel, AListOfInterfacesThatIsCutBehindTheNameStillTellsIt) {
+TEST_F(Kernel, InterfaceListCutBehindTheNameStillTellsIt) {
     headset.play("netlink spoil interface-dump truncated");
     EXPECT_EQ(staInfo(), kBandwidth80);
     EXPECT_THAT(errors(), IsEmpty());
     EXPECT_EQ(headset.count("netlink", "GET_INTERFACE"), 1u);
 }
 
-TEST_F(Kernel, ThatHangsUpWhenAskedForTheFamilyHasNone) {
+TEST_F(Kernel, HangUpInPlaceOfTheFamilyIsNoFamily) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     headset.forget();
     headset.play("netlink spoil family hang-up");
@@ -176,13 +176,13 @@ TEST_F(Kernel, ThatHangsUpWhenAskedForTheFamilyHasNone) {
     expectRecovery();
 }
 
-TEST_F(Kernel, AnAnswerThatIsCutBehindTheFamilysNumberStillTellsIt) {
+TEST_F(Kernel, FamilyReplyCutBehindTheNumberStillTellsIt) {
     headset.play("netlink spoil family truncated");
     EXPECT_EQ(staInfo(), kBandwidth80);
     EXPECT_THAT(errors(), IsEmpty());
 }
 
-TEST_F(Kernel, SilenceIsGivenUpAfterSecondsAndLogged) {
+TEST_F(Kernel, SilenceIsGivenUpInTimeAndLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     headset.forget();
     headset.play("netlink spoil station-dump silent");
@@ -193,7 +193,7 @@ TEST_F(Kernel, SilenceIsGivenUpAfterSecondsAndLogged) {
     expectRecovery();
 }
 
-TEST_F(Kernel, ThatIsSilentIsWaitedForUntilItHangsUpWhileEventsGoOn) {
+TEST_F(Kernel, SilenceOrGarbageIsWaitedForUntilTheHangUpWhileEventsGoOn) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     for (const char* fault : {"silent", "garbage"}) {
         headset.forget();

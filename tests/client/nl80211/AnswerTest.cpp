@@ -68,7 +68,7 @@ class Answer : public Nl80211Test {
     }
 };
 
-TEST_F(Answer, OfZeroIsSuccess) {
+TEST_F(Answer, AcknowledgementEndsTheCommandWithSuccess) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {ack(request)};
               }),
@@ -76,7 +76,7 @@ TEST_F(Answer, OfZeroIsSuccess) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(Answer, MayBringDataBeforeItSucceeds) {
+TEST_F(Answer, DataAheadOfTheAcknowledgementIsSkipped) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {test::reply(request, NL80211_CMD_VENDOR,
                                       attribute(NL80211_ATTR_VENDOR_DATA, text("data"))),
@@ -85,21 +85,21 @@ TEST_F(Answer, MayBringDataBeforeItSucceeds) {
               0);
 }
 
-TEST_F(Answer, MayBringDataAndSuccessInOnePacket) {
+TEST_F(Answer, DataAndAcknowledgementInOnePacketSucceed) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {concat({test::reply(request, NL80211_CMD_VENDOR, {}), ack(request)})};
               }),
               0);
 }
 
-TEST_F(Answer, MayBringDataBeforeItRefuses) {
+TEST_F(Answer, DataAheadOfAnErrorFailsTheCommand) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {test::reply(request, NL80211_CMD_VENDOR, {}), error(request, -EINVAL)};
               }),
               -1);
 }
 
-TEST_F(Answer, WithAnErrorAndNoExplanationFailsWithoutAKernelReportsLine) {
+TEST_F(Answer, ErrorWithoutExtendedAckFailsWithoutAKernelReportsLine) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {error(request, -EOPNOTSUPP)};
               }),
@@ -110,7 +110,7 @@ TEST_F(Answer, WithAnErrorAndNoExplanationFailsWithoutAKernelReportsLine) {
     EXPECT_EQ(log_.lines()[0].message, "Nl80211Client: nl80211 response has error code -95");
 }
 
-TEST_F(Answer, WithAnErrorFailsAVendorCommandToo) {
+TEST_F(Answer, ErrorFailsAVendorCommand) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         return {error(request, -EOPNOTSUPP)};
     });
@@ -120,7 +120,7 @@ TEST_F(Answer, WithAnErrorFailsAVendorCommandToo) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -95"));
 }
 
-TEST_F(Answer, IsExplainedBehindTheWholeEchoedRequest) {
+TEST_F(Answer, ExtendedAckBehindTheWholeRequestIsLogged) {
     EXPECT_EQ(
         resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
             return {explainedError(request, -EINVAL, reason(terminatedText("bad frame")), false)};
@@ -130,7 +130,7 @@ TEST_F(Answer, IsExplainedBehindTheWholeEchoedRequest) {
     EXPECT_THAT(warnings(), ElementsAre("Nl80211Client: nl80211: kernel reports: bad frame"));
 }
 
-TEST_F(Answer, IsExplainedBehindACappedEcho) {
+TEST_F(Answer, ExtendedAckBehindACappedRequestIsLogged) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {explainedError(request, -EINVAL,
                                          concat({attribute(NLMSGERR_ATTR_OFFS, test::number32(20)),
@@ -141,7 +141,7 @@ TEST_F(Answer, IsExplainedBehindACappedEcho) {
     EXPECT_THAT(warnings(), ElementsAre("Nl80211Client: nl80211: kernel reports: bad frame"));
 }
 
-TEST_F(Answer, WithAnUnterminatedExplanationIsReadToItsEndOnly) {
+TEST_F(Answer, UnterminatedExtendedAckTextIsReadToTheEndOfItsAttribute) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {explainedError(request, -EINVAL,
                                          concat({reason(text("eightchr")),
@@ -152,7 +152,7 @@ TEST_F(Answer, WithAnUnterminatedExplanationIsReadToItsEndOnly) {
     EXPECT_THAT(warnings(), ElementsAre("Nl80211Client: nl80211: kernel reports: eightchr"));
 }
 
-TEST_F(Answer, WithAnExplanationThatEndsBeforeItsAttributeIsReadToTheNul) {
+TEST_F(Answer, ExtendedAckTextWithANulInsideIsReadToTheNul) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {explainedError(request, -EINVAL, reason({'a', 'b', 0, 'c', 'd'}), true)};
               }),
@@ -160,7 +160,7 @@ TEST_F(Answer, WithAnExplanationThatEndsBeforeItsAttributeIsReadToTheNul) {
     EXPECT_THAT(warnings(), ElementsAre("Nl80211Client: nl80211: kernel reports: ab"));
 }
 
-TEST_F(Answer, WithAnEmptyExplanationReportsNothingBehindTheColon) {
+TEST_F(Answer, EmptyExtendedAckTextLogsNothingBehindTheColon) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {explainedError(request, -EINVAL, reason({}), true)};
               }),
@@ -168,7 +168,7 @@ TEST_F(Answer, WithAnEmptyExplanationReportsNothingBehindTheColon) {
     EXPECT_THAT(warnings(), ElementsAre("Nl80211Client: nl80211: kernel reports: "));
 }
 
-TEST_F(Answer, ThatAnnouncesAnExplanationMayHaveNone) {
+TEST_F(Answer, AnnouncedExtendedAckThatIsMissingLogsNoReason) {
     for (const bool capped : {false, true}) {
         EXPECT_EQ(resultOf([&](const NetlinkRequest& request) -> std::vector<Bytes> {
                       return {explainedError(request, -EINVAL, {}, capped)};
@@ -178,7 +178,7 @@ TEST_F(Answer, ThatAnnouncesAnExplanationMayHaveNone) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(Answer, MayBeExplainedByOtherAttributesThanAText) {
+TEST_F(Answer, ExtendedAckWithoutATextLogsNoReason) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {explainedError(request, -EINVAL,
                                          concat({attribute(NLMSGERR_ATTR_OFFS, test::number32(20)),
@@ -189,7 +189,7 @@ TEST_F(Answer, MayBeExplainedByOtherAttributesThanAText) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(Answer, WithABrokenExplanationFailsLikeAnyOther) {
+TEST_F(Answer, BrokenExtendedAckFailsLikeAPlainError) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   Bytes cut = reason(text("cut short"));
                   cut[0] = 250;  // its length
@@ -200,7 +200,7 @@ TEST_F(Answer, WithABrokenExplanationFailsLikeAnyOther) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(Answer, MayLieAboutTheLengthOfTheEchoedRequest) {
+TEST_F(Answer, WrongLengthOfTheEchoedRequestIsNotReadBeyondTheMessage) {
     for (const uint32_t length : {0x1000U, 0x7fffffffU, 0xffffffffU}) {
         EXPECT_EQ(resultOf([&](const NetlinkRequest& request) -> std::vector<Bytes> {
                       Bytes packet =
@@ -235,7 +235,7 @@ TEST_F(Answer, MayLieAboutTheLengthOfTheEchoedRequest) {
     }
 }
 
-TEST_F(Answer, ThatIsAnErrorReplyShorterThanItsRecordIsAFailure) {
+TEST_F(Answer, ErrorRecordCutShortFailsTheCommand) {
     for (const size_t length : {size_t{0}, size_t{4}, size_t{16}}) {
         log_.clear();
         EXPECT_EQ(resultOf([&](const NetlinkRequest& request) -> std::vector<Bytes> {
@@ -246,7 +246,7 @@ TEST_F(Answer, ThatIsAnErrorReplyShorterThanItsRecordIsAFailure) {
     }
 }
 
-TEST_F(Answer, ToAnotherRequestIsSkipped) {
+TEST_F(Answer, AnswerToAnotherRequestIsSkipped) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   NetlinkRequest other = request;
                   other.sequence += 100;
@@ -256,7 +256,7 @@ TEST_F(Answer, ToAnotherRequestIsSkipped) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(Answer, ThatIsGarbageIsSkipped) {
+TEST_F(Answer, GarbageAheadOfTheAcknowledgementIsSkipped) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   Bytes tooLong = ack(request);
                   tooLong[1] = 0x10;  // its length
@@ -267,7 +267,7 @@ TEST_F(Answer, ThatIsGarbageIsSkipped) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(Answer, LargerThanAnyThatTheKernelBuildsIsSkipped) {
+TEST_F(Answer, PacketLargerThanTheBufferIsSkipped) {
     EXPECT_EQ(resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {test::reply(request, NL80211_CMD_VENDOR,
                                       attribute(NL80211_ATTR_VENDOR_DATA, Bytes(40000))),
@@ -276,7 +276,7 @@ TEST_F(Answer, LargerThanAnyThatTheKernelBuildsIsSkipped) {
               0);
 }
 
-TEST_F(Answer, ThatRefusesInTheMiddleOfADumpEndsIt) {
+TEST_F(Answer, ErrorInTheMiddleOfADumpEndsIt) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         return {interfaceEntry(request, "p2p0"), error(request, -EINTR)};
     });
@@ -284,13 +284,13 @@ TEST_F(Answer, ThatRefusesInTheMiddleOfADumpEndsIt) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -4"));
 }
 
-TEST_F(Answer, ThatNeverComesBecauseThePeerHangsUpIsAFailure) {
+TEST_F(Answer, HangUpInPlaceOfAnAnswerFailsTheCommand) {
     kernel_.answer([](const NetlinkRequest&) -> test::FakeNl80211::Answer { return {{}, true}; });
     EXPECT_EQ(client_.sendGenericCommand(someCommand()), -1);
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -104"));
 }
 
-TEST_F(Answer, ThatStopsInTheMiddleBecauseThePeerHangsUpIsAFailure) {
+TEST_F(Answer, HangUpInTheMiddleOfADumpFailsTheQuery) {
     kernel_.answer([](const NetlinkRequest& request) -> test::FakeNl80211::Answer {
         return {{interfaceEntry(request, "p2p0")}, true};
     });
@@ -298,14 +298,14 @@ TEST_F(Answer, ThatStopsInTheMiddleBecauseThePeerHangsUpIsAFailure) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -104"));
 }
 
-TEST_F(Answer, WithoutAFamilyIsTheKernelsRefusalOfTheRequest) {
+TEST_F(Answer, MissingFamilyFailsTheCommandWithTheKernelsError) {
     kernel_.removeFamily();
     EXPECT_EQ(client_.sendGenericCommand(someCommand()), -1);
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -2"));
     EXPECT_EQ(kernel_.requests().size(), 1U) << "sent all the same";
 }
 
-TEST_F(Answer, IsWaitedForOnAConnectionOfEachRequestsOwnThatIsClosedAfterIt) {
+TEST_F(Answer, EachOperationUsesAConnectionOfItsOwnAndClosesIt) {
     EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
     EXPECT_TRUE(kernel_.waitUntilClosed());
     EXPECT_EQ(kernel_.connections(), 1);
@@ -315,7 +315,7 @@ TEST_F(Answer, IsWaitedForOnAConnectionOfEachRequestsOwnThatIsClosedAfterIt) {
     EXPECT_EQ(kernel_.familyRequests(), 2) << "the family is resolved anew";
 }
 
-TEST_F(Answer, OfEitherKindLeavesNoDescriptorOpen) {
+TEST_F(Answer, SuccessAndFailureLeaveNoDescriptorOpen) {
     const auto descriptors = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
@@ -332,35 +332,35 @@ TEST_F(Answer, OfEitherKindLeavesNoDescriptorOpen) {
     EXPECT_EQ(descriptors(), before);
 }
 
-TEST_F(Answer, IsNotWaitedForWithoutASocket) {
+TEST_F(Answer, MissingSocketFailsTheOperation) {
     expectFailure(LibnlCall::SocketAlloc, "Nl80211Client: Failed to allocate netlink socket.");
 }
 
-TEST_F(Answer, IsNotWaitedForWithoutCallbacks) {
+TEST_F(Answer, MissingCallbacksFailTheOperation) {
     expectFailure(LibnlCall::CallbackAlloc, "Nl80211Client: Failed to allocate netlink callback.");
 }
 
-TEST_F(Answer, IsNotWaitedForWithoutAMessage) {
+TEST_F(Answer, MissingMessageFailsTheOperation) {
     expectFailure(LibnlCall::MessageAlloc, "Nl80211Client: Failed to allocate netlink message.");
 }
 
-TEST_F(Answer, IsNotWaitedForWhenTheRequestCannotBeSent) {
+TEST_F(Answer, FailedSendFailsTheOperation) {
     expectFailure(LibnlCall::Send, "Nl80211Client: Failed to nl_send_auto_complete.\n");
 }
 
-TEST_F(Answer, ThatTheKernelHadNoMemoryForIsAFailure) {
+TEST_F(Answer, FailedReceiveFailsTheOperation) {
     expectFailure(LibnlCall::Receive,
                   "Nl80211Client: Failed to receive netlink response: Out of memory",
                   kFamilyReceives);
 }
 
-TEST_F(Answer, ThatNeverComesBecauseTheConnectionIsClosedIsAFailure) {
+TEST_F(Answer, ClosedConnectionFailsTheOperation) {
     expectFailure(LibnlCall::ReceiveNothing,
                   "Nl80211Client: Failed to receive netlink response: connection closed",
                   kFamilyReceives);
 }
 
-TEST_F(Answer, IsNotWaitedForWithoutASocketOrMessageForAVendorCommandOrTheBandwidthEither) {
+TEST_F(Answer, MissingSocketOrMessageFailsVendorCommandAndBandwidth) {
     Nl80211VendorCmdInfo info;
     info.ifname = "lo";
     failNext(LibnlCall::SocketAlloc);
@@ -380,7 +380,7 @@ TEST_F(Answer, IsNotWaitedForWithoutASocketOrMessageForAVendorCommandOrTheBandwi
     EXPECT_TRUE(kernel_.waitUntilClosed());
 }
 
-TEST_F(Answer, IsNotWaitedForWhenANumberOfTheVendorCommandDoesNotFit) {
+TEST_F(Answer, NumberThatDoesNotFitFailsTheCommandUnsent) {
     Nl80211VendorCmdInfo info;
     info.ifname = "lo";
     failNext(LibnlCall::PutU32);
@@ -391,7 +391,7 @@ TEST_F(Answer, IsNotWaitedForWhenANumberOfTheVendorCommandDoesNotFit) {
     EXPECT_TRUE(kernel_.waitUntilClosed());
 }
 
-TEST(Connection, ThatNobodyListensForIsAFailure) {
+TEST(Nl80211Connection, AbandonedSocketFailsEveryOperation) {
     TemporaryRoot root;
     test::LogCapture log;
     {

@@ -44,7 +44,7 @@ Bytes vendorHeader(const char* ifname, uint32_t vendorId, uint32_t subcmd) {
 class GenericCommand : public Nl80211Test {};
 class VendorCommand : public Nl80211Test {};
 
-TEST_F(GenericCommand, IsAnAcknowledgedRequestToTheResolvedFamily) {
+TEST_F(GenericCommand, PlainCommandAsksTheResolvedFamilyForAnAcknowledgement) {
     EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
 
     ASSERT_EQ(kernel_.requests().size(), 1U);
@@ -57,14 +57,14 @@ TEST_F(GenericCommand, IsAnAcknowledgedRequestToTheResolvedFamily) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(GenericCommand, CarriesTheIndexOfItsInterface) {
+TEST_F(GenericCommand, CommandForAnInterfaceCarriesItsIndex) {
     EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
 
     ASSERT_NE(if_nametoindex("lo"), 0U);
     EXPECT_EQ(kernel_.requests()[0].attributes, attribute(3, number32(if_nametoindex("lo"))));
 }
 
-TEST_F(GenericCommand, ForAnInterfaceThatDoesNotExistIsSentWithIndexZero) {
+TEST_F(GenericCommand, CommandForAMissingInterfaceCarriesIndexZero) {
     Nl80211GenericCmdInfo info = someCommand();
     info.ifname = "none-such";
     EXPECT_EQ(client_.sendGenericCommand(info), 0);
@@ -72,7 +72,7 @@ TEST_F(GenericCommand, ForAnInterfaceThatDoesNotExistIsSentWithIndexZero) {
     EXPECT_EQ(kernel_.requests()[0].attributes, attribute(3, number32(0)));
 }
 
-TEST_F(GenericCommand, PassesItsFlagsOnAsTheyStand) {
+TEST_F(GenericCommand, FlagsArePassedOnUnchanged) {
     Nl80211GenericCmdInfo info = someCommand();
     info.flags = NLM_F_EXCL | NLM_F_CREATE;
     EXPECT_EQ(client_.sendGenericCommand(info), 0);
@@ -80,7 +80,7 @@ TEST_F(GenericCommand, PassesItsFlagsOnAsTheyStand) {
     EXPECT_EQ(kernel_.requests()[0].flags, NLM_F_REQUEST | NLM_F_ACK | NLM_F_EXCL | NLM_F_CREATE);
 }
 
-TEST_F(GenericCommand, CarriesEveryKindOfValueInItsSizeAndInTheGivenOrder) {
+TEST_F(GenericCommand, AttributesKeepTheirSizesAndOrder) {
     const std::vector<uint8_t> frame(55, 0xD0);
     Nl80211GenericCmdInfo info = someCommand();
     info.attributes = {{41, uint8_t{13}},
@@ -99,7 +99,7 @@ TEST_F(GenericCommand, CarriesEveryKindOfValueInItsSizeAndInTheGivenOrder) {
                 attribute(6, number32(0x12345678)), attribute(5, number64), attribute(8, {})}));
 }
 
-TEST_F(GenericCommand, ThatDoesNotFitAMessageFailsUnsent) {
+TEST_F(GenericCommand, AttributeThatDoesNotFitFailsTheCommandUnsent) {
     const std::vector<uint8_t> page(static_cast<size_t>(getpagesize()));
     const std::vector<uint8_t> beyondSixteenBits(0x10000 + 8);
     for (const auto& bytes : {page, beyondSixteenBits}) {
@@ -113,7 +113,7 @@ TEST_F(GenericCommand, ThatDoesNotFitAMessageFailsUnsent) {
     EXPECT_TRUE(kernel_.waitUntilClosed());
 }
 
-TEST_F(GenericCommand, WithASpanOf4GibAndMoreFailsUnsent) {
+TEST_F(GenericCommand, SpanOver4GibFailsTheCommandUnsent) {
     // Its length is a small number in 32 bits.
     const uint8_t byte = 0;
     Nl80211GenericCmdInfo info = someCommand();
@@ -122,7 +122,7 @@ TEST_F(GenericCommand, WithASpanOf4GibAndMoreFailsUnsent) {
     EXPECT_THAT(kernel_.requests(), IsEmpty());
 }
 
-TEST_F(VendorCommand, IsAnAcknowledgedRequestWithItsNumbersInOrder) {
+TEST_F(VendorCommand, NumbersAreSentInOrder) {
     Nl80211VendorCmdInfo info;
     info.vendorId = 0x001374;
     info.subcmd = 74;
@@ -140,7 +140,7 @@ TEST_F(VendorCommand, IsAnAcknowledgedRequestWithItsNumbersInOrder) {
                       attribute(195, number32(0x001374)), attribute(196, number32(74))}));
 }
 
-TEST_F(VendorCommand, OfAnotherOuiWithoutAttributesCarriesNoVendorData) {
+TEST_F(VendorCommand, OtherOuiWithoutAttributesCarriesNoVendorData) {
     Nl80211VendorCmdInfo info = privateCommand("X");
     info.vendorId = 0x001374;
     EXPECT_EQ(client_.sendVendorCommand(info), 0);
@@ -148,7 +148,7 @@ TEST_F(VendorCommand, OfAnotherOuiWithoutAttributesCarriesNoVendorData) {
     EXPECT_EQ(kernel_.requests()[0].attributes, vendorHeader("wlan0", 0x001374, 2));
 }
 
-TEST_F(VendorCommand, OfAnotherOuiNestsItsAttributesOnly) {
+TEST_F(VendorCommand, OtherOuiWithAttributesNestsTheseOnly) {
     Nl80211VendorCmdInfo info;
     info.vendorId = 0x001374;
     info.subcmd = 74;
@@ -162,7 +162,7 @@ TEST_F(VendorCommand, OfAnotherOuiNestsItsAttributesOnly) {
               concat({vendorHeader("p2p0", 0x001374, 74), attribute(kVendorData, nested)}));
 }
 
-TEST_F(VendorCommand, PadsAPrivateCommandTo25CharactersAndTerminatesIt) {
+TEST_F(VendorCommand, ShortPrivateCommandIsPaddedTo25CharactersAndTerminated) {
     EXPECT_EQ(client_.sendVendorCommand(privateCommand("X")), 0);
 
     const std::string padded = "ifname=wlan0 X" + std::string(11, ' ');
@@ -171,7 +171,7 @@ TEST_F(VendorCommand, PadsAPrivateCommandTo25CharactersAndTerminatesIt) {
               concat({vendorHeader("wlan0", 0x001018, 2), privateCommandNest(padded)}));
 }
 
-TEST_F(VendorCommand, PadsAPrivateCommandOf24CharactersWithOneBlank) {
+TEST_F(VendorCommand, PrivateCommandOf24CharactersIsPaddedWithOneBlank) {
     EXPECT_EQ(client_.sendVendorCommand(privateCommand("P2P_SET_NOA")), 0);
 
     EXPECT_EQ(kernel_.requests()[0].attributes,
@@ -179,7 +179,7 @@ TEST_F(VendorCommand, PadsAPrivateCommandOf24CharactersWithOneBlank) {
                       privateCommandNest("ifname=wlan0 P2P_SET_NOA ")}));
 }
 
-TEST_F(VendorCommand, SendsAPrivateCommandOf25CharactersUnpadded) {
+TEST_F(VendorCommand, PrivateCommandOf25CharactersIsSentUnpadded) {
     EXPECT_EQ(client_.sendVendorCommand(privateCommand("P2P_ECSA 149")), 0);
 
     EXPECT_EQ(kernel_.requests()[0].attributes,
@@ -187,7 +187,7 @@ TEST_F(VendorCommand, SendsAPrivateCommandOf25CharactersUnpadded) {
                       privateCommandNest("ifname=wlan0 P2P_ECSA 149")}));
 }
 
-TEST_F(VendorCommand, SendsAPrivateCommandOf30CharactersUnpadded) {
+TEST_F(VendorCommand, PrivateCommandOf30CharactersIsSentUnpadded) {
     const std::string text = "ifname=wlan0 P2P_SET_NOA 255 0";
     ASSERT_EQ(text.size(), 30U);
     EXPECT_EQ(client_.sendVendorCommand(privateCommand("P2P_SET_NOA 255 0")), 0);
@@ -196,7 +196,7 @@ TEST_F(VendorCommand, SendsAPrivateCommandOf30CharactersUnpadded) {
               concat({vendorHeader("wlan0", 0x001018, 2), privateCommandNest(text)}));
 }
 
-TEST_F(VendorCommand, SendsAPrivateCommandUpToItsFirstNul) {
+TEST_F(VendorCommand, PrivateCommandWithANulIsSentUpToIt) {
     using namespace std::string_literals;
     EXPECT_EQ(client_.sendVendorCommand(privateCommand("P2P_SET_NOA 255 0\0hidden"s)), 0);
 
@@ -205,7 +205,7 @@ TEST_F(VendorCommand, SendsAPrivateCommandUpToItsFirstNul) {
                       privateCommandNest("ifname=wlan0 P2P_SET_NOA 255 0")}));
 }
 
-TEST_F(VendorCommand, WithAPrivateCommandAndAttributesCarriesTwoNestsTheTextFirst) {
+TEST_F(VendorCommand, PrivateCommandWithAttributesCarriesTwoNestsTheTextFirst) {
     Nl80211VendorCmdInfo info = privateCommand("P2P_SET_NOA 255 0");
     info.attributes = {{1, uint8_t{7}}, {2, uint32_t{8}}};
     EXPECT_EQ(client_.sendVendorCommand(info), 0);
@@ -224,12 +224,12 @@ Nl80211VendorCmdInfo fillingCommand(size_t left) {
     return privateCommand(std::string(text - strlen("ifname=wlan0 ") - 1, 'x'));
 }
 
-TEST_F(VendorCommand, ThatFillsTheMessageToItsEndIsSent) {
+TEST_F(VendorCommand, PrivateCommandThatFillsTheMessageIsSent) {
     EXPECT_EQ(client_.sendVendorCommand(fillingCommand(0)), 0);
     EXPECT_EQ(kernel_.requests()[0].bytes.size(), static_cast<size_t>(getpagesize()));
 }
 
-TEST_F(VendorCommand, WithoutRoomForASecondNestFailsUnsent) {
+TEST_F(VendorCommand, SecondNestWithoutRoomFailsTheCommandUnsent) {
     Nl80211VendorCmdInfo info = fillingCommand(0);
     info.attributes = {{1, uint8_t{7}}};
     EXPECT_EQ(client_.sendVendorCommand(info), -1);
@@ -239,7 +239,7 @@ TEST_F(VendorCommand, WithoutRoomForASecondNestFailsUnsent) {
     EXPECT_TRUE(kernel_.waitUntilClosed());
 }
 
-TEST_F(VendorCommand, WithoutRoomForANestedAttributeFailsUnsent) {
+TEST_F(VendorCommand, NestedAttributeWithoutRoomFailsTheCommandUnsent) {
     Nl80211VendorCmdInfo info = fillingCommand(4);
     info.attributes = {{1, uint8_t{7}}};
     EXPECT_EQ(client_.sendVendorCommand(info), -1);
@@ -248,7 +248,7 @@ TEST_F(VendorCommand, WithoutRoomForANestedAttributeFailsUnsent) {
     EXPECT_THAT(kernel_.requests(), IsEmpty());
 }
 
-TEST_F(VendorCommand, WithATextThatDoesNotFitFailsUnsent) {
+TEST_F(VendorCommand, TextThatDoesNotFitFailsTheCommandUnsent) {
     for (const size_t length : {size_t{5000}, size_t{0x10000}, size_t{0x20008}}) {
         log_.clear();
         EXPECT_EQ(client_.sendVendorCommand(privateCommand(std::string(length, 'x'))), -1);

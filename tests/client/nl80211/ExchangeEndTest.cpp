@@ -154,7 +154,7 @@ TEST_F(ExchangeEnd, ErrorRecordOfAnotherRequestThatIsCutShortIsSkipped) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(ExchangeEnd, DumpThatABrokenStationAndItsEndShareAPacketOfEndsAtOnce) {
+TEST_F(ExchangeEnd, BrokenStationInThePacketOfTheDumpsEndEndsTheExchangeAtOnce) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         if (request.cmd != NL80211_CMD_GET_STATION) {
             return interfaces({"wlan0"})(request);

@@ -21,7 +21,7 @@ class InterfaceName : public Nl80211Test {
     const char* p2p() { return client_.getNetInterfaceName(NetInterfaceType::P2P); }
 };
 
-TEST_F(InterfaceName, IsAskedForByADumpWithoutAttributes) {
+TEST_F(InterfaceName, QueryIsADumpWithoutAttributes) {
     kernel_.answer(interfaces({"wlan0"}));
     EXPECT_STREQ(sta(), "wlan0");
 
@@ -35,27 +35,27 @@ TEST_F(InterfaceName, IsAskedForByADumpWithoutAttributes) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(InterfaceName, Wlan1IsAStation) {
+TEST_F(InterfaceName, Wlan1MatchesTheStation) {
     kernel_.answer(interfaces({"eth0", "p2p0", "wlan1"}));
     EXPECT_STREQ(sta(), "wlan1");
 }
 
-TEST_F(InterfaceName, P2pWlan0Minus3IsAPeerToPeerInterface) {
+TEST_F(InterfaceName, P2pWlan0Minus3MatchesP2p) {
     kernel_.answer(interfaces({"wlan0", "p2p-wlan0-3"}));
     EXPECT_STREQ(p2p(), "p2p-wlan0-3");
 }
 
-TEST_F(InterfaceName, P2p0IsAPeerToPeerInterface) {
+TEST_F(InterfaceName, P2p0MatchesP2p) {
     kernel_.answer(interfaces({"wlan0", "p2p0"}));
     EXPECT_STREQ(p2p(), "p2p0");
 }
 
-TEST_F(InterfaceName, Of20CharactersIsCutTo15) {
+TEST_F(InterfaceName, NameOf20CharactersIsCutTo15) {
     kernel_.answer(interfaces({"wlan0123456789abcdef"}));
     EXPECT_STREQ(sta(), "wlan0123456789a");
 }
 
-TEST_F(InterfaceName, IsTheLastMatchOfTheDump) {
+TEST_F(InterfaceName, LastMatchOfTheDumpWins) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         return {concat({interfaceEntry(request, "wlan0"), interfaceEntry(request, "wlan2")}),
                 concat({interfaceEntry(request, "wlan1"), interfaceEntry(request, "p2p0")}),
@@ -64,7 +64,7 @@ TEST_F(InterfaceName, IsTheLastMatchOfTheDump) {
     EXPECT_STREQ(sta(), "wlan1");
 }
 
-TEST_F(InterfaceName, OfTheStationIsAskedForOnceAndKeptEvenIfItChanges) {
+TEST_F(InterfaceName, StationNameOnceFoundIsNotQueriedAgain) {
     kernel_.answer(interfaces({"wlan0"}));
     const char* first = sta();
     kernel_.answer(interfaces({"wlan1"}));
@@ -73,14 +73,14 @@ TEST_F(InterfaceName, OfTheStationIsAskedForOnceAndKeptEvenIfItChanges) {
     EXPECT_EQ(kernel_.connections(), 1);
 }
 
-TEST_F(InterfaceName, OfTheStationIsAskedForAgainUntilItIsFound) {
+TEST_F(InterfaceName, StationNameIsQueriedUntilItIsFound) {
     kernel_.answer(interfaces({}));
     EXPECT_EQ(sta(), nullptr);
     kernel_.answer(interfaces({"wlan0"}));
     EXPECT_STREQ(sta(), "wlan0");
 }
 
-TEST_F(InterfaceName, OfThePeerToPeerInterfaceIsAskedForEachTime) {
+TEST_F(InterfaceName, P2pNameIsQueriedAtEachCall) {
     kernel_.answer(interfaces({"p2p-wlan0-0"}));
     const char* first = p2p();
     EXPECT_STREQ(first, "p2p-wlan0-0");
@@ -92,14 +92,14 @@ TEST_F(InterfaceName, OfThePeerToPeerInterfaceIsAskedForEachTime) {
     EXPECT_EQ(kernel_.requests().size(), 3U);
 }
 
-TEST_F(InterfaceName, OfAPeerToPeerInterfaceThatHasGoneIsStillReturned) {
+TEST_F(InterfaceName, P2pNameOfAGoneInterfaceIsStillReturned) {
     kernel_.answer(interfaces({"wlan0", "p2p-wlan0-0"}));
     EXPECT_STREQ(p2p(), "p2p-wlan0-0");
     kernel_.answer(interfaces({"wlan0"}));
     EXPECT_STREQ(p2p(), "p2p-wlan0-0");
 }
 
-TEST_F(InterfaceName, BeyondThoseThatAreKeptIsNullAndLogged) {
+TEST_F(InterfaceName, NameBeyondTheCapacityIsNullAndLogged) {
     std::atomic<size_t> next{0};
     kernel_.answer([&](const NetlinkRequest& request) {
         return interfaces({"p2p" + std::to_string(next)})(request);
@@ -113,14 +113,14 @@ TEST_F(InterfaceName, BeyondThoseThatAreKeptIsNullAndLogged) {
     EXPECT_STREQ(p2p(), "p2p0") << "a name that is kept";
 }
 
-TEST_F(InterfaceName, IsNullForASlotThatWasNeverFilled) {
+TEST_F(InterfaceName, NoMatchSoFarIsNullAndNotLogged) {
     kernel_.answer(interfaces({"eth0", "wla", "p2"}));
     EXPECT_EQ(sta(), nullptr);
     EXPECT_EQ(p2p(), nullptr);
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(InterfaceName, IsNullWhenTheDumpIsRefusedEvenIfAnEarlierOneFoundOne) {
+TEST_F(InterfaceName, RefusedDumpIsNullThoughAnEarlierOneFoundAName) {
     kernel_.answer(interfaces({"p2p0"}));
     EXPECT_STREQ(p2p(), "p2p0");
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
@@ -155,7 +155,7 @@ TEST_F(InterfaceName, DumpThatEndsWithoutACodeIsNoError) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(InterfaceName, IsNullForAnUnknownKindWhichIsNotAskedFor) {
+TEST_F(InterfaceName, UnknownInterfaceTypeIsNullAndNotQueried) {
     EXPECT_EQ(client_.getNetInterfaceName(static_cast<NetInterfaceType>(2)), nullptr);
     EXPECT_EQ(client_.getNetInterfaceName(static_cast<NetInterfaceType>(-1)), nullptr);
     EXPECT_EQ(kernel_.connections(), 0);
@@ -169,50 +169,50 @@ auto entry(const Bytes& attributes) {
     };
 }
 
-TEST_F(InterfaceName, WithoutATerminatingNulEndsWithItsAttribute) {
+TEST_F(InterfaceName, UnterminatedNameEndsWithItsAttribute) {
     // Eight characters leave no padding that could end the text.
     kernel_.answer(entry(concat({attribute(NL80211_ATTR_IFNAME, text("wlan0123")),
                                  attribute(NL80211_ATTR_MAC, text("wwwwww"))})));
     EXPECT_STREQ(sta(), "wlan0123");
 }
 
-TEST_F(InterfaceName, EndsAtTheFirstNulOfItsAttribute) {
+TEST_F(InterfaceName, NameWithANulInsideEndsThere) {
     kernel_.answer(entry(attribute(NL80211_ATTR_IFNAME, {'w', 'l', 'a', 'n', '7', 0, 'x', 'y'})));
     EXPECT_STREQ(sta(), "wlan7");
 }
 
-TEST_F(InterfaceName, ThatIsNoMoreThanThePrefixMatches) {
+TEST_F(InterfaceName, NameThatEqualsThePrefixMatches) {
     kernel_.answer(entry(attribute(NL80211_ATTR_IFNAME, text("wlan"))));
     EXPECT_STREQ(sta(), "wlan");
 }
 
-TEST_F(InterfaceName, IsNotReadFromAnAttributeThatIsShorterThanThePrefix) {
+TEST_F(InterfaceName, NameShorterThanThePrefixDoesNotMatch) {
     // The bytes that would complete the prefix belong to the next attribute's padding.
     kernel_.answer(entry(concat({attribute(NL80211_ATTR_IFNAME, text("wla")),
                                  attribute(NL80211_ATTR_MAC, text("nnnnnn"))})));
     EXPECT_EQ(sta(), nullptr);
 }
 
-TEST_F(InterfaceName, IsNotReadFromAnEmptyAttribute) {
+TEST_F(InterfaceName, EmptyNameDoesNotMatch) {
     kernel_.answer(entry(attribute(NL80211_ATTR_IFNAME, {})));
     EXPECT_EQ(sta(), nullptr);
 }
 
-TEST_F(InterfaceName, IsNotReadFromAnAttributeThatClaimsMoreThanThereIs) {
+TEST_F(InterfaceName, AttributeLongerThanTheMessageIsNotRead) {
     Bytes cut = attribute(NL80211_ATTR_IFNAME, text("wlan0abc"));
     cut[0] = 200;  // its length
     kernel_.answer(entry(cut));
     EXPECT_EQ(sta(), nullptr);
 }
 
-TEST_F(InterfaceName, IsReadBehindAttributesThatTheDaemonDoesNotKnow) {
+TEST_F(InterfaceName, NameBehindUnknownAttributesIsRead) {
     kernel_.answer(entry(
         concat({attribute(302, text("wlan9")), attribute(0x3fff, {}),
                 attribute(NL80211_ATTR_IFNAME, text("wlan0")), attribute(0, text("wlan8"))})));
     EXPECT_STREQ(sta(), "wlan0");
 }
 
-TEST_F(InterfaceName, SkipsEntriesWithoutANameOrWithoutAHeader) {
+TEST_F(InterfaceName, EntriesWithoutANameOrHeaderAreSkipped) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         return {concat({interfaceEntry(request, "wlan0"),
                         test::message(request, request.type, NLM_F_MULTI, {}),
@@ -222,7 +222,7 @@ TEST_F(InterfaceName, SkipsEntriesWithoutANameOrWithoutAHeader) {
     EXPECT_STREQ(sta(), "wlan0");
 }
 
-TEST_F(InterfaceName, IsFoundAtTheEndOfTheLargestPacketThatTheKernelBuilds) {
+TEST_F(InterfaceName, NameAtTheEndOfTheLargestPacketIsFound) {
     kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
         std::vector<Bytes> entries(1023, interfaceEntry(request, "eth0"));
         entries.push_back(interfaceEntry(request, "wlan0"));
@@ -233,7 +233,7 @@ TEST_F(InterfaceName, IsFoundAtTheEndOfTheLargestPacketThatTheKernelBuilds) {
     EXPECT_STREQ(sta(), "wlan0");
 }
 
-TEST_F(InterfaceName, OnePerCallIsFoundByManyThreadsOneExchangeAtATime) {
+TEST_F(InterfaceName, QueriesOfManyThreadsRunOneAtATime) {
     std::atomic<int> exchanges = 0;
     kernel_.answer([&](const NetlinkRequest& request) -> std::vector<Bytes> {
         // Were two exchanges under way, two families would have been asked for by now.

@@ -71,7 +71,7 @@ class StationBandwidth : public Nl80211Test {
     }
 };
 
-TEST_F(StationBandwidth, IsAskedForByADumpOfTheStationsOfTheInterface) {
+TEST_F(StationBandwidth, QueryIsADumpOfTheInterfacesStations) {
     EXPECT_EQ(bandwidthOfRate({}), 1);
 
     ASSERT_EQ(kernel_.requests().size(), 2U);
@@ -85,7 +85,7 @@ TEST_F(StationBandwidth, IsAskedForByADumpOfTheStationsOfTheInterface) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(StationBandwidth, FollowsTheWidthFlagOfTheRate) {
+TEST_F(StationBandwidth, WidthFlagOfTheRateDecidesTheCode) {
     EXPECT_EQ(bandwidthOfRate({}), 1);
     EXPECT_EQ(bandwidthOfRate({k40}), 2);
     EXPECT_EQ(bandwidthOfRate({k80}), 3);
@@ -93,17 +93,17 @@ TEST_F(StationBandwidth, FollowsTheWidthFlagOfTheRate) {
     EXPECT_EQ(bandwidthOfRate({k160}), 5);
 }
 
-TEST_F(StationBandwidth, OfARateWithThe80AndThe40MhzFlagIs3) {
+TEST_F(StationBandwidth, RateWith80And40MhzFlagsIs3) {
     EXPECT_EQ(bandwidthOfRate({k80, k40}), 3);
     EXPECT_EQ(bandwidthOfRate({k40, k80}), 3);
 }
 
-TEST_F(StationBandwidth, IsThatOfTheWidestFlag) {
+TEST_F(StationBandwidth, WidestOfSeveralFlagsWins) {
     EXPECT_EQ(bandwidthOfRate({k40, k80, k80Plus80}), 4);
     EXPECT_EQ(bandwidthOfRate({k40, k80, k80Plus80, k160}), 5);
 }
 
-TEST_F(StationBandwidth, IsZeroWithoutAStation) {
+TEST_F(StationBandwidth, NoStationIsZeroAndNotLogged) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {done(request)};
               }),
@@ -111,14 +111,14 @@ TEST_F(StationBandwidth, IsZeroWithoutAStation) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(StationBandwidth, IsZeroWithoutAStationInterfaceWhichIsLogged) {
+TEST_F(StationBandwidth, MissingStationInterfaceIsZeroAndLogged) {
     kernel_.answer(interfaces({"p2p0"}));
     EXPECT_EQ(client_.getStaBandwidth(), 0);
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: STA interface name not available"));
     EXPECT_EQ(kernel_.requests().size(), 1U);
 }
 
-TEST_F(StationBandwidth, IsZeroWhenTheKernelRefuses) {
+TEST_F(StationBandwidth, RefusedDumpIsZeroAndLogged) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {test::error(request, -ENODEV)};
               }),
@@ -134,7 +134,7 @@ TEST_F(StationBandwidth, DumpRefusedAtItsEndIsZeroAndLogsTheCode) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 dump ended with error code -19"));
 }
 
-TEST_F(StationBandwidth, OfSeveralStationsIsThatOfTheLast) {
+TEST_F(StationBandwidth, LastOfSeveralStationsWins) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {stationEntry(request, stationInfo(rate({k160}))),
                           stationEntry(request, stationInfo(rate({k40}))), done(request)};
@@ -142,7 +142,7 @@ TEST_F(StationBandwidth, OfSeveralStationsIsThatOfTheLast) {
               2);
 }
 
-TEST_F(StationBandwidth, IsZeroForAMessageThatIsTooShortWhichDropsTheRestOfThePacket) {
+TEST_F(StationBandwidth, ShortMessageIsZeroAndDropsTheRestOfThePacket) {
     EXPECT_EQ(bandwidthOfEntryAndGoodOne([](const NetlinkRequest& request) {
                   return test::message(request, request.type, NLM_F_MULTI, {});
               }),
@@ -151,7 +151,7 @@ TEST_F(StationBandwidth, IsZeroForAMessageThatIsTooShortWhichDropsTheRestOfThePa
                                       std::to_string(-NLE_MSG_TOOSHORT)));
 }
 
-TEST_F(StationBandwidth, IsZeroWithoutStationInfoWhichDropsTheRestOfThePacket) {
+TEST_F(StationBandwidth, MissingStationInfoIsZeroAndDropsTheRestOfThePacket) {
     EXPECT_EQ(bandwidthOfEntryAndGoodOne([](const NetlinkRequest& request) {
                   return dumpEntry(request, NL80211_CMD_NEW_STATION,
                                    attribute(NL80211_ATTR_IFINDEX, number32(1)));
@@ -160,7 +160,7 @@ TEST_F(StationBandwidth, IsZeroWithoutStationInfoWhichDropsTheRestOfThePacket) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: No STA info in netlink response"));
 }
 
-TEST_F(StationBandwidth, IsZeroForBrokenStationInfoWhichDropsTheRestOfThePacket) {
+TEST_F(StationBandwidth, BrokenStationInfoIsZeroAndDropsTheRestOfThePacket) {
     EXPECT_EQ(bandwidthOfEntryAndGoodOne([](const NetlinkRequest& request) {
                   return stationEntry(
                       request, concat({attribute(NL80211_STA_INFO_RX_BYTES, number16(1)),
@@ -171,7 +171,7 @@ TEST_F(StationBandwidth, IsZeroForBrokenStationInfoWhichDropsTheRestOfThePacket)
                 ElementsAre("Nl80211Client: Failed to parse STA info in netlink response"));
 }
 
-TEST_F(StationBandwidth, IsZeroWithoutATransmitRateWhichDropsTheRestOfThePacket) {
+TEST_F(StationBandwidth, MissingRateIsZeroAndDropsTheRestOfThePacket) {
     EXPECT_EQ(bandwidthOfEntryAndGoodOne([](const NetlinkRequest& request) {
                   return stationEntry(request, attribute(NL80211_STA_INFO_SIGNAL, number8(0xce)));
               }),
@@ -179,7 +179,7 @@ TEST_F(StationBandwidth, IsZeroWithoutATransmitRateWhichDropsTheRestOfThePacket)
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: No NL80211_STA_INFO_TX_BITRATE"));
 }
 
-TEST_F(StationBandwidth, IsZeroWithoutATransmitRateWhoseAttributeIsCutShort) {
+TEST_F(StationBandwidth, RateCutShortIsZero) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   Bytes cut = attribute(NL80211_STA_INFO_TX_BITRATE, rate({k80}));
                   cut.resize(12);
@@ -189,7 +189,7 @@ TEST_F(StationBandwidth, IsZeroWithoutATransmitRateWhoseAttributeIsCutShort) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: No NL80211_STA_INFO_TX_BITRATE"));
 }
 
-TEST_F(StationBandwidth, IsZeroForABrokenTransmitRate) {
+TEST_F(StationBandwidth, BrokenRateIsZero) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {stationEntry(request, stationInfo(attribute(NL80211_RATE_INFO_BITRATE32,
                                                                       number16(1)))),
@@ -200,7 +200,7 @@ TEST_F(StationBandwidth, IsZeroForABrokenTransmitRate) {
                 ElementsAre("Nl80211Client: Failed to parse bit rate info in netlink response"));
 }
 
-TEST_F(StationBandwidth, IsReadFromTheStationBehindABrokenTransmitRateInThePacket) {
+TEST_F(StationBandwidth, StationBehindABrokenRateIsRead) {
     EXPECT_EQ(bandwidthOfEntryAndGoodOne([](const NetlinkRequest& request) {
                   return stationEntry(
                       request, stationInfo(attribute(NL80211_RATE_INFO_BITRATE, number8(1))));
@@ -210,7 +210,7 @@ TEST_F(StationBandwidth, IsReadFromTheStationBehindABrokenTransmitRateInThePacke
                 ElementsAre("Nl80211Client: Failed to parse bit rate info in netlink response"));
 }
 
-TEST_F(StationBandwidth, IsZeroWhenABrokenStationFollowsAGoodOne) {
+TEST_F(StationBandwidth, BrokenStationBehindAGoodOneIsZero) {
     EXPECT_EQ(bandwidthOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
                   return {stationEntry(request, stationInfo(rate({k80}))),
                           stationEntry(request, {}), done(request)};
@@ -218,7 +218,7 @@ TEST_F(StationBandwidth, IsZeroWhenABrokenStationFollowsAGoodOne) {
               0);
 }
 
-TEST_F(StationBandwidth, IsZeroWhenTheIndexDoesNotFitWhichIsLogged) {
+TEST_F(StationBandwidth, IndexThatDoesNotFitIsZeroAndLogged) {
     kernel_.answer(interfaces({"wlan0"}));
     EXPECT_STREQ(client_.getNetInterfaceName(NetInterfaceType::STA), "wlan0");
     test::failNext(test::LibnlCall::PutU32);
