@@ -423,6 +423,17 @@ def run_mutants(options, mutants, tests):
     return results
 
 
+def list_mutants(source, mutants):
+    """Names each mutant and its file. Returns the exit status: 1 when one does not apply."""
+    status = 0
+    for mutant in mutants:
+        applied = apply(source, mutant)
+        print(f"{mutant['name']:58} {applied[0] if applied else DOES_NOT_APPLY}")
+        if applied is None:
+            status = 1
+    return status
+
+
 def summary(results):
     counts = {outcome: 0 for outcome in OUTCOMES}
     for result in results.values():
@@ -443,7 +454,8 @@ def parse_options(arguments):
     parser = argparse.ArgumentParser(
         description="Changes the daemon one place at a time, and runs the tests each time.",
         allow_abbrev=False)
-    parser.add_argument("--list", action="store_true", help="names the mutants, and ends")
+    parser.add_argument("--list", action="store_true", help="names the mutants and the file that each changes; fails when one "
+                             "does not apply")
     parser.add_argument("--only", metavar="TEXT", action="append",
                         help="only mutants whose names or files contain TEXT; may be repeated")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), metavar="N",
@@ -488,11 +500,7 @@ def main(arguments):
             if not mutants:
                 raise UsageError(f"no mutant's name or file contains {' or '.join(options.only)}")
         if options.list:
-            for mutant in mutants:
-                applied = apply(options.source, mutant)
-                where = applied[0] if applied else DOES_NOT_APPLY
-                print(f"{mutant['name']:58} {where}")
-            return 0
+            return list_mutants(options.source, mutants)
         before = read_results(options.compare) if options.compare else {}
         results = run_mutants(options, mutants, tests)["mutants"]
     except UsageError as error:
