@@ -1,17 +1,21 @@
 // The road of a call: bytes as they arrive on a connection, put together to frames, and each call's
-// data read by the interface's generated stub into arguments that the service looks at.
+// data and objects read by the interface's generated stub into arguments that the service uses.
 //
 // An input begins with a byte: the size of the pieces in which the rest arrives.
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <android/log.h>
+#include <hwbinder/IBinder.h>
 #include <hwbinder/Parcel.h>
+#include <vendor/corvid/hardware/wifi/1.0/BnHwCorvidWifiManagerCallback.h>
 #include <vendor/corvid/hardware/wifi/1.0/BnHwWifi.h>
 #include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
 
@@ -21,16 +25,62 @@
 using namespace vendor::corvid::hardware::wifi::V1_0;
 using android::sp;
 using android::hardware::hidl_string;
+using android::hardware::IBinder;
 using android::hardware::Parcel;
 using android::hardware::Return;
 using android::hardware::Void;
 using host::hidl::Frame;
 using host::hidl::FrameReader;
 using host::hidl::FrameType;
+using host::hidl::ObjectId;
 
 namespace {
 
-/** Reads all of every argument. */
+class Deaths : public android::hardware::hidl_death_recipient {
+  public:
+    void serviceDied(uint64_t, const android::wp<android::hidl::base::V1_0::IBase>&) override {}
+};
+
+/** A client's object, as it arrives: it is called. */
+class Client : public ICorvidWifiManagerCallback {
+  public:
+    Return<void> onChannelSwitch(int32_t, int32_t, bool) override { return Void(); }
+    Return<void> onAssocStarted() override { return Void(); }
+    Return<void> onRegdomUpdated(const hidl_string&, const hidl_string&,
+                                 const hidl_string&) override {
+        return Void();
+    }
+};
+
+/** An object of this process without an interface of ours. */
+class Stranger : public android::hardware::BHwBinder {
+  public:
+    android::status_t onTransact(uint32_t, const Parcel&, Parcel*, uint32_t,
+                                 TransactCallback) override {
+        return android::UNKNOWN_TRANSACTION;
+    }
+};
+
+/** An object of another process, which has died or answers without a word. */
+class Remote : public IBinder {
+  public:
+    explicit Remote(android::status_t status) : status_(status) {}
+
+    android::status_t transact(uint32_t, const Parcel&, Parcel* reply, uint32_t,
+                               TransactCallback callback) override {
+        if (status_ == android::OK && reply != nullptr && callback != nullptr) {
+            callback(*reply);
+        }
+        return status_;
+    }
+    android::status_t linkToDeath(const sp<DeathRecipient>&) override { return status_; }
+    android::status_t unlinkToDeath(const sp<DeathRecipient>&) override { return status_; }
+
+  private:
+    const android::status_t status_;
+};
+
+/** Uses all of every argument. */
 class Service : public IWifi {
   public:
     Return<void> clearScs(int32_t, clearScs_cb answer) override { return done_(answer); }
@@ -52,7 +102,7 @@ class Service : public IWifi {
     Return<void> registerCorvidWifiManagerCallback(
         const sp<ICorvidWifiManagerCallback>& callback,
         registerCorvidWifiManagerCallback_cb answer) override {
-        FUZZ_CHECK(callback == nullptr);  // no objects come with these calls
+        use_(callback);
         return done_(answer);
     }
     Return<void> setElnaBypass(uint32_t, setElnaBypass_cb answer) override { return done_(answer); }
@@ -75,7 +125,7 @@ class Service : public IWifi {
     Return<void> unregisterCorvidWifiManagerCallback(
         const sp<ICorvidWifiManagerCallback>& callback,
         unregisterCorvidWifiManagerCallback_cb answer) override {
-        FUZZ_CHECK(callback == nullptr);
+        use_(callback);
         return done_(answer);
     }
     Return<void> updateTxPowerConfig(bool, updateTxPowerConfig_cb answer) override {
@@ -89,6 +139,19 @@ class Service : public IWifi {
         return Void();
     }
 
+    /** As the daemon uses one that registers: compares, links, calls, lets go. */
+    static void use_(const sp<ICorvidWifiManagerCallback>& callback) {
+        if (callback == nullptr) {
+            return;
+        }
+        FUZZ_CHECK(android::hardware::interfacesEqual(callback, callback));
+        const sp<Deaths> deaths = new Deaths;
+        (void)callback->linkToDeath(deaths, 0).isOk();
+        (void)callback->onAssocStarted().isOk();
+        (void)callback->onRegdomUpdated("USER", "COUNTRY", "US").isOk();
+        (void)callback->unlinkToDeath(deaths).isOk();
+    }
+
     static int32_t read_(const hidl_string& text) {
         const std::string copy(text.c_str(), text.size());
         FUZZ_CHECK(text.c_str()[text.size()] == '\0');
@@ -96,12 +159,30 @@ class Service : public IWifi {
     }
 };
 
+/** What the number in an object's id stands for. */
+sp<IBinder> object(const ObjectId& id) {
+    static const std::array<sp<IBinder>, 7> objects = {
+        nullptr,
+        new BnHwCorvidWifiManagerCallback(new Client),
+        new BnHwCorvidWifiManagerCallback(new Client),
+        new BnHwWifi(new Service),
+        new Stranger,
+        new Remote(android::DEAD_OBJECT),
+        new Remote(android::OK),
+    };
+    return objects[id.object % objects.size()];
+}
+
 void call(Frame frame) {
     static const sp<BnHwWifi> stub = new BnHwWifi(new Service);
+    std::vector<sp<IBinder>> objects;
+    for (uint32_t i = 0; i < frame.header.objectCount; ++i) {
+        objects.push_back(object(frame.objects()[i]));
+    }
     const auto header = frame.header;
     uint8_t* bytes = frame.data();
     Parcel data;
-    data.setReceived(std::move(frame.body), bytes, header.dataSize, {});
+    data.setReceived(std::move(frame.body), bytes, header.dataSize, std::move(objects));
     Parcel reply;
     stub->transact(header.code, data, &reply, header.flags, [](Parcel&) {});
 }
@@ -132,7 +213,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 return 0;
             case FrameReader::State::Complete: {
                 Frame frame = reader.take();
-                if (frame.header.type == FrameType::Call && frame.header.objectCount == 0) {
+                if (frame.header.type == FrameType::Call) {
                     call(std::move(frame));
                 }
                 break;

@@ -90,6 +90,11 @@ std::vector<std::string> FakeControlSocket::commands() const {
     return commands_;
 }
 
+void FakeControlSocket::forgetCommands() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    commands_.clear();
+}
+
 size_t FakeControlSocket::attached() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return attached_;

@@ -66,6 +66,8 @@ class FakeControlSocket {
 
     /** Every command so far, in order; ATTACH and DETACH are not among them. */
     std::vector<std::string> commands() const;
+    /** For a long run, in which they would add up. */
+    void forgetCommands();
 
     /** How many peers are attached now. */
     size_t attached() const;

@@ -42,6 +42,14 @@ std::vector<std::string> ScriptedSupplicant::commands(const std::string& prefix)
     return found;
 }
 
+void ScriptedSupplicant::forgetCommands() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        commands_.clear();
+    }
+    socket_->forgetCommands();
+}
+
 bool ScriptedSupplicant::waitForCommands(const std::string& prefix, size_t count) const {
     return waitUntil([&] { return commands(prefix).size() >= count; });
 }

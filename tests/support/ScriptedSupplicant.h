@@ -39,6 +39,8 @@ class ScriptedSupplicant {
 
     /** The commands so far, in order, from before a restart too; those with the prefix only. */
     std::vector<std::string> commands(const std::string& prefix = "") const;
+    /** For a long run, in which they would add up. */
+    void forgetCommands();
     /** Waits until there are at least `count` such commands. Returns false after half a minute. */
     bool waitForCommands(const std::string& prefix, size_t count) const;
 
