@@ -111,9 +111,12 @@ class Daemon {
                 makeFile_(text);
                 break;
             case 'd':
+                waitForMarks_();
                 removeFile_(text);
                 break;
             case 'r':
+                // A command whose supplicant dies before its answer waits 10 s for it.
+                waitForMarks_();
                 sta_.restart();
                 p2p_.restart();
                 break;
@@ -151,51 +154,42 @@ class Daemon {
 
     void noteMark_(const std::string& text, std::atomic<unsigned>& mark) const {
         if (text == "mark=" + std::to_string(marks_)) {
-            mark = marks_;
+            mark = marks_.load();
         }
     }
 
     /**
-     * Waits until both sockets have delivered a mark of ours. A socket that has been lost is made
-     * again: the daemon has to find it.
+     * Waits until both sockets have delivered a mark of ours. One that nobody is attached to, since
+     * its file has gone or it said that it ends, is made again: the daemon has to find it.
      */
     void waitForMarks_() {
         ++marks_;
-        const std::string mark = "CTRL-EVENT-REGDOM-CHANGE mark=" + std::to_string(marks_);
-        const auto begin = std::chrono::steady_clock::now();
-        auto nextRestart = begin + 500ms;
-        while (staMark_ != marks_ || p2pMark_ != marks_) {
+        const std::string mark = "<3>CTRL-EVENT-REGDOM-CHANGE mark=" + std::to_string(marks_);
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        waitForMark_(sta_, staMark_, mark, deadline);
+        waitForMark_(p2p_, p2pMark_, mark, deadline);
+    }
+
+    void waitForMark_(test::ScriptedSupplicant& supplicant, const std::atomic<unsigned>& seen,
+                      const std::string& mark, std::chrono::steady_clock::time_point deadline) {
+        constexpr auto kMissing = 5ms;
+        // The first attempt to connect comes 25 ms after the file, the next 50 ms later.
+        constexpr auto kRestarted = 500ms;
+        auto restart = std::chrono::steady_clock::now() + kMissing;
+        while (seen != marks_) {
             const auto now = std::chrono::steady_clock::now();
-            FUZZ_CHECK(now < begin + kPatience);
-            if (now > nextRestart) {
-                // Not attached by now: its file has gone, or the daemon was told that it ends.
-                sta_.restart();
-                p2p_.restart();
-                nextRestart = now + 2s;
-            }
-            if (staMark_ != marks_ && !staSent_(mark)) {
+            FUZZ_CHECK(now < deadline);
+            if (supplicant.socket().sendEvent(mark) > 0) {
+                for (int i = 0; i < 1000 && seen != marks_; ++i) {
+                    std::this_thread::sleep_for(20us);
+                }
+            } else if (now > restart) {
+                supplicant.restart();
+                restart = now + kRestarted;
+            } else {
                 std::this_thread::sleep_for(1ms);
             }
-            if (p2pMark_ != marks_ && !p2pSent_(mark)) {
-                std::this_thread::sleep_for(1ms);
-            }
-            std::this_thread::yield();
         }
-    }
-
-    bool staSent_(const std::string& mark) {
-        return sta_.socket().sendEvent("<3>" + mark) > 0 && settles_(staMark_);
-    }
-    bool p2pSent_(const std::string& mark) {
-        return p2p_.socket().sendEvent("<3>" + mark) > 0 && settles_(p2pMark_);
-    }
-
-    /** Waits a moment for a mark that is under way. */
-    bool settles_(const std::atomic<unsigned>& mark) const {
-        for (int i = 0; i < 200 && mark != marks_; ++i) {
-            std::this_thread::sleep_for(50us);
-        }
-        return mark == marks_;
     }
 
     test::DeviceRoot root_;
