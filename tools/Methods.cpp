@@ -122,9 +122,9 @@ Answer perform(IWifi& service, Function function, Arguments arguments) {
     return *answer;
 }
 
-/** A table entry. The types of the arguments and of the result are those of `function`. */
-template <typename Returned, typename... Arguments>
-Method method(const char* name, Return<Returned> (IWifi::*function)(Arguments...),
+/** A table entry. `function` belongs to any version of IWifi; it tells the types. */
+template <typename Returned, typename Version, typename... Arguments>
+Method method(const char* name, Return<Returned> (Version::*function)(Arguments...),
               const std::vector<const char*>& parameterNames = {}) {
     using Values = std::tuple<std::decay_t<Arguments>...>;
     Method entry;

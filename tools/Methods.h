@@ -11,7 +11,8 @@
 
 namespace Ursa::OS::Wifi::Tools {
 
-using ::vendor::corvid::hardware::wifi::V1_0::IWifi;
+/** The newest version of the interface. */
+using IWifi = ::vendor::corvid::hardware::wifi::V1_0::IWifi;
 
 /** A command line that can't be carried out: what() says what is wrong and what is allowed. */
 class UsageError : public std::runtime_error {
@@ -54,7 +55,7 @@ struct Method {
     std::string usage() const;
 };
 
-/** Every method of the interface, in its order. A new one needs a line in Methods.cpp only. */
+/** Every method of the interface, in its order. A new one needs a line in Methods.cpp. */
 const std::vector<Method>& allMethods();
 
 /** What `call METHOD [ARG ...]` asks for. `words` begins with the method. Throws UsageError. */

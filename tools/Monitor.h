@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+#include "tools/Methods.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -21,6 +21,6 @@ enum class MonitorEnd {
  * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
  * ServiceError when the service goes away before the callback is registered.
  */
-MonitorEnd monitor(::vendor::corvid::hardware::wifi::V1_0::IWifi& service, std::FILE* out);
+MonitorEnd monitor(IWifi& service, std::FILE* out);
 
 }  // namespace Ursa::OS::Wifi::Tools

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+#include <vendor/corvid/hardware/wifi/1.0/types.h>
 
 #include "tools/Json.h"
 #include "tools/Methods.h"
@@ -15,7 +15,6 @@ namespace {
 
 using ::android::sp;
 using ::android::hardware::hidl_string;
-using ::vendor::corvid::hardware::wifi::V1_0::IWifi;
 using ::vendor::corvid::hardware::wifi::V1_0::P2pInfo;
 using ::vendor::corvid::hardware::wifi::V1_0::StaInfo;
 using namespace ::Ursa::OS::Wifi::Tools;
