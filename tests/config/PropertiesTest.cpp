@@ -126,9 +126,7 @@ class Properties : public testing::Test {
     test::DeviceRoot root_;
 };
 
-TEST_F(Properties, ThereAre44) { EXPECT_EQ(kProperties.size(), 44U); }
-
-TEST_F(Properties, OneThatIsNotSetHasNoValueAndGivesTheCallersDefault) {
+TEST_F(Properties, PropertyThatIsNotSetGivesTheCallersDefault) {
     for (const Property& entry : kProperties) {
         SCOPED_TRACE(entry.name);
         EXPECT_EQ(entry.read(), std::nullopt);
@@ -136,7 +134,7 @@ TEST_F(Properties, OneThatIsNotSetHasNoValueAndGivesTheCallersDefault) {
     }
 }
 
-TEST_F(Properties, EachIsReadFromItsOwnName) {
+TEST_F(Properties, EachPropertyIsReadFromItsOwnName) {
     for (const Property& entry : kProperties) {
         SCOPED_TRACE(entry.name);
         // 1 is true to a bool. None of the others notices.
@@ -156,7 +154,7 @@ TEST_F(Properties, EachIsReadFromItsOwnName) {
     }
 }
 
-TEST_F(Properties, OneThatDoesNotParseHasNoValueAndGivesTheCallersDefault) {
+TEST_F(Properties, PropertyThatDoesNotParseGivesTheCallersDefault) {
     for (const Property& entry : kProperties) {
         SCOPED_TRACE(entry.name);
         for (const char* text : {"", "on", "12abc"}) {
@@ -167,7 +165,7 @@ TEST_F(Properties, OneThatDoesNotParseHasNoValueAndGivesTheCallersDefault) {
     }
 }
 
-TEST_F(Properties, TheDefaultIsTheCallersOwn) {
+TEST_F(Properties, DefaultIsTheCallersOwn) {
     EXPECT_TRUE(corvid_wifi_scs_enable(true));
     EXPECT_FALSE(corvid_wifi_scs_enable(false));
     EXPECT_EQ(corvid_wifi_txpower_rssi_upper(-1), -1);
@@ -176,14 +174,14 @@ TEST_F(Properties, TheDefaultIsTheCallersOwn) {
     EXPECT_EQ(corvid_wifi_devparams_default_config(true), 1);
 }
 
-TEST_F(Properties, AFlagThatIsAnIntegerReadsAsOne) {
+TEST_F(Properties, FlagThatIsAnIntegerIsReadAsOne) {
     root_.setProperty("persist.vendor.wifi.devparams.default_config", "2");
     EXPECT_EQ(corvid_wifi_devparams_default_config(false), 2);
     root_.setProperty("persist.vendor.wifi.devparams.default_config", "true");
     EXPECT_EQ(corvid_wifi_devparams_default_config(false), 0) << "not a bool";
 }
 
-TEST_F(Properties, AChangeIsSeenByTheNextRead) {
+TEST_F(Properties, ChangeIsSeenByTheNextRead) {
     EXPECT_EQ(intOf("1"), 1);
     EXPECT_EQ(intOf("2"), 2);
     root_.unsetProperty("persist.vendor.wifi.txpower.rssi.upper");
@@ -192,7 +190,7 @@ TEST_F(Properties, AChangeIsSeenByTheNextRead) {
 
 // Bools
 
-TEST_F(Properties, ABoolIsTrueOrFalseInAnyCaseOrOneOrZero) {
+TEST_F(Properties, BoolIsTrueOrFalseInAnyCaseOrOneOrZero) {
     for (const char* text : {"1", "true", "TRUE", "True", "tRuE"}) {
         EXPECT_EQ(boolOf(text), true) << text;
     }
@@ -201,7 +199,7 @@ TEST_F(Properties, ABoolIsTrueOrFalseInAnyCaseOrOneOrZero) {
     }
 }
 
-TEST_F(Properties, YesOnAndOtherTextsAreNoBools) {
+TEST_F(Properties, YesOnAndOtherTextsDoNotParseAsBool) {
     for (const char* text : {"yes", "on", "no", "off", "y", "t", "2", "01", "true ", " true",
                              "truee", "tru", "-1", ""}) {
         EXPECT_EQ(boolOf(text), std::nullopt) << '"' << text << '"';
@@ -210,13 +208,13 @@ TEST_F(Properties, YesOnAndOtherTextsAreNoBools) {
 
 // Integers
 
-TEST_F(Properties, AnIntMayBeginWithWhiteSpace) {
+TEST_F(Properties, IntWithLeadingWhiteSpaceParses) {
     EXPECT_EQ(intOf(" 0x1F"), 31);
     EXPECT_EQ(intOf(" \t\n\v\f\r7"), 7);
     EXPECT_EQ(unsignedOf(" 0x1F"), 31U);
 }
 
-TEST_F(Properties, AnIntBehind0xIsHexadecimal) {
+TEST_F(Properties, IntWith0xIsHexadecimal) {
     EXPECT_EQ(intOf("0x1F"), 31);
     EXPECT_EQ(intOf("0X1f"), 31);
     EXPECT_EQ(unsignedOf("0xffffffff"), 4294967295U);
@@ -225,27 +223,27 @@ TEST_F(Properties, AnIntBehind0xIsHexadecimal) {
     EXPECT_EQ(intOf("-0x1F"), std::nullopt) << "the text has to begin with 0x";
 }
 
-TEST_F(Properties, ALeadingZeroIsNotOctal) {
+TEST_F(Properties, IntWithALeadingZeroIsDecimal) {
     EXPECT_EQ(intOf("012"), 12);
     EXPECT_EQ(intOf("09"), 9);
     EXPECT_EQ(unsignedOf("012"), 12U);
 }
 
-TEST_F(Properties, AnIntWithAnythingBehindItDoesNotParse) {
+TEST_F(Properties, IntWithTrailingCharactersDoesNotParse) {
     for (const char* text : {"12abc", "12 ", "1.5", "1,5", "0x1Fg", "12k", "--5", "abc", ""}) {
         EXPECT_EQ(intOf(text), std::nullopt) << '"' << text << '"';
         EXPECT_EQ(unsignedOf(text), std::nullopt) << '"' << text << '"';
     }
 }
 
-TEST_F(Properties, ANegativeNumberIsAnIntButNoUnsigned) {
+TEST_F(Properties, NegativeNumberParsesAsIntButNotAsUnsigned) {
     EXPECT_EQ(intOf("-5"), -5);
     EXPECT_EQ(unsignedOf("-5"), std::nullopt);
     EXPECT_EQ(unsignedOf(" -5"), std::nullopt);
     EXPECT_EQ(unsignedOf("-0"), std::nullopt);
 }
 
-TEST_F(Properties, AnIntHasToFit32Bits) {
+TEST_F(Properties, IntBeyond32BitsDoesNotParse) {
     EXPECT_EQ(intOf("2147483647"), 2147483647);
     EXPECT_EQ(intOf("-2147483648"), -2147483647 - 1);
     for (const char* text : {"2147483648", "-2147483649", "0x80000000", "99999999999999999999"}) {
@@ -255,7 +253,7 @@ TEST_F(Properties, AnIntHasToFit32Bits) {
     }
 }
 
-TEST_F(Properties, AnUnsignedHasToFit32Bits) {
+TEST_F(Properties, UnsignedBeyond32BitsDoesNotParse) {
     EXPECT_EQ(unsignedOf("4294967295"), 4294967295U);
     EXPECT_EQ(unsignedOf("4294967296"), std::nullopt);
     EXPECT_EQ(unsignedOf("99999999999999999999"), std::nullopt);

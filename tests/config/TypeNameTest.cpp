@@ -7,13 +7,13 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-TEST(TypeName, OfAManagerIsTheBareNameOfItsClass) {
+TEST(TypeName, ManagersNameIsTheBareNameOfItsClass) {
     EXPECT_EQ(typeName<StaManager>(), "StaManager");
     EXPECT_EQ(typeName<ChannelSwitchManager>(), "ChannelSwitchManager");
     EXPECT_EQ(typeName<P2pManager>(), "P2pManager");
 }
 
-TEST(TypeName, IsAConstantExpression) {
+TEST(TypeName, NameIsAConstantExpression) {
     static_assert(typeName<TxPowerManager>().size() == sizeof("TxPowerManager") - 1);
 }
 

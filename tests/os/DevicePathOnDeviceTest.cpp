@@ -7,7 +7,7 @@
 namespace Ursa::OS {
 namespace {
 
-TEST(DevicePathOnDevice, IsThePathItselfWhateverTheEnvironmentSays) {
+TEST(DevicePathOnDevice, PathIsItselfWhateverTheEnvironmentSays) {
     setenv("CORVID_WIFI_ROOT", "/tmp/headset", 1);
     EXPECT_EQ(devicePath("/data/vendor/"), "/data/vendor/");
     unsetenv("CORVID_WIFI_ROOT");

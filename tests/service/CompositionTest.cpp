@@ -151,7 +151,7 @@ TEST_F(CompositionTest, ManagerThatIsSwitchedOffIsNullWithOneWarningThatNamesIt)
     std::apply([&](const auto&... feature) { (expectWarning(feature), ...); }, kFeatures);
 }
 
-TEST_F(CompositionTest, AManagerThatIsThereIsGivenWithoutAWord) {
+TEST_F(CompositionTest, ManagerThatExistsIsReturnedWithoutALogLine) {
     build();
     log_.clear();
     EXPECT_NE(manager_->get<StaManager>(), nullptr);
@@ -160,13 +160,13 @@ TEST_F(CompositionTest, AManagerThatIsThereIsGivenWithoutAWord) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(CompositionTest, SwitchesAreReadOnceWhenItIsBuilt) {
+TEST_F(CompositionTest, SwitchThatChangesAfterConstructionHasNoEffect) {
     build();
     switchOn("scs.enable");
     EXPECT_EQ(manager_->get<ScsManager>(), nullptr);
 }
 
-TEST_F(CompositionTest, TheSensorLibraryIsToldItsTransportErrorAction3) {
+TEST_F(CompositionTest, ConstructionSetsTheTransportErrorActionTo3) {
     build();
     std::ifstream file(root_.path() + "/data/vendor/sensors/transport_error_action");
     std::string content;
@@ -174,14 +174,14 @@ TEST_F(CompositionTest, TheSensorLibraryIsToldItsTransportErrorAction3) {
     EXPECT_EQ(content, "3");
 }
 
-TEST_F(CompositionTest, TheClientKnowsItAsLongAsItLives) {
+TEST_F(CompositionTest, ClientPointsToTheRootUntilItIsDestroyed) {
     build();
     EXPECT_EQ(client_->compositionRoot(), manager_.get());
     manager_.reset();
     EXPECT_EQ(client_->compositionRoot(), nullptr);
 }
 
-TEST_F(CompositionTest, ManagersGoFromTheLastSlotToTheFirst) {
+TEST_F(CompositionTest, ManagersAreDestroyedFromTheLastSlotToTheFirst) {
     switchOn("scs.enable");
     switchOn("mipiclock.enable");
     build();
@@ -203,12 +203,12 @@ TEST_F(CompositionTest, ManagersGoFromTheLastSlotToTheFirst) {
 
 // Tasks
 
-TEST_F(CompositionTest, NotesTheThreadThatBuiltIt) {
+TEST_F(CompositionTest, TaskMapHoldsTheConstructingThread) {
     build();
     EXPECT_EQ(manager_->copyTaskToPidMap().at("CorvidWifiManager"), gettid());
 }
 
-TEST_F(CompositionTest, ATaskIsNotedOnceWithItsLastThread) {
+TEST_F(CompositionTest, TaskRecordedTwiceKeepsItsLastThread) {
     build();
     manager_->mapTaskToPid("X.y", 1);
     manager_->mapTaskToPid("A.b", 2);
@@ -222,7 +222,7 @@ TEST_F(CompositionTest, ATaskIsNotedOnceWithItsLastThread) {
     EXPECT_EQ(tasks.at("X.y"), 3);
 }
 
-TEST_F(CompositionTest, ItsManagersNoteTheirTasksInIt) {
+TEST_F(CompositionTest, TaskMapHoldsTheManagersHandlers) {
     build();
     deliverSta(kRegdomChange);
     EXPECT_EQ(manager_->copyTaskToPidMap().count("RegdomManager.onRegdomUpdated"), 1U);
@@ -230,7 +230,7 @@ TEST_F(CompositionTest, ItsManagersNoteTheirTasksInIt) {
 
 // Relays
 
-TEST_F(CompositionTest, ARelayWithoutClientsDoesAndLogsNothing) {
+TEST_F(CompositionTest, RelayWithoutClientsLogsNothing) {
     switchOn("cmd.cs.p2p.corvid");
     build();
     log_.clear();
@@ -277,7 +277,7 @@ TEST_F(CompositionTest, ClientsAreCalledInTheOrderOfTheirRegistration) {
     EXPECT_EQ(order, "ba");
 }
 
-TEST_F(CompositionTest, AClientThatCannotBeReachedIsOneErrorPerEventAndStays) {
+TEST_F(CompositionTest, UnreachableClientLogsOneErrorPerEventAndStaysRegistered) {
     switchOn("cmd.cs.p2p.corvid");
     build();
     a_->callsFail = true;
@@ -298,7 +298,7 @@ TEST_F(CompositionTest, AClientThatCannotBeReachedIsOneErrorPerEventAndStays) {
     EXPECT_TRUE(manager_->unlink(a_)) << "it is still registered";
 }
 
-TEST_F(CompositionTest, ADeadClientIsNotCalledAnyMore) {
+TEST_F(CompositionTest, DeadClientIsNotCalled) {
     build();
     manager_->link(a_);
     manager_->link(b_);
@@ -308,7 +308,7 @@ TEST_F(CompositionTest, ADeadClientIsNotCalledAnyMore) {
     EXPECT_THAT(b_->calls(), ElementsAre("onAssocStarted"));
 }
 
-TEST_F(CompositionTest, AClientMayRegisterAndUnregisterFromInsideItsCall) {
+TEST_F(CompositionTest, ClientThatRegistersAnotherInsideItsCallIsHeardFromTheNextEventOn) {
     build();
     a_->onCall = [&] {
         manager_->unlink(a_);
@@ -335,7 +335,7 @@ TEST_F(CompositionTest, ClientUnregisteredWhileAnEventIsRelayedIsCalledForThatEv
     EXPECT_THAT(b_->calls(), ElementsAre("onAssocStarted"));
 }
 
-TEST_F(CompositionTest, ARelayThatIsLinkedAlreadyIsAnError) {
+TEST_F(CompositionTest, RelayThatIsLinkedTwiceLogsAnError) {
     switchOn("cmd.cs.p2p.corvid");
     build();
     log_.clear();
@@ -349,7 +349,7 @@ TEST_F(CompositionTest, ARelayThatIsLinkedAlreadyIsAnError) {
                             "CorvidWifiManager: failed to link regdom updated callback"));
 }
 
-TEST_F(CompositionTest, TheEndUnlinksTheRelaysAndWarnsOfTheOneThatIsMissing) {
+TEST_F(CompositionTest, DestructionUnlinksTheRelaysAndWarnsOfAMissingManager) {
     build();
     const auto assocStarted = manager_->get<AssocStartedManager>();
     const auto regdom = manager_->get<RegdomManager>();
@@ -363,7 +363,7 @@ TEST_F(CompositionTest, TheEndUnlinksTheRelaysAndWarnsOfTheOneThatIsMissing) {
                                       "RegdomManager: no callback for regdom updated event"));
 }
 
-TEST_F(CompositionTest, TheEndIsSafeWithEventsInFlight) {
+TEST_F(CompositionTest, DestructionIsSafeWithEventsInFlight) {
     for (const std::string& property : test::switchesOfEveryFeature()) {
         root_.setProperty(property, "true");
     }

@@ -39,27 +39,27 @@ class RegistryTest : public testing::Test {
     const sp<FakeClient> c_ = new FakeClient;
 };
 
-TEST_F(RegistryTest, KeepsClientsInTheOrderOfTheirRegistration) {
+TEST_F(RegistryTest, ClientsStayInTheOrderOfTheirRegistration) {
     EXPECT_TRUE(registry_->link(b_));
     EXPECT_TRUE(registry_->link(a_));
     EXPECT_TRUE(registry_->link(c_));
     EXPECT_THAT(registry_->clients(), ElementsAre(b_, a_, c_));
 }
 
-TEST_F(RegistryTest, RefusesNull) {
+TEST_F(RegistryTest, NullIsRefused) {
     EXPECT_FALSE(registry_->link(nullptr));
     EXPECT_FALSE(registry_->unlink(nullptr));
     EXPECT_THAT(registry_->clients(), IsEmpty());
 }
 
-TEST_F(RegistryTest, RefusesAClientThatIsThereAlready) {
+TEST_F(RegistryTest, ClientRegisteredTwiceIsRefused) {
     EXPECT_TRUE(registry_->link(a_));
     EXPECT_FALSE(registry_->link(a_));
     EXPECT_THAT(registry_->clients(), ElementsAre(a_));
     EXPECT_EQ(a_->recipients().size(), 1U);
 }
 
-TEST_F(RegistryTest, TwoProxiesOfTheSameObjectAreTheSameClient) {
+TEST_F(RegistryTest, TwoProxiesOfOneObjectAreOneClient) {
     const auto binder = getOrCreateCachedBinder(a_.get());
     const sp<Registry::ICallback> proxy = new BpHwCorvidWifiManagerCallback(binder);
     const sp<Registry::ICallback> other = new BpHwCorvidWifiManagerCallback(binder);
@@ -97,7 +97,7 @@ TEST_F(RegistryTest, UnregisteringAnUnknownClientIsRefused) {
     EXPECT_FALSE(registry_->unlink(a_));
 }
 
-TEST_F(RegistryTest, AClientMayRegisterAgainAfterItHasUnregistered) {
+TEST_F(RegistryTest, ClientThatHasUnregisteredMayRegisterAgain) {
     registry_->link(a_);
     registry_->unlink(a_);
     EXPECT_TRUE(registry_->link(a_));
@@ -106,7 +106,7 @@ TEST_F(RegistryTest, AClientMayRegisterAgainAfterItHasUnregistered) {
 
 // Deaths
 
-TEST_F(RegistryTest, ADeathDropsTheClientWithExactlyOneLine) {
+TEST_F(RegistryTest, DeadClientIsDroppedWithOneLogLine) {
     registry_->link(a_);
     registry_->link(b_);
     registry_->link(c_);
@@ -119,7 +119,7 @@ TEST_F(RegistryTest, ADeathDropsTheClientWithExactlyOneLine) {
     EXPECT_EQ(deathLines(), 1U);
 }
 
-TEST_F(RegistryTest, TheDeathOfAClientThatHasUnregisteredIsIgnoredSilently) {
+TEST_F(RegistryTest, DeathOfAnUnregisteredClientIsIgnoredSilently) {
     registry_->link(a_);
     const auto recipients = a_->recipients();
     registry_->unlink(a_);
@@ -128,7 +128,7 @@ TEST_F(RegistryTest, TheDeathOfAClientThatHasUnregisteredIsIgnoredSilently) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(RegistryTest, TheDeathOfAnObjectThatIsGoneIsIgnored) {
+TEST_F(RegistryTest, DeathOfADestroyedObjectIsIgnored) {
     registry_->link(a_);
     sp<FakeClient> gone = new FakeClient;
     const ServiceDeathReceiver::Who who = sp<::android::hidl::base::V1_0::IBase>(gone);
@@ -138,7 +138,7 @@ TEST_F(RegistryTest, TheDeathOfAnObjectThatIsGoneIsIgnored) {
     EXPECT_EQ(deathLines(), 0U);
 }
 
-TEST_F(RegistryTest, AClientWhoseDeathCannotBeToldIsRegisteredAllTheSame) {
+TEST_F(RegistryTest, ClientThatCannotBeLinkedToDeathIsRegistered) {
     a_->linkFails = true;
     EXPECT_TRUE(registry_->link(a_));
     EXPECT_THAT(registry_->clients(), ElementsAre(a_));
@@ -151,7 +151,7 @@ TEST_F(RegistryTest, AllClientsShareOneDeathRecipient) {
     EXPECT_EQ(a_->recipients().at(0), b_->recipients().at(0));
 }
 
-TEST_F(RegistryTest, TheEndTakesTheDeathRecipientFromEveryClientInOrder) {
+TEST_F(RegistryTest, DestructionUnlinksEveryClientFromDeathInOrder) {
     std::vector<char> order;
     a_->onUnlink = [&] { order.push_back('a'); };
     b_->onUnlink = [&] { order.push_back('b'); };
@@ -163,7 +163,7 @@ TEST_F(RegistryTest, TheEndTakesTheDeathRecipientFromEveryClientInOrder) {
     EXPECT_THAT(b_->recipients(), IsEmpty());
 }
 
-TEST_F(RegistryTest, ADeathThatIsToldAfterTheEndMeetsNobody) {
+TEST_F(RegistryTest, DeathAfterDestructionIsIgnored) {
     registry_->link(a_);
     const auto recipients = a_->recipients();
     registry_.reset();
@@ -171,7 +171,7 @@ TEST_F(RegistryTest, ADeathThatIsToldAfterTheEndMeetsNobody) {
     EXPECT_EQ(deathLines(), 0U);
 }
 
-TEST_F(RegistryTest, MayBeUsedByManyThreadsAtOnce) {
+TEST_F(RegistryTest, ManyThreadsAtOnceLeaveTheRegistryConsistent) {
     constexpr int kRounds = 500;
     registry_->link(c_);
     std::vector<std::thread> threads;

@@ -221,7 +221,7 @@ TEST_F(ServiceTest, DumpWithEveryFeatureListsAllAsEnabledWithoutAWarning) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(ServiceTest, ADumpEndsWithTheTasksInTheOrderOfTheirNames) {
+TEST_F(ServiceTest, DumpEndsWithTheTasksInTheOrderOfTheirNames) {
     start();
     managers().mapTaskToPid("ZManager.last", 30);
     managers().mapTaskToPid("AManager.first", 10);
@@ -281,7 +281,7 @@ TEST_F(ServiceTest, P2pInfoIsTheManagersRecord) {
 
 // Paired device
 
-TEST_F(ServiceTest, TheCompanionIsThePairedDeviceAtFirst) {
+TEST_F(ServiceTest, PairedDeviceIsTheCompanionAtFirst) {
     start();
     EXPECT_EQ(isPaired(DeviceType::HALBERD), 0U);
     EXPECT_EQ(isPaired(DeviceType::NONE), 1U);
@@ -289,7 +289,7 @@ TEST_F(ServiceTest, TheCompanionIsThePairedDeviceAtFirst) {
     EXPECT_EQ(isPaired(DeviceType::UNKNOWN), 1U);
 }
 
-TEST_F(ServiceTest, AskingForType7IsAskingForUnknown) {
+TEST_F(ServiceTest, TypeAboveUnknownCountsAsUnknown) {
     start();
     EXPECT_EQ(isPaired(static_cast<DeviceType>(7)), 1U);
     ASSERT_TRUE(managers().get<P2pManager>()->setP2pPairedDeviceType(P2pDeviceType::UNKNOWN));
@@ -298,7 +298,7 @@ TEST_F(ServiceTest, AskingForType7IsAskingForUnknown) {
     EXPECT_EQ(isPaired(DeviceType::UNKNOWN), 0U);
 }
 
-TEST_F(ServiceTest, SettingNoneUnknownOrAnyOtherTypeIsRefusedDeliberatelyAndChangesNothing) {
+TEST_F(ServiceTest, SettingAnyTypeButCompanionAndDisplayIsRefusedAndChangesNothing) {
     start();
     ASSERT_EQ(setPaired(DeviceType::MIRACAST), 0U);
     for (const auto type : {DeviceType::NONE, DeviceType::UNKNOWN, static_cast<DeviceType>(4),
@@ -308,7 +308,7 @@ TEST_F(ServiceTest, SettingNoneUnknownOrAnyOtherTypeIsRefusedDeliberatelyAndChan
     }
 }
 
-TEST_F(ServiceTest, SettingThePairedTypeWorksWithoutThePowerAndChainManagersWhichAreWarnedOf) {
+TEST_F(ServiceTest, SettingThePairedTypeWithoutPowerAndChainManagersWarnsAndSucceeds) {
     start();
     EXPECT_EQ(setPaired(DeviceType::HALBERD), 0U);
     EXPECT_THAT(warnings(), ElementsAre(missing("TxPowerManager"), missing("TxChainManager")));
@@ -320,7 +320,7 @@ TEST_F(ServiceTest, SettingThePairedTypeWorksWithoutThePowerAndChainManagersWhic
     EXPECT_THAT(warnings(), ElementsAre(missing("TxPowerManager"), missing("TxChainManager")));
 }
 
-TEST_F(ServiceTest, ADisplaySwitchesThePowerAndTheChainsOfLaterGroupsOffAndTheCompanionOn) {
+TEST_F(ServiceTest, SettingADisplayTurnsPowerAndChainsOffForLaterGroups) {
     switchOn("txpower.enable.p2p");
     if (!TxPowerSettings::ofProcess().p2pEnabled()) {
         GTEST_SKIP() << "another test of this process came first: these switches are read once";
@@ -359,7 +359,7 @@ TEST_F(ServiceTest, ADisplaySwitchesThePowerAndTheChainsOfLaterGroupsOffAndTheCo
 
 // Commands
 
-TEST_F(ServiceTest, CommandsOfFeaturesThatAreOffAnswerOneAndWarn) {
+TEST_F(ServiceTest, CommandOfAFeatureThatIsOffAnswersOneAndWarns) {
     start();
     EXPECT_EQ(codeOf([&](auto callback) { return service_->clearScs(0, callback); }), 1U);
     EXPECT_EQ(codeOf([&](auto callback) { return service_->setElnaBypass(1, callback); }), 1U);
@@ -407,7 +407,7 @@ TEST_F(ServiceTest, CommandsReachTheirManagersWithTheirArgumentsInOrder) {
     EXPECT_THAT(warnings(), ElementsAre("ScsManager: ScsProfileId 5 not found."));
 }
 
-TEST_F(ServiceTest, ACommandThatItsManagerRefusesAnswersOne) {
+TEST_F(ServiceTest, CommandThatItsManagerRefusesAnswersOne) {
     switchOn("cmd.elna.bypass.mode");
     switchOn("cmd.cs.p2p.corvid");
     start();
@@ -416,7 +416,7 @@ TEST_F(ServiceTest, ACommandThatItsManagerRefusesAnswersOne) {
     EXPECT_EQ(codeOf([&](auto callback) { return service_->startCsa(36, 80, callback); }), 1U);
 }
 
-TEST_F(ServiceTest, AChannelSwitchPassesChannelAndBandwidthOn) {
+TEST_F(ServiceTest, ChannelSwitchPassesChannelAndBandwidthOn) {
     switchOn("cmd.cs.p2p.ecsa");
     nl80211_.setInterfaces({"wlan0", "p2p-wlan0-0"});
     start();
@@ -429,14 +429,14 @@ TEST_F(ServiceTest, AChannelSwitchPassesChannelAndBandwidthOn) {
 
 // Stream classification
 
-TEST_F(ServiceTest, AProfileWithTheFeatureOffIsMinusOne) {
+TEST_F(ServiceTest, ProfileWithTheFeatureOffAnswersMinusOne) {
     start();
     EXPECT_EQ(static_cast<int32_t>(service_->setScsV4({"", 0, "10.0.0.2", 5000, 46, 17})), -1);
     EXPECT_EQ(static_cast<int32_t>(service_->setScsV6({"", 0, "::1", 5000, 0, 46, 17})), -1);
     EXPECT_THAT(warnings(), ElementsAre(missing("ScsManager"), missing("ScsManager")));
 }
 
-TEST_F(ServiceTest, AnIpV4ProfileReachesTheFrameFieldByField) {
+TEST_F(ServiceTest, IpV4ProfileReachesTheFrameFieldByField) {
     switchOn("scs.enable");
     start();
     sta_.answer("STATUS",
@@ -453,7 +453,7 @@ TEST_F(ServiceTest, AnIpV4ProfileReachesTheFrameFieldByField) {
     EXPECT_EQ(codeOf([&](auto callback) { return service_->clearScs(0, callback); }), 0U);
 }
 
-TEST_F(ServiceTest, AnIpV6ProfileIsRefusedByItsManager) {
+TEST_F(ServiceTest, IpV6ProfileIsRefusedByItsManager) {
     switchOn("scs.enable");
     start();
     EXPECT_EQ(static_cast<int32_t>(service_->setScsV6({"::1", 1, "::2", 2, 0x12345, 46, 17})), -1);
@@ -463,7 +463,7 @@ TEST_F(ServiceTest, AnIpV6ProfileIsRefusedByItsManager) {
 
 // Clients
 
-TEST_F(ServiceTest, AClientRegistersOnceAndUnregistersOnce) {
+TEST_F(ServiceTest, ClientRegistersOnceAndUnregistersOnce) {
     start();
     EXPECT_EQ(unregisterClient(client_), 1U);
     EXPECT_EQ(registerClient(client_), 0U);
@@ -472,13 +472,13 @@ TEST_F(ServiceTest, AClientRegistersOnceAndUnregistersOnce) {
     EXPECT_EQ(unregisterClient(client_), 1U);
 }
 
-TEST_F(ServiceTest, NullIsNoClient) {
+TEST_F(ServiceTest, NullClientIsRefused) {
     start();
     EXPECT_EQ(registerClient(nullptr), 1U);
     EXPECT_EQ(unregisterClient(nullptr), 1U);
 }
 
-TEST_F(ServiceTest, ARegisteredClientIsToldOfTheSupplicantsEvents) {
+TEST_F(ServiceTest, RegisteredClientIsToldOfTheSupplicantsEvents) {
     start();
     ASSERT_EQ(registerClient(client_), 0U);
     sta_.sendEvent("CTRL-EVENT-REGDOM-CHANGE init=USER type=COUNTRY alpha2=US");
@@ -486,7 +486,7 @@ TEST_F(ServiceTest, ARegisteredClientIsToldOfTheSupplicantsEvents) {
     EXPECT_THAT(client_->calls(), ElementsAre("onRegdomUpdated USER COUNTRY US"));
 }
 
-TEST_F(ServiceTest, TheEndOfTheServiceEndsItsManagersAndItsClient) {
+TEST_F(ServiceTest, DestructionEndsTheManagersAndTheClientPromptly) {
     switchEverythingOn();
     start();
     sta_.sendEvent("CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:01:00 completed");

@@ -42,8 +42,8 @@ LIBRARIES = {
         "utils/",
         "vrsensors/",
     ),
-    "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/1.0/", "vrsensors/"),
-    "tools": ("hidl/", "nlohmann/json.hpp", "utils/", "vendor/corvid/hardware/wifi/1.0/"),
+    "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/", "vrsensors/"),
+    "tools": ("hidl/", "nlohmann/json.hpp", "utils/", "vendor/corvid/hardware/wifi/"),
 }
 
 # Headers of C, C++ and the kernel: no folder, or one of these.

@@ -34,7 +34,7 @@ TEST(Arguments, NumbersAreDecimalOr0xHexadecimal) {
     expectRead<int32_t>("-0x10", -16);
 }
 
-TEST(Arguments, NumbersAreTakenUpToTheirTypesLimits) {
+TEST(Arguments, NumbersAtTheirTypesLimitsAreRead) {
     expectRead<uint32_t>("4294967295", 4294967295U);
     expectRead<uint32_t>("0xffffffff", 4294967295U);
     expectRead<int32_t>("2147483647", 2147483647);
@@ -57,7 +57,7 @@ TEST(Arguments, NumbersBeyondTheirTypesLimitsAreRefused) {
     expectRefused<uint8_t>("-1", 7);
 }
 
-TEST(Arguments, WhatIsNotWhollyANumberIsRefused) {
+TEST(Arguments, TextThatIsNotWhollyANumberIsRefused) {
     for (const char* word : {"", "-", "0x", "-0x", "x", "12a", "0x1g", " 1", "1 ", "+1", "--1",
                              "-0x-1", "0x-1", "1.0", "1e3", "true"}) {
         expectRefused<uint32_t>(word, 7);
@@ -75,7 +75,7 @@ TEST(Arguments, BooleansAreTrueAndFalseOnly) {
     }
 }
 
-TEST(Arguments, EnumeratorsAreNamesOrAny32BitNumber) {
+TEST(Arguments, EnumeratorsAreReadByNameOrAny32BitNumber) {
     expectRead("NONE", P2pDeviceType::NONE);
     expectRead("HALBERD", P2pDeviceType::HALBERD);
     expectRead("MIRACAST", P2pDeviceType::MIRACAST);
@@ -85,20 +85,20 @@ TEST(Arguments, EnumeratorsAreNamesOrAny32BitNumber) {
     expectRead("0xffffffff", static_cast<P2pDeviceType>(0xffffffffU));
 }
 
-TEST(Arguments, OtherWordsAreNoEnumerators) {
+TEST(Arguments, UnknownEnumeratorsAreRefused) {
     for (const char* word : {"", "halberd", "HALBERD ", "P2pDeviceType::HALBERD", "4294967296",
                              "-1", "NONE|HALBERD"}) {
         expectRefused(word, P2pDeviceType::MIRACAST);
     }
 }
 
-TEST(Arguments, ATextIsTakenAsItIs) {
+TEST(Arguments, TextIsReadAsItIs) {
     for (const char* word : {"", "192.168.49.1", " ", "\xFF\n\"", "--help"}) {
         expectRead(word, hidl_string(word));
     }
 }
 
-TEST(Arguments, ACallbackCanOnlyBeNull) {
+TEST(Arguments, CallbackOtherThanNullIsRefused) {
     CallbackArgument value;
     EXPECT_TRUE(parseArgument("null", value));
     EXPECT_EQ(value, nullptr);

@@ -173,7 +173,7 @@ TEST_F(ClientUsage, ListHasTheMethodsOfTheInterfaceAndNoOthers) {
     EXPECT_EQ(listed, declared) << "allMethods in tools/Methods.cpp has a line for each method";
 }
 
-TEST_F(ClientUsage, EachWrongUsageEndsWith2AndSaysWhatIsWrongAndWhatIsAllowed) {
+TEST_F(ClientUsage, WrongUsageEndsWith2AndSaysWhatIsAllowed) {
     const struct {
         std::vector<std::string> words;
         std::vector<std::string> said;
@@ -212,7 +212,7 @@ TEST_F(ClientUsage, EachWrongUsageEndsWith2AndSaysWhatIsWrongAndWhatIsAllowed) {
     }
 }
 
-TEST_F(ClientUsage, WithoutTheServiceEachCommandEndsWith3AndSaysSo) {
+TEST_F(ClientUsage, CommandWithoutTheServiceEndsWith3AndSaysSo) {
     for (const std::vector<std::string>& words : {std::vector<std::string>{"call", "getStaInfo"},
                                                   {"dump"},
                                                   {"monitor"},
@@ -226,7 +226,7 @@ TEST_F(ClientUsage, WithoutTheServiceEachCommandEndsWith3AndSaysSo) {
     }
 }
 
-TEST_F(ClientUsage, WithoutTheFolderOfServicesTheServiceIsNotAvailable) {
+TEST_F(ClientUsage, CommandWithoutTheFolderOfServicesEndsWith3) {
     std::filesystem::remove_all(root_ + "/dev");
     EXPECT_EQ(run({"dump"}).status, 3);
 }
@@ -282,7 +282,7 @@ TEST_F(ClientCall, EachMethodPassesItsArgumentsInOrderAndPrintsTheAnswer) {
     }
 }
 
-TEST_F(ClientCall, AStatusCodeOtherThan0IsPrintedAndEndsWith1) {
+TEST_F(ClientCall, StatusCodeOtherThan0IsPrintedAndEndsWith1) {
     startService();
     tell("status 1 it's \"off\"");
     Outcome result = run({"call", "startCsa", "36", "80"});
@@ -297,7 +297,7 @@ TEST_F(ClientCall, AStatusCodeOtherThan0IsPrintedAndEndsWith1) {
     EXPECT_EQ(result.output, "{\"code\":4294967295,\"description\":\"\"}\n");
 }
 
-TEST_F(ClientCall, AnIdOf0OrMoreIsASuccessAndANegativeOneIsNot) {
+TEST_F(ClientCall, NegativeIdEndsWith1AndAnyOtherWith0) {
     startService();
     const std::vector<std::string> words = {"call", "setScsV4", "a", "1", "b", "2", "3", "4"};
     tell("id 7");
@@ -323,7 +323,7 @@ TEST_F(ClientCall, RecordsArePrintedFieldByField) {
     EXPECT_EQ(run({"call", "getP2pInfo"}).output, "{\"frequency\":5745,\"bandwidth\":40}\n");
 }
 
-TEST_F(ClientCall, ADumpOfAnyBytesIsOneLineOfValidJson) {
+TEST_F(ClientCall, DumpOfAnyBytesIsOneLineOfValidJson) {
     startService();
     tell("text 413a20ff0a0922005c1b");
     const Outcome result = run({"call", "dumpInfo"});
@@ -331,7 +331,7 @@ TEST_F(ClientCall, ADumpOfAnyBytesIsOneLineOfValidJson) {
     EXPECT_EQ(result.output, "{\"text\":\"A: \xEF\xBF\xBD\\n\\t\\\"\\u0000\\\\\\u001b\"}\n");
 }
 
-TEST_F(ClientCall, TheDumpCommandPrintsTheTextAsItIs) {
+TEST_F(ClientCall, DumpCommandPrintsTheTextAsItIs) {
     startService();
     tell("text 413a20ff0a0922000a");
     const Outcome result = run({"dump"});
@@ -339,7 +339,7 @@ TEST_F(ClientCall, TheDumpCommandPrintsTheTextAsItIs) {
     EXPECT_EQ(result.output, std::string("A: \xFF\n\t\"\0\n", 9));
 }
 
-TEST_F(ClientCall, ACallDuringWhichTheServiceDiesEndsWith3AndSaysSo) {
+TEST_F(ClientCall, ServiceThatDiesDuringACallEndsItWith3AndSaysSo) {
     for (const std::vector<std::string>& words :
          {std::vector<std::string>{"call", "getStaInfo"},
           {"call", "startCsa", "36", "80"},
@@ -357,7 +357,7 @@ TEST_F(ClientCall, ACallDuringWhichTheServiceDiesEndsWith3AndSaysSo) {
     }
 }
 
-TEST_F(ClientCall, StaAndP2pAreReadByPeople) {
+TEST_F(ClientCall, StaAndP2pPrintValuesWithUnitsOrUnknown) {
     startService();
     EXPECT_EQ(run({"sta"}).output, "Frequency: unknown\nSignal: unknown\nBandwidth: unknown\n");
     EXPECT_EQ(run({"p2p"}).output, "Frequency: unknown\nBandwidth: unknown\n");
@@ -375,7 +375,7 @@ TEST_F(ClientCall, StaAndP2pAreReadByPeople) {
     EXPECT_THAT(run({"sta"}).output, HasSubstr("Bandwidth: unknown\n"));
 }
 
-TEST_F(ClientCall, OutputThatCanNotBeWrittenIsAFailure) {
+TEST_F(ClientCall, OutputThatCannotBeWrittenEndsWith1) {
     startService();
     tell("text 41");
     for (const char* words : {"dump", "call getStaInfo", "--help"}) {
@@ -403,7 +403,7 @@ class ClientMonitor : public Client {
     std::unique_ptr<Program> monitor_;
 };
 
-TEST_F(ClientMonitor, EachCallbackIsALineAtOnce) {
+TEST_F(ClientMonitor, EachCallbackIsPrintedAsALineAtOnce) {
     startMonitor();
     tell("channel 5180 80 true");
     EXPECT_EQ(monitor_->readLine(),
@@ -444,7 +444,7 @@ TEST_F(ClientMonitor, SigintAndSigtermUnregisterAndEndWith0) {
     }
 }
 
-TEST_F(ClientMonitor, SignalsCountAlsoWhenTheParentHasBlockedOrIgnoredThem) {
+TEST_F(ClientMonitor, SignalsThatTheParentBlockedOrIgnoredStillEndIt) {
     options_.blockedSignals = {SIGTERM};
     options_.ignoredSignals = {SIGINT};  // as a shell does with "&"
     for (const int number : {SIGINT, SIGTERM}) {
@@ -455,7 +455,7 @@ TEST_F(ClientMonitor, SignalsCountAlsoWhenTheParentHasBlockedOrIgnoredThem) {
     }
 }
 
-TEST_F(ClientMonitor, ASecondSignalEndsItWhenTheServiceHangs) {
+TEST_F(ClientMonitor, SecondSignalEndsItWhenTheServiceHangs) {
     startMonitor();
     service_->signal(SIGSTOP);
     monitor_->signal(SIGTERM);
@@ -470,7 +470,7 @@ TEST_F(ClientMonitor, ASecondSignalEndsItWhenTheServiceHangs) {
     service_->signal(SIGCONT);
 }
 
-TEST_F(ClientMonitor, TheServicesDeathEndsItWith4) {
+TEST_F(ClientMonitor, DeathOfTheServiceEndsItWith4) {
     startMonitor();
     service_->signal(SIGKILL);
     EXPECT_EQ(service_->wait(), kSigKilled);
@@ -478,7 +478,7 @@ TEST_F(ClientMonitor, TheServicesDeathEndsItWith4) {
     EXPECT_THAT(monitor_->readError(), HasSubstr("the service died"));
 }
 
-TEST_F(ClientMonitor, ARefusedRegistrationEndsItWith1) {
+TEST_F(ClientMonitor, RefusedRegistrationEndsItWith1) {
     tell("status 1");
     const Outcome result = run({"monitor"});
     EXPECT_EQ(result.status, 1);
@@ -486,7 +486,7 @@ TEST_F(ClientMonitor, ARefusedRegistrationEndsItWith1) {
     EXPECT_THAT(result.error, HasSubstr("the service refused the callback (code 1)"));
 }
 
-TEST_F(ClientMonitor, ARefusedUnregistrationEndsItWith1) {
+TEST_F(ClientMonitor, RefusedUnregistrationEndsItWith1) {
     startMonitor();
     tell("status 1");
     monitor_->signal(SIGTERM);
@@ -494,13 +494,13 @@ TEST_F(ClientMonitor, ARefusedUnregistrationEndsItWith1) {
     EXPECT_THAT(monitor_->readError(), HasSubstr("refused to unregister (code 1)"));
 }
 
-TEST_F(ClientMonitor, AnEventBeforeTheRegistrationsAnswerComesAfterTheRegisteredLine) {
+TEST_F(ClientMonitor, EventBeforeTheRegistrationsAnswerComesAfterTheRegisteredLine) {
     tell("early");
     startMonitor();
     EXPECT_EQ(monitor_->readLine(), R"({"event":"onAssocStarted"})");
 }
 
-TEST_F(ClientMonitor, AReaderThatGoesAwayEndsItWith1AfterItHasUnregistered) {
+TEST_F(ClientMonitor, ReaderThatGoesAwayEndsItWith1AfterItHasUnregistered) {
     startMonitor();
     monitor_->closeOutput();
     service_->writeLine("assoc");
@@ -514,7 +514,7 @@ TEST_F(ClientMonitor, AReaderThatGoesAwayEndsItWith1AfterItHasUnregistered) {
     EXPECT_EQ(line, "unregister");
 }
 
-TEST_F(ClientMonitor, AReaderThatWasNeverThereEndsItWith1AfterItHasUnregistered) {
+TEST_F(ClientMonitor, ReaderThatWasNeverThereEndsItWith1AfterItHasUnregistered) {
     service_->signal(SIGSTOP);
     monitor_ = start({"monitor"});
     monitor_->closeOutput();
@@ -525,7 +525,7 @@ TEST_F(ClientMonitor, AReaderThatWasNeverThereEndsItWith1AfterItHasUnregistered)
     EXPECT_EQ(service_->readLine(), "unregister");
 }
 
-TEST_F(ClientMonitor, TwoMonitorsBothHearOfAnEvent) {
+TEST_F(ClientMonitor, TwoMonitorsAreBothToldOfAnEvent) {
     startMonitor();
     const auto first = std::move(monitor_);
     startMonitor();
