@@ -12,14 +12,19 @@ usage() {
     cat <<'END'
 usage: lab/lab.sh build             makes the guest's image, once: downloads a kernel and tools
        lab/lab.sh test [CASE ...]   runs these cases, or all, two at a time
+       lab/lab.sh soak DURATION     plays so much of a headset's day, from 10min on: 90min, 24h
        lab/lab.sh shell             a console in the guest, with everything running
        lab/lab.sh log [CASE]        shows the logs of the case's last run, or where all are
        lab/lab.sh list              the cases, a line each
 
+Cases and soak run in virtual time: the guest's clock counts its instructions and jumps over the
+time in which it would only wait. An hour of soak takes half a minute of a processor.
+
 Environment:
   CORVID_BUILD      the build folder whose programs run in the guest (build)
   CORVID_LAB_CACHE  where image and packages are kept (~/.cache/corvid-wifi-lab)
-  CORVID_LAB_ACCEL  what QEMU runs the guest by (tcg: emulation, works everywhere; or kvm)
+  CORVID_LAB_ACCEL  what QEMU runs the guest by in real time (kvm, or tcg: emulation, which works
+                    everywhere); set, the cases that can run so do; the shell always does
   CORVID_LAB        "optional": status 77 instead of 1 where the lab can't run
 END
 }
@@ -32,7 +37,7 @@ esac
 logs=$build/lab-runs
 daemon='vendor.corvid.hardware.wifi@1.0-service'
 # The guest's programs from the build folder.
-programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-events lab-traffic)
+programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-events lab-expect lab-traffic)
 preloads=(libdriver-commands.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
@@ -42,6 +47,15 @@ limit_of() {
     local limit
     limit=$(sed -n 's/^# limit: \([0-9]*\) s$/\1/p' "lab/cases/$1.sh")
     echo "${limit:-200}"
+}
+
+# time_of CASE: "virtual", or "real" if the case asks for that, or the caller by CORVID_LAB_ACCEL.
+# A case that says "virtual" would take too long otherwise.
+time_of() {
+    local time
+    time=$(sed -n 's/^# time: \([a-z]*\).*/\1/p' "lab/cases/$1.sh")
+    [ -z "${CORVID_LAB_ACCEL:-}" ] || time=${time:-real}
+    echo "${time:-virtual}"
 }
 
 # Those that may take long first: the last to be started is then a short one.
@@ -89,6 +103,9 @@ programs_archive() {
         strip --strip-unneeded -o "$root/usr/lib/$program" "$build/lib/$program"
     done
     copy_libraries "$root" "" "${programs[@]/#/$build/bin/}"
+    # Debian's comes with all of 7-Zip, which every start of a program would load and relocate.
+    find "$root" -name libbacktrace.so.0 -exec cp "$build/lib/libbacktrace.so.0" {} \;
+    find "$root" -name 7z.so -delete
     cp lab/guest/init "$root/init"
     cp lab/guest/run-case lab/guest/*.sh "$root/lab/"
     cp -r lab/cases "$root/lab/"
@@ -113,16 +130,24 @@ make_disk() {
     rm -rf "$work/programs" "$work/root"
 }
 
-# guest LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine, until it is switched off or
+# guest TIME LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine, until it is switched off or
 # LIMIT seconds are over (0: no limit). It has one processor: two of them run on two. On a busy host
 # the emulated timer may be too late for the kernel's check of it, and is right all the same.
+#
+# In virtual TIME an instruction takes 2 ns, and when the guest has nothing to do, its clock jumps to
+# the next timer. What happens is then nearly the same each time, however busy the host is. The
+# processor is a plain one: emulating the features of newer ones costs more than they save.
 guest() {
-    local limit=$1 options=$2
-    shift 2
-    timeout --foreground "$limit" qemu-system-x86_64 -machine pc \
-        -accel "${CORVID_LAB_ACCEL:-tcg,thread=multi}" -cpu max -m 256 -smp 1 -nodefaults -no-reboot \
-        -display none -kernel "$(image_folder)/vmlinux" -initrd "$disk" -append "console=ttyS0 quiet \
-loglevel=4 panic=-1 random.trust_cpu=on mitigations=off no_timer_check $options" "$@"
+    local time=$1 limit=$2 kernel_options=$3
+    shift 3
+    local clock=(-accel "${CORVID_LAB_ACCEL:-tcg,thread=multi}")
+    if [ "$time" = virtual ]; then
+        clock=(-accel "tcg,thread=single" -icount "shift=1,sleep=off" -rtc clock=vm)
+    fi
+    timeout --foreground "$limit" qemu-system-x86_64 -machine pc "${clock[@]}" -cpu qemu64,+rdrand \
+        -m 256 -smp 1 -nodefaults -no-reboot -display none -kernel "$(image_folder)/vmlinux" \
+        -initrd "$disk" -append "console=ttyS0 quiet loglevel=4 panic=-1 random.trust_cpu=on \
+mitigations=off init_on_alloc=0 apparmor=0 no_timer_check $kernel_options" "$@"
 }
 
 # collect FOLDER: what the guest left there: its logs, unpacked.
@@ -131,18 +156,23 @@ collect() {
     rm -f "$1/logs.tar.gz"
 }
 
-# run_case NAME: its output; the result is its exit status. A second run of the same case in this
-# build folder waits for the first.
+# run_case NAME [SECONDS]: its output; the result is its exit status. SECONDS is how long it is to
+# play, if it is one that can be told. A second run of the same case in this build folder waits for
+# the first.
 run_case() (
-    name=$1 out=$logs/$1
+    name=$1 duration=${2:-} out=$logs/$1
     exec 8>"$logs/.$name.lock"
     flock 8
     limit=$(limit_of "$name") status=
+    # What it waits for last may take a while.
+    [ -z "$duration" ] || limit=$((duration + 1200))
     rm -rf "$out"
     mkdir -p "$out"
     : >"$out/status"
-    # The guest ends a case that takes too long; the limit here is for a guest that does not.
-    guest $((limit + 60)) "lab.case=$name lab.limit=$limit" \
+    # The guest ends a case that takes too long; the limit here is for a guest that does not, or whose
+    # virtual time passes more slowly than the host's.
+    guest "$(time_of "$name")" $((limit + 300)) \
+        "lab.case=$name lab.limit=$limit${duration:+ lab.duration=$duration}" \
         -serial "file:$out/console.log" -serial stdio -serial "file:$out/logs.tar.gz" \
         -serial "file:$out/status" </dev/null | tee "$out/output.log" || true
     collect "$out"
@@ -153,6 +183,20 @@ run_case() (
     fi
     exit "${status:-1}"
 )
+
+# soak DURATION: plays that long.
+soak() {
+    local wanted="a number and 'min' or 'h', from 10min to 168h, such as 24h" seconds error=
+    [ $# -eq 1 ] || fail "soak takes one duration: $wanted"
+    [[ $1 =~ ^([1-9][0-9]{0,4})(min|h)$ ]] || fail "'$1' is no duration: $wanted"
+    seconds=$((BASH_REMATCH[1] * 60))
+    [ "${BASH_REMATCH[2]}" = min ] || seconds=$((seconds * 60))
+    [ $seconds -ge 600 ] || error="too short"
+    [ $seconds -le $((168 * 3600)) ] || error="too long"
+    [ -z "$error" ] || fail "'$1' is $error: $wanted"
+    make_disk
+    run_case soak $seconds
+}
 
 test_cases() {
     local name failed=()
@@ -190,7 +234,7 @@ shell() {
     rm -rf "$out"
     mkdir -p "$out"
     echo "lab: 'exit' ends the machine; so does Ctrl-A X"
-    guest 0 "" -serial "file:$out/console.log" -serial mon:stdio \
+    guest real 0 "" -serial "file:$out/console.log" -serial mon:stdio \
         -serial "file:$out/logs.tar.gz" -serial "file:$out/status"
     collect "$out"
 }
@@ -210,6 +254,7 @@ shift || true
 case $command in
     build) build_lab && echo "lab: the image is in $(image_folder)" ;;
     test) test_cases "$@" ;;
+    soak) soak "$@" ;;
     shell) shell ;;
     log) show_log "$@" ;;
     list) sed -s -n '1s/^# //p' lab/cases/*.sh | paste -d'\t' <(case_names) - ;;

@@ -25,7 +25,7 @@ announce() {
 # to know whose channel it is refuse it; those who ask for the link's frequency have the new one.
 switched() {
     local event="freq=$1 ht_enabled=1 ch_offset=$2 ch_width=80 MHz cf1=$3 cf2=0" before
-    before=$(wc -l <"$(log_of daemon)")
+    before=$(end_of daemon)
     announce "$@"
     expect sta "<3>CTRL-EVENT-STARTED-CHANNEL-SWITCH $event"
     expect sta "<3>CTRL-EVENT-CHANNEL-SWITCH $event"

@@ -58,7 +58,7 @@ wrong_key() {
 
 terminated() {
     local before
-    before=$(wc -l <"$(log_of daemon)")
+    before=$(end_of daemon)
     terminate_supplicant
     told "[WPA-STA] Supplicant exited gracefully"
     told "[WPA-STA] Enter new wpa client state 'Stopped' (old 'Connected')"
@@ -75,7 +75,7 @@ terminated() {
 
 killed() {
     local before
-    before=$(wc -l <"$(log_of daemon)")
+    before=$(end_of daemon)
     kill_supplicant
     # Nothing tells the daemon; the restart removes the dead socket and makes its own.
     start_supplicant

@@ -17,6 +17,8 @@ access_point_address=02:00:00:00:01:00
 pass=correct-horse
 # Where they all are; a case may say otherwise before it starts one.
 country=US
+# Whether the driver numbers its answers ("OK 170.3"): set, each can be told from another's.
+numbered_answers=
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
 patience=60
 
@@ -31,7 +33,19 @@ touch $sockets/.keep
 
 # --- telling ---
 
-step() { echo "# $(cut -d' ' -f1 /proc/uptime) $*"; }
+# step TEXT: a line of the case's output, with the seconds since the machine's start.
+step() {
+    local now rest
+    read -r now rest </proc/uptime
+    echo "# $now $*"
+}
+
+# uptime_s: the whole ones of them.
+uptime_s() {
+    local now rest
+    read -r now rest </proc/uptime
+    echo "${now%.*}"
+}
 
 fail() {
     verdict="not ok"
@@ -50,41 +64,23 @@ finish() {
 
 log_of() { echo "/lab/log/$1.log"; }
 
-# Each log has a place up to which it was read. expect LOG TEXT: waits for a line with this text
-# behind it and reads on up to that line, so that one expect after the other asserts an order.
+# Each log has a place up to which it was read, in bytes. expect LOG TEXT: waits for a line with this
+# text behind it and reads on up to that line, so that one expect after the other asserts an order.
 # $line is the line.
 expect() { read_up_to "$1" anywhere "$2"; }
 
 # told TEXT: the same, for a line of the daemon whose message is exactly that.
-told() { read_up_to daemon "at the end" "$1"; }
+told() { read_up_to daemon message "$1"; }
 
 read_up_to() {
-    local file deadline found start
+    local file found start
     file=$(log_of "$1")
-    deadline=$(($(date +%s) + patience))
     eval "start=\${read_$1:-0}"
-    while :; do
-        found=$(START=$start WHERE=$2 TEXT=$3 awk '
-            NR > ENVIRON["START"] {
-                text = ENVIRON["TEXT"]
-                if (ENVIRON["WHERE"] == "at the end") {
-                    sub(/^[^ ]+ . [^ ]+ [^ ]+ +[0-9]+ +[0-9]+ /, "")
-                    found = $0 == text
-                } else {
-                    found = index($0, text) > 0
-                }
-                if (found) {
-                    print NR ":" $0
-                    exit
-                }
-            }' "$file" 2>/dev/null)
-        [ -z "$found" ] || break
-        [ "$(date +%s)" -lt $deadline ] || fail "no line '$3' in $1 behind line $start:
-$(tail -n "+$((start + 1))" "$file" | tail -n 30)"
-        usleep 50000
-    done
-    eval "read_$1=${found%%:*}"
-    line=${found#*:}
+    found=$(lab-expect "$file" "$start" "$2" "$3" $patience) ||
+        fail "no line '$3' in $1 behind byte $start:
+$(tail -c "+$((start + 1))" "$file" | tail -n 30)"
+    eval "read_$1=${found%% *}"
+    line=${found#* }
 }
 
 # expect_next LOG TEXT: the very next line has the text.
@@ -92,23 +88,26 @@ expect_next() {
     local before
     eval "before=\${read_$1:-0}"
     expect "$1" "$2"
-    eval "[ \$read_$1 -eq $((before + 1)) ]" ||
+    eval "[ \$read_$1 -eq $((before + ${#line} + 1)) ]" ||
         fail "other lines in $1 before '$2':
-$(tail -n "+$((before + 1))" "$(log_of "$1")" | head -n 10)"
+$(tail -c "+$((before + 1))" "$(log_of "$1")" | head -n 10)"
 }
 
 # never LOG TEXT: no line has it behind the place that was read.
 never() {
     local start
     eval "start=\${read_$1:-0}"
-    ! tail -n "+$((start + 1))" "$(log_of "$1")" | grep -F -e "$2" || fail "'$2' in $1"
+    ! tail -c "+$((start + 1))" "$(log_of "$1")" | grep -F -e "$2" || fail "'$2' in $1"
 }
+
+# end_of LOG: how far it can be read now.
+end_of() { stat -c %s "$(log_of "$1")"; }
 
 # forget LOG ...: what is in it so far does not matter.
 forget() {
     local log
     for log in "$@"; do
-        eval "read_$log=$(wc -l <"$(log_of "$log")")"
+        eval "read_$log=$(end_of "$log")"
     done
 }
 
@@ -123,13 +122,14 @@ has() {
     esac
 }
 
-# until_true COMMAND ...: waits until it succeeds.
+# until_true COMMAND ...: waits until it succeeds, and asks less and less often.
 until_true() {
-    local deadline
-    deadline=$(($(date +%s) + patience))
+    local deadline pause=50
+    deadline=$(($(uptime_s) + patience))
     until "$@" >/dev/null 2>&1; do
-        [ "$(date +%s)" -lt $deadline ] || fail "never true: $*"
-        usleep 50000
+        [ "$(uptime_s)" -lt $deadline ] || fail "never true: $*"
+        usleep ${pause}000
+        [ $pause -ge 800 ] || pause=$((pause * 2))
     done
 }
 
@@ -220,8 +220,8 @@ config_methods=virtual_push_button
 p2p_no_group_iface=1
 p2p_go_intent=15
 END
-    LAB_REQUEST_LOG=$(log_of requests) LD_PRELOAD=/usr/lib/libdriver-commands.so \
-        background supplicant wpa_supplicant -t -D nl80211 \
+    LAB_REQUEST_LOG=$(log_of requests) LAB_NUMBERED_ANSWERS=$numbered_answers \
+        LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant wpa_supplicant -t -D nl80211 \
         -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
     supplicant=$pid
     touch "$(log_of requests)"
@@ -250,9 +250,13 @@ terminate_supplicant() {
 }
 
 kill_supplicant() {
+    local follower
     # shellcheck disable=SC2086  # one word per process
     kill -9 "$supplicant" $followers
     wait "$supplicant" 2>/dev/null
+    for follower in $followers; do
+        rm -f "/tmp/wpa_ctrl_$follower-"*
+    done
 }
 
 # connect [PASS]: to the access point.
