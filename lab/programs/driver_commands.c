@@ -8,7 +8,8 @@
  *     4312 wlan0 SIGNAL_POLL
  *     4390 wlan0 DRIVER SET_TXPOWER 9 -> OK
  * The answer is OK. "SET_TXPOWER dBm" really sets the interface's transmit power, and its answer is
- * FAIL where that fails.
+ * FAIL where that fails. With LAB_NUMBERED_ANSWERS in the environment each answer has a number
+ * behind it, process and request ("OK 170.3"), by which it can be told from another request's.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -25,7 +26,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
-enum { REQUEST_SIZE = 4096 };
+enum { REQUEST_SIZE = 4096, ANSWER_SIZE = 64 };
 
 static const char PREFIX[] = "DRIVER ";
 
@@ -56,9 +57,9 @@ static const char* set_power(const char* interface, int dbm) {
     int status = 0;
     if (posix_spawnp(&child, "iw", NULL, NULL, arguments, environment) != 0 ||
         waitpid(child, &status, 0) != child || status != 0) {
-        return "FAIL\n";
+        return "FAIL";
     }
-    return "OK\n";
+    return "OK";
 }
 
 /* The answer brings the line's end; NULL where the supplicant itself answers. */
@@ -77,13 +78,22 @@ static void record(const char* interface, const char* request, const char* answe
 static void answer_driver_command(int fd, const char* interface, const char* request,
                                   const struct sockaddr* from, socklen_t length) {
     const char* command = request + strlen(PREFIX);
-    const char* answer = "OK\n";
+    const char* answer = "OK";
     int dbm;
     if (sscanf(command, "SET_TXPOWER %d", &dbm) == 1) {
         answer = set_power(interface, dbm);
     }
-    record(interface, request, answer);
-    sendto(fd, answer, strlen(answer), 0, from, length);
+    char text[ANSWER_SIZE];
+    const char* numbered = getenv("LAB_NUMBERED_ANSWERS");
+    if (numbered != NULL && numbered[0] != '\0') {
+        /* Of this supplicant, by its process: the next one counts from the start again. */
+        static long count;
+        snprintf(text, sizeof(text), "%s %d.%ld\n", answer, (int)getpid(), ++count);
+    } else {
+        snprintf(text, sizeof(text), "%s\n", answer);
+    }
+    record(interface, request, text);
+    sendto(fd, text, strlen(text), 0, from, length);
 }
 
 ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct sockaddr* from,

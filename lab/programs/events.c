@@ -40,5 +40,6 @@ int main(int argc, char** argv) {
         event[length] = '\0';
         puts(event);
     } while (strstr(event, WPA_EVENT_TERMINATING) == NULL);
+    wpa_ctrl_close(control);
     return 0;
 }
