@@ -1,20 +1,8 @@
 #pragma once
 
 // Typed access to the daemon's system properties. Nothing is cached: each call reads the property
-// again, so whether a change takes effect without a restart depends on when the caller reads.
-// A value that does not parse counts as one that is not set. Any thread.
-//
-// A restart is needed by
-// - the feature switches (config/FeatureList.h), which decide which managers are created;
-// - what managers read when they are built: devparams.*, im3.mitigation.band2g, txchain.enable.p2p;
-// - what is read at its first use in the process and kept: txpower.* but for the one below, and
-//   powerjump.detect.rssi.threshold.
-//
-// Read each time, so that a change takes effect at once:
-// - cmd.* at each call that they permit or choose the command of, and at each scan that sets the
-//   notice of absence anew (the manager must be there);
-// - txchain.qualcomm at each start of a group;
-// - txpower.enable.handtracking at each sample of a station on 5 GHz.
+// again, so when a change takes effect depends on the caller (docs/architecture.md, "When a property
+// takes effect"). A value that does not parse counts as one that is not set. Any thread.
 
 #include <optional>
 

@@ -73,7 +73,7 @@ class StopSignals {
             WakeFd::wake(wakeFd_);
             errno = savedErrno;
         };
-        // Reset: whoever presses Ctrl-C again because nothing happens gets it.
+        // Reset: a second Ctrl-C ends the process at once.
         action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
         sigaction(SIGINT, &action, &oldInt_);
         sigaction(SIGTERM, &action, &oldTerm_);

@@ -53,7 +53,7 @@ class FakeClient : public ::vendor::corvid::hardware::wifi::V1_0::ICorvidWifiMan
         return false;
     }
 
-    /** Tells whoever asked for it that this client has died. */
+    /** Notifies the death recipients. */
     void die() {
         for (const Recipient& recipient : recipients()) {
             recipient->serviceDied(0, this);
