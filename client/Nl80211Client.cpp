@@ -280,8 +280,12 @@ constexpr std::array<nla_policy, kRateInfoMax + 1> kRateInfoPolicy = [] {
     return policy;
 }();
 
-/** The code of the widest channel that `rate`, a parsed transmit rate, has a flag for. */
-int bandwidthCode(const std::array<nlattr*, kRateInfoMax + 1>& rate) {
+/** The code of the widest channel that a transmit rate has a flag for; none if it is broken. */
+std::optional<int> bandwidthCode(nlattr* rateInfo) {
+    std::array<nlattr*, kRateInfoMax + 1> rate{};
+    if (nla_parse_nested(rate.data(), kRateInfoMax, rateInfo, kRateInfoPolicy.data()) < 0) {
+        return std::nullopt;
+    }
     if (rate[NL80211_RATE_INFO_160_MHZ_WIDTH] != nullptr) {
         return 5;
     }
@@ -618,16 +622,15 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
         return NL_STOP;
     }
 
-    std::array<nlattr*, kRateInfoMax + 1> rate{};
-    if (nla_parse_nested(rate.data(), kRateInfoMax, station[NL80211_STA_INFO_TX_BITRATE],
-                         kRateInfoPolicy.data()) < 0) {
+    const std::optional<int> bandwidth = bandwidthCode(station[NL80211_STA_INFO_TX_BITRATE]);
+    if (!bandwidth) {
         WIFI_LOGE("Failed to parse bit rate info in netlink response");
         result->error = -1;
         // Unlike the other failures: a station behind this one in the packet is still read.
         return NL_SKIP;
     }
     result->error = 0;
-    result->bandwidth = bandwidthCode(rate);
+    result->bandwidth = *bandwidth;
     return NL_SKIP;
 }
 

@@ -21,6 +21,7 @@
 #include "client/CorvidWifiClient.h"
 #include "client/WifiClientCallback.h"
 #include "tests/client/nl80211/Nl80211Fixture.h"
+#include "tests/support/DeviceRoot.h"
 #include "tests/support/FakeControlSocket.h"
 #include "tests/support/FakeNl80211.h"
 #include "tests/support/LogCapture.h"
@@ -392,7 +393,7 @@ class CorvidWifiClientNetlink : public testing::Test {
         return count;
     }
 
-    TemporaryRoot root_;
+    test::DeviceRoot root_;
     test::LogCapture log_;
     test::FakeNl80211 kernel_{root_.path()};
     CorvidWifiClient client_{root_.path() + "/"};

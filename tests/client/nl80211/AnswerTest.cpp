@@ -392,11 +392,10 @@ TEST_F(Answer, NumberThatDoesNotFitFailsTheCommandUnsent) {
 }
 
 TEST(Nl80211Connection, AbandonedSocketFailsEveryOperation) {
-    TemporaryRoot root;
+    const test::DeviceRoot root;
     test::LogCapture log;
     {
         // A socket file that its owner left behind.
-        std::filesystem::create_directories(root.path() + "/dev");
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         (root.path() + "/dev/nl80211").copy(address.sun_path, sizeof(address.sun_path) - 1);

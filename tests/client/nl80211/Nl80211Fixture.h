@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +10,7 @@
 #include <linux/nl80211.h>
 
 #include "client/Nl80211Client.h"
+#include "tests/support/DeviceRoot.h"
 #include "tests/support/FakeNl80211.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/Netlink.h"
@@ -23,28 +22,6 @@ using test::NetlinkAttribute;
 using test::NetlinkRequest;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/** A folder that stands for "/" and holds the nl80211 peer's socket, for the process's lifetime. */
-class TemporaryRoot {
-  public:
-    TemporaryRoot() : path_(testing::TempDir() + "nl80211-XXXXXX") {
-        if (mkdtemp(path_.data()) == nullptr) {
-            abort();
-        }
-        setenv("CORVID_WIFI_ROOT", path_.c_str(), 1);
-    }
-    ~TemporaryRoot() {
-        unsetenv("CORVID_WIFI_ROOT");
-        std::filesystem::remove_all(path_);
-    }
-    TemporaryRoot(const TemporaryRoot&) = delete;
-    TemporaryRoot& operator=(const TemporaryRoot&) = delete;
-
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
 
 /** A client in front of a peer that the test plays. */
 class Nl80211Test : public testing::Test {
@@ -60,7 +37,7 @@ class Nl80211Test : public testing::Test {
         return info;
     }
 
-    TemporaryRoot root_;
+    test::DeviceRoot root_;
     test::LogCapture log_;
     test::FakeNl80211 kernel_{root_.path()};
     Nl80211Client client_;
