@@ -55,13 +55,13 @@ Headset::~Headset() {
     }
     if (::testing::Test::HasFailure()) {
         // What led there, for whoever reads the failure.
-        std::string story;
+        std::string last;
         const auto records = sim_.records();
         for (size_t i = records.size() > 60 ? records.size() - 60 : 0; i < records.size(); ++i) {
-            story += records[i].kind() + " " + records[i].socket() + " " + records[i]["level"] +
-                     " " + records[i].text().substr(0, 300) + "\n";
+            last += records[i].kind() + " " + records[i].socket() + " " + records[i]["level"] +
+                    " " + records[i].text().substr(0, 300) + "\n";
         }
-        GTEST_LOG_(INFO) << "The last of what happened:\n" << story;
+        GTEST_LOG_(INFO) << "The last of what happened:\n" << last;
     }
 }
 

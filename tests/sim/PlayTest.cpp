@@ -205,6 +205,12 @@ TEST(Usage, WrongUsageIsNamedAndMakesTheStatus2) {
     }
 }
 
+TEST(Usage, LinesShowsWhatALineOfAScenarioCanBe) {
+    std::string output;
+    EXPECT_EQ(runSim({"--lines"}, output), 0);
+    EXPECT_THAT(output, HasSubstr("unset NAME\n    removes a system property\n"));
+}
+
 TEST(Usage, HelpGoesToStandardOutput) {
     std::string output;
     EXPECT_EQ(runSim({"--help"}, output), 0);
