@@ -1,8 +1,8 @@
 #pragma once
 
 // Typed access to the daemon's system properties. Nothing is cached: each call reads the property
-// again, so when a change takes effect depends on the caller (docs/architecture.md, "When a property
-// takes effect"). A value that does not parse counts as one that is not set. Any thread.
+// again, so when a change takes effect depends on the caller (docs/architecture.md, "When a
+// property takes effect"). A value that does not parse counts as one that is not set. Any thread.
 
 #include <optional>
 
