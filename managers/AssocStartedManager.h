@@ -6,15 +6,15 @@
 
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
-#include "managers/RelayListener.h"
+#include "managers/support/RelayListener.h"
 
 namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
 /**
- * Tells one listener that a P2P interface has begun to associate. The supplicant reports it on the
- * station's socket, with the interface's name. Events are handled on the listener thread.
+ * Tells one listener that a P2P interface has begun to associate. The supplicant reports that on
+ * the station's socket, with the interface's name. Runs on the listener thread.
  */
 class AssocStartedManager : public FeatureManager {
   public:
@@ -23,7 +23,7 @@ class AssocStartedManager : public FeatureManager {
     explicit AssocStartedManager(std::shared_ptr<CorvidWifiClient> client);
     ~AssocStartedManager() override;
 
-    /** Stores a copy of `listener`. Returns false when one is linked already. */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
     bool linkAssocStartedCallback(Listener& listener);
     void unlinkAssocStartedCallback();
 

@@ -10,8 +10,8 @@ namespace Ursa::OS::Wifi {
 namespace {
 
 // The wide channels of the 5 GHz band by their centres, MHz (IEEE 802.11, Annex E: channel numbers
-// 38, 46, ... and 42, 58, ...), without a gap wherever 20 MHz channels follow each other:
-// deliberately complete, whatever a regulatory domain allows.
+// 38, 46, ... and 42, 58, ...), without a gap wherever 20 MHz channels follow each other. Not cut
+// to a regulatory domain: the driver refuses what its own does not allow.
 
 /** Each holds the two 20 MHz channels at centre - 10 and + 10. */
 constexpr unsigned kCenters40[] = {

@@ -14,8 +14,7 @@ struct ChannelSwitchCommand {
 
     /**
      * Builds the command. At 20 MHz any frequency is taken; at 40 and 80 it must be one of the
-     * 5 GHz channels that the standard groups. Returns false, with the reason logged, for anything
-     * else.
+     * 5 GHz channels that the standard groups. Logs an error and returns false for anything else.
      */
     static bool fromFrequencyAndBandwidth(unsigned freq, unsigned bandwidth,
                                           ChannelSwitchCommand& out);

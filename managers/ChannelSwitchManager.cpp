@@ -9,7 +9,7 @@
 #include "config/CorvidWifiProperties.h"
 #include "managers/ChannelSwitchCommand.h"
 #include "managers/P2pManager.h"
-#include "managers/PrivateCommand.h"
+#include "managers/support/PrivateCommand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {

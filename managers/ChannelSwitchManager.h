@@ -9,7 +9,7 @@
 #include "client/SupplicantParser.h"
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
-#include "managers/RelayListener.h"
+#include "managers/support/RelayListener.h"
 #include "os/Mutex.h"
 
 namespace Ursa::OS::Wifi {
@@ -28,7 +28,7 @@ class ChannelSwitchManager : public FeatureManager {
     explicit ChannelSwitchManager(std::shared_ptr<CorvidWifiClient> client);
     ~ChannelSwitchManager() override;
 
-    /** Stores a copy of `listener`. Returns false when one is linked already. */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
     bool linkChannelSwitchCallback(Listener& listener);
     void unlinkChannelSwitchCallback();
 
@@ -46,10 +46,10 @@ class ChannelSwitchManager : public FeatureManager {
     void channelSwitchEventHandler_(const std::string& event) REQUIRES(eventMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    /** Held while a command is answered, deliberately: requests go one by one. */
+    /** Held until the command is answered, so that requests are sent one by one. */
     RecursiveMutex csaMutex_;
     RelayListener<const ChannelSwitchResult&> listener_;
-    /** Held while an event is handled, its listener included, deliberately. */
+    /** Held while an event and its listener run, so that the listener gets one at a time. */
     Mutex eventMutex_;
     /** What the last event of each interface told, MHz; 0 for none and for a negative one. */
     std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);

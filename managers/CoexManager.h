@@ -51,11 +51,10 @@ struct CoexActionPackage {
 using CoexRegistration = std::unique_ptr<CallbackMapRegister<const CoexAction&>>;
 
 /**
- * Turns the supplicant's events into six coexistence events and hands them, one at a time and in
- * the order of arrival, to its subscribers on a thread of its own. So their work, which may wait
- * for outside services for seconds, never holds up the listener thread.
- *
- * Lives as long as the process. Where it is destroyed all the same, the dispatcher ends first.
+ * Turns the supplicant's events into six coexistence events and passes them to its subscribers, one
+ * at a time in the order of arrival, on a thread of its own: their work may wait for outside
+ * services for seconds, which would block the listener thread. The destructor ends that thread
+ * first.
  */
 class CoexManager : public FeatureManager {
   public:

@@ -7,9 +7,9 @@
 #include "client/CorvidWifiClient.h"
 #include "client/SupplicantParser.h"
 #include "config/CorvidWifiProperties.h"
-#include "managers/BoundedWorker.h"
-#include "managers/WifiBand.h"
+#include "managers/support/BoundedWorker.h"
 #include "managers/support/StationSignal.h"
+#include "managers/support/WifiBand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -200,21 +200,25 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
                       range.end);
         }
     }
+    return channelIndex < 0 ? clearBlock_(*provider, shared)
+                            : addBlock_(*provider, shared, list, channelIndex);
+}
 
-    if (channelIndex < 0) {
-        if (!shared.blockedByUs) {
-            return true;
-        }
-        WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
-        if (!BoundedWorker::mayHang([&] { return provider->clearWirelessFreqBlocklists(); })) {
-            WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
-            return false;
-        }
-        shared.blockedByUs = false;
+bool FrequencyBlockManager::clearBlock_(Sensors::ControllerProvider& provider, Shared& shared) {
+    if (!shared.blockedByUs) {
         return true;
     }
+    WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
+    if (!BoundedWorker::mayHang([&] { return provider.clearWirelessFreqBlocklists(); })) {
+        WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
+        return false;
+    }
+    shared.blockedByUs = false;
+    return true;
+}
 
-    // Behind what is there already, by us or by others: only a clear removes ranges.
+bool FrequencyBlockManager::addBlock_(Sensors::ControllerProvider& provider, Shared& shared,
+                                      ControllerWirelessFreqBlocklists& list, int channelIndex) {
     const FrequencyMap& channel = kChannels[static_cast<size_t>(channelIndex)];
     WIFI_LOGI("ControllerProvider: channel %d(freq:%u-%u) is blocked", channelIndex + 1,
               channel.startFreq, channel.endFreq);
@@ -227,7 +231,7 @@ bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int chan
                   im3->startFreq, im3->endFreq);
         list.push_back({im3->startFreq, im3->endFreq});
     }
-    if (!BoundedWorker::mayHang([&] { return provider->setWirelessFreqBlocklists(list); })) {
+    if (!BoundedWorker::mayHang([&] { return provider.setWirelessFreqBlocklists(list); })) {
         WIFI_LOGE("ControllerProvider: setWirelessFreqBlocklists() failed");
         return false;
     }

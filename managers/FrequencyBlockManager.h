@@ -68,6 +68,11 @@ class FrequencyBlockManager : public FeatureManager {
     /** Returns true when the sensor service was told of a change. */
     bool updateFrequencyBlock_();
     static bool setFrequencyBlockByChannel_(Shared& shared, int channelIndex);
+    /** Clears the whole list, if some of it is ours. */
+    static bool clearBlock_(Sensors::ControllerProvider& provider, Shared& shared);
+    /** Adds a channel behind what is in the list, by us or by others: only a clear removes. */
+    static bool addBlock_(Sensors::ControllerProvider& provider, Shared& shared,
+                          Sensors::ControllerWirelessFreqBlocklists& list, int channelIndex);
     bool getFrequencyBlock_(Sensors::ControllerWirelessFreqBlocklists& list);
 
     const std::shared_ptr<CorvidWifiClient> client_;

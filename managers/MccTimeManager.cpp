@@ -5,7 +5,7 @@
 
 #include "client/CorvidWifiClient.h"
 #include "config/CorvidWifiProperties.h"
-#include "managers/PrivateCommand.h"
+#include "managers/support/PrivateCommand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {

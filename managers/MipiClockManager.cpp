@@ -7,9 +7,9 @@
 
 #include "client/CorvidWifiClient.h"
 #include "client/SupplicantParser.h"
-#include "managers/BoundedWorker.h"
-#include "managers/TelemetryEventLogger.h"
+#include "managers/support/BoundedWorker.h"
 #include "managers/support/StationSignal.h"
+#include "managers/support/TelemetryEventLogger.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -101,7 +101,7 @@ void MipiClockManager::onWifiStaConnected_() {
 
 void MipiClockManager::onWifiStaDisconnected_(const std::string& event) {
     WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
-    // The clock stays where it is, deliberately.
+    // The clock stays: without a link no harmonic disturbs, and the next link sets its own.
 }
 
 void MipiClockManager::onWifiStaChannelSwitch_(const std::string& event) {

@@ -31,7 +31,7 @@ class NoaManager : public FeatureManager {
     void onStaScanEnded_(const std::string& event);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    /** Held while the command is sent, deliberately; the handler sends with it held too. */
+    /** Held across the command, so that the driver's schedule is the stored one. */
     RecursiveMutex mutex_;
     std::unique_ptr<WifiClientCallback> subscription_;
     bool noaSet_ GUARDED_BY(mutex_) = false;

@@ -25,10 +25,7 @@ struct alignas(2 * sizeof(int32_t)) P2pInfo {
     int32_t bandwidth = -1;  ///< -1, unknown: no event tells it
 };
 
-/**
- * Remembers the current P2P group and the paired device. Each read or write is one step. Any
- * thread.
- */
+/** Stores the current P2P group and the paired device, atomically. Any thread. */
 class P2pManager : public FeatureManager {
   public:
     explicit P2pManager(std::shared_ptr<CorvidWifiClient> client);

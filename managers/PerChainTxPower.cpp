@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
-#include "managers/WifiBand.h"
+#include "managers/support/WifiBand.h"
 
 namespace Ursa::OS::Wifi {
 

@@ -5,7 +5,7 @@
 
 #include "client/CorvidWifiClient.h"
 #include "config/CorvidWifiProperties.h"
-#include "managers/WifiBand.h"
+#include "managers/support/WifiBand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {

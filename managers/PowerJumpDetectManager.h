@@ -37,7 +37,7 @@ class PowerJumpDetectManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     const ReadOnce<int>& rssiThreshold_;
-    /** Held by both handlers for their whole run, the command included, deliberately. */
+    /** Held across a handler's command, so that the state matches the last command. */
     Mutex handlerMutex_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;

@@ -7,7 +7,7 @@
 #include "client/SupplicantParser.h"
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
-#include "managers/RelayListener.h"
+#include "managers/support/RelayListener.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -24,7 +24,7 @@ class RegdomManager : public FeatureManager {
     explicit RegdomManager(std::shared_ptr<CorvidWifiClient> client);
     ~RegdomManager() override;
 
-    /** Stores a copy of `listener`. Returns false when one is linked already. */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
     bool linkRegdomUpdatedCallback(Listener& listener);
     void unlinkRegdomUpdatedCallback();
 

@@ -122,7 +122,43 @@ void putPort(requestFrame& frame, size_t offset, uint32_t port) {
     putBytes(frame, offset, &value, sizeof(value));
 }
 
-/** Ends the process: a byte span of that size breaks the contract of its type. */
+/** Fills in the link's addresses from the reply to "STATUS". Returns false when not associated. */
+bool putLink(requestFrame& frame, const std::string& status) {
+    std::string bssidText;
+    std::string addressText;
+    if (!getValueFromWpaCmdStatusReply(status, "bssid", bssidText) ||
+        !getValueFromWpaCmdStatusReply(status, "address", addressText)) {
+        WIFI_LOGW("Cannot parse bssid from wpa_supplicant STATUS reply.");
+        return false;
+    }
+    ether_addr bssid = {};
+    if (ether_aton_r(bssidText.c_str(), &bssid) == nullptr) {
+        WIFI_LOGW("Cannot convert bssid string to array.");
+        return false;
+    }
+    ether_addr address = {};
+    if (ether_aton_r(addressText.c_str(), &address) == nullptr) {
+        WIFI_LOGW("Cannot convert device address string to array.");
+        return false;
+    }
+    putBytes(frame, kAddress1, &bssid, sizeof(bssid));
+    putBytes(frame, kAddress2, &address, sizeof(address));
+    putBytes(frame, kAddress3, &bssid, sizeof(bssid));
+    return true;
+}
+
+/** Fills in what tells the stream from others. */
+void putStream(requestFrame& frame, const ScsProfile& profile) {
+    putIp(frame, kSourceIp, profile.remoteIp);
+    putIp(frame, kDestinationIp, profile.localIp);
+    putPort(frame, kSourcePort, profile.remotePort);
+    putPort(frame, kDestinationPort, profile.localPort);
+    frame.bytes[kTclasPriority] = frame.bytes[kPriority];
+    frame.bytes[kDscp] = profile.dscp;
+    frame.bytes[kProtocol] = profile.protocol;
+}
+
+/** Aborts, as gsl::span does when its size precondition fails. */
 [[noreturn]] void endForSizeOfNoSpan() {
     // Quoted by crash reports, wherever the library is: the words must stay.
     constexpr char kMessage[] =
@@ -206,44 +242,19 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
         WIFI_LOGW("Cannot send STATUS command to wpa_supplicant.");
         return false;
     }
-    std::string bssidText;
-    std::string addressText;
-    if (!getValueFromWpaCmdStatusReply(status, "bssid", bssidText) ||
-        !getValueFromWpaCmdStatusReply(status, "address", addressText)) {
-        WIFI_LOGW("Cannot parse bssid from wpa_supplicant STATUS reply.");
+    if (!putLink(frame, status)) {
         return false;
     }
-    ether_addr bssid = {};
-    if (ether_aton_r(bssidText.c_str(), &bssid) == nullptr) {
-        WIFI_LOGW("Cannot convert bssid string to array.");
-        return false;
-    }
-    ether_addr address = {};
-    if (ether_aton_r(addressText.c_str(), &address) == nullptr) {
-        WIFI_LOGW("Cannot convert device address string to array.");
-        return false;
-    }
-    putBytes(frame, kAddress1, &bssid, sizeof(bssid));
-    putBytes(frame, kAddress2, &address, sizeof(address));
-    putBytes(frame, kAddress3, &bssid, sizeof(bssid));
     if (profile == nullptr) {
         return true;
     }
-
     // The supplicant knows the headset's address best.
     if (!getValueFromWpaCmdStatusReply(status, "ip_address", profile->localIp)) {
         WIFI_LOGW("Cannot parse ip_address from wpa_supplicant STATUS reply.");
     }
-    auto& bytes = frame.bytes;
-    putIp(frame, kSourceIp, profile->remoteIp);
-    putIp(frame, kDestinationIp, profile->localIp);
-    putPort(frame, kSourcePort, profile->remotePort);
-    putPort(frame, kDestinationPort, profile->localPort);
-    bytes[kTclasPriority] = bytes[kPriority];
-    bytes[kDscp] = profile->dscp;
-    bytes[kProtocol] = profile->protocol;
-    WIFI_LOGD("set IP %d.%d.%d.%d", bytes[kDestinationIp], bytes[kDestinationIp + 1],
-              bytes[kDestinationIp + 2], bytes[kDestinationIp + 3]);
+    putStream(frame, *profile);
+    const uint8_t* ip = frame.bytes.data() + kDestinationIp;
+    WIFI_LOGD("set IP %d.%d.%d.%d", ip[0], ip[1], ip[2], ip[3]);
     return true;
 }
 

@@ -7,7 +7,7 @@
 
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
-#include "managers/ResourceAllocator.h"
+#include "managers/support/ResourceAllocator.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -34,13 +34,10 @@ struct requestFrame {
 };
 
 /**
- * Asks the access point to prioritise streams (IEEE 802.11 Stream Classification Service): builds
- * the request frame and has the kernel transmit it on the station's interface. Every request uses
- * the same SCSID, and what the access point answers is not read.
- *
- * set() and clear() run on the HIDL thread; a disconnection, on the listener thread, forgets all
- * profiles. A profile that a disconnection meets in the middle of set() may be gone when set()
- * returns its id.
+ * Asks the access point to prioritise streams (IEEE 802.11 Stream Classification Service). Every
+ * request uses the same SCSID; the access point's response is not read. set() and clear() run on
+ * the HIDL thread. A disconnection (listener thread) forgets all profiles, even one whose set() has
+ * not returned yet.
  */
 class ScsManager : public FeatureManager {
   public:
@@ -48,8 +45,8 @@ class ScsManager : public FeatureManager {
     ~ScsManager() override;
 
     /**
-     * Returns the profile's id, 0 or more; -1 for anything but IPv4 or when no id is left; -2 when
-     * the frame could not be built or sent. `profile.localIp` becomes the station's address.
+     * Returns the profile's id, 0 or more; -1 for anything but IPv4 or if no id is left; -2 if the
+     * frame could not be built or sent. `profile.localIp` becomes the station's address.
      */
     int set(ScsProfile& profile);
 
@@ -63,9 +60,9 @@ class ScsManager : public FeatureManager {
     bool constructRequestFrameV4(ScsProfile* profile, requestFrame& frame);
 
     /**
-     * Hands the kernel the first `frame.size` bytes. Returns false when it does not take them, and
-     * for more than requestFrame::kMaxSize. The largest 64-bit number there is ends the process,
-     * with a message on standard error and in the log.
+     * Has the kernel transmit the first `frame.size` bytes. Returns false if it rejects them, or
+     * for more than requestFrame::kMaxSize. Aborts for UINT64_MAX, as gsl::span does when its size
+     * precondition fails.
      */
     bool sendRequestFrameToDriver(const requestFrame& frame);
 

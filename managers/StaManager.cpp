@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
-#include "managers/TelemetryEventLogger.h"
+#include "managers/support/TelemetryEventLogger.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {

@@ -48,18 +48,18 @@ class StaManager : public FeatureManager {
     ~StaManager() override;
 
     /**
-     * Fed with each successful poll, on the worker's thread: 5 s after the connection and every 5 s
-     * from then on, 30 s after a poll that fails. Four in a row that can't be sent end it until the
-     * next connection. A subscriber's registration ends before this manager does, and it never
-     * waits for the listener thread or the link's next event: those wait for the worker.
+     * Fed with each successful poll, on the worker's thread: 5 s after the connection, every 5 s
+     * from then on, 30 s after a failed poll. Four in a row that can't be sent end it until the
+     * next connection. A subscriber unregisters before this manager is destroyed, and must not wait
+     * for the listener thread or the link's next event: those wait for the worker.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staConnectedCallbacks;
 
     /**
      * Fed on the listener thread when the link ends, at every notification that the supplicant is
      * away, and before a new link begins, so that subscribers start from their defaults. The
-     * handler mutex is held meanwhile, deliberately: subscribers must not wait for the link's next
-     * event.
+     * handler mutex is held meanwhile, so that no worker starts in between: subscribers must not
+     * wait for the link's next event.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staDisconnectedCallbacks;
 

@@ -6,6 +6,7 @@
 #include "client/SupplicantParser.h"
 #include "config/CorvidWifiProperties.h"
 #include "managers/P2pManager.h"
+#include "managers/support/WifiBand.h"
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
@@ -14,8 +15,6 @@ namespace {
 
 /** First frequency on which the station's power follows the signal, MHz. */
 constexpr int kFirstAdaptedFrequency = 5000;
-/** Last frequency that counts as 2.4 GHz for the P2P group's power, MHz. */
-constexpr int kLast2GhzFrequency = 2999;
 
 bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtracking(false); }
 
@@ -163,7 +162,7 @@ void TxPowerManager::onStaDisconnected_(const StaResult& result) {
         perChain_.update(result.rssi, result.frequency);
     } else {
         setTxPower_(settings_.upper(), NetInterfaceType::STA);
-        // The last step stays as it is, deliberately.
+        // The last step stays as it is: the first sample of the next link is compared with it.
     }
 }
 
@@ -180,7 +179,7 @@ void TxPowerManager::onP2pStarted_(const std::string& event) {
     }
     p2pFrequency_ = frequency;
     setP2pInfo({frequency, -1});
-    if (frequency > kLast2GhzFrequency) {
+    if (frequency >= kFirst5GhzFrequency) {
         setTxPower_(settings_.upper(), NetInterfaceType::P2P);  // whatever the toggle
     } else if (p2pToggle_) {
         setTxPower_(settings_.p2p(), NetInterfaceType::P2P);

@@ -20,24 +20,24 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 struct P2pInfo;
 
+// The station's power steps, with the defaults. Rows and columns are tried in this order, so that
+// of steps configured equal the earlier wins.
+//
+//     current    signal                            next
+//     20 upper   above -55: 5    above -65: 9      else 20
+//      9 middle  below -70: 20   above -55: 5      else 9
+//      5 lower   below -70: 20   below -60: 9      else 5
+//     other                                        20
+
 /**
  * The station's next power step, in configured units, from the current one and the signal (dBm).
  * The stronger the signal, the less power; each step back needs a signal 5 dB beyond the one that
- * caused the step, so that the power does not flutter. With the defaults:
- *
- *     current    signal                            next
- *     20 upper   above -55: 5    above -65: 9      else 20
- *      9 middle  below -70: 20   above -55: 5      else 9
- *      5 lower   below -70: 20   below -60: 9      else 5
- *     other                                        20
- *
- * Rows and columns are tried in this order, so that of steps configured equal the earlier wins.
+ * caused the step, so that the power does not flutter.
  */
 unsigned nextPowerStep(const TxPowerSettings& settings, unsigned current, int rssi);
 
 /**
  * Sets the transmit power of the station, by the signal, and of the P2P group, by its band.
- *
  * Connected results arrive on StaManager's worker, disconnected ones and P2P events on the listener
  * thread, calls on the HIDL thread.
  */
@@ -84,7 +84,7 @@ class TxPowerManager : public FeatureManager {
     std::atomic<unsigned> staTxPower_{0};  ///< as last put into a command
     std::atomic<unsigned> p2pTxPower_{0};
 
-    /** Held by every handler for its whole run, its command included, deliberately. */
+    /** Held across a handler's command, so that two handlers' power changes cannot interleave. */
     Mutex handlerMutex_ ACQUIRED_BEFORE(configMutex_);
     Mutex configMutex_;
     PerChainTxPower perChain_ GUARDED_BY(handlerMutex_);

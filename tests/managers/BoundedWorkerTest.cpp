@@ -17,7 +17,7 @@
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
 
-#include "managers/BoundedWorker.h"
+#include "managers/support/BoundedWorker.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/NoNewThreads.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "managers/RelayListener.h"
+#include "managers/support/RelayListener.h"
 
 namespace Ursa::OS::Wifi {
 

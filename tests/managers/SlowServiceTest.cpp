@@ -27,7 +27,7 @@
 #include <sys/wait.h>
 #include <vrsensors/Sensors.h>
 
-#include "managers/BoundedWorker.h"
+#include "managers/support/BoundedWorker.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/DeviceRoot.h"
 #include "tests/support/WaitUntil.h"

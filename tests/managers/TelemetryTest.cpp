@@ -1,7 +1,7 @@
 #include <chrono>
 
-#include "managers/TelemetryEventLogger.h"
 #include "managers/TelemetryManager.h"
+#include "managers/support/TelemetryEventLogger.h"
 #include "tests/support/ManagerTest.h"
 
 namespace Ursa::OS::Wifi {

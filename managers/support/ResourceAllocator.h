@@ -13,15 +13,15 @@ class ResourceAllocator {
   public:
     /**
      * Stores a copy and returns its id: 0 in an empty allocator, otherwise one more than the
-     * largest id present, so that the ids of resources removed in the middle are not used again.
-     * Returns -1 when there is no such id.
+     * largest id present, so that ids removed in the middle are not used again. Returns -1 if there
+     * is no such id.
      */
     int add(T& resource) {
         MutexLock lock(mutex_);
         int id = 0;
         if (!resources_.empty()) {
             const int largest = resources_.rbegin()->first;
-            if (largest < -1 || largest == std::numeric_limits<int>::max()) {
+            if (largest == std::numeric_limits<int>::max()) {
                 return -1;
             }
             id = largest + 1;

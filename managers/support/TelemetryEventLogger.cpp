@@ -1,4 +1,4 @@
-#include "managers/TelemetryEventLogger.h"
+#include "managers/support/TelemetryEventLogger.h"
 
 #include <chrono>
 

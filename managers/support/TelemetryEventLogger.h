@@ -16,8 +16,8 @@ enum class TelemetryEventType : int32_t {
 };
 
 /**
- * One vendor atom for the platform's statistics service. Made on the stack for one event, reported
- * once and dropped; reports run on the caller's thread and are neither queued nor retried.
+ * One vendor atom for the platform's statistics service, made for one event and reported once. A
+ * report runs on the caller's thread and is neither queued nor retried.
  */
 class TelemetryEventLogger {
   public:

@@ -9,9 +9,9 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The one listener of a manager that relays events. It is reached under a recursive mutex, which
- * the manager holds while the listener runs, deliberately: once unlink() has returned, it is not
- * running on another thread. From inside its own call it may unlink itself.
+ * The one listener of a manager that relays events. The manager holds its recursive mutex while the
+ * listener runs, so that once unlink() has returned it is not running on another thread. From
+ * inside its own call the listener may unlink itself.
  */
 template <typename... Args>
 class RelayListener {
@@ -19,8 +19,8 @@ class RelayListener {
     using Function = std::function<void(Args...)>;
 
     /**
-     * Stores a copy. Returns false when one is stored already, without waiting for the mutex if it
-     * was there before. An empty function is none.
+     * Stores a copy. Returns false if one is stored already; does not wait for the mutex if it was
+     * there before the call. An empty function counts as none.
      */
     bool link(const Function& function) {
         if (linked_) {

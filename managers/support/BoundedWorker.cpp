@@ -1,4 +1,4 @@
-#include "managers/BoundedWorker.h"
+#include "managers/support/BoundedWorker.h"
 
 #include <pthread.h>
 
