@@ -63,7 +63,7 @@ TEST_F(AssocStartedManagerTest, AnEventThatNobodyListensToIsAnError) {
     EXPECT_THAT(debugs(), ElementsAre("AssocStartedManager: onAssocStarted(ifname=p2p-wlan0-3)"));
 }
 
-TEST_F(AssocStartedManagerTest, NobodyListeningComesBeforeWhoseInterfaceItIs) {
+TEST_F(AssocStartedManagerTest, WithoutAListenerTheInterfaceIsNotLookedAt) {
     assocStarted("ifname=wlan0");
     EXPECT_THAT(errors(), ElementsAre("AssocStartedManager: no callback for assoc started event"));
     EXPECT_THAT(infos(), IsEmpty());

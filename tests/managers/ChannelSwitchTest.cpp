@@ -105,7 +105,7 @@ constexpr unsigned kHighest = std::numeric_limits<unsigned>::max();
 
 // The command
 
-TEST(ChannelSwitchCommand, ListsOfThisTestAreWhole) {
+TEST(ChannelSwitchCommand, TheListsOfThisTestHoldEveryChannel) {
     EXPECT_EQ(kCentres40.size(), 36U);
     EXPECT_EQ(kCentres80.size(), 36U);
     for (const auto& [primary, centre] : kCentres40) {

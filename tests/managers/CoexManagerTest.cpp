@@ -138,7 +138,7 @@ TEST_F(CoexManagerTest, AChannelSwitchOnTheP2pSocketIsNoEvent) {
     EXPECT_THAT(recorder.events(), ElementsAre("4 p2p-wlan0-0 GO"));
 }
 
-TEST_F(CoexManagerTest, OtherEventsOfEitherSocketAreNone) {
+TEST_F(CoexManagerTest, OtherEventsOfEitherSocketAreIgnored) {
     startP2p();
     Recorder recorder(coex());
     for (const char* event : {"CTRL-EVENT-SCAN-RESULTS ", "CTRL-EVENT-ASSOC-STARTED ifname=wlan0",

@@ -1,3 +1,4 @@
+#include <iterator>
 #include <map>
 #include <thread>
 
@@ -13,7 +14,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 /** "2420 2454\n" per channel's centre, as the sensor library's file has it. */
@@ -143,64 +143,81 @@ TEST_F(FrequencyBlockManagerTest, EveryChannelBlocksItsRangeAndIm3ItsOwn) {
     }
 }
 
-/**
- * Every pair over none, each kind of 2.4 GHz channel, 5 and 6 GHz, through the events and the
- * sensor library, against what was blocked before.
- */
-TEST_F(FrequencyBlockManagerTest, EveryPairOnEveryListGivesTheListThatItShould) {
-    const int frequencies[] = {-1, 2412, 2422, 2462, 2484, 5180, 6135};
-    constexpr char kOthers[] = "2480 2482\n";
-    // What we block beforehand, by the P2P group, is channel 6.
-    for (const bool im3 : {false, true}) {
+/** A connection on a frequency, or for -1 the end of it. */
+struct Step {
+    enum Who { Station, Group } who;
+    int freq;
+};
+
+Step station(int freq) { return {Step::Station, freq}; }
+Step group(int freq) { return {Step::Group, freq}; }
+
+/** What is blocked at the end of some steps. */
+struct BlocklistRow {
+    bool im3;
+    const char* before;  ///< what others have blocked
+    std::vector<Step> steps;
+    const char* after;
+};
+
+const BlocklistRow kBlocklistRows[] = {
+    // Nothing on 2.4 GHz blocks nothing.
+    {false, "", {group(-1), station(-1)}, ""},
+    {false, "", {group(5180), station(6135)}, ""},
+    {false, "", {group(6135), station(2484)}, ""},
+    {false, "", {station(5180), group(2484)}, ""},
+    // The station on 2.4 GHz wins, whatever the group's band.
+    {false, "", {station(2412)}, "2402 2430\n"},
+    {false, "", {group(5180), station(2412)}, "2402 2430\n"},
+    {false, "", {group(6135), station(2422)}, "2406 2440\n"},
+    {false, "", {group(2484), station(2462)}, "2444 2476\n"},
+    {false, "", {station(2412), group(2462)}, "2402 2430\n"},
+    // Otherwise the group counts.
+    {false, "", {group(2462), station(-1)}, "2444 2476\n"},
+    {false, "", {group(2462), station(5180)}, "2444 2476\n"},
+    {false, "", {station(6135), group(2422)}, "2406 2440\n"},
+    // The same frequency again changes nothing, another one is added.
+    {false, "", {group(2412), station(2412)}, "2402 2430\n"},
+    {false, "", {group(2412), station(2422)}, "2402 2430\n2406 2440\n"},
+    {false, "", {group(2437), group(2412), station(2437)}, "2420 2454\n2402 2430\n2420 2454\n"},
+    {false, "", {station(2412), station(-1), station(2412)}, "2402 2430\n"},
+    // A chosen frequency without a row clears what we blocked.
+    {false, "", {group(2437), group(-1)}, ""},
+    {false, "", {group(2437), station(2484)}, ""},
+    {false, "", {group(2437), group(5180)}, ""},
+    {false, "", {group(2437), group(6135), station(2412)}, "2402 2430\n"},
+    {false, "", {station(2412), group(5180), station(-1)}, ""},
+    // What others blocked stays until a clear of ours, which removes everything.
+    {false, "2480 2482\n", {group(-1), station(-1)}, "2480 2482\n"},
+    {false, "2480 2482\n", {group(5180), station(2484)}, "2480 2482\n"},
+    {false, "2480 2482\n", {group(2412)}, "2480 2482\n2402 2430\n"},
+    {false, "2480 2482\n", {group(2412), group(-1)}, ""},
+    {false, "2480 2482\n", {group(2437), group(5180), station(2412)}, "2402 2430\n"},
+    // With the mitigation, a channel that has an intermodulation range blocks that too.
+    {true, "", {station(2412)}, "2402 2430\n2451 2453\n"},
+    {true, "", {station(2422)}, "2406 2440\n"},
+    {true, "", {group(2462), station(5180)}, "2444 2476\n2425 2427\n"},
+    {true, "", {group(2412), station(2462)}, "2402 2430\n2451 2453\n2444 2476\n2425 2427\n"},
+    {true, "", {group(2437), group(2412), station(2484)}, ""},
+    {true, "2480 2482\n", {group(2412)}, "2480 2482\n2402 2430\n2451 2453\n"},
+    {true, "2480 2482\n", {group(2412), group(5180)}, ""},
+};
+
+TEST_F(FrequencyBlockManagerTest, EveryRowOfConnectionsLeavesItsBlocklist) {
+    for (size_t row = 0; row < std::size(kBlocklistRows); ++row) {
+        const auto& [im3, before, steps, after] = kBlocklistRows[row];
         root_.setProperty("persist.vendor.wifi.im3.mitigation.band2g", im3 ? "true" : "false");
-        for (const bool byOthers : {false, true}) {
-            for (const bool byUs : {false, true}) {
-                for (const int sta : frequencies) {
-                    for (const int p2p : frequencies) {
-                        setBlocklist(byOthers ? kOthers : "");
-                        restart();
-                        std::string expected = byOthers ? kOthers : "";
-                        int blocked = -1;  // the rules, said once more in the test's own way
-                        bool ours = false;
-                        const auto update = [&](int freq) {
-                            if (freq == blocked) {
-                                return;
-                            }
-                            blocked = freq;
-                            if (kRanges.count(freq) != 0) {
-                                expected += kRanges.at(freq);
-                                expected +=
-                                    im3 && kIm3Ranges.count(freq) != 0 ? kIm3Ranges.at(freq) : "";
-                                ours = true;
-                            } else if (ours) {
-                                expected.clear();
-                                ours = false;
-                            }
-                        };
-                        if (byUs) {
-                            p2pConnected(2437);
-                            update(2437);
-                        }
-                        if (p2p == -1) {
-                            p2pDisconnected();
-                        } else {
-                            p2pConnected(p2p);
-                        }
-                        update(p2p);
-                        if (sta == -1) {
-                            stationDisconnected();
-                        } else {
-                            stationConnected(sta);
-                        }
-                        update(sta != -1 && sta < 3000 ? sta : p2p);
-                        ASSERT_EQ(blocklist(), expected)
-                            << "sta " << sta << " p2p " << p2p << " im3 " << im3 << " others "
-                            << byOthers << " us " << byUs;
-                        ASSERT_THAT(errors(), IsEmpty());
-                    }
-                }
+        setBlocklist(before);
+        restart();
+        for (const Step& step : steps) {
+            if (step.who == Step::Station) {
+                step.freq == -1 ? stationDisconnected() : stationConnected(step.freq);
+            } else {
+                step.freq == -1 ? p2pDisconnected() : p2pConnected(step.freq);
             }
         }
+        EXPECT_EQ(blocklist(), after) << "row " << row;
+        EXPECT_THAT(errors(), IsEmpty()) << "row " << row;
     }
 }
 
@@ -283,7 +300,7 @@ TEST_F(FrequencyBlockManagerTest, AGroupTellsItsFrequencyItself) {
     EXPECT_TRUE(composition_->ran("FrequencyBlockManager.onWifiP2pDisconnected"));
 }
 
-TEST_F(FrequencyBlockManagerTest, AGroupWithoutAFrequencyIsPassedOverInSilence) {
+TEST_F(FrequencyBlockManagerTest, AGroupWithoutAFrequencyIsIgnored) {
     start();
     for (const char* event :
          {"p2p-wlan0-0 GO ssid=\"x\"", "p2p-wlan0-0 GO freq=2437", "p2p-wlan0-0 GO freq=x "}) {
@@ -339,13 +356,6 @@ TEST_F(FrequencyBlockManagerTest, SupplicantEventsReachItThroughTheDispatcher) {
 
 // The blocklist.
 
-TEST_F(FrequencyBlockManagerTest, TheStationOn2GhzWinsOverTheGroup) {
-    start();
-    p2pConnected(5180);
-    stationConnected(2437);
-    EXPECT_EQ(blocklist(), "2420 2454\n");
-}
-
 TEST_F(FrequencyBlockManagerTest, WithTheStationOn5GhzTheGroupCountsWithItsIm3Range) {
     startWithIm3();
     stationConnected(5180);
@@ -357,14 +367,6 @@ TEST_F(FrequencyBlockManagerTest, WithTheStationOn5GhzTheGroupCountsWithItsIm3Ra
     EXPECT_EQ(all[all.size() - 2], "I ControllerProvider: channel 11(freq:2444-2476) is blocked");
     EXPECT_EQ(all.back(),
               "I ControllerProvider: extra IM3 mitigation frequency block range (freq:2425-2427)");
-}
-
-TEST_F(FrequencyBlockManagerTest, Channel14IsNoChannelAndClearsTheBlock) {
-    start();
-    stationConnected(2412);
-    ASSERT_EQ(blocklist(), "2402 2430\n");
-    stationConnected(2484);
-    EXPECT_EQ(blocklist(), "");
 }
 
 TEST_F(FrequencyBlockManagerTest, TheListIsAppendedToAndOnlyAClearRemoves) {
@@ -510,7 +512,7 @@ TEST_F(FrequencyBlockManagerTest, AServiceThatHangsIsWaitedForOneSecond) {
     EXPECT_THAT(errors(), ElementsAre("FrequencyBlockManager: ControllerProvider: no response"));
 }
 
-TEST_F(FrequencyBlockManagerTest, WithoutAThreadToBeHadTheNextEventTriesAgain) {
+TEST_F(FrequencyBlockManagerTest, IfNoThreadStartsTheNextEventTriesAgain) {
     start();
     {
         const test::NoNewThreads limit;

@@ -263,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(MipiClock, HangingCameras,
                              return std::string(one.param).substr(sizeof "camera." - 1);
                          });
 
-TEST_F(MipiClockManagerTest, TheLogLineThatMisspellsTheWorkerStaysAsItIs) {
+TEST_F(MipiClockManagerTest, TheLineOfATimeOutKeepsItsSpelling) {
     start(kHangs);
     steer("camera.notify", "hang");
     stationConnected(5745);
@@ -298,7 +298,7 @@ TEST_F(MipiClockManagerTest, CamerasThatHangHoldUpNoSupplicantEvent) {
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: notification failed 5 times"), 1U);
 }
 
-TEST_F(MipiClockManagerTest, WithoutAThreadToBeHadItTriesFiveTimesAndTheNextEventTriesAgain) {
+TEST_F(MipiClockManagerTest, IfNoThreadStartsItTriesFiveTimesAndTheNextEventTriesAgain) {
     start();
     sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
     {

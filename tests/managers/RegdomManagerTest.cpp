@@ -46,7 +46,7 @@ TEST_F(RegdomManagerTest, ATwoLetterCodeIsKept) {
                             "RegdomManager: Notify regdom updated event"));
 }
 
-TEST_F(RegdomManagerTest, TheWorldDomainWithoutACodeIsXzDeliberately) {
+TEST_F(RegdomManagerTest, TheWorldDomainWithoutACodeIsXz) {
     link();
     regdomChange("init=CORE type=WORLD");
     EXPECT_THAT(heard(), ElementsAre("CORE WORLD XZ"));
@@ -81,7 +81,7 @@ TEST_F(RegdomManagerTest, AnEventThatNobodyListensToIsAnError) {
     EXPECT_THAT(errors(), ElementsAre("RegdomManager: no callback for regdom updated event"));
 }
 
-TEST_F(RegdomManagerTest, AnInvalidEventComesBeforeNobodyListening) {
+TEST_F(RegdomManagerTest, AnInvalidEventIsReportedWithoutAListenerToo) {
     regdomChange("nothing");
     EXPECT_THAT(errors(), ElementsAre("RegdomManager: invalid regdom updated event"));
 }

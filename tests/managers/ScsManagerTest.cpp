@@ -130,7 +130,7 @@ class ScsManagerTest : public ManagerTest {
 
 // Frames
 
-TEST_F(ScsManagerTest, AProfileIsAskedForWithAFrameOf55Bytes) {
+TEST_F(ScsManagerTest, AProfileIsRequestedWithAFrameOf55Bytes) {
     ASSERT_EQ(addFrame().size(), 55U);
     EXPECT_EQ(set(), 0);
     EXPECT_THAT(frames(), ElementsAre(addFrame()));
@@ -140,7 +140,7 @@ TEST_F(ScsManagerTest, AProfileIsAskedForWithAFrameOf55Bytes) {
     EXPECT_THAT(warnings(), IsEmpty());
 }
 
-TEST_F(ScsManagerTest, IsTakenBackWithAFrameOf31Bytes) {
+TEST_F(ScsManagerTest, AProfileIsClearedWithAFrameOf31Bytes) {
     ASSERT_EQ(removeFrame().size(), 31U);
     ASSERT_EQ(set(), 0);
     log_.clear();
@@ -234,7 +234,7 @@ TEST_F(ScsManagerTest, TwoProfilesShareTheScsIdSoThatClearingEitherSendsTheSameF
     EXPECT_THAT(frames(), ElementsAre(addFrame(), addFrame(), removeFrame(), removeFrame()));
 }
 
-TEST_F(ScsManagerTest, AFrameThatIsBuiltApartHasOnlyWhatTheLinkAndTheProfileSay) {
+TEST_F(ScsManagerTest, AFrameBuiltByItselfHasOnlyTheFieldsOfLinkAndProfile) {
     requestFrame frame;
     ScsProfile profile = makeProfile();
     EXPECT_TRUE(manager_.constructRequestFrameV4(&profile, frame));
@@ -246,7 +246,7 @@ TEST_F(ScsManagerTest, AFrameThatIsBuiltApartHasOnlyWhatTheLinkAndTheProfileSay)
     EXPECT_THAT(requests(), IsEmpty());
 }
 
-TEST_F(ScsManagerTest, AFrameIsSentAsLongAsItSaysItIs) {
+TEST_F(ScsManagerTest, AFrameIsSentWithTheSizeThatItStates) {
     requestFrame frame;
     frame.size = 3;
     frame.bytes = {1, 2, 3, 4};
@@ -254,7 +254,7 @@ TEST_F(ScsManagerTest, AFrameIsSentAsLongAsItSaysItIs) {
     EXPECT_THAT(frames(), ElementsAre(test::Bytes{1, 2, 3}));
 }
 
-TEST_F(ScsManagerTest, AFrameThatSaysItIsLongerThanAFrameCanBeIsNotSent) {
+TEST_F(ScsManagerTest, AFrameWithASizeAboveTheLargestIsNotSent) {
     requestFrame frame;
     for (const uint64_t size : {uint64_t{requestFrame::kMaxSize} + 1, uint64_t{1} << 32,
                                 std::numeric_limits<uint64_t>::max() - 1}) {
@@ -333,7 +333,7 @@ TEST_F(ScsManagerTest, AStatusWithoutBssidOrAddressSendsAndKeepsNothing) {
     expectUnsent("FAIL\n", line);
 }
 
-TEST_F(ScsManagerTest, AddressesInTheStatusThatAreNoneSendAndKeepNothing) {
+TEST_F(ScsManagerTest, InvalidAddressesInTheStatusSendAndKeepNothing) {
     for (const char* bssid :
          {"", "any", "02:00:00:00:01", "02:00:00:00:01:zz", "02-00-00-00-01-0a"}) {
         expectUnsent(std::string("bssid=") + bssid + "\naddress=0a:1b:2c:3d:4e:5f\n",
@@ -362,7 +362,7 @@ TEST_F(ScsManagerTest, WithoutTheStationsInterfaceNothingIsSent) {
     EXPECT_THAT(requests(), IsEmpty());
 }
 
-TEST_F(ScsManagerTest, AProfileThatCouldNotBeTakenBackStays) {
+TEST_F(ScsManagerTest, AProfileThatCouldNotBeClearedStays) {
     ASSERT_EQ(set(), 0);
     log_.clear();
     nl80211_.refuse(NL80211_CMD_FRAME, -EBUSY);
@@ -394,7 +394,7 @@ class ScsManagerDeathTest : public ScsManagerTest {
     }
 };
 
-TEST_F(ScsManagerDeathTest, AFrameOfTheLargestSizeThereIsEndsTheProcess) {
+TEST_F(ScsManagerDeathTest, AFrameOfTheLargestSizeAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const std::string text =
         "GSL Precondition failure at external/Microsoft-GSL/include/gsl/span: 372 "
@@ -453,7 +453,7 @@ TEST_F(ScsManagerTest, HasNothingToDump) {
 
 // The allocator
 
-TEST(ResourceAllocator, KnowsWhatItKeeps) {
+TEST(ResourceAllocator, AResourceExistsUntilItIsRemoved) {
     ResourceAllocator<std::string> allocator;
     std::string value = "x";
     EXPECT_FALSE(allocator.exist(0));
@@ -499,7 +499,7 @@ TEST(ResourceAllocator, IsUsedFromSeveralThreads) {
     EXPECT_FALSE(allocator.exist(0)) << "each thread has removed what it added";
 }
 
-TEST(ResourceAllocator, GivesOutNoIdTwiceAtATime) {
+TEST(ResourceAllocator, NoIdIsGivenOutTwiceAtATime) {
     ResourceAllocator<int> allocator;
     std::vector<std::vector<int>> ids(4);
     std::vector<std::thread> threads;

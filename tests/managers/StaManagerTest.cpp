@@ -267,7 +267,7 @@ TEST_F(StaManagerTest, AReplyWithoutFrequencyResetsTheCountPublishesNothingAndWa
     EXPECT_EQ(failures(2), 0U);
 }
 
-TEST_F(StaManagerTest, AReplyWithAnythingButNumbersCountsAsOneThatDoesNotParse) {
+TEST_F(StaManagerTest, AReplyWithoutNumbersCountsAsOneThatDoesNotParse) {
     StaManager manager(client_, kShort);
     Results results(manager);
     const std::string reply = "RSSI=strong\nFREQUENCY=5180\n";
@@ -309,7 +309,7 @@ TEST_F(StaManagerTest, ADisconnectWithoutAConnectionIsToldToo) {
     EXPECT_EQ(polls(), 0U);
 }
 
-TEST_F(StaManagerTest, WithoutAThreadToBeHadTheLinkIsNotPolledAndEveryoneHearsOfItAllTheSame) {
+TEST_F(StaManagerTest, IfNoThreadStartsTheLinkIsNotPolledAndSubscribersAreStillTold) {
     const auto stats = test::startRecordingStats();
     StaManager manager(client_, kShort);
     Results results(manager);
@@ -384,7 +384,7 @@ TEST_F(StaManagerTest, TheLinkIsFollowedAgainAfterTheSupplicantsRestart) {
     EXPECT_EQ(results.all()[1], kUp);
 }
 
-TEST_F(StaManagerTest, EventsOfTheP2pSocketAreNoneOfTheLinks) {
+TEST_F(StaManagerTest, EventsOfTheP2pSocketAreIgnored) {
     startP2p();
     StaManager manager(client_, kForEver);
     Results results(manager);
@@ -454,7 +454,7 @@ TEST_F(StaManagerTest, EventsAreReportedWithMinusOneWhenThePollFails) {
                                               "116183 \"WIFI_STA_CHANNEL_SWITCH\" -1 -1"));
 }
 
-TEST_F(StaManagerTest, EventsOfASocketsLossAreReportedAsDisconnections) {
+TEST_F(StaManagerTest, TheLossOfASocketIsReportedAsADisconnection) {
     const auto stats = test::startRecordingStats();
     StaManager manager(client_, kForEver);
     deliverSta("CTRL-EVENT-TERMINATING ");
@@ -554,7 +554,7 @@ TEST_F(StaManagerTest, ADumpWithoutAConnectionShowsNothingKnown) {
     EXPECT_EQ(dump(manager), "\tSTA frequency: -1\n\tSTA rssi: -1\n\tSTA bandwidth: unknown\n");
 }
 
-TEST_F(StaManagerTest, ADumpNamesTheBandwidthAndDeliberatelyHasNoWordFor80Plus80) {
+TEST_F(StaManagerTest, ADumpNamesTheBandwidthAndCalls80Plus80Unknown) {
     StaManager manager(client_, kForEver);
     const char* const texts[] = {"unknown", "20", "40", "80", "unknown", "160"};
     for (int code = 0; code <= 5; ++code) {
