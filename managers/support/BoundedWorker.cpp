@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <exception>
 #include <system_error>
 #include <utility>
 
@@ -74,7 +75,15 @@ BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_sha
     try {
         thread_ = std::thread([shared = shared_, call = std::move(call)] {
             outcomeHere = &shared->outcome;
-            const bool result = call();
+            bool result = false;
+            try {
+                result = call();
+            } catch (const std::exception& error) {
+                // mayHang() could not keep the signal out again. What unwinds a thread that is
+                // given up is no std::exception, and passes.
+                keepAlarmOut_(true);
+                WIFI_LOGE("A call failed: %s", error.what());
+            }
             if (shared->decide(Outcome::Returned)) {
                 shared->promise.set_value(result);
             }

@@ -25,7 +25,8 @@ namespace Ursa::OS::Wifi {
  * Makes calls that may hang, on a short-lived thread of its own, and waits no longer than a limit.
  * giveUp() ends the thread by SIGALRM, whose handler calls pthread_exit(); the thread takes that
  * signal inside mayHang() only, and only when it was given up. The closure may go on until then, so
- * it owns or shares what it touches; it must not throw. Used by one thread.
+ * it owns or shares what it touches. What it throws is logged and counts as false. Used by one
+ * thread.
  *
  * What the service's library must keep to, and what a given-up call leaves behind:
  * docs/hung-calls.md.

@@ -9,6 +9,8 @@
 #include <chrono>
 #include <fstream>
 #include <iostream>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -331,6 +333,16 @@ TEST(BoundedWorker, CallOnAThreadThatIsNoWorkerLeavesTheSignalsMaskAlone) {
     pthread_sigmask(SIG_SETMASK, &before, &after);
     EXPECT_EQ(sigismember(&inside, SIGALRM), 1);
     EXPECT_EQ(sigismember(&after, SIGALRM), 1);
+}
+
+TEST(BoundedWorker, CallThatThrowsIsLoggedAndCountsAsFalse) {
+    const test::LogCapture log;
+    BoundedWorker worker([] {
+        return BoundedWorker::mayHang([]() -> bool { throw std::runtime_error("broken"); });
+    });
+    EXPECT_EQ(worker.wait(seconds(30)), std::optional(false));
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
+                testing::ElementsAre("BoundedWorker: A call failed: broken"));
 }
 
 TEST(BoundedWorker, ResultAfterTheLimitIsLost) {
