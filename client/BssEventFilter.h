@@ -5,16 +5,15 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Whether an event (without its priority tag) is one of the two that a scan sends by the hundred
- * and that nobody here wants: "CTRL-EVENT-BSS-ADDED " and "CTRL-EVENT-BSS-REMOVED ".
+ * Whether an event, without its priority tag, is "CTRL-EVENT-BSS-ADDED " or
+ * "CTRL-EVENT-BSS-REMOVED ": a scan sends hundreds of them, and nobody subscribes to them.
  */
 bool isBssEvent(std::string_view event);
 
 /**
- * Makes the kernel throw those two events away inside the supplicant's own send call, so that this
- * process is not even woken for them. `fd` is an AF_UNIX datagram socket on which events arrive
- * with their three-byte priority tag. Returns false when the kernel refuses: isBssEvent() behind it
- * then does the work.
+ * Makes the kernel drop those two events in the supplicant's send call, so that they do not wake
+ * this process. `fd` is an AF_UNIX datagram socket on which events arrive with their three-byte
+ * priority tag. False if the kernel refuses the filter; isBssEvent() then finds them.
  */
 bool dropBssEvents(int fd);
 

@@ -40,10 +40,11 @@ class CallbackMapElement {
      */
     void remove() EXCLUDES(mutex_) {
         ExclusiveLock lock(mutex_);
-        if (!removed_.load(std::memory_order_relaxed)) {
-            *function_ = nullptr;
-            removed_.store(true, std::memory_order_release);
+        if (removed()) {
+            return;
         }
+        *function_ = nullptr;
+        removed_.store(true, std::memory_order_release);
     }
 
     bool removed() const { return removed_.load(std::memory_order_acquire); }
@@ -55,20 +56,11 @@ class CallbackMapElement {
 };
 
 /**
- * The subscribers of one kind of notification, addressed by integer handles. A producer's trigger()
- * calls every live subscriber, in ascending order of handles, on the producer's own thread.
- *
- * Any thread may register, unregister or trigger at any time. While a callback runs, no lock is
- * held but its own element's (shared, so that two producers may run it at once). Therefore:
- *  - a callback registered during a trigger first fires on the next one;
- *  - a callback unregistered before its turn does not fire;
- *  - once unregisterCallback() has returned, the callback is not running and never runs again, and
- *    its owner may be destroyed;
- *  - a callback may register, and unregister others, from inside its own call. Its own handle it
- *    must not unregister there: the call would wait for itself for ever.
- *
- * Handles count up from 0 and wrap after 2,147,483,646. An unregistered handle keeps its place
- * among the 64 until the next trigger has finished.
+ * The subscribers of one kind of notification. trigger() calls them in the order of their handles,
+ * on its own thread. Thread-safe: two triggers may run a callback at once, and only that callback's
+ * own lock is held meanwhile, so it may register, and unregister others. It must not unregister
+ * itself: that would wait for its own end. At most 64 handles; an unregistered one counts until the
+ * next trigger has finished. docs/architecture.md ("Subscriptions") has the details.
  */
 template <typename T>
 class CallbackMap {
@@ -95,8 +87,8 @@ class CallbackMap {
 
     /**
      * Ends a subscription: waits for a running call on another thread, then empties the
-     * subscriber's function object. Returns false when the handle is not active. If another thread
-     * is ending the same subscription, waits for the running call as well.
+     * subscriber's function object. Returns false if the handle is not active; waits for the call
+     * then too, if another thread is just ending this subscription.
      */
     bool unregisterCallback(int handle) {
         const bool active = setContains_(CallbackSet::Active, handle);

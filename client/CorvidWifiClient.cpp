@@ -1,7 +1,8 @@
 #include "client/CorvidWifiClient.h"
 
+#include <unistd.h>
+
 #include "os/Log.h"
-#include "os/ThreadId.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -64,7 +65,7 @@ CompositionRoot* CorvidWifiClient::compositionRoot() {
 void CorvidWifiClient::recordTask(const std::string& task) {
     MutexLock lock(rootMutex_);
     if (root_ != nullptr) {
-        root_->mapTaskToPid(task, threadId());
+        root_->mapTaskToPid(task, gettid());
     }
 }
 

@@ -179,12 +179,12 @@ bool WpaClient::startWpaSocketMonitor_() {
 }
 
 bool WpaClient::watchDirectory_() {
+    const int before = watch_;
     watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
-    if (watch_ < 0) {
-        return false;
+    if (watch_ >= 0 && watch_ != before) {
+        WIFI_LOGI("Started monitoring wpa socket directory");
     }
-    WIFI_LOGI("Started monitoring wpa socket directory");
-    return true;
+    return watch_ >= 0;
 }
 
 void WpaClient::onDirectoryRemoved_() {
@@ -327,13 +327,10 @@ void WpaClient::onUpdatesLost_() {
     WIFI_LOGW("Wpa socket directory updates were lost: looking at the directory again");
     // The removal of a directory may be among them. Watching it once more changes nothing if it is
     // the same one.
-    const int before = watch_;
-    watch_ = inotify_add_watch(inotifyFd_.get(), directory_.c_str(), IN_CREATE | IN_DELETE);
-    if (watch_ < 0) {
-        onDirectoryRemoved_();
-    } else if (watch_ != before) {
-        WIFI_LOGI("Started monitoring wpa socket directory");
+    if (watchDirectory_()) {
         stopParentWatch_();
+    } else {
+        onDirectoryRemoved_();
     }
     for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
         if (const auto socket = findSocket_(type)) {

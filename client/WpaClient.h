@@ -23,10 +23,7 @@ namespace Ursa::OS::Wifi {
 /**
  * Finds the supplicant's control sockets, follows their creation and deletion, and owns the
  * listener thread: the one loop on which directory changes, reconnects, and every subscriber of
- * both sockets run. A handler that blocks there stalls all supplicant traffic.
- *
- * The public functions rely on the sockets' own locks; the facade in front of this class makes them
- * single-file.
+ * both sockets run. A handler that blocks there stalls all supplicant traffic. Thread-safe.
  */
 class WpaClient {
   public:
@@ -73,8 +70,8 @@ class WpaClient {
     /** On false, errno says why. */
     bool watchDirectory_();
     /**
-     * A supplicant that ends removes the directory when it may and nothing else is in it. From then
-     * on the parent is watched, until the directory is there again.
+     * A supplicant that ends removes the directory if it may and the directory is empty. The parent
+     * is watched from then on, until the directory is there again.
      */
     void onDirectoryRemoved_();
     void onParentChange_(uint32_t mask);

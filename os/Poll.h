@@ -21,15 +21,11 @@ enum class PollAction {
 };
 
 /**
- * An epoll loop: descriptors are registered with a callback, and one thread (the owner's loop
- * thread) calls poll() again and again, on which every ready descriptor's callback runs.
- *
- * addFd() and removeFd() may be called from any thread, also from inside a callback, for any
- * descriptor, its own included. No lock is held while a callback runs.
- *
- * A callback that was removed on the loop thread is never called again, even when its event was
- * already fetched. One that is removed on another thread may be running, or just about to run, when
- * removeFd() returns: it must hold whatever it uses.
+ * An epoll loop: one thread, the owner's, calls poll() again and again, which runs the callbacks of
+ * ready descriptors. addFd() and removeFd() are thread-safe and may be called from callbacks; no
+ * lock is held while one runs. After removeFd() on the loop thread the callback is never called
+ * again. After removeFd() on another thread it may still be running or about to run, so it must
+ * hold whatever it uses.
  */
 class Poll {
   public:
@@ -51,8 +47,8 @@ class Poll {
 
     /**
      * Stops watching `fd`; to be called before it is closed. An unknown descriptor is logged and
-     * tolerated. So is one that was closed first, as long as nothing has been opened under its
-     * number since: of another file epoll knows nothing, and the process aborts.
+     * tolerated. So is one that was closed first, unless another file has its number by now: then
+     * the process aborts.
      */
     void removeFd(int fd);
 

@@ -15,42 +15,25 @@
 
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <ursa/os/EventFd.h>
 
 #include "Compare.h"
 #include "Peer.h"
 #include "bare_client.h"
 #include "client/CorvidWifiClient.h"
-#include "client/WpaSocket.h"
-
-namespace Ursa::OS::Wifi {
-
-/** Runs one read of a connected socket by hand. */
-class WpaSocketTestPeer {
-  public:
-    static bool connected(const WpaSocket& socket) {
-        return socket.state_ == WpaSocket::State::Connected;
-    }
-    static int monitorFd(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return socket.monitor_.fd();
-    }
-    static bool receiveEvent(WpaSocket& socket) { return socket.receiveEvent_(); }
-};
-
-}  // namespace Ursa::OS::Wifi
+#include "client/WpaConnection.h"
+#include "client/WpaEvents.h"
 
 namespace corvid::benchmarks {
 namespace {
 
 using android::base::unique_fd;
 using test::TempFolder;
-using Ursa::OS::EventFd;
-using Ursa::OS::Poll;
+using Ursa::OS::Wifi::ConnectResult;
 using Ursa::OS::Wifi::CorvidWifiClient;
 using Ursa::OS::Wifi::NetInterfaceType;
+using Ursa::OS::Wifi::readWpaEvent;
 using Ursa::OS::Wifi::WifiClientCallbackType;
-using Ursa::OS::Wifi::WpaSocket;
-using Ursa::OS::Wifi::WpaSocketTestPeer;
+using Ursa::OS::Wifi::WpaConnection;
 
 constexpr std::string_view kBssAdded = "<3>CTRL-EVENT-BSS-ADDED 123 00:11:22:33:44:55";
 constexpr std::string_view kBssRemoved = "<3>CTRL-EVENT-BSS-REMOVED 123 00:11:22:33:44:55";
@@ -167,18 +150,13 @@ void unfilteredLine(benchmark::State& state) {
     TempFolder folder;
     Peer peer(folder.file("wlan0"));
     peer.serve();
-    const auto poll = std::make_shared<Poll>();
-    EventFd eventFd(poll);
-    eventFd.open();
-    const auto socket = WpaSocket::create(NetInterfaceType::STA, poll, eventFd);
-    socket->onSocketFileCreate(folder.file("wlan0"));
-    while (!WpaSocketTestPeer::connected(*socket)) {
-        poll->poll(-1);
+    WpaConnection connection(std::chrono::seconds(10));
+    if (connection.open(folder.file("wlan0")) != ConnectResult::Connected) {
+        abort();
     }
     peer.stop();
     int none = 0;
-    setsockopt(WpaSocketTestPeer::monitorFd(*socket), SOL_SOCKET, SO_DETACH_FILTER, &none,
-               sizeof(none));
+    setsockopt(connection.monitorFd(), SOL_SOCKET, SO_DETACH_FILTER, &none, sizeof(none));
     Bare bare;
     bare.peer().stop();
 
@@ -188,7 +166,9 @@ void unfilteredLine(benchmark::State& state) {
         wpa_ctrl_recv(bare.client().monitor, buffer, &length);
         benchmark::DoNotOptimize(buffer);
     };
-    const auto line = [&] { WpaSocketTestPeer::receiveEvent(*socket); };
+    const auto line = [&] {
+        benchmark::DoNotOptimize(readWpaEvent(NetInterfaceType::STA, *connection.receive()));
+    };
     const auto time = [&](const Peer& sender, const auto& receive) {
         for (int i = 0; i < kQueue; ++i) {
             sender.send(i % 2 == 0 ? kBssAdded : kBssRemoved);
@@ -212,6 +192,7 @@ void unfilteredLine(benchmark::State& state) {
     report(state, "BSS line without the filter / bare wpa_ctrl_recv", rounds, kQueue * kFills,
            1.06);
     peer.serve();
+    connection.close();
 }
 BENCHMARK(unfilteredLine)->UseManualTime();
 

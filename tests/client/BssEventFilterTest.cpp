@@ -44,7 +44,7 @@ class BssEventFilter : public testing::Test {
     android::base::unique_fd receiver_;
 };
 
-TEST_F(BssEventFilter, TheTwoEventsAreDroppedInTheKernelAndTheSenderSeesNoError) {
+TEST_F(BssEventFilter, TwoEventsAreDroppedInTheKernelAndTheSenderSeesNoError) {
     ASSERT_TRUE(dropBssEvents(receiver_.get()));
     EXPECT_FALSE(arrives("<3>CTRL-EVENT-BSS-ADDED 0 02:00:00:00:01:00"));
     EXPECT_FALSE(arrives("<2>CTRL-EVENT-BSS-REMOVED 0 02:00:00:00:01:00"));
@@ -65,7 +65,7 @@ TEST_F(BssEventFilter, EveryOtherEventArrivesUnchanged) {
     EXPECT_TRUE(arrives("IFNAME=wlan0 <3>" + kAdded));
 }
 
-TEST_F(BssEventFilter, TheKernelAndThePrefixTestAgreeOnEveryTextThatDiffersInOnePlace) {
+TEST_F(BssEventFilter, KernelAndThePrefixTestAgreeOnEveryTextThatDiffersInOnePlace) {
     ASSERT_TRUE(dropBssEvents(receiver_.get()));
     for (const std::string& whole : {kAdded, kRemoved}) {
         for (size_t length = 0; length <= whole.size(); ++length) {

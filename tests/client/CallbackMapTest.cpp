@@ -109,7 +109,7 @@ TEST(CallbackMap, CallbacksRunOnTheTriggeringThread) {
     EXPECT_EQ(ran, expected);
 }
 
-TEST(CallbackMap, AValueIsPassedToEverySubscriberUnchanged) {
+TEST(CallbackMap, ValueIsPassedToEverySubscriberUnchanged) {
     CallbackMap<std::vector<int>> map;
     std::vector<size_t> sizes;
     std::function<void(std::vector<int>)> callback = [&](std::vector<int> value) {
@@ -123,7 +123,7 @@ TEST(CallbackMap, AValueIsPassedToEverySubscriberUnchanged) {
     EXPECT_THAT(sizes, ElementsAre(3u, 3u));
 }
 
-TEST(CallbackMap, The65thLiveRegistrationIsRefused) {
+TEST(CallbackMap, 65thLiveRegistrationIsRefused) {
     FullMap full;
     EXPECT_EQ(full.handles.back(), kCapacity - 1);
     Callback callback = nothing();
@@ -152,7 +152,7 @@ TEST(CallbackMap, UnregisteringAHandleTwiceReturnsTrueThenFalse) {
     EXPECT_FALSE(map.unregisterCallback(handle));
 }
 
-TEST(CallbackMap, AHandleThatWasNeverGivenOutIsNotUnregistered) {
+TEST(CallbackMap, HandleThatWasNeverGivenOutIsNotUnregistered) {
     Map map;
     EXPECT_FALSE(map.unregisterCallback(0));
     EXPECT_FALSE(map.unregisterCallback(-1));
@@ -169,7 +169,7 @@ TEST(CallbackMap, UnregisteringEmptiesTheSubscribersFunction) {
     EXPECT_TRUE(weak.expired());
 }
 
-TEST(CallbackMap, AnUnregisteredHandleIsInactiveUntilTheNextTriggerHasFinished) {
+TEST(CallbackMap, UnregisteredHandleIsInactiveUntilTheNextTriggerHasFinished) {
     Map map;
     Callback callback = nothing();
     const int handle = map.registerCallback(callback);
@@ -207,7 +207,7 @@ TEST(CallbackMap, HandlesThatAreStillInUseAreSkippedAfterTheWrap) {
     EXPECT_EQ(map.registerCallback(callbacks[3]), 1);
 }
 
-TEST(CallbackMap, ACallbackRegisteredDuringATriggerFirstFiresOnTheNextOne) {
+TEST(CallbackMap, CallbackRegisteredDuringATriggerFirstFiresOnTheNextOne) {
     Map map;
     std::vector<std::string> calls;
     Callback late = noting(calls, "late");
@@ -225,7 +225,7 @@ TEST(CallbackMap, ACallbackRegisteredDuringATriggerFirstFiresOnTheNextOne) {
     EXPECT_THAT(calls, ElementsAre("late:2"));
 }
 
-TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnDoesNotFire) {
+TEST(CallbackMap, CallbackUnregisteredBeforeItsTurnDoesNotFire) {
     Map map;
     std::vector<std::string> calls;
     int victim = -1;
@@ -239,7 +239,7 @@ TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnDoesNotFire) {
     EXPECT_THAT(calls, ElementsAre("third:1"));
 }
 
-TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnOnAnotherThreadDoesNotFire) {
+TEST(CallbackMap, CallbackUnregisteredBeforeItsTurnOnAnotherThreadDoesNotFire) {
     Map map;
     std::vector<std::string> calls;
     int victim = -1;
@@ -253,7 +253,7 @@ TEST(CallbackMap, ACallbackUnregisteredBeforeItsTurnOnAnotherThreadDoesNotFire) 
     EXPECT_THAT(calls, IsEmpty());
 }
 
-TEST(CallbackMap, ACallbackMayUnregisterOthersThatHaveHadTheirTurn) {
+TEST(CallbackMap, CallbackMayUnregisterOthersThatHaveHadTheirTurn) {
     Map map;
     std::vector<std::string> calls;
     Callback first = noting(calls, "first");
@@ -265,7 +265,7 @@ TEST(CallbackMap, ACallbackMayUnregisterOthersThatHaveHadTheirTurn) {
     EXPECT_THAT(calls, ElementsAre("first:1"));
 }
 
-TEST(CallbackMap, ANestedTriggerRunsEveryCallbackThatIsLiveThen) {
+TEST(CallbackMap, NestedTriggerRunsEveryCallbackThatIsLiveThen) {
     Map map;
     std::vector<std::string> calls;
     Callback outer = [&](const std::string& value) {
@@ -280,7 +280,7 @@ TEST(CallbackMap, ANestedTriggerRunsEveryCallbackThatIsLiveThen) {
     EXPECT_THAT(calls, ElementsAre("other:inner", "other:outer"));
 }
 
-TEST(CallbackMap, ANestedTriggerMayEndAndBeginSubscriptionsOfTheOuterOne) {
+TEST(CallbackMap, NestedTriggerMayEndAndBeginSubscriptionsOfTheOuterOne) {
     Map map;
     std::vector<std::string> calls;
     Callback late = noting(calls, "late");
@@ -305,7 +305,7 @@ TEST(CallbackMap, ANestedTriggerMayEndAndBeginSubscriptionsOfTheOuterOne) {
     EXPECT_THAT(calls, ElementsAre("third:inner", "third:outer", "third:next", "late:next"));
 }
 
-TEST(CallbackMap, AnEmptyFunctionThrowsAtTheTrigger) {
+TEST(CallbackMap, EmptyFunctionThrowsAtTheTrigger) {
     Map map;
     Callback empty;
     map.registerCallback(empty);
@@ -454,7 +454,7 @@ TEST(CallbackMap, AfterEitherOfTwoEndsTheSubscriberMayBeDestroyed) {
     producer.join();
 }
 
-TEST(CallbackMap, ATriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
+TEST(CallbackMap, TriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
     Map map;
     Blocked blocked;
     Callback callback = blocked.callback();
@@ -474,7 +474,7 @@ TEST(CallbackMap, ATriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
     EXPECT_FALSE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
 }
 
-TEST(CallbackMap, ARunningCallbackMayRegisterWhileItsUnregistrationWaits) {
+TEST(CallbackMap, RunningCallbackMayRegisterWhileItsUnregistrationWaits) {
     Map map;
     Callback late = nothing();
     int handle = -1;

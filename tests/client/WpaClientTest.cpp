@@ -107,7 +107,7 @@ class WpaClientTest : public testing::Test {
     std::unique_ptr<WpaClient> client_;
 };
 
-TEST_F(WpaClientTest, TheSocketDirectoryIsTheSupplicantsAndEndsWithASlash) {
+TEST_F(WpaClientTest, SocketDirectoryIsTheSupplicantsAndEndsWithASlash) {
     EXPECT_EQ(WpaClient::socketDirectory(), devicePath("/data/vendor/wifi/wpa/sockets/"));
 }
 
@@ -129,14 +129,14 @@ TEST_F(WpaClientTest, SocketsPresentBeforeTheStartAreConnectedThroughTheInitialS
     EXPECT_TRUE(send(kP2p));
 }
 
-TEST_F(WpaClientTest, TheInitialScanTakesSocketsOnly) {
+TEST_F(WpaClientTest, InitialScanTakesSocketsOnly) {
     createFile("wlan0");
     std::filesystem::create_directory(path("p2p0"));
     start();
     EXPECT_THAT(log_.messages(ANDROID_LOG_INFO), Not(Contains(testing::HasSubstr("exists"))));
 }
 
-TEST_F(WpaClientTest, TheStartIsLogged) {
+TEST_F(WpaClientTest, StartIsLogged) {
     start();
     EXPECT_TRUE(waitForLine("WpaClient: Wpa client starts listener thread."));
     EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "WpaClient: Wpa client starts listener thread."), 1u);
@@ -144,7 +144,7 @@ TEST_F(WpaClientTest, TheStartIsLogged) {
               1u);
 }
 
-TEST_F(WpaClientTest, ASocketThatAppearsLaterIsConnected) {
+TEST_F(WpaClientTest, SocketThatAppearsLaterIsConnected) {
     start();
     const test::FakeControlSocket sta(path("wlan0"));
     ASSERT_TRUE(waitUntilConnected("STA", "wlan0"));
@@ -176,7 +176,7 @@ TEST_F(WpaClientTest, FilesThatAreNamedWlan1OrP2pWlan0AndALetterOrAnythingElseAr
     }
 }
 
-TEST_F(WpaClientTest, AGroupNumberMayHaveAnyNumberOfDigits) {
+TEST_F(WpaClientTest, GroupNumberMayHaveAnyNumberOfDigits) {
     start();
     const std::string name = "p2p-wlan0-" + std::string(240, '7');
     createFile(name);
@@ -260,7 +260,7 @@ TEST_F(WpaClientTest, CommandsReachTheSocketOfTheirOwnKindOfInterface) {
     EXPECT_EQ(reply, "p2p\n");
 }
 
-TEST_F(WpaClientTest, AnUnknownKindOfInterfaceIsRefusedWithALine) {
+TEST_F(WpaClientTest, UnknownKindOfInterfaceIsRefusedWithALine) {
     start();
     const auto unknown = static_cast<NetInterfaceType>(2);
     Listener listener;
@@ -275,7 +275,7 @@ TEST_F(WpaClientTest, AnUnknownKindOfInterfaceIsRefusedWithALine) {
                     "WpaClient: sendCtrlCmd: socket type UNKNOWN(2) is not supported"));
 }
 
-TEST_F(WpaClientTest, ADirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutIt) {
+TEST_F(WpaClientTest, DirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutIt) {
     client_ = std::make_unique<WpaClient>(path("missing/"));
     EXPECT_THAT(
         log_.messages(ANDROID_LOG_ERROR),
@@ -294,7 +294,7 @@ TEST_F(WpaClientTest, ADirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutI
     EXPECT_THAT(log_.messages(ANDROID_LOG_INFO), Not(Contains(testing::HasSubstr("is created"))));
 }
 
-TEST_F(WpaClientTest, ADirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenItIsBack) {
+TEST_F(WpaClientTest, DirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenItIsBack) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
     client_ = std::make_unique<WpaClient>(directory + "/");
@@ -320,7 +320,7 @@ TEST_F(WpaClientTest, ADirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhen
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), IsEmpty());
 }
 
-TEST_F(WpaClientTest, ASocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
+TEST_F(WpaClientTest, SocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
     client_ = std::make_unique<WpaClient>(directory + "/");
@@ -336,7 +336,7 @@ TEST_F(WpaClientTest, ASocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
     EXPECT_TRUE(waitForLine("[WPA-STA] Connected to supplicant socket: " + directory + "/wlan0"));
 }
 
-TEST_F(WpaClientTest, ADirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
+TEST_F(WpaClientTest, DirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
     std::filesystem::create_directories(path("wpa/sockets"));
     client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
     // Both at once to the client, which would otherwise be waiting for the parent's next one.
@@ -346,7 +346,7 @@ TEST_F(WpaClientTest, ADirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
                             path("wpa/") + " cannot be watched: err 2"));
 }
 
-TEST_F(WpaClientTest, AParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
+TEST_F(WpaClientTest, ParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
     std::filesystem::create_directories(path("wpa/sockets"));
     client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
     std::filesystem::remove(path("wpa/sockets"));
@@ -510,7 +510,7 @@ TEST_F(WpaClientDirectoryOverflow, DirectoryThatHasBeenReplacedIsFollowed) {
     EXPECT_TRUE(waitUntilConnected("P2P", "sockets/p2p0"));
 }
 
-TEST_F(WpaClientTest, ASecondWatchIsRefused) {
+TEST_F(WpaClientTest, SecondWatchIsRefused) {
     start();
     EXPECT_FALSE(Peer::startMonitor(*client_));
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
@@ -519,7 +519,7 @@ TEST_F(WpaClientTest, ASecondWatchIsRefused) {
               1u);
 }
 
-TEST_F(WpaClientTest, ASecondListenerIsNotStarted) {
+TEST_F(WpaClientTest, SecondListenerIsNotStarted) {
     start();
     ASSERT_TRUE(waitForLine("WpaClient: Wpa client starts listener thread."));
     const int threads = test::runningThreads();
@@ -541,7 +541,7 @@ TEST_F(WpaClientTest, WithoutADescriptorForTheWatchTheClientRunsWithoutIt) {
     EXPECT_FALSE(send(kSta));
 }
 
-TEST_F(WpaClientTest, AnErrorOfTheWatchLeavesTheLoop) {
+TEST_F(WpaClientTest, ErrorOfTheWatchLeavesTheLoop) {
     start();
     EXPECT_EQ(Peer::onSocketUpdate(*client_, -1, EPOLLERR), PollAction::Remove);
     EXPECT_EQ(Peer::onSocketUpdate(*client_, -1, EPOLLHUP | EPOLLIN), PollAction::Remove);
@@ -550,7 +550,7 @@ TEST_F(WpaClientTest, AnErrorOfTheWatchLeavesTheLoop) {
                             "WpaClient: onSocketUpdate_: unexpected poll error: 0x00000011"));
 }
 
-TEST_F(WpaClientTest, AWatchThatCannotBeReadIsLoggedAndKept) {
+TEST_F(WpaClientTest, WatchThatCannotBeReadIsLoggedAndKept) {
     start();
     EXPECT_EQ(Peer::onSocketUpdate(*client_, -1, EPOLLIN), PollAction::Continue);
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR),
@@ -613,7 +613,7 @@ TEST_F(WpaClientTest, DestructionIsSafeWithEventsInFlight) {
     p2pFlood.join();
 }
 
-TEST_F(WpaClientTest, ASupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
+TEST_F(WpaClientTest, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
     start();
     Listener listener;
     client_->registerEventCallback(WifiClientCallbackType::WPA_STA_SCAN_RESULTS, listener.callback,

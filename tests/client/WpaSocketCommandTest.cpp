@@ -28,7 +28,7 @@ class WpaSocketCommands : public WpaSocketTest {
     std::shared_ptr<WpaSocket> socket_ = makeSocket();
 };
 
-TEST_F(WpaSocketCommands, AReplyIsExactlyWhatCameBack) {
+TEST_F(WpaSocketCommands, ReplyIsExactlyWhatCameBack) {
     answer("RSSI=-55\nFREQUENCY=5180\n");
     std::string reply = "before";
     EXPECT_TRUE(socket_->sendCtrlCmd("SIGNAL_POLL", reply));
@@ -36,14 +36,14 @@ TEST_F(WpaSocketCommands, AReplyIsExactlyWhatCameBack) {
     EXPECT_THAT(supplicant_.commands(), ElementsAre("SIGNAL_POLL"));
 }
 
-TEST_F(WpaSocketCommands, AFailReplyIsAReply) {
+TEST_F(WpaSocketCommands, FailReplyIsAReply) {
     answer("FAIL\n");
     std::string reply;
     EXPECT_TRUE(socket_->sendCtrlCmd("DRIVER SET_TXPOWER 10", reply));
     EXPECT_EQ(reply, "FAIL\n");
 }
 
-TEST_F(WpaSocketCommands, AnEmptyAndABinaryReplyAreKept) {
+TEST_F(WpaSocketCommands, EmptyAndABinaryReplyAreKept) {
     std::string reply = "before";
     answer("");
     EXPECT_TRUE(socket_->sendCtrlCmd("X", reply));
@@ -53,7 +53,7 @@ TEST_F(WpaSocketCommands, AnEmptyAndABinaryReplyAreKept) {
     EXPECT_EQ(reply, std::string("a\0b\n", 4));
 }
 
-TEST_F(WpaSocketCommands, AnOversizedReplyIsCutAtTheLibrarysLimit) {
+TEST_F(WpaSocketCommands, OversizedReplyIsCutAtTheLibrarysLimit) {
     std::string reply;
     answer(std::string(4095, 'x'));
     EXPECT_TRUE(socket_->sendCtrlCmd("X", reply));
@@ -66,7 +66,7 @@ TEST_F(WpaSocketCommands, AnOversizedReplyIsCutAtTheLibrarysLimit) {
     EXPECT_EQ(reply, "OK\n");
 }
 
-TEST_F(WpaSocketCommands, ACommandWhileConnectingIsNotConnected) {
+TEST_F(WpaSocketCommands, CommandWhileConnectingIsNotConnected) {
     const auto connecting = makeSocket();
     connecting->onSocketFileCreate(folder_.file("nobody"));
     ASSERT_TRUE(turnUntil(connecting, State::Connecting));
@@ -75,7 +75,7 @@ TEST_F(WpaSocketCommands, ACommandWhileConnectingIsNotConnected) {
     EXPECT_EQ(reply, "ERROR: NOT-CONNECTED");
 }
 
-TEST_F(WpaSocketCommands, ACommandToAStoppedSocketIsNotConnected) {
+TEST_F(WpaSocketCommands, CommandToAStoppedSocketIsNotConnected) {
     socket_->onSocketFileDelete();
     ASSERT_TRUE(turnUntil(socket_, State::Stopped));
     std::string reply;
@@ -84,24 +84,18 @@ TEST_F(WpaSocketCommands, ACommandToAStoppedSocketIsNotConnected) {
     EXPECT_THAT(supplicant_.commands(), IsEmpty());
 }
 
-TEST_F(WpaSocketCommands, ACommandBetweenTheConnectionAndItsStateIsNotConnected) {
-    const auto socket = makeSocket();
-    socket->onSocketFileCreate(path_);
-    ASSERT_TRUE(turnUntil(socket, State::Connecting));
-    ASSERT_EQ(Peer::connect(*socket), 0);
-    std::string reply;
-    EXPECT_FALSE(socket->sendCtrlCmd("PING", reply));
-    EXPECT_EQ(reply, "ERROR: NOT-CONNECTED");
-}
-
-TEST_F(WpaSocketCommands, AConnectedSocketWithoutItsCommandConnectionIsNotConnected) {
-    Peer::dropCommand(*socket_);
+TEST_F(WpaSocketCommands, CommandBetweenTheConnectionAndItsStateIsNotConnected) {
+    socket_->onSocketFileDelete();
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return connections().size() == 2; }));
+    ASSERT_EQ(socket_->state(), State::Connecting);
     std::string reply;
     EXPECT_FALSE(socket_->sendCtrlCmd("PING", reply));
     EXPECT_EQ(reply, "ERROR: NOT-CONNECTED");
 }
 
-TEST_F(WpaSocketCommands, ACommandToASupplicantThatHasGoneFailsAtOnce) {
+TEST_F(WpaSocketCommands, CommandToASupplicantThatHasGoneFailsAtOnce) {
     supplicant_.crash();
     std::string reply;
     EXPECT_FALSE(socket_->sendCtrlCmd("PING", reply));
@@ -112,7 +106,8 @@ TEST_F(WpaSocketCommands, ACommandToASupplicantThatHasGoneFailsAtOnce) {
 class WpaSocketLateReplies : public WpaSocketCommands {
   protected:
     void SetUp() override {
-        socket_ = makeSocket(NetInterfaceType::STA, kImpatient);
+        socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_, kEndless,
+                                    std::chrono::milliseconds(20));
         ASSERT_TRUE(connect(socket_));
         supplicant_.answerCommands([released = released_](const std::string& command) {
             if (command == "PING") {
@@ -192,7 +187,7 @@ TEST_F(WpaSocketLateReplies, TimeoutChangesNeitherStateNorLog) {
     release();
     EXPECT_EQ(ask("STATUS"), "re STATUS");
     turn();
-    EXPECT_EQ(Peer::state(*socket_), State::Connected);
+    EXPECT_EQ(socket_->state(), State::Connected);
     EXPECT_THAT(log_.lines(), IsEmpty());
     EXPECT_EQ(supplicant_.attachRequests(), 1u);
 }
@@ -205,10 +200,10 @@ TEST_F(WpaSocketLateReplies, ReopeningThatFailsIsTheCommandsFailure) {
     EXPECT_FALSE(socket_->sendCtrlCmd("STATUS", reply));
     EXPECT_EQ(reply, "ERROR: SEND-RECV");
     turn();
-    EXPECT_EQ(Peer::state(*socket_), State::Connected);
+    EXPECT_EQ(socket_->state(), State::Connected);
 }
 
-TEST_F(WpaSocketCommands, ASubscriberMaySendFromInsideItsCallback) {
+TEST_F(WpaSocketCommands, SubscriberMaySendFromInsideItsCallback) {
     answer("RSSI=-55\n");
     std::string reply;
     bool sent = false;
@@ -222,7 +217,7 @@ TEST_F(WpaSocketCommands, ASubscriberMaySendFromInsideItsCallback) {
     EXPECT_EQ(reply, "RSSI=-55\n");
 }
 
-TEST_F(WpaSocketCommands, ASubscriberOfTheDisconnectionMaySendAndIsNotConnected) {
+TEST_F(WpaSocketCommands, SubscriberOfTheDisconnectionMaySendAndIsNotConnected) {
     std::string reply;
     std::function<void(const std::string&)> sending = [&](const std::string&) {
         EXPECT_FALSE(socket_->sendCtrlCmd("PING", reply));

@@ -15,6 +15,7 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 
+#include "tests/client/ControlPeer.h"
 #include "tests/client/WpaSocketFixture.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/WaitUntil.h"
@@ -57,7 +58,13 @@ class WpaSocketEvents : public WpaSocketTest, public testing::WithParamInterface
         turn();
     }
 
-    bool connected() const { return Peer::state(*socket_) == State::Connected; }
+    bool connected() const { return socket_->state() == State::Connected; }
+
+    /** -1 when closed. */
+    int monitor() const {
+        const std::vector<int> open = connections();
+        return open.empty() ? -1 : open.front();
+    }
 
     test::FakeControlSocket supplicant_{path_};
     std::map<int, std::function<void(const std::string&)>> callbacks_;
@@ -65,7 +72,7 @@ class WpaSocketEvents : public WpaSocketTest, public testing::WithParamInterface
     std::shared_ptr<WpaSocket> socket_;
 };
 
-TEST_F(WpaSocketEvents, AConnectedEventFiresItsTypeWithTheTextBehindThePrefix) {
+TEST_F(WpaSocketEvents, ConnectedEventFiresItsTypeWithTheTextBehindThePrefix) {
     connectAs(NetInterfaceType::STA);
     receive(kConnected);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, kConnectedPayload)));
@@ -103,7 +110,7 @@ TEST_F(WpaSocketEvents, EveryP2pPrefixFiresItsType) {
                             Pair(Type::WPA_REGDOM_CHANGE, "init=CORE type=WORLD")));
 }
 
-TEST_F(WpaSocketEvents, AChannelSwitchEventOnTheP2pSocketFiresNothing) {
+TEST_F(WpaSocketEvents, ChannelSwitchEventOnTheP2pSocketFiresNothing) {
     connectAs(NetInterfaceType::P2P);
     receive("<3>CTRL-EVENT-CHANNEL-SWITCH freq=5200 ifname=p2p0 width=80");
     receive(kConnected);
@@ -112,14 +119,14 @@ TEST_F(WpaSocketEvents, AChannelSwitchEventOnTheP2pSocketFiresNothing) {
     EXPECT_TRUE(connected());
 }
 
-TEST_F(WpaSocketEvents, AGroupEventOnTheStaSocketFiresNothing) {
+TEST_F(WpaSocketEvents, GroupEventOnTheStaSocketFiresNothing) {
     connectAs(NetInterfaceType::STA);
     receive("<3>P2P-GROUP-STARTED p2p0 GO freq=5180 x");
     receive("<3>AP-CSA-FINISHED freq=5200 dfs=0");
     EXPECT_THAT(events_, IsEmpty());
 }
 
-TEST_F(WpaSocketEvents, APrefixIncludesItsBlankAndStandsAtTheBeginning) {
+TEST_F(WpaSocketEvents, PrefixIncludesItsBlankAndStandsAtTheBeginning) {
     connectAs(NetInterfaceType::STA);
     receive("<3>CTRL-EVENT-CONNECTED");
     receive("<3>CTRL-EVENT-CONNECTED-TWICE x");
@@ -129,7 +136,7 @@ TEST_F(WpaSocketEvents, APrefixIncludesItsBlankAndStandsAtTheBeginning) {
     EXPECT_THAT(events_, IsEmpty());
 }
 
-TEST_F(WpaSocketEvents, ThePriorityTagIsDroppedUnseen) {
+TEST_F(WpaSocketEvents, PriorityTagIsDroppedUnseen) {
     connectAs(NetInterfaceType::STA);
     receive("abc" + kConnected.substr(3));
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, kConnectedPayload)));
@@ -171,20 +178,20 @@ TEST_F(WpaSocketEvents, GarbageIsIgnoredAndTheNextEventArrives) {
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, kConnectedPayload)));
 }
 
-TEST_F(WpaSocketEvents, AnEventOfFourBytesIsLongEnoughToBeRead) {
+TEST_F(WpaSocketEvents, EventOfFourBytesIsLongEnoughToBeRead) {
     connectAs(NetInterfaceType::STA);
     receive("<3>C");
     EXPECT_THAT(events_, IsEmpty());
     EXPECT_TRUE(connected());
 }
 
-TEST_F(WpaSocketEvents, ALongEventIsCutAtTheBuffersEnd) {
+TEST_F(WpaSocketEvents, LongEventIsCutAtTheBuffersEnd) {
     connectAs(NetInterfaceType::STA);
     receive("<3>CTRL-EVENT-CONNECTED " + std::string(10'000, 'x'));
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, std::string(4095 - 24, 'x'))));
 }
 
-TEST_F(WpaSocketEvents, AnEventEndsAtANul) {
+TEST_F(WpaSocketEvents, EventEndsAtANul) {
     connectAs(NetInterfaceType::STA);
     receive(std::string("<3>CTRL-EVENT-CONNECTED a\0b", 27));
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, "a")));
@@ -200,9 +207,7 @@ TEST_F(WpaSocketEvents, BssEventsDoNotEvenWakeTheLoop) {
 TEST_F(WpaSocketEvents, BssEventsAreDroppedWithoutTheKernelsFilterToo) {
     connectAs(NetInterfaceType::STA);
     const int unused = 0;
-    ASSERT_EQ(
-        setsockopt(Peer::monitor(*socket_), SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof(unused)),
-        0);
+    ASSERT_EQ(setsockopt(monitor(), SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof(unused)), 0);
     ASSERT_EQ(supplicant_.sendEvent("<3>CTRL-EVENT-BSS-ADDED 0 02:00:00:00:01:00"), 1u);
     EXPECT_EQ(poll_->poll(0), 1);
     ASSERT_EQ(supplicant_.sendEvent("<3>CTRL-EVENT-BSS-REMOVED 0 02:00:00:00:01:00"), 1u);
@@ -211,16 +216,16 @@ TEST_F(WpaSocketEvents, BssEventsAreDroppedWithoutTheKernelsFilterToo) {
     EXPECT_TRUE(connected());
 }
 
-TEST_F(WpaSocketEvents, ATerminatingSupplicantStopsTheSocket) {
+TEST_F(WpaSocketEvents, TerminatingSupplicantStopsTheSocket) {
     connectAs(NetInterfaceType::STA);
     receive("<3>CTRL-EVENT-TERMINATING ");
     EXPECT_EQ(count(ANDROID_LOG_INFO, "STA", "Supplicant exited gracefully"), 1u);
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+    EXPECT_EQ(socket_->state(), State::Stopped);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
+    EXPECT_EQ(monitor(), -1);
 }
 
-TEST_F(WpaSocketEvents, ATerminatingSupplicantIsNotWaitedFor) {
+TEST_F(WpaSocketEvents, TerminatingSupplicantIsNotWaitedFor) {
     // It sleeps a moment for its last words to be read and then closes its socket: whatever comes
     // in between has no answer.
     connectAs(NetInterfaceType::STA);
@@ -233,7 +238,7 @@ TEST_F(WpaSocketEvents, ATerminatingSupplicantIsNotWaitedFor) {
     EXPECT_TRUE(test::waitUntil([&] { return supplicant_.detachRequests() == 1; }));
 }
 
-TEST_F(WpaSocketEvents, TheNextAfterATerminatedOneIsWaitedForAgain) {
+TEST_F(WpaSocketEvents, NextAfterATerminatedOneIsWaitedForAgain) {
     connectAs(NetInterfaceType::STA);
     receive("<3>CTRL-EVENT-TERMINATING ");
     ASSERT_TRUE(test::waitUntil([&] { return supplicant_.detachRequests() == 1; }));
@@ -243,15 +248,15 @@ TEST_F(WpaSocketEvents, TheNextAfterATerminatedOneIsWaitedForAgain) {
     EXPECT_EQ(supplicant_.detachRequests(), 2u);
 }
 
-TEST_F(WpaSocketEvents, ATerminatingSupplicantStopsTheP2pSocketToo) {
+TEST_F(WpaSocketEvents, TerminatingSupplicantStopsTheP2pSocketToo) {
     connectAs(NetInterfaceType::P2P);
     receive("<3>CTRL-EVENT-TERMINATING ");
     EXPECT_EQ(count(ANDROID_LOG_INFO, "P2P", "Supplicant exited gracefully"), 1u);
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+    EXPECT_EQ(socket_->state(), State::Stopped);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=P2P")));
 }
 
-TEST_F(WpaSocketEvents, TheEndOfAnOldSupplicantThatIsReadLateDoesNotStopTheWayToTheNewOne) {
+TEST_F(WpaSocketEvents, EndOfAnOldSupplicantThatIsReadLateDoesNotStopTheWayToTheNewOne) {
     // The news of the new supplicant's file came first, while the loop was busy.
     connectAs(NetInterfaceType::STA);
     const android::base::unique_fd news(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
@@ -269,64 +274,97 @@ TEST_F(WpaSocketEvents, TheEndOfAnOldSupplicantThatIsReadLateDoesNotStopTheWayTo
     EXPECT_THAT(log_.messages(ANDROID_LOG_WARN), IsEmpty());
 }
 
-/** An attempt that has succeeded, and whose Connected is still on its way. */
-class WpaSocketAttachedEvents : public WpaSocketEvents {
+/** A supplicant that sends something right behind its answer to ATTACH, ahead of Connected. */
+class WpaSocketEarlyEvents : public WpaSocketTest {
   protected:
-    WpaSocketAttachedEvents() {
-        socket_ = makeSocket();
-        socket_->registerEventCallback(Type::WPA_STA_CONNECTED, subscriber_.callback);
-        socket_->onSocketFileCreate(path_);
-        while (Peer::state(*socket_) != State::Connecting) {
-            poll_->poll(0);
-        }
-        EXPECT_TRUE(Peer::setTimer(*socket_, -1));  // the test makes the attempt itself
-        EXPECT_EQ(Peer::connect(*socket_), 0);
+    /** Runs until the supplicant has been asked something else. */
+    std::thread answerAttachAndSend(const std::string& datagram) {
+        return std::thread([this, datagram] {
+            const auto attach = supplicant_.receive();
+            supplicant_.send(attach, "OK\n");
+            supplicant_.send(attach, datagram);
+            supplicant_.send(supplicant_.receive(), "OK\n");
+        });
     }
 
-    Subscriber subscriber_;
+    const ControlPeer supplicant_{path_};
+    const std::shared_ptr<WpaSocket> socket_ = makeSocket();
 };
 
-TEST_F(WpaSocketAttachedEvents, AnEventAheadOfConnectedWaitsSoThatItsSubscriberCanSendCommands) {
+TEST_F(WpaSocketEarlyEvents, EventAheadOfConnectedWaitsSoThatItsSubscriberCanSendCommands) {
+    std::thread supplicant = answerAttachAndSend(kConnected);
     std::vector<bool> sent;
-    std::function<void(const std::string&)> asking = [&](const std::string&) {
+    std::function<void(const std::string&)> asking = [&](const std::string& payload) {
+        EXPECT_EQ(payload, kConnectedPayload);
         std::string reply;
         sent.push_back(socket_->sendCtrlCmd("SIGNAL_POLL", reply));
+        if (!sent.back()) {
+            supplicant_.send(supplicant_.receive(), "");  // ends its thread
+        }
     };
     socket_->registerEventCallback(Type::WPA_STA_CONNECTED, asking);
-    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
-    ASSERT_EQ(poll_->poll(0), 1);
-    EXPECT_THAT(subscriber_.payloads, IsEmpty());
-    Peer::updateState(*socket_, State::Connected);
-    turn();
-    EXPECT_THAT(subscriber_.payloads, ElementsAre(kConnectedPayload));
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return !sent.empty(); }));
+    supplicant.join();
     EXPECT_THAT(sent, ElementsAre(true));
 }
 
-TEST_F(WpaSocketAttachedEvents, ATerminationAheadOfConnectedStopsTheSocketAfterIt) {
-    ASSERT_EQ(supplicant_.sendEvent("<3>CTRL-EVENT-TERMINATING "), 1u);
-    ASSERT_EQ(poll_->poll(0), 1);
-    Peer::updateState(*socket_, State::Connected);
-    turn();
-    EXPECT_EQ(infos("Supplicant exited gracefully"), 1u);
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+TEST_F(WpaSocketEarlyEvents, TerminationAheadOfConnectedStopsTheSocketAfterIt) {
+    std::thread supplicant = answerAttachAndSend("<3>CTRL-EVENT-TERMINATING ");
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return infos("Supplicant exited gracefully") == 1; }));
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    supplicant.join();
+    EXPECT_EQ(infos("Connected to supplicant socket: " + path_), 1u);
 }
 
-TEST_F(WpaSocketAttachedEvents, AHangUpAheadOfConnectedStopsTheSocketAfterIt) {
-    EXPECT_EQ(Peer::onReady(*socket_, EPOLLHUP), PollAction::Continue);
-    EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), IsEmpty());
-    Peer::updateState(*socket_, State::Connected);
-    EXPECT_EQ(Peer::onReady(*socket_, EPOLLHUP), PollAction::Continue);
-    turn();
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+TEST_F(WpaSocketEvents, HangUpAheadOfConnectedStopsTheSocketAfterIt) {
+    socket_ = makeSocket();
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return connections().size() == 2; }));
+    ASSERT_EQ(socket_->state(), State::Connecting);
+    ASSERT_EQ(shutdown(monitor(), SHUT_RDWR), 0);
+    ASSERT_TRUE(turnUntil(socket_, State::Connected));
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    EXPECT_GE(errors("onSocketReady_: unexpected poll error: 0x00000011"), 1u);
 }
 
-TEST_F(WpaSocketEvents, AnEventBehindTheAnswerToAttachTakesTwoTurnsAtMost) {
+TEST_F(WpaSocketEvents, ErrorBesideAnEventStopsTheSocketAfterTheEvent) {
+    connectAs(NetInterfaceType::STA);
+    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
+    ASSERT_EQ(shutdown(monitor(), SHUT_RDWR), 0);
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    EXPECT_GE(errors("onSocketReady_: unexpected poll error: 0x00000011"), 1u);
+    EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, kConnectedPayload),
+                                     Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
+}
+
+TEST_F(WpaSocketEvents, FailedReadStopsTheSocket) {
+    connectAs(NetInterfaceType::STA);
+    // Somebody else, ready ahead of the monitor, reads what is there.
+    const android::base::unique_fd thief(eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC));
+    const int monitorFd = monitor();
+    poll_->addFd(thief.get(), EPOLLIN, [&](int, int) {
+        char byte;
+        recv(monitorFd, &byte, sizeof(byte), MSG_DONTWAIT);
+        return PollAction::Remove;
+    });
+    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
+    ASSERT_EQ(poll_->poll(1000), 2);
+    EXPECT_EQ(errors("Failed to receive supplicant control interface message: Resource "
+                     "temporarily unavailable"),
+              1u);
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
+}
+
+TEST_F(WpaSocketEvents, EventBehindTheAnswerToAttachTakesTwoTurnsAtMost) {
     socket_ = makeSocket();
     Subscriber subscriber;
     socket_->registerEventCallback(Type::WPA_STA_CONNECTED, subscriber.callback);
     socket_->onSocketFileCreate(path_);
-    ASSERT_TRUE(turnUntil([&] { return Peer::monitor(*socket_) != -1; }));
-    ASSERT_EQ(Peer::state(*socket_), State::Connecting);
+    ASSERT_TRUE(turnUntil([&] { return connections().size() == 2; }));
+    ASSERT_EQ(socket_->state(), State::Connecting);
     ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
     poll_->poll(0);
     poll_->poll(0);
@@ -335,7 +373,7 @@ TEST_F(WpaSocketEvents, AnEventBehindTheAnswerToAttachTakesTwoTurnsAtMost) {
     EXPECT_EQ(poll_->poll(0), 0);
 }
 
-TEST_F(WpaSocketEvents, AHangUpStopsTheSocket) {
+TEST_F(WpaSocketEvents, HangUpStopsTheSocket) {
     connectAs(NetInterfaceType::STA);
     supplicant_.resetConnections();
     EXPECT_EQ(poll_->poll(1000), 1);
@@ -344,44 +382,15 @@ TEST_F(WpaSocketEvents, AHangUpStopsTheSocket) {
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=STA")));
 }
 
-TEST_F(WpaSocketEvents, AnErrorBesideAnEventIsLoggedAfterTheEventAndStopsTheSocket) {
-    connectAs(NetInterfaceType::STA);
-    ASSERT_EQ(supplicant_.sendEvent(kConnected), 1u);
-    EXPECT_EQ(Peer::onReady(*socket_, EPOLLIN | EPOLLHUP), PollAction::Continue);
-    EXPECT_EQ(errors("onSocketReady_: unexpected poll error: 0x00000011"), 1u);
-    EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_CONNECTED, kConnectedPayload)));
-    turn();
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
-}
-
-TEST_F(WpaSocketEvents, AFailedReadStopsTheSocket) {
-    connectAs(NetInterfaceType::STA);
-    // There is nothing to read: the descriptor does not wait.
-    EXPECT_EQ(Peer::onReady(*socket_, EPOLLIN), PollAction::Continue);
-    EXPECT_EQ(errors("Failed to receive supplicant control interface message: Resource "
-                     "temporarily unavailable"),
-              1u);
-    turn();
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
-}
-
-TEST_F(WpaSocketEvents, AWakeUpForNothingIsIgnored) {
-    connectAs(NetInterfaceType::STA);
-    EXPECT_EQ(Peer::onReady(*socket_, 0), PollAction::Continue);
-    turn();
-    EXPECT_TRUE(connected());
-    EXPECT_THAT(log_.lines(), IsEmpty());
-}
-
-TEST_F(WpaSocketEvents, AnUnknownKindOfInterfaceReadsNoEventsAndStops) {
+TEST_F(WpaSocketEvents, UnknownKindOfInterfaceReadsNoEventsAndStops) {
     connectAs(static_cast<NetInterfaceType>(5));
     receive(kConnected);
     EXPECT_EQ(count(ANDROID_LOG_ERROR, "UNKNOWN", "receiveEvent_: unrecognized socket type 5"), 1u);
-    EXPECT_EQ(Peer::state(*socket_), State::Stopped);
+    EXPECT_EQ(socket_->state(), State::Stopped);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_SOCKET_DISCONNECTED, "sockettype=UNKNOWN")));
 }
 
-TEST_F(WpaSocketEvents, AKindOfEventOutsideTheEnumerationIsRefused) {
+TEST_F(WpaSocketEvents, KindOfEventOutsideTheEnumerationIsRefused) {
     connectAs(NetInterfaceType::STA);
     Subscriber subscriber;
     const auto unknown = static_cast<Type>(10);
@@ -390,7 +399,7 @@ TEST_F(WpaSocketEvents, AKindOfEventOutsideTheEnumerationIsRefused) {
     EXPECT_EQ(count(ANDROID_LOG_WARN, "STA", "Failed to find a callback map with type 10"), 2u);
 }
 
-TEST_F(WpaSocketEvents, AKindThatTheSocketNeverProducesIsAccepted) {
+TEST_F(WpaSocketEvents, KindThatTheSocketNeverProducesIsAccepted) {
     connectAs(NetInterfaceType::STA);
     Subscriber subscriber;
     EXPECT_EQ(socket_->registerEventCallback(Type::WPA_P2P_GROUP_STARTED, subscriber.callback), 1);
@@ -398,27 +407,7 @@ TEST_F(WpaSocketEvents, AKindThatTheSocketNeverProducesIsAccepted) {
     EXPECT_FALSE(socket_->unregisterEventCallback(Type::WPA_P2P_GROUP_STARTED, 1));
 }
 
-TEST_F(WpaSocketEvents, TheEventMutexIsHeldForEventsAndNotForTheDisconnection) {
-    connectAs(NetInterfaceType::STA);
-    std::map<Type, bool> held;
-    std::function<void(const std::string&)> onConnected = [&](const std::string&) {
-        std::thread([&] { held[Type::WPA_STA_CONNECTED] = Peer::eventMutexHeld(*socket_); }).join();
-    };
-    std::function<void(const std::string&)> onDisconnected = [&](const std::string&) {
-        std::thread([&] {
-            held[Type::WPA_SOCKET_DISCONNECTED] = Peer::eventMutexHeld(*socket_);
-        }).join();
-    };
-    socket_->registerEventCallback(Type::WPA_STA_CONNECTED, onConnected);
-    socket_->registerEventCallback(Type::WPA_SOCKET_DISCONNECTED, onDisconnected);
-    receive(kConnected);
-    socket_->onSocketFileDelete();
-    turn();
-    EXPECT_THAT(held, ElementsAre(Pair(Type::WPA_STA_CONNECTED, true),
-                                  Pair(Type::WPA_SOCKET_DISCONNECTED, false)));
-}
-
-TEST_F(WpaSocketEvents, ASubscribersExceptionDoesNotEndTheLoop) {
+TEST_F(WpaSocketEvents, SubscribersExceptionDoesNotEndTheLoop) {
     connectAs(NetInterfaceType::STA);
     std::function<void(const std::string&)> throwing = [](const std::string& payload) {
         (void)std::stoi(payload);
@@ -463,7 +452,7 @@ TEST_F(WpaSocketEvents, TenThousandEventsInOneBurstAllArriveInOrder) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_F(WpaSocketEvents, ASubscriberMayEndItsNeighboursSubscription) {
+TEST_F(WpaSocketEvents, SubscriberMayEndItsNeighboursSubscription) {
     connectAs(NetInterfaceType::STA);
     Subscriber victim;
     int handle = -1;

@@ -1,9 +1,14 @@
 #pragma once
 
+#include <poll.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
+#include <sys/un.h>
 #include <ursa/os/EventFd.h>
 
 #include "client/WpaSocket.h"
@@ -23,63 +29,6 @@
 #include "tests/support/TempFolder.h"
 
 namespace Ursa::OS::Wifi {
-
-/** The insides of a WpaSocket, for the test that turns its loop. */
-class WpaSocketTestPeer {
-  public:
-    using Schedule = WpaSocket::ReconnectSchedule;
-
-    static int connect(WpaSocket& socket) { return socket.connect_(); }
-    static void disconnect(WpaSocket& socket) { socket.disconnect_(); }
-    static void updateConnectError(WpaSocket& socket, int* last, int error) {
-        socket.updateConnectError_(last, error);
-    }
-    static WpaSocket::State state(const WpaSocket& socket) { return socket.state_; }
-    static WpaSocket::State previousState(const WpaSocket& socket) { return socket.previousState_; }
-    static void updateState(WpaSocket& socket, WpaSocket::State state) {
-        socket.updateState_(state);
-    }
-    static int64_t& accumulatedDelay(WpaSocket& socket) { return socket.accumulatedDelay_; }
-    static const Schedule& schedule(const WpaSocket& socket) { return socket.schedule_; }
-
-    static int timer(const WpaSocket& socket) { return socket.reconnectTimer_.get(); }
-    static bool initTimer(WpaSocket& socket) { return socket.initWpaSocketReconnectTimer_(); }
-    static bool setTimer(WpaSocket& socket, int64_t delayMs) {
-        return socket.setWpaSocketReconnectTimer_(delayMs);
-    }
-    static PollAction onTimer(WpaSocket& socket, int events) {
-        return socket.onReconnectTimerExpired_(socket.reconnectTimer_.get(), events);
-    }
-    /** Milliseconds until the timer expires, rounded up; 0 when it is not armed. */
-    static int64_t timerLeft(const WpaSocket& socket) {
-        itimerspec left = {};
-        timerfd_gettime(timer(socket), &left);
-        return left.it_value.tv_sec * 1000 + (left.it_value.tv_nsec + 999'999) / 1'000'000;
-    }
-
-    static PollAction onReady(WpaSocket& socket, int events) {
-        return socket.onSocketReady_(-1, events);
-    }
-    static bool receive(WpaSocket& socket) { return socket.receiveEvent_(); }
-    /** -1 when closed. */
-    static int monitor(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return socket.monitor_.isOpen() ? socket.monitor_.fd() : -1;
-    }
-    static bool hasCommand(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        return socket.command_.isOpen();
-    }
-    static void dropCommand(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        socket.command_.close();
-    }
-    /** Whether a thread holds the event mutex; not to be asked by that thread. */
-    static bool eventMutexHeld(WpaSocket& socket) NO_THREAD_SAFETY_ANALYSIS {
-        const bool free = socket.eventMutex_.try_lock();
-        if (free) {
-            socket.eventMutex_.unlock();
-        }
-        return !free;
-    }
-};
 
 /** A subscriber that keeps what it is told, for use on the loop's thread. */
 class Subscriber {
@@ -122,20 +71,23 @@ class LoopThread {
 class WpaSocketTest : public testing::Test {
   protected:
     using State = WpaSocket::State;
-    using Peer = WpaSocketTestPeer;
     using Type = WifiClientCallbackType;
 
     /** Short enough that a test need not wait, with each phase to tell from the others. */
-    static constexpr WpaSocket::ReconnectSchedule kQuick = {1, 2, 6, 3, 12};
+    static constexpr ReconnectDelays kQuick = {1, 2, 6, 3, 12};
 
-    /** Replies are not waited for long either; attempts go on until one succeeds. */
-    static constexpr WpaSocket::ReconnectSchedule kImpatient = {1, 2, 60'000, 2, 60'000, 20};
+    /** As quick, and attempts go on until one succeeds. */
+    static constexpr ReconnectDelays kEndless = {1, 2, 60'000, 2, 60'000};
 
     WpaSocketTest() { eventFd_.open(); }
 
-    std::shared_ptr<WpaSocket> makeSocket(NetInterfaceType type = NetInterfaceType::STA,
-                                          const WpaSocket::ReconnectSchedule& schedule = kQuick) {
-        return WpaSocket::create(type, poll_, eventFd_, schedule);
+    std::shared_ptr<WpaSocket> makeSocket(NetInterfaceType type = NetInterfaceType::STA) {
+        const std::set<int> before = timers();
+        auto socket = WpaSocket::create(type, poll_, eventFd_, kQuick);
+        for (const int fd : timers()) {
+            timer_ = before.count(fd) == 0 ? fd : timer_;
+        }
+        return socket;
     }
 
     /** Turns the loop until it is so. Returns false after half a minute. */
@@ -152,9 +104,36 @@ class WpaSocketTest : public testing::Test {
     }
 
     bool turnUntil(const std::shared_ptr<WpaSocket>& socket, State state) {
-        // Both, so that the state's actions are done too.
-        return turnUntil(
-            [&] { return Peer::state(*socket) == state && Peer::previousState(*socket) == state; });
+        return turnUntil([&] { return socket->state() == state; });
+    }
+
+    /** Our ends of the connections to path_, the oldest first: monitor, then command connection. */
+    std::vector<int> connections() const {
+        std::map<int, int> found;  // by the number that the library gave each
+        const std::string prefix = "/tmp/wpa_ctrl_" + std::to_string(getpid()) + "-";
+        for (int fd = 0; fd < 1024; ++fd) {
+            const std::string own = addressOf(fd, getsockname);
+            if (own.compare(0, prefix.size(), prefix) == 0 && addressOf(fd, getpeername) == path_) {
+                found[std::stoi(own.substr(prefix.size()))] = fd;
+            }
+        }
+        std::vector<int> descriptors;
+        for (const auto& [number, fd] : found) {
+            descriptors.push_back(fd);
+        }
+        return descriptors;
+    }
+
+    /** Of the socket that makeSocket() has made last. */
+    bool timerIsArmed() const {
+        itimerspec left = {};
+        timerfd_gettime(timer_, &left);
+        return left.it_value.tv_sec != 0 || left.it_value.tv_nsec != 0;
+    }
+    /** The time is up, and the loop has not noticed yet. */
+    bool waitForTimer() const {
+        pollfd readable = {timer_, POLLIN, 0};
+        return ::poll(&readable, 1, 30'000) == 1;
     }
 
     /** Runs what is ready or posted now, and what that posts. */
@@ -176,6 +155,31 @@ class WpaSocketTest : public testing::Test {
     size_t warnings(const std::string& text) const { return count(ANDROID_LOG_WARN, "STA", text); }
     size_t infos(const std::string& text) const { return count(ANDROID_LOG_INFO, "STA", text); }
 
+  private:
+    /** This process's timers; a FakeControlSocket has one too. */
+    static std::set<int> timers() {
+        std::set<int> found;
+        for (int fd = 0; fd < 1024; ++fd) {
+            itimerspec left = {};
+            if (timerfd_gettime(fd, &left) == 0) {
+                found.insert(fd);
+            }
+        }
+        return found;
+    }
+
+    template <typename Ask>
+    static std::string addressOf(int fd, Ask ask) {
+        sockaddr_un address = {};
+        socklen_t length = sizeof(address);
+        const bool named = ask(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
+                           address.sun_family == AF_UNIX;
+        return named ? address.sun_path : "";
+    }
+
+    int timer_ = -1;
+
+  protected:
     test::TempFolder folder_;
     const std::string path_ = folder_.file("wlan0");
     test::LogCapture log_;

@@ -31,7 +31,7 @@ class WpaSocketState : public WpaSocketTest {
         socket_->registerEventCallback(Type::WPA_SOCKET_DISCONNECTED, disconnected_.callback);
     }
 
-    State state() const { return Peer::state(*socket_); }
+    State state() const { return socket_->state(); }
 
     /** The messages of every level, without their prefix. */
     std::vector<std::string> lines() const {
@@ -45,47 +45,19 @@ class WpaSocketState : public WpaSocketTest {
         return found;
     }
 
-    /** Lets the timer expire and handles that alone. */
-    void expire() {
-        ASSERT_TRUE(Peer::setTimer(*socket_, 0));
-        pollfd timer = {Peer::timer(*socket_), POLLIN, 0};
-        ASSERT_EQ(::poll(&timer, 1, 30'000), 1);
-        EXPECT_EQ(Peer::onTimer(*socket_, EPOLLIN), PollAction::Continue);
-    }
-
-    /** A socket with the schedule of the product, in Connecting, before its first attempt. */
-    void beginConnectingOnTheRealSchedule() {
-        socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_);
-        socket_->registerEventCallback(Type::WPA_SOCKET_DISCONNECTED, disconnected_.callback);
-        socket_->onSocketFileCreate(path_);
-        ASSERT_TRUE(turnUntil(socket_, State::Connecting));
-    }
-
     std::shared_ptr<WpaSocket> socket_ = makeSocket();
     Subscriber disconnected_;
 };
 
-TEST_F(WpaSocketState, TheScheduleBeginsAfter25MsThenEvery50MsThenEvery5SecondsForAnHour) {
-    const auto socket = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_);
-    const WpaSocketTestPeer::Schedule& schedule = Peer::schedule(*socket);
-    EXPECT_EQ(schedule.firstDelay, 25);
-    EXPECT_EQ(schedule.fastDelay, 50);
-    EXPECT_EQ(schedule.fastPhase, 5'000);
-    EXPECT_EQ(schedule.slowDelay, 5'000);
-    EXPECT_EQ(schedule.giveUpAfter, 3'600'000);
-    EXPECT_EQ(schedule.replyTimeout, 10'000);
-}
-
-TEST_F(WpaSocketState, ANewSocketIsStoppedAndHasLoggedItsTimer) {
+TEST_F(WpaSocketState, NewSocketIsStoppedAndHasLoggedItsTimer) {
     EXPECT_EQ(state(), State::Stopped);
-    EXPECT_EQ(Peer::previousState(*socket_), State::Stopped);
     EXPECT_THAT(lines(), ElementsAre("Initialized wpa socket reconnect timer"));
     turn();
-    EXPECT_EQ(Peer::timerLeft(*socket_), 0);
+    EXPECT_FALSE(timerIsArmed());
     EXPECT_THAT(disconnected_.payloads, IsEmpty());
 }
 
-TEST_F(WpaSocketState, ASocketFileLeadsThroughIdleAndConnectingToConnected) {
+TEST_F(WpaSocketState, SocketFileLeadsThroughIdleAndConnectingToConnected) {
     const test::FakeControlSocket supplicant(path_);
     log_.clear();
     ASSERT_TRUE(connect(socket_));
@@ -98,7 +70,6 @@ TEST_F(WpaSocketState, ASocketFileLeadsThroughIdleAndConnectingToConnected) {
                                      "Connected to supplicant socket: " + path_));
     EXPECT_EQ(supplicant.attached(), 1u);
     EXPECT_THAT(disconnected_.payloads, ElementsAre("sockettype=STA"));
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 0);
 }
 
 TEST_F(WpaSocketState, EachTransitionsLineHasItsLevel) {
@@ -118,7 +89,7 @@ TEST_F(WpaSocketState, EachTransitionsLineHasItsLevel) {
     EXPECT_THAT(log_.messages(ANDROID_LOG_WARN), IsEmpty());
 }
 
-TEST_F(WpaSocketState, AP2pSocketNamesItsKindInLinesAndPayload) {
+TEST_F(WpaSocketState, P2pSocketNamesItsKindInLinesAndPayload) {
     const test::FakeControlSocket supplicant(path_);
     const auto p2p = makeSocket(NetInterfaceType::P2P);
     Subscriber disconnected;
@@ -128,7 +99,7 @@ TEST_F(WpaSocketState, AP2pSocketNamesItsKindInLinesAndPayload) {
     EXPECT_EQ(count(ANDROID_LOG_INFO, "P2P", "Connected to supplicant socket: " + path_), 1u);
 }
 
-TEST_F(WpaSocketState, ASocketFileCreatedTwiceWhileConnectedDisconnectsOnceAndConnectsAfresh) {
+TEST_F(WpaSocketState, SocketFileCreatedTwiceWhileConnectedDisconnectsOnceAndConnectsAfresh) {
     const test::FakeControlSocket supplicant(path_);
     ASSERT_TRUE(connect(socket_));
     disconnected_.payloads.clear();
@@ -146,13 +117,15 @@ TEST_F(WpaSocketState, ASocketFileCreatedTwiceWhileConnectedDisconnectsOnceAndCo
     EXPECT_THAT(log_.messages(ANDROID_LOG_WARN), IsEmpty());
 }
 
-TEST_F(WpaSocketState, ASocketFileCreatedWhileConnectingStartsAnewAtTheFirstDelay) {
+TEST_F(WpaSocketState, SocketFileCreatedWhileConnectingStartsAnewAtTheFirstDelay) {
     socket_->onSocketFileCreate(path_);  // nobody listens
-    ASSERT_TRUE(turnUntil([&] { return Peer::accumulatedDelay(*socket_) > 0; }));
+    ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 3; }));
     socket_->onSocketFileCreate(path_);
     ASSERT_TRUE(turnUntil(socket_, State::Idle));
     ASSERT_TRUE(turnUntil(socket_, State::Connecting));
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 0);
+    EXPECT_EQ(infos("Start connecting to supplicant in 1 ms"), 2u);
+    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+    EXPECT_EQ(errors(kNotOpened), 3u + 5u);
 }
 
 TEST_F(WpaSocketState, DeletingTheSocketFileStopsAConnectedSocket) {
@@ -162,8 +135,7 @@ TEST_F(WpaSocketState, DeletingTheSocketFileStopsAConnectedSocket) {
     ASSERT_TRUE(turnUntil(socket_, State::Stopped));
     EXPECT_THAT(disconnected_.payloads, ElementsAre("sockettype=STA", "sockettype=STA"));
     EXPECT_EQ(supplicant.detachRequests(), 1u);
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
-    EXPECT_FALSE(Peer::hasCommand(*socket_));
+    EXPECT_THAT(connections(), IsEmpty());
 }
 
 TEST_F(WpaSocketState, DeletingTheSocketFileStopsAConnectingSocketAndDisarmsTheTimer) {
@@ -171,7 +143,7 @@ TEST_F(WpaSocketState, DeletingTheSocketFileStopsAConnectingSocketAndDisarmsTheT
     ASSERT_TRUE(turnUntil(socket_, State::Connecting));
     socket_->onSocketFileDelete();
     ASSERT_TRUE(turnUntil(socket_, State::Stopped));
-    EXPECT_EQ(Peer::timerLeft(*socket_), 0);
+    EXPECT_FALSE(timerIsArmed());
 }
 
 TEST_F(WpaSocketState, DeletingTheSocketFileOfAStoppedSocketChangesNothing) {
@@ -183,34 +155,17 @@ TEST_F(WpaSocketState, DeletingTheSocketFileOfAStoppedSocketChangesNothing) {
 }
 
 TEST_F(WpaSocketState, ConnectingIsEnteredFromIdleOnly) {
-    Peer::updateState(*socket_, State::Connecting);
+    // Idle asks for Connecting, one turn later; by then the file has gone.
+    socket_->onSocketFileCreate(path_);
+    socket_->onSocketFileDelete();
+    turn();
     EXPECT_EQ(state(), State::Stopped);
     EXPECT_EQ(warnings("Cannot enter Connecting from non-Idle states. Revert back to old state: "
                        "Stopped"),
               1u);
-
+    EXPECT_FALSE(timerIsArmed());
     const test::FakeControlSocket supplicant(path_);
     ASSERT_TRUE(connect(socket_));
-    Peer::updateState(*socket_, State::Connecting);
-    EXPECT_EQ(state(), State::Connected);
-    EXPECT_EQ(warnings("Cannot enter Connecting from non-Idle states. Revert back to old state: "
-                       "Connected"),
-              1u);
-    std::string reply;
-    EXPECT_TRUE(socket_->sendCtrlCmd("PING", reply));
-}
-
-TEST_F(WpaSocketState, AStateOutsideTheFourIsLoggedAndPrintedAsUnknown) {
-    Peer::updateState(*socket_, static_cast<State>(7));
-    EXPECT_EQ(errors("Wpa socket in wrong state 7"), 1u);
-    EXPECT_EQ(
-        count(ANDROID_LOG_DEBUG, "STA", "Enter new wpa client state 'Unknown' (old 'Stopped')"),
-        1u);
-    Peer::updateState(*socket_, State::Stopped);
-    EXPECT_EQ(errors("Wpa socket in wrong state 7"), 2u);
-    EXPECT_EQ(
-        count(ANDROID_LOG_DEBUG, "STA", "Enter new wpa client state 'Stopped' (old 'Unknown')"),
-        1u);
 }
 
 TEST_F(WpaSocketState, EveryRetryWithoutASupplicantGivesOneNotificationAndOneErrorLine) {
@@ -225,63 +180,48 @@ TEST_F(WpaSocketState, EveryRetryWithoutASupplicantGivesOneNotificationAndOneErr
     EXPECT_EQ(disconnected_.payloads.size(), 1u + 3u);  // one of entering Idle
 }
 
-TEST_F(WpaSocketState, RetriesAreFastAtFirstThenSlowAndEndInStopped) {
-    std::vector<int64_t> delays;
-    std::function<void(const std::string&)> noting = [&](const std::string&) {
-        delays.push_back(Peer::accumulatedDelay(*socket_));
-    };
-    socket_->registerEventCallback(Type::WPA_SOCKET_DISCONNECTED, noting);
-    socket_->onSocketFileCreate(path_);
-    ASSERT_TRUE(turnUntil(socket_, State::Connecting));
-    ASSERT_TRUE(turnUntil(socket_, State::Stopped));
-    // Entering Idle; the attempts (three fast ones until 6 ms, two slow ones until 12); Stopped.
-    EXPECT_THAT(delays, ElementsAre(0, 0, 2, 4, 6, 9, 12));
-    EXPECT_EQ(errors(kNotOpened), 5u);
-    EXPECT_EQ(errors("Failed to connect to supplicant after timeout 12 ms => stop"), 1u);
-    EXPECT_EQ(Peer::timerLeft(*socket_), 0);
-}
-
-TEST_F(WpaSocketState, TheTimerIsArmedFor25MsThen50MsUntil5SecondsThen5Seconds) {
-    beginConnectingOnTheRealSchedule();
-    EXPECT_EQ(infos("Start connecting to supplicant in 25 ms"), 1u);
-    expire();
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 50);
-    EXPECT_THAT(Peer::timerLeft(*socket_), testing::AllOf(testing::Gt(0), testing::Le(50)));
-    Peer::accumulatedDelay(*socket_) = 4'950;
-    expire();
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 5'000);
-    EXPECT_THAT(Peer::timerLeft(*socket_), testing::Le(50));
-    expire();
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 10'000);
-    EXPECT_THAT(Peer::timerLeft(*socket_), testing::AllOf(testing::Gt(50), testing::Le(5'000)));
-}
-
-TEST_F(WpaSocketState, AfterOneHourInVainTheSocketStops) {
-    beginConnectingOnTheRealSchedule();
-    Peer::accumulatedDelay(*socket_) = 3'595'000;
-    expire();
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 3'600'000);
-    turn();
-    EXPECT_EQ(state(), State::Connecting);
-    expire();
-    EXPECT_EQ(errors("Failed to connect to supplicant after timeout 3600000 ms => stop"), 1u);
-    turn();
-    EXPECT_EQ(state(), State::Stopped);
-
-    // It begins again when the file is created again.
+TEST_F(WpaSocketState, RetriesGoOnUntilTheScheduleIsOverAndBeginAgainWithTheNextFile) {
+    for (size_t round = 1; round <= 2; ++round) {
+        socket_->onSocketFileCreate(path_);
+        ASSERT_TRUE(turnUntil(socket_, State::Connecting));
+        ASSERT_TRUE(turnUntil(socket_, State::Stopped));
+        // Three fast attempts until 6 ms, two slow ones until 12.
+        EXPECT_EQ(errors(kNotOpened), 5 * round);
+        EXPECT_EQ(errors("Failed to connect to supplicant after timeout 12 ms => stop"), round);
+        // Entering Idle, the attempts, entering Stopped.
+        EXPECT_EQ(disconnected_.payloads.size(), 7 * round);
+        EXPECT_FALSE(timerIsArmed());
+    }
     const test::FakeControlSocket supplicant(path_);
     ASSERT_TRUE(connect(socket_));
 }
 
-TEST_F(WpaSocketState, ASupplicantThatAppearsBehindItsFileIsFoundByARetry) {
-    beginConnectingOnTheRealSchedule();
-    expire();
+TEST_F(WpaSocketState, SupplicantThatAppearsBehindItsFileIsFoundByARetryOfTheRealSchedule) {
+    socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_);
+    socket_->onSocketFileCreate(path_);
+    ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 1; }));
+    EXPECT_EQ(infos("Start connecting to supplicant in 25 ms"), 1u);
     const test::FakeControlSocket supplicant(path_);
     ASSERT_TRUE(turnUntil(socket_, State::Connected));
-    EXPECT_EQ(Peer::accumulatedDelay(*socket_), 0);
 }
 
-TEST_F(WpaSocketState, ARefusedAttachIsLoggedAndRetried) {
+TEST_F(WpaSocketState, ExpiryInTheTurnThatStopsTheSocketMakesNoAttempt) {
+    // Both are ready in one turn of the loop: first the task that stops the socket, then the timer,
+    // which that task disarms.
+    socket_->onSocketFileCreate(path_);
+    while (state() != State::Connecting) {
+        poll_->poll(0);
+    }
+    socket_->onSocketFileDelete();
+    ASSERT_TRUE(waitForTimer());
+    ASSERT_EQ(poll_->poll(0), 2);
+    EXPECT_EQ(state(), State::Stopped);
+    EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR),
+                ElementsAre("[WPA-STA] onReconnectTimerFire_: no valid reconnect timer event"));
+    EXPECT_FALSE(timerIsArmed());
+}
+
+TEST_F(WpaSocketState, RefusedAttachIsLoggedAndRetried) {
     test::FakeControlSocket supplicant(path_);
     supplicant.answerAttach(test::FakeControlSocket::Attach::Refuse);
     socket_->onSocketFileCreate(path_);
@@ -289,126 +229,9 @@ TEST_F(WpaSocketState, ARefusedAttachIsLoggedAndRetried) {
         "Failed to register as event monitor for wpa_supplicant control interface.";
     ASSERT_TRUE(turnUntil([&] { return errors(refused) == 2; }));
     EXPECT_EQ(state(), State::Connecting);
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
+    EXPECT_THAT(connections(), IsEmpty());
     supplicant.answerAttach(test::FakeControlSocket::Attach::Accept);
     ASSERT_TRUE(turnUntil(socket_, State::Connected));
-}
-
-TEST_F(WpaSocketState, AttachThatNobodyAnswersFailsAfterTheTimeout) {
-    test::FakeControlSocket supplicant(path_);
-    supplicant.answerAttach(test::FakeControlSocket::Attach::Ignore);
-    socket_ = makeSocket(NetInterfaceType::STA, kImpatient);
-    socket_->onSocketFileCreate(path_);
-    ASSERT_TRUE(turnUntil(socket_, State::Connecting));
-    EXPECT_EQ(Peer::connect(*socket_), -2);
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
-}
-
-TEST_F(WpaSocketState, ACommandConnectionThatCannotOpenClosesTheMonitorToo) {
-    const test::FakeControlSocket supplicant(path_);
-    socket_->onSocketFileCreate(path_);
-    ASSERT_TRUE(turnUntil(socket_, State::Connecting));
-    // Once before the limit: the undefined-behaviour sanitizer opens pipes at first uses.
-    ASSERT_EQ(Peer::connect(*socket_), 0);
-    Peer::disconnect(*socket_);
-    ASSERT_EQ(supplicant.detachRequests(), 1u);
-    {
-        const test::DescriptorLimit limit(1);  // enough for the monitor
-        EXPECT_EQ(Peer::connect(*socket_), -1);
-        EXPECT_NE(Peer::monitor(*socket_), -1);
-        EXPECT_FALSE(Peer::hasCommand(*socket_));
-    }
-    Peer::disconnect(*socket_);
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
-    EXPECT_EQ(supplicant.detachRequests(), 2u);
-    ASSERT_TRUE(turnUntil(socket_, State::Connected));
-}
-
-TEST_F(WpaSocketState, EachResultOfAnAttemptHasItsCode) {
-    EXPECT_EQ(Peer::connect(*socket_), -5);  // no path yet
-    const test::FakeControlSocket supplicant(path_);
-    socket_->onSocketFileCreate(folder_.file("nobody"));
-    EXPECT_EQ(Peer::connect(*socket_), -1);
-    socket_->onSocketFileCreate(path_);
-    EXPECT_EQ(Peer::connect(*socket_), 0);
-    EXPECT_EQ(Peer::connect(*socket_), 0);  // already connected
-    EXPECT_EQ(supplicant.attachRequests(), 1u);
-    Peer::dropCommand(*socket_);
-    EXPECT_EQ(Peer::connect(*socket_), -4);
-}
-
-TEST_F(WpaSocketState, EachErrorCodeHasItsMessageOnceInARow) {
-    const std::vector<std::string> messages = {
-        "Wpa socket file path is not ready",
-        "Unexpected non-empty pointers to supplicant hal/death/ctrl interfaces",
-        "Failed to get ISupplicant service",
-        "Failed to register as event monitor for wpa_supplicant control interface.",
-        kNotOpened,
-    };
-    log_.clear();
-    int last = 0;
-    for (const int error : {-5, -5, -4, -3, -2, -1, -1, 0, -6, 1}) {
-        Peer::updateConnectError(*socket_, &last, error);
-        EXPECT_EQ(last, error);
-    }
-    EXPECT_THAT(lines(), ElementsAreArray(messages));
-    for (const std::string& message : messages) {
-        EXPECT_EQ(errors(message), 1u);
-    }
-}
-
-TEST_F(WpaSocketState, ATimerThatExpiresOutsideConnectingOnlyDisarms) {
-    ASSERT_TRUE(Peer::setTimer(*socket_, 1));
-    ASSERT_TRUE(turnUntil([&] {
-        return infos(
-                   "onReconnectTimerFire_: exit timer since it is no longer in Connecting "
-                   "state") == 1;
-    }));
-    EXPECT_EQ(Peer::timerLeft(*socket_), 0);
-    EXPECT_EQ(state(), State::Stopped);
-    EXPECT_THAT(disconnected_.payloads, IsEmpty());
-}
-
-TEST_F(WpaSocketState, AnErrorOnTheTimerLeavesTheLoop) {
-    EXPECT_EQ(Peer::onTimer(*socket_, EPOLLERR), PollAction::Remove);
-    EXPECT_EQ(errors("onReconnectTimerFire_: unexpected poll error: 0x00000008"), 1u);
-    EXPECT_EQ(Peer::onTimer(*socket_, EPOLLHUP | EPOLLIN), PollAction::Remove);
-    EXPECT_EQ(errors("onReconnectTimerFire_: unexpected poll error: 0x00000011"), 1u);
-}
-
-TEST_F(WpaSocketState, ATimerEventWithoutAnExpiryIsLogged) {
-    EXPECT_EQ(Peer::onTimer(*socket_, EPOLLIN), PollAction::Continue);
-    EXPECT_EQ(errors("onReconnectTimerFire_: no valid reconnect timer event"), 1u);
-    EXPECT_EQ(Peer::onTimer(*socket_, 0), PollAction::Continue);
-    EXPECT_EQ(errors("onReconnectTimerFire_: no valid reconnect timer event"), 1u);
-}
-
-TEST_F(WpaSocketState, TheTimersDelayIsMillisecondsZeroIsAtOnceAndNegativeDisarms) {
-    EXPECT_TRUE(Peer::setTimer(*socket_, 61'500));
-    EXPECT_THAT(Peer::timerLeft(*socket_),
-                testing::AllOf(testing::Gt(31'500), testing::Le(61'500)));
-    EXPECT_TRUE(Peer::setTimer(*socket_, -1));
-    EXPECT_EQ(Peer::timerLeft(*socket_), 0);
-    EXPECT_TRUE(Peer::setTimer(*socket_, 0));
-    pollfd timer = {Peer::timer(*socket_), POLLIN, 0};
-    EXPECT_EQ(::poll(&timer, 1, 30'000), 1);
-}
-
-TEST_F(WpaSocketState, ATimerThatCannotBeSetIsLogged) {
-    const int noTimer = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    const android::base::unique_fd timer(dup(Peer::timer(*socket_)));
-    ASSERT_NE(dup2(noTimer, Peer::timer(*socket_)), -1);
-    EXPECT_FALSE(Peer::setTimer(*socket_, 50));
-    EXPECT_EQ(errors("Failed to config wpa socket reconnect timer with delay = 50 ms: err 22"), 1u);
-    ASSERT_NE(dup2(timer.get(), Peer::timer(*socket_)), -1);
-    close(noTimer);
-}
-
-TEST_F(WpaSocketState, ASecondTimerIsRefused) {
-    EXPECT_FALSE(Peer::initTimer(*socket_));
-    EXPECT_EQ(errors("Cannot initialize wpa socket reconnect timer due to the unexpected file "
-                     "descriptor"),
-              1u);
 }
 
 TEST_F(WpaSocketState, WithoutADescriptorForTheTimerTheSocketRunsWithoutOne) {
@@ -422,7 +245,7 @@ TEST_F(WpaSocketState, WithoutADescriptorForTheTimerTheSocketRunsWithoutOne) {
     EXPECT_EQ(errors("Failed to init wpa socket reconnect timer: err 24"), 1u);
     without->onSocketFileCreate(path_);
     turn();
-    EXPECT_EQ(Peer::state(*without), State::Connecting);
+    EXPECT_EQ(without->state(), State::Connecting);
     EXPECT_EQ(warnings("Failed to config wpa socket reconnect timer due to no valid fd"), 2u);
     log_.clear();
     without.reset();
@@ -454,7 +277,7 @@ TEST_F(WpaSocketState, StatesPostedBeforeTheDestructionAreDropped) {
     EXPECT_THAT(lines(), IsEmpty());
 }
 
-TEST_F(WpaSocketState, AFileThatIsRecreatedWhileAnAttemptSucceedsLeavesASocketThatWorks) {
+TEST_F(WpaSocketState, FileThatIsRecreatedWhileAnAttemptSucceedsLeavesASocketThatWorks) {
     // Both are ready in one turn of the loop: first the news of the file, then the timer. So the
     // attempt succeeds before the states that the news asked for are entered.
     const test::FakeControlSocket supplicant(path_);
@@ -469,8 +292,7 @@ TEST_F(WpaSocketState, AFileThatIsRecreatedWhileAnAttemptSucceedsLeavesASocketTh
         poll_->poll(0);
     }
     eventfd_write(news.get(), 1);
-    pollfd timer = {Peer::timer(*socket_), POLLIN, 0};
-    ASSERT_EQ(::poll(&timer, 1, 30'000), 1);
+    ASSERT_TRUE(waitForTimer());
     ASSERT_EQ(poll_->poll(0), 2);
     ASSERT_EQ(supplicant.attachRequests(), 1u);  // the order of the two was as wanted
 
@@ -481,7 +303,7 @@ TEST_F(WpaSocketState, AFileThatIsRecreatedWhileAnAttemptSucceedsLeavesASocketTh
     EXPECT_THAT(log_.messages(ANDROID_LOG_WARN), IsEmpty());
 }
 
-TEST_F(WpaSocketState, AFileThatIsDeletedJustBeforeAnAttemptLeavesAStoppedSocket) {
+TEST_F(WpaSocketState, FileThatIsDeletedJustBeforeAnAttemptLeavesAStoppedSocket) {
     const test::FakeControlSocket supplicant(path_);
     const android::base::unique_fd news(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     poll_->addFd(news.get(), EPOLLIN, [&](int, int) {
@@ -493,15 +315,14 @@ TEST_F(WpaSocketState, AFileThatIsDeletedJustBeforeAnAttemptLeavesAStoppedSocket
         poll_->poll(0);
     }
     eventfd_write(news.get(), 1);
-    pollfd timer = {Peer::timer(*socket_), POLLIN, 0};
-    ASSERT_EQ(::poll(&timer, 1, 30'000), 1);
+    ASSERT_TRUE(waitForTimer());
     turn();
     EXPECT_EQ(errors("Wpa socket file path is not ready"), 1u);
     EXPECT_EQ(state(), State::Stopped);
-    EXPECT_EQ(Peer::monitor(*socket_), -1);
+    EXPECT_THAT(connections(), IsEmpty());
 }
 
-TEST_F(WpaSocketState, AFileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
+TEST_F(WpaSocketState, FileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
     const android::base::unique_fd news(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
     poll_->addFd(news.get(), EPOLLIN, [&](int, int) {
         socket_->onSocketFileCreate(path_);
@@ -511,17 +332,16 @@ TEST_F(WpaSocketState, AFileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
     while (state() != State::Connecting) {
         poll_->poll(0);
     }
+    ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 5; }));  // the next one gives up
     const test::FakeControlSocket supplicant(path_);
-    Peer::accumulatedDelay(*socket_) = kQuick.giveUpAfter;
     eventfd_write(news.get(), 1);
-    pollfd timer = {Peer::timer(*socket_), POLLIN, 0};
-    ASSERT_EQ(::poll(&timer, 1, 30'000), 1);
+    ASSERT_TRUE(waitForTimer());
     ASSERT_EQ(poll_->poll(0), 2);
     EXPECT_EQ(errors("Failed to connect to supplicant after timeout 12 ms => stop"), 1u);
     ASSERT_TRUE(turnUntil(socket_, State::Connected));
 }
 
-TEST_F(WpaSocketState, ASupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
+TEST_F(WpaSocketState, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
     int descriptors = 0;
     int threads = 0;
     size_t memory = 0;

@@ -224,7 +224,7 @@ constexpr const char* kStaDisconnected =
 /** A wire has neither frequency nor signal strength. */
 constexpr const char* kNoSignal = ",{\"int\":-1},{\"int\":-1}]}";
 
-TEST_F(RealSupplicant, ThatComesLaterIsFoundAndItsLinkFollowed) {
+TEST_F(RealSupplicant, LaterOneIsFoundAndItsLinkFollowed) {
     startDaemon();
     readLogUpTo("WpaClient: Started monitoring wpa socket directory");
     startSupplicant();
@@ -246,7 +246,7 @@ TEST_F(RealSupplicant, ThatComesLaterIsFoundAndItsLinkFollowed) {
     EXPECT_THAT(lastAtom("WIFI_STA_CONNECTED"), HasSubstr(kNoSignal));
 }
 
-TEST_F(RealSupplicant, ThatTerminatesIsLeftAndFoundAgain) {
+TEST_F(RealSupplicant, TerminatedOneIsLeftAndFoundAgain) {
     startSupplicant();
     for (auto line = supplicant->readLine(); line; line = supplicant->readLine()) {
         if (line->find("CTRL-EVENT-CONNECTED") != std::string::npos) {
@@ -339,7 +339,7 @@ TEST_F(RealSupplicant, LateReplyIsNotTakenForTheNextCommand) {
     }
 }
 
-TEST_F(RealSupplicant, ThatIsKilledIsFoundAgainWhenItRestarts) {
+TEST_F(RealSupplicant, KilledOneIsFoundAgainWhenItRestarts) {
     startDaemon();
     readLogUpTo("WpaClient: Started monitoring wpa socket directory");
     startSupplicant();

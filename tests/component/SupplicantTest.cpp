@@ -30,7 +30,7 @@ std::vector<LogLine> complaints(Headset& headset) {
     return lines;
 }
 
-TEST(Supplicant, ThatIsThereAtStartIsFoundByLookingIntoTheFolder) {
+TEST(Supplicant, SocketsInTheFolderAtStartAreConnectedTo) {
     Headset headset;
     headset.playAll({"stats start", "supplicant start p2p=p2p0"});
     headset.startDaemon();
@@ -57,7 +57,7 @@ TEST(Supplicant, ThatIsThereAtStartIsFoundByLookingIntoTheFolder) {
     EXPECT_THAT(complaints(headset), IsEmpty());
 }
 
-TEST(Supplicant, ThatIsAbsentAtStartIsFoundWhenItAppears) {
+TEST(Supplicant, AbsentOneIsFoundWhenItAppears) {
     Headset headset;
     headset.startDaemon();
     headset.expectLog("I", "WpaClient: Started monitoring wpa socket directory");
@@ -71,7 +71,7 @@ TEST(Supplicant, ThatIsAbsentAtStartIsFoundWhenItAppears) {
     EXPECT_THAT(headset.call("getStaInfo").output, HasSubstr("\"frequency\":5180,\"rssi\":-48"));
 }
 
-TEST(Supplicant, ThatTerminatesIsLeftWithoutComplaintAndFoundAgain) {
+TEST(Supplicant, TerminatedOneIsLeftWithoutComplaintAndFoundAgain) {
     Headset headset;
     headset.play("supplicant start");
     headset.startDaemon();
@@ -88,7 +88,7 @@ TEST(Supplicant, ThatTerminatesIsLeftWithoutComplaintAndFoundAgain) {
     headset.expectConnection();
 }
 
-TEST(Supplicant, WhoseFolderIsMissingLeavesADaemonThatServesItsCallers) {
+TEST(Supplicant, MissingFolderLeavesADaemonThatServesItsCallers) {
     Headset headset;
     headset.play("folder sockets remove");
     headset.startDaemon();
@@ -115,7 +115,7 @@ TEST(Supplicant, SocketsOfOtherNamesAreIgnored) {
                 ElementsAre(LogLine{"I", "WpaClient: Wpa socket for STA (wlan0) is created"}));
 }
 
-TEST(Supplicant, ANewP2pSocketRetargetsTheP2pConnection) {
+TEST(Supplicant, NewP2pSocketRetargetsTheP2pConnection) {
     Headset headset;
     headset.play("supplicant start p2p=p2p0");
     headset.startDaemon();
@@ -132,7 +132,7 @@ TEST(Supplicant, ANewP2pSocketRetargetsTheP2pConnection) {
     headset.expectRecord("detach", "p2p-wlan0-3");
 }
 
-TEST(Supplicant, ASocketWithNobodyBehindItIsTriedEvery50MsEachTimeWithOneErrorLine) {
+TEST(Supplicant, SocketWithNobodyBehindItIsTriedEvery50MsWithOneErrorLineEach) {
     Headset headset;
     headset.playAll({"socket create wlan0", "socket abandon wlan0"});
     headset.startDaemon();
@@ -156,7 +156,7 @@ TEST(Supplicant, ASocketWithNobodyBehindItIsTriedEvery50MsEachTimeWithOneErrorLi
     EXPECT_THAT(headset.log(kOpenFailed), IsEmpty());
 }
 
-TEST(Supplicant, ThatRefusesTheMonitorIsAskedAgainUntilItAgrees) {
+TEST(Supplicant, RefusedMonitorIsAskedForUntilItIsGranted) {
     Headset headset;
     headset.playAll({"supplicant start", "reply ATTACH fail times=3"});
     headset.startDaemon();
@@ -171,7 +171,7 @@ TEST(Supplicant, ThatRefusesTheMonitorIsAskedAgainUntilItAgrees) {
     EXPECT_EQ(headset.daemonFigures().descriptors(), descriptors);
 }
 
-TEST(Supplicant, ThatDoesNotAnswerACommandTimesItOutAfterTenSeconds) {
+TEST(Supplicant, UnansweredCommandTimesOutAfterTenSeconds) {
     Headset headset;
     headset.playAll({"supplicant start", "reply SIGNAL_POLL none"});
     headset.startDaemon();
@@ -208,7 +208,7 @@ TEST(Supplicant, LateReplyIsNotTakenForTheNextCommand) {
     EXPECT_THAT(headset.log("Disconnecting supplicant socket"), testing::SizeIs(1));
 }
 
-TEST(Supplicant, WhoseReplyIsTooLargeIsReadAsFarAsItFits) {
+TEST(Supplicant, LargeReplyIsReadAsFarAsItFits) {
     Headset headset;
     headset.playAll({"supplicant start", "reply SIGNAL_POLL too-long"});
     headset.startDaemon();
@@ -221,7 +221,7 @@ TEST(Supplicant, WhoseReplyIsTooLargeIsReadAsFarAsItFits) {
     EXPECT_THAT(headset.call("getStaInfo").output, HasSubstr("\"frequency\":5180,\"rssi\":-50"));
 }
 
-TEST(Supplicant, WhoseNumbersAreNoneIsTakenForOneThatDidNotAnswer) {
+TEST(Supplicant, ReplyWithoutNumbersCountsAsNone) {
     Headset headset;
     headset.playAll(
         {"supplicant start", "reply SIGNAL_POLL \"RSSI=x\\nFREQUENCY=99999999999\\n\""});
@@ -234,7 +234,7 @@ TEST(Supplicant, WhoseNumbersAreNoneIsTakenForOneThatDidNotAnswer) {
     headset.settle();
 }
 
-TEST(Supplicant, EventsThatAreGarbageChangeNothing) {
+TEST(Supplicant, GarbageEventsChangeNothing) {
     Headset headset;
     headset.play("property persist.vendor.wifi.cmd.cs.p2p.corvid true");
     headset.play("supplicant start p2p=p2p0");
@@ -279,7 +279,7 @@ TEST(Supplicant, EventsThatAreGarbageChangeNothing) {
     headset.expectLog("I", "StaManager: STA event(CONNECTED)");
 }
 
-TEST(Supplicant, WhoseSocketIsMadeTwiceWhileConnectedIsConnectedToAfresh) {
+TEST(Supplicant, SocketMadeTwiceWhileConnectedIsConnectedToAfresh) {
     Headset headset;
     headset.play("supplicant start");
     headset.startDaemon();

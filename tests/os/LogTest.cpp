@@ -18,7 +18,7 @@ static_assert(sourceName("/a.b/StaManager.cpp") == "StaManager");
 static_assert(sourceName("CallbackMapRegister.h") == "CallbackMapRegister");
 static_assert(sourceName("a/Makefile") == "Makefile");
 
-TEST(Log, ALineBeginsWithItsSourceFilesNameAndCarriesTheDaemonsTag) {
+TEST(Log, LineBeginsWithItsSourceFilesNameAndCarriesTheDaemonsTag) {
     const test::LogCapture log;
     WIFI_LOGI("the answer is %d", 42);
     ASSERT_THAT(log.lines(), SizeIs(1));
@@ -39,20 +39,20 @@ TEST(Log, EachMacroHasItsLevel) {
     EXPECT_EQ(log.count(ANDROID_LOG_ERROR, "LogTest: d"), 1u);
 }
 
-TEST(Log, ALineFromAHeaderBeginsWithTheHeadersName) {
+TEST(Log, LineFromAHeaderBeginsWithTheHeadersName) {
     const test::LogCapture log;
     logFromHeader();
     EXPECT_EQ(log.count(ANDROID_LOG_WARN, "LogFromHeader: from a header"), 1u);
 }
 
-TEST(Log, ALineIsCutAtLiblogsLimit) {
+TEST(Log, LineIsCutAtLiblogsLimit) {
     const test::LogCapture log;
     WIFI_LOGE("%s", std::string(5000, 'x').c_str());
     ASSERT_THAT(log.lines(), SizeIs(1));
     EXPECT_EQ(log.lines()[0].message, "LogTest: " + std::string(1023 - 9, 'x'));
 }
 
-TEST(Log, ALineBelowTheLowestLevelShownIsNotWritten) {
+TEST(Log, LineBelowTheLowestLevelShownIsNotWritten) {
     const test::LogCapture log;
     const int before = __android_log_set_minimum_priority(ANDROID_LOG_INFO);
     WIFI_LOGD("unseen");

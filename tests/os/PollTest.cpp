@@ -88,7 +88,7 @@ TEST(Poll, WaitingForEverWithNothingRegisteredReturnsMinus22) {
     EXPECT_EQ(poll.poll(-1), -22);
 }
 
-TEST(Poll, ATimeoutReturnsZeroAlsoWithNothingRegistered) {
+TEST(Poll, TimeoutReturnsZeroAlsoWithNothingRegistered) {
     Poll poll;
     EXPECT_EQ(poll.poll(0), 0);
     EXPECT_EQ(poll.poll(1), 0);
@@ -99,7 +99,7 @@ TEST(Poll, ATimeoutReturnsZeroAlsoWithNothingRegistered) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST(Poll, AReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
+TEST(Poll, ReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
     Poll poll;
     const Source source;
     std::vector<std::pair<int, int>> calls;
@@ -114,7 +114,7 @@ TEST(Poll, AReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
     EXPECT_THAT(calls, ElementsAre(std::make_pair(source.fd(), static_cast<int>(EPOLLIN))));
 }
 
-TEST(Poll, AHangUpIsReportedToTheCallback) {
+TEST(Poll, HangUpIsReportedToTheCallback) {
     Poll poll;
     std::array<int, 2> ends = {};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
@@ -129,7 +129,7 @@ TEST(Poll, AHangUpIsReportedToTheCallback) {
     EXPECT_EQ(seen, EPOLLHUP);
 }
 
-TEST(Poll, ADescriptorThatStaysReadyIsReportedAgain) {
+TEST(Poll, DescriptorThatStaysReadyIsReportedAgain) {
     Poll poll;
     const Source source;
     std::atomic<int> calls{0};
@@ -140,7 +140,7 @@ TEST(Poll, ADescriptorThatStaysReadyIsReportedAgain) {
     EXPECT_EQ(calls, 2);
 }
 
-TEST(Poll, ACallbackThatAnswersRemoveIsNotCalledAgain) {
+TEST(Poll, CallbackThatAnswersRemoveIsNotCalledAgain) {
     const test::LogCapture log;
     Poll poll;
     const Source source;
@@ -154,7 +154,7 @@ TEST(Poll, ACallbackThatAnswersRemoveIsNotCalledAgain) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(Poll, ACallbackThatRemovesItselfAndAnswersRemoveLogsOneErrorLineAndHasNoOtherEffect) {
+TEST(Poll, CallbackThatRemovesItselfAndAnswersRemoveLogsOneErrorLineAndHasNoOtherEffect) {
     const test::LogCapture log;
     Poll poll;
     const Source source;
@@ -176,7 +176,7 @@ TEST(Poll, ACallbackThatRemovesItselfAndAnswersRemoveLogsOneErrorLineAndHasNoOth
     EXPECT_EQ(otherCalls, 1);
 }
 
-TEST(Poll, ACallbackThatRemovesItselfAndAnswersContinueIsGone) {
+TEST(Poll, CallbackThatRemovesItselfAndAnswersContinueIsGone) {
     Poll poll;
     const Source source;
     std::atomic<int> calls{0};
@@ -191,7 +191,7 @@ TEST(Poll, ACallbackThatRemovesItselfAndAnswersContinueIsGone) {
     EXPECT_EQ(calls, 1);
 }
 
-TEST(Poll, AnEventOfACallbackThatWasRemovedEarlierInTheBatchIsDroppedWithTheDebugLine) {
+TEST(Poll, EventOfACallbackThatWasRemovedEarlierInTheBatchIsDroppedWithTheDebugLine) {
     const test::LogCapture log;
     Poll poll;
     const Source first;
@@ -210,7 +210,7 @@ TEST(Poll, AnEventOfACallbackThatWasRemovedEarlierInTheBatchIsDroppedWithTheDebu
     EXPECT_THAT(log.messages(ANDROID_LOG_DEBUG), ElementsAre(notFoundLine(token(2, second.fd()))));
 }
 
-TEST(Poll, AStaleEventNeverReachesANewerCallbackOnTheSameDescriptorNumber) {
+TEST(Poll, StaleEventNeverReachesANewerCallbackOnTheSameDescriptorNumber) {
     const test::LogCapture log;
     Poll poll;
     const Source first;
@@ -263,7 +263,7 @@ TEST(Poll, MoreThanTenReadyDescriptorsAreServedOverSuccessiveCalls) {
     EXPECT_EQ(served, expected);
 }
 
-TEST(Poll, ACallbackMayAddAndRemoveOthers) {
+TEST(Poll, CallbackMayAddAndRemoveOthers) {
     Poll poll;
     const Source first;
     const Source second;
@@ -280,7 +280,7 @@ TEST(Poll, ACallbackMayAddAndRemoveOthers) {
     EXPECT_EQ(secondCalls, 1);
 }
 
-TEST(Poll, ACallbackBehindARemovalInTheSameBatchMayAddAndRemoveToo) {
+TEST(Poll, CallbackBehindARemovalInTheSameBatchMayAddAndRemoveToo) {
     Poll poll;
     const std::array<Source, 3> sources;
     const Source added;
@@ -304,7 +304,7 @@ TEST(Poll, ACallbackBehindARemovalInTheSameBatchMayAddAndRemoveToo) {
     EXPECT_EQ(addedCalls, 1);
 }
 
-TEST(Poll, ACallbackThatRemovedItselfIsNotFoundAgainWhileItStillRuns) {
+TEST(Poll, CallbackThatRemovedItselfIsNotFoundAgainWhileItStillRuns) {
     const test::LogCapture log;
     Poll poll;
     const Source source;
@@ -324,7 +324,7 @@ TEST(Poll, ACallbackThatRemovedItselfIsNotFoundAgainWhileItStillRuns) {
     EXPECT_EQ(calls, 2);
 }
 
-TEST(Poll, ACallbackMayReplaceItsOwnRegistration) {
+TEST(Poll, CallbackMayReplaceItsOwnRegistration) {
     Poll poll;
     const Source source;
     std::atomic<int> olderCalls{0};
@@ -342,7 +342,7 @@ TEST(Poll, ACallbackMayReplaceItsOwnRegistration) {
     EXPECT_EQ(newerCalls, 1);
 }
 
-TEST(Poll, ARunningCallbackStaysAliveWhenItRemovesItselfAndDiesAfterwards) {
+TEST(Poll, RunningCallbackStaysAliveWhenItRemovesItselfAndDiesAfterwards) {
     Poll poll;
     const Source source;
     auto held = std::make_shared<int>(7);
@@ -359,7 +359,7 @@ TEST(Poll, ARunningCallbackStaysAliveWhenItRemovesItselfAndDiesAfterwards) {
     EXPECT_TRUE(weak.expired());
 }
 
-TEST(Poll, ARemovedCallbackDiesWithItsRegistration) {
+TEST(Poll, RemovedCallbackDiesWithItsRegistration) {
     Poll poll;
     const Source source;
     auto held = std::make_shared<int>(7);
@@ -371,7 +371,7 @@ TEST(Poll, ARemovedCallbackDiesWithItsRegistration) {
     EXPECT_TRUE(weak.expired());
 }
 
-TEST(Poll, ACallbackMayHoldSomethingThatUsesThePollWhileItIsDestroyed) {
+TEST(Poll, CallbackMayHoldSomethingThatUsesThePollWhileItIsDestroyed) {
     // The last reference to it goes in removeFd(), which must not hold its lock by then.
     Poll poll;
     const Source source;
@@ -402,7 +402,7 @@ TEST(Poll, DestructionDropsEveryCallbackAndClosesTheEpollDescriptor) {
     EXPECT_EQ(test::openDescriptors(), before);
 }
 
-TEST(Poll, TheEpollDescriptorIsNotInheritedByPrograms) {
+TEST(Poll, EpollDescriptorIsNotInheritedByPrograms) {
     const Poll poll;
     EXPECT_EQ(fcntl(PollTestPeer::epollFd(poll), F_GETFD), FD_CLOEXEC);
 }
@@ -413,7 +413,7 @@ TEST(Poll, BothTablesGrowAtALoadFactorOfOne) {
     EXPECT_EQ(PollTestPeer::fdMapLoadFactor(poll), 1.0F);
 }
 
-TEST(Poll, TheRegistrationCountWrapsSilently) {
+TEST(Poll, RegistrationCountWrapsSilently) {
     const test::LogCapture log;
     Poll poll;
     const Source first;
@@ -429,7 +429,7 @@ TEST(Poll, TheRegistrationCountWrapsSilently) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST(Poll, ATokenIsTheRegistrationCountAboveTheDescriptor) {
+TEST(Poll, TokenIsTheRegistrationCountAboveTheDescriptor) {
     Poll poll;
     const Source first;
     const Source second;
@@ -464,7 +464,7 @@ TEST(Poll, RemovingADescriptorThatWasClosedFirstIsLoggedAndTolerated) {
     EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
 }
 
-TEST(Poll, AFailedWaitIsLoggedAndReturnedAsANegativeErrno) {
+TEST(Poll, FailedWaitIsLoggedAndReturnedAsANegativeErrno) {
     const test::LogCapture log;
     Poll poll;
     const Source notAnEpoll;
@@ -476,7 +476,7 @@ TEST(Poll, AFailedWaitIsLoggedAndReturnedAsANegativeErrno) {
 
 std::atomic<int> signalsHandled{0};
 
-TEST(Poll, ASignalDoesNotEndTheWait) {
+TEST(Poll, SignalDoesNotEndTheWait) {
     struct sigaction action = {};
     action.sa_handler = [](int) { ++signalsHandled; };  // without SA_RESTART
     struct sigaction before = {};
@@ -503,7 +503,7 @@ TEST(Poll, ASignalDoesNotEndTheWait) {
     sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST(Poll, AnExceptionOfACallbackLeavesPollAndTheLoopGoesOn) {
+TEST(Poll, ExceptionOfACallbackLeavesPollAndTheLoopGoesOn) {
     Poll poll;
     const std::array<Source, 2> sources;
     std::atomic<int> calls{0};
@@ -561,7 +561,7 @@ TEST(Poll, OtherThreadsAddAndRemoveWhileTheLoopRuns) {
     EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
 }
 
-TEST(Poll, ACallbackRemovedInItsBatchByAnotherThreadIsNotCalledAfterwards) {
+TEST(Poll, CallbackRemovedInItsBatchByAnotherThreadIsNotCalledAfterwards) {
     // The first callback waits until another thread has removed the second.
     Poll poll;
     const Source first;
@@ -587,7 +587,7 @@ class PollDeathTest : public testing::Test {
     const testing::KilledBySignal aborted{SIGABRT};
 };
 
-TEST_F(PollDeathTest, ASecondRegistrationOfADescriptorAborts) {
+TEST_F(PollDeathTest, SecondRegistrationOfADescriptorAborts) {
     Poll poll;
     const Source source;
     const auto callback = [](int, int) { return PollAction::Continue; };
@@ -596,7 +596,7 @@ TEST_F(PollDeathTest, ASecondRegistrationOfADescriptorAborts) {
                 "fd \\([0-9]+\\) is already added to Poll");
 }
 
-TEST_F(PollDeathTest, ADescriptorThatEpollRefusesAborts) {
+TEST_F(PollDeathTest, DescriptorThatEpollRefusesAborts) {
     Poll poll;
     const android::base::unique_fd file(open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
     EXPECT_EXIT(poll.addFd(file.get(), EPOLLIN, [](int, int) { return PollAction::Continue; }),
@@ -616,7 +616,7 @@ TEST_F(PollDeathTest, RemovingADescriptorThatIsAnotherFileByNowAborts) {
         aborted, "error removing fd \\([0-9]+\\) from epoll: : No such file or directory");
 }
 
-TEST_F(PollDeathTest, AProcessWithoutADescriptorToSpareAborts) {
+TEST_F(PollDeathTest, ProcessWithoutADescriptorToSpareAborts) {
     EXPECT_EXIT(
         {
             const test::DescriptorLimit limit(0);

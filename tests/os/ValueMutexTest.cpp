@@ -11,14 +11,14 @@
 namespace Ursa::OS {
 namespace {
 
-TEST(ValueMutex, TheValueIsBuiltFromTheArgumentsAndReachedThroughTheLock) {
+TEST(ValueMutex, ValueIsBuiltFromTheArgumentsAndReachedThroughTheLock) {
     ValueMutexBase<std::string, std::mutex> text(3, 'x');
     EXPECT_EQ(text.lock()->size(), 3u);
     *text.lock() = "changed";
     EXPECT_EQ(*text.lock(), "changed");
 }
 
-TEST(ValueMutex, AMutatorReachesTheEntriesOfAGuardedContainer) {
+TEST(ValueMutex, MutatorReachesTheEntriesOfAGuardedContainer) {
     std::mutex mutex;
     std::map<std::string, int> tasks;
     {
