@@ -9,7 +9,6 @@
 
 using android::frameworks::stats::V1_0::VendorAtom;
 using host::atomJson;
-using host::jsonString;
 
 namespace {
 
@@ -25,16 +24,23 @@ VendorAtom::Value stringValue(const std::string& text) {
     return value;
 }
 
-std::string floatJson(float number) {
-    VendorAtom atom{};
-    atom.values.resize(1);
-    atom.values[0].floatValue(number);
-    const std::string json = atomJson(atom).value_or("none");
-    const size_t start = json.find("{\"float\"");
-    return json.substr(start, json.size() - start - 2);
+VendorAtom::Value floatValue(float number) {
+    VendorAtom::Value value;
+    value.floatValue(number);
+    return value;
 }
 
-TEST(AtomJson, WritesTheValuesInTheirOrder) {
+/** The JSON of one value. */
+std::string json(const VendorAtom::Value& value) {
+    VendorAtom atom{};
+    atom.values = {value};
+    const std::string whole = atomJson(atom).value_or("none");
+    const std::string begin = R"({"reverseDomainName":"","atomId":0,"values":[)";
+    EXPECT_EQ(begin, whole.substr(0, begin.size()));
+    return whole.substr(begin.size(), whole.size() - begin.size() - 2);
+}
+
+TEST(AtomJson, ValuesAreWrittenInTheirOrder) {
     const VendorAtom atom{
         "com.corvid.os",
         116183,
@@ -45,11 +51,11 @@ TEST(AtomJson, WritesTheValuesInTheirOrder) {
         atomJson(atom));
 }
 
-TEST(AtomJson, WritesAnAtomWithoutValues) {
+TEST(AtomJson, AtomWithoutValuesHasAnEmptyList) {
     EXPECT_EQ("{\"reverseDomainName\":\"\",\"atomId\":0,\"values\":[]}", atomJson(VendorAtom{}));
 }
 
-TEST(AtomJson, WritesLongsWhole) {
+TEST(AtomJson, LongsAreWrittenWhole) {
     VendorAtom atom{};
     atom.values.resize(2);
     atom.values[0].longValue(INT64_MIN);
@@ -60,16 +66,20 @@ TEST(AtomJson, WritesLongsWhole) {
         atomJson(atom));
 }
 
-TEST(AtomJson, WritesFloatsSoThatTheyReadBackTheSame) {
-    EXPECT_EQ("{\"float\":1.5}", floatJson(1.5F));
-    EXPECT_EQ("{\"float\":0.1}", floatJson(0.1F));
-    EXPECT_EQ("{\"float\":-0}", floatJson(-0.0F));
-    EXPECT_EQ("{\"float\":1e+30}", floatJson(1e30F));
-    EXPECT_EQ("{\"float\":null}", floatJson(NAN));
-    EXPECT_EQ("{\"float\":null}", floatJson(-INFINITY));
+TEST(AtomJson, FloatReadsBackTheSame) {
+    EXPECT_EQ("{\"float\":1.5}", json(floatValue(1.5F)));
+    EXPECT_EQ("{\"float\":0.1}", json(floatValue(0.1F)));
+    EXPECT_EQ("{\"float\":3.0}", json(floatValue(3.0F)));
+    EXPECT_EQ("{\"float\":-0.0}", json(floatValue(-0.0F)));
+    EXPECT_EQ("{\"float\":1e+30}", json(floatValue(1e30F)));
 }
 
-TEST(AtomJson, RefusesAValueOfAnUnknownKind) {
+TEST(AtomJson, FloatThatIsNoNumberIsNull) {
+    EXPECT_EQ("{\"float\":null}", json(floatValue(NAN)));
+    EXPECT_EQ("{\"float\":null}", json(floatValue(-INFINITY)));
+}
+
+TEST(AtomJson, ValueOfAnUnknownKindIsRefused) {
     VendorAtom atom{};
     atom.values = {intValue(1)};
     const uint8_t unknown = 99;
@@ -80,36 +90,40 @@ TEST(AtomJson, RefusesAValueOfAnUnknownKind) {
     std::memcpy(static_cast<void*>(&atom.values[0]), &known, 1);
 }
 
-TEST(JsonString, EscapesWhatMayNotStandForItself) {
-    EXPECT_EQ("\"\"", jsonString(""));
-    EXPECT_EQ("\"a\\\"b\\\\c/\"", jsonString("a\"b\\c/"));
-    EXPECT_EQ("\"\\u0000\\u000a\\u001f\\u007f \"", jsonString(std::string("\0\n\x1f\x7f ", 5)));
+TEST(AtomJson, StringIsEscapedWhereJsonAsksForIt) {
+    EXPECT_EQ(R"({"string":""})", json(stringValue("")));
+    EXPECT_EQ(R"({"string":"a\"b\\c/"})", json(stringValue("a\"b\\c/")));
+    EXPECT_EQ(R"({"string":"\u0000\n\u001f "})", json(stringValue(std::string("\0\n\x1f ", 4))));
 }
 
-TEST(JsonString, KeepsUtf8) {
+TEST(AtomJson, Utf8IsKept) {
     for (const std::string text : {"\u00e9", "\u20ac", "\U0001f600", "\u0080", "\u07ff", "\u0800",
                                    "\ud7ff", "\uffff", "\U0010ffff"}) {
-        EXPECT_EQ("\"" + text + "\"", jsonString(text));
+        EXPECT_EQ("{\"string\":\"" + text + "\"}", json(stringValue(text)));
     }
 }
 
-TEST(JsonString, ReplacesEachByteThatIsNotUtf8) {
-    const std::string replacement = "\xef\xbf\xbd";
-    const auto expectReplaced = [&](const std::string& bytes, int count, const std::string& rest) {
-        std::string expected = "\"";
-        for (int i = 0; i < count; ++i) {
-            expected += replacement;
-        }
-        EXPECT_EQ(expected + rest + "\"", jsonString(bytes + rest));
+TEST(AtomJson, BytesThatAreNotUtf8AreReplaced) {
+    const std::string sequences[] = {
+        "\x80",              // no first byte
+        "\xc3",              // cut short
+        "\xe2\x82",          // cut short
+        "\xc0\xaf",          // overlong
+        "\xe0\x80\xaf",      // overlong
+        "\xed\xa0\x80",      // a surrogate
+        "\xf4\x90\x80\x80",  // above U+10FFFF
+        "\xff\xfe",
     };
-    expectReplaced("\x80", 1, "x");              // no first byte
-    expectReplaced("\xc3", 1, "x");              // cut short
-    expectReplaced("\xe2\x82", 2, "");           // cut short by the end
-    expectReplaced("\xc0\xaf", 2, "x");          // overlong
-    expectReplaced("\xe0\x80\xaf", 3, "x");      // overlong
-    expectReplaced("\xed\xa0\x80", 3, "x");      // a surrogate
-    expectReplaced("\xf4\x90\x80\x80", 4, "x");  // above U+10FFFF
-    expectReplaced("\xff\xfe", 2, "x");
+    for (const std::string& bytes : sequences) {
+        std::string replaced = json(stringValue("a" + bytes + "b"));
+        int replacements = 0;
+        for (size_t at = 0; (at = replaced.find("\xef\xbf\xbd")) != std::string::npos;) {
+            replaced.erase(at, 3);
+            ++replacements;
+        }
+        EXPECT_GT(replacements, 0);
+        EXPECT_EQ(R"({"string":"ab"})", replaced);
+    }
 }
 
 }  // namespace

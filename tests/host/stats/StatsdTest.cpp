@@ -40,7 +40,7 @@ class StatsdTest : public testing::Test {
     TempRoot root_;
 };
 
-TEST_F(StatsdTest, AnAtomIsInTheFileWhenTheReportReturns) {
+TEST_F(StatsdTest, AtomIsInTheFileWhenTheReportReturns) {
     Program statsd("corvid-statsd");
     ASSERT_EQ("ready", statsd.line());
     report(116183);
@@ -49,7 +49,7 @@ TEST_F(StatsdTest, AnAtomIsInTheFileWhenTheReportReturns) {
     EXPECT_EQ(lineOf(116183) + lineOf(119925), root_.read(kFile));
 }
 
-TEST_F(StatsdTest, AFileThatIsTakenAwayIsBegunAgain) {
+TEST_F(StatsdTest, FileThatWasMovedAwayIsBegunAgain) {
     Program statsd("corvid-statsd");
     ASSERT_EQ("ready", statsd.line());
     report(1);
@@ -58,7 +58,7 @@ TEST_F(StatsdTest, AFileThatIsTakenAwayIsBegunAgain) {
     EXPECT_EQ(lineOf(2), root_.read(kFile));
 }
 
-TEST_F(StatsdTest, AnAtomThatCannotBeWrittenIsDroppedWithALine) {
+TEST_F(StatsdTest, AtomThatCannotBeWrittenIsDroppedAndLogged) {
     Program statsd("corvid-statsd");
     ASSERT_EQ("ready", statsd.line());
     root_.write("/data", "a file where a folder should be");
@@ -69,7 +69,7 @@ TEST_F(StatsdTest, AnAtomThatCannotBeWrittenIsDroppedWithALine) {
     EXPECT_EQ(lineOf(2), root_.read(kFile));
 }
 
-TEST_F(StatsdTest, ItEndsWithStatus0OnSigtermAndSigint) {
+TEST_F(StatsdTest, SigtermAndSigintEndItWithStatus0) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Program statsd("corvid-statsd");
         ASSERT_EQ("ready", statsd.line());
@@ -80,7 +80,7 @@ TEST_F(StatsdTest, ItEndsWithStatus0OnSigtermAndSigint) {
     }
 }
 
-TEST_F(StatsdTest, ItEndsWithStatus1WhenTheFolderIsMissing) {
+TEST_F(StatsdTest, MissingFolderEndsItWithStatus1) {
     std::filesystem::remove(root_.path("/dev/hwbinder"));
     Program statsd("corvid-statsd");
     EXPECT_EQ("", statsd.line());
@@ -88,7 +88,7 @@ TEST_F(StatsdTest, ItEndsWithStatus1WhenTheFolderIsMissing) {
     EXPECT_EQ(1, statsd.countInLog("corvid-statsd: can't register"));
 }
 
-TEST_F(StatsdTest, ItEndsWithStatus1WhenAnotherOneRuns) {
+TEST_F(StatsdTest, SecondOneEndsWithStatus1) {
     Program first("corvid-statsd");
     ASSERT_EQ("ready", first.line());
     Program second("corvid-statsd");
@@ -98,7 +98,7 @@ TEST_F(StatsdTest, ItEndsWithStatus1WhenAnotherOneRuns) {
     EXPECT_EQ(lineOf(1), root_.read(kFile));
 }
 
-TEST_F(StatsdTest, AnArgumentIsRefused) {
+TEST_F(StatsdTest, ArgumentIsRefused) {
     Program statsd("corvid-statsd", "--verbose");
     EXPECT_EQ(2, statsd.wait());
     EXPECT_EQ(1, statsd.countInLog("takes no arguments, got '--verbose'"));
