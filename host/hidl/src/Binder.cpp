@@ -13,8 +13,7 @@
 
 #include "Process.h"
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 using ::android::hidl::base::V1_0::BnHwBase;
 using ::android::hidl::base::V1_0::IBase;
@@ -70,9 +69,9 @@ bool interfacesEqual(const sp<IBase>& left, const sp<IBase>& right) {
 
 namespace details {
 
-const Lasting<StubMap> gBnMap{};
-const Lasting<ConcurrentMap<wp<RefBase>, SchedPrio>> gServicePrioMap{};
-const Lasting<ConcurrentMap<wp<RefBase>, bool>> gServiceSidMap{};
+const NeverDestroyed<StubMap> gBnMap{};
+const NeverDestroyed<ConcurrentMap<wp<RefBase>, SchedPrio>> gServicePrioMap{};
+const NeverDestroyed<ConcurrentMap<wp<RefBase>, bool>> gServiceSidMap{};
 
 BnConstructorMap& getBnConstructorMap() {
     static auto* const map = new BnConstructorMap;
@@ -89,8 +88,8 @@ sp<BHwBinder> StubMap::getOrCreate(IBase* object) {
     object->interfaceDescriptor([&](const hidl_string& name) { descriptor = name; }).assertOk();
     const BnConstructor construct = getBnConstructorMap().get(descriptor, nullptr);
 
-    std::lock_guard<std::mutex> lock(mMutex);
-    wp<BHwBinder>& known = mStubs[object];
+    const Mutex::Autolock lock(mutex_);
+    wp<BHwBinder>& known = stubs_[object];
     sp<BHwBinder> stub = known.promote();
     if (stub == nullptr && construct != nullptr) {
         stub = construct(static_cast<void*>(object))->localBinder();
@@ -100,10 +99,10 @@ sp<BHwBinder> StubMap::getOrCreate(IBase* object) {
 }
 
 void StubMap::eraseIfEqual(IBase* object, BHwBinder* stub) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    const auto entry = mStubs.find(object);
-    if (entry != mStubs.end() && entry->second.unsafe_get() == stub) {
-        mStubs.erase(entry);
+    const Mutex::Autolock lock(mutex_);
+    const auto entry = stubs_.find(object);
+    if (entry != stubs_.end() && entry->second.unsafe_get() == stub) {
+        stubs_.erase(entry);
     }
 }
 
@@ -126,5 +125,4 @@ bool canCastInterface(IBase* object, const char* descriptor, bool emitError) {
 }
 
 }  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -6,12 +6,19 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
-// Sends what the socket takes of the frame without its first `skip` bytes; returns how much.
-size_t Connection::sendSome(const FrameHeader& header, const std::vector<ObjectId>& objects,
-                            const uint8_t* data, size_t skip, bool wait, bool* failed) {
+namespace {
+
+size_t sizeOf(const FrameHeader& header, const std::vector<ObjectId>& objects) {
+    return sizeof(header) + objects.size() * sizeof(ObjectId) + header.dataSize;
+}
+
+}  // namespace
+
+std::optional<size_t> Connection::sendSome_(const FrameHeader& header,
+                                            const std::vector<ObjectId>& objects,
+                                            const uint8_t* data, size_t skip, bool wait) {
     iovec parts[3] = {{const_cast<FrameHeader*>(&header), sizeof(header)},
                       {const_cast<ObjectId*>(objects.data()), objects.size() * sizeof(ObjectId)},
                       {const_cast<uint8_t*>(data), header.dataSize}};
@@ -26,86 +33,85 @@ size_t Connection::sendSome(const FrameHeader& header, const std::vector<ObjectI
     message.msg_iovlen = 3;
     for (;;) {
         const ssize_t sent =
-            sendmsg(mSocket.get(), &message, MSG_NOSIGNAL | (wait ? 0 : MSG_DONTWAIT));
+            sendmsg(socket_.get(), &message, MSG_NOSIGNAL | (wait ? 0 : MSG_DONTWAIT));
         if (sent >= 0) {
             return static_cast<size_t>(sent);
         }
         if (errno != EINTR) {
-            *failed = errno != EAGAIN;
-            return 0;
+            return errno == EAGAIN ? std::optional<size_t>(0) : std::nullopt;
         }
     }
 }
 
 bool Connection::send(const FrameHeader& header, const std::vector<ObjectId>& objects,
                       const uint8_t* data) {
-    const size_t size = sizeof(header) + objects.size() * sizeof(ObjectId) + header.dataSize;
-    bool failed = false;
-    for (size_t sent = 0; sent < size && !failed;) {
-        sent += sendSome(header, objects, data, sent, true, &failed);
+    const size_t size = sizeOf(header, objects);
+    for (size_t sent = 0; sent < size;) {
+        const std::optional<size_t> part = sendSome_(header, objects, data, sent, true);
+        if (!part) {
+            return false;
+        }
+        sent += *part;
     }
-    return !failed;
+    return true;
 }
 
 bool Connection::sendWithoutWaiting(const FrameHeader& header, const std::vector<ObjectId>& objects,
                                     const uint8_t* data) {
+    if (!hasUnsent()) {
+        const std::optional<size_t> sent = sendSome_(header, objects, data, 0, false);
+        if (!sent || *sent == sizeOf(header, objects)) {
+            return sent.has_value();
+        }
+        unsentStart_ = *sent;
+    }
     const auto append = [this](const void* bytes, size_t size) {
         const auto* first = static_cast<const uint8_t*>(bytes);
-        mUnsent.insert(mUnsent.end(), first, first + size);
+        unsent_.insert(unsent_.end(), first, first + size);
     };
-    bool failed = false;
-    const size_t size = sizeof(header) + objects.size() * sizeof(ObjectId) + header.dataSize;
-    size_t sent = 0;
-    if (!hasUnsent()) {
-        sent = sendSome(header, objects, data, 0, false, &failed);
-        mUnsentStart = sent;
-    }
-    if (!failed && sent < size) {
-        mUnsent.reserve(mUnsent.size() + size);
-        append(&header, sizeof(header));
-        append(objects.data(), objects.size() * sizeof(ObjectId));
-        append(data, header.dataSize);
-    }
-    return !failed;
+    append(&header, sizeof(header));
+    append(objects.data(), objects.size() * sizeof(ObjectId));
+    append(data, header.dataSize);
+    return true;
 }
 
 bool Connection::flush() {
-    while (mUnsentStart < mUnsent.size()) {
-        const ssize_t sent = ::send(mSocket.get(), mUnsent.data() + mUnsentStart,
-                                    mUnsent.size() - mUnsentStart, MSG_NOSIGNAL | MSG_DONTWAIT);
+    while (unsentStart_ < unsent_.size()) {
+        const ssize_t sent = ::send(socket_.get(), unsent_.data() + unsentStart_,
+                                    unsent_.size() - unsentStart_, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0) {
             if (errno == EINTR) {
                 continue;
             }
             return errno == EAGAIN;
         }
-        mUnsentStart += static_cast<size_t>(sent);
+        unsentStart_ += static_cast<size_t>(sent);
     }
-    std::vector<uint8_t>().swap(mUnsent);
-    mUnsentStart = 0;
+    std::vector<uint8_t>().swap(unsent_);
+    unsentStart_ = 0;
     return true;
 }
 
 Connection::Result Connection::receive(Frame* frame, bool wait) {
     for (;;) {
         const ssize_t size =
-            recv(mSocket.get(), mReader.space(), mReader.wanted(), wait ? 0 : MSG_DONTWAIT);
+            recv(socket_.get(), reader_.space(), reader_.wanted(), wait ? 0 : MSG_DONTWAIT);
         if (size > 0) {
-            switch (mReader.advance(static_cast<size_t>(size))) {
+            switch (reader_.advance(static_cast<size_t>(size))) {
                 case FrameReader::State::Partial:
                     break;
                 case FrameReader::State::Complete:
-                    *frame = mReader.take();
+                    *frame = reader_.take();
                     return Result::Frame;
                 case FrameReader::State::Malformed:
-                    mProblem = mReader.problem();
+                    problem_ = reader_.problem();
                     return Result::Malformed;
             }
         } else if (size == 0 || (errno != EINTR && errno != EAGAIN)) {
-            if (mReader.isEmpty()) {
+            if (reader_.isEmpty()) {
                 return Result::Closed;
             }
-            mProblem = "it ends inside a message";
+            problem_ = "it ends inside a message";
             return Result::Malformed;
         } else if (errno == EAGAIN && !wait) {
             return Result::Nothing;
@@ -115,10 +121,9 @@ Connection::Result Connection::receive(Frame* frame, bool wait) {
 
 bool Connection::isQuiet() const {
     char byte;
-    return recv(mSocket.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+    return recv(socket_.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
 }
 
-void Connection::shutDown() { shutdown(mSocket.get(), SHUT_RDWR); }
+void Connection::shutDown() { shutdown(socket_.get(), SHUT_RDWR); }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

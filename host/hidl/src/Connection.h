@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include <android-base/unique_fd.h>
@@ -9,8 +10,7 @@
 #include "Exports.h"
 #include "Frame.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /** Frames over one connected socket. Used by one thread at a time. */
 class Connection {
@@ -18,54 +18,52 @@ class Connection {
     enum class Result {
         Frame,      // a complete one
         Nothing,    // not now
-        Closed,     // the other side has gone, between two frames
-        Malformed,  // it sent something that is no frame, or ended inside one; see problem()
+        Closed,     // by the peer, between two frames
+        Malformed,  // no frame, or the end of the connection inside one; see problem()
     };
 
-    explicit Connection(android::base::unique_fd socket) : mSocket(std::move(socket)) {}
+    explicit Connection(android::base::unique_fd socket) : socket_(std::move(socket)) {}
 
-    int fd() const { return mSocket.get(); }
+    int fd() const { return socket_.get(); }
 
-    /** Sends a frame, waiting for the other side as long as it takes. False: it has gone. */
+    /** Sends a frame, waiting while the peer does not read. Returns false if the peer is gone. */
     bool send(const FrameHeader& header, const std::vector<ObjectId>& objects, const uint8_t* data);
 
     /**
-     * Sends as much of a frame as can be sent now and keeps the rest, which flush() sends later.
-     * So a reader that does not read costs the memory of one frame, and no waiting.
-     * False: the other side has gone.
+     * Sends what can be sent now; flush() sends the rest later. So a peer that does not read costs
+     * the memory of one frame, and no waiting. Returns false if the peer is gone.
      */
     bool sendWithoutWaiting(const FrameHeader& header, const std::vector<ObjectId>& objects,
                             const uint8_t* data);
     bool flush();
-    bool hasUnsent() const { return !mUnsent.empty(); }
+    bool hasUnsent() const { return !unsent_.empty(); }
 
     /** Takes in the next frame. @param wait whether to block until there is one. */
     Result receive(Frame* frame, bool wait);
 
-    /** Whether part of a frame has arrived. */
-    bool isInsideFrame() const { return !mReader.isEmpty(); }
-
-    /** Whether nothing has arrived on a connection that nothing is expected on, not even its end.
-     */
+    /** Whether the connection is open, with nothing to be read. */
     bool isQuiet() const;
 
     /** Ends the connection for both sides; the descriptor stays. */
     void shutDown();
-    const char* problem() const { return mProblem; }
+    const char* problem() const { return problem_; }
 
-    /** Objects of this process that are on their way over this connection. */
+    /** This process's objects that are on their way over this connection. */
     std::vector<Exports::Pin> inTransit;
 
   private:
-    size_t sendSome(const FrameHeader& header, const std::vector<ObjectId>& objects,
-                    const uint8_t* data, size_t skip, bool wait, bool* failed);
+    /**
+     * Sends what the socket takes of the frame without its first `skip` bytes. Returns how much, or
+     * nothing if the peer is gone.
+     */
+    std::optional<size_t> sendSome_(const FrameHeader& header, const std::vector<ObjectId>& objects,
+                                    const uint8_t* data, size_t skip, bool wait);
 
-    android::base::unique_fd mSocket;
-    FrameReader mReader;
-    std::vector<uint8_t> mUnsent;
-    size_t mUnsentStart = 0;
-    const char* mProblem = nullptr;
+    android::base::unique_fd socket_;
+    FrameReader reader_;
+    std::vector<uint8_t> unsent_;
+    size_t unsentStart_ = 0;
+    const char* problem_ = nullptr;
 };
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

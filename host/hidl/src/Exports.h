@@ -5,20 +5,15 @@
 #include <vector>
 
 #include <hwbinder/IBinder.h>
+#include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
 
-#include "Mutex.h"
-
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /**
- * The objects of this process that others may call. An object is kept alive here while another
- * process holds it, while it is on its way to one, or while it is registered as a service.
- *
- * An object that nobody uses any more is not dropped at once but by collect(): the word that
- * somebody has begun to hold it may be waiting in a socket. All methods may be called from any
- * thread.
+ * The objects of this process that others may call. An object is kept alive while another process
+ * holds it, while it is on its way to one, or while it is a service. An unused one is dropped by
+ * collect() only: an Acquire for it may still be in a socket. Thread-safe.
  */
 class Exports {
   public:
@@ -26,19 +21,19 @@ class Exports {
     class Pin {
       public:
         Pin() = default;
-        Pin(Exports* exports, uint64_t object) : mExports(exports), mObject(object) {}
-        Pin(Pin&& other) noexcept : mExports(other.mExports), mObject(other.mObject) {
-            other.mExports = nullptr;
+        Pin(Exports* exports, uint64_t object) : exports_(exports), object_(object) {}
+        Pin(Pin&& other) noexcept : exports_(other.exports_), object_(other.object_) {
+            other.exports_ = nullptr;
         }
         Pin& operator=(Pin&& other) noexcept;
         ~Pin();
 
         /** The object's number, which other processes know it by. */
-        uint64_t object() const { return mObject; }
+        uint64_t object() const { return object_; }
 
       private:
-        Exports* mExports = nullptr;
-        uint64_t mObject = 0;
+        Exports* exports_ = nullptr;
+        uint64_t object_ = 0;
     };
 
     Pin pin(const android::sp<android::hardware::BHwBinder>& binder);
@@ -46,23 +41,17 @@ class Exports {
     /** Null for an unknown number. */
     android::sp<android::hardware::BHwBinder> find(uint64_t object);
 
-    /** Counts one more use. False, and nothing done, for an unknown number. */
+    /** Counts one more use. Returns false for an unknown number. */
     bool acquire(uint64_t object);
 
-    /** Takes back `uses` uses of an object that have been counted. */
+    /** Takes back uses that were counted. */
     void release(uint64_t object, uint32_t uses);
 
     /** The last moment at which an object became unused; 0 when collect() has nothing to do. */
     uint64_t lastUnused();
 
-    /**
-     * Drops the objects that have been unused since `moment` or longer. Only when no message of
-     * any link has been left unread since then.
-     */
+    /** Drops the objects unused since `moment`, if all that links had to say by then is read. */
     void collect(uint64_t moment);
-
-    /** Objects kept here; for tests. */
-    size_t size();
 
   private:
     struct Entry {
@@ -71,13 +60,12 @@ class Exports {
         uint64_t unusedSince;  // when uses became 0; counts such moments
     };
 
-    Mutex mMutex;
-    std::map<uint64_t, Entry> mEntries GUARDED_BY(mMutex);
-    std::map<android::hardware::BHwBinder*, uint64_t> mNumbers GUARDED_BY(mMutex);
-    std::vector<uint64_t> mUnused GUARDED_BY(mMutex);
-    uint64_t mLastNumber GUARDED_BY(mMutex) = 0;
-    uint64_t mMoments GUARDED_BY(mMutex) = 0;
+    android::Mutex mutex_;
+    std::map<uint64_t, Entry> entries_ GUARDED_BY(mutex_);
+    std::map<android::hardware::BHwBinder*, uint64_t> numbers_ GUARDED_BY(mutex_);
+    std::vector<uint64_t> unused_ GUARDED_BY(mutex_);
+    uint64_t lastNumber_ GUARDED_BY(mutex_) = 0;
+    uint64_t moments_ GUARDED_BY(mutex_) = 0;
 };
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

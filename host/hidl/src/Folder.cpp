@@ -23,8 +23,7 @@
 
 #include "HostRoot.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 using android::OK;
 using android::status_t;
@@ -71,7 +70,7 @@ bool peerCredentials(int socket, ucred* credentials) {
 std::string Folder::currentPath() { return rootedPath("/dev/hwbinder"); }
 
 Folder::Folder()
-    : mPath(currentPath()), mFolder(open(mPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+    : path_(currentPath()), folder_(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
 
 unique_fd Folder::listenAs(uint64_t process) const {
     if (!isOpen()) {
@@ -81,15 +80,15 @@ unique_fd Folder::listenAs(uint64_t process) const {
     unique_fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     // It gets its name when it listens already, so that an endpoint that refuses is a dead one.
     const std::string draft = "t." + hex(process);
-    const sockaddr_un address = addressOf(mPath, mFolder.get(), draft);
-    unlinkat(mFolder.get(), draft.c_str(), 0);
+    const sockaddr_un address = addressOf(path_, folder_.get(), draft);
+    unlinkat(folder_.get(), draft.c_str(), 0);
     if (!socket.ok() ||
         bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
         return {};
     }
     if (listen(socket.get(), kBacklog) != 0 ||
-        renameat(mFolder.get(), draft.c_str(), mFolder.get(), endpointName(process).c_str()) != 0) {
-        unlinkat(mFolder.get(), draft.c_str(), 0);
+        renameat(folder_.get(), draft.c_str(), folder_.get(), endpointName(process).c_str()) != 0) {
+        unlinkat(folder_.get(), draft.c_str(), 0);
         return {};
     }
     return socket;
@@ -104,7 +103,7 @@ unique_fd Folder::connectTo(uint64_t process, bool wait) const {
     if (!socket.ok()) {
         return {};
     }
-    const sockaddr_un address = addressOf(mPath, mFolder.get(), endpointName(process));
+    const sockaddr_un address = addressOf(path_, folder_.get(), endpointName(process));
     int result;
     do {
         result =
@@ -121,11 +120,11 @@ unique_fd Folder::connectTo(uint64_t process, bool wait) const {
 }
 
 void Folder::removeEndpoint(uint64_t process) const {
-    unlinkat(mFolder.get(), endpointName(process).c_str(), 0);
+    unlinkat(folder_.get(), endpointName(process).c_str(), 0);
 }
 
 void Folder::removeDeadEndpoints() const {
-    const int copy = isOpen() ? openat(mFolder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
+    const int copy = isOpen() ? openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(copy < 0 ? nullptr : fdopendir(copy),
                                                      closedir);
     while (const dirent* entry = folder == nullptr ? nullptr : readdir(folder.get())) {
@@ -144,7 +143,7 @@ status_t Folder::takeName(const std::string& name, unique_fd* lock) const {
     if (!isOpen()) {
         return android::NAME_NOT_FOUND;
     }
-    lock->reset(openat(mFolder.get(), name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
+    lock->reset(openat(folder_.get(), name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (lock->ok() && flock(lock->get(), LOCK_EX | LOCK_NB) == 0) {
         return OK;
     }
@@ -163,7 +162,7 @@ status_t Folder::writeService(int lock, const ObjectId& object) {
 }
 
 bool Folder::readService(const std::string& name, ObjectId* object) const {
-    const unique_fd file(isOpen() ? openat(mFolder.get(), name.c_str(), O_RDONLY | O_CLOEXEC) : -1);
+    const unique_fd file(isOpen() ? openat(folder_.get(), name.c_str(), O_RDONLY | O_CLOEXEC) : -1);
     char line[64] = {};
     const ssize_t size = file.ok() ? pread(file.get(), line, sizeof(line) - 1, 0) : -1;
     int end = 0;
@@ -193,5 +192,4 @@ int peerPid(int socket) {
     return peerCredentials(socket, &credentials) ? credentials.pid : 0;
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

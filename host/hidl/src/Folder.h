@@ -8,16 +8,12 @@
 
 #include "Frame.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /**
- * The folder in which processes meet: /dev/hwbinder of the device. It holds
- *  - `e.PROCESS`, the socket that a process listens on, its endpoint. It appears when the process
- *    listens and is never used again after the process has gone;
- *  - `DESCRIPTOR,INSTANCE`, one file per service. Its owner holds an exclusive lock (flock) on it
- *    for as long as it lives, so the kernel frees the name however the owner ends. Its content is
- *    one line, the object's process and number.
+ * The folder in which processes meet: /dev/hwbinder of the device. It holds a process's endpoint
+ * (`e.PROCESS`, the socket on which it listens) and a locked file per service
+ * (`DESCRIPTOR,INSTANCE`); see docs/host-platform.md. Immutable, so any thread may use it.
  */
 class Folder {
   public:
@@ -28,16 +24,15 @@ class Folder {
     Folder();
 
     /** False when the folder is missing; every operation fails then. */
-    bool isOpen() const { return mFolder.ok(); }
-    const std::string& path() const { return mPath; }
+    bool isOpen() const { return folder_.ok(); }
+    const std::string& path() const { return path_; }
 
     /** A socket that listens as the endpoint of `process`, non-blocking; invalid on failure. */
     android::base::unique_fd listenAs(uint64_t process) const;
 
     /**
-     * A connection to the endpoint of `process`; invalid, with errno set, when it can't be had.
-     * @param wait false: fails with EAGAIN where connecting would block, because the process
-     *     does not accept the connections that are already queued.
+     * Connects to the endpoint of `process`. Invalid on failure, with errno set.
+     * @param wait false: fails with EAGAIN if the process does not accept the queued connections.
      */
     android::base::unique_fd connectTo(uint64_t process, bool wait) const;
 
@@ -48,10 +43,8 @@ class Folder {
     void removeDeadEndpoints() const;
 
     /**
-     * Takes the name of a service.
-     * @param lock receives what holds the name until it is closed.
-     * @return OK, NAME_NOT_FOUND for a missing folder, ALREADY_EXISTS for a name that is taken,
-     *     or -errno.
+     * Takes the name of a service, until `lock` is closed. Returns OK, NAME_NOT_FOUND if the folder
+     * is missing, ALREADY_EXISTS if the name is taken, or -errno.
      */
     android::status_t takeName(const std::string& name, android::base::unique_fd* lock) const;
 
@@ -62,15 +55,14 @@ class Folder {
     bool readService(const std::string& name, ObjectId* object) const;
 
   private:
-    std::string mPath;
-    android::base::unique_fd mFolder;
+    std::string path_;
+    android::base::unique_fd folder_;
 };
 
-/** Whether a connection's other end belongs to this user or to root. Logs when it does not. */
+/** Whether a connection's peer belongs to this user or to root. Logs if not. */
 bool isTrustedPeer(int socket);
 
-/** The pid of a connection's other end, 0 when it can't be told. */
+/** The pid of a connection's peer, 0 if unknown. */
 int peerPid(int socket);
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

@@ -2,8 +2,7 @@
 
 #include <utility>
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 static_assert(sizeof(FrameHeader) == 40 && sizeof(ObjectId) == 16, "no padding on the wire");
 
@@ -37,45 +36,44 @@ const char* problemOf(const FrameHeader& header) {
     return "message of an unknown type";
 }
 
-size_t FrameReader::bodySize() const {
-    return mFrame.header.objectCount * sizeof(ObjectId) + mFrame.header.dataSize;
+size_t FrameReader::bodySize_() const {
+    return frame_.header.objectCount * sizeof(ObjectId) + frame_.header.dataSize;
 }
 
 uint8_t* FrameReader::space() {
-    if (mReceived < sizeof(FrameHeader)) {
-        return reinterpret_cast<uint8_t*>(&mFrame.header) + mReceived;
+    if (received_ < sizeof(FrameHeader)) {
+        return reinterpret_cast<uint8_t*>(&frame_.header) + received_;
     }
-    return mFrame.body.get() + (mReceived - sizeof(FrameHeader));
+    return frame_.body.get() + (received_ - sizeof(FrameHeader));
 }
 
 size_t FrameReader::wanted() const {
-    if (mReceived < sizeof(FrameHeader)) {
-        return sizeof(FrameHeader) - mReceived;
+    if (received_ < sizeof(FrameHeader)) {
+        return sizeof(FrameHeader) - received_;
     }
-    return sizeof(FrameHeader) + bodySize() - mReceived;
+    return sizeof(FrameHeader) + bodySize_() - received_;
 }
 
 FrameReader::State FrameReader::advance(size_t size) {
-    const bool hadHeader = mReceived >= sizeof(FrameHeader);
-    mReceived += size;
-    if (mReceived < sizeof(FrameHeader)) {
+    const bool hadHeader = received_ >= sizeof(FrameHeader);
+    received_ += size;
+    if (received_ < sizeof(FrameHeader)) {
         return State::Partial;
     }
     if (!hadHeader) {
-        mProblem = problemOf(mFrame.header);
-        if (mProblem != nullptr) {
+        problem_ = problemOf(frame_.header);
+        if (problem_ != nullptr) {
             return State::Malformed;
         }
         // Not initialised: memory that is never written to costs nothing.
-        mFrame.body.reset(new uint8_t[bodySize()]);
+        frame_.body.reset(new uint8_t[bodySize_()]);
     }
-    return mReceived == sizeof(FrameHeader) + bodySize() ? State::Complete : State::Partial;
+    return received_ == sizeof(FrameHeader) + bodySize_() ? State::Complete : State::Partial;
 }
 
 Frame FrameReader::take() {
-    mReceived = 0;
-    return std::move(mFrame);
+    received_ = 0;
+    return std::move(frame_);
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

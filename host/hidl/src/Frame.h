@@ -4,23 +4,11 @@
 #include <cstdint>
 #include <memory>
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /**
- * The messages between processes.
- *
- * Each process that has objects to be called listens on a socket of its own, its endpoint (see
- * Folder.h). A process that holds objects of another one keeps a link: a connection to the
- * owner's endpoint on which it says Acquire for an object that it begins to hold and Release for
- * one that it no longer does. When the link ends, each side knows that the other process has gone
- * away. Calls are made on further connections, each with one call under way at a time; a Call
- * that is not oneway is answered by a Reply. While a caller waits for the Reply, the other side
- * may send it a Call on the same connection, which is served by the waiting thread (nested
- * calls). The receiver of a Reply with objects answers Done when it has acquired them.
- *
- * A frame is a FrameHeader, `objectCount` ObjectIds, and `dataSize` bytes of a Parcel, all in the
- * byte order of the machine.
+ * A message between processes: a FrameHeader, `objectCount` ObjectIds, and `dataSize` bytes of a
+ * Parcel, in the machine's byte order. docs/host-platform.md describes who sends what when.
  */
 enum class FrameType : uint32_t {
     Call = 1,     // target: the object; code, flags: as in IBinder::transact
@@ -66,8 +54,8 @@ struct Frame {
 };
 
 /**
- * Puts frames together from bytes as they arrive, in pieces of any size. Pure: it reads no socket
- * and touches nothing but its own memory, which the claims of a header alone don't make grow.
+ * Assembles frames from bytes that arrive in pieces of any size. Memory that a header announces
+ * costs nothing until the bytes arrive.
  */
 class FrameReader {
   public:
@@ -84,18 +72,17 @@ class FrameReader {
     Frame take();
 
     /** Whether no byte of a frame has arrived. */
-    bool isEmpty() const { return mReceived == 0; }
+    bool isEmpty() const { return received_ == 0; }
 
     /** What was wrong, once Malformed. */
-    const char* problem() const { return mProblem; }
+    const char* problem() const { return problem_; }
 
   private:
-    size_t bodySize() const;
+    size_t bodySize_() const;
 
-    Frame mFrame;
-    size_t mReceived = 0;  // bytes of this frame
-    const char* mProblem = nullptr;
+    Frame frame_;
+    size_t received_ = 0;  // bytes of this frame
+    const char* problem_ = nullptr;
 };
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

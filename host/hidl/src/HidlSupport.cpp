@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <hidl/HidlSupport.h>
-#include <hidl/MQDescriptor.h>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 namespace details {
 
 void logAlwaysFatal(const char* message) {
@@ -20,33 +18,33 @@ int32_t getPidIfSharable() { return getpid(); }
 
 static const char kEmpty[] = "";
 
-const size_t hidl_string::kOffsetOfBuffer = 0;  // mBuffer is its first member
+const size_t hidl_string::kOffsetOfBuffer = 0;  // buffer_ is its first member
 
-hidl_string::hidl_string() : mBuffer(kEmpty), mSize(0), mOwnsBuffer(false) {}
+hidl_string::hidl_string() : buffer_(kEmpty), size_(0), ownsBuffer_(false) {}
 
 hidl_string::~hidl_string() { clear(); }
 
 hidl_string::hidl_string(const char* text) : hidl_string() {
     if (text != nullptr) {
-        assign(text, std::strlen(text));
+        assign_(text, std::strlen(text));
     }
 }
 
-hidl_string::hidl_string(const char* text, size_t length) : hidl_string() { assign(text, length); }
+hidl_string::hidl_string(const char* text, size_t length) : hidl_string() { assign_(text, length); }
 
 hidl_string::hidl_string(const std::string& text) : hidl_string() {
-    assign(text.c_str(), text.size());
+    assign_(text.c_str(), text.size());
 }
 
 hidl_string::hidl_string(const hidl_string& other) : hidl_string() {
-    assign(other.c_str(), other.size());
+    assign_(other.c_str(), other.size());
 }
 
-hidl_string::hidl_string(hidl_string&& other) noexcept : hidl_string() { takeFrom(other); }
+hidl_string::hidl_string(hidl_string&& other) noexcept : hidl_string() { takeFrom_(other); }
 
 hidl_string& hidl_string::operator=(const hidl_string& other) {
     if (this != &other) {
-        assign(other.c_str(), other.size());
+        assign_(other.c_str(), other.size());
     }
     return *this;
 }
@@ -54,28 +52,28 @@ hidl_string& hidl_string::operator=(const hidl_string& other) {
 hidl_string& hidl_string::operator=(hidl_string&& other) noexcept {
     if (this != &other) {
         clear();
-        takeFrom(other);
+        takeFrom_(other);
     }
     return *this;
 }
 
 hidl_string& hidl_string::operator=(const char* text) {
-    assign(text, text == nullptr ? 0 : std::strlen(text));
+    assign_(text, text == nullptr ? 0 : std::strlen(text));
     return *this;
 }
 
 hidl_string& hidl_string::operator=(const std::string& text) {
-    assign(text.c_str(), text.size());
+    assign_(text.c_str(), text.size());
     return *this;
 }
 
 void hidl_string::clear() {
-    if (mOwnsBuffer) {
-        delete[] mBuffer.get();
+    if (ownsBuffer_) {
+        delete[] buffer_.get();
     }
-    mBuffer = kEmpty;
-    mSize = 0;
-    mOwnsBuffer = false;
+    buffer_ = kEmpty;
+    size_ = 0;
+    ownsBuffer_ = false;
 }
 
 void hidl_string::setToExternal(const char* data, size_t size) {
@@ -83,11 +81,11 @@ void hidl_string::setToExternal(const char* data, size_t size) {
         details::logAlwaysFatal("a hidl_string can't have 2^32 bytes");
     }
     clear();
-    mBuffer = data;
-    mSize = static_cast<uint32_t>(size);
+    buffer_ = data;
+    size_ = static_cast<uint32_t>(size);
 }
 
-void hidl_string::assign(const char* text, size_t length) {
+void hidl_string::assign_(const char* text, size_t length) {
     if (length > std::numeric_limits<uint32_t>::max() - 1) {
         details::logAlwaysFatal("a hidl_string can't have 2^32 bytes");
     }
@@ -99,23 +97,21 @@ void hidl_string::assign(const char* text, size_t length) {
     std::memcpy(copy, text, length);  // before clear(): text may be a part of this string
     copy[length] = '\0';
     clear();
-    mBuffer = copy;
-    mSize = static_cast<uint32_t>(length);
-    mOwnsBuffer = true;
+    buffer_ = copy;
+    size_ = static_cast<uint32_t>(length);
+    ownsBuffer_ = true;
 }
 
-void hidl_string::takeFrom(hidl_string& other) noexcept {
-    mBuffer = other.mBuffer;
-    mSize = other.mSize;
-    mOwnsBuffer = other.mOwnsBuffer;
-    other.mBuffer = kEmpty;
-    other.mSize = 0;
-    other.mOwnsBuffer = false;
+void hidl_string::takeFrom_(hidl_string& other) noexcept {
+    buffer_ = other.buffer_;
+    size_ = other.size_;
+    ownsBuffer_ = other.ownsBuffer_;
+    other.buffer_ = kEmpty;
+    other.size_ = 0;
+    other.ownsBuffer_ = false;
 }
 
 static_assert(sizeof(hidl_string) == 16 && sizeof(hidl_vec<int>) == 16, "the wire's layout");
-static_assert(sizeof(hidl_handle) == 16 && sizeof(hidl_memory) == 40, "the wire's layout");
-static_assert(sizeof(MQDescriptor<int, kSynchronizedReadWrite>) == 32, "the wire's layout");
+static_assert(sizeof(hidl_handle) == 16, "the wire's layout");
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

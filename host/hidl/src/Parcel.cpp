@@ -5,8 +5,7 @@
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/Parcel.h>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 static constexpr size_t roundUp(size_t size, size_t unit) {
     return (size + unit - 1) / unit * unit;
@@ -14,31 +13,31 @@ static constexpr size_t roundUp(size_t size, size_t unit) {
 
 void Parcel::setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
                          std::vector<sp<IBinder>> objects) {
-    mWritten.clear();
-    mMemory = std::move(memory);
-    mReceived = data;
-    mReceivedSize = size;
-    mObjects = std::move(objects);
-    mPosition = 0;
-    mBuffers.clear();
+    written_.clear();
+    memory_ = std::move(memory);
+    received_ = data;
+    receivedSize_ = size;
+    objects_ = std::move(objects);
+    position_ = 0;
+    buffers_.clear();
 }
 
-status_t Parcel::append(const void* bytes, size_t size) {
-    const size_t start = mWritten.size();
-    mWritten.resize(start + roundUp(size, 4));  // also zeroes the padding
+status_t Parcel::append_(const void* bytes, size_t size) {
+    const size_t start = written_.size();
+    written_.resize(start + roundUp(size, 4));  // also zeroes the padding
     if (size > 0) {
-        std::memcpy(mWritten.data() + start, bytes, size);
+        std::memcpy(written_.data() + start, bytes, size);
     }
     return OK;
 }
 
-status_t Parcel::take(void* bytes, size_t size) const {
+status_t Parcel::take_(void* bytes, size_t size) const {
     const size_t taken = roundUp(size, 4);
     if (dataAvail() < taken) {
         return NOT_ENOUGH_DATA;
     }
-    std::memcpy(bytes, data() + mPosition, size);
-    mPosition += taken;
+    std::memcpy(bytes, data() + position_, size);
+    position_ += taken;
     return OK;
 }
 
@@ -49,10 +48,10 @@ bool Parcel::enforceInterface(const char* interface) const {
     return token != nullptr && std::strcmp(token, interface) == 0;
 }
 
-status_t Parcel::writeCString(const char* text) { return append(text, std::strlen(text) + 1); }
+status_t Parcel::writeCString(const char* text) { return append_(text, std::strlen(text) + 1); }
 
 const char* Parcel::readCString() const {
-    const char* text = reinterpret_cast<const char*>(data() + mPosition);
+    const char* text = reinterpret_cast<const char*>(data() + position_);
     const void* end = dataAvail() == 0 ? nullptr : std::memchr(text, '\0', dataAvail());
     if (end == nullptr) {
         return nullptr;
@@ -61,7 +60,7 @@ const char* Parcel::readCString() const {
     if (dataAvail() < taken) {
         return nullptr;
     }
-    mPosition += taken;
+    position_ += taken;
     return text;
 }
 
@@ -90,8 +89,8 @@ status_t Parcel::writeStrongBinder(const sp<IBinder>& binder) {
     if (binder == nullptr) {
         return writeUint32(kNoObject);
     }
-    mObjects.push_back(binder);
-    return writeUint32(static_cast<uint32_t>(mObjects.size() - 1));
+    objects_.push_back(binder);
+    return writeUint32(static_cast<uint32_t>(objects_.size() - 1));
 }
 
 status_t Parcel::readNullableStrongBinder(sp<IBinder>* binder) const {
@@ -100,10 +99,10 @@ status_t Parcel::readNullableStrongBinder(sp<IBinder>* binder) const {
     if (const status_t status = readUint32(&index); status != OK || index == kNoObject) {
         return status;
     }
-    if (index >= mObjects.size()) {
+    if (index >= objects_.size()) {
         return BAD_VALUE;
     }
-    *binder = mObjects[index];
+    *binder = objects_[index];
     return OK;
 }
 
@@ -112,40 +111,40 @@ status_t Parcel::readStrongBinder(sp<IBinder>* binder) const {
     return status == OK && *binder == nullptr ? UNEXPECTED_NULL : status;
 }
 
-status_t Parcel::appendBuffer(const void* bytes, size_t size, uint32_t parent,
-                              uint32_t parentOffset, size_t* handle) {
+status_t Parcel::appendBuffer_(const void* bytes, size_t size, uint32_t parent,
+                               uint32_t parentOffset, size_t* handle) {
     if (size > std::numeric_limits<uint32_t>::max()) {
         return BAD_VALUE;
     }
-    mWritten.resize(roundUp(mWritten.size(), 8));
+    written_.resize(roundUp(written_.size(), 8));
     const BufferHeader header{kBufferTag, static_cast<uint32_t>(size), parent, parentOffset};
-    append(&header, sizeof(header));
-    *handle = mBuffers.size();
-    mBuffers.push_back({mWritten.size(), size});
-    append(bytes, size);
-    mWritten.resize(roundUp(mWritten.size(), 8));
+    append_(&header, sizeof(header));
+    *handle = buffers_.size();
+    buffers_.push_back({written_.size(), size});
+    append_(bytes, size);
+    written_.resize(roundUp(written_.size(), 8));
     return OK;
 }
 
 status_t Parcel::writeBuffer(const void* bytes, size_t size, size_t* handle) {
-    return appendBuffer(bytes, size, kNoParent, 0, handle);
+    return appendBuffer_(bytes, size, kNoParent, 0, handle);
 }
 
 status_t Parcel::writeEmbeddedBuffer(const void* bytes, size_t size, size_t* handle, size_t parent,
                                      size_t parentOffset) {
-    if (parent >= mBuffers.size() || parentOffset > mBuffers[parent].size ||
-        mBuffers[parent].size - parentOffset < sizeof(uint64_t)) {
+    if (parent >= buffers_.size() || parentOffset > buffers_[parent].size ||
+        buffers_[parent].size - parentOffset < sizeof(uint64_t)) {
         return BAD_VALUE;
     }
     // An address of this process means nothing to others.
-    std::memset(mWritten.data() + mBuffers[parent].offset + parentOffset, 0, sizeof(uint64_t));
-    return appendBuffer(bytes, size, static_cast<uint32_t>(parent),
-                        static_cast<uint32_t>(parentOffset), handle);
+    std::memset(written_.data() + buffers_[parent].offset + parentOffset, 0, sizeof(uint64_t));
+    return appendBuffer_(bytes, size, static_cast<uint32_t>(parent),
+                         static_cast<uint32_t>(parentOffset), handle);
 }
 
-status_t Parcel::takeBuffer(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
-                            const void** bytes) const {
-    const size_t start = roundUp(mPosition, 8);
+status_t Parcel::takeBuffer_(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
+                             const void** bytes) const {
+    const size_t start = roundUp(position_, 8);
     if (start > dataSize() || dataSize() - start < sizeof(BufferHeader)) {
         return NOT_ENOUGH_DATA;
     }
@@ -159,25 +158,25 @@ status_t Parcel::takeBuffer(size_t size, uint32_t parent, uint32_t parentOffset,
     if (dataSize() - offset < roundUp(size, 8)) {
         return NOT_ENOUGH_DATA;
     }
-    *handle = mBuffers.size();
-    mBuffers.push_back({offset, size});
+    *handle = buffers_.size();
+    buffers_.push_back({offset, size});
     *bytes = data() + offset;
-    mPosition = offset + roundUp(size, 8);
+    position_ = offset + roundUp(size, 8);
     return OK;
 }
 
 status_t Parcel::readBuffer(size_t size, size_t* handle, const void** bytes) const {
-    return takeBuffer(size, kNoParent, 0, handle, bytes);
+    return takeBuffer_(size, kNoParent, 0, handle, bytes);
 }
 
 status_t Parcel::readEmbeddedBuffer(size_t size, size_t* handle, size_t parent, size_t parentOffset,
                                     const void** bytes) const {
-    if (parent >= mBuffers.size() || parentOffset > mBuffers[parent].size ||
-        mBuffers[parent].size - parentOffset < sizeof(uint64_t)) {
+    if (parent >= buffers_.size() || parentOffset > buffers_[parent].size ||
+        buffers_[parent].size - parentOffset < sizeof(uint64_t)) {
         return BAD_VALUE;
     }
-    return takeBuffer(size, static_cast<uint32_t>(parent), static_cast<uint32_t>(parentOffset),
-                      handle, bytes);
+    return takeBuffer_(size, static_cast<uint32_t>(parent), static_cast<uint32_t>(parentOffset),
+                       handle, bytes);
 }
 
 status_t readEmbeddedFromParcel(const hidl_string& string, const Parcel& parcel, size_t parent,
@@ -206,5 +205,4 @@ status_t writeEmbeddedToParcel(const hidl_string& string, Parcel* parcel, size_t
                                        parentOffset + hidl_string::kOffsetOfBuffer);
 }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

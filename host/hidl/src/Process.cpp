@@ -16,8 +16,7 @@
 #include "RemoteProcess.h"
 #include "StatusText.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 using android::OK;
 using android::sp;
@@ -39,13 +38,13 @@ uint64_t chooseId() {
     return static_cast<uint64_t>(getpid()) << 32 | random;
 }
 
-// A call that this thread is serving, and those that it serves it within.
+/** A call that this thread is serving, and those that it serves it within. */
 class Serving {
   public:
-    Serving(Connection& itsConnection, uint64_t itsCaller, bool itsCallerWaits)
+    Serving(Connection& itsConnection, const FrameHeader& call)
         : connection(itsConnection),
-          caller(itsCaller),
-          callerWaits(itsCallerWaits),
+          caller(call.sender),
+          callerWaits((call.flags & IBinder::FLAG_ONEWAY) == 0),
           outer(innermost) {
         innermost = this;
     }
@@ -55,22 +54,13 @@ class Serving {
 
     Connection& connection;
     const uint64_t caller;
-    bool callerWaits;  // until it has its reply
+    bool callerWaits;  // for the reply
     Serving* const outer;
 
     static thread_local Serving* innermost;
 };
 
 thread_local Serving* Serving::innermost = nullptr;
-
-FrameHeader replyHeader(status_t status) {
-    FrameHeader header{};
-    header.magic = kFrameMagic;
-    header.type = FrameType::Reply;
-    header.sender = Process::self().id();
-    header.code = static_cast<uint32_t>(status);
-    return header;
-}
 
 }  // namespace
 
@@ -82,15 +72,15 @@ Process& Process::self() {
     return *process;
 }
 
-Process::Process() : mId(chooseId()) {
+Process::Process() : id_(chooseId()) {
     pthread_atfork(nullptr, nullptr, [] { forked = true; });
 }
 
 std::shared_ptr<RemoteProcess> Process::remote(uint64_t process) {
     {
-        Lock lock(mMutex);
-        const auto entry = mRemotes.find(process);
-        if (entry != mRemotes.end()) {
+        const android::Mutex::Autolock lock(mutex_);
+        const auto entry = remotes_.find(process);
+        if (entry != remotes_.end()) {
             if (auto remote = entry->second.lock(); remote != nullptr) {
                 return remote;
             }
@@ -100,8 +90,8 @@ std::shared_ptr<RemoteProcess> Process::remote(uint64_t process) {
     created->connect();
     std::shared_ptr<RemoteProcess> other;
     {
-        Lock lock(mMutex);
-        std::weak_ptr<RemoteProcess>& known = mRemotes[process];
+        const android::Mutex::Autolock lock(mutex_);
+        std::weak_ptr<RemoteProcess>& known = remotes_[process];
         other = known.lock();
         if (other == nullptr) {
             known = created;
@@ -112,16 +102,16 @@ std::shared_ptr<RemoteProcess> Process::remote(uint64_t process) {
 }
 
 void Process::forget(uint64_t process) {
-    Lock lock(mMutex);
-    const auto entry = mRemotes.find(process);
-    if (entry != mRemotes.end() && entry->second.expired()) {
-        mRemotes.erase(entry);
+    const android::Mutex::Autolock lock(mutex_);
+    const auto entry = remotes_.find(process);
+    if (entry != remotes_.end() && entry->second.expired()) {
+        remotes_.erase(entry);
     }
 }
 
 sp<IBinder> Process::objectOf(const ObjectId& id) {
-    if (id.process == mId) {
-        return mExports.find(id.object);
+    if (id.process == id_) {
+        return exports_.find(id.object);
     }
     return remote(id.process)->proxyOf(id.object);
 }
@@ -133,11 +123,11 @@ status_t Process::nameObjects(const Parcel& parcel, std::vector<ObjectId>* ids,
             ids->push_back({proxy->process(), proxy->object()});
             continue;
         }
-        if (!mServer.openEndpoint()) {
+        if (!server_.openEndpoint()) {
             return android::NO_INIT;
         }
-        pins->push_back(mExports.pin(binder->localBinder()));
-        ids->push_back({mId, pins->back().object()});
+        pins->push_back(exports_.pin(binder->localBinder()));
+        ids->push_back({id_, pins->back().object()});
     }
     return OK;
 }
@@ -165,10 +155,35 @@ Connection* Process::connectionOfCaller(uint64_t process) {
     return nullptr;
 }
 
+bool Process::sendReply_(Connection& connection, const Parcel& reply, status_t status, bool wait) {
+    std::vector<ObjectId> ids;
+    std::vector<Exports::Pin> pins;
+    if (status == OK) {
+        status = nameObjects(reply, &ids, &pins);
+    }
+    if (status == OK && (reply.dataSize() > kMaxDataSize || ids.size() > kMaxObjects)) {
+        ALOGE("A reply with %zu bytes and %zu objects is too large", reply.dataSize(), ids.size());
+        status = android::FAILED_TRANSACTION;
+    }
+    FrameHeader header{};
+    header.magic = kFrameMagic;
+    header.type = FrameType::Reply;
+    header.sender = id_;
+    header.code = static_cast<uint32_t>(status);
+    if (status == OK) {
+        header.dataSize = static_cast<uint32_t>(reply.dataSize());
+        header.objectCount = static_cast<uint32_t>(ids.size());
+        std::move(pins.begin(), pins.end(), std::back_inserter(connection.inTransit));
+    } else {
+        ids.clear();
+    }
+    return wait ? connection.send(header, ids, reply.data())
+                : connection.sendWithoutWaiting(header, ids, reply.data());
+}
+
 bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
     const FrameHeader call = frame.header;
-    const bool oneway = (call.flags & IBinder::FLAG_ONEWAY) != 0;
-    const sp<BHwBinder> target = mExports.find(call.target);
+    const sp<BHwBinder> target = exports_.find(call.target);
     Parcel data;
     Parcel reply;
     if (target == nullptr) {
@@ -180,50 +195,29 @@ bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
         return false;
     }
 
-    Serving serving(connection, call.sender, !oneway);
-    bool replied = oneway;
+    Serving serving(connection, call);
     bool alive = true;
-    // Some methods of IBase take no notice of their arguments, so reading none is all right.
+    // A method of IBase that ignores its arguments need not read them.
     const auto hasRest = [&] { return data.dataPosition() > 0 && data.dataAvail() > 0; };
-    const auto sendReply = [&](status_t status) {
-        std::vector<ObjectId> ids;
-        std::vector<Exports::Pin> pins;
-        if (status == OK) {
-            status = nameObjects(reply, &ids, &pins);
+    const auto answer = [&](status_t status) {
+        if (serving.callerWaits) {
+            serving.callerWaits = false;
+            alive = sendReply_(connection, reply, status, wait);
         }
-        if (status == OK && (reply.dataSize() > kMaxDataSize || ids.size() > kMaxObjects)) {
-            ALOGE("A reply with %zu bytes and %zu objects is too large", reply.dataSize(),
-                  ids.size());
-            status = android::FAILED_TRANSACTION;
-        }
-        FrameHeader header = replyHeader(status);
-        if (status == OK) {
-            header.dataSize = static_cast<uint32_t>(reply.dataSize());
-            header.objectCount = static_cast<uint32_t>(ids.size());
-            std::move(pins.begin(), pins.end(), std::back_inserter(connection.inTransit));
-        } else {
-            ids.clear();
-        }
-        replied = true;
-        serving.callerWaits = false;
-        alive = wait ? connection.send(header, ids, reply.data())
-                     : connection.sendWithoutWaiting(header, ids, reply.data());
     };
     // As on the device, the caller goes on as soon as the reply is complete, while the method may
     // still be doing something.
     const status_t status =
         target->transact(call.code, data, &reply, call.flags, [&](Parcel& /*reply*/) {
-            if (!replied && !hasRest()) {
-                sendReply(OK);
+            if (!hasRest()) {
+                answer(OK);
             }
         });
     if (status == OK && hasRest()) {
         logEnd(connection, "its call has more arguments than the method");
         return false;
     }
-    if (!replied) {
-        sendReply(status);
-    }
+    answer(status);
     if (status != OK) {
         logEnd(connection, ("its call can't be read: " + statusText(status)).c_str());
         return false;
@@ -235,5 +229,4 @@ void logEnd(const Connection& connection, const char* problem) {
     ALOGE("Ending a connection of process %d: %s", peerPid(connection.fd()), problem);
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

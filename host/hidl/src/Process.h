@@ -8,34 +8,32 @@
 #include <hwbinder/IBinder.h>
 #include <hwbinder/Parcel.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
 
 #include "Connection.h"
 #include "Exports.h"
 #include "Frame.h"
-#include "Mutex.h"
 #include "Server.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 class RemoteProcess;
 
 /**
- * This process among those that call each other: made at the first use, never destroyed (threads
- * may still use it while the program exits). A process that was forked after that can't use it,
- * and aborts when it tries. All methods may be called from any thread.
+ * This process among those that call each other. Made at the first use and never destroyed, since
+ * threads may use it during exit. Aborts if it is used in a child of fork. Thread-safe.
  */
 class Process {
   public:
     static Process& self();
 
     /** This process's number: the pid in the upper half, a random number in the lower one. */
-    uint64_t id() const { return mId; }
-    Exports& exports() { return mExports; }
-    Server& server() { return mServer; }
+    uint64_t id() const { return id_; }
+    Exports& exports() { return exports_; }
+    Server& server() { return server_; }
 
-    /** Another process, connected; a dead one when it can't be reached. Does not block. */
+    /** Connects to another process; if that fails, it counts as dead. Does not block. */
     std::shared_ptr<RemoteProcess> remote(uint64_t process);
 
     /** Called when a RemoteProcess ends. */
@@ -45,9 +43,8 @@ class Process {
     android::sp<android::hardware::IBinder> objectOf(const ObjectId& id);
 
     /**
-     * Names a parcel's objects for other processes.
-     * @param pins receives what keeps those of this process until they have arrived.
-     * @return OK, or why it can't be done.
+     * The ids of a parcel's objects. `pins` keep those of this process until they have arrived.
+     * Returns NO_INIT if this process can't be reached by others.
      */
     android::status_t nameObjects(const android::hardware::Parcel& parcel,
                                   std::vector<ObjectId>* ids, std::vector<Exports::Pin>* pins);
@@ -56,9 +53,8 @@ class Process {
     bool readParcel(Frame frame, android::hardware::Parcel* parcel);
 
     /**
-     * Serves one call that has arrived on `connection` and sends the reply.
-     * @param wait whether sending the reply may block.
-     * @return false when the connection is to be ended; that has been logged.
+     * Serves one call and sends the reply, which may block if `wait` is set. Returns false, and
+     * logs, if the connection must be closed.
      */
     bool serveCall(Connection& connection, Frame frame, bool wait);
 
@@ -68,16 +64,19 @@ class Process {
   private:
     Process();
 
-    const uint64_t mId;
-    Exports mExports;
-    Server mServer;
+    /** Sends a reply, or the error `status`. Returns false if the caller is gone. */
+    bool sendReply_(Connection& connection, const android::hardware::Parcel& reply,
+                    android::status_t status, bool wait);
 
-    Mutex mMutex;
-    std::map<uint64_t, std::weak_ptr<RemoteProcess>> mRemotes GUARDED_BY(mMutex);
+    const uint64_t id_;
+    Exports exports_;
+    Server server_;
+
+    android::Mutex mutex_;
+    std::map<uint64_t, std::weak_ptr<RemoteProcess>> remotes_ GUARDED_BY(mutex_);
 };
 
 /** Logs that a connection is ended because of what the other side did. */
 void logEnd(const Connection& connection, const char* problem);
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

@@ -15,8 +15,7 @@
 #include "Folder.h"
 #include "Process.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 using android::OK;
 using android::sp;
@@ -28,76 +27,76 @@ using android::hardware::Parcel;
 
 namespace {
 
-// Connections kept for the next call: one for each thread that usually calls at the same time.
+// Connections kept for the next call, so at most as many threads can call without a new one.
 constexpr size_t kMaxIdleConnections = 4;
-// A process that lets this much of what it is told pile up does not serve its calls any more.
+// A process that leaves this much unread does not serve its calls any more.
 constexpr size_t kMaxUnsent = 65536;  // bytes
 constexpr uint32_t kLinkEvents = EPOLLIN | EPOLLRDHUP;
 
 }  // namespace
 
 RemoteProcess::~RemoteProcess() {
-    if (mLink.ok()) {
-        Process::self().server().unwatch(mLinkKey, mLink.get());
+    if (link_.ok()) {
+        Process::self().server().unwatch(linkKey_, link_.get());
     }
-    Process::self().forget(mId);
+    Process::self().forget(id_);
 }
 
 void RemoteProcess::connect() {
     const Folder folder;
-    android::base::unique_fd link = folder.connectTo(mId, false);
+    android::base::unique_fd link = folder.connectTo(id_, false);
     if (!link.ok()) {
         if (errno == ECONNREFUSED) {
-            folder.removeEndpoint(mId);
+            folder.removeEndpoint(id_);
         }
         return;
     }
-    Lock lock(mMutex);
-    mLink = std::move(link);
-    mLinkKey = Process::self().server().watch(mLink.get(), kLinkEvents, weak_from_this());
+    const android::Mutex::Autolock lock(mutex_);
+    link_ = std::move(link);
+    linkKey_ = Process::self().server().watch(link_.get(), kLinkEvents, weak_from_this());
 }
 
 bool RemoteProcess::isDead() {
-    Lock lock(mMutex);
-    return !isLinked();
+    const android::Mutex::Autolock lock(mutex_);
+    return !isLinked_();
 }
 
-// Looks at the link itself: a process that serves nothing has no thread that notices its end.
-bool RemoteProcess::isLinked() {
+// Reads the link itself: a process that serves nothing has no thread that notices its end.
+bool RemoteProcess::isLinked_() {
     char byte;
-    return mLink.ok() && recv(mLink.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+    return link_.ok() && recv(link_.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
            errno == EAGAIN;
 }
 
 sp<BpHwBinder> RemoteProcess::proxyOf(uint64_t object) {
     Proxy previous;  // ends outside the lock
-    Lock lock(mMutex);
-    const auto entry = mProxies.find(object);
-    if (entry != mProxies.end()) {
+    const android::Mutex::Autolock lock(mutex_);
+    const auto entry = proxies_.find(object);
+    if (entry != proxies_.end()) {
         if (sp<BpHwBinder> binder = entry->second.binder.promote(); binder != nullptr) {
             return binder;
         }
         previous = std::move(entry->second);
     }
     sp<BpHwBinder> binder = new BpHwBinder(shared_from_this(), object);
-    mProxies[object] = {binder, {}};
-    tell(FrameType::Acquire, object);
+    proxies_[object] = {binder, {}};
+    tell_(FrameType::Acquire, object);
     return binder;
 }
 
 void RemoteProcess::drop(uint64_t object, BpHwBinder* proxy) {
     Proxy dropped;  // ends outside the lock
-    Lock lock(mMutex);
-    const auto entry = mProxies.find(object);
-    if (entry != mProxies.end() && entry->second.binder.unsafe_get() == proxy) {
+    const android::Mutex::Autolock lock(mutex_);
+    const auto entry = proxies_.find(object);
+    if (entry != proxies_.end() && entry->second.binder.unsafe_get() == proxy) {
         dropped = std::move(entry->second);
-        mProxies.erase(entry);
+        proxies_.erase(entry);
     }
-    tell(FrameType::Release, object);
+    tell_(FrameType::Release, object);
 }
 
-void RemoteProcess::tell(FrameType type, uint64_t object) {
-    if (!mLink.ok()) {
+void RemoteProcess::tell_(FrameType type, uint64_t object) {
+    if (!link_.ok()) {
         return;
     }
     FrameHeader header{};
@@ -106,32 +105,32 @@ void RemoteProcess::tell(FrameType type, uint64_t object) {
     header.sender = Process::self().id();
     header.target = object;
     const auto* bytes = reinterpret_cast<const uint8_t*>(&header);
-    const bool wasEmpty = mUnsent.empty();
-    mUnsent.insert(mUnsent.end(), bytes, bytes + sizeof(header));
-    if (!flushLink() || mUnsent.size() > kMaxUnsent) {
-        if (mUnsent.size() > kMaxUnsent) {
-            ALOGE("Ending the link to process %d: it does not read", peerPid(mLink.get()));
+    const bool wasEmpty = unsent_.empty();
+    unsent_.insert(unsent_.end(), bytes, bytes + sizeof(header));
+    if (!flushLink_() || unsent_.size() > kMaxUnsent) {
+        if (unsent_.size() > kMaxUnsent) {
+            ALOGE("Ending the link to process %d: it does not read", peerPid(link_.get()));
         }
-        shutdown(mLink.get(), SHUT_RDWR);  // the serving thread sees the end, and then it is dead
-    } else if (wasEmpty && !mUnsent.empty()) {
-        Process::self().server().changeEvents(mLinkKey, mLink.get(), kLinkEvents | EPOLLOUT);
+        shutdown(link_.get(), SHUT_RDWR);  // the serving thread sees the end, and then it is dead
+    } else if (wasEmpty && !unsent_.empty()) {
+        Process::self().server().changeEvents(linkKey_, link_.get(), kLinkEvents | EPOLLOUT);
     }
 }
 
-bool RemoteProcess::flushLink() {
+bool RemoteProcess::flushLink_() {
     size_t sent = 0;
-    while (sent < mUnsent.size()) {
-        const ssize_t size = send(mLink.get(), mUnsent.data() + sent, mUnsent.size() - sent,
+    while (sent < unsent_.size()) {
+        const ssize_t size = send(link_.get(), unsent_.data() + sent, unsent_.size() - sent,
                                   MSG_NOSIGNAL | MSG_DONTWAIT);
         if (size < 0 && errno != EINTR) {
             break;
         }
         sent += static_cast<size_t>(std::max<ssize_t>(size, 0));
     }
-    const bool alive = sent == mUnsent.size() || errno == EAGAIN;
-    mUnsent.erase(mUnsent.begin(), mUnsent.begin() + static_cast<ptrdiff_t>(sent));
-    if (mUnsent.empty()) {
-        std::vector<uint8_t>().swap(mUnsent);
+    const bool alive = sent == unsent_.size() || errno == EAGAIN;
+    unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<ptrdiff_t>(sent));
+    if (unsent_.empty()) {
+        std::vector<uint8_t>().swap(unsent_);
     }
     return alive;
 }
@@ -139,43 +138,43 @@ bool RemoteProcess::flushLink() {
 void RemoteProcess::onReady(uint32_t events) {
     bool dead = false;
     {
-        Lock lock(mMutex);
-        if (!mLink.ok()) {
+        const android::Mutex::Autolock lock(mutex_);
+        if (!link_.ok()) {
             return;
         }
         if ((events & EPOLLOUT) != 0) {
-            dead = !flushLink();
-            if (mUnsent.empty()) {
-                Process::self().server().changeEvents(mLinkKey, mLink.get(), kLinkEvents);
+            dead = !flushLink_();
+            if (unsent_.empty()) {
+                Process::self().server().changeEvents(linkKey_, link_.get(), kLinkEvents);
             }
         }
         char byte;
-        const ssize_t size = recv(mLink.get(), &byte, 1, MSG_DONTWAIT);
+        const ssize_t size = recv(link_.get(), &byte, 1, MSG_DONTWAIT);
         if (size > 0) {
             ALOGE("Ending the link to process %d: it answers where nothing is asked",
-                  peerPid(mLink.get()));
+                  peerPid(link_.get()));
         }
         dead = dead || size >= 0 || (errno != EAGAIN && errno != EINTR);
     }
     if (dead) {
-        die();
+        die_();
     }
 }
 
-void RemoteProcess::die() {
+void RemoteProcess::die_() {
     android::base::unique_fd link;
     uint64_t key = 0;
     std::vector<std::unique_ptr<Connection>> idle;
-    std::vector<std::pair<sp<BpHwBinder>, std::vector<Recipient>>> told;
+    std::vector<std::pair<sp<BpHwBinder>, std::vector<Recipient>>> linked;
     {
-        Lock lock(mMutex);
-        link = std::move(mLink);
-        key = mLinkKey;
-        idle.swap(mIdle);
-        for (auto& [object, proxy] : mProxies) {
-            // A proxy that is just ending has nobody left who wants to know.
+        const android::Mutex::Autolock lock(mutex_);
+        link = std::move(link_);
+        key = linkKey_;
+        idle.swap(idle_);
+        for (auto& [object, proxy] : proxies_) {
+            // Nobody holds a proxy that is being destroyed, so nobody is notified.
             if (sp<BpHwBinder> binder = proxy.binder.promote(); binder != nullptr) {
-                told.emplace_back(std::move(binder), std::move(proxy.recipients));
+                linked.emplace_back(std::move(binder), std::move(proxy.recipients));
             }
         }
     }
@@ -183,8 +182,8 @@ void RemoteProcess::die() {
         return;
     }
     Process::self().server().unwatch(key, link.get());
-    Process::self().server().buryEndpoint(mId);
-    for (const auto& [binder, recipients] : told) {
+    Process::self().server().removeEndpointOnDeath(id_);
+    for (const auto& [binder, recipients] : linked) {
         for (const Recipient& recipient : recipients) {
             recipient->binderDied(wp<IBinder>(binder.get()));
         }
@@ -192,20 +191,20 @@ void RemoteProcess::die() {
 }
 
 status_t RemoteProcess::linkToDeath(uint64_t object, const Recipient& recipient) {
-    Lock lock(mMutex);
-    if (!isLinked()) {
+    const android::Mutex::Autolock lock(mutex_);
+    if (!isLinked_()) {
         return android::DEAD_OBJECT;
     }
-    mProxies[object].recipients.push_back(recipient);
+    proxies_[object].recipients.push_back(recipient);
     return OK;
 }
 
 status_t RemoteProcess::unlinkToDeath(uint64_t object, const Recipient& recipient) {
-    Lock lock(mMutex);
-    if (!mLink.ok()) {
+    const android::Mutex::Autolock lock(mutex_);
+    if (!link_.ok()) {
         return android::DEAD_OBJECT;
     }
-    auto& recipients = mProxies[object].recipients;
+    auto& recipients = proxies_[object].recipients;
     const auto found = std::find(recipients.begin(), recipients.end(), recipient);
     if (found == recipients.end()) {
         return android::NAME_NOT_FOUND;
@@ -214,35 +213,35 @@ status_t RemoteProcess::unlinkToDeath(uint64_t object, const Recipient& recipien
     return OK;
 }
 
-std::unique_ptr<Connection> RemoteProcess::takeConnection() {
+std::unique_ptr<Connection> RemoteProcess::takeConnection_() {
     for (;;) {
         std::unique_ptr<Connection> connection;
         {
-            Lock lock(mMutex);
-            if (!mLink.ok()) {
+            const android::Mutex::Autolock lock(mutex_);
+            if (!link_.ok()) {
                 return nullptr;
             }
-            if (mIdle.empty()) {
+            if (idle_.empty()) {
                 break;
             }
-            connection = std::move(mIdle.back());
-            mIdle.pop_back();
+            connection = std::move(idle_.back());
+            idle_.pop_back();
         }
         if (connection->isQuiet()) {
             return connection;
         }
     }
-    android::base::unique_fd socket = Folder().connectTo(mId, true);
+    android::base::unique_fd socket = Folder().connectTo(id_, true);
     if (!socket.ok()) {
         return nullptr;
     }
     return std::make_unique<Connection>(std::move(socket));
 }
 
-void RemoteProcess::keepConnection(std::unique_ptr<Connection> connection) {
-    Lock lock(mMutex);
-    if (mLink.ok() && mIdle.size() < kMaxIdleConnections) {
-        mIdle.push_back(std::move(connection));
+void RemoteProcess::keepConnection_(std::unique_ptr<Connection> connection) {
+    const android::Mutex::Autolock lock(mutex_);
+    if (link_.ok() && idle_.size() < kMaxIdleConnections) {
+        idle_.push_back(std::move(connection));
     }
 }
 
@@ -260,11 +259,11 @@ status_t RemoteProcess::call(uint64_t object, uint32_t code, const Parcel& data,
         return status;
     }
 
-    // The thread over there that waits for this one's reply serves the call, if there is one.
+    // If the peer waits for this thread's reply, the thread that waits there serves the call.
     std::unique_ptr<Connection> own;
-    Connection* connection = Process::connectionOfCaller(mId);
+    Connection* connection = Process::connectionOfCaller(id_);
     if (connection == nullptr) {
-        own = takeConnection();
+        own = takeConnection_();
         if (own == nullptr) {
             return android::DEAD_OBJECT;
         }
@@ -283,22 +282,22 @@ status_t RemoteProcess::call(uint64_t object, uint32_t code, const Parcel& data,
     bool broken = !connection->send(header, ids, data.data());
     status_t status = OK;
     if (header.flags == IBinder::FLAG_ONEWAY) {
-        // Nobody says when the objects have arrived: they wait for the connection's next reply.
+        // A oneway call has no reply: its objects are kept until the connection's next one.
         std::move(pins.begin(), pins.end(), std::back_inserter(connection->inTransit));
     } else if (!broken) {
-        status = awaitReply(*connection, reply, &broken);
+        status = awaitReply_(*connection, reply, &broken);
     }
     if (broken) {
-        connection->shutDown();  // for a caller's connection: whoever serves it sees the end
+        connection->shutDown();  // if it is a caller's: whoever serves it notices
         return android::DEAD_OBJECT;
     }
     if (own != nullptr) {
-        keepConnection(std::move(own));
+        keepConnection_(std::move(own));
     }
     return status;
 }
 
-status_t RemoteProcess::awaitReply(Connection& connection, Parcel* reply, bool* broken) {
+status_t RemoteProcess::awaitReply_(Connection& connection, Parcel* reply, bool* broken) {
     Process& process = Process::self();
     *broken = true;
     for (;;) {
@@ -341,31 +340,28 @@ status_t RemoteProcess::awaitReply(Connection& connection, Parcel* reply, bool* 
     }
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 BpHwBinder::BpHwBinder(std::shared_ptr<host::hidl::RemoteProcess> process, uint64_t object)
-    : mProcess(std::move(process)), mObject(object) {}
+    : process_(std::move(process)), object_(object) {}
 
-BpHwBinder::~BpHwBinder() { mProcess->drop(mObject, this); }
+BpHwBinder::~BpHwBinder() { process_->drop(object_, this); }
 
 status_t BpHwBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags,
                               TransactCallback /*callback*/) {
-    return mProcess->call(mObject, code, data, reply, flags);
+    return process_->call(object_, code, data, reply, flags);
 }
 
 status_t BpHwBinder::linkToDeath(const sp<DeathRecipient>& recipient) {
-    return mProcess->linkToDeath(mObject, recipient);
+    return process_->linkToDeath(object_, recipient);
 }
 
 status_t BpHwBinder::unlinkToDeath(const sp<DeathRecipient>& recipient) {
-    return mProcess->unlinkToDeath(mObject, recipient);
+    return process_->unlinkToDeath(object_, recipient);
 }
 
-uint64_t BpHwBinder::process() const { return mProcess->id(); }
+uint64_t BpHwBinder::process() const { return process_->id(); }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -9,22 +9,19 @@
 #include <hwbinder/IBinder.h>
 #include <hwbinder/Parcel.h>
 #include <utils/Errors.h>
+#include <utils/Mutex.h>
 #include <utils/StrongPointer.h>
 
 #include "Connection.h"
-#include "Mutex.h"
 #include "Server.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 class RemoteProcess;
 }
-}  // namespace host
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
-/** What transports calls to an object of another process. There is one per object. */
+/** Carries calls to an object of another process. There is one per object. */
 class BpHwBinder : public IBinder {
   public:
     BpHwBinder(std::shared_ptr<host::hidl::RemoteProcess> process, uint64_t object);
@@ -37,33 +34,28 @@ class BpHwBinder : public IBinder {
     BpHwBinder* remoteBinder() override { return this; }
 
     uint64_t process() const;
-    uint64_t object() const { return mObject; }
+    uint64_t object() const { return object_; }
 
   private:
-    const std::shared_ptr<host::hidl::RemoteProcess> mProcess;
-    const uint64_t mObject;
+    const std::shared_ptr<host::hidl::RemoteProcess> process_;
+    const uint64_t object_;
 };
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
-/**
- * Another process of which this one holds objects. It lives as long as one of their proxies does.
- * All methods may be called from any thread.
- */
+/** A process of which this one holds objects; lives as long as their proxies. Thread-safe. */
 class RemoteProcess : public Watched, public std::enable_shared_from_this<RemoteProcess> {
   public:
     /** Made by Process::remote, which calls connect() next. */
-    explicit RemoteProcess(uint64_t id) : mId(id) {}
+    explicit RemoteProcess(uint64_t id) : id_(id) {}
     ~RemoteProcess() override;
 
-    /** Opens the link. When that fails, the process counts as one that has gone away. */
+    /** Opens the link. If that fails, the process counts as dead. */
     void connect();
 
-    uint64_t id() const { return mId; }
+    uint64_t id() const { return id_; }
     bool isDead();
 
     android::sp<android::hardware::BpHwBinder> proxyOf(uint64_t object);
@@ -71,7 +63,10 @@ class RemoteProcess : public Watched, public std::enable_shared_from_this<Remote
     /** Called when the proxy ends. */
     void drop(uint64_t object, android::hardware::BpHwBinder* proxy);
 
-    /** See IBinder::transact. Waits as long as the process lives and does not answer. */
+    /**
+     * See IBinder::transact. Waits for the reply as long as the process lives, and serves the calls
+     * that it makes meanwhile on the same connection.
+     */
     android::status_t call(uint64_t object, uint32_t code, const android::hardware::Parcel& data,
                            android::hardware::Parcel* reply, uint32_t flags);
 
@@ -87,24 +82,23 @@ class RemoteProcess : public Watched, public std::enable_shared_from_this<Remote
         std::vector<Recipient> recipients;
     };
 
-    void tell(FrameType type, uint64_t object) REQUIRES(mMutex);
-    bool flushLink() REQUIRES(mMutex);
-    bool isLinked() REQUIRES(mMutex);
-    void die();
-    android::status_t awaitReply(Connection& connection, android::hardware::Parcel* reply,
-                                 bool* broken);
-    std::unique_ptr<Connection> takeConnection();
-    void keepConnection(std::unique_ptr<Connection> connection);
+    void tell_(FrameType type, uint64_t object) REQUIRES(mutex_);
+    bool flushLink_() REQUIRES(mutex_);
+    bool isLinked_() REQUIRES(mutex_);
+    void die_();
+    android::status_t awaitReply_(Connection& connection, android::hardware::Parcel* reply,
+                                  bool* broken);
+    std::unique_ptr<Connection> takeConnection_();
+    void keepConnection_(std::unique_ptr<Connection> connection);
 
-    const uint64_t mId;
+    const uint64_t id_;
 
-    Mutex mMutex;
-    android::base::unique_fd mLink GUARDED_BY(mMutex);  // closed: the process has gone
-    uint64_t mLinkKey GUARDED_BY(mMutex) = 0;
-    std::vector<uint8_t> mUnsent GUARDED_BY(mMutex);  // what the link did not take yet
-    std::map<uint64_t, Proxy> mProxies GUARDED_BY(mMutex);
-    std::vector<std::unique_ptr<Connection>> mIdle GUARDED_BY(mMutex);
+    android::Mutex mutex_;
+    android::base::unique_fd link_ GUARDED_BY(mutex_);  // closed: the process has gone
+    uint64_t linkKey_ GUARDED_BY(mutex_) = 0;
+    std::vector<uint8_t> unsent_ GUARDED_BY(mutex_);  // what the link did not take yet
+    std::map<uint64_t, Proxy> proxies_ GUARDED_BY(mutex_);
+    std::vector<std::unique_ptr<Connection>> idle_ GUARDED_BY(mutex_);
 };
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

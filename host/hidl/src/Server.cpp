@@ -22,8 +22,7 @@
 #include "Folder.h"
 #include "Process.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 using android::base::unique_fd;
 
@@ -46,29 +45,29 @@ unique_fd createEpoll() {
 
 }  // namespace
 
-/** Takes the connections of other processes. */
+/** Accepts the connections of other processes. */
 class Server::Endpoint : public Watched {
   public:
     Endpoint(Server& server, Folder folder, unique_fd socket)
-        : mServer(server),
-          mFolder(std::move(folder)),
-          mSocket(std::move(socket)),
-          mReserve(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
+        : server_(server),
+          folder_(std::move(folder)),
+          socket_(std::move(socket)),
+          reserve_(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
 
-    int fd() const { return mSocket.get(); }
-    void remove() const { mFolder.removeEndpoint(Process::self().id()); }
+    int fd() const { return socket_.get(); }
+    void remove() const { folder_.removeEndpoint(Process::self().id()); }
 
     void onReady(uint32_t /*events*/) override {
         for (int i = 0; i < kBatch; ++i) {
-            unique_fd client(accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            unique_fd client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
             if (client.ok()) {
-                mServer.addClient(std::move(client));
+                server_.addClient_(std::move(client));
             } else if (errno == EMFILE || errno == ENFILE) {
                 // Left in the queue it would wake this thread again and again.
                 ALOGE("Refusing a connection: %s", strerror(errno));
-                mReserve.reset();
-                unique_fd(accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC)).reset();
-                mReserve.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+                reserve_.reset();
+                unique_fd(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)).reset();
+                reserve_.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
             } else if (errno != EINTR && errno != ECONNABORTED) {
                 return;
             }
@@ -76,57 +75,57 @@ class Server::Endpoint : public Watched {
     }
 
   private:
-    Server& mServer;
-    const Folder mFolder;
-    const unique_fd mSocket;
-    unique_fd mReserve;  // a descriptor for when there are no others
+    Server& server_;
+    const Folder folder_;
+    const unique_fd socket_;
+    unique_fd reserve_;  // for accepting, and closing, a connection when there is no descriptor
 };
 
-/** A connection that another process has made. Of the serving thread. */
+/** A connection from another process. Used by the serving thread. */
 class Server::Client : public Watched {
   public:
-    Client(Server& server, unique_fd socket) : mServer(server), mConnection(std::move(socket)) {}
+    Client(Server& server, unique_fd socket) : server_(server), connection_(std::move(socket)) {}
     ~Client() override {
-        for (const auto& [object, uses] : mHeld) {
+        for (const auto& [object, uses] : held_) {
             Process::self().exports().release(object, uses);
         }
     }
 
     void start(uint64_t key) {
-        mKey = key;
-        mLastActive = ++mServer.mClock;
+        key_ = key;
+        lastActive_ = ++server_.clock_;
     }
-    int fd() const { return mConnection.fd(); }
-    bool holdsObjects() const { return !mHeld.empty(); }
-    uint64_t lastActive() const { return mLastActive; }
+    int fd() const { return connection_.fd(); }
+    bool holdsObjects() const { return !held_.empty(); }
+    uint64_t lastActive() const { return lastActive_; }
 
     void onReady(uint32_t /*events*/) override {
-        mLastActive = ++mServer.mClock;
-        if (!sendRest() || (!mConnection.hasUnsent() && !receive())) {
-            mServer.removeClient(mKey);
+        lastActive_ = ++server_.clock_;
+        if (!sendRest_() || (!connection_.hasUnsent() && !receive_())) {
+            server_.removeClient_(key_);
         }
     }
 
   private:
-    // False when the connection is to be ended.
-    bool sendRest() {
-        if (!mConnection.hasUnsent()) {
+    /** Returns false if the connection must be closed. */
+    bool sendRest_() {
+        if (!connection_.hasUnsent()) {
             return true;
         }
-        if (!mConnection.flush()) {
+        if (!connection_.flush()) {
             return false;
         }
-        if (!mConnection.hasUnsent()) {
-            mServer.changeEvents(mKey, fd(), kReadEvents);
+        if (!connection_.hasUnsent()) {
+            server_.changeEvents(key_, fd(), kReadEvents);
         }
         return true;
     }
 
-    // False when the connection is to be ended.
-    bool receive() {
+    /** Returns false if the connection must be closed. */
+    bool receive_() {
         for (int i = 0; i < kBatch; ++i) {
             Frame frame;
-            switch (mConnection.receive(&frame, false)) {
+            switch (connection_.receive(&frame, false)) {
                 case Connection::Result::Frame:
                     break;
                 case Connection::Result::Nothing:
@@ -134,15 +133,15 @@ class Server::Client : public Watched {
                 case Connection::Result::Closed:
                     return false;
                 case Connection::Result::Malformed:
-                    logEnd(mConnection, mConnection.problem());
+                    logEnd(connection_, connection_.problem());
                     return false;
             }
             const bool isCall = frame.header.type == FrameType::Call;
-            if (!handle(std::move(frame))) {
+            if (!handle_(std::move(frame))) {
                 return false;
             }
-            if (mConnection.hasUnsent()) {
-                mServer.changeEvents(mKey, fd(), EPOLLOUT);  // nothing new before that is out
+            if (connection_.hasUnsent()) {
+                server_.changeEvents(key_, fd(), EPOLLOUT);  // nothing new before that is out
                 return true;
             }
             if (isCall) {
@@ -152,119 +151,119 @@ class Server::Client : public Watched {
         return true;
     }
 
-    bool handle(Frame frame) {
+    bool handle_(Frame frame) {
         const uint64_t object = frame.header.target;
         switch (frame.header.type) {
             case FrameType::Call:
-                mConnection.inTransit.clear();
-                return Process::self().serveCall(mConnection, std::move(frame), false);
+                connection_.inTransit.clear();
+                return Process::self().serveCall(connection_, std::move(frame), false);
             case FrameType::Acquire:
                 if (!Process::self().exports().acquire(object)) {
-                    logEnd(mConnection, "it acquires an object that does not exist");
+                    logEnd(connection_, "it acquires an object that does not exist");
                     return false;
                 }
-                ++mHeld[object];
+                ++held_[object];
                 return true;
             case FrameType::Release: {
-                const auto held = mHeld.find(object);
-                if (held == mHeld.end()) {
-                    logEnd(mConnection, "it releases an object that it does not hold");
+                const auto held = held_.find(object);
+                if (held == held_.end()) {
+                    logEnd(connection_, "it releases an object that it does not hold");
                     return false;
                 }
                 if (--held->second == 0) {
-                    mHeld.erase(held);
+                    held_.erase(held);
                 }
                 Process::self().exports().release(object, 1);
                 return true;
             }
             case FrameType::Done:
-                mConnection.inTransit.clear();
+                connection_.inTransit.clear();
                 return true;
             case FrameType::Reply:
                 break;
         }
-        logEnd(mConnection, "it replies where nothing was asked");
+        logEnd(connection_, "it replies where nothing was asked");
         return false;
     }
 
-    Server& mServer;
-    Connection mConnection;
-    uint64_t mKey = 0;
-    uint64_t mLastActive = 0;
-    std::map<uint64_t, uint32_t> mHeld;
+    Server& server_;
+    Connection connection_;
+    uint64_t key_ = 0;
+    uint64_t lastActive_ = 0;
+    std::map<uint64_t, uint32_t> held_;
 };
 
-/** Waits, with a connection to the endpoint of a process, for the endpoint's end. */
-class Server::Grave : public Watched {
+/** Notices when another process dies: it closes its end of a connection to its endpoint. */
+class Server::DeathWatch : public Watched {
   public:
-    Grave(Server& server, uint64_t process) : mServer(server), mProcess(process) {}
+    DeathWatch(Server& server, uint64_t process) : server_(server), process_(process) {}
 
-    /** False when there is nothing to wait for, the endpoint being removed or hopeless. */
-    bool dig() {
-        if (++mTries > kMaxTries) {
-            return false;  // it is alive, and just does not want this process's connections
+    /** Returns false if the process is dead, and its endpoint removed, or if it is alive. */
+    bool connect() {
+        if (++tries_ > kMaxTries) {
+            return false;  // it is alive, and closes each of these connections
         }
         const Folder folder;
-        mSocket = folder.connectTo(mProcess, false);
-        if (!mSocket.ok() && errno == ECONNREFUSED) {
-            folder.removeEndpoint(mProcess);
+        socket_ = folder.connectTo(process_, false);
+        if (!socket_.ok() && errno == ECONNREFUSED) {
+            folder.removeEndpoint(process_);
         }
-        return mSocket.ok();
+        return socket_.ok();
     }
-    int fd() const { return mSocket.get(); }
-    uint64_t process() const { return mProcess; }
-    void setKey(uint64_t key) { mKey = key; }
+    int fd() const { return socket_.get(); }
+    uint64_t process() const { return process_; }
+    void setKey(uint64_t key) { key_ = key; }
 
     void onReady(uint32_t /*events*/) override {
-        mServer.unwatch(mKey, fd());
-        mServer.addGrave(mServer.mGraves.at(mProcess));
+        server_.unwatch(key_, fd());
+        server_.connect_(server_.deathWatches_.at(process_));
     }
 
   private:
     static constexpr int kMaxTries = 3;
 
-    Server& mServer;
-    const uint64_t mProcess;
-    int mTries = 0;
-    unique_fd mSocket;
-    uint64_t mKey = 0;
+    Server& server_;
+    const uint64_t process_;
+    int tries_ = 0;
+    unique_fd socket_;
+    uint64_t key_ = 0;
 };
 
-Server::Server() : mEpoll(createEpoll()) {}
+Server::Server() : epoll_(createEpoll()) {}
 
 Server::~Server() = default;
 
 void Server::start() {
-    if (mJoinExpected || mServing.exchange(true)) {
+    if (joinExpected_ || serving_.exchange(true)) {
         return;
     }
-    // Signals are the business of the program's own threads.
+    // The program's own threads handle its signals.
     sigset_t all;
     sigset_t previous;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &previous);
-    std::thread thread([this] { serve(); });
+    std::thread thread([this] { serve_(); });
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     pthread_setname_np(thread.native_handle(), "hidl");
     thread.detach();
 }
 
 void Server::join() {
-    if (!mServing.exchange(true)) {
-        serve();
+    if (!serving_.exchange(true)) {
+        serve_();
     }
     for (;;) {
         pause();
     }
 }
 
-void Server::serve() {
+void Server::serve_() {
     isServingThread = true;
     for (;;) {
         epoll_event events[kBatch];
-        // When nothing is ready, no link has anything to say of the objects that are unused now.
+        // If no descriptor is ready, all that links say about the objects unused now is read.
         const uint64_t unused = Process::self().exports().lastUnused();
-        const int count = epoll_wait(mEpoll.get(), events, kBatch, unused > 0 ? 0 : -1);
+        const int count = epoll_wait(epoll_.get(), events, kBatch, unused > 0 ? 0 : -1);
         if (count == 0) {
             Process::self().exports().collect(unused);
         }
@@ -272,14 +271,14 @@ void Server::serve() {
             const uint64_t key = events[i].data.u64;  // a copy: the structure is packed
             std::shared_ptr<Watched> watched;
             {
-                Lock lock(mMutex);
+                const android::Mutex::Autolock lock(mutex_);
                 if (key == kWakeKey) {
                     eventfd_t wakes;
-                    eventfd_read(mWake.get(), &wakes);
+                    eventfd_read(wake_.get(), &wakes);
                     continue;
                 }
-                const auto entry = mWatched.find(key);
-                watched = entry == mWatched.end() ? nullptr : entry->second.lock();
+                const auto entry = watched_.find(key);
+                watched = entry == watched_.end() ? nullptr : entry->second.lock();
             }
             if (watched != nullptr) {
                 watched->onReady(events[i].events);
@@ -289,56 +288,56 @@ void Server::serve() {
 }
 
 void Server::wake() {
-    if (isServingThread || !mServing) {
+    if (isServingThread || !serving_) {
         return;  // the serving thread looks before it sleeps
     }
-    Lock lock(mMutex);
-    if (!mWake.ok()) {
-        mWake.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    const android::Mutex::Autolock lock(mutex_);
+    if (!wake_.ok()) {
+        wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         epoll_event event{};
         event.events = EPOLLIN;
         event.data.u64 = kWakeKey;
-        if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, mWake.get(), &event) != 0) {
+        if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) != 0) {
             ALOGE("epoll_ctl: %s", strerror(errno));
         }
     }
-    eventfd_write(mWake.get(), 1);
+    eventfd_write(wake_.get(), 1);
 }
 
 uint64_t Server::watch(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) {
-    Lock lock(mMutex);
-    return add(fd, events, watched);
+    const android::Mutex::Autolock lock(mutex_);
+    return add_(fd, events, watched);
 }
 
-uint64_t Server::add(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) {
+uint64_t Server::add_(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) {
     epoll_event event{};
     event.events = events;
-    event.data.u64 = ++mLastKey;
-    mWatched[mLastKey] = watched;
-    if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
+    event.data.u64 = ++lastKey_;
+    watched_[lastKey_] = watched;
+    if (epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) {
         ALOGE("epoll_ctl: %s", strerror(errno));
     }
-    return mLastKey;
+    return lastKey_;
 }
 
 void Server::changeEvents(uint64_t key, int fd, uint32_t events) {
     epoll_event event{};
     event.events = events;
     event.data.u64 = key;
-    epoll_ctl(mEpoll.get(), EPOLL_CTL_MOD, fd, &event);
+    epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event);
 }
 
 void Server::unwatch(uint64_t key, int fd) {
-    Lock lock(mMutex);
-    epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, fd, nullptr);
-    mWatched.erase(key);
+    const android::Mutex::Autolock lock(mutex_);
+    epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    watched_.erase(key);
 }
 
 bool Server::openEndpoint() {
     const std::string path = Folder::currentPath();
-    Lock lock(mMutex);
+    const android::Mutex::Autolock lock(mutex_);
     const auto isHere = [&](const OpenEndpoint& open) { return open.folder == path; };
-    if (std::any_of(mEndpoints.begin(), mEndpoints.end(), isHere)) {
+    if (std::any_of(endpoints_.begin(), endpoints_.end(), isHere)) {
         return true;
     }
     Folder folder;
@@ -349,76 +348,76 @@ bool Server::openEndpoint() {
     }
     const int fd = socket.get();
     auto endpoint = std::make_shared<Endpoint>(*this, std::move(folder), std::move(socket));
-    add(fd, EPOLLIN, endpoint);
-    if (mEndpoints.empty()) {
-        mOwner = getpid();
+    add_(fd, EPOLLIN, endpoint);
+    if (endpoints_.empty()) {
+        owner_ = getpid();
         std::atexit([] { Process::self().server().removeEndpoints(); });
     }
-    mEndpoints.push_back({path, std::move(endpoint)});
+    endpoints_.push_back({path, std::move(endpoint)});
     return true;
 }
 
-void Server::buryEndpoint(uint64_t process) {
-    const auto [grave, isNew] = mGraves.emplace(process, std::make_shared<Grave>(*this, process));
+void Server::removeEndpointOnDeath(uint64_t process) {
+    const auto [entry, isNew] =
+        deathWatches_.emplace(process, std::make_shared<DeathWatch>(*this, process));
     if (isNew) {
-        addGrave(grave->second);
+        connect_(entry->second);
     }
 }
 
-void Server::addGrave(const std::shared_ptr<Grave>& grave) {
-    if (grave->dig()) {
-        grave->setKey(watch(grave->fd(), EPOLLRDHUP, grave));
+void Server::connect_(const std::shared_ptr<DeathWatch>& deathWatch) {
+    if (deathWatch->connect()) {
+        deathWatch->setKey(watch(deathWatch->fd(), EPOLLRDHUP, deathWatch));
     } else {
-        mGraves.erase(grave->process());
+        deathWatches_.erase(deathWatch->process());
     }
 }
 
 void Server::removeEndpoints() {
-    Lock lock(mMutex);
-    if (getpid() == mOwner) {  // not a child that exits
-        for (const OpenEndpoint& open : mEndpoints) {
+    const android::Mutex::Autolock lock(mutex_);
+    if (getpid() == owner_) {  // not a child that exits
+        for (const OpenEndpoint& open : endpoints_) {
             open.endpoint->remove();
         }
     }
 }
 
-void Server::addClient(unique_fd socket) {
-    if (!isTrustedPeer(socket.get()) || !makeRoom()) {
+void Server::addClient_(unique_fd socket) {
+    if (!isTrustedPeer(socket.get()) || !makeRoom_()) {
         return;
     }
     auto client = std::make_shared<Client>(*this, std::move(socket));
     const uint64_t key = watch(client->fd(), kReadEvents, client);
     client->start(key);
-    mClients[key] = std::move(client);
+    clients_[key] = std::move(client);
 }
 
-bool Server::makeRoom() {
-    if (mClients.size() < kMaxClients) {
+bool Server::makeRoom_() {
+    if (clients_.size() < kMaxClients) {
         return true;
     }
-    auto silent = mClients.end();
-    for (auto entry = mClients.begin(); entry != mClients.end(); ++entry) {
+    auto silent = clients_.end();
+    for (auto entry = clients_.begin(); entry != clients_.end(); ++entry) {
         if (!entry->second->holdsObjects() &&
-            (silent == mClients.end() ||
+            (silent == clients_.end() ||
              entry->second->lastActive() < silent->second->lastActive())) {
             silent = entry;
         }
     }
-    if (silent == mClients.end()) {
-        ALOGE("Refusing a connection: there are %zu already", mClients.size());
+    if (silent == clients_.end()) {
+        ALOGE("Refusing a connection: there are %zu already", clients_.size());
         return false;
     }
     ALOGE("Ending a connection of process %d: there are %zu, and it was silent for the longest",
-          peerPid(silent->second->fd()), mClients.size());
-    removeClient(silent->first);
+          peerPid(silent->second->fd()), clients_.size());
+    removeClient_(silent->first);
     return true;
 }
 
-void Server::removeClient(uint64_t key) {
-    const auto client = mClients.find(key);
+void Server::removeClient_(uint64_t key) {
+    const auto client = clients_.find(key);
     unwatch(key, client->second->fd());
-    mClients.erase(client);
+    clients_.erase(client);
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

@@ -9,12 +9,11 @@
 
 #include <android-base/unique_fd.h>
 #include <sys/types.h>
+#include <utils/Mutex.h>
 
 #include "Connection.h"
-#include "Mutex.h"
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /** Has a descriptor that the serving thread waits for. */
 class Watched {
@@ -26,12 +25,10 @@ class Watched {
 };
 
 /**
- * The one thread of this process that serves calls from others and delivers deaths. It waits in
- * epoll_wait without a time-out.
- *
- * A connection of another process costs a descriptor and the part of a message that has arrived;
- * there are at most kMaxClients. When one more comes, the one that has been silent for the longest
- * time is closed, unless it is a link that holds objects.
+ * The thread that serves other processes' calls and delivers deaths; it waits in epoll_wait without
+ * a time-out. Calls from inside a callback do not come here: the thread that waits for the callback
+ * serves them (RemoteProcess). At most kMaxClients connections: one more closes the one silent for
+ * longest that holds no objects.
  */
 class Server {
   public:
@@ -40,8 +37,8 @@ class Server {
     Server();
     ~Server();
 
-    /** Promises that the program joins; start() then does nothing. */
-    void expectJoin() { mJoinExpected = true; }
+    /** Says that the program will join; start() then does nothing. */
+    void expectJoin() { joinExpected_ = true; }
 
     /** Starts the serving thread, unless there is one or one is expected. */
     void start();
@@ -49,25 +46,22 @@ class Server {
     /** Serves on this thread, or sleeps when another one serves. Never returns. */
     [[noreturn]] void join();
 
-    /** Sees to it that this process has an endpoint. False when the folder does not allow it. */
+    /** Opens this process's endpoint if it is not open. Returns false on failure, and logs. */
     bool openEndpoint();
 
     /**
-     * Sees to it that the endpoint of a process that is going away does not stay behind. It may
-     * still listen for a moment when its other sockets are closed already.
+     * Removes the endpoint of a process whose link has closed, as soon as nobody listens there:
+     * that socket may close later than the link. On the serving thread.
      */
-    void buryEndpoint(uint64_t process);
+    void removeEndpointOnDeath(uint64_t process);
 
-    /** Removes this process's endpoints from their folders, at its end. Not in a forked child. */
+    /** Removes this process's endpoints, at exit; does nothing in a child of fork. */
     void removeEndpoints();
 
-    /** Has the serving thread look after unused exports. From any thread. */
+    /** Has the serving thread drop unused exports. Any thread. */
     void wake();
 
-    /**
-     * Has the serving thread call `watched` when `fd` is ready; it holds it weakly.
-     * @param events of epoll. @return names the registration.
-     */
+    /** Has the serving thread call `watched`, held weakly, on events of `fd`. Returns a key. */
     uint64_t watch(int fd, uint32_t events, const std::weak_ptr<Watched>& watched);
     void changeEvents(uint64_t key, int fd, uint32_t events);
     /** Before fd is closed. A call of onReady may be running still. */
@@ -76,37 +70,36 @@ class Server {
   private:
     class Endpoint;
     class Client;
-    class Grave;
+    class DeathWatch;
 
     struct OpenEndpoint {
         std::string folder;
         std::shared_ptr<Endpoint> endpoint;
     };
 
-    [[noreturn]] void serve();
-    uint64_t add(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) REQUIRES(mMutex);
-    void addClient(android::base::unique_fd socket);
-    bool makeRoom();
-    void addGrave(const std::shared_ptr<Grave>& grave);
-    void removeClient(uint64_t key);
+    [[noreturn]] void serve_();
+    uint64_t add_(int fd, uint32_t events, const std::weak_ptr<Watched>& watched) REQUIRES(mutex_);
+    void addClient_(android::base::unique_fd socket);
+    bool makeRoom_();
+    void connect_(const std::shared_ptr<DeathWatch>& deathWatch);
+    void removeClient_(uint64_t key);
 
-    const android::base::unique_fd mEpoll;
-    std::atomic<bool> mJoinExpected{false};
-    std::atomic<bool> mServing{false};
+    const android::base::unique_fd epoll_;
+    std::atomic<bool> joinExpected_{false};
+    std::atomic<bool> serving_{false};
 
-    Mutex mMutex;
-    std::map<uint64_t, std::weak_ptr<Watched>> mWatched GUARDED_BY(mMutex);
-    uint64_t mLastKey GUARDED_BY(mMutex) = 0;
+    android::Mutex mutex_;
+    std::map<uint64_t, std::weak_ptr<Watched>> watched_ GUARDED_BY(mutex_);
+    uint64_t lastKey_ GUARDED_BY(mutex_) = 0;
     // One per folder: CORVID_WIFI_ROOT may change while a test program runs.
-    std::vector<OpenEndpoint> mEndpoints GUARDED_BY(mMutex);
-    pid_t mOwner GUARDED_BY(mMutex) = 0;
-    android::base::unique_fd mWake GUARDED_BY(mMutex);
+    std::vector<OpenEndpoint> endpoints_ GUARDED_BY(mutex_);
+    pid_t owner_ GUARDED_BY(mutex_) = 0;
+    android::base::unique_fd wake_ GUARDED_BY(mutex_);
 
     // Of the serving thread alone.
-    std::map<uint64_t, std::shared_ptr<Grave>> mGraves;
-    std::map<uint64_t, std::shared_ptr<Client>> mClients;
-    uint64_t mClock = 0;  // counts what clients send, to know the most silent one
+    std::map<uint64_t, std::shared_ptr<DeathWatch>> deathWatches_;
+    std::map<uint64_t, std::shared_ptr<Client>> clients_;
+    uint64_t clock_ = 0;  // counts what clients send, to know the most silent one
 };
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

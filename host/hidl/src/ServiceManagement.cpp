@@ -1,7 +1,6 @@
 #define LOG_TAG "hidl"
 
 #include <algorithm>
-#include <mutex>
 #include <vector>
 
 #include <hidl/ServiceManagement.h>
@@ -12,9 +11,7 @@
 #include "RemoteProcess.h"
 #include "StatusText.h"
 
-namespace android {
-namespace hardware {
-namespace details {
+namespace android::hardware::details {
 
 using ::android::hidl::base::V1_0::IBase;
 using host::hidl::Folder;
@@ -30,9 +27,9 @@ struct Registration {
 };
 
 void keep(Registration registration) {
-    static std::mutex mutex;
+    static Mutex mutex;
     static auto* const registrations = new std::vector<Registration>;
-    std::lock_guard<std::mutex> lock(mutex);
+    const Mutex::Autolock lock(mutex);
     registrations->push_back(std::move(registration));
 }
 
@@ -116,6 +113,4 @@ sp<IBinder> findService(const std::string& descriptor, const std::string& instan
     return Process::self().objectOf(id);
 }
 
-}  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::details

@@ -5,8 +5,7 @@
 
 #include "StatusText.h"
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 static const char* exceptionName(Status::Exception exception) {
     switch (exception) {
@@ -37,26 +36,26 @@ Status Status::fromStatusT(status_t error) {
 }
 
 void Status::setFromStatusT(status_t status) {
-    mException = status == android::OK ? EX_NONE : EX_TRANSACTION_FAILED;
-    mTransactionError = status;
-    mMessage.clear();
+    exception_ = status == android::OK ? EX_NONE : EX_TRANSACTION_FAILED;
+    transactionError_ = status;
+    message_.clear();
 }
 
 void Status::setException(Exception code, const char* message) {
-    mException = code;
-    mTransactionError = code == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : android::OK;
-    mMessage = message;
+    exception_ = code;
+    transactionError_ = code == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : android::OK;
+    message_ = message;
 }
 
 std::string Status::description() const {
     if (isOk()) {
         return "No error";
     }
-    std::string text = std::string("Status(") + exceptionName(mException) + "): '";
-    if (mException == EX_TRANSACTION_FAILED) {
-        text += host::hidl::statusText(mTransactionError) + ": ";
+    std::string text = std::string("Status(") + exceptionName(exception_) + "): '";
+    if (exception_ == EX_TRANSACTION_FAILED) {
+        text += host::hidl::statusText(transactionError_) + ": ";
     }
-    return text + mMessage + "'";
+    return text + message_ + "'";
 }
 
 status_t readFromParcel(Status* status, const Parcel& parcel) {
@@ -88,27 +87,26 @@ namespace details {
 
 return_status& return_status::operator=(return_status&& other) noexcept {
     if (this != &other) {
-        abortIfUnchecked();
-        mStatus = std::move(other.mStatus);
-        mChecked = other.mChecked;
-        other.mChecked = true;
+        abortIfUnchecked_();
+        status_ = std::move(other.status_);
+        checked_ = other.checked_;
+        other.checked_ = true;
     }
     return *this;
 }
 
 void return_status::assertOk() const {
-    mChecked = true;
-    if (!mStatus.isOk()) {
+    checked_ = true;
+    if (!status_.isOk()) {
         LOG_ALWAYS_FATAL("The value of a failed HIDL call is used: %s", description().c_str());
     }
 }
 
-void return_status::abortIfUnchecked() const {
-    if (!mChecked && !mStatus.isOk()) {
+void return_status::abortIfUnchecked_() const {
+    if (!checked_ && !status_.isOk()) {
         LOG_ALWAYS_FATAL("A failed HIDL call was not checked: %s", description().c_str());
     }
 }
 
 }  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

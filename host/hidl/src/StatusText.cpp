@@ -2,8 +2,7 @@
 
 #include <cstring>
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 std::string statusText(android::status_t status) {
     switch (status) {
@@ -37,5 +36,4 @@ std::string statusText(android::status_t status) {
     return text;
 }
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

@@ -4,11 +4,9 @@
 
 #include <utils/Errors.h>
 
-namespace host {
-namespace hidl {
+namespace host::hidl {
 
 /** A status by its name, for people. Debian's libutils declares such a function and has none. */
 std::string statusText(android::status_t status);
 
-}  // namespace hidl
-}  // namespace host
+}  // namespace host::hidl

@@ -87,7 +87,7 @@ TEST_F(HidlTest, StructuresArriveUnchanged) {
     }
 }
 
-TEST_F(HidlTest, ACallThatIsTooLargeFailsAndTheNextOneWorks) {
+TEST_F(HidlTest, TooLargeCallFailsAndTheNextOneWorks) {
     const sp<IEcho> echo = serve();
     const Return<void> result = echo->text(std::string(1'048'576, 'x'), [](const auto&) {});
     EXPECT_FALSE(result.isOk());
@@ -95,7 +95,7 @@ TEST_F(HidlTest, ACallThatIsTooLargeFailsAndTheNextOneWorks) {
     EXPECT_EQ("again", echoText(echo, "again"));
 }
 
-TEST_F(HidlTest, CallsOfSeveralThreadsAreAnsweredEach) {
+TEST_F(HidlTest, CallsOfSeveralThreadsEachGetTheirOwnReply) {
     const sp<IEcho> echo = serve();
     std::vector<std::thread> threads;
     threads.reserve(8);
@@ -114,13 +114,13 @@ TEST_F(HidlTest, CallsOfSeveralThreadsAreAnsweredEach) {
     EXPECT_LE(descriptorsOf(echo), 24u);  // connections of a burst of calls don't stay
 }
 
-TEST_F(HidlTest, AOnewayCallIsMade) {
+TEST_F(HidlTest, OnewayCallArrives) {
     const sp<IEcho> echo = serve();
     echo->post(7).assertOk();
     EXPECT_TRUE(eventually([&] { return static_cast<int32_t>(echo->posted()) == 7; }));
 }
 
-TEST_F(HidlTest, AnObjectIsCalledBackOnTheThreadThatWaits) {
+TEST_F(HidlTest, CallbackDuringACallRunsOnTheWaitingThread) {
     const sp<IEcho> echo = serve();
     const std::thread::id self = std::this_thread::get_id();
     std::thread::id caller;
@@ -132,7 +132,7 @@ TEST_F(HidlTest, AnObjectIsCalledBackOnTheThreadThatWaits) {
     EXPECT_EQ(self, caller);
 }
 
-TEST_F(HidlTest, CallsNestAsDeepAsTheyGo) {
+TEST_F(HidlTest, NestedCallsAreServedToAnyDepth) {
     const sp<IEcho> echo = serve();
     sp<ICallback> callback;
     // Each level is a call of the server within a call of this process within...
@@ -143,7 +143,7 @@ TEST_F(HidlTest, CallsNestAsDeepAsTheyGo) {
     callback = nullptr;
 }
 
-TEST_F(HidlTest, AnObjectThatIsPassedBackIsTheOriginal) {
+TEST_F(HidlTest, ObjectPassedBackIsTheOriginal) {
     const sp<IEcho> echo = serve();
     const sp<ICallback> callback = new TestCallback;
     EXPECT_FALSE(static_cast<bool>(echo->keep(callback)));
@@ -152,7 +152,7 @@ TEST_F(HidlTest, AnObjectThatIsPassedBackIsTheOriginal) {
     EXPECT_FALSE(kept->isRemote());
 }
 
-TEST_F(HidlTest, ANullObjectArrivesAsNull) {
+TEST_F(HidlTest, NullObjectArrivesAsNull) {
     const sp<IEcho> echo = serve();
     EXPECT_TRUE(static_cast<bool>(echo->keep(nullptr)));
     const sp<ICallback> kept = echo->kept();
@@ -173,7 +173,7 @@ TEST_F(HidlTest, TwoProxiesOfOneObjectAreEqual) {
     EXPECT_TRUE(interfacesEqual(nullptr, nullptr));
 }
 
-TEST_F(HidlTest, AnObjectOfAThirdProcessIsCalledThere) {
+TEST_F(HidlTest, ObjectOfAThirdProcessIsCalledThere) {
     const sp<IEcho> echo = serve();
     Program owner("hidl-echo-client", "kept");
     ASSERT_EQ("ready", owner.line());
@@ -190,7 +190,7 @@ TEST_F(HidlTest, AnObjectOfAThirdProcessIsCalledThere) {
     }
 }
 
-TEST_F(HidlTest, AnObjectIsDroppedWhenTheLastHolderDropsIt) {
+TEST_F(HidlTest, ObjectIsDroppedWhenTheLastHolderDropsIt) {
     const sp<IEcho> echo = serve();
     Signal ended;
     {
@@ -209,7 +209,7 @@ TEST_F(HidlTest, AnObjectIsDroppedWhenTheLastHolderDropsIt) {
     EXPECT_TRUE(ended.wait());
 }
 
-TEST_F(HidlTest, AnObjectIsDroppedWhenItsHolderDies) {
+TEST_F(HidlTest, ObjectIsDroppedWhenItsHolderDies) {
     const sp<IEcho> echo = serve();
     Signal ended;
     ASSERT_FALSE(static_cast<bool>(
@@ -219,7 +219,7 @@ TEST_F(HidlTest, AnObjectIsDroppedWhenItsHolderDies) {
     EXPECT_TRUE(ended.wait());
 }
 
-TEST_F(HidlTest, AnObjectIsNotDroppedBeforeTheWordThatItIsHeldHasArrived) {
+TEST_F(HidlTest, ObjectIsKeptWhileItsAcquireIsOnTheWay) {
     const sp<IEcho> echo = serve();
     // Each object becomes unused here while the server's word for the next one is on its way.
     Program client("hidl-echo-client", "keep", "10000");
@@ -249,7 +249,7 @@ TEST_F(HidlTest, ManyShortLivedClientsLeaveNothingBehind) {
 #endif
 }
 
-TEST_F(HidlTest, TheThreadThatJoinsIsTheOnlyOneThatServes) {
+TEST_F(HidlTest, JoinedThreadIsTheOnlyOneThatServes) {
     const sp<IEcho> echo = serve();
     EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
     EXPECT_TRUE(static_cast<bool>(echo->watchKept()));
@@ -260,7 +260,7 @@ TEST_F(HidlTest, TheThreadThatJoinsIsTheOnlyOneThatServes) {
         .assertOk();
 }
 
-TEST_F(HidlTest, AServerWithNothingToDoSleeps) {
+TEST_F(HidlTest, IdleServerSleeps) {
     const sp<IEcho> echo = serve();
     EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
     EXPECT_TRUE(static_cast<bool>(echo->watchKept()));
@@ -279,7 +279,7 @@ TEST_F(HidlTest, AServerWithNothingToDoSleeps) {
     EXPECT_EQ(before, server().status("voluntary_ctxt_switches"));
 }
 
-TEST_F(HidlTest, TheBaseMethodsAreAnswered) {
+TEST_F(HidlTest, BaseMethodsAreAnswered) {
     const sp<IEcho> echo = serve();
     echo->ping().assertOk();
     echo->notifySyspropsChanged().assertOk();

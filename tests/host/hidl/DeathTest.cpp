@@ -47,7 +47,7 @@ std::vector<uint64_t> deathsSeenBy(const sp<corvid::test::V1_0::IEcho>& echo) {
     return deaths;
 }
 
-TEST_F(HidlTest, ADeathByKillIsToldOnce) {
+TEST_F(HidlTest, DeathByKillIsNotifiedOnce) {
     const sp<IEcho> echo = serve();
     const sp<Recipient> recipient = new Recipient;
     ASSERT_TRUE(static_cast<bool>(echo->linkToDeath(recipient, 42)));
@@ -59,7 +59,7 @@ TEST_F(HidlTest, ADeathByKillIsToldOnce) {
     EXPECT_EQ(1, recipient->count_);
 }
 
-TEST_F(HidlTest, AServerIsToldOfItsClientsDeathOnTheThreadThatServes) {
+TEST_F(HidlTest, DeathOfAClientIsNotifiedOnTheServingThread) {
     const sp<IEcho> echo = serve();
     Program client("hidl-echo-client", "kept");
     ASSERT_EQ("ready", client.line());
@@ -80,7 +80,7 @@ TEST_F(HidlTest, AServerIsToldOfItsClientsDeathOnTheThreadThatServes) {
     EXPECT_EQ(1u, deathsSeenBy(echo).size());
 }
 
-TEST_F(HidlTest, LinkingToAnObjectThatIsDeadAlreadyFails) {
+TEST_F(HidlTest, LinkToADeadObjectFails) {
     const sp<IEcho> echo = serve();
     server().kill();
     const sp<Recipient> recipient = new Recipient;
@@ -88,7 +88,7 @@ TEST_F(HidlTest, LinkingToAnObjectThatIsDeadAlreadyFails) {
     EXPECT_FALSE(recipient->isTold());
 }
 
-TEST_F(HidlTest, WhoHasUnlinkedIsNotTold) {
+TEST_F(HidlTest, UnlinkedRecipientIsNotNotified) {
     const sp<IEcho> echo = serve();
     const sp<Recipient> first = new Recipient;
     const sp<Recipient> second = new Recipient;
@@ -101,7 +101,7 @@ TEST_F(HidlTest, WhoHasUnlinkedIsNotTold) {
     EXPECT_FALSE(first->isTold());
 }
 
-TEST_F(HidlTest, WhoHasDroppedTheProxyIsNotTold) {
+TEST_F(HidlTest, RecipientOfADroppedProxyIsNotNotified) {
     const sp<IEcho> echo = serve();
     Program other("hidl-echo-server", "other");
     ASSERT_EQ("ready", other.line());
@@ -115,7 +115,7 @@ TEST_F(HidlTest, WhoHasDroppedTheProxyIsNotTold) {
     EXPECT_FALSE(recipient->isTold());
 }
 
-TEST_F(HidlTest, ADeathDuringACallFailsTheCall) {
+TEST_F(HidlTest, CallFailsWhenItsProcessDies) {
     const sp<IEcho> echo = serve();
     const Return<void> result = echo->die();
     EXPECT_FALSE(result.isOk());
@@ -124,7 +124,7 @@ TEST_F(HidlTest, ADeathDuringACallFailsTheCall) {
     EXPECT_TRUE(echo->ping().isDeadObject());
 }
 
-TEST_F(HidlTest, AHungServerBlocksOnlyTheThreadThatCallsIt) {
+TEST_F(HidlTest, HungServerBlocksOnlyTheThreadThatCallsIt) {
     const sp<IEcho> echo = serve();
     Program other("hidl-echo-server", "other");
     ASSERT_EQ("ready", other.line());
@@ -144,7 +144,7 @@ TEST_F(HidlTest, AHungServerBlocksOnlyTheThreadThatCallsIt) {
     caller.join();
 }
 
-TEST_F(HidlTest, AHungClientHoldsTheServerUntilItDies) {
+TEST_F(HidlTest, HungClientHoldsTheServerUntilItDies) {
     const sp<IEcho> echo = serve();
     Program client("hidl-echo-client", "hung");
     ASSERT_EQ("ready", client.line());
@@ -161,7 +161,7 @@ TEST_F(HidlTest, AHungClientHoldsTheServerUntilItDies) {
     EXPECT_EQ(2, static_cast<int32_t>(echo->add(1, 1)));
 }
 
-TEST_F(HidlTest, AStoppedClientDoesNotHoldTheServer) {
+TEST_F(HidlTest, StoppedClientDoesNotHoldTheServer) {
     const sp<IEcho> echo = serve();
     Program client("hidl-echo-client", "kept");
     ASSERT_EQ("ready", client.line());
@@ -176,7 +176,7 @@ TEST_F(HidlTest, AStoppedClientDoesNotHoldTheServer) {
     client.signal(SIGCONT);
 }
 
-TEST_F(HidlTest, AServiceThatComesBackIsANewOne) {
+TEST_F(HidlTest, ServiceThatComesBackIsAnotherObject) {
     const sp<IEcho> old = serve();
     server().kill();
     const sp<IEcho> echo = serve();

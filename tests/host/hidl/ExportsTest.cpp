@@ -15,7 +15,7 @@ sp<BHwBinder> stubOf(const sp<TestCallback>& object) {
     return android::hardware::getOrCreateCachedBinder(object.get())->localBinder();
 }
 
-TEST(Exports, AnObjectHasOneNumberWhileItIsUsedAndNeverTheSameAgain) {
+TEST(Exports, ObjectKeepsItsNumberWhileUsedAndGetsAnotherLater) {
     Exports exports;
     const sp<TestCallback> object = new TestCallback;
     uint64_t number = 0;
@@ -28,12 +28,11 @@ TEST(Exports, AnObjectHasOneNumberWhileItIsUsedAndNeverTheSameAgain) {
     }
     exports.collect(exports.lastUnused());
     EXPECT_EQ(nullptr, exports.find(number));
-    EXPECT_EQ(0u, exports.size());
     EXPECT_FALSE(exports.acquire(number));
     EXPECT_NE(number, exports.pin(stubOf(object)).object());
 }
 
-TEST(Exports, AnObjectThatIsUsedAgainIsNotCollected) {
+TEST(Exports, ObjectInUseAgainIsNotCollected) {
     Exports exports;
     const sp<TestCallback> object = new TestCallback;
     const uint64_t number = exports.pin(stubOf(object)).object();
@@ -46,7 +45,7 @@ TEST(Exports, AnObjectThatIsUsedAgainIsNotCollected) {
     EXPECT_FALSE(exports.acquire(number));
 }
 
-TEST(Exports, AnObjectThatBecameUnusedLaterIsNotCollected) {
+TEST(Exports, ObjectUnusedSinceALaterMomentIsNotCollected) {
     Exports exports;
     const sp<TestCallback> object = new TestCallback;
     const sp<TestCallback> other = new TestCallback;

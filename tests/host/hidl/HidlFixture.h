@@ -62,7 +62,7 @@ class HidlTest : public testing::Test {
     std::optional<Program> server_;
 };
 
-/** An object of the test, which tells what happens to it. */
+/** An object of the test that calls functions of the test. */
 class TestCallback : public corvid::test::V1_0::ICallback {
   public:
     explicit TestCallback(

@@ -124,7 +124,7 @@ class HostileTest : public HidlTest {
     }
 };
 
-TEST_F(HostileTest, EachMalformedMessageEndsItsConnectionWithOneLine) {
+TEST_F(HostileTest, MalformedMessageEndsItsConnectionWithOneLine) {
     const sp<IEcho> echo = serve();
     FrameHeader oversized = headerOf(FrameType::Call);
     oversized.dataSize = kMaxDataSize + 1;
@@ -186,7 +186,7 @@ TEST_F(HostileTest, EachMalformedMessageEndsItsConnectionWithOneLine) {
     EXPECT_EQ(std::size(cases) + 0u, static_cast<size_t>(server().countInLog(" E ")));
 }
 
-TEST_F(HostileTest, AnObjectOfTheServerWithAnotherTypeArrivesAsNull) {
+TEST_F(HostileTest, ObjectOfAnotherTypeArrivesAsNull) {
     const sp<IEcho> echo = serve();
     const uint64_t process = std::stoull(endpoint().substr(endpoint().size() - 16), nullptr, 16);
     EXPECT_FALSE(static_cast<bool>(echo->keep(new TestCallback)));
@@ -200,7 +200,7 @@ TEST_F(HostileTest, AnObjectOfTheServerWithAnotherTypeArrivesAsNull) {
     EXPECT_EQ(nullptr, kept);
 }
 
-TEST_F(HostileTest, AnObjectOfAProcessThatDoesNotExistIsADeadOne) {
+TEST_F(HostileTest, ObjectOfAProcessThatDoesNotExistIsDead) {
     const sp<IEcho> echo = serve();
     const unique_fd socket = connect();
     sendAll(socket, callOf(kKeep, token() + std::string(4, '\0'), {{0x123456789abcdefULL, 1}}));
@@ -212,7 +212,7 @@ TEST_F(HostileTest, AnObjectOfAProcessThatDoesNotExistIsADeadOne) {
     echo->callKept(1, [](bool ok, const hidl_string&) { EXPECT_FALSE(ok); }).assertOk();
 }
 
-TEST_F(HostileTest, HalfAMessageHoldsNobodyUp) {
+TEST_F(HostileTest, ClientThatSendsHalfAMessageHoldsNobodyUp) {
     const sp<IEcho> echo = serve();
     const std::string call = callOf(kText, textArgument("whole"));
     std::vector<unique_fd> sockets;
@@ -234,7 +234,7 @@ TEST_F(HostileTest, HalfAMessageHoldsNobodyUp) {
     EXPECT_EQ(1, server().countInLog("\n"));
 }
 
-TEST_F(HostileTest, AReaderThatDoesNotReadHoldsNobodyUp) {
+TEST_F(HostileTest, ClientThatDoesNotReadHoldsNobodyUp) {
     const sp<IEcho> echo = serve();
     const std::string text(900'000, 'x');
     const std::string call = callOf(kText, textArgument(text));
@@ -257,7 +257,7 @@ TEST_F(HostileTest, AReaderThatDoesNotReadHoldsNobodyUp) {
               recv(socket.get(), &reply, sizeof(reply), MSG_WAITALL));
 }
 
-TEST_F(HostileTest, IdleConnectionsAreBounded) {
+TEST_F(HostileTest, IdleConnectionsBeyondTheLimitAreClosed) {
     const sp<IEcho> echo = serve();
     std::vector<unique_fd> sockets;
     for (int i = 0; i < 300; ++i) {
@@ -291,7 +291,7 @@ TEST_F(HostileTest, WithoutDescriptorsConnectionsAreRefusedAndLaterAcceptedAgain
     EXPECT_TRUE(eventually([&] { return static_cast<uint32_t>(echo->descriptors()) < 20; }));
 }
 
-TEST_F(HostileTest, AnotherUsersConnectionIsRefused) {
+TEST_F(HostileTest, ConnectionOfAnotherUserIsRefused) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become another user";
     }

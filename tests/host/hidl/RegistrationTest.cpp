@@ -19,7 +19,7 @@ TEST_F(HidlTest, RegistrationFailsWhenTheFolderIsMissing) {
     EXPECT_FALSE(std::filesystem::exists(folder()));
 }
 
-TEST_F(HidlTest, AnObjectThatCouldNotBeRegisteredIsNotHeld) {
+TEST_F(HidlTest, ObjectWhoseRegistrationFailedIsNotHeld) {
     std::filesystem::remove(folder());
     Signal ended;
     sp<ICallback> object =
@@ -38,7 +38,7 @@ TEST_F(HidlTest, RegistrationFailsWhenALiveProcessHasTheName) {
     EXPECT_EQ("ready", other.line());
 }
 
-TEST_F(HidlTest, ADeadProcessesNameIsFreeAgain) {
+TEST_F(HidlTest, NameOfADeadProcessIsFreeAgain) {
     for (int i = 0; i < 3; ++i) {
         const sp<IEcho> echo = serve();
         ASSERT_NE(nullptr, echo);
@@ -51,7 +51,7 @@ TEST_F(HidlTest, ADeadProcessesNameIsFreeAgain) {
     EXPECT_EQ(1, countEndpoints());
 }
 
-TEST_F(HidlTest, OfManyProcessesThatRegisterAtOnceOneSucceeds) {
+TEST_F(HidlTest, OneOfManySimultaneousRegistrationsSucceeds) {
     std::vector<std::unique_ptr<Program>> programs;
     for (int i = 0; i < 12; ++i) {
         programs.push_back(std::make_unique<Program>("hidl-echo-server"));
@@ -63,7 +63,7 @@ TEST_F(HidlTest, OfManyProcessesThatRegisterAtOnceOneSucceeds) {
     EXPECT_EQ(1, ready);
 }
 
-TEST_F(HidlTest, ABadInstanceNameIsRefused) {
+TEST_F(HidlTest, BadInstanceNameIsRefused) {
     for (const char* name : {"", "a/b", "../x", "a b"}) {
         Program server("hidl-echo-server", name);
         EXPECT_EQ("failed " + std::to_string(android::BAD_VALUE), server.line()) << name;
@@ -71,14 +71,14 @@ TEST_F(HidlTest, ABadInstanceNameIsRefused) {
     }
 }
 
-TEST_F(HidlTest, AServiceThatIsNotRegisteredIsNull) {
+TEST_F(HidlTest, UnregisteredServiceIsNull) {
     EXPECT_EQ(nullptr, IEcho::tryGetService());
     EXPECT_EQ(nullptr, IEcho::getService());  // nobody would end the wait
     std::filesystem::remove(folder());
     EXPECT_EQ(nullptr, IEcho::tryGetService());
 }
 
-TEST_F(HidlTest, AServiceThatIsJustBeingRegisteredIsNull) {
+TEST_F(HidlTest, ServiceWhoseRegistrationIsNotCompleteIsNull) {
     const std::string file = "/dev/hwbinder/corvid.test@1.0::IEcho,default";
     for (const char* content : {"", "0", "0000000000000001 0000000000000001", "garbage\n",
                                 "0000000000000001 0000000000000001\nmore"}) {
@@ -87,7 +87,7 @@ TEST_F(HidlTest, AServiceThatIsJustBeingRegisteredIsNull) {
     }
 }
 
-TEST_F(HidlTest, ALongRootWorks) {
+TEST_F(HidlTest, FolderWithALongPathWorks) {
     const std::string root = root_.path("/" + std::string(100, 'a') + "/" + std::string(100, 'b'));
     std::filesystem::create_directories(root + "/dev/hwbinder");
     setenv("CORVID_WIFI_ROOT", root.c_str(), 1);
@@ -98,7 +98,7 @@ TEST_F(HidlTest, ALongRootWorks) {
                      new TestCallback([](int32_t number) { return 2 * number; }), 4)));
 }
 
-TEST_F(HidlTest, AnObjectOfTheSameProcessIsFoundAsItself) {
+TEST_F(HidlTest, ServiceOfTheSameProcessIsTheObjectItself) {
     // Not IEcho: this process has no implementation of it.
     const sp<ICallback> object = new TestCallback;
     ASSERT_EQ(android::OK, object->registerAsService("mine"));
@@ -106,7 +106,7 @@ TEST_F(HidlTest, AnObjectOfTheSameProcessIsFoundAsItself) {
     EXPECT_EQ(android::ALREADY_EXISTS, object->registerAsService("mine"));
 }
 
-TEST_F(HidlTest, ACleanExitLeavesNoSocketBehind) {
+TEST_F(HidlTest, CleanExitLeavesNoSocketBehind) {
     serve();
     Program client("hidl-echo-client", "keep", "1");
     EXPECT_EQ(0, client.wait());

@@ -9,7 +9,6 @@
 
 using android::DEAD_OBJECT;
 using android::sp;
-using android::hardware::hidl_array;
 using android::hardware::hidl_enum_range;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
@@ -18,14 +17,14 @@ using android::hardware::Status;
 using corvid::test::V1_0::Choice;
 using corvid::test::V1_0::Colour;
 
-TEST(HidlString, KeepsItsBytesWithANulInside) {
+TEST(HidlString, StringWithANulInsideKeepsAllBytes) {
     const hidl_string text(std::string("a\0b", 3));
     EXPECT_EQ(3u, text.size());
     EXPECT_EQ(std::string("a\0b", 3), std::string(text));
     EXPECT_EQ('\0', text.c_str()[3]);
 }
 
-TEST(HidlString, IsNeverANullPointer) {
+TEST(HidlString, EmptyStringIsNotANullPointer) {
     EXPECT_STREQ("", hidl_string().c_str());
     EXPECT_STREQ("", hidl_string(static_cast<const char*>(nullptr)).c_str());
     hidl_string moved("text");
@@ -34,7 +33,7 @@ TEST(HidlString, IsNeverANullPointer) {
     EXPECT_EQ("text", other);
 }
 
-TEST(HidlString, CanBeAssignedAPartOfItself) {
+TEST(HidlString, StringAssignedAPartOfItselfIsThatPart) {
     hidl_string text("0123456789");
     text = text.c_str() + 5;
     EXPECT_EQ("56789", text);
@@ -50,7 +49,7 @@ TEST(HidlString, CopiesWhatItOnlyRefersTo) {
     EXPECT_EQ("bytes", copy);
 }
 
-TEST(HidlVec, CopiesMovesAndResizes) {
+TEST(HidlVec, CopyMoveAndResizeKeepTheElements) {
     hidl_vec<hidl_string> names = {"one", "two"};
     hidl_vec<hidl_string> copy = names;
     EXPECT_EQ(names, copy);
@@ -74,14 +73,7 @@ TEST(HidlVec, CopiesWhatItOnlyRefersTo) {
     EXPECT_EQ(1, copy[0]);
 }
 
-TEST(HidlArray, StoresTheLastDimensionNextToEachOther) {
-    hidl_array<int, 2, 3> array;
-    array[1][2] = 7;
-    EXPECT_EQ(7, array.data()[5]);
-    EXPECT_EQ(6u, array.elementCount());
-}
-
-TEST(HidlEnum, HasItsValuesInOrder) {
+TEST(HidlEnum, RangeHasTheValuesInOrder) {
     std::vector<Colour> colours;
     for (const Colour colour : hidl_enum_range<Colour>()) {
         colours.push_back(colour);
@@ -89,7 +81,7 @@ TEST(HidlEnum, HasItsValuesInOrder) {
     EXPECT_EQ((std::vector<Colour>{Colour::RED, Colour::GREEN, Colour::BLUE}), colours);
 }
 
-TEST(HidlSafeUnion, ChangesItsKind) {
+TEST(HidlSafeUnion, UnionTakesAValueOfAnotherKind) {
     Choice choice;
     choice.text("text");
     EXPECT_EQ("text", choice.text());
@@ -98,13 +90,13 @@ TEST(HidlSafeUnion, ChangesItsKind) {
     EXPECT_EQ("{.number = 3}", toString(choice));
 }
 
-TEST(HidlReturn, GivesTheValueOfACallThatWent) {
+TEST(HidlReturn, ValueOfASuccessfulCallIsReturned) {
     const Return<int32_t> result(5);
     EXPECT_TRUE(result.isOk());
     EXPECT_EQ(5, static_cast<int32_t>(result));
 }
 
-TEST(HidlReturn, TellsWhyACallFailed) {
+TEST(HidlReturn, FailedCallSaysWhy) {
     const Return<int32_t> result(Status::fromStatusT(DEAD_OBJECT));
     EXPECT_FALSE(result.isOk());
     EXPECT_TRUE(result.isDeadObject());
@@ -112,13 +104,13 @@ TEST(HidlReturn, TellsWhyACallFailed) {
     EXPECT_EQ(7, result.withDefault(7));
 }
 
-TEST(HidlReturnDeathTest, AnUncheckedFailureEndsTheProcess) {
+TEST(HidlReturnDeathTest, UncheckedFailureAborts) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT({ const Return<void> result(Status::fromStatusT(DEAD_OBJECT)); },
                 testing::KilledBySignal(SIGABRT), "not checked: .*DEAD_OBJECT");
 }
 
-TEST(HidlReturnDeathTest, TheValueOfAFailedCallEndsTheProcess) {
+TEST(HidlReturnDeathTest, ValueOfAFailedCallAborts) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {

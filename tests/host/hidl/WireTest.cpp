@@ -90,7 +90,7 @@ android::status_t readString(const Parcel& parcel, const hidl_string** text) {
 
 }  // namespace
 
-TEST(FrameReader, PutsAFrameTogetherFromPiecesOfAnySize) {
+TEST(FrameReader, FrameInPiecesOfAnySizeIsPutTogether) {
     const FrameHeader header = callHeader(5, 1);
     const ObjectId object{1, 2};
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
@@ -106,7 +106,7 @@ TEST(FrameReader, PutsAFrameTogetherFromPiecesOfAnySize) {
     }
 }
 
-TEST(FrameReader, ReadsFramesOneAfterTheOther) {
+TEST(FrameReader, TwoFramesAreReadOneAfterTheOther) {
     const FrameHeader header = callHeader(0, 0);
     const std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
     FrameReader reader;
@@ -116,7 +116,7 @@ TEST(FrameReader, ReadsFramesOneAfterTheOther) {
     }
 }
 
-TEST(FrameReader, RefusesAHeaderBeforeItsBodyArrives) {
+TEST(FrameReader, WrongHeaderIsRefusedBeforeItsBodyArrives) {
     FrameHeader header = callHeader(kMaxDataSize + 1, 0);
     FrameReader reader;
     const std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
@@ -124,7 +124,7 @@ TEST(FrameReader, RefusesAHeaderBeforeItsBodyArrives) {
     EXPECT_STREQ("oversized message", reader.problem());
 }
 
-TEST(FrameHeader, IsRefusedForEachFieldThatIsWrong) {
+TEST(FrameHeader, HeaderWithAWrongFieldIsRefused) {
     EXPECT_EQ(nullptr, problemOf(callHeader(kMaxDataSize, kMaxObjects)));
     FrameHeader header = callHeader(0, 0);
     header.magic = 0;
@@ -148,7 +148,7 @@ TEST(FrameHeader, IsRefusedForEachFieldThatIsWrong) {
     EXPECT_STREQ("malformed reply", problemOf(header));
 }
 
-TEST(Parcel, ReadsBackWhatWasWritten) {
+TEST(Parcel, ValuesAreReadAsTheyWereWritten) {
     Parcel written;
     written.writeInterfaceToken("a@1.0::IB");
     written.writeBool(true);
@@ -182,7 +182,7 @@ TEST(Parcel, ReadsBackWhatWasWritten) {
     EXPECT_EQ(NOT_ENOUGH_DATA, parcel.readBool(&flag));
 }
 
-TEST(Parcel, DoesNotSendAddresses) {
+TEST(Parcel, AddressesAreNotSent) {
     const hidl_string text("text");
     Parcel written;
     writeString(text, &written);
@@ -191,7 +191,7 @@ TEST(Parcel, DoesNotSendAddresses) {
     EXPECT_EQ(nullptr, memmem(bytes.data(), bytes.size(), &address, sizeof(address)));
 }
 
-TEST(Parcel, RefusesAStringCutOffAnywhere) {
+TEST(Parcel, StringCutOffAnywhereIsRefused) {
     Parcel written;
     writeString("some text", &written);
     const std::vector<uint8_t> whole = bytesOf(written);
@@ -204,7 +204,7 @@ TEST(Parcel, RefusesAStringCutOffAnywhere) {
     }
 }
 
-TEST(Parcel, RefusesAStringWithAnyWrongWord) {
+TEST(Parcel, StringWithAWrongHeaderIsRefused) {
     Parcel written;
     writeString("some text", &written);
     // The header of the structure, the size in it, and the header of its text.
@@ -218,7 +218,7 @@ TEST(Parcel, RefusesAStringWithAnyWrongWord) {
     }
 }
 
-TEST(Parcel, RefusesAStringWithoutItsNul) {
+TEST(Parcel, StringWithoutItsNulIsRefused) {
     Parcel written;
     writeString("1234567", &written);
     std::vector<uint8_t> bytes = bytesOf(written);
@@ -229,7 +229,7 @@ TEST(Parcel, RefusesAStringWithoutItsNul) {
     EXPECT_EQ(BAD_VALUE, readString(parcel, &text));
 }
 
-TEST(Parcel, NeverTakesAPointerFromTheWire) {
+TEST(Parcel, PointerFromTheWireIsNotTaken) {
     Parcel written;
     writeString("text", &written);
     std::vector<uint8_t> bytes = bytesOf(written);
@@ -241,7 +241,7 @@ TEST(Parcel, NeverTakesAPointerFromTheWire) {
     EXPECT_EQ("text", *text);
 }
 
-TEST(Parcel, RefusesAVectorThatClaimsMoreThanThereIs) {
+TEST(Parcel, VectorThatClaimsMoreThanThereIsIsRefused) {
     const hidl_vec<int64_t> numbers = {1, 2, 3};
     Parcel written;
     size_t handle = 0;
@@ -261,7 +261,7 @@ TEST(Parcel, RefusesAVectorThatClaimsMoreThanThereIs) {
     }
 }
 
-TEST(Parcel, RefusesAParentThatHasNoRoomForThePointer) {
+TEST(Parcel, ParentWithoutRoomForThePointerIsRefused) {
     Parcel written;
     size_t handle = 0;
     written.writeBuffer("1234", 4, &handle);
@@ -269,7 +269,7 @@ TEST(Parcel, RefusesAParentThatHasNoRoomForThePointer) {
     EXPECT_EQ(BAD_VALUE, written.writeEmbeddedBuffer("x", 1, &handle, 1, 0));
 }
 
-TEST(Parcel, RefusesAnObjectThatIsNotThere) {
+TEST(Parcel, ObjectThatIsNotThereIsRefused) {
     for (const uint32_t index : {0u, 1u, 0xfffffffeu}) {
         Parcel written;
         written.writeUint32(index);
@@ -280,7 +280,7 @@ TEST(Parcel, RefusesAnObjectThatIsNotThere) {
     }
 }
 
-TEST(Parcel, RefusesABoolThatIsNeitherTrueNorFalse) {
+TEST(Parcel, BoolThatIsNeitherTrueNorFalseIsRefused) {
     Parcel written;
     written.writeUint32(2);
     Parcel parcel;

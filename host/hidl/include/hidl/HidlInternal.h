@@ -3,15 +3,14 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
-namespace android {
-namespace hardware {
-namespace details {
+#include <utils/Mutex.h>
 
-// What a generated class is, told by its nested type `_hidl_tag`.
+namespace android::hardware::details {
+
+// The kind of a generated class, as its nested type `_hidl_tag`.
 struct i_tag {};     // an interface
 struct bnhw_tag {};  // the stub that receives calls from other processes
 struct bphw_tag {};  // the proxy of another process's object
@@ -20,74 +19,72 @@ struct bs_tag {};    // the wrapper of an object of the same process
 /** Logs at FATAL and aborts. */
 [[noreturn]] void logAlwaysFatal(const char* message);
 
-/** The pid that IBase.getDebugInfo tells. */
+/** The pid in IBase.getDebugInfo. */
 int32_t getPidIfSharable();
 
-/** Whether IBase.getDebugInfo tells an object's address: never on a host. */
+/** Whether IBase.getDebugInfo gives an object's address. */
 inline bool debuggable() { return false; }
 
 /** A pointer that takes 8 bytes in every process, so that structures have one layout. */
 template <typename T>
 struct alignas(8) hidl_pointer {
     hidl_pointer() = default;
-    hidl_pointer(T* pointer) : mPointer(pointer) {}  // NOLINT(google-explicit-constructor)
+    hidl_pointer(T* pointer) : pointer_(pointer) {}  // NOLINT(google-explicit-constructor)
     hidl_pointer& operator=(T* pointer) {
-        mPointer = pointer;
+        pointer_ = pointer;
         return *this;
     }
-    operator T*() const { return mPointer; }  // NOLINT(google-explicit-constructor)
-    T* get() const { return mPointer; }
+    operator T*() const { return pointer_; }  // NOLINT(google-explicit-constructor)
+    T* get() const { return pointer_; }
 
   private:
-    T* mPointer = nullptr;
+    T* pointer_ = nullptr;
     static_assert(sizeof(void*) == 8, "hosts are 64-bit machines");
 };
 
-/** A map that any thread may use. */
+/** A thread-safe map. */
 template <typename Key, typename Value>
 class ConcurrentMap {
   public:
     void set(const Key& key, Value value) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mMap[key] = std::move(value);
+        const Mutex::Autolock lock(mutex_);
+        map_[key] = std::move(value);
     }
 
     /** The value of `key`, or `otherwise` when there is none. */
     Value get(const Key& key, const Value& otherwise) const {
-        std::lock_guard<std::mutex> lock(mMutex);
-        const auto entry = mMap.find(key);
-        return entry == mMap.end() ? otherwise : entry->second;
+        const Mutex::Autolock lock(mutex_);
+        const auto entry = map_.find(key);
+        return entry == map_.end() ? otherwise : entry->second;
     }
 
     void erase(const Key& key) {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mMap.erase(key);
+        const Mutex::Autolock lock(mutex_);
+        map_.erase(key);
     }
 
   private:
-    mutable std::mutex mMutex;
-    std::map<Key, Value> mMap;
+    mutable Mutex mutex_;
+    std::map<Key, Value> map_ GUARDED_BY(mutex_);
 };
 
 /**
- * A process-wide object that is made at its first use and never destroyed, because generated code
- * uses it while static objects are still made or already destroyed.
+ * A process-wide object that is made at its first use and never destroyed: generated code uses it
+ * during static initialisation and at the process's exit.
  */
 template <typename T>
-struct Lasting {
+struct NeverDestroyed {
     T* operator->() const {
         static T* const object = new T;
         return object;
     }
 };
 
-/** What generated interfaces derive from for recording calls; nothing is recorded on a host. */
+/** Base of generated interfaces. On the device it records calls. */
 struct HidlInstrumentor {
     HidlInstrumentor(const std::string& /*package*/, const std::string& /*interface*/) {}
     virtual ~HidlInstrumentor() = default;
     void configureInstrumentation(bool /*log*/ = true) {}
 };
 
-}  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::details

@@ -2,9 +2,7 @@
 
 #include <hidl/HidlTransportSupport.h>
 
-namespace android {
-namespace hardware {
-namespace details {
+namespace android::hardware::details {
 
 /** An object of this process is called directly, so it is its own wrapper. */
 template <typename T>
@@ -12,6 +10,4 @@ sp<T> wrapPassthrough(const sp<T>& object) {
     return object;
 }
 
-}  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::details

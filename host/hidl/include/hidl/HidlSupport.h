@@ -14,11 +14,10 @@
 #include <iterator>
 #include <limits>
 #include <memory>
-#include <mutex>
+#include <mutex>  // for generated code
 #include <new>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -32,24 +31,17 @@
 struct native_handle;
 typedef struct native_handle native_handle_t;
 
-namespace android {
-namespace hidl {
-namespace base {
-namespace V1_0 {
+namespace android::hidl::base::V1_0 {
 struct IBase;
 }
-}  // namespace base
-}  // namespace hidl
 
-namespace hardware {
+namespace android::hardware {
 
-/** Told when the process of an object it is linked to has gone away. */
+/** Notified when the process of a linked object dies. */
 struct hidl_death_recipient : public virtual RefBase {
     /**
-     * Runs once per link, on the thread that serves the process's calls.
-     *
-     * @param cookie what linkToDeath was given.
-     * @param who the proxy it was linked through.
+     * Called once per link, on the thread that serves the process's calls.
+     * @param who the proxy whose linkToDeath() was called with `cookie`.
      */
     virtual void serviceDied(uint64_t cookie, const wp<hidl::base::V1_0::IBase>& who) = 0;
 };
@@ -57,22 +49,22 @@ struct hidl_death_recipient : public virtual RefBase {
 /** A handle of descriptors. On a host only null handles can be sent to another process. */
 struct hidl_handle {
     hidl_handle() = default;
-    hidl_handle(const native_handle_t* handle) : mHandle(handle) {}  // NOLINT
+    hidl_handle(const native_handle_t* handle) : handle_(handle) {}  // NOLINT
     hidl_handle(const hidl_handle&) = delete;
     hidl_handle& operator=(const hidl_handle&) = delete;
     hidl_handle& operator=(const native_handle_t* handle) {
-        mHandle = handle;
+        handle_ = handle;
         return *this;
     }
 
-    const native_handle_t* getNativeHandle() const { return mHandle; }
-    const native_handle_t* operator->() const { return mHandle; }
-    operator const native_handle_t*() const { return mHandle; }  // NOLINT
+    const native_handle_t* getNativeHandle() const { return handle_; }
+    const native_handle_t* operator->() const { return handle_; }
+    operator const native_handle_t*() const { return handle_; }  // NOLINT
 
   private:
-    details::hidl_pointer<const native_handle_t> mHandle;
-    [[maybe_unused]] bool mOwnsHandle = false;
-    [[maybe_unused]] uint8_t mPadding[7] = {};
+    details::hidl_pointer<const native_handle_t> handle_;
+    [[maybe_unused]] bool ownsHandle_ = false;
+    [[maybe_unused]] uint8_t padding_[7] = {};
 };
 
 /** A byte string with a NUL behind it. Copies own their bytes. */
@@ -89,59 +81,40 @@ struct hidl_string {
     hidl_string& operator=(const char* text);
     hidl_string& operator=(const std::string& text);
 
-    operator std::string() const { return {c_str(), mSize}; }  // NOLINT
+    operator std::string() const { return {c_str(), size_}; }  // NOLINT
 
-    const char* c_str() const { return mBuffer; }
-    size_t size() const { return mSize; }
-    bool empty() const { return mSize == 0; }
+    const char* c_str() const { return buffer_; }
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
     void clear();
 
-    /** Refers to bytes of somebody else: `data[size]` is NUL, and both outlive this string. */
+    /** Refers to bytes that outlive this string; `data[size]` is NUL. */
     void setToExternal(const char* data, size_t size);
 
     /** Offset of the pointer to the bytes, for the wire. */
     static const size_t kOffsetOfBuffer;
 
   private:
-    void assign(const char* text, size_t length);
-    void takeFrom(hidl_string& other) noexcept;
+    void assign_(const char* text, size_t length);
+    void takeFrom_(hidl_string& other) noexcept;
 
-    details::hidl_pointer<const char> mBuffer;  // never null
-    uint32_t mSize;                             // in bytes, without the NUL
-    bool mOwnsBuffer;
-    [[maybe_unused]] uint8_t mPadding[3] = {};
+    details::hidl_pointer<const char> buffer_;  // never null
+    uint32_t size_;                             // in bytes, without the NUL
+    bool ownsBuffer_;
+    [[maybe_unused]] uint8_t padding_[3] = {};
 };
 
 inline bool operator==(const hidl_string& a, const hidl_string& b) {
     return a.size() == b.size() && std::memcmp(a.c_str(), b.c_str(), a.size()) == 0;
 }
 inline bool operator!=(const hidl_string& a, const hidl_string& b) { return !(a == b); }
-inline bool operator<(const hidl_string& a, const hidl_string& b) {
-    return std::string(a) < std::string(b);
-}
-inline bool operator==(const hidl_string& a, const char* b) {
-    return b != nullptr && std::strcmp(a.c_str(), b) == 0;
-}
-inline bool operator!=(const hidl_string& a, const char* b) { return !(a == b); }
-inline bool operator==(const char* a, const hidl_string& b) { return b == a; }
-inline bool operator!=(const char* a, const hidl_string& b) { return !(b == a); }
-inline bool operator==(const hidl_string& a, const std::string& b) { return std::string(a) == b; }
-inline bool operator!=(const hidl_string& a, const std::string& b) { return !(a == b); }
-inline bool operator==(const std::string& a, const hidl_string& b) { return b == a; }
 inline std::ostream& operator<<(std::ostream& out, const hidl_string& text) {
     return out << std::string(text);
 }
 
-/** Shared memory. Only its layout exists on a host. */
-struct hidl_memory {
-    const native_handle_t* handle() const { return mHandle; }
-    const hidl_string& name() const { return mName; }
-    uint64_t size() const { return mSize; }
-
-  private:
-    hidl_handle mHandle;
-    alignas(8) uint64_t mSize = 0;
-    hidl_string mName;
+/** Shared memory. Does not exist on a host; generated code asserts the size. */
+struct alignas(8) hidl_memory {
+    uint8_t opaque[40];
 };
 
 /** A sequence of at most 2^32 - 1 elements. Copies own their elements. */
@@ -153,31 +126,31 @@ struct hidl_vec {
 
     hidl_vec() = default;
     explicit hidl_vec(size_t size) { resize(size); }
-    hidl_vec(std::initializer_list<T> list) { assign(list.begin(), list.end()); }
+    hidl_vec(std::initializer_list<T> list) { assign_(list.begin(), list.end()); }
     hidl_vec(const std::vector<T>& other) {  // NOLINT(google-explicit-constructor)
-        assign(other.begin(), other.end());
+        assign_(other.begin(), other.end());
     }
     template <typename Iterator,
               typename = typename std::iterator_traits<Iterator>::iterator_category>
     hidl_vec(Iterator first, Iterator last) {
-        assign(first, last);
+        assign_(first, last);
     }
-    hidl_vec(const hidl_vec& other) { assign(other.begin(), other.end()); }
-    hidl_vec(hidl_vec&& other) noexcept { takeFrom(other); }
-    ~hidl_vec() { release(); }
+    hidl_vec(const hidl_vec& other) { assign_(other.begin(), other.end()); }
+    hidl_vec(hidl_vec&& other) noexcept { takeFrom_(other); }
+    ~hidl_vec() { release_(); }
 
     hidl_vec& operator=(const hidl_vec& other) {
         if (this != &other) {
             hidl_vec copy(other);
-            release();
-            takeFrom(copy);
+            release_();
+            takeFrom_(copy);
         }
         return *this;
     }
     hidl_vec& operator=(hidl_vec&& other) noexcept {
         if (this != &other) {
-            release();
-            takeFrom(other);
+            release_();
+            takeFrom_(other);
         }
         return *this;
     }
@@ -186,38 +159,38 @@ struct hidl_vec {
 
     operator std::vector<T>() const { return {begin(), end()}; }  // NOLINT
 
-    T* data() { return mBuffer; }
-    const T* data() const { return mBuffer; }
-    size_t size() const { return mSize; }
-    bool empty() const { return mSize == 0; }
-    T& operator[](size_t index) { return mBuffer.get()[index]; }
-    const T& operator[](size_t index) const { return mBuffer.get()[index]; }
-    T* begin() { return mBuffer; }
-    T* end() { return mBuffer.get() + mSize; }
-    const T* begin() const { return mBuffer; }
-    const T* end() const { return mBuffer.get() + mSize; }
+    T* data() { return buffer_; }
+    const T* data() const { return buffer_; }
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    T& operator[](size_t index) { return buffer_.get()[index]; }
+    const T& operator[](size_t index) const { return buffer_.get()[index]; }
+    T* begin() { return buffer_; }
+    T* end() { return buffer_.get() + size_; }
+    const T* begin() const { return buffer_; }
+    const T* end() const { return buffer_.get() + size_; }
 
     /** Keeps the elements that remain; new ones are value-initialised. */
     void resize(size_t size) {
         hidl_vec other;
-        other.allocate(size);
-        std::copy(begin(), begin() + std::min<size_t>(mSize, size), other.begin());
-        release();
-        takeFrom(other);
+        other.allocate_(size);
+        std::copy(begin(), begin() + std::min<size_t>(size_, size), other.begin());
+        release_();
+        takeFrom_(other);
     }
 
-    /** Refers to elements of somebody else, who keeps them while this vector lives. */
+    /** Refers to elements that outlive this vector. */
     void setToExternal(T* data, size_t size) {
-        release();
-        mBuffer = data;
-        mSize = checkedSize(size);
+        release_();
+        buffer_ = data;
+        size_ = checkedSize_(size);
     }
 
     /** Offset of the pointer to the elements, for the wire. */
     static const size_t kOffsetOfBuffer;
 
   private:
-    static uint32_t checkedSize(size_t size) {
+    static uint32_t checkedSize_(size_t size) {
         if (size > std::numeric_limits<uint32_t>::max()) {
             details::logAlwaysFatal("a hidl_vec can't have 2^32 elements");
         }
@@ -225,45 +198,45 @@ struct hidl_vec {
     }
 
     // Only on an empty vector.
-    void allocate(size_t size) {
-        mSize = checkedSize(size);
-        mBuffer = size == 0 ? nullptr : new T[size]();
-        mOwnsBuffer = true;
+    void allocate_(size_t size) {
+        size_ = checkedSize_(size);
+        buffer_ = size == 0 ? nullptr : new T[size]();
+        ownsBuffer_ = true;
     }
 
     template <typename Iterator>
-    void assign(Iterator first, Iterator last) {
-        allocate(static_cast<size_t>(std::distance(first, last)));
+    void assign_(Iterator first, Iterator last) {
+        allocate_(static_cast<size_t>(std::distance(first, last)));
         std::copy(first, last, begin());
     }
 
-    void release() {
-        if (mOwnsBuffer) {
-            delete[] mBuffer.get();
+    void release_() {
+        if (ownsBuffer_) {
+            delete[] buffer_.get();
         }
-        mBuffer = nullptr;
-        mSize = 0;
-        mOwnsBuffer = false;
+        buffer_ = nullptr;
+        size_ = 0;
+        ownsBuffer_ = false;
     }
 
     // Only on an empty vector.
-    void takeFrom(hidl_vec& other) noexcept {
-        mBuffer = other.mBuffer;
-        mSize = other.mSize;
-        mOwnsBuffer = other.mOwnsBuffer;
-        other.mBuffer = nullptr;
-        other.mSize = 0;
-        other.mOwnsBuffer = false;
+    void takeFrom_(hidl_vec& other) noexcept {
+        buffer_ = other.buffer_;
+        size_ = other.size_;
+        ownsBuffer_ = other.ownsBuffer_;
+        other.buffer_ = nullptr;
+        other.size_ = 0;
+        other.ownsBuffer_ = false;
     }
 
-    details::hidl_pointer<T> mBuffer;
-    uint32_t mSize = 0;
-    bool mOwnsBuffer = false;
-    [[maybe_unused]] uint8_t mPadding[3] = {};
+    details::hidl_pointer<T> buffer_;
+    uint32_t size_ = 0;
+    bool ownsBuffer_ = false;
+    [[maybe_unused]] uint8_t padding_[3] = {};
 };
 
 template <typename T>
-const size_t hidl_vec<T>::kOffsetOfBuffer = 0;  // mBuffer is its first member
+const size_t hidl_vec<T>::kOffsetOfBuffer = 0;  // buffer_ is its first member
 
 template <typename T>
 bool operator==(const hidl_vec<T>& a, const hidl_vec<T>& b) {
@@ -274,75 +247,28 @@ bool operator!=(const hidl_vec<T>& a, const hidl_vec<T>& b) {
     return !(a == b);
 }
 
-namespace details {
-
-template <typename T, size_t Size, size_t... Rest>
-struct ArrayOf {
-    using type = std::array<typename ArrayOf<T, Rest...>::type, Size>;
-};
+/** An array of one dimension. */
 template <typename T, size_t Size>
-struct ArrayOf<T, Size> {
-    using type = std::array<T, Size>;
-};
-
-template <size_t... Sizes>
-constexpr size_t product() {
-    return (Sizes * ...);
-}
-
-// A row of an array of more than one dimension.
-template <typename T, size_t Size, size_t... Rest>
-struct ArrayRow {
-    explicit ArrayRow(T* data) : mData(data) {}
-    decltype(auto) operator[](size_t index) const {
-        if constexpr (sizeof...(Rest) == 0) {
-            return mData[index];
-        } else {
-            return ArrayRow<T, Rest...>(mData + index * product<Rest...>());
-        }
-    }
-    static constexpr size_t size() { return Size; }
-
-  private:
-    T* mData;
-};
-
-}  // namespace details
-
-/** An array with fixed dimensions, the last one changing fastest. */
-template <typename T, size_t Size, size_t... Rest>
 struct hidl_array {
-    using std_array_type = typename details::ArrayOf<T, Size, Rest...>::type;
-
     hidl_array() = default;
     hidl_array(const T (&source)[Size]) {  // NOLINT(google-explicit-constructor)
-        static_assert(sizeof...(Rest) == 0, "one dimension");
-        std::copy(source, source + Size, mBuffer);
-    }
-    hidl_array(const std_array_type& source) {  // NOLINT(google-explicit-constructor)
-        const auto* first = reinterpret_cast<const T*>(source.data());
-        std::copy(first, first + elementCount(), mBuffer);
+        std::copy(source, source + Size, elements_);
     }
 
-    T* data() { return mBuffer; }
-    const T* data() const { return mBuffer; }
-    static constexpr size_t elementCount() { return details::product<Size, Rest...>(); }
+    T* data() { return elements_; }
+    const T* data() const { return elements_; }
     static constexpr size_t size() { return Size; }
 
-    decltype(auto) operator[](size_t index) {
-        return details::ArrayRow<T, Size, Rest...>(mBuffer)[index];
-    }
-    decltype(auto) operator[](size_t index) const {
-        return details::ArrayRow<const T, Size, Rest...>(mBuffer)[index];
-    }
+    T& operator[](size_t index) { return elements_[index]; }
+    const T& operator[](size_t index) const { return elements_[index]; }
 
     bool operator==(const hidl_array& other) const {
-        return std::equal(mBuffer, mBuffer + elementCount(), other.mBuffer);
+        return std::equal(elements_, elements_ + Size, other.elements_);
     }
     bool operator!=(const hidl_array& other) const { return !(*this == other); }
 
   private:
-    T mBuffer[details::product<Size, Rest...>()] = {};
+    T elements_[Size] = {};
 };
 
 /** A set of an enumeration's values. */
@@ -352,9 +278,9 @@ using hidl_bitfield = std::underlying_type_t<T>;
 namespace details {
 
 /**
- * The values of an enumeration; generated headers specialise it for each. clang takes these
- * constants for external ones, defined again in each file, unless the template is internal; gcc
- * takes them for internal ones anyway, but does not let them specialise one that is.
+ * The values of an enumeration; generated headers specialise it. In an unnamed namespace for clang,
+ * which otherwise finds the constants defined in several files; gcc does not allow specialising one
+ * that is in an unnamed namespace.
  */
 #ifdef __clang__
 namespace {
@@ -387,7 +313,7 @@ struct hidl_enum_range {
     constexpr auto end() const { return details::hidl_enum_values<T>.end(); }
 };
 
-// Texts for people.
+// For logs.
 
 template <typename T, typename = std::enable_if_t<std::is_arithmetic<T>::value>>
 std::string toString(T value) {
@@ -399,12 +325,6 @@ inline std::string toString(bool value) { return value ? "true" : "false"; }
 inline std::string toString(const hidl_string& text) { return "\"" + std::string(text) + "\""; }
 inline std::string toString(const hidl_handle& handle) {
     return handle.getNativeHandle() == nullptr ? "nullptr" : "handle";
-}
-inline std::string toString(const hidl_memory& memory) {
-    return "memory of " + std::to_string(memory.size()) + " bytes";
-}
-inline std::string toString(const sp<hidl_death_recipient>& recipient) {
-    return recipient == nullptr ? "nullptr" : "recipient";
 }
 
 namespace details {
@@ -424,10 +344,9 @@ std::string toString(const hidl_vec<T>& vector) {
     return "[" + std::to_string(vector.size()) + "]" +
            details::listToString(vector.begin(), vector.end());
 }
-template <typename T, size_t... Sizes>
-std::string toString(const hidl_array<T, Sizes...>& array) {
-    return details::listToString(array.data(), array.data() + array.elementCount());
+template <typename T, size_t Size>
+std::string toString(const hidl_array<T, Size>& array) {
+    return details::listToString(array.data(), array.data() + Size);
 }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -13,25 +13,23 @@
 #include <hwbinder/ProcessState.h>
 #include <utils/StrongPointer.h>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 /**
- * Says how many threads serve this process's calls. Call it before the process is reachable.
- * On a host one thread serves them, whatever `maxThreads` allows.
- * @param callerWillJoin true: that thread is the one that calls joinRpcThreadpool, and no other
- *     is ever started.
+ * Call before the process is reachable. On a host one thread serves calls, whatever `maxThreads`
+ * allows; but a call from inside a callback runs on the thread that waits for that callback.
+ * @param callerWillJoin true: the serving thread is the one that calls joinRpcThreadpool.
  */
 void configureRpcThreadpool(size_t maxThreads, bool callerWillJoin);
 
-/** Serves calls on this thread. Never returns. Sleeps in the kernel when there is nothing to do. */
+/** Serves calls on this thread. Never returns. */
 void joinRpcThreadpool();
 
-/** Whether two interfaces are of the same object, in this process or in another. */
+/** Whether both are the same object, of this process or of another. */
 bool interfacesEqual(const sp<::android::hidl::base::V1_0::IBase>& left,
                      const sp<::android::hidl::base::V1_0::IBase>& right);
 
-/** What transports the calls of `object`: its stub, made when needed, or a proxy's binder. */
+/** The binder of `object`: its stub, which is made if needed, or its proxy's binder. */
 sp<IBinder> getOrCreateCachedBinder(::android::hidl::base::V1_0::IBase* object);
 
 namespace details {
@@ -58,8 +56,8 @@ Return<sp<Child>> castInterface(const sp<Parent>& parent, const char* descriptor
 }  // namespace details
 
 /**
- * The object behind a binder: the implementation itself when it is in this process, else a proxy.
- * Null for a null binder, and for an object of this process that has another type.
+ * The implementation if the binder's object is in this process, else a proxy. Null for a null
+ * binder, and for an object of this process that has another type.
  */
 template <typename Interface, typename Proxy, typename Stub>
 sp<Interface> fromBinder(const sp<IBinder>& binder) {
@@ -72,21 +70,21 @@ sp<Interface> fromBinder(const sp<IBinder>& binder) {
     return dynamic_cast<Interface*>(details::implementationOf(binder).get());
 }
 
-/** Hands a binder's death on to the recipient that a program has given. */
+/** Passes a binder's death on to the program's recipient. */
 struct hidl_binder_death_recipient : IBinder::DeathRecipient {
     hidl_binder_death_recipient(const sp<hidl_death_recipient>& recipient, uint64_t cookie,
                                 const sp<::android::hidl::base::V1_0::IBase>& base)
-        : mRecipient(recipient), mCookie(cookie), mBase(base) {}
+        : recipient_(recipient), cookie_(cookie), base_(base) {}
 
     void binderDied(const wp<IBinder>& /*who*/) override {
-        mRecipient->serviceDied(mCookie, mBase);
+        recipient_->serviceDied(cookie_, base_);
     }
-    const sp<hidl_death_recipient>& getRecipient() const { return mRecipient; }
+    const sp<hidl_death_recipient>& getRecipient() const { return recipient_; }
 
   private:
-    const sp<hidl_death_recipient> mRecipient;
-    const uint64_t mCookie;
-    const wp<::android::hidl::base::V1_0::IBase> mBase;  // strong would be a cycle
+    const sp<hidl_death_recipient> recipient_;
+    const uint64_t cookie_;
+    const wp<::android::hidl::base::V1_0::IBase> base_;  // strong would be a cycle
 };
 
 // Strings and vectors inside structures, as generated code writes and reads them.
@@ -118,5 +116,4 @@ status_t writeEmbeddedToParcel(const hidl_vec<T>& vector, Parcel* parcel, size_t
                                        parentOffset + hidl_vec<T>::kOffsetOfBuffer);
 }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -1,26 +1,17 @@
 #pragma once
 
-#include <hidl/HidlInternal.h>
-#include <hidl/HidlSupport.h>
+#include <cstdint>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
-/** Flavours of fast message queues. */
 enum MQFlavor : uint32_t {
     kSynchronizedReadWrite = 1,
-    kUnsynchronizedWrite = 2,
 };
 
-/** Fast message queues exist on no host; only the layout of their descriptor does. */
+/** A fast message queue. Does not exist on a host; generated code asserts the size. */
 template <typename T, MQFlavor flavor>
-struct MQDescriptor {
-  private:
-    hidl_vec<uint8_t> mGrantors;
-    details::hidl_pointer<native_handle_t> mHandle;
-    uint32_t mQuantum = 0;
-    uint32_t mFlags = 0;
+struct alignas(8) MQDescriptor {
+    uint8_t opaque[32];
 };
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -9,10 +9,9 @@
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
-/** Always null: a host tells nobody of registrations, and registerForNotifications is false. */
+/** Null: there are no notifications of registrations, so registerForNotifications fails. */
 inline sp<::android::hidl::manager::V1_0::IServiceManager> defaultServiceManager() {
     return nullptr;
 }
@@ -20,21 +19,19 @@ inline sp<::android::hidl::manager::V1_0::IServiceManager> defaultServiceManager
 namespace details {
 
 /**
- * Makes `object` known under each interface of its chain but IBase.
- * @return OK; NAME_NOT_FOUND when the folder for services is missing; ALREADY_EXISTS when the
- *     name is taken by a live process; BAD_VALUE for an instance name that can't be a file name;
- *     or another error. Each failure is logged.
+ * Registers `object` under each interface of its chain but IBase. Returns OK, NAME_NOT_FOUND if the
+ * folder for services is missing, ALREADY_EXISTS if a live process has the name, BAD_VALUE if the
+ * instance can't be a file name, or another error. Failures are logged.
  */
 status_t registerAsServiceInternal(const sp<::android::hidl::base::V1_0::IBase>& object,
                                    const std::string& instance);
 
-/** What is registered as `descriptor`/`instance`, or null. Does not block. */
+/** The service of that name, or null. Does not block. */
 sp<IBinder> findService(const std::string& descriptor, const std::string& instance);
 
 /**
- * The service of a proxy class's interface, or null when it is not registered.
- * @param waitForService no difference on a host: nobody says that a service is on its way.
- * @param getStub true always yields null: there are no implementations to be loaded.
+ * The service, or null if it is not registered. A host does not wait for one, and has no
+ * implementations that can be loaded (`getStub`).
  */
 template <typename Proxy>
 sp<typename Proxy::Pure> getServiceInternal(const std::string& instance, bool /*waitForService*/,
@@ -47,5 +44,4 @@ sp<typename Proxy::Pure> getServiceInternal(const std::string& instance, bool /*
 }
 
 }  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -10,9 +10,7 @@
 #define SCHED_NORMAL SCHED_OTHER  // the kernel's name, which generated code uses
 #endif
 
-namespace android {
-namespace hardware {
-namespace details {
+namespace android::hardware::details {
 
 /** A thread's scheduling while it serves an object. Not changed on a host. */
 struct SchedPrio {
@@ -20,32 +18,32 @@ struct SchedPrio {
     int prio;
 };
 
-/** Finds the stub that other processes call for an object of this process. */
+/** The stubs of this process's objects. Thread-safe. */
 class StubMap {
   public:
     using IBase = ::android::hidl::base::V1_0::IBase;
 
-    /** The object's stub, which is made when there is none; null when it is of no known type. */
+    /** Makes the stub if there is none. Null if the object's type has no stub. */
     sp<BHwBinder> getOrCreate(IBase* object);
 
     /** Called by the stub's destructor. */
     void eraseIfEqual(IBase* object, BHwBinder* stub);
 
   private:
-    std::mutex mMutex;
-    std::map<IBase*, wp<BHwBinder>> mStubs;
+    Mutex mutex_;
+    std::map<IBase*, wp<BHwBinder>> stubs_ GUARDED_BY(mutex_);
 };
 
-extern const Lasting<StubMap> gBnMap;
-extern const Lasting<ConcurrentMap<wp<RefBase>, SchedPrio>> gServicePrioMap;
-extern const Lasting<ConcurrentMap<wp<RefBase>, bool>> gServiceSidMap;
+extern const NeverDestroyed<StubMap> gBnMap;
+extern const NeverDestroyed<ConcurrentMap<wp<RefBase>, SchedPrio>> gServicePrioMap;
+extern const NeverDestroyed<ConcurrentMap<wp<RefBase>, bool>> gServiceSidMap;
 
-/** Makes the stub of an interface given as the descriptor that the map's key is. */
+/** Makes the stub of an object; the map's key is the descriptor of its interface. */
 using BnConstructor = std::function<sp<IBinder>(void*)>;
 using BnConstructorMap = ConcurrentMap<std::string, BnConstructor>;
 BnConstructorMap& getBnConstructorMap();
 
-/** Wrappers for objects of the same process are not needed on a host; none is kept. */
+/** On the device: wrappers for objects of the same process. */
 struct BsConstructorMap {
     template <typename Constructor>
     void set(const std::string& /*descriptor*/, const Constructor& /*constructor*/) {}
@@ -53,6 +51,4 @@ struct BsConstructorMap {
 };
 BsConstructorMap& getBsConstructorMap();
 
-}  // namespace details
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware::details

@@ -11,10 +11,9 @@
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
-/** How a call went: not the callee's answer, but whether there is one. */
+/** Whether a call reached its object and came back. */
 class Status final {
   public:
     enum Exception : int32_t {
@@ -34,19 +33,19 @@ class Status final {
     void setFromStatusT(status_t status);
     void setException(Exception code, const char* message);
 
-    bool isOk() const { return mException == EX_NONE; }
-    Exception exceptionCode() const { return mException; }
+    bool isOk() const { return exception_ == EX_NONE; }
+    Exception exceptionCode() const { return exception_; }
     /** The transport's status when the exception is EX_TRANSACTION_FAILED, else OK. */
-    status_t transactionError() const { return mTransactionError; }
-    const char* exceptionMessage() const { return mMessage.c_str(); }
+    status_t transactionError() const { return transactionError_; }
+    const char* exceptionMessage() const { return message_.c_str(); }
 
-    /** For people, for example "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '". */
+    /** For logs, for example "Status(EX_TRANSACTION_FAILED): 'DEAD_OBJECT: '". */
     std::string description() const;
 
   private:
-    Exception mException = EX_NONE;
-    status_t mTransactionError = OK;
-    std::string mMessage;
+    Exception exception_ = EX_NONE;
+    status_t transactionError_ = OK;
+    std::string message_;
 };
 
 /** Reads a status from the front of a reply. */
@@ -56,85 +55,82 @@ status_t writeToParcel(const Status& status, Parcel* parcel);
 namespace details {
 
 /**
- * The part of Return<T> that does not depend on T.
- *
- * As on the device, a failure that nobody looked at is fatal: the destructor logs it and aborts
- * the process, and so does taking the value of a failed call. A host shows the bug early that
- * would end the daemon on the headset.
+ * The part of Return<T> that does not depend on T. As on the device, the process aborts, with a log
+ * line, if a failure is destroyed that nobody looked at, or the value of a failed call is taken.
  */
 class return_status {
   public:
     return_status() = default;
-    return_status(Status status) : mStatus(std::move(status)) {}  // NOLINT
+    return_status(Status status) : status_(std::move(status)) {}  // NOLINT
     return_status(return_status&& other) noexcept { *this = std::move(other); }
     return_status& operator=(return_status&& other) noexcept;
     return_status(const return_status&) = delete;
     return_status& operator=(const return_status&) = delete;
-    ~return_status() { abortIfUnchecked(); }
+    ~return_status() { abortIfUnchecked_(); }
 
     /** Whether the call reached its object and came back. */
     bool isOk() const {
-        mChecked = true;
-        return mStatus.isOk();
+        checked_ = true;
+        return status_.isOk();
     }
 
     /** Whether the object's process has gone away. */
     bool isDeadObject() const {
-        mChecked = true;
-        return mStatus.transactionError() == DEAD_OBJECT;
+        checked_ = true;
+        return status_.transactionError() == DEAD_OBJECT;
     }
 
-    /** For people. Does not count as looking at the result. */
-    std::string description() const { return mStatus.description(); }
+    /** Does not count as looking at the result. */
+    std::string description() const { return status_.description(); }
 
     /** Aborts the process when the call failed. */
     void assertOk() const;
 
   private:
-    void abortIfUnchecked() const;
+    void abortIfUnchecked_() const;
 
-    Status mStatus;
-    mutable bool mChecked = false;
+    Status status_;
+    mutable bool checked_ = false;
 };
 
 }  // namespace details
 
-/** What a call of an interface's method returns: its value, or that the call failed. */
+/** The result of an interface's method: its value, or that the call failed. */
 template <typename T>
 class [[nodiscard]] Return : public details::return_status {
   public:
-    Return(T value) : mValue(std::move(value)) {}  // NOLINT(google-explicit-constructor)
-    Return(Status status) : return_status(std::move(status)), mValue{} {}  // NOLINT
+    Return(T value) : value_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+    Return(Status status) : return_status(std::move(status)), value_{} {}  // NOLINT
 
     /** The value; aborts the process when the call failed. */
     operator T() const {  // NOLINT(google-explicit-constructor)
         assertOk();
-        return mValue;
+        return value_;
     }
-    T withDefault(T otherwise) const { return isOk() ? mValue : otherwise; }
+    T withDefault(T otherwise) const { return isOk() ? value_ : otherwise; }
 
   private:
-    T mValue;
+    T value_;
 };
 
 template <typename T>
 class [[nodiscard]] Return<sp<T>> : public details::return_status {
   public:
-    Return(T* value) : mValue(value) {}                // NOLINT
-    Return(sp<T> value) : mValue(std::move(value)) {}  // NOLINT
+    Return(T* value) : value_(value) {}                // NOLINT
+    Return(sp<T> value) : value_(std::move(value)) {}  // NOLINT
     template <typename U>
-    Return(const sp<U>& value) : mValue(value) {}                // NOLINT
+    Return(const sp<U>& value) : value_(value) {}                // NOLINT
     Return(Status status) : return_status(std::move(status)) {}  // NOLINT
 
     /** The value; aborts the process when the call failed. */
     operator sp<T>() const {  // NOLINT(google-explicit-constructor)
         assertOk();
-        return mValue;
+        return value_;
     }
-    sp<T> withDefault(const sp<T>& otherwise) const { return isOk() ? mValue : otherwise; }
+    sp<T> withDefault(const sp<T>& otherwise) const { return isOk() ? value_ : otherwise; }
 
   private:
-    sp<T> mValue;
+    sp<T> value_;
 };
 
 template <>
@@ -147,5 +143,4 @@ class [[nodiscard]] Return<void> : public details::return_status {
 /** What a method without a value returns. */
 inline Return<void> Void() { return {}; }
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -6,25 +6,20 @@
 #include <utils/Errors.h>
 #include <utils/RefBase.h>
 
-namespace android {
-namespace hidl {
-namespace base {
-namespace V1_0 {
+namespace android::hidl::base::V1_0 {
 struct IBase;
 }
-}  // namespace base
-}  // namespace hidl
 
-namespace hardware {
+namespace android::hardware {
 
 class Parcel;
 class BHwBinder;
 class BpHwBinder;
 
-/** What transports calls to an object, of this process or of another. */
+/** Carries calls to an object of this process or of another. */
 class IBinder : public virtual RefBase {
   public:
-    /** Told when the process of the binder it is linked to has gone away. */
+    /** Notified when the process of a linked binder dies. */
     class DeathRecipient : public virtual RefBase {
       public:
         virtual void binderDied(const wp<IBinder>& who) = 0;
@@ -39,12 +34,12 @@ class IBinder : public virtual RefBase {
     /**
      * Makes one call. Blocks until the reply is there, unless FLAG_ONEWAY is given.
      * @param reply what the reply is put in; not used for FLAG_ONEWAY.
-     * @return OK, DEAD_OBJECT when the object's process has gone away, or another error.
+     * @return OK, DEAD_OBJECT if the object's process is dead, or another error.
      */
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
                               TransactCallback callback = nullptr) = 0;
 
-    /** @return OK, or DEAD_OBJECT when the process has already gone away. */
+    /** @return OK, or DEAD_OBJECT if the process is dead already. */
     virtual status_t linkToDeath(const sp<DeathRecipient>& recipient) = 0;
     /** @return OK, or NAME_NOT_FOUND when it was not linked. */
     virtual status_t unlinkToDeath(const sp<DeathRecipient>& recipient) = 0;
@@ -53,13 +48,13 @@ class IBinder : public virtual RefBase {
     virtual BpHwBinder* remoteBinder() { return nullptr; }
 };
 
-/** The stub of an object of this process: what its calls from other processes arrive at. */
+/** The stub of an object of this process: receives its calls from other processes. */
 class BHwBinder : public IBinder {
   public:
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0,
                       TransactCallback callback = nullptr) override;
 
-    // This process's death is never told to itself.
+    // There is no notification of this process's own death.
     status_t linkToDeath(const sp<DeathRecipient>& recipient) override;
     status_t unlinkToDeath(const sp<DeathRecipient>& recipient) override;
 
@@ -75,7 +70,7 @@ class BHwBinder : public IBinder {
     int mSchedPriority = 0;
 };
 
-/** What a proxy class and a stub class have in common for generated code. */
+/** Base of generated proxies and stubs. */
 class IInterface : public virtual RefBase {
   public:
     static sp<IBinder> asBinder(IInterface* interface) {
@@ -92,13 +87,13 @@ class IInterface : public virtual RefBase {
 /** The part of a proxy that knows where its calls go. */
 class BpHwRefBase : public virtual RefBase {
   public:
-    IBinder* remote() const { return mRemote.get(); }
+    IBinder* remote() const { return remote_.get(); }
 
   protected:
-    explicit BpHwRefBase(const sp<IBinder>& remote) : mRemote(remote) {}
+    explicit BpHwRefBase(const sp<IBinder>& remote) : remote_(remote) {}
 
   private:
-    const sp<IBinder> mRemote;
+    const sp<IBinder> remote_;
 };
 
 /** Base of generated proxies. */
@@ -111,5 +106,4 @@ class BpInterface : public Interface, public IInterface, public BpHwRefBase {
     IBinder* onAsBinder() override { return remote(); }
 };
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

@@ -12,20 +12,12 @@
 struct native_handle;
 typedef struct native_handle native_handle_t;
 
-namespace android {
-namespace hardware {
+namespace android::hardware {
 
 /**
- * The arguments or the results of one call, written and read in the same order.
- *
- * Layout: a value takes its size rounded up to 4 bytes. A buffer (a structure, or what a string
- * or a vector in it points to) is a BufferHeader, at a multiple of 8, followed by its bytes,
- * rounded up to 8. A buffer that something points to names the buffer that holds the pointer and
- * the pointer's offset in it. A reader compares each of these with what it expects, so a pointer
- * that arrives is never followed: it is overwritten with the address of a buffer that has been
- * checked. Objects travel beside the data; the data has one word for each, its index or none.
- *
- * Not safe for use by two threads at once.
+ * The arguments or the results of one call, read in the order in which they were written.
+ * Everything that is read is checked; docs/host-platform.md describes the layout. Used by one
+ * thread at a time.
  */
 class Parcel {
   public:
@@ -45,34 +37,31 @@ class Parcel {
     Parcel(const Parcel&) = delete;
     Parcel& operator=(const Parcel&) = delete;
 
-    /**
-     * Makes this a parcel to be read.
-     * @param memory keeps `data` alive; `data` is at a multiple of 8.
-     */
+    /** Makes this a parcel to be read: `data`, at a multiple of 8, which `memory` keeps alive. */
     void setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
                      std::vector<sp<IBinder>> objects);
 
-    const uint8_t* data() const { return mReceived != nullptr ? mReceived : mWritten.data(); }
-    size_t dataSize() const { return mReceived != nullptr ? mReceivedSize : mWritten.size(); }
+    const uint8_t* data() const { return received_ != nullptr ? received_ : written_.data(); }
+    size_t dataSize() const { return received_ != nullptr ? receivedSize_ : written_.size(); }
     /** Bytes read so far. */
-    size_t dataPosition() const { return mPosition; }
+    size_t dataPosition() const { return position_; }
     /** Bytes not read yet. */
-    size_t dataAvail() const { return dataSize() - mPosition; }
-    const std::vector<sp<IBinder>>& objects() const { return mObjects; }
+    size_t dataAvail() const { return dataSize() - position_; }
+    const std::vector<sp<IBinder>>& objects() const { return objects_; }
 
     // The writers return OK, or BAD_VALUE for what can't be sent.
     status_t writeInterfaceToken(const char* interface);
-    status_t writeBool(bool value) { return writeValue(static_cast<uint32_t>(value ? 1 : 0)); }
-    status_t writeInt8(int8_t value) { return writeValue(value); }
-    status_t writeUint8(uint8_t value) { return writeValue(value); }
-    status_t writeInt16(int16_t value) { return writeValue(value); }
-    status_t writeUint16(uint16_t value) { return writeValue(value); }
-    status_t writeInt32(int32_t value) { return writeValue(value); }
-    status_t writeUint32(uint32_t value) { return writeValue(value); }
-    status_t writeInt64(int64_t value) { return writeValue(value); }
-    status_t writeUint64(uint64_t value) { return writeValue(value); }
-    status_t writeFloat(float value) { return writeValue(value); }
-    status_t writeDouble(double value) { return writeValue(value); }
+    status_t writeBool(bool value) { return writeValue_(static_cast<uint32_t>(value ? 1 : 0)); }
+    status_t writeInt8(int8_t value) { return writeValue_(value); }
+    status_t writeUint8(uint8_t value) { return writeValue_(value); }
+    status_t writeInt16(int16_t value) { return writeValue_(value); }
+    status_t writeUint16(uint16_t value) { return writeValue_(value); }
+    status_t writeInt32(int32_t value) { return writeValue_(value); }
+    status_t writeUint32(uint32_t value) { return writeValue_(value); }
+    status_t writeInt64(int64_t value) { return writeValue_(value); }
+    status_t writeUint64(uint64_t value) { return writeValue_(value); }
+    status_t writeFloat(float value) { return writeValue_(value); }
+    status_t writeDouble(double value) { return writeValue_(value); }
     /** A string with a NUL inside arrives cut off there. */
     status_t writeCString(const char* text);
     /** Only a null handle can be sent. */
@@ -88,16 +77,16 @@ class Parcel {
     // parcel and lives as long as it does.
     bool enforceInterface(const char* interface) const;
     status_t readBool(bool* value) const;
-    status_t readInt8(int8_t* value) const { return readValue(value); }
-    status_t readUint8(uint8_t* value) const { return readValue(value); }
-    status_t readInt16(int16_t* value) const { return readValue(value); }
-    status_t readUint16(uint16_t* value) const { return readValue(value); }
-    status_t readInt32(int32_t* value) const { return readValue(value); }
-    status_t readUint32(uint32_t* value) const { return readValue(value); }
-    status_t readInt64(int64_t* value) const { return readValue(value); }
-    status_t readUint64(uint64_t* value) const { return readValue(value); }
-    status_t readFloat(float* value) const { return readValue(value); }
-    status_t readDouble(double* value) const { return readValue(value); }
+    status_t readInt8(int8_t* value) const { return readValue_(value); }
+    status_t readUint8(uint8_t* value) const { return readValue_(value); }
+    status_t readInt16(int16_t* value) const { return readValue_(value); }
+    status_t readUint16(uint16_t* value) const { return readValue_(value); }
+    status_t readInt32(int32_t* value) const { return readValue_(value); }
+    status_t readUint32(uint32_t* value) const { return readValue_(value); }
+    status_t readInt64(int64_t* value) const { return readValue_(value); }
+    status_t readUint64(uint64_t* value) const { return readValue_(value); }
+    status_t readFloat(float* value) const { return readValue_(value); }
+    status_t readDouble(double* value) const { return readValue_(value); }
     /** Null when there is no complete string. */
     const char* readCString() const;
     status_t readNullableNativeHandleNoDup(const native_handle_t** handle) const;
@@ -116,30 +105,29 @@ class Parcel {
     };
 
     template <typename T>
-    status_t writeValue(T value) {
-        return append(&value, sizeof(value));
+    status_t writeValue_(T value) {
+        return append_(&value, sizeof(value));
     }
     template <typename T>
-    status_t readValue(T* value) const {
-        return take(value, sizeof(*value));
+    status_t readValue_(T* value) const {
+        return take_(value, sizeof(*value));
     }
 
-    status_t append(const void* bytes, size_t size);
-    status_t take(void* bytes, size_t size) const;
-    status_t appendBuffer(const void* bytes, size_t size, uint32_t parent, uint32_t parentOffset,
-                          size_t* handle);
-    status_t takeBuffer(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
-                        const void** bytes) const;
+    status_t append_(const void* bytes, size_t size);
+    status_t take_(void* bytes, size_t size) const;
+    status_t appendBuffer_(const void* bytes, size_t size, uint32_t parent, uint32_t parentOffset,
+                           size_t* handle);
+    status_t takeBuffer_(size_t size, uint32_t parent, uint32_t parentOffset, size_t* handle,
+                         const void** bytes) const;
 
-    std::vector<uint8_t> mWritten;  // 8-aligned: from operator new
-    std::unique_ptr<uint8_t[]> mMemory;
-    uint8_t* mReceived = nullptr;
-    size_t mReceivedSize = 0;
-    std::vector<sp<IBinder>> mObjects;
-    // Readers are const in the interface that generated code expects.
-    mutable size_t mPosition = 0;
-    mutable std::vector<Buffer> mBuffers;
+    std::vector<uint8_t> written_;  // 8-aligned: from operator new
+    std::unique_ptr<uint8_t[]> memory_;
+    uint8_t* received_ = nullptr;
+    size_t receivedSize_ = 0;
+    std::vector<sp<IBinder>> objects_;
+    // Generated code expects const readers.
+    mutable size_t position_ = 0;
+    mutable std::vector<Buffer> buffers_;
 };
 
-}  // namespace hardware
-}  // namespace android
+}  // namespace android::hardware

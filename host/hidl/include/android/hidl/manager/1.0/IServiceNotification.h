@@ -2,15 +2,9 @@
 
 #include <hidl/HidlSupport.h>
 
-namespace android {
-namespace hidl {
-namespace manager {
-namespace V1_0 {
+namespace android::hidl::manager::V1_0 {
 
-/** Told of registrations on the device; a host has nobody who tells. */
+/** Notified of registrations on the device; never on a host. */
 struct IServiceNotification : public virtual RefBase {};
 
-}  // namespace V1_0
-}  // namespace manager
-}  // namespace hidl
-}  // namespace android
+}  // namespace android::hidl::manager::V1_0
