@@ -19,8 +19,8 @@ namespace Ursa::OS {
 using Task = std::function<void()>;
 
 /**
- * The tasks and the eventfd. It outlives its EventFd for as long as the callback in the Poll runs,
- * and the eventfd is closed no sooner, so that nobody writes to a descriptor that was given away.
+ * The tasks and the eventfd. Outlives its EventFd while the callback in the Poll runs; the eventfd
+ * is closed no sooner, so nobody writes to a number that another file has.
  */
 class EventFd::Queue {
   public:
@@ -78,7 +78,7 @@ class EventFd::Queue {
     /** Runs what is queued now; on the loop thread. */
     void run_() {
         // First the eventfd, then the queue: a task that is posted in between finds woken_ set, and
-        // is taken along.
+        // is in this batch.
         eventfd_t ignored = 0;
         eventfd_read(fd_, &ignored);
         std::deque<Task> batch;
@@ -101,7 +101,7 @@ class EventFd::Queue {
         }
     }
 
-    /** What a throwing task left comes before what was posted since. */
+    /** Puts the tasks behind one that threw ahead of those posted since. */
     void putBack_(std::deque<Task>& batch, unsigned closes) {
         const android::Mutex::Autolock lock(mutex_);
         if (batch.empty() || closes_ != closes) {

@@ -28,9 +28,8 @@ const host::TagFilter& tagFilter() {
 }
 
 /**
- * "MM-DD HH:MM:SS PID TID ", as a thread's lines have it between their level and their text. It is
- * the same for all of a thread's lines in a second, and making it costs more than the rest of a
- * line, so each thread keeps its own.
+ * "MM-DD HH:MM:SS PID TID ", between the level and the text of a thread's lines. Each thread keeps
+ * its own for a second, since making it costs more than the rest of a line.
  */
 class Stamp {
   public:
@@ -78,7 +77,7 @@ void writeAll(std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = write(STDERR_FILENO, text.data(), text.size());
         if (count < 0 && errno != EINTR) {
-            break;  // there is nobody left to tell
+            break;  // there is no other place for an error
         }
         text.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
     }
@@ -86,10 +85,8 @@ void writeAll(std::string_view text) {
 }
 
 /**
- * The line as liblog itself prints it on a host. liblog goes through stdio, which promises neither
- * that a line leaves in one piece nor that a thread which is ended in the middle lets go of the
- * stream's lock; a line from here is one write(2), so lines of several threads and programs that
- * share a standard error do not mix.
+ * Prints the line as liblog does on a host, but in one write(2) instead of through stdio: lines of
+ * several threads and programs do not mix, and a thread that is ended holds no stream's lock.
  */
 void printLine(const __android_logger_data* data, const char* message) {
     const char* tag = data->tag != nullptr ? data->tag : "";

@@ -10,12 +10,10 @@
 namespace host {
 
 /**
- * Which log lines are shown, as ANDROID_LOG_TAGS says it: words "TAG:LEVEL", separated by blanks.
- * TAG is a tag, or `*` for every tag without a word of its own; LEVEL is V, D, I, W, E, F or S
- * (silent), in upper or lower case. Without a word for `*`, INFO and above are shown. The last word
- * about a tag counts. Any other word is ignored.
- *
- * Immutable once built, so any thread may ask.
+ * Which log lines are shown, from ANDROID_LOG_TAGS: words "TAG:LEVEL", separated by blanks. TAG `*`
+ * is every tag without a word of its own (INFO and above without one). LEVEL is V, D, I, W, E, F or
+ * S (silent), in either case. The last word about a tag counts; other words are ignored. Immutable,
+ * so any thread may use it.
  */
 class TagFilter {
   public:

@@ -3,11 +3,10 @@
 // kernel's place; to the program it goes on looking like a netlink socket. Where that path does not
 // exist, the socket is the kernel's own; where nobody listens, socket() fails.
 //
-// read(), write(), poll() and the rest are left alone: they do the right thing on the connection,
-// but a peer that hung up reads as the end of a file there, not as an error reply.
+// read(), write(), poll() and the rest work on the connection as they are, but a peer that hung up
+// reads as the end of a file there, not as an error reply.
 //
-// With AddressSanitizer or ThreadSanitizer: clang links their run-time into the program, and
-// preloading works as it is; a program of gcc's wants its run-time first, as in
+// A program that gcc built with a sanitizer needs its run-time preloaded first:
 // LD_PRELOAD="libasan.so.8 libnl80211-redirect.so".
 
 #include <dlfcn.h>
@@ -47,7 +46,7 @@ Function* next(Function* /*type*/, const char* name) {
         return found;                                                   \
     }())
 
-/** A netlink port that no other socket of this process, and hardly one of another, has. */
+/** A netlink port that no other socket of this process has, and another process hardly. */
 uint32_t newPort() {
     static std::atomic<uint32_t> count{0};
     return (static_cast<uint32_t>(getpid()) & 0x3fffffU) + (count++ << 22);
@@ -59,7 +58,7 @@ void bindIfUnbound(Redirected& socket) {
     }
 }
 
-/** Writes the netlink address of `port` the way the kernel writes addresses: cut to `*length`. */
+/** Writes the netlink address of `port`, cut to `*length` as the kernel does. */
 void writeAddress(uint32_t port, sockaddr* address, socklen_t* length) {
     sockaddr_nl netlink = {};
     netlink.nl_family = AF_NETLINK;
@@ -70,10 +69,7 @@ void writeAddress(uint32_t port, sockaddr* address, socklen_t* length) {
     }
 }
 
-/**
- * A connection to the listener. Empty when there is no path to connect to; -1, with errno set, when
- * it can't be made.
- */
+/** Connects to the listener. Empty if the path does not exist; -1 and errno on failure. */
 std::optional<int> connectToListener(int type) {
     const std::string path = rootedPath("/dev/nl80211");
     sockaddr_un address = {};
@@ -91,7 +87,7 @@ std::optional<int> connectToListener(int type) {
     do {
         result = NEXT(connect)(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     } while (result != 0 && errno == EINTR);
-    // Only now: a connection is made at once or not at all, so it may wait for a busy listener.
+    // Not before: connect() may have to wait for a busy listener.
     if (result == 0 && (type & SOCK_NONBLOCK) != 0) {
         result = fcntl(fd, F_SETFL, O_RDWR | O_NONBLOCK);
     }
@@ -151,7 +147,7 @@ ssize_t sendPacket(int fd, const msghdr& message, int flags) {
     }
     const int error = errno;
     if (hungUp(error)) {
-        return static_cast<ssize_t>(size);  // the error reply will tell
+        return static_cast<ssize_t>(size);  // an error reply follows
     }
     table().with(fd, [&](Redirected& socket) { socket.pending.notSent(bytes, size); });
     errno = error;

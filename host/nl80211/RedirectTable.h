@@ -11,7 +11,7 @@
 
 namespace host {
 
-/** What a redirected socket remembers of the netlink socket that it stands for. */
+/** State of the netlink socket that a redirected socket stands for. */
 struct Redirected {
     /** SOCK_RAW or SOCK_DGRAM, as the program asked for. */
     int type = 0;
@@ -21,23 +21,21 @@ struct Redirected {
 };
 
 /**
- * The redirected sockets of this process, known by their inode numbers: so every copy of a
- * descriptor (dup, fork) is recognised, and a descriptor number that was closed and given to
- * another file is not, however it was closed.
- *
- * Any thread; a fork on one thread leaves the child's copy usable.
+ * The redirected sockets of this process, by inode number: a copy of a descriptor (dup, fork) is
+ * recognised, and a number that was closed and belongs to another file now is not. Thread-safe; a
+ * child of fork has a usable copy.
  */
 class RedirectTable {
   public:
     /** The process's table. It is never destroyed. */
     static RedirectTable& instance();
 
-    /** Enters the socket `fd`; forgets sockets that are no longer open from time to time. */
+    /** Adds the socket `fd`. From time to time, forgets sockets that are no longer open. */
     void add(int fd, int type);
 
     /**
-     * Calls `use(Redirected&)`, under the table's lock, when `fd` is a redirected socket. Returns
-     * whether it is; errno stays as it was.
+     * If `fd` is a redirected socket, calls `use(Redirected&)` under the table's lock. Returns
+     * whether it is. Does not change errno.
      */
     template <typename Use>
     bool with(int fd, Use use) {
@@ -66,7 +64,7 @@ class RedirectTable {
 
     void forgetClosed_() REQUIRES(mutex_);
 
-    /** Spares programs that redirect nothing the look-up. */
+    /** Whether there was ever a redirected socket: without one there is no look-up. */
     std::atomic<bool> used_{false};
     android::Mutex mutex_;
     std::map<ino_t, Redirected> sockets_ GUARDED_BY(mutex_);

@@ -23,7 +23,7 @@ struct prop_info {
 
 namespace {
 
-/** Every property that was ever found. Grows with the names in use, not with the reads. */
+/** Every property that was ever found. */
 class Table {
   public:
     const prop_info* entry(const char* name) {

@@ -6,16 +6,13 @@
 namespace host {
 
 /**
- * The path on this machine that stands for an absolute path of the device: `path` inside the
- * folder that the environment variable CORVID_WIFI_ROOT names, or `path` itself when the variable
- * is unset or empty. The variable is read at each call. `name` is put behind it.
+ * The path that stands for an absolute path of the device: inside the folder that CORVID_WIFI_ROOT
+ * names, or `path` itself if the variable is unset or empty; it is read at each call. `name` is
+ * appended.
  */
 std::string rootedPath(std::string_view path, std::string_view name = {});
 
-/**
- * Creates the folders that lead to `path`, as `mkdir -p $(dirname path)` does.
- * Returns false, with errno set, when that is not possible.
- */
+/** Creates the folders above `path`. Returns false, with errno set, on failure. */
 bool createParentFolders(const std::string& path);
 
 }  // namespace host

@@ -5,14 +5,14 @@
 namespace Ursa::Sensors {
 
 /**
- * One file of the library's state, in /data/vendor/sensors/ (inside CORVID_WIFI_ROOT, when that is
- * set). The folder is created as needed. A failure is logged and returned as false.
+ * A file of the service's state in /data/vendor/sensors/ (inside CORVID_WIFI_ROOT, if set). Creates
+ * the folder as needed. Failures are logged and returned as false.
  */
 class StateFile {
   public:
     explicit StateFile(const std::string& name);
 
-    /** The whole content; empty when there is no such file. */
+    /** The whole content; empty if there is no such file. */
     bool read(std::string& content) const;
 
     /** Replaces the file in one step: a reader sees the old content or the new one. */

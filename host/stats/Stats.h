@@ -6,9 +6,9 @@
 namespace host {
 
 /**
- * The statistics service: appends each atom as one line of JSON (see AtomJson.h) to
- * /data/misc/stats/atoms.jsonl, whose folders it creates. The line is in the file when the
- * report's caller goes on. An atom that can't be written is logged and dropped.
+ * The statistics service: appends each atom as one line of JSON (AtomJson.h) to
+ * /data/misc/stats/atoms.jsonl, creating its folders, before the report's caller goes on. Logs and
+ * drops an atom that can't be written.
  */
 class Stats : public android::frameworks::stats::V1_0::IStats {
   public:

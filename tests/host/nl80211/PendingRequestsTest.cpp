@@ -43,7 +43,7 @@ TEST_F(PendingRequestsTest, NothingIsPendingAtFirst) {
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, AnAcknowledgedRequestIsNoLongerPending) {
+TEST_F(PendingRequestsTest, AcknowledgedRequestIsNoLongerPending) {
     sent(message(1, kAckRequest));
     EXPECT_EQ(oldest(), 1U);
     received(message(1, 0));  // data before the acknowledgement
@@ -52,7 +52,7 @@ TEST_F(PendingRequestsTest, AnAcknowledgedRequestIsNoLongerPending) {
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, ADumpIsPendingUntilItsEnd) {
+TEST_F(PendingRequestsTest, DumpIsPendingUntilItsEnd) {
     sent(message(1, NLM_F_REQUEST | NLM_F_DUMP));
     received(message(1, NLM_F_MULTI));
     EXPECT_EQ(oldest(), 1U);
@@ -60,7 +60,7 @@ TEST_F(PendingRequestsTest, ADumpIsPendingUntilItsEnd) {
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, ARequestThatAsksForNoAcknowledgementIsAnsweredByAnyMessage) {
+TEST_F(PendingRequestsTest, RequestWithoutAcknowledgementIsAnsweredByAnyMessage) {
     sent(message(1, kRequest));
     received(message(2, 0));
     EXPECT_EQ(oldest(), 1U);
@@ -68,7 +68,7 @@ TEST_F(PendingRequestsTest, ARequestThatAsksForNoAcknowledgementIsAnsweredByAnyM
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, AnswersMayComeInAnyOrder) {
+TEST_F(PendingRequestsTest, AnswersInAnyOrderEndTheirRequests) {
     sent(message(1, kDumpRequest));
     sent(message(2, kAckRequest) + message(3, kAckRequest));
     received(message(2, 0, NLMSG_ERROR));
@@ -79,7 +79,7 @@ TEST_F(PendingRequestsTest, AnswersMayComeInAnyOrder) {
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, APacketThatWasNotSentIsTakenBack) {
+TEST_F(PendingRequestsTest, PacketThatWasNotSentIsNotPending) {
     sent(message(1, kAckRequest));
     sent(message(2, kAckRequest) + message(3, kAckRequest));
     notSent(message(2, kAckRequest) + message(3, kAckRequest));
@@ -88,14 +88,14 @@ TEST_F(PendingRequestsTest, APacketThatWasNotSentIsTakenBack) {
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, WhatIsNoRequestIsNotPending) {
+TEST_F(PendingRequestsTest, MessageThatIsNoRequestIsNotPending) {
     sent(message(1, 0));
     sent("");
     sent("short");
     EXPECT_EQ(oldest(), 0U);
 }
 
-TEST_F(PendingRequestsTest, LengthsThatDoNotFitEndThePacket) {
+TEST_F(PendingRequestsTest, LengthThatDoesNotFitEndsThePacket) {
     for (const uint32_t length : {0U, 15U, 17U, 0xffffffffU}) {
         std::string packet = message(1, kAckRequest);
         memcpy(packet.data(), &length, sizeof(length));
@@ -110,7 +110,7 @@ TEST_F(PendingRequestsTest, LengthsThatDoNotFitEndThePacket) {
     }
 }
 
-TEST_F(PendingRequestsTest, ALastMessageWithoutItsPaddingIsRead) {
+TEST_F(PendingRequestsTest, LastMessageWithoutItsPaddingIsRead) {
     std::string packet = message(1, kAckRequest) + "x";
     const uint32_t length = 17;
     memcpy(packet.data(), &length, sizeof(length));

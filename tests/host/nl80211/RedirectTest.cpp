@@ -223,13 +223,13 @@ TEST_F(Nl80211Redirect, LibnlFindsTheFamilyAndReadsADump) {
     EXPECT_EQ(kernel.requests()[0].port, nl_socket_get_local_port(socket.get()));
 }
 
-TEST_F(Nl80211Redirect, WithoutThePathTheSocketIsTheKernelsOwn) {
+TEST_F(Nl80211Redirect, SocketIsTheKernelsOwnWithoutThePath) {
     const Socket socket = libnlSocket();
     ASSERT_EQ(genl_connect(socket.get()), 0);
     EXPECT_EQ(genl_ctrl_resolve(socket.get(), "nlctrl"), GENL_ID_CTRL);
 }
 
-TEST_F(Nl80211Redirect, WhereNobodyListensTheConnectionFails) {
+TEST_F(Nl80211Redirect, SocketFailsWhereNobodyListens) {
     { const Listener gone(socketPath()); }
     ASSERT_TRUE(std::filesystem::exists(socketPath()));
     EXPECT_LT(genl_connect(libnlSocket().get()), 0);
@@ -239,7 +239,7 @@ TEST_F(Nl80211Redirect, WhereNobodyListensTheConnectionFails) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(Nl80211Redirect, WhereAnOrdinaryFileIsTheConnectionFails) {
+TEST_F(Nl80211Redirect, SocketFailsWhereThereIsAnOrdinaryFile) {
     root_.write("/dev/nl80211", "");
     EXPECT_LT(genl_connect(libnlSocket().get()), 0);
 }
@@ -259,7 +259,7 @@ TEST_F(Nl80211Redirect, OtherNetlinkProtocolsAreTheKernels) {
     EXPECT_FALSE(listener.hasConnection());
 }
 
-TEST_F(Nl80211Connection, OnePacketOutIsWhatOneSendCallWrote) {
+TEST_F(Nl80211Connection, EachSendCallIsOnePacket) {
     char first[] = "first";
     char second[] = "second";
     iovec parts[] = {{first, 5}, {second, 6}};
@@ -279,7 +279,7 @@ TEST_F(Nl80211Connection, OnePacketOutIsWhatOneSendCallWrote) {
     EXPECT_EQ(receiveText(peer_), "fourth");
 }
 
-TEST_F(Nl80211Connection, OnePacketInIsWhatOneReceiveCallReturns) {
+TEST_F(Nl80211Connection, EachReceiveCallReturnsOnePacket) {
     for (const std::string text : {"first", "second", "third"}) {
         ASSERT_EQ(send(peer_, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     }
@@ -298,7 +298,7 @@ TEST_F(Nl80211Connection, OnePacketInIsWhatOneReceiveCallReturns) {
     EXPECT_STREQ(text, "third");
 }
 
-TEST_F(Nl80211Connection, APeekTellsTheWholeLengthAndLeavesThePacket) {
+TEST_F(Nl80211Connection, PeekTellsTheWholeLengthAndLeavesThePacket) {
     ASSERT_EQ(send(peer_, "0123456789", 10, 0), 10);
     char buffer[4];
     iovec part = {buffer, sizeof(buffer)};
@@ -311,14 +311,14 @@ TEST_F(Nl80211Connection, APeekTellsTheWholeLengthAndLeavesThePacket) {
     EXPECT_EQ(receiveText(socket_), "0123456789");
 }
 
-TEST_F(Nl80211Connection, APacketThatDoesNotFitIsCut) {
+TEST_F(Nl80211Connection, PacketThatDoesNotFitIsCut) {
     ASSERT_EQ(send(peer_, "0123456789", 10, 0), 10);
     ASSERT_EQ(send(peer_, "next", 4, 0), 4);
     EXPECT_EQ(receiveText(socket_, 0, 4), "0123");
     EXPECT_EQ(receiveText(socket_), "next");
 }
 
-TEST_F(Nl80211Connection, ThePeersAddressIsTheKernels) {
+TEST_F(Nl80211Connection, PeersAddressIsTheKernels) {
     ASSERT_EQ(send(peer_, "a", 1, 0), 1);
     ASSERT_EQ(send(peer_, "b", 1, 0), 1);
     char byte;
@@ -351,7 +351,7 @@ TEST_F(Nl80211Connection, ThePeersAddressIsTheKernels) {
     EXPECT_EQ(address.nl_pid, 0xffffffffU);  // beyond the room that was given
 }
 
-TEST_F(Nl80211Connection, DescriptorsThatThePeerSendsAreNotTaken) {
+TEST_F(Nl80211Connection, DescriptorsFromThePeerAreNotTaken) {
     char byte = 'x';
     iovec part = {&byte, 1};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
@@ -375,7 +375,7 @@ TEST_F(Nl80211Connection, DescriptorsThatThePeerSendsAreNotTaken) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(Nl80211Connection, TheSocketsAddressIsTheOneItWasBoundTo) {
+TEST_F(Nl80211Connection, AddressOfABoundSocketIsTheOneItWasBoundTo) {
     EXPECT_EQ(ownAddress(socket_).nl_family, AF_NETLINK);
     EXPECT_EQ(ownAddress(socket_).nl_pid, 0U);
     sockaddr_nl address = {};
@@ -385,7 +385,7 @@ TEST_F(Nl80211Connection, TheSocketsAddressIsTheOneItWasBoundTo) {
     EXPECT_EQ(ownAddress(socket_).nl_pid, 12345U);
 }
 
-TEST_F(Nl80211Connection, ASocketThatIsBoundToNoPortInParticularGetsOneOfItsOwn) {
+TEST_F(Nl80211Connection, SocketBoundToPort0GetsAPortOfItsOwn) {
     const unique_fd other = netlinkSocket();
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
@@ -396,7 +396,7 @@ TEST_F(Nl80211Connection, ASocketThatIsBoundToNoPortInParticularGetsOneOfItsOwn)
     EXPECT_NE(ownAddress(socket_).nl_pid, ownAddress(other).nl_pid);
 }
 
-TEST_F(Nl80211Connection, AnAddressOfAnotherKindIsRefused) {
+TEST_F(Nl80211Connection, AddressOfAnotherKindIsRefused) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), -1);
@@ -404,7 +404,7 @@ TEST_F(Nl80211Connection, AnAddressOfAnotherKindIsRefused) {
     EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr*>(&address), 2), -1);
 }
 
-TEST_F(Nl80211Connection, TheSocketsOptionsAreThoseOfANetlinkSocket) {
+TEST_F(Nl80211Connection, OptionsAreThoseOfANetlinkSocket) {
     const int one = 1;
     const int size = 8192;
     for (const int name : {NETLINK_ADD_MEMBERSHIP, NETLINK_EXT_ACK, NETLINK_CAP_ACK}) {
@@ -419,7 +419,7 @@ TEST_F(Nl80211Connection, TheSocketsOptionsAreThoseOfANetlinkSocket) {
     EXPECT_EQ(option(socket_, SOL_SOCKET, SO_ERROR), 0);
 }
 
-TEST_F(Nl80211Connection, TheFlagsOfTheCallAreTheSockets) {
+TEST_F(Nl80211Connection, FlagsOfTheCallAreTheSockets) {
     EXPECT_EQ(fcntl(socket_, F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(fcntl(socket_, F_GETFL) & O_NONBLOCK, 0);
     const unique_fd plain(socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK, NETLINK_GENERIC));
@@ -429,7 +429,7 @@ TEST_F(Nl80211Connection, TheFlagsOfTheCallAreTheSockets) {
     EXPECT_EQ(receiveText(socket_, MSG_DONTWAIT), strerror(EAGAIN));
 }
 
-TEST_F(Nl80211Redirect, AHangUpEndsALibnlDumpWithAnError) {
+TEST_F(Nl80211Redirect, HangUpEndsALibnlDumpWithAnError) {
     FakeNl80211 kernel(root_.path(""));
     kernel.answer([](const NetlinkRequest& request) {
         std::vector<Bytes> packets = interfaces(request);
@@ -443,7 +443,7 @@ TEST_F(Nl80211Redirect, AHangUpEndsALibnlDumpWithAnError) {
     EXPECT_EQ(dump.names.size(), 3U);
 }
 
-TEST_F(Nl80211Connection, AHangUpReadsAsAnErrorReplyToTheRequestUnderWay) {
+TEST_F(Nl80211Connection, HangUpReadsAsAnErrorReplyToTheRequestUnderWay) {
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
     address.nl_pid = 12345;
@@ -462,7 +462,7 @@ TEST_F(Nl80211Connection, AHangUpReadsAsAnErrorReplyToTheRequestUnderWay) {
     EXPECT_EQ(ErrorReply(socket_).error, ECONNRESET);
 }
 
-TEST_F(Nl80211Connection, TheErrorReplyIsCutLikeAnyPacket) {
+TEST_F(Nl80211Connection, ErrorReplyThatDoesNotFitIsCut) {
     ASSERT_GT(sendBytes(socket_, request(77)), 0);
     peer_.reset();
     char buffer[20];
@@ -480,7 +480,7 @@ TEST_F(Nl80211Connection, TheErrorReplyIsCutLikeAnyPacket) {
     EXPECT_EQ(message.msg_flags, MSG_TRUNC);
 }
 
-TEST_F(Nl80211Connection, EveryRequestUnderWayGetsAnErrorReply) {
+TEST_F(Nl80211Connection, HangUpReadsAsAnErrorReplyToEachRequestUnderWay) {
     ASSERT_GT(sendBytes(socket_, request(1)), 0);
     ASSERT_GT(sendBytes(socket_, test::concat({request(2), request(3)})), 0);
     ASSERT_GT(sendBytes(socket_, request(4, NLM_F_REQUEST | NLM_F_DUMP)), 0);
@@ -498,12 +498,12 @@ TEST_F(Nl80211Connection, EveryRequestUnderWayGetsAnErrorReply) {
     EXPECT_EQ(ErrorReply(socket_).error, ECONNRESET);
 }
 
-TEST_F(Nl80211Connection, ASocketThatAskedNothingReadsAHangUpAsAnError) {
+TEST_F(Nl80211Connection, HangUpOfASocketWithoutRequestsReadsAsAnError) {
     peer_.reset();
     EXPECT_EQ(ErrorReply(socket_).error, ECONNRESET);
 }
 
-TEST_F(Nl80211Connection, ARequestAfterTheHangUpIsAnsweredByAnErrorReply) {
+TEST_F(Nl80211Connection, RequestAfterTheHangUpIsAnsweredByAnErrorReply) {
     peer_.reset();
     for (const uint32_t sequence : {5U, 6U}) {
         EXPECT_EQ(sendBytes(socket_, request(sequence)),
@@ -514,7 +514,7 @@ TEST_F(Nl80211Connection, ARequestAfterTheHangUpIsAnsweredByAnErrorReply) {
     }
 }
 
-TEST_F(Nl80211Connection, AReaderThatWaitsIsWokenByAHangUp) {
+TEST_F(Nl80211Connection, HangUpWakesAReaderThatWaits) {
     ASSERT_GT(sendBytes(socket_, request(9)), 0);
     std::atomic<pid_t> thread = 0;
     std::unique_ptr<ErrorReply> reply;
@@ -531,7 +531,7 @@ TEST_F(Nl80211Connection, AReaderThatWaitsIsWokenByAHangUp) {
     EXPECT_EQ(reply->bytes.header.nlmsg_seq, 9U);
 }
 
-TEST_F(Nl80211Connection, ARefusedPacketIsNotUnderWay) {
+TEST_F(Nl80211Connection, RefusedPacketIsNotUnderWay) {
     const Bytes large(1 << 22, 0);
     Bytes tooLarge = request(1);
     tooLarge.insert(tooLarge.end(), large.begin(), large.end());
@@ -542,7 +542,7 @@ TEST_F(Nl80211Connection, ARefusedPacketIsNotUnderWay) {
     EXPECT_EQ(ErrorReply(socket_).bytes.header.nlmsg_seq, 2U);
 }
 
-TEST_F(Nl80211Connection, ACopyOfTheDescriptorIsTheSameSocket) {
+TEST_F(Nl80211Connection, CopyOfTheDescriptorIsTheSameSocket) {
     ASSERT_GT(sendBytes(socket_, request(8)), 0);
     const unique_fd copy(dup(socket_));
     const uint32_t port = ownAddress(socket_).nl_pid;
@@ -554,7 +554,7 @@ TEST_F(Nl80211Connection, ACopyOfTheDescriptorIsTheSameSocket) {
     EXPECT_EQ(reply.bytes.header.nlmsg_seq, 8U);
 }
 
-TEST_F(Nl80211Connection, ANumberThatIsUsedAgainIsNotRedirected) {
+TEST_F(Nl80211Connection, DescriptorNumberOfAnotherFileIsNotRedirected) {
     const std::vector<void (*)(int)> ways = {
         [](int fd) { close(fd); },
         [](int fd) { syscall(SYS_close, fd); },
@@ -577,7 +577,7 @@ TEST_F(Nl80211Connection, ANumberThatIsUsedAgainIsNotRedirected) {
     }
 }
 
-TEST_F(Nl80211Connection, AChildOfForkHasTheSocketToo) {
+TEST_F(Nl80211Connection, ChildOfForkHasTheSocketToo) {
     ASSERT_GT(sendBytes(socket_, request(3)), 0);
     const pid_t child = fork();
     if (child == 0) {
@@ -614,7 +614,7 @@ TEST_F(Nl80211Redirect, TenThousandSocketsLeaveNoDescriptor) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(Nl80211Redirect, SocketsThatStayOpenAreRememberedHoweverManyComeAndGo) {
+TEST_F(Nl80211Redirect, OpenSocketsAreRememberedWhileManyComeAndGo) {
     FakeNl80211 kernel(root_.path(""));
     kernel.answer(interfaces);
     std::vector<unique_fd> open;
@@ -659,7 +659,7 @@ TEST_F(Nl80211Redirect, FirstSocketsOfTwoThreadsAreBothRedirected) {
     EXPECT_EQ(redirected, 2);
 }
 
-TEST_F(Nl80211Redirect, ThreadsHaveTheirOwnSockets) {
+TEST_F(Nl80211Redirect, SocketsOfSeveralThreadsAreApart) {
     FakeNl80211 kernel(root_.path(""));
     kernel.answer(interfaces);
     std::atomic<int> good = 0;

@@ -40,7 +40,7 @@ class EventFdTest : public testing::Test {
     std::vector<int> notes_;
 };
 
-TEST_F(EventFdTest, TasksRunInTheirOrderOnTheThreadThatPolls) {
+TEST_F(EventFdTest, TasksRunInOrderOnThePollingThread) {
     std::thread::id runner;
     std::thread poster([this, &runner] {
         eventFd_->post(note(1));
@@ -55,7 +55,7 @@ TEST_F(EventFdTest, TasksRunInTheirOrderOnTheThreadThatPolls) {
     EXPECT_EQ(runner, std::this_thread::get_id());
 }
 
-TEST_F(EventFdTest, TasksThatAreQueuedTogetherTakeOneWakeUp) {
+TEST_F(EventFdTest, TasksQueuedTogetherTakeOneWakeUp) {
     for (int i = 0; i < 100; i++) {
         eventFd_->post(note(i));
     }
@@ -64,7 +64,7 @@ TEST_F(EventFdTest, TasksThatAreQueuedTogetherTakeOneWakeUp) {
     EXPECT_EQ(poll_->poll(0), 0);
 }
 
-TEST_F(EventFdTest, AWaitingLoopIsWoken) {
+TEST_F(EventFdTest, PostWakesAWaitingLoop) {
     std::atomic<bool> ran = false;
     std::thread loop([this, &ran] {
         while (!ran) {
@@ -76,14 +76,14 @@ TEST_F(EventFdTest, AWaitingLoopIsWoken) {
     EXPECT_TRUE(ran);
 }
 
-TEST_F(EventFdTest, NothingPostedWakesNobody) { EXPECT_EQ(poll_->poll(0), 0); }
+TEST_F(EventFdTest, LoopIsNotWokenWithoutATask) { EXPECT_EQ(poll_->poll(0), 0); }
 
-TEST_F(EventFdTest, AnEmptyFunctionIsIgnored) {
+TEST_F(EventFdTest, EmptyFunctionIsIgnored) {
     eventFd_->post(nullptr);
     EXPECT_EQ(poll_->poll(0), 0);
 }
 
-TEST_F(EventFdTest, ATaskPostedBeforeOpenRunsAfterIt) {
+TEST_F(EventFdTest, TaskPostedBeforeOpenRunsAfterIt) {
     EventFd late(poll_);
     late.post(note(1));
     EXPECT_EQ(poll_->poll(0), 0);
@@ -92,7 +92,7 @@ TEST_F(EventFdTest, ATaskPostedBeforeOpenRunsAfterIt) {
     EXPECT_THAT(notes_, ElementsAre(1));
 }
 
-TEST_F(EventFdTest, OpeningAndClosingTwiceIsOnce) {
+TEST_F(EventFdTest, SecondOpenAndSecondCloseDoNothing) {
     eventFd_->open();
     eventFd_->post(note(1));
     drain();
@@ -101,7 +101,7 @@ TEST_F(EventFdTest, OpeningAndClosingTwiceIsOnce) {
     EXPECT_THAT(notes_, ElementsAre(1));
 }
 
-TEST_F(EventFdTest, ATaskThatATaskPostsRunsAtTheNextWakeUp) {
+TEST_F(EventFdTest, TaskPostedByATaskRunsAtTheNextWakeUp) {
     eventFd_->post([this] {
         notes_.push_back(1);
         eventFd_->post(note(3));
@@ -114,7 +114,7 @@ TEST_F(EventFdTest, ATaskThatATaskPostsRunsAtTheNextWakeUp) {
     EXPECT_EQ(poll_->poll(0), 0);
 }
 
-TEST_F(EventFdTest, ATaskThatPostsItselfLetsOtherDescriptorsRun) {
+TEST_F(EventFdTest, TaskThatPostsItselfDoesNotStarveOtherDescriptors) {
     EventFd other(poll_);
     other.open();
     bool stopped = false;
@@ -129,7 +129,7 @@ TEST_F(EventFdTest, ATaskThatPostsItselfLetsOtherDescriptorsRun) {
     EXPECT_TRUE(stopped);
 }
 
-TEST_F(EventFdTest, TasksLeftAtCloseAreDestroyedUnrun) {
+TEST_F(EventFdTest, TasksLeftAtCloseAreDestroyedWithoutRunning) {
     const auto held = std::make_shared<int>(0);
     eventFd_->post([this, held] { notes_.push_back(1); });
     EXPECT_EQ(held.use_count(), 2);
@@ -139,7 +139,7 @@ TEST_F(EventFdTest, TasksLeftAtCloseAreDestroyedUnrun) {
     EXPECT_THAT(notes_, IsEmpty());
 }
 
-TEST_F(EventFdTest, ATaskPostedAfterCloseIsDestroyedUnrun) {
+TEST_F(EventFdTest, TaskPostedAfterCloseIsDestroyedWithoutRunning) {
     const auto held = std::make_shared<int>(0);
     eventFd_->close();
     eventFd_->post([this, held] { notes_.push_back(1); });
@@ -148,7 +148,7 @@ TEST_F(EventFdTest, ATaskPostedAfterCloseIsDestroyedUnrun) {
     EXPECT_THAT(notes_, IsEmpty());
 }
 
-TEST_F(EventFdTest, AClosedOneMayBeOpenedAgain) {
+TEST_F(EventFdTest, ClosedEventFdOpenedAgainRunsTasks) {
     eventFd_->post(note(1));
     eventFd_->close();
     eventFd_->open();
@@ -157,7 +157,7 @@ TEST_F(EventFdTest, AClosedOneMayBeOpenedAgain) {
     EXPECT_THAT(notes_, ElementsAre(2));
 }
 
-TEST_F(EventFdTest, ATaskThatClosesIsTheLast) {
+TEST_F(EventFdTest, NoTaskRunsAfterOneThatCloses) {
     const auto held = std::make_shared<int>(0);
     eventFd_->post([this] {
         notes_.push_back(1);
@@ -169,7 +169,7 @@ TEST_F(EventFdTest, ATaskThatClosesIsTheLast) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST_F(EventFdTest, ATaskThatReopensIsStillTheLastOfItsTime) {
+TEST_F(EventFdTest, TasksBehindOneThatClosesAndReopensAreDestroyed) {
     eventFd_->post([this] {
         eventFd_->close();
         eventFd_->open();
@@ -180,7 +180,7 @@ TEST_F(EventFdTest, ATaskThatReopensIsStillTheLastOfItsTime) {
     EXPECT_THAT(notes_, ElementsAre(2));
 }
 
-TEST_F(EventFdTest, ATaskMayDestroyTheEventFd) {
+TEST_F(EventFdTest, TaskMayDestroyTheEventFd) {
     eventFd_->post([this] {
         notes_.push_back(1);
         eventFd_.reset();
@@ -190,7 +190,7 @@ TEST_F(EventFdTest, ATaskMayDestroyTheEventFd) {
     EXPECT_THAT(notes_, ElementsAre(1));
 }
 
-TEST_F(EventFdTest, DestructionDestroysTheTasksThatAreQueued) {
+TEST_F(EventFdTest, QueuedTasksAreDestroyedWithTheEventFd) {
     const auto held = std::make_shared<int>(0);
     eventFd_->post([this, held] { notes_.push_back(1); });
     eventFd_.reset();
@@ -199,7 +199,7 @@ TEST_F(EventFdTest, DestructionDestroysTheTasksThatAreQueued) {
     EXPECT_THAT(notes_, IsEmpty());
 }
 
-TEST_F(EventFdTest, DestructionWithoutOpenDestroysTheTasksThatAreQueued) {
+TEST_F(EventFdTest, QueuedTasksAreDestroyedWithAnEventFdThatWasNeverOpened) {
     const auto held = std::make_shared<int>(0);
     auto never = std::make_unique<EventFd>(poll_);
     never->post([held] {});
@@ -207,7 +207,7 @@ TEST_F(EventFdTest, DestructionWithoutOpenDestroysTheTasksThatAreQueued) {
     EXPECT_EQ(held.use_count(), 1);
 }
 
-TEST_F(EventFdTest, ATaskThatIsDestroyedMayPost) {
+TEST_F(EventFdTest, TaskMayPostWhileItIsDestroyed) {
     struct Poster {
         EventFd& eventFd;
         ~Poster() {
@@ -219,7 +219,7 @@ TEST_F(EventFdTest, ATaskThatIsDestroyedMayPost) {
     drain();
 }
 
-TEST_F(EventFdTest, AnExceptionLeavesPollAndTheTasksBehindItRunNext) {
+TEST_F(EventFdTest, TasksBehindOneThatThrowsRunAtTheNextPoll) {
     eventFd_->post(note(1));
     eventFd_->post([this] {
         eventFd_->post(note(4));
@@ -233,7 +233,7 @@ TEST_F(EventFdTest, AnExceptionLeavesPollAndTheTasksBehindItRunNext) {
     EXPECT_THAT(notes_, ElementsAre(1, 2, 3, 4));
 }
 
-TEST_F(EventFdTest, AnExceptionAfterCloseLeavesNoTasks) {
+TEST_F(EventFdTest, TaskThatClosesAndThrowsLeavesNoTasks) {
     const auto held = std::make_shared<int>(0);
     eventFd_->post([this] {
         eventFd_->close();
@@ -246,7 +246,7 @@ TEST_F(EventFdTest, AnExceptionAfterCloseLeavesNoTasks) {
     drain();
 }
 
-TEST_F(EventFdTest, NoTaskOfSeveralThreadsIsLost) {
+TEST_F(EventFdTest, TasksPostedBySeveralThreadsAllRun) {
     constexpr int kThreads = 4;
     constexpr int kTasks = 5000;
     std::vector<int> last(kThreads, -1);
@@ -273,7 +273,7 @@ TEST_F(EventFdTest, NoTaskOfSeveralThreadsIsLost) {
     }
 }
 
-TEST_F(EventFdTest, ClosingAndOpeningWhileOthersPostAndPollIsSafe) {
+TEST_F(EventFdTest, CloseAndOpenWhileOthersPostAndPollLoseNothing) {
     std::atomic<bool> done = false;
     std::atomic<int> ran = 0;
     std::thread poster([&] {
@@ -301,7 +301,7 @@ TEST_F(EventFdTest, ClosingAndOpeningWhileOthersPostAndPollIsSafe) {
     EXPECT_EQ(ran, before + 1);
 }
 
-TEST_F(EventFdTest, DestructionWhileTheLoopRunsItsTasksIsSafe) {
+TEST_F(EventFdTest, EventFdDestroyedWhileTheLoopRunsItsTasksEndsCleanly) {
     std::atomic<bool> done = false;
     std::thread loop([&] {
         while (!done) {
@@ -324,7 +324,7 @@ TEST_F(EventFdTest, DestructionWhileTheLoopRunsItsTasksIsSafe) {
     loop.join();
 }
 
-TEST_F(EventFdTest, ManyLivesLeaveNoDescriptor) {
+TEST_F(EventFdTest, ManyEventFdsLeaveNoDescriptor) {
     const auto descriptors = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                              std::filesystem::directory_iterator());

@@ -101,13 +101,13 @@ std::string localTime(time_t second) {
     return text;
 }
 
-TEST(HostLog, WithoutTheVariableInfoAndAboveAreShown) {
+TEST(HostLog, InfoAndAboveAreShownWithoutTheVariable) {
     const std::vector<std::string> lines = writesOf("levels", nullptr);
     EXPECT_EQ(levelsOf(lines, "CorvidWifi"), "IWEF");
     EXPECT_EQ(levelsOf(lines, "Other"), "IWEF");
 }
 
-TEST(HostLog, AWordForATagSetsThatTagsLowestLevelOnly) {
+TEST(HostLog, WordForATagSetsTheLevelOfThatTagOnly) {
     const std::map<std::string, std::string> shown = {
         {"V", "VDIWEF"}, {"D", "DIWEF"}, {"I", "IWEF"}, {"W", "WEF"},
         {"E", "EF"},     {"F", "F"},     {"S", ""}};
@@ -118,30 +118,30 @@ TEST(HostLog, AWordForATagSetsThatTagsLowestLevelOnly) {
     }
 }
 
-TEST(HostLog, AStarSetsTheLevelOfEveryTagWithoutAWordOfItsOwn) {
+TEST(HostLog, StarSetsTheLevelOfTagsWithoutAWordOfTheirOwn) {
     const std::vector<std::string> lines = writesOf("levels", "*:E CorvidWifi:D");
     EXPECT_EQ(levelsOf(lines, "CorvidWifi"), "DIWEF");
     EXPECT_EQ(levelsOf(lines, "Other"), "EF");
 }
 
-TEST(HostLog, ALineOfAStaticObjectIsFilteredToo) {
+TEST(HostLog, LineOfAStaticObjectIsFilteredToo) {
     EXPECT_THAT(writesOf("nothing", "Early:I"), SizeIs(0));
     EXPECT_THAT(writesOf("nothing", "Early:D"), ElementsAre(HasSubstr("before main")));
 }
 
-TEST(HostLog, TheLineIsLiblogsOwn) {
+TEST(HostLog, LineLooksLikeLiblogs) {
     EXPECT_THAT(writesOf("levels", "*:S CorvidWifi:F"),
                 ElementsAre(MatchesRegex("CorvidWifi F [0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}"
                                          " +[0-9]+ +[0-9]+ level 7\n")));
 }
 
-TEST(HostLog, LinesOfSeveralThreadsAndProgramsAreOneWriteEach) {
+TEST(HostLog, LinesOfSeveralThreadsAndProgramsDoNotMix) {
     const std::vector<std::string> writes = writesOf("storm", nullptr, 2);
     EXPECT_THAT(writes, SizeIs(2 * 4 * 500));
     EXPECT_THAT(writes, Each(MatchesRegex("CorvidWifi I .* (a{400}|b{400}|c{400}|d{400})\n")));
 }
 
-TEST(HostLog, TheTimeIsThatOfTheLineInEverySecond) {
+TEST(HostLog, TimeOfALineIsThatOfItsSecond) {
     std::set<std::string> times;
     for (const std::string& line : writesOf("seconds", nullptr)) {
         const std::vector<std::string> fields = android::base::Split(line, " ");
@@ -154,7 +154,7 @@ TEST(HostLog, TheTimeIsThatOfTheLineInEverySecond) {
     EXPECT_THAT(times, SizeIs(Ge(2u)));
 }
 
-TEST(HostLog, TheIdsAreTheWritersInThreadsAndInForksToo) {
+TEST(HostLog, IdsInThreadsAndForksAreTheWriters) {
     const std::vector<std::string> lines = writesOf("ids", nullptr);
     std::set<std::string> writers;
     for (const std::string& line : lines) {
@@ -172,7 +172,7 @@ TEST(HostLog, TheIdsAreTheWritersInThreadsAndInForksToo) {
     EXPECT_THAT(writers, SizeIs(3 + 2));
 }
 
-TEST(HostLog, ALineOfAnyLengthIsOneWriteAndWhole) {
+TEST(HostLog, LineOfAnyLengthIsWrittenWholeAtOnce) {
     const std::vector<std::string> writes = writesOf("lengths", nullptr);
     ASSERT_THAT(writes, SizeIs(202));
     for (size_t i = 0; i < writes.size(); i++) {
@@ -183,12 +183,12 @@ TEST(HostLog, ALineOfAnyLengthIsOneWriteAndWhole) {
     }
 }
 
-TEST(HostLog, AFileAndLineAreShownBeforeTheText) {
+TEST(HostLog, FileAndLineAreShownBeforeTheText) {
     EXPECT_THAT(writesOf("place", nullptr),
                 ElementsAre(MatchesRegex("CorvidWifi I [-0-9: ]+ File.cpp:12\\] from a place\n")));
 }
 
-TEST(TagFilter, WordsThatMakeNoSenseAreIgnored) {
+TEST(TagFilter, UnknownWordsAreIgnored) {
     const host::TagFilter filter(
         "CorvidWifi CorvidWifi: :V CorvidWifi:Q : CorvidWifi::V CorvidWifi:VV *:Q * Other:d");
     EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
@@ -196,18 +196,18 @@ TEST(TagFilter, WordsThatMakeNoSenseAreIgnored) {
     EXPECT_TRUE(filter.shows(ANDROID_LOG_DEBUG, "Other"));
 }
 
-TEST(TagFilter, TheLastWordAboutATagCounts) {
+TEST(TagFilter, LastWordAboutATagCounts) {
     const host::TagFilter filter("\tCorvidWifi:V CorvidWifi:W\n");
     EXPECT_FALSE(filter.shows(ANDROID_LOG_INFO, "CorvidWifi"));
     EXPECT_TRUE(filter.shows(ANDROID_LOG_WARN, "CorvidWifi"));
 }
 
-TEST(TagFilter, ATagIsComparedAsAWhole) {
+TEST(TagFilter, TagIsComparedAsAWhole) {
     const host::TagFilter filter("Corvid:V CorvidWifiX:V");
     EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
 }
 
-TEST(TagFilter, TheLowestLevelShownIsThatOfAnyTag) {
+TEST(TagFilter, LowestLevelShownIsThatOfAnyTag) {
     EXPECT_EQ(host::TagFilter("").lowestShown(), ANDROID_LOG_INFO);
     EXPECT_EQ(host::TagFilter("CorvidWifi:V").lowestShown(), ANDROID_LOG_VERBOSE);
     EXPECT_EQ(host::TagFilter("CorvidWifi:D *:E").lowestShown(), ANDROID_LOG_DEBUG);

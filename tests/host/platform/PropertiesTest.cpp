@@ -34,7 +34,7 @@ class SystemProperties : public testing::Test {
     TempRoot root_;
 };
 
-TEST_F(SystemProperties, AFileIsAPropertyAndItsContentTheValue) {
+TEST_F(SystemProperties, ContentOfAFileIsThePropertysValue) {
     root_.write("/dev/__properties__/persist.vendor.wifi.a", "12");
     const prop_info* property = __system_property_find("persist.vendor.wifi.a");
     ASSERT_NE(property, nullptr);
@@ -50,19 +50,19 @@ TEST_F(SystemProperties, OneTrailingNewlineIsNotPartOfTheValue) {
     EXPECT_EQ(readBack(__system_property_find("only")), "only=");
 }
 
-TEST_F(SystemProperties, WithoutAFileThePropertyIsNotSet) {
+TEST_F(SystemProperties, PropertyWithoutAFileIsNotSet) {
     EXPECT_EQ(__system_property_find("persist.vendor.wifi.a"), nullptr);
     root_.write("/dev/__properties__/other", "1");
     EXPECT_EQ(__system_property_find("persist.vendor.wifi.a"), nullptr);
 }
 
-TEST_F(SystemProperties, AnEmptyFileIsASetPropertyWithAnEmptyValue) {
+TEST_F(SystemProperties, EmptyFileIsASetPropertyWithAnEmptyValue) {
     root_.write("/dev/__properties__/empty", "");
     ASSERT_NE(__system_property_find("empty"), nullptr);
     EXPECT_EQ(readBack(__system_property_find("empty")), "empty=");
 }
 
-TEST_F(SystemProperties, ANameThatLeavesTheFolderIsNoProperty) {
+TEST_F(SystemProperties, NameThatLeavesTheFolderIsNoProperty) {
     root_.write("/dev/outside", "1");
     root_.write("/dev/__properties__/folder/inside", "1");
     for (const char* name :
@@ -72,13 +72,13 @@ TEST_F(SystemProperties, ANameThatLeavesTheFolderIsNoProperty) {
     EXPECT_EQ(__system_property_find(std::string(5000, 'x').c_str()), nullptr);
 }
 
-TEST_F(SystemProperties, AFifoIsNoPropertyAndDoesNotBlock) {
+TEST_F(SystemProperties, FifoIsNoPropertyAndDoesNotBlock) {
     root_.write("/dev/__properties__/a", "1");
     ASSERT_EQ(mkfifo(root_.path("/dev/__properties__/fifo").c_str(), 0600), 0);
     EXPECT_EQ(__system_property_find("fifo"), nullptr);
 }
 
-TEST_F(SystemProperties, TheNextReadSeesAChange) {
+TEST_F(SystemProperties, NextReadSeesAChange) {
     root_.setProperty("changing", "1");
     const prop_info* property = __system_property_find("changing");
     root_.setProperty("changing", "2");
@@ -90,7 +90,7 @@ TEST_F(SystemProperties, TheNextReadSeesAChange) {
     EXPECT_EQ(readBack(property), "changing=3");
 }
 
-TEST_F(SystemProperties, TheNextReadSeesAChangeOfAnyKind) {
+TEST_F(SystemProperties, NextReadSeesAChangeOfAnyKind) {
     const std::string folder = root_.path("/dev/__properties__");
     const auto isNotSet = [] { return __system_property_find("a") == nullptr; };
     ASSERT_TRUE(isNotSet());  // nor is there a folder
@@ -127,7 +127,7 @@ TEST_F(SystemProperties, TheNextReadSeesAChangeOfAnyKind) {
     EXPECT_TRUE(isNotSet());
 }
 
-TEST_F(SystemProperties, AnotherRootIsAnotherSetOfProperties) {
+TEST_F(SystemProperties, AnotherRootHasOtherProperties) {
     root_.setProperty("a", "1");
     const prop_info* property = __system_property_find("a");
     {
@@ -140,7 +140,7 @@ TEST_F(SystemProperties, AnotherRootIsAnotherSetOfProperties) {
     EXPECT_EQ(readBack(property), "a=1");
 }
 
-TEST_F(SystemProperties, AFileThatCannotBeReadIsNotSet) {
+TEST_F(SystemProperties, FileThatCannotBeReadIsNotSet) {
     root_.setProperty("a", "1");
     std::filesystem::permissions(root_.path(""), std::filesystem::perms(0755));
     const auto setTo = [&](unsigned mode) {
@@ -158,7 +158,7 @@ TEST_F(SystemProperties, AFileThatCannotBeReadIsNotSet) {
     EXPECT_TRUE(setTo(0644));
 }
 
-TEST_F(SystemProperties, APropertyIsTheSameObjectHoweverOftenItIsFound) {
+TEST_F(SystemProperties, PropertyFoundTwiceIsTheSameObject) {
     root_.setProperty("same", "1");
     const prop_info* property = __system_property_find("same");
     for (int i = 0; i < 1000; i++) {
@@ -169,13 +169,13 @@ TEST_F(SystemProperties, APropertyIsTheSameObjectHoweverOftenItIsFound) {
     EXPECT_EQ(readBack(property), "same=1");
 }
 
-TEST_F(SystemProperties, TheCallbackGetsALongValueWhole) {
+TEST_F(SystemProperties, CallbackGetsALongValueWhole) {
     const std::string value(10000, 'v');
     root_.setProperty("long", value);
     EXPECT_EQ(readBack(__system_property_find("long")), "long=" + value);
 }
 
-TEST_F(SystemProperties, AValueEndsAtItsFirstNul) {
+TEST_F(SystemProperties, ValueEndsAtItsFirstNul) {
     root_.write("/dev/__properties__/nul", std::string("ab\0cd\n", 6));
     EXPECT_EQ(readBack(__system_property_find("nul")), "nul=ab");
 }
@@ -201,7 +201,7 @@ TEST_F(SystemProperties, GetCutsALongValueTo91Characters) {
     EXPECT_EQ(std::string(value), std::string(PROP_VALUE_MAX - 1, 'v'));
 }
 
-TEST_F(SystemProperties, AReaderBesideAWriterSeesOneOfTheValues) {
+TEST_F(SystemProperties, ReadDuringAChangeSeesTheOldOrTheNewValue) {
     root_.setProperty("busy", std::string(80, 'a'));
     std::atomic<bool> done = false;
     std::vector<std::thread> readers(3);

@@ -100,26 +100,26 @@ bool Sensors::hangsUntilEnded(const std::function<void()>& operation) {
     return hung && ended && !returned;
 }
 
-TEST_F(Sensors, TheTransportErrorActionIsTheValueLastSet) {
+TEST_F(Sensors, TransportErrorActionIsTheValueLastSet) {
     setTransportErrorAction(static_cast<TransportErrorAction>(1));
     setTransportErrorAction(static_cast<TransportErrorAction>(3));
     EXPECT_EQ(root_.read("/data/vendor/sensors/transport_error_action"), "3\n");
 }
 
-TEST_F(Sensors, WithoutAFileTheBlocklistIsEmpty) {
+TEST_F(Sensors, BlocklistIsEmptyWithoutAFile) {
     ControllerWirelessFreqBlocklists ranges = {{1, 2}};
     EXPECT_TRUE(createControllerProvider()->getWirelessFreqBlocklists(ranges));
     EXPECT_THAT(ranges, IsEmpty());
 }
 
-TEST_F(Sensors, AnEmptyFileIsAnEmptyBlocklist) {
+TEST_F(Sensors, EmptyFileIsAnEmptyBlocklist) {
     root_.write(kBlocklist, "");
     ControllerWirelessFreqBlocklists ranges = {{1, 2}};
     EXPECT_TRUE(createControllerProvider()->getWirelessFreqBlocklists(ranges));
     EXPECT_THAT(ranges, IsEmpty());
 }
 
-TEST_F(Sensors, RangesAreKeptInTheirOrderForEveryProvider) {
+TEST_F(Sensors, RangesKeepTheirOrderForEveryProvider) {
     EXPECT_TRUE(createControllerProvider()->setWirelessFreqBlocklists(
         {{2444, 2476}, {2425, 2427}, {0, 65535}}));
     EXPECT_EQ(root_.read(kBlocklist), "2444 2476\n2425 2427\n0 65535\n");
@@ -130,7 +130,7 @@ TEST_F(Sensors, RangesAreKeptInTheirOrderForEveryProvider) {
                                     ControllerWirelessFreqBlocklist{0, 65535}));
 }
 
-TEST_F(Sensors, SettingReplacesAndClearingEmpties) {
+TEST_F(Sensors, SetReplacesTheListAndClearEmptiesIt) {
     const std::unique_ptr<ControllerProvider> provider = createControllerProvider();
     EXPECT_TRUE(provider->setWirelessFreqBlocklists({{2402, 2430}, {2451, 2453}}));
     EXPECT_TRUE(provider->setWirelessFreqBlocklists({{2420, 2454}}));
@@ -150,7 +150,7 @@ TEST_F(Sensors, NothingIsLeftBesideTheStateFiles) {
                                                    "transport_error_action"));
 }
 
-TEST_F(Sensors, ABlocklistFileThatDoesNotParseFailsAndLeavesTheListAlone) {
+TEST_F(Sensors, BlocklistFileThatDoesNotParseFailsAndLeavesTheListAlone) {
     for (const char* text : {"2402\n", "2402 2430 7\n", "2402  2430\n", "a b\n", "2402 70000\n",
                              "-1 5\n", "2402 2430\n\n2451 2453\n"}) {
         root_.write(kBlocklist, text);
@@ -160,7 +160,7 @@ TEST_F(Sensors, ABlocklistFileThatDoesNotParseFailsAndLeavesTheListAlone) {
     }
 }
 
-TEST_F(Sensors, AnUnreadableBlocklistFails) {
+TEST_F(Sensors, UnreadableBlocklistFails) {
     std::filesystem::create_directories(root_.path(kBlocklist));  // a folder in the file's place
     ControllerWirelessFreqBlocklists ranges;
     EXPECT_FALSE(createControllerProvider()->getWirelessFreqBlocklists(ranges));
@@ -177,14 +177,14 @@ TEST_F(Sensors, EachClockNotificationAddsALine) {
               "worldTracking 0\nworldTracking 1\neye -1\n");
 }
 
-TEST_F(Sensors, AServiceWithoutProvidersGivesNull) {
+TEST_F(Sensors, ProviderIsNullIfThePropertySaysSo) {
     root_.setProperty("debug.sensors.controller.create", "null");
     root_.setProperty("debug.sensors.camera.create", "null");
     EXPECT_EQ(createControllerProvider(), nullptr);
     EXPECT_EQ(createCameraProvider(), nullptr);
 }
 
-TEST_F(Sensors, ASteeredFailureHasNoEffect) {
+TEST_F(Sensors, CallThatFailsByItsPropertyHasNoEffect) {
     const std::unique_ptr<ControllerProvider> provider = createControllerProvider();
     ASSERT_TRUE(provider->setWirelessFreqBlocklists({{2402, 2430}}));
     for (const char* operation : {"get", "set", "clear"}) {
@@ -198,7 +198,7 @@ TEST_F(Sensors, ASteeredFailureHasNoEffect) {
     EXPECT_EQ(root_.read(kBlocklist), "2402 2430\n");
 }
 
-TEST_F(Sensors, TheSteeringIsReadAtEachOperation) {
+TEST_F(Sensors, PropertyIsReadAtEachCall) {
     const std::unique_ptr<ControllerProvider> provider = createControllerProvider();
     root_.setProperty("debug.sensors.controller.set", "fail");
     EXPECT_FALSE(provider->setWirelessFreqBlocklists({{2402, 2430}}));
@@ -206,7 +206,7 @@ TEST_F(Sensors, TheSteeringIsReadAtEachOperation) {
     EXPECT_TRUE(provider->setWirelessFreqBlocklists({{2402, 2430}}));
 }
 
-TEST_F(Sensors, AnUnknownSteeringValueCountsAsOk) {
+TEST_F(Sensors, UnknownValueOfAPropertyCountsAsOk) {
     root_.setProperty("debug.sensors.controller.create", "fail");
     root_.setProperty("debug.sensors.controller.set", "null");
     root_.setProperty("debug.sensors.camera.notify", "fail");
@@ -214,7 +214,7 @@ TEST_F(Sensors, AnUnknownSteeringValueCountsAsOk) {
     EXPECT_TRUE(createCameraProvider()->notifyMipiClock("worldTracking", 0));
 }
 
-TEST_F(Sensors, AHangIsEndedByPthreadExitAndHasNoEffect) {
+TEST_F(Sensors, HungCallIsEndedByPthreadExitAndHasNoEffect) {
     const std::shared_ptr<ControllerProvider> controllers = createControllerProvider();
     const std::shared_ptr<CameraProvider> cameras = createCameraProvider();
     ControllerWirelessFreqBlocklists ranges;

@@ -7,26 +7,18 @@
 #include <sstream>
 #include <string>
 
+#include "tests/support/TempFolder.h"
+
 /** A fresh CORVID_WIFI_ROOT for one test; removed with it. */
 class TempRoot {
   public:
-    TempRoot() {
-        std::string name = std::filesystem::temp_directory_path() / "corvid-wifi.XXXXXX";
-        path_ = mkdtemp(name.data());
-        setenv("CORVID_WIFI_ROOT", path_.c_str(), 1);
-    }
-
-    ~TempRoot() {
-        unsetenv("CORVID_WIFI_ROOT");
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
+    TempRoot() { setenv("CORVID_WIFI_ROOT", folder_.path().c_str(), 1); }
+    ~TempRoot() { unsetenv("CORVID_WIFI_ROOT"); }
     TempRoot(const TempRoot&) = delete;
     TempRoot& operator=(const TempRoot&) = delete;
 
     /** A device path inside the root. */
-    std::string path(const std::string& devicePath) const { return path_ + devicePath; }
+    std::string path(const std::string& devicePath) const { return folder_.path() + devicePath; }
 
     /** Writes a file the way a property is changed: a rename over it. */
     void write(const std::string& devicePath, const std::string& content) const {
@@ -47,5 +39,5 @@ class TempRoot {
     }
 
   private:
-    std::string path_;
+    test::TempFolder folder_;
 };

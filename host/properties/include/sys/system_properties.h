@@ -5,11 +5,9 @@
 
 /**
  * System properties, with the names and types of the device's libc. On a host the property NAME is
- * the file dev/__properties__/NAME (inside CORVID_WIFI_ROOT, when that is set): its content is the
- * value, except for one trailing newline. Without the file the property is not set. The file is
- * read at every read, so a change (a rename over the file) is seen by the next one.
- *
- * Every function may be called from any thread.
+ * the file dev/__properties__/NAME (inside CORVID_WIFI_ROOT, if set). Its content is the value, but
+ * for one trailing newline; without the file the property is not set. Each read reads the file, so
+ * it sees a rename over it. Thread-safe.
  */
 
 // NOLINTBEGIN(bugprone-reserved-identifier): libc's own names.
@@ -28,9 +26,8 @@ typedef struct prop_info prop_info;
 const prop_info* __system_property_find(const char* name);
 
 /**
- * Calls `callback` once, on this thread, with the property's name and its current value, of
- * whatever length; a property that is no longer set has an empty value. Both texts are valid during
- * the call only. `serial` is 0: a host does not count changes.
+ * Calls `callback` once, on this thread, with the name and the current value, of any length; empty
+ * if the property is no longer set. Both are valid during the call. `serial` is always 0.
  */
 void __system_property_read_callback(const prop_info* property,
                                      void (*callback)(void* cookie, const char* name,
@@ -38,8 +35,8 @@ void __system_property_read_callback(const prop_info* property,
                                      void* cookie);
 
 /**
- * Copies the value, at most PROP_VALUE_MAX - 1 characters of it, and a NUL to `value`. Returns the
- * number of characters; a property that is not set gives an empty value and 0.
+ * Copies the value, cut to PROP_VALUE_MAX - 1 characters, and a NUL. Returns the number of
+ * characters, 0 if the property is not set.
  */
 int __system_property_get(const char* name, char* value);
 
