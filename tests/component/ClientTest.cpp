@@ -48,17 +48,17 @@ constexpr const char* kCallFailed = "CorvidWifiManager: Failed to call IWifi onR
 class Clients : public testing::Test {
   protected:
     void SetUp() override {
-        headset.play("supplicant start p2p=p2p0");
-        headset.startDaemon();
-        headset.expectConnection("wlan0");
-        headset.expectConnection("p2p0");
+        headset_.play("supplicant start p2p=p2p0");
+        headset_.startDaemon();
+        headset_.expectConnection("wlan0");
+        headset_.expectConnection("p2p0");
     }
 
     /** corvid-wifi monitor, once it is registered. */
     std::unique_ptr<Program> startMonitor() {
         auto monitor = std::make_unique<Program>(
             std::vector<std::string>{component::clientPath(), "monitor"},
-            Program::Options{{"CORVID_WIFI_ROOT=" + headset.root()}, {}, {}});
+            Program::Options{{"CORVID_WIFI_ROOT=" + headset_.root()}, {}, {}});
         EXPECT_EQ(monitor->readLine(), "{\"event\":\"registered\"}");
         return monitor;
     }
@@ -79,7 +79,7 @@ class Clients : public testing::Test {
     /** A connection to the socket on which the daemon takes calls. */
     android::base::unique_fd connectToDaemon() const {
         for (const auto& entry :
-             std::filesystem::directory_iterator(headset.root() + "/dev/hwbinder")) {
+             std::filesystem::directory_iterator(headset_.root() + "/dev/hwbinder")) {
             sockaddr_un address{};
             address.sun_family = AF_UNIX;
             const std::string path = entry.path();
@@ -92,7 +92,7 @@ class Clients : public testing::Test {
             socklen_t length = sizeof(peer);
             if (connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
                 getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 &&
-                peer.pid == headset.daemonPid()) {
+                peer.pid == headset_.daemonPid()) {
                 return fd;
             }
         }
@@ -100,14 +100,14 @@ class Clients : public testing::Test {
         return {};
     }
 
-    Headset headset;
+    Headset headset_;
 };
 
 TEST_F(Clients, AreToldOfEveryRelayedEvent) {
     const auto monitor = startMonitor();
-    headset.playAll({"regdom init=USER type=COUNTRY alpha2=DE", "regdom init=CORE type=WORLD",
-                     "regdom init=USER type=INTERSECTION", "assoc started ifname=wlan0",
-                     "assoc started ifname=p2p-wlan0-0"});
+    headset_.playAll({"regdom init=USER type=COUNTRY alpha2=DE", "regdom init=CORE type=WORLD",
+                      "regdom init=USER type=INTERSECTION", "assoc started ifname=wlan0",
+                      "assoc started ifname=p2p-wlan0-0"});
     EXPECT_EQ(monitor->readLine(), regdom("DE"));
     EXPECT_EQ(monitor->readLine(),
               "{\"event\":\"onRegdomUpdated\",\"init\":\"CORE\",\"type\":"
@@ -116,32 +116,32 @@ TEST_F(Clients, AreToldOfEveryRelayedEvent) {
               "{\"event\":\"onRegdomUpdated\",\"init\":\"USER\",\"type\":"
               "\"INTERSECTION\",\"alpha2\":\"00\"}");
     EXPECT_EQ(monitor->readLine(), "{\"event\":\"onAssocStarted\"}");
-    headset.expectLog("I",
-                      "AssocStartedManager: 'wlan0' is not a p2p interface => ignore the event");
+    headset_.expectLog("I",
+                       "AssocStartedManager: 'wlan0' is not a p2p interface => ignore the event");
     // The other socket tells of regulatory changes too.
-    headset.play("regdom init=USER type=COUNTRY alpha2=US on=p2p0");
+    headset_.play("regdom init=USER type=COUNTRY alpha2=US on=p2p0");
     EXPECT_EQ(monitor->readLine(), regdom("US"));
     monitor->signal(SIGTERM);
     EXPECT_EQ(monitor->wait(), 0);
 }
 
 TEST_F(Clients, ThatAreNotThereAreNoTrouble) {
-    headset.play("regdom init=USER type=COUNTRY alpha2=DE");
-    headset.expectLog("D", "RegdomManager: Notify regdom updated event");
-    headset.settle();
-    EXPECT_THAT(headset.log("CorvidWifiManager:"), IsEmpty());
+    headset_.play("regdom init=USER type=COUNTRY alpha2=DE");
+    headset_.expectLog("D", "RegdomManager: Notify regdom updated event");
+    headset_.settle();
+    EXPECT_THAT(headset_.log("CorvidWifiManager:"), IsEmpty());
 }
 
 TEST_F(Clients, ThatDieAreForgottenWithOneLine) {
     const auto dying = startMonitor();
     const auto other = startMonitor();
     dying->signal(SIGKILL);
-    headset.expectLog("D", kRemoving);
-    headset.play("regdom init=USER type=COUNTRY alpha2=DE");
+    headset_.expectLog("D", kRemoving);
+    headset_.play("regdom init=USER type=COUNTRY alpha2=DE");
     EXPECT_EQ(other->readLine(), regdom("DE"));
-    headset.settle();
-    EXPECT_THAT(headset.log(kRemoving), SizeIs(1));
-    EXPECT_THAT(headset.log(kCallFailed), IsEmpty());
+    headset_.settle();
+    EXPECT_THAT(headset_.log(kRemoving), SizeIs(1));
+    EXPECT_THAT(headset_.log(kCallFailed), IsEmpty());
 }
 
 TEST_F(Clients, ThatUnregisteredBeforeTheyDieAreForgottenSilently) {
@@ -151,21 +151,21 @@ TEST_F(Clients, ThatUnregisteredBeforeTheyDieAreForgottenSilently) {
     // What comes after the death on the same thread shows that it has been handled.
     const auto last = startMonitor();
     last->signal(SIGKILL);
-    headset.expectLog("D", kRemoving);
-    EXPECT_THAT(headset.log(kRemoving), SizeIs(1));
+    headset_.expectLog("D", kRemoving);
+    EXPECT_THAT(headset_.log(kRemoving), SizeIs(1));
 }
 
 TEST_F(Clients, ThatComeAndDieAHundredTimesLeaveNothingBehind) {
     constexpr int kTimes = 100;
     startMonitor()->signal(SIGKILL);
-    headset.expectLog("D", kRemoving);
-    const auto before = headset.daemonFigures();
+    headset_.expectLog("D", kRemoving);
+    const auto before = headset_.daemonFigures();
     for (int i = 0; i < kTimes; ++i) {
         startMonitor()->signal(SIGKILL);
     }
-    headset.expectRecords(kTimes + 1, "log", kRemoving);
-    EXPECT_EQ(headset.call("getP2pInfo").status, 0);
-    const auto after = headset.daemonFigures();
+    headset_.expectRecords(kTimes + 1, "log", kRemoving);
+    EXPECT_EQ(headset_.call("getP2pInfo").status, 0);
+    const auto after = headset_.daemonFigures();
     EXPECT_LE(after.descriptors(), before.descriptors() + 4) << "connections of the last callers";
     EXPECT_LE(after.threads(), before.threads() + 1);
 }
@@ -182,7 +182,7 @@ class Listener : public ICorvidWifiManagerCallback {
 };
 
 TEST_F(Clients, CanRegisterOnceAndUnregisterOnce) {
-    setenv("CORVID_WIFI_ROOT", headset.root().c_str(), 1);
+    setenv("CORVID_WIFI_ROOT", headset_.root().c_str(), 1);
     const sp<IWifi> service = IWifi::tryGetService();
     ASSERT_NE(service, nullptr);
     const sp<ICorvidWifiManagerCallback> listener = new Listener();
@@ -205,61 +205,61 @@ TEST_F(Clients, CanRegisterOnceAndUnregisterOnce) {
 TEST_F(Clients, ThatPassNullAreRefused) {
     for (const char* method :
          {"registerCorvidWifiManagerCallback", "unregisterCorvidWifiManagerCallback"}) {
-        const auto answer = headset.call(std::string(method) + " null");
+        const auto answer = headset_.call(std::string(method) + " null");
         EXPECT_EQ(answer.output, "{\"code\":1,\"description\":\"\"}") << method;
         EXPECT_EQ(answer.status, 1);
     }
-    headset.play("regdom init=USER type=COUNTRY alpha2=DE");
-    headset.settle();
-    EXPECT_THAT(headset.log(kCallFailed), IsEmpty());
+    headset_.play("regdom init=USER type=COUNTRY alpha2=DE");
+    headset_.settle();
+    EXPECT_THAT(headset_.log(kCallFailed), IsEmpty());
 }
 
 TEST_F(Clients, ThatHangInACallbackHoldUpEventsButNotCalls) {
     const auto hanging = startMonitor();
     const auto patient = startMonitor();
     hang(*hanging);
-    headset.play("regdom init=USER type=COUNTRY alpha2=AA");
-    headset.expectLog("D", "RegdomManager: Notify regdom updated event");
-    headset.playAll({"regdom init=USER type=COUNTRY alpha2=BB",
-                     "regdom init=USER type=COUNTRY alpha2=CC", "connect freq=5180 rssi=-48"});
+    headset_.play("regdom init=USER type=COUNTRY alpha2=AA");
+    headset_.expectLog("D", "RegdomManager: Notify regdom updated event");
+    headset_.playAll({"regdom init=USER type=COUNTRY alpha2=BB",
+                      "regdom init=USER type=COUNTRY alpha2=CC", "connect freq=5180 rssi=-48"});
     // Calls go on, those that ask the supplicant too.
-    EXPECT_THAT(headset.call("getStaInfo").output, HasSubstr("\"frequency\":5180,\"rssi\":-48"));
-    EXPECT_THAT(headset.dump(), HasSubstr("\tRegdomManager.onRegdomUpdated: "));
-    EXPECT_EQ(headset.call("getP2pInfo").status, 0);
-    EXPECT_THAT(headset.log("onRegdomUpdated("), SizeIs(1)) << "the second event waits";
+    EXPECT_THAT(headset_.call("getStaInfo").output, HasSubstr("\"frequency\":5180,\"rssi\":-48"));
+    EXPECT_THAT(headset_.dump(), HasSubstr("\tRegdomManager.onRegdomUpdated: "));
+    EXPECT_EQ(headset_.call("getP2pInfo").status, 0);
+    EXPECT_THAT(headset_.log("onRegdomUpdated("), SizeIs(1)) << "the second event waits";
 
     hanging->signal(SIGKILL);
     EXPECT_EQ(patient->readLine(), regdom("AA"));
     EXPECT_EQ(patient->readLine(), regdom("BB"));
     EXPECT_EQ(patient->readLine(), regdom("CC"));
-    headset.expectLog("I", "StaManager: STA event(CONNECTED)");
-    headset.expectLog("D", kRemoving);
-    EXPECT_THAT(headset.log(kRemoving), SizeIs(1));
+    headset_.expectLog("I", "StaManager: STA event(CONNECTED)");
+    headset_.expectLog("D", kRemoving);
+    EXPECT_THAT(headset_.log(kRemoving), SizeIs(1));
     // One line for the event under way; should an event have overtaken the notice of the death, one
     // for that as well, and that is all.
-    const auto failures = headset.log(kCallFailed, "E");
+    const auto failures = headset_.log(kCallFailed, "E");
     EXPECT_GE(failures.size(), 1u);
     EXPECT_LE(failures.size(), 3u);
-    headset.forget();
-    headset.play("regdom init=USER type=COUNTRY alpha2=DD");
+    headset_.forget();
+    headset_.play("regdom init=USER type=COUNTRY alpha2=DD");
     EXPECT_EQ(patient->readLine(), regdom("DD"));
-    EXPECT_THAT(headset.log(kCallFailed), IsEmpty());
+    EXPECT_THAT(headset_.log(kCallFailed), IsEmpty());
 }
 
 TEST_F(Clients, ThatHangAloneInACallbackCostOneErrorLineWhenTheyDie) {
     const auto hanging = startMonitor();
     hang(*hanging);
-    headset.play("regdom init=USER type=COUNTRY alpha2=AA");
-    headset.expectLog("D", "RegdomManager: Notify regdom updated event");
+    headset_.play("regdom init=USER type=COUNTRY alpha2=AA");
+    headset_.expectLog("D", "RegdomManager: Notify regdom updated event");
     hanging->signal(SIGKILL);
-    headset.expectLog("D", kRemoving);
-    headset.settle();
-    EXPECT_THAT(headset.log(kCallFailed, "E"), SizeIs(1));
+    headset_.expectLog("D", kRemoving);
+    headset_.settle();
+    EXPECT_THAT(headset_.log(kCallFailed, "E"), SizeIs(1));
 }
 
 TEST_F(Clients, ThatSendGarbageLoseTheirConnectionAndNothingElse) {
     const auto monitor = startMonitor();
-    headset.forget();
+    headset_.forget();
     const std::vector<std::string> garbage = {
         std::string(64, '\0'),
         std::string(64, '\xff'),
@@ -278,11 +278,11 @@ TEST_F(Clients, ThatSendGarbageLoseTheirConnectionAndNothingElse) {
         EXPECT_TRUE(received == 0 || (received < 0 && errno == ECONNRESET))
             << received << " " << strerror(errno);
     }
-    headset.expectRecords(garbage.size(), "log",
-                          "Ending a connection of process " + std::to_string(getpid()));
+    headset_.expectRecords(garbage.size(), "log",
+                           "Ending a connection of process " + std::to_string(getpid()));
     // Callers and listeners never notice.
-    EXPECT_EQ(headset.call("getP2pInfo").status, 0);
-    headset.play("regdom init=USER type=COUNTRY alpha2=DE");
+    EXPECT_EQ(headset_.call("getP2pInfo").status, 0);
+    headset_.play("regdom init=USER type=COUNTRY alpha2=DE");
     EXPECT_EQ(monitor->readLine(), regdom("DE"));
 }
 
@@ -293,7 +293,7 @@ TEST_F(Clients, ThatConnectAndSayNothingKeepNobodyFromCalling) {
         const char half[] = "HDL";
         (void)send(silent.back().get(), half, sizeof(half) - 1, MSG_NOSIGNAL);
     }
-    EXPECT_EQ(headset.call("getP2pInfo").status, 0);
+    EXPECT_EQ(headset_.call("getP2pInfo").status, 0);
 }
 
 }  // namespace

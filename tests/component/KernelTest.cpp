@@ -26,29 +26,29 @@ constexpr const char* kBandwidth80 = "{\"frequency\":5180,\"rssi\":-48,\"bandwid
 class Kernel : public testing::Test {
   protected:
     void SetUp() override {
-        headset.playAll({"stats start", "supplicant start"});
-        headset.startDaemon();
-        headset.expectConnection();
-        headset.play("connect freq=5180 width=80 rssi=-48");
-        headset.expectLog("I", "StaManager: STA event(CONNECTED)");
-        headset.settle();
+        headset_.playAll({"stats start", "supplicant start"});
+        headset_.startDaemon();
+        headset_.expectConnection();
+        headset_.play("connect freq=5180 width=80 rssi=-48");
+        headset_.expectLog("I", "StaManager: STA event(CONNECTED)");
+        headset_.settle();
     }
 
-    std::string staInfo() { return headset.call("getStaInfo").output; }
+    std::string staInfo() { return headset_.call("getStaInfo").output; }
 
     /** The client's error lines until now. */
     std::vector<LogLine> errors() {
-        headset.settle();
-        return headset.log("Nl80211Client: ", "E");
+        headset_.settle();
+        return headset_.log("Nl80211Client: ", "E");
     }
 
     /** After whatever it was, the next request is answered as ever. */
     void expectRecovery() {
-        headset.play("netlink heal");
+        headset_.play("netlink heal");
         EXPECT_EQ(staInfo(), kBandwidth80);
     }
 
-    Headset headset;
+    Headset headset_;
 };
 
 TEST_F(Kernel, StationRateDecidesTheBandwidth) {
@@ -62,46 +62,46 @@ TEST_F(Kernel, StationRateDecidesTheBandwidth) {
                    {"80+80", "4", "unknown"},
                    {"160", "5", "160"}};
     for (const auto& [width, code, dump] : kWidths) {
-        headset.play(std::string("channel switch freq=5500 width=") + width);
+        headset_.play(std::string("channel switch freq=5500 width=") + width);
         EXPECT_EQ(staInfo(),
                   std::string("{\"frequency\":5500,\"rssi\":-48,\"bandwidth\":") + code + "}");
-        EXPECT_THAT(headset.dump(), HasSubstr(std::string("StaManager: Enabled\n"
-                                                          "\tSTA frequency: 5500\n"
-                                                          "\tSTA rssi: -48\n"
-                                                          "\tSTA bandwidth: ") +
-                                              dump + "\n"));
+        EXPECT_THAT(headset_.dump(), HasSubstr(std::string("StaManager: Enabled\n"
+                                                           "\tSTA frequency: 5500\n"
+                                                           "\tSTA rssi: -48\n"
+                                                           "\tSTA bandwidth: ") +
+                                               dump + "\n"));
     }
 }
 
 TEST_F(Kernel, MissingFamilyLeavesTheBandwidthUnknown) {
-    headset.play("netlink family absent");
+    headset_.play("netlink family absent");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
-    headset.play("netlink family id=33");
+    headset_.play("netlink family id=33");
     EXPECT_EQ(staInfo(), kBandwidth80);
 }
 
 TEST_F(Kernel, AbandonedSocketLeavesTheBandwidthUnknown) {
-    headset.play("netlink close");
+    headset_.play("netlink close");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
-    headset.expectLog("E", "Nl80211Client: Failed to connect to generic netlink.");
-    headset.play("netlink listen");
+    headset_.expectLog("E", "Nl80211Client: Failed to connect to generic netlink.");
+    headset_.play("netlink listen");
     EXPECT_EQ(staInfo(), kBandwidth80);
 }
 
 TEST_F(Kernel, ErrorReplyLeavesTheBandwidthUnknown) {
     ASSERT_EQ(staInfo(), kBandwidth80);
-    headset.forget();
-    headset.play("netlink error station-dump EBUSY");
+    headset_.forget();
+    headset_.play("netlink error station-dump EBUSY");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
-    headset.expectLog("E", "Nl80211Client: nl80211 response has error code -16");
-    EXPECT_THAT(headset.log("", "W"), IsEmpty());
+    headset_.expectLog("E", "Nl80211Client: nl80211 response has error code -16");
+    EXPECT_THAT(headset_.log("", "W"), IsEmpty());
     expectRecovery();
 }
 
 TEST_F(Kernel, DumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
-    headset.forget();
-    headset.play("netlink error station-dump ENODEV at-end");
+    headset_.forget();
+    headset_.play("netlink error station-dump ENODEV at-end");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     EXPECT_THAT(errors(),
                 ElementsAre(LogLine{"E", "Nl80211Client: nl80211 dump ended with error code -19"}));
@@ -111,12 +111,12 @@ TEST_F(Kernel, DumpRefusedAtItsEndLeavesTheBandwidthUnknownAndIsLogged) {
 TEST_F(Kernel, ExtendedAcknowledgementOfAnErrorIsLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     for (const char* capped : {"", " capped"}) {
-        headset.forget();
-        headset.play(std::string("netlink error station-dump EINVAL \"interface is down\"") +
-                     capped);
+        headset_.forget();
+        headset_.play(std::string("netlink error station-dump EINVAL \"interface is down\"") +
+                      capped);
         EXPECT_EQ(staInfo(), kUnknownBandwidth);
-        headset.expectLog("E", "Nl80211Client: nl80211 response has error code -22");
-        EXPECT_THAT(headset.log("", "W"),
+        headset_.expectLog("E", "Nl80211Client: nl80211 response has error code -22");
+        EXPECT_THAT(headset_.log("", "W"),
                     ElementsAre(LogLine{"W",
                                         "Nl80211Client: nl80211: kernel reports: "
                                         "interface is down"}));
@@ -125,9 +125,9 @@ TEST_F(Kernel, ExtendedAcknowledgementOfAnErrorIsLogged) {
 }
 
 TEST_F(Kernel, ErrorInPlaceOfTheInterfaceListIsNoInterface) {
-    headset.play("netlink error interface-dump ENODEV times=1");
+    headset_.play("netlink error interface-dump ENODEV times=1");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
-    headset.expectLog("E", "Nl80211Client: STA interface name not available");
+    headset_.expectLog("E", "Nl80211Client: STA interface name not available");
     expectRecovery();
 }
 
@@ -141,8 +141,8 @@ TEST_F(Kernel, TruncatedAndMalformedAnswersLeaveTheBandwidthUnknown) {
                    {"no-bitrate", "No NL80211_STA_INFO_TX_BITRATE"},
                    {"hang-up", "nl80211 response has error code -104"}};
     for (const auto& [fault, error] : kFaults) {
-        headset.forget();
-        headset.play(std::string("netlink spoil station-dump ") + fault);
+        headset_.forget();
+        headset_.play(std::string("netlink spoil station-dump ") + fault);
         EXPECT_EQ(staInfo(), kUnknownBandwidth) << fault;
         EXPECT_THAT(errors(), ElementsAre(LogLine{"E", std::string("Nl80211Client: ") + error}))
             << fault;
@@ -151,7 +151,7 @@ TEST_F(Kernel, TruncatedAndMalformedAnswersLeaveTheBandwidthUnknown) {
 }
 
 TEST_F(Kernel, HangUpInPlaceOfTheInterfaceListIsNoInterface) {
-    headset.play("netlink spoil interface-dump hang-up");
+    headset_.play("netlink spoil interface-dump hang-up");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     EXPECT_THAT(errors(),
                 ElementsAre(LogLine{"E", "Nl80211Client: nl80211 response has error code -104"},
@@ -160,16 +160,16 @@ TEST_F(Kernel, HangUpInPlaceOfTheInterfaceListIsNoInterface) {
 }
 
 TEST_F(Kernel, InterfaceListCutBehindTheNameStillTellsIt) {
-    headset.play("netlink spoil interface-dump truncated");
+    headset_.play("netlink spoil interface-dump truncated");
     EXPECT_EQ(staInfo(), kBandwidth80);
     EXPECT_THAT(errors(), IsEmpty());
-    EXPECT_EQ(headset.count("netlink", "GET_INTERFACE"), 1u);
+    EXPECT_EQ(headset_.count("netlink", "GET_INTERFACE"), 1u);
 }
 
 TEST_F(Kernel, HangUpInPlaceOfTheFamilyIsNoFamily) {
     ASSERT_EQ(staInfo(), kBandwidth80);
-    headset.forget();
-    headset.play("netlink spoil family hang-up");
+    headset_.forget();
+    headset_.play("netlink spoil family hang-up");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     EXPECT_THAT(errors(),
                 ElementsAre(LogLine{"E", "Nl80211Client: nl80211 response has error code -104"}));
@@ -177,15 +177,15 @@ TEST_F(Kernel, HangUpInPlaceOfTheFamilyIsNoFamily) {
 }
 
 TEST_F(Kernel, FamilyReplyCutBehindTheNumberStillTellsIt) {
-    headset.play("netlink spoil family truncated");
+    headset_.play("netlink spoil family truncated");
     EXPECT_EQ(staInfo(), kBandwidth80);
     EXPECT_THAT(errors(), IsEmpty());
 }
 
 TEST_F(Kernel, SilenceIsGivenUpInTimeAndLogged) {
     ASSERT_EQ(staInfo(), kBandwidth80);
-    headset.forget();
-    headset.play("netlink spoil station-dump silent");
+    headset_.forget();
+    headset_.play("netlink spoil station-dump silent");
     EXPECT_EQ(staInfo(), kUnknownBandwidth);
     EXPECT_THAT(
         errors(),
@@ -196,15 +196,15 @@ TEST_F(Kernel, SilenceIsGivenUpInTimeAndLogged) {
 TEST_F(Kernel, SilenceOrGarbageIsWaitedForUntilTheHangUpWhileEventsGoOn) {
     ASSERT_EQ(staInfo(), kBandwidth80);
     for (const char* fault : {"silent", "garbage"}) {
-        headset.forget();
-        headset.play(std::string("netlink spoil station-dump ") + fault);
+        headset_.forget();
+        headset_.play(std::string("netlink spoil station-dump ") + fault);
         test::Program client({component::clientPath(), "call", "getStaInfo"},
-                             {{"CORVID_WIFI_ROOT=" + headset.root()}, {}, {}});
-        headset.expectRecord("netlink", "GET_STATION");
-        headset.settle();
-        headset.play("netlink close");
+                             {{"CORVID_WIFI_ROOT=" + headset_.root()}, {}, {}});
+        headset_.expectRecord("netlink", "GET_STATION");
+        headset_.settle();
+        headset_.play("netlink close");
         EXPECT_EQ(client.readLine(), kUnknownBandwidth) << fault;
-        headset.play("netlink listen");
+        headset_.play("netlink listen");
         expectRecovery();
     }
 }

@@ -33,7 +33,7 @@ class LinkPower : public testing::Test {
   protected:
     /** Properties are named without "persist.vendor.wifi.". */
     void set(const std::string& property, const std::string& value) {
-        headset.play("property persist.vendor.wifi." + property + " " + value);
+        headset_.play("property persist.vendor.wifi." + property + " " + value);
     }
 
     /** Starts everything with these switches on. */
@@ -41,33 +41,33 @@ class LinkPower : public testing::Test {
         for (const std::string& name : switches) {
             set(name, "true");
         }
-        headset.play("supplicant start");
+        headset_.play("supplicant start");
         startDaemon();
     }
 
     void startDaemon() {
-        headset.startDaemon();
-        headset.expectConnection();
-        headset.settle();
+        headset_.startDaemon();
+        headset_.expectConnection();
+        headset_.settle();
     }
 
     /** Connects and waits until the handlers have dealt with it. */
     void connect(int freq, int rssi) {
-        headset.play("connect freq=" + std::to_string(freq) + " rssi=" + std::to_string(rssi));
-        headset.expectLog("I", "StaManager: STA event(CONNECTED)");
-        headset.settle();
+        headset_.play("connect freq=" + std::to_string(freq) + " rssi=" + std::to_string(rssi));
+        headset_.expectLog("I", "StaManager: STA event(CONNECTED)");
+        headset_.settle();
     }
 
     void disconnect() {
-        headset.play("disconnect");
-        headset.settle();
+        headset_.play("disconnect");
+        headset_.settle();
     }
 
     /** The next sample finds this signal. */
     void sample(int rssi) {
-        const size_t before = headset.count("command", "wlan0 SIGNAL_POLL");
-        headset.play("rssi " + std::to_string(rssi));
-        headset.expectRecords(before + 1, "command", "wlan0 SIGNAL_POLL");
+        const size_t before = headset_.count("command", "wlan0 SIGNAL_POLL");
+        headset_.play("rssi " + std::to_string(rssi));
+        headset_.expectRecords(before + 1, "command", "wlan0 SIGNAL_POLL");
     }
 
     /**
@@ -77,7 +77,7 @@ class LinkPower : public testing::Test {
     std::vector<std::string> trace() {
         const std::string driver = "DRIVER ";
         std::vector<std::string> lines;
-        for (const auto& record : headset.sim().records("command")) {
+        for (const auto& record : headset_.sim().records("command")) {
             const std::string text = record.text();
             if (text == "SIGNAL_POLL") {
                 const std::string reply = record["reply"];
@@ -104,20 +104,20 @@ class LinkPower : public testing::Test {
     /** The whole of it, and forgets it. */
     std::vector<std::string> takeTrace() {
         std::vector<std::string> lines = trace();
-        headset.forget();
+        headset_.forget();
         return lines;
     }
 
     /** Waits for a driver command. */
-    void expectCommand(const std::string& command) { headset.expectRecord("command", command); }
+    void expectCommand(const std::string& command) { headset_.expectRecord("command", command); }
 
     /** A group comes up and the daemon follows it. */
     void startGroup(int freq) {
-        headset.play("p2p start freq=" + std::to_string(freq));
-        headset.expectLog("I", "TxPowerManager: P2P event(CONNECTED)");
+        headset_.play("p2p start freq=" + std::to_string(freq));
+        headset_.expectLog("I", "TxPowerManager: P2P event(CONNECTED)");
     }
 
-    Headset headset;
+    Headset headset_;
 };
 
 /** Its steps, from the first sample to the last: one every 5 seconds. */
@@ -128,7 +128,7 @@ TEST_F(LinkPower, AWalkOn5GhzAwayAndBackTakesEveryStepWithHysteresis) {
         sample(rssi);
     }
     expectCommand("wlan0 DRIVER SET_TXPOWER 5");
-    headset.play("rssi -50");
+    headset_.play("rssi -50");
     disconnect();
     const std::vector<std::string> lines = trace();
     // The handlers of one event run in the order of the managers' slots.
@@ -151,8 +151,8 @@ TEST_F(LinkPower, AWalkOn5GhzAwayAndBackTakesEveryStepWithHysteresis) {
                             "-57 dBm 5180 MHz", "wlan0 SET_TXPOWER 9",   //
                             "-54 dBm 5180 MHz", "wlan0 SET_TXPOWER 5",   //
                             "wlan0 SET_TXPOWER 20", kDetectionOff));
-    EXPECT_THAT(headset.dump(), HasSubstr("TxPowerManager: Enabled\n\tSTA TX Power: 20 dbm\n"
-                                          "\tP2P TX Power: 0 dbm\n\tPer Chain Control: 0\n"));
+    EXPECT_THAT(headset_.dump(), HasSubstr("TxPowerManager: Enabled\n\tSTA TX Power: 20 dbm\n"
+                                           "\tP2P TX Power: 0 dbm\n\tPer Chain Control: 0\n"));
 }
 
 TEST_F(LinkPower, AWalkOn2GhzKeepsTheUpperStepAndSwitchesThePowerJumpDetection) {
@@ -161,7 +161,7 @@ TEST_F(LinkPower, AWalkOn2GhzKeepsTheUpperStepAndSwitchesThePowerJumpDetection) 
     for (const int rssi : {-40, -55, -56, -90, -54}) {
         sample(rssi);
     }
-    headset.expectRecords(2, "command", "ADC_SATURATION 1");
+    headset_.expectRecords(2, "command", "ADC_SATURATION 1");
     disconnect();
     EXPECT_THAT(trace(), ElementsAre("-40 dBm 2437 MHz", "wlan0 SET_TXPOWER 20", kDetectionOff,
                                      "-40 dBm 2437 MHz", "wlan0 SET_TXPOWER 20", kDetectionOn,
@@ -179,7 +179,7 @@ TEST_F(LinkPower, ThePowerJumpDetectionAloneSendsNothingElse) {
     expectCommand("ADC_SATURATION 1");
     EXPECT_THAT(trace(), ElementsAre("-70 dBm 5180 MHz", kDetectionOff,  //
                                      "-70 dBm 5180 MHz", kDetectionOn));
-    EXPECT_THAT(headset.dump(), HasSubstr("PowerJumpDetectManager: Enabled\nRegdomManager"));
+    EXPECT_THAT(headset_.dump(), HasSubstr("PowerJumpDetectManager: Enabled\nRegdomManager"));
 }
 
 TEST_F(LinkPower, InPerChainModeTheCommandsCarryThePreviousLimit) {
@@ -188,14 +188,14 @@ TEST_F(LinkPower, InPerChainModeTheCommandsCarryThePreviousLimit) {
     for (const int rssi : {-60, -80, -84, -60, -76}) {
         sample(rssi);
     }
-    headset.expectRecords(3, "command", "SET_PER_CHAIN_TX_PWR_LIMIT");
-    EXPECT_THAT(headset.dump(), HasSubstr("TxPowerManager: Enabled\n"
-                                          "\tPerChainTxPower: enabled\n"
-                                          "\t  kLowRssiBoundLower: -85\n"
-                                          "\t  kLowRssiBoundUpper: -75\n"
-                                          "\t  kPowerLimitDefaultDbmArray: 20, 20\n"
-                                          "\t  kPowerLimitLowRssiDbmArray: 13, 20\n"
-                                          "\t  currentDbmArray: 13, 20\n"));
+    headset_.expectRecords(3, "command", "SET_PER_CHAIN_TX_PWR_LIMIT");
+    EXPECT_THAT(headset_.dump(), HasSubstr("TxPowerManager: Enabled\n"
+                                           "\tPerChainTxPower: enabled\n"
+                                           "\t  kLowRssiBoundLower: -85\n"
+                                           "\t  kLowRssiBoundUpper: -75\n"
+                                           "\t  kPowerLimitDefaultDbmArray: 20, 20\n"
+                                           "\t  kPowerLimitLowRssiDbmArray: 13, 20\n"
+                                           "\t  currentDbmArray: 13, 20\n"));
     disconnect();
     const std::vector<std::string> lines = trace();
     const std::string chain0 = "wlan0 SET_PER_CHAIN_TX_PWR_LIMIT band 0 chain 0 power ";
@@ -225,7 +225,7 @@ TEST_F(LinkPower, HalfDbUnitsAndConfiguredStepsReachTheDriver) {
                                      "-49 dBm 5180 MHz", "wlan0 SET_TXPOWER 20",  // 41
                                      "-49 dBm 5180 MHz", "wlan0 SET_TXPOWER 20", "-49 dBm 5180 MHz",
                                      "wlan0 SET_TXPOWER 5"));
-    EXPECT_THAT(headset.dump(), HasSubstr("\tSTA TX Power: 5 dbm\n\tP2P TX Power: 6 dbm\n"));
+    EXPECT_THAT(headset_.dump(), HasSubstr("\tSTA TX Power: 5 dbm\n\tP2P TX Power: 6 dbm\n"));
 }
 
 TEST_F(LinkPower, ServiceCallsAndPropertiesInBetweenTakeEffectAtTheNextSample) {
@@ -234,17 +234,17 @@ TEST_F(LinkPower, ServiceCallsAndPropertiesInBetweenTakeEffectAtTheNextSample) {
     sample(-45);
     sample(-45);
     expectCommand("wlan0 DRIVER SET_TXPOWER 5");
-    EXPECT_EQ(headset.call("updateTxPowerConfig false").status, 0);
+    EXPECT_EQ(headset_.call("updateTxPowerConfig false").status, 0);
     sample(-61);
     expectCommand("wlan0 DRIVER SET_TXPOWER 9");  // hand tracking is off: the signal is followed
     set("txpower.enable.handtracking", "true");
     set("txpower.dbm.lower", "7");  // in use already: too late
     set("txpower.enable.sta", "false");
-    headset.forget();
+    headset_.forget();
     sample(-61);
     expectCommand("wlan0 DRIVER SET_TXPOWER 20");
-    EXPECT_EQ(headset.call("setP2pPairedDeviceType MIRACAST").status, 0);
-    EXPECT_EQ(headset.call("updateTxPowerConfig true").status, 0);
+    EXPECT_EQ(headset_.call("setP2pPairedDeviceType MIRACAST").status, 0);
+    EXPECT_EQ(headset_.call("updateTxPowerConfig true").status, 0);
     sample(-45);
     expectCommand("wlan0 DRIVER SET_TXPOWER 5");
     EXPECT_THAT(trace(), ElementsAre("-61 dBm 5180 MHz", "wlan0 SET_TXPOWER 20",  //
@@ -274,16 +274,16 @@ TEST_F(LinkPower, WhileTheSupplicantIsAwayEveryNoticeOfItTriesTheUpperStepInVain
     connect(5180, -45);
     sample(-45);
     expectCommand("ADC_SATURATION 1");
-    headset.forget();
+    headset_.forget();
     // It goes and comes back, but lets nobody in: the daemon tries twenty times a second.
-    headset.playAll({"reply ATTACH fail", "supplicant terminate", "supplicant start"});
-    headset.expectRecords(5, "log",
-                          "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:ERROR: "
-                          "NOT-CONNECTED");
-    headset.expectRecords(5, "log", "RSSI_DELTA 0 reply:ERROR: NOT-CONNECTED");
-    headset.forget();
-    headset.play("reply ATTACH default");
-    headset.expectConnection();
+    headset_.playAll({"reply ATTACH fail", "supplicant terminate", "supplicant start"});
+    headset_.expectRecords(5, "log",
+                           "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:ERROR: "
+                           "NOT-CONNECTED");
+    headset_.expectRecords(5, "log", "RSSI_DELTA 0 reply:ERROR: NOT-CONNECTED");
+    headset_.forget();
+    headset_.play("reply ATTACH default");
+    headset_.expectConnection();
     takeTrace();
     connect(5180, -45);
     sample(-45);
@@ -297,18 +297,18 @@ TEST_F(LinkPower, AnswersThatAreNoneChangeNothingElse) {
     start({"txpower.enable.sta"});
     connect(5180, -45);
     sample(-45);
-    headset.playAll({"reply \"DRIVER SET_TXPOWER 5\" unknown times=1"});
+    headset_.playAll({"reply \"DRIVER SET_TXPOWER 5\" unknown times=1"});
     sample(-45);
-    headset.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 5 reply:UNKNOWN COMMAND");
-    headset.play("reply \"DRIVER SET_TXPOWER 9\" none times=1");
-    headset.forget();
+    headset_.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 5 reply:UNKNOWN COMMAND");
+    headset_.play("reply \"DRIVER SET_TXPOWER 9\" none times=1");
+    headset_.forget();
     sample(-61);
     // No answer is a failure, after 10 s: the next sample tries again.
-    headset.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 9 reply:ERROR: TIMEOUT");
-    headset.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 9 reply:OK");
-    headset.play("reply \"DRIVER SET_TXPOWER 20\" fail times=1");
+    headset_.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 9 reply:ERROR: TIMEOUT");
+    headset_.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 9 reply:OK");
+    headset_.play("reply \"DRIVER SET_TXPOWER 20\" fail times=1");
     sample(-71);
-    headset.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:FAIL");
+    headset_.expectLog("I", "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:FAIL");
     EXPECT_THAT(trace(), ElementsAre("-61 dBm 5180 MHz", "wlan0 SET_TXPOWER 9",  //
                                      "-61 dBm 5180 MHz", "wlan0 SET_TXPOWER 9",  //
                                      "-71 dBm 5180 MHz", "wlan0 SET_TXPOWER 20"));
@@ -319,33 +319,33 @@ TEST_F(LinkPower, AGroupAloneIsFollowedByBandAndPairedDevice) {
     connect(5180, -45);
     startGroup(2437);
     expectCommand("p2p-wlan0-0 DRIVER SET_TXPOWER 12");
-    EXPECT_THAT(headset.call("getP2pInfo").output, HasSubstr("\"frequency\":2437"));
-    headset.play("p2p switch freq=5180");
+    EXPECT_THAT(headset_.call("getP2pInfo").output, HasSubstr("\"frequency\":2437"));
+    headset_.play("p2p switch freq=5180");
     expectCommand("p2p-wlan0-0 DRIVER SET_TXPOWER 20");
-    EXPECT_EQ(headset.call("setP2pPairedDeviceType MIRACAST").status, 0);
-    headset.forget();
-    headset.play("p2p switch freq=2462");
-    headset.expectLog("I", "TxPowerManager: P2P event(CONNECTED)");
-    headset.play("p2p switch freq=5745");
+    EXPECT_EQ(headset_.call("setP2pPairedDeviceType MIRACAST").status, 0);
+    headset_.forget();
+    headset_.play("p2p switch freq=2462");
+    headset_.expectLog("I", "TxPowerManager: P2P event(CONNECTED)");
+    headset_.play("p2p switch freq=5745");
     expectCommand("p2p-wlan0-0 DRIVER SET_TXPOWER 20");
-    EXPECT_EQ(headset.call("setP2pPairedDeviceType HALBERD").status, 0);
-    headset.play("p2p switch freq=2462");
+    EXPECT_EQ(headset_.call("setP2pPairedDeviceType HALBERD").status, 0);
+    headset_.play("p2p switch freq=2462");
     expectCommand("p2p-wlan0-0 DRIVER SET_TXPOWER 12");
-    headset.play("p2p stop");
-    headset.expectLog("I", "TxPowerManager: P2P event(DISCONNECTED-");
-    headset.expectRecords(2, "command", "p2p-wlan0-0 DRIVER SET_TXPOWER 20");
+    headset_.play("p2p stop");
+    headset_.expectLog("I", "TxPowerManager: P2P event(DISCONNECTED-");
+    headset_.expectRecords(2, "command", "p2p-wlan0-0 DRIVER SET_TXPOWER 20");
     EXPECT_THAT(groupTrace(), ElementsAre("p2p-wlan0-0 SET_TXPOWER 20",  // 5745; none at 2462
                                           "p2p-wlan0-0 SET_TXPOWER 12",  //
                                           "p2p-wlan0-0 SET_TXPOWER 20"));
-    EXPECT_THAT(headset.call("getP2pInfo").output, HasSubstr("\"frequency\":-1"));
+    EXPECT_THAT(headset_.call("getP2pInfo").output, HasSubstr("\"frequency\":-1"));
 }
 
 TEST_F(LinkPower, TheTxChainCommandHasTheseBytes) {
     set("txchain.qualcomm", "true");
     start({"txchain.enable.p2p"});
-    headset.play("p2p start freq=5180");
-    headset.expectLog("I", "TxChainManager: setTxChain nTx=1 success");
-    const auto record = headset.expectRecord("netlink", "VENDOR");
+    headset_.play("p2p start freq=5180");
+    headset_.expectLog("I", "TxChainManager: setTxChain nTx=1 success");
+    const auto record = headset_.expectRecord("netlink", "VENDOR");
     // Behind the netlink and the generic header: the interface, whose index is the host's, then
     // vendor 0x001374, subcommand 74, and one chain in each of the attributes 73, 74 and 70.
     EXPECT_THAT(record["hex"], EndsWith("0800c30074130000"
@@ -358,30 +358,30 @@ TEST_F(LinkPower, TheTxChainCommandHasTheseBytes) {
 
     // The switch of the driver's kind is read at each group, the paired device gates it.
     set("txchain.qualcomm", "false");
-    headset.play("p2p stop");
-    headset.expectRecord("socket", "p2p-wlan0-0 deleted");
-    headset.forget();
-    headset.play("p2p start freq=5180");
-    headset.expectLog("I", "TxChainManager: P2P event(CONNECTED)");
-    headset.play("p2p stop");
-    headset.expectRecord("socket", "p2p-wlan0-0 deleted");
+    headset_.play("p2p stop");
+    headset_.expectRecord("socket", "p2p-wlan0-0 deleted");
+    headset_.forget();
+    headset_.play("p2p start freq=5180");
+    headset_.expectLog("I", "TxChainManager: P2P event(CONNECTED)");
+    headset_.play("p2p stop");
+    headset_.expectRecord("socket", "p2p-wlan0-0 deleted");
     set("txchain.qualcomm", "true");
-    EXPECT_EQ(headset.call("setP2pPairedDeviceType MIRACAST").status, 0);
-    headset.play("p2p start freq=5180");
-    headset.expectRecords(2, "log", "TxChainManager: P2P event(CONNECTED)");
-    EXPECT_EQ(headset.count("netlink", "VENDOR"), 0U);
+    EXPECT_EQ(headset_.call("setP2pPairedDeviceType MIRACAST").status, 0);
+    headset_.play("p2p start freq=5180");
+    headset_.expectRecords(2, "log", "TxChainManager: P2P event(CONNECTED)");
+    EXPECT_EQ(headset_.count("netlink", "VENDOR"), 0U);
     EXPECT_THAT(trace(), IsEmpty());
 }
 
 TEST_F(LinkPower, TheElnaBypassIsACommandOfItsOwn) {
     start({"cmd.elna.bypass.mode"});
-    EXPECT_EQ(headset.call("setElnaBypass 1").status, 0);
+    EXPECT_EQ(headset_.call("setElnaBypass 1").status, 0);
     set("cmd.elna.bypass.mode", "false");
-    EXPECT_EQ(headset.call("setElnaBypass 0").status, 1);
-    headset.expectLog("E", "ElnaBypassManager: no match ELNA Bypass command.");
+    EXPECT_EQ(headset_.call("setElnaBypass 0").status, 1);
+    headset_.expectLog("E", "ElnaBypassManager: no match ELNA Bypass command.");
     set("cmd.elna.bypass.mode", "true");
-    headset.play("reply \"DRIVER SET_ELNABYPASS_MODE\" fail");
-    EXPECT_EQ(headset.call("setElnaBypass 2").status, 0) << "the reply is not looked at";
+    headset_.play("reply \"DRIVER SET_ELNABYPASS_MODE\" fail");
+    EXPECT_EQ(headset_.call("setElnaBypass 2").status, 0) << "the reply is not looked at";
     connect(5180, -45);
     EXPECT_THAT(trace(), ElementsAre("wlan0 SET_ELNABYPASS_MODE wlan0 1",
                                      "wlan0 SET_ELNABYPASS_MODE wlan0 2",  //
@@ -399,8 +399,8 @@ TEST_F(LinkPower, TheDriversParametersAreReadWhenTheDaemonStarts) {
                     "wlan0 SET_AC_CONFIG 1 1 64 65535  0 4 65535 7 5484 wlan0",
                     "wlan0 SET_AC_CONFIG 2 1 64 65535  0 4 65535 7 5484 wlan0",
                     "wlan0 SET_AC_CONFIG 3 1 64 65535  0 4 65535 7 5484 wlan0"));
-    headset.expectDaemonToEnd();
-    headset.play("daemon kill");
+    headset_.expectDaemonToEnd();
+    headset_.play("daemon kill");
     set("devparams.ul_mu_config", "0");
     set("devparams.default_config", "1");
     startDaemon();
@@ -411,16 +411,16 @@ TEST_F(LinkPower, TheDriversParametersAreReadWhenTheDaemonStarts) {
 TEST_F(LinkPower, WithEverySwitchOffNothingIsSentAndTheCallsAreRefused) {
     start({});
     connect(5180, -45);
-    headset.play("p2p start freq=2437");
-    headset.expectLog("I",
-                      "Connected to supplicant socket: " + headset.socketFolder() + "/p2p-wlan0-0");
-    EXPECT_EQ(headset.call("updateTxPowerConfig true").status, 1);
-    EXPECT_EQ(headset.call("setElnaBypass 1").status, 1);
-    EXPECT_EQ(headset.call("setP2pPairedDeviceType HALBERD").status, 0);
+    headset_.play("p2p start freq=2437");
+    headset_.expectLog(
+        "I", "Connected to supplicant socket: " + headset_.socketFolder() + "/p2p-wlan0-0");
+    EXPECT_EQ(headset_.call("updateTxPowerConfig true").status, 1);
+    EXPECT_EQ(headset_.call("setElnaBypass 1").status, 1);
+    EXPECT_EQ(headset_.call("setP2pPairedDeviceType HALBERD").status, 0);
     sample(-45);
     disconnect();
     EXPECT_THAT(trace(), ElementsAre("-45 dBm 5180 MHz", "-45 dBm 5180 MHz"));
-    const std::string dump = headset.dump();
+    const std::string dump = headset_.dump();
     for (const char* label : {"DevParamsManager", "ElnaManager", "PowerJumpDetectManager",
                               "TxChainManager", "TxPowerManager"}) {
         EXPECT_THAT(dump, HasSubstr(std::string(label) + ": Disabled\n"));

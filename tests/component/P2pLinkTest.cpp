@@ -32,31 +32,31 @@ class P2pLink : public testing::Test {
     /** The daemon with these switches on, the station connected and a group on p2p-wlan0-0. */
     void start(const std::vector<std::string>& switches) {
         for (const std::string& name : switches) {
-            headset.play("property " + name + " true");
+            headset_.play("property " + name + " true");
         }
-        headset.playAll({"stats start", "supplicant start"});
-        headset.startDaemon();
-        headset.expectConnection();
-        headset.playAll({"connect freq=5180 width=80 rssi=-48 ip=192.168.49.23",
-                         "p2p start freq=5180 width=20"});
-        headset.expectConnection("p2p-wlan0-0");
-        headset.expectRecord("event", "P2P-GROUP-STARTED");
-        headset.settle();
+        headset_.playAll({"stats start", "supplicant start"});
+        headset_.startDaemon();
+        headset_.expectConnection();
+        headset_.playAll({"connect freq=5180 width=80 rssi=-48 ip=192.168.49.23",
+                          "p2p start freq=5180 width=20"});
+        headset_.expectConnection("p2p-wlan0-0");
+        headset_.expectRecord("event", "P2P-GROUP-STARTED");
+        headset_.settle();
     }
 
-    std::string call(const std::string& text) { return headset.call(text).output; }
+    std::string call(const std::string& text) { return headset_.call(text).output; }
 
     /** The commands on wlan0 so far that contain `part`. */
     std::vector<std::string> commands(const std::string& part) { return texts_("command", part); }
     /** The vendor commands or frames so far, in words. */
     std::vector<std::string> netlink(const std::string& part) { return texts_("netlink", part); }
 
-    Headset headset;
+    Headset headset_;
 
   private:
     std::vector<std::string> texts_(const std::string& kind, const std::string& part) {
         std::vector<std::string> found;
-        for (const auto& record : headset.sim().records(kind)) {
+        for (const auto& record : headset_.sim().records(kind)) {
             if (record.text().find(part) != std::string::npos) {
                 found.push_back(record.text());
             }
@@ -67,40 +67,40 @@ class P2pLink : public testing::Test {
 
 TEST_F(P2pLink, ASwitchIsAskedOfTheSupplicantAndSeenByTheRegisteredClient) {
     start({kSupplicantSwitch});
-    headset.play("monitor start");
-    headset.expectRecord("callback", R"({"event":"registered"})");
+    headset_.play("monitor start");
+    headset_.expectRecord("callback", R"({"event":"registered"})");
     EXPECT_EQ(call("startCsa 149 80"), kOk);
     EXPECT_THAT(
         commands("CHAN_SWITCH"),
         ElementsAre("CORVID_P2P_CHAN_SWITCH 0 5745 bandwidth=80 center_freq1=5775 vht_enabled=1"));
-    headset.play("p2p switch freq=5745 width=80");
-    headset.expectRecord("callback",
-                         R"({"event":"onChannelSwitch","frequency":5745,"width":80,"isP2p":true})");
+    headset_.play("p2p switch freq=5745 width=80");
+    headset_.expectRecord(
+        "callback", R"({"event":"onChannelSwitch","frequency":5745,"width":80,"isP2p":true})");
     EXPECT_EQ(call("getP2pInfo"), R"({"frequency":5745,"bandwidth":-1})");
-    headset.play("channel switch freq=5500 width=40");
-    headset.expectRecord(
+    headset_.play("channel switch freq=5500 width=40");
+    headset_.expectRecord(
         "callback", R"({"event":"onChannelSwitch","frequency":5500,"width":40,"isP2p":false})");
     EXPECT_EQ(call("getP2pInfo"), R"({"frequency":5745,"bandwidth":-1})");
-    EXPECT_THAT(headset.dump(), HasSubstr("\tChannelSwitchManager.onChannelSwitch: "));
+    EXPECT_THAT(headset_.dump(), HasSubstr("\tChannelSwitchManager.onChannelSwitch: "));
 }
 
 TEST_F(P2pLink, ASwitchThatTheSupplicantDoesNotGrantFails) {
     start({kSupplicantSwitch});
     for (const char* reply : {"fail", "empty", "unknown"}) {
-        headset.play(std::string("reply CORVID_P2P_CHAN_SWITCH ") + reply);
+        headset_.play(std::string("reply CORVID_P2P_CHAN_SWITCH ") + reply);
         EXPECT_EQ(call("startCsa 36 20"), kFailed) << reply;
     }
-    EXPECT_EQ(headset.log("ChannelSwitchManager: startCsa failed", "E").size(), 3U);
-    headset.play("reply CORVID_P2P_CHAN_SWITCH default");
+    EXPECT_EQ(headset_.log("ChannelSwitchManager: startCsa failed", "E").size(), 3U);
+    headset_.play("reply CORVID_P2P_CHAN_SWITCH default");
     EXPECT_EQ(call("startCsa 36 20"), kOk);
-    headset.forget();
+    headset_.forget();
     EXPECT_EQ(call("startCsa 36 160"), kFailed);
     EXPECT_EQ(call("startCsa 145 40"), kFailed);
     EXPECT_THAT(commands("CHAN_SWITCH"), IsEmpty()) << "refused before anything is sent";
-    headset.expectLog("E", "ChannelSwitchCommand: Unsupported bandwidth 160");
-    headset.expectLog("E",
-                      "ChannelSwitchCommand: Frequency 5725 MHz is not a 5 GHz channel that "
-                      "supports 40 MHz");
+    headset_.expectLog("E", "ChannelSwitchCommand: Unsupported bandwidth 160");
+    headset_.expectLog("E",
+                       "ChannelSwitchCommand: Frequency 5725 MHz is not a 5 GHz channel that "
+                       "supports 40 MHz");
 }
 
 TEST_F(P2pLink, ASwitchGoesToTheDriverWhenItsCommandIsSwitchedOn) {
@@ -109,25 +109,25 @@ TEST_F(P2pLink, ASwitchGoesToTheDriverWhenItsCommandIsSwitchedOn) {
     EXPECT_THAT(netlink("VENDOR"),
                 ElementsAre(EndsWith(" oui=0x001018 subcmd=2 data: "
                                      "0=\"ifname=p2p-wlan0-0 P2P_ECSA 149 80\"")));
-    headset.play("netlink error vendor EOPNOTSUPP times=1");
+    headset_.play("netlink error vendor EOPNOTSUPP times=1");
     EXPECT_EQ(call("startCsa 149 80"), kFailed);
     EXPECT_THAT(commands("CHAN_SWITCH"), IsEmpty());
 }
 
 TEST_F(P2pLink, TheNoticeOfAbsenceIsSetAgainAfterAScanAlsoWhenItFailedAtFirst) {
     start({kNoa});
-    headset.play("netlink error vendor EBUSY times=1");
+    headset_.play("netlink error vendor EBUSY times=1");
     EXPECT_EQ(call("setP2pNoa 255 0 100"), kFailed);
-    headset.play("scan");
-    headset.expectRecords(2, "netlink", "P2P_SET_NOA 255 0 100");
-    headset.expectLog("D",
-                      "CorvidWifiClient: NL80211: ifname=p2p-wlan0-0 cmd=[P2P_SET_NOA 255 0 "
-                      "100] oui=0x001018");
+    headset_.play("scan");
+    headset_.expectRecords(2, "netlink", "P2P_SET_NOA 255 0 100");
+    headset_.expectLog("D",
+                       "CorvidWifiClient: NL80211: ifname=p2p-wlan0-0 cmd=[P2P_SET_NOA 255 0 "
+                       "100] oui=0x001018");
     EXPECT_EQ(call("setP2pNoa 0 0 0"), kOk);
     EXPECT_EQ(call("setP2pNoa 1 10 100"), kFailed);
-    headset.expectLog("E", "NoaManager: fixed count 1 not supported yet.");
-    headset.play("scan");
-    headset.expectRecords(2, "netlink", "P2P_SET_NOA 0 0 0");
+    headset_.expectLog("E", "NoaManager: fixed count 1 not supported yet.");
+    headset_.play("scan");
+    headset_.expectRecords(2, "netlink", "P2P_SET_NOA 0 0 0");
 }
 
 TEST_F(P2pLink, TheQuotaIsAskedOfTheSupplicant) {
@@ -176,14 +176,14 @@ TEST_F(P2pLink, AStreamIsGivenPriorityAndLosesIt) {
 TEST_F(P2pLink, StreamsAreForgottenAtADisconnectionAndRefusedUntilTheNextConnection) {
     start({kScs});
     EXPECT_EQ(call("setScsV4 10.0.0.1 4660 192.168.49.1 50000 46 17"), R"({"id":0})");
-    headset.play("disconnect");
-    headset.expectLog("I", "ScsManager: STA event(DISCONNECTED ");
-    headset.settle();
+    headset_.play("disconnect");
+    headset_.expectLog("I", "ScsManager: STA event(DISCONNECTED ");
+    headset_.settle();
     EXPECT_EQ(call("clearScs 0"), kFailed);
-    headset.expectLog("W", "ScsManager: ScsProfileId 0 not found.");
+    headset_.expectLog("W", "ScsManager: ScsProfileId 0 not found.");
     EXPECT_EQ(call("setScsV4 10.0.0.1 4660 192.168.49.1 50000 46 17"), R"({"id":-2})");
-    headset.expectLog("W", "ScsManager: Cannot parse bssid from wpa_supplicant STATUS reply.");
-    headset.play("connect freq=5180 rssi=-48");
+    headset_.expectLog("W", "ScsManager: Cannot parse bssid from wpa_supplicant STATUS reply.");
+    headset_.play("connect freq=5180 rssi=-48");
     EXPECT_EQ(call("setScsV4 10.0.0.1 4660 192.168.49.1 50000 46 17"), R"({"id":0})");
     EXPECT_EQ(netlink("FRAME").size(), 2U);
 }

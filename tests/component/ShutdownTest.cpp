@@ -89,22 +89,22 @@ class Held : public testing::Test {
   protected:
     void start(Headset& headset) {
         headset.play("folder hwbinder create");
-        holder = headset.root() + "/dev/hold-flock";
-        ASSERT_EQ(mkfifo(holder.c_str(), 0600), 0);
+        holder_ = headset.root() + "/dev/hold-flock";
+        ASSERT_EQ(mkfifo(holder_.c_str(), 0600), 0);
         // Another daemon has the name.
         headset.startDaemon();
-        second = std::make_unique<Program>(
+        second_ = std::make_unique<Program>(
             std::vector<std::string>{"/bin/sh", "-c", "exec \"$0\" 2>&1", component::daemonPath()},
             Program::Options{
                 {"CORVID_WIFI_ROOT=" + headset.root(), "ANDROID_LOG_TAGS=*:V",
-                 "LD_PRELOAD=" HOLD_FLOCK ":" NL80211_REDIRECT, "HOLD_FLOCK=" + holder},
+                 "LD_PRELOAD=" HOLD_FLOCK ":" NL80211_REDIRECT, "HOLD_FLOCK=" + holder_},
                 {},
                 {}});
     }
 
-    /** Reads the second daemon's log up to a line with `text`. */
+    /** Reads the second_ daemon's log up to a line with `text`. */
     void readUpTo(const std::string& text) {
-        for (auto line = second->readLine(); line; line = second->readLine()) {
+        for (auto line = second_->readLine(); line; line = second_->readLine()) {
             if (line->find(text) != std::string::npos) {
                 return;
             }
@@ -115,9 +115,9 @@ class Held : public testing::Test {
     /** Lets the registration fail; the rest of the daemon's output. */
     std::string release() {
         const auto begin = std::chrono::steady_clock::now();
-        const Program writer({"/bin/sh", "-c", "exec 3>\"$0\"", holder});
-        const std::string rest = second->readOutput();
-        EXPECT_EQ(second->wait(), 1);
+        const Program writer({"/bin/sh", "-c", "exec 3>\"$0\"", holder_});
+        const std::string rest = second_->readOutput();
+        EXPECT_EQ(second_->wait(), 1);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, kPromptly);
         // Behind the error line, everything is taken down: the sockets leave their loop last.
         const size_t failed = rest.find("service: Failed to register as a service.");
@@ -132,8 +132,8 @@ class Held : public testing::Test {
         return rest;
     }
 
-    std::string holder;
-    std::unique_ptr<Program> second;
+    std::string holder_;
+    std::unique_ptr<Program> second_;
 };
 
 TEST_F(Held, EndsWhileConnectedAndEventsAreInFlight) {

@@ -44,41 +44,41 @@ std::string staAtom(const std::string& name, int frequency, int rssi) {
 class Station : public testing::Test {
   protected:
     void SetUp() override {
-        headset.playAll({"stats start", "supplicant start"});
-        headset.startDaemon();
-        headset.expectConnection();
-        headset.settle();
-        headset.forget();
+        headset_.playAll({"stats start", "supplicant start"});
+        headset_.startDaemon();
+        headset_.expectConnection();
+        headset_.settle();
+        headset_.forget();
     }
 
     std::vector<std::string> atoms() {
-        headset.settle();
+        headset_.settle();
         // The daemon's report has been answered, so the line is in the file.
-        headset.play("state");
+        headset_.play("state");
         std::vector<std::string> lines;
-        for (const auto& record : headset.sim().records("atom")) {
+        for (const auto& record : headset_.sim().records("atom")) {
             lines.push_back(withoutTime(record.text(), std::chrono::system_clock::now()));
         }
         return lines;
     }
 
-    Headset headset;
+    Headset headset_;
 };
 
 TEST_F(Station, ConnectionSwitchAndDisconnectionAreReportedAsAtoms) {
-    headset.play("connect freq=5180 width=80 rssi=-48");
-    headset.expectRecord("atom", "WIFI_STA_CONNECTED");
-    headset.playAll({"rssi -61", "channel switch freq=5745 width=80"});
-    headset.expectRecord("atom", "WIFI_STA_CHANNEL_SWITCH");
-    headset.play("disconnect");
-    headset.expectRecord("atom", "WIFI_STA_DISCONNECTED");
+    headset_.play("connect freq=5180 width=80 rssi=-48");
+    headset_.expectRecord("atom", "WIFI_STA_CONNECTED");
+    headset_.playAll({"rssi -61", "channel switch freq=5745 width=80"});
+    headset_.expectRecord("atom", "WIFI_STA_CHANNEL_SWITCH");
+    headset_.play("disconnect");
+    headset_.expectRecord("atom", "WIFI_STA_DISCONNECTED");
     EXPECT_THAT(atoms(), ElementsAre(staAtom("WIFI_STA_CONNECTED", 5180, -48),
                                      staAtom("WIFI_STA_CHANNEL_SWITCH", 5745, -61),
                                      staAtom("WIFI_STA_DISCONNECTED", -1, -1)));
-    headset.expectLog("I", "TelemetryEventLogger: Report STA Manager event: freq:5180 rssi:-48");
-    headset.expectLog("I",
-                      "TelemetryEventLogger: Reporting vendor atom 116183 to telemetry service");
-    EXPECT_THAT(headset.log("StaManager: STA event"),
+    headset_.expectLog("I", "TelemetryEventLogger: Report STA Manager event: freq:5180 rssi:-48");
+    headset_.expectLog("I",
+                       "TelemetryEventLogger: Reporting vendor atom 116183 to telemetry service");
+    EXPECT_THAT(headset_.log("StaManager: STA event"),
                 ElementsAre(LogLine{"I", "StaManager: STA event(CONNECTED)"},
                             LogLine{"I",
                                     "StaManager: STA event(CHANNEL_SWITCH-freq=5745 "
@@ -89,51 +89,52 @@ TEST_F(Station, ConnectionSwitchAndDisconnectionAreReportedAsAtoms) {
 }
 
 TEST_F(Station, AnAtomOfAPollThatFailedHasNoValues) {
-    headset.playAll({"reply SIGNAL_POLL fail times=1", "connect freq=5180"});
-    headset.expectRecord("atom", "WIFI_STA_CONNECTED");
+    headset_.playAll({"reply SIGNAL_POLL fail times=1", "connect freq=5180"});
+    headset_.expectRecord("atom", "WIFI_STA_CONNECTED");
     EXPECT_THAT(atoms(), ElementsAre(staAtom("WIFI_STA_CONNECTED", -1, -1)));
 }
 
 TEST_F(Station, WithoutAStatisticsServiceTheLinkIsFollowedAllTheSame) {
-    headset.playAll({"stats stop", "connect freq=5180 rssi=-48"});
-    headset.expectLog("E", "TelemetryEventLogger: Stats HAL is unavailable!");
-    EXPECT_THAT(headset.call("getStaInfo").output, HasSubstr("\"frequency\":5180"));
+    headset_.playAll({"stats stop", "connect freq=5180 rssi=-48"});
+    headset_.expectLog("E", "TelemetryEventLogger: Stats HAL is unavailable!");
+    EXPECT_THAT(headset_.call("getStaInfo").output, HasSubstr("\"frequency\":5180"));
     // It is looked for anew each time.
-    headset.playAll({"stats start", "disconnect"});
-    headset.expectRecord("atom", "WIFI_STA_DISCONNECTED");
+    headset_.playAll({"stats start", "disconnect"});
+    headset_.expectRecord("atom", "WIFI_STA_DISCONNECTED");
 }
 
 TEST_F(Station, AStatisticsServiceThatCrashedIsFoundAgain) {
-    headset.playAll({"stats crash", "connect freq=5180", "stats start", "disconnect"});
-    headset.expectRecord("atom", "WIFI_STA_DISCONNECTED");
+    headset_.playAll({"stats crash", "connect freq=5180", "stats start", "disconnect"});
+    headset_.expectRecord("atom", "WIFI_STA_DISCONNECTED");
 }
 
 TEST_F(Station, ConnectedItIsSampledEveryFiveSeconds) {
-    headset.play("connect freq=5180 rssi=-48");
+    headset_.play("connect freq=5180 rssi=-48");
     // One poll by the handler, the worker's after 5 s and 10 s.
-    headset.expectRecords(3, "command", "wlan0 SIGNAL_POLL");
+    headset_.expectRecords(3, "command", "wlan0 SIGNAL_POLL");
     std::vector<double> times;
-    for (const auto& record : headset.sim().records("command")) {
+    for (const auto& record : headset_.sim().records("command")) {
         times.push_back(record.t());
     }
     ASSERT_THAT(times, SizeIs(3));
     EXPECT_GE(times[1] - times[0], 4.9);
     EXPECT_GE(times[2] - times[1], 4.9);
-    EXPECT_EQ(headset.daemonFigures().threads(), 3u);
+    EXPECT_EQ(headset_.daemonFigures().threads(), 3u);
     const auto begin = std::chrono::steady_clock::now();
-    headset.play("disconnect");
-    headset.settle();
+    headset_.play("disconnect");
+    headset_.settle();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s) << "the worker ends within a second";
-    EXPECT_EQ(headset.daemonFigures().threads(), 2u);
+    EXPECT_EQ(headset_.daemonFigures().threads(), 2u);
 }
 
 TEST_F(Station, HalfAReplyGivesTheHalfThatIsThere) {
-    headset.playAll({"connect freq=5180", "reply SIGNAL_POLL \"RSSI=-55\\nNOISE=-90\\n\""});
-    EXPECT_EQ(headset.call("getStaInfo").output, "{\"frequency\":-1,\"rssi\":-55,\"bandwidth\":0}");
-    headset.expectLog("E",
-                      "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response");
-    headset.play("reply SIGNAL_POLL \"RSSI_EXTRA=3\\nFREQUENCY=5200\\n\"");
-    EXPECT_EQ(headset.call("getStaInfo").output,
+    headset_.playAll({"connect freq=5180", "reply SIGNAL_POLL \"RSSI=-55\\nNOISE=-90\\n\""});
+    EXPECT_EQ(headset_.call("getStaInfo").output,
+              "{\"frequency\":-1,\"rssi\":-55,\"bandwidth\":0}");
+    headset_.expectLog("E",
+                       "StaManager: failed to parse frequency and RSSI from SIGNAL_POLL response");
+    headset_.play("reply SIGNAL_POLL \"RSSI_EXTRA=3\\nFREQUENCY=5200\\n\"");
+    EXPECT_EQ(headset_.call("getStaInfo").output,
               "{\"frequency\":5200,\"rssi\":-1,\"bandwidth\":0}");
 }
 

@@ -36,15 +36,15 @@ using Message = std::unique_ptr<nl_msg, FreeMessage>;
 class NetlinkTest : public testing::Test {
   protected:
     NetlinkTest() {
-        setenv("CORVID_WIFI_ROOT", sim.root().c_str(), 1);
-        socket.reset(nl_socket_alloc());
-        connected = genl_connect(socket.get());
+        setenv("CORVID_WIFI_ROOT", sim_.root().c_str(), 1);
+        socket_.reset(nl_socket_alloc());
+        connected_ = genl_connect(socket_.get());
     }
     ~NetlinkTest() override { unsetenv("CORVID_WIFI_ROOT"); }
 
-    void play(const std::string& line) { EXPECT_EQ(sim.play(line), "") << line; }
+    void play(const std::string& line) { EXPECT_EQ(sim_.play(line), "") << line; }
 
-    int family() { return genl_ctrl_resolve(socket.get(), "nl80211"); }
+    int family() { return genl_ctrl_resolve(socket_.get(), "nl80211"); }
 
     Message message(uint8_t command, int flags = 0) {
         Message created(nlmsg_alloc());
@@ -55,7 +55,7 @@ class NetlinkTest : public testing::Test {
 
     /** Sends and reads all answers: 0, or the error. Valid messages' attributes go to `onValid`. */
     int send(const Message& request) {
-        EXPECT_GE(nl_send_auto_complete(socket.get(), request.get()), 0);
+        EXPECT_GE(nl_send_auto_complete(socket_.get(), request.get()), 0);
         nl_cb* callbacks = nl_cb_alloc(NL_CB_DEFAULT);
         int status = 1;
         nl_cb_err(
@@ -79,7 +79,8 @@ class NetlinkTest : public testing::Test {
             },
             this);
         while (status > 0) {
-            if (const int result = nl_recvmsgs(socket.get(), callbacks); result < 0 && status > 0) {
+            if (const int result = nl_recvmsgs(socket_.get(), callbacks);
+                result < 0 && status > 0) {
                 status = -1000 + result;
             }
         }
@@ -93,9 +94,9 @@ class NetlinkTest : public testing::Test {
             return;
         }
         if (attributes[NL80211_ATTR_IFNAME] != nullptr) {
-            interfaces.emplace_back(nla_get_string(attributes[NL80211_ATTR_IFNAME]));
+            interfaces_.emplace_back(nla_get_string(attributes[NL80211_ATTR_IFNAME]));
         }
-        cookie = cookie || attributes[NL80211_ATTR_COOKIE] != nullptr;
+        cookie_ = cookie_ || attributes[NL80211_ATTR_COOKIE] != nullptr;
         if (attributes[NL80211_ATTR_STA_INFO] == nullptr) {
             return;
         }
@@ -112,39 +113,39 @@ class NetlinkTest : public testing::Test {
              {NL80211_RATE_INFO_40_MHZ_WIDTH, NL80211_RATE_INFO_80_MHZ_WIDTH,
               NL80211_RATE_INFO_80P80_MHZ_WIDTH, NL80211_RATE_INFO_160_MHZ_WIDTH}) {
             if (rate[static_cast<size_t>(flag)] != nullptr) {
-                widths.push_back(flag);
+                widths_.push_back(flag);
             }
         }
-        ++stations;
+        ++stations_;
     }
 
     int dumpInterfaces() {
-        interfaces.clear();
+        interfaces_.clear();
         return send(message(NL80211_CMD_GET_INTERFACE, NLM_F_DUMP));
     }
 
     int dumpStations() {
-        stations = 0;
-        widths.clear();
+        stations_ = 0;
+        widths_.clear();
         return send(message(NL80211_CMD_GET_STATION, NLM_F_DUMP));
     }
 
     SimRecord lastRequest() {
         play("");  // what comes before its answer has been read then
-        return sim.records("netlink").back();
+        return sim_.records("netlink").back();
     }
 
-    SimDriver sim;
-    Socket socket;
-    int connected = -1;
-    std::vector<std::string> interfaces;
-    std::vector<int> widths;
-    int stations = 0;
-    bool cookie = false;
+    SimDriver sim_;
+    Socket socket_;
+    int connected_ = -1;
+    std::vector<std::string> interfaces_;
+    std::vector<int> widths_;
+    int stations_ = 0;
+    bool cookie_ = false;
 };
 
 TEST_F(NetlinkTest, FamilyResolvesToTheScenariosNumber) {
-    ASSERT_EQ(connected, 0);
+    ASSERT_EQ(connected_, 0);
     EXPECT_EQ(family(), 28);
     play("netlink family id=41");
     EXPECT_EQ(family(), 41);
@@ -155,39 +156,39 @@ TEST_F(NetlinkTest, FamilyResolvesToTheScenariosNumber) {
 }
 
 TEST_F(NetlinkTest, FamilyOtherThanNl80211IsUnknown) {
-    EXPECT_LT(genl_ctrl_resolve(socket.get(), "taskstats"), 0);
+    EXPECT_LT(genl_ctrl_resolve(socket_.get(), "taskstats"), 0);
     EXPECT_EQ(lastRequest().text(), "GETFAMILY taskstats");
 }
 
 TEST_F(NetlinkTest, InterfaceDumpFollowsTheRadio) {
     EXPECT_EQ(dumpInterfaces(), 0);
-    EXPECT_THAT(interfaces, ElementsAre("wlan0"));
+    EXPECT_THAT(interfaces_, ElementsAre("wlan0"));
     play("supplicant start");
     play("p2p start freq=5180 up-after=0ms");
     EXPECT_EQ(dumpInterfaces(), 0);
-    EXPECT_THAT(interfaces, ElementsAre("wlan0", "p2p-wlan0-0"));
+    EXPECT_THAT(interfaces_, ElementsAre("wlan0", "p2p-wlan0-0"));
     play("expect event P2P-GROUP-STARTED within 20s");
     play("p2p stop down-after=0ms");
     play("expect socket \"p2p-wlan0-0 deleted\" within 20s");
     EXPECT_EQ(dumpInterfaces(), 0);
-    EXPECT_THAT(interfaces, ElementsAre("wlan0"));
+    EXPECT_THAT(interfaces_, ElementsAre("wlan0"));
     play("interface add wlan1");
     play("interface remove wlan0");
     EXPECT_EQ(dumpInterfaces(), 0);
-    EXPECT_THAT(interfaces, ElementsAre("wlan1"));
+    EXPECT_THAT(interfaces_, ElementsAre("wlan1"));
     play("interface remove wlan1");
     EXPECT_EQ(dumpInterfaces(), 0);
-    EXPECT_TRUE(interfaces.empty());
+    EXPECT_TRUE(interfaces_.empty());
 }
 
 TEST_F(NetlinkTest, StationRateHasTheWidthOfTheLink) {
     play("supplicant start");
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 0);
+    EXPECT_EQ(stations_, 0);
     play("connect freq=5180 width=20");
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 1);
-    EXPECT_TRUE(widths.empty());
+    EXPECT_EQ(stations_, 1);
+    EXPECT_TRUE(widths_.empty());
     const std::pair<const char*, int> flags[] = {{"40", NL80211_RATE_INFO_40_MHZ_WIDTH},
                                                  {"80", NL80211_RATE_INFO_80_MHZ_WIDTH},
                                                  {"80+80", NL80211_RATE_INFO_80P80_MHZ_WIDTH},
@@ -195,7 +196,7 @@ TEST_F(NetlinkTest, StationRateHasTheWidthOfTheLink) {
     for (const auto& [width, flag] : flags) {
         play(std::string("connect freq=5180 width=") + width);
         EXPECT_EQ(dumpStations(), 0);
-        EXPECT_THAT(widths, ElementsAre(flag)) << width;
+        EXPECT_THAT(widths_, ElementsAre(flag)) << width;
     }
 }
 
@@ -226,7 +227,7 @@ TEST_F(NetlinkTest, FrameIsRecordedAndAnsweredWithACookie) {
     EXPECT_EQ(send(request), 0);
     EXPECT_EQ(lastRequest().text(), "FRAME ifindex=" + std::to_string(if_nametoindex("wlan0")) +
                                         " 41=0d frame(3)=d00013");
-    EXPECT_TRUE(cookie);
+    EXPECT_TRUE(cookie_);
 }
 
 TEST_F(NetlinkTest, ErrorRuleHoldsAsOftenAsItSays) {
@@ -248,10 +249,10 @@ TEST_F(NetlinkTest, ErrorRuleHoldsAsOftenAsItSays) {
 TEST_F(NetlinkTest, DumpRefusedAtItsEndHasTheErrorInItsDoneMessage) {
     play("netlink error station-dump ENODEV at-end times=1");
     const Message request = message(NL80211_CMD_GET_STATION, NLM_F_DUMP);
-    ASSERT_GE(nl_send_auto_complete(socket.get(), request.get()), 0);
+    ASSERT_GE(nl_send_auto_complete(socket_.get(), request.get()), 0);
     sockaddr_nl from{};
     unsigned char* bytes = nullptr;
-    const int length = nl_recv(socket.get(), &from, &bytes, nullptr);
+    const int length = nl_recv(socket_.get(), &from, &bytes, nullptr);
     ASSERT_EQ(length, NLMSG_LENGTH(sizeof(int)));
     const auto* header = reinterpret_cast<nlmsghdr*>(bytes);
     EXPECT_EQ(header->nlmsg_type, NLMSG_DONE);
@@ -264,14 +265,14 @@ TEST_F(NetlinkTest, DumpRefusedAtItsEndHasTheErrorInItsDoneMessage) {
 TEST_F(NetlinkTest, ErrorRuleWithATextSendsAnExtendedAcknowledgement) {
     for (const std::string capped : {"", " capped"}) {
         // Reading by hand leaves libnl's count of answers behind: a new socket each time.
-        socket.reset(nl_socket_alloc());
-        ASSERT_EQ(genl_connect(socket.get()), 0);
+        socket_.reset(nl_socket_alloc());
+        ASSERT_EQ(genl_connect(socket_.get()), 0);
         play("netlink error frame EBUSY \"try again later\"" + capped + " times=1");
         const Message request = message(NL80211_CMD_FRAME);
-        ASSERT_GE(nl_send_auto_complete(socket.get(), request.get()), 0);
+        ASSERT_GE(nl_send_auto_complete(socket_.get(), request.get()), 0);
         sockaddr_nl from{};
         unsigned char* bytes = nullptr;
-        const int length = nl_recv(socket.get(), &from, &bytes, nullptr);
+        const int length = nl_recv(socket_.get(), &from, &bytes, nullptr);
         ASSERT_GT(length, 0);
         const auto* header = reinterpret_cast<nlmsghdr*>(bytes);
         EXPECT_EQ(header->nlmsg_type, NLMSG_ERROR);
@@ -290,15 +291,15 @@ TEST_F(NetlinkTest, SpoiltStationLacksItsAttributes) {
     play("connect freq=5180 width=80");
     play("netlink spoil station-dump no-bitrate times=1");
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 0);
+    EXPECT_EQ(stations_, 0);
     play("netlink spoil station-dump no-station-info times=1");
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 0);
+    EXPECT_EQ(stations_, 0);
     play("netlink spoil station-dump truncated times=1");
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 0);
+    EXPECT_EQ(stations_, 0);
     EXPECT_EQ(dumpStations(), 0);
-    EXPECT_EQ(stations, 1);
+    EXPECT_EQ(stations_, 1);
 }
 
 TEST_F(NetlinkTest, HangUpEndsTheRequestUnderWay) {

@@ -23,11 +23,11 @@ class Play : public testing::Test {
         std::ofstream(file("x.scn")) << scenario;
         options.insert(options.end(), {"--no-stats", "--no-dump", "--root", file("root"),
                                        "--record", file("record.jsonl"), file("x.scn")});
-        const int status = runSim(options, output);
+        const int status = runSim(options, output_);
         std::ifstream in(file("record.jsonl"));
         for (std::string line; std::getline(in, line);) {
             if (auto record = SimRecord::parse(line)) {
-                records.push_back(*record);
+                records_.push_back(*record);
             } else {
                 ADD_FAILURE() << line;
             }
@@ -42,11 +42,11 @@ class Play : public testing::Test {
         return file("daemon.sh");
     }
 
-    std::string file(const std::string& name) const { return folder.path() + "/" + name; }
+    std::string file(const std::string& name) const { return folder_.path() + "/" + name; }
 
     /** The time of the first record of this kind with this text; -1 when there is none. */
     double timeOf(const std::string& kind, const std::string& text) const {
-        for (const SimRecord& record : records) {
+        for (const SimRecord& record : records_) {
             if (record.kind() == kind && record.text() == text) {
                 return record.t();
             }
@@ -54,9 +54,9 @@ class Play : public testing::Test {
         return -1;
     }
 
-    simtest::TempFolder folder;
-    std::string output;
-    std::vector<SimRecord> records;
+    simtest::TempFolder folder_;
+    std::string output_;
+    std::vector<SimRecord> records_;
 };
 
 TEST_F(Play, LinesArePlayedAtTheirTimesAndInOrder) {
@@ -66,7 +66,7 @@ TEST_F(Play, LinesArePlayedAtTheirTimesAndInOrder) {
                    "event wlan0 C\n"
                    "at +0.2s event wlan0 D\n"),
               0)
-        << output;
+        << output_;
     const double b = timeOf("event", "<3>B");
     const double c = timeOf("event", "<3>C");
     const double d = timeOf("event", "<3>D");
@@ -78,38 +78,38 @@ TEST_F(Play, LinesArePlayedAtTheirTimesAndInOrder) {
 }
 
 TEST_F(Play, SpeedShortensTheTimes) {
-    EXPECT_EQ(play("supplicant start\nat 100s event wlan0 A\n", {"--speed", "1000"}), 0) << output;
+    EXPECT_EQ(play("supplicant start\nat 100s event wlan0 A\n", {"--speed", "1000"}), 0) << output_;
     EXPECT_GE(timeOf("event", "<3>A"), 0.1);
     EXPECT_LT(timeOf("event", "<3>A"), 90);
 }
 
 TEST_F(Play, UnknownLineStopsThePlayBeforeAnythingStarts) {
     EXPECT_EQ(play("supplicant start\nat 1s jump\n"), 2);
-    EXPECT_THAT(output, HasSubstr(file("x.scn") + ":2: unknown word 'jump'; allowed: property"));
+    EXPECT_THAT(output_, HasSubstr(file("x.scn") + ":2: unknown word 'jump'; allowed: property"));
     struct stat info {};
     EXPECT_EQ(stat(file("root").c_str(), &info), -1) << "nothing was made";
 }
 
 TEST_F(Play, CheckReadsTheScenarioWithoutPlaying) {
-    EXPECT_EQ(play("supplicant start\nat 100s scan\n", {"--check"}), 0) << output;
-    EXPECT_TRUE(records.empty());
+    EXPECT_EQ(play("supplicant start\nat 100s scan\n", {"--check"}), 0) << output_;
+    EXPECT_TRUE(records_.empty());
 }
 
 TEST_F(Play, FailedLineIsNamedAndMakesTheStatus1) {
     EXPECT_EQ(play("at 0s p2p stop\nat 10ms say still here\n"), 1);
-    EXPECT_THAT(output, HasSubstr(file("x.scn") + ":1: no P2P group is up"));
-    EXPECT_THAT(output, HasSubstr("still here"));
+    EXPECT_THAT(output_, HasSubstr(file("x.scn") + ":1: no P2P group is up"));
+    EXPECT_THAT(output_, HasSubstr("still here"));
 }
 
 TEST_F(Play, FailedPreparationStopsThePlay) {
     EXPECT_EQ(play("p2p stop\nat 0s say still here\n"), 1);
-    EXPECT_THAT(output, HasSubstr(":1: no P2P group is up"));
-    EXPECT_THAT(output, Not(HasSubstr("still here")));
+    EXPECT_THAT(output_, HasSubstr(":1: no P2P group is up"));
+    EXPECT_THAT(output_, Not(HasSubstr("still here")));
 }
 
 TEST_F(Play, UnmetExpectationMakesTheStatus1) {
     EXPECT_EQ(play("supplicant start\nat 0s event wlan0 A\nexpect event B within 100ms\n"), 1);
-    EXPECT_THAT(output, HasSubstr(":3: there was no event with 'B' within 0.1s"));
+    EXPECT_THAT(output_, HasSubstr(":3: there was no event with 'B' within 0.1s"));
 }
 
 TEST_F(Play, PlayWaitsForItsExpectations) {
@@ -117,8 +117,8 @@ TEST_F(Play, PlayWaitsForItsExpectations) {
                    "at 0s p2p start freq=5180 up-after=300ms\n"
                    "expect event P2P-GROUP-STARTED within 20s\n"),
               0)
-        << output;
-    EXPECT_GE(records.back().t(), 0.3);
+        << output_;
+    EXPECT_GE(records_.back().t(), 0.3);
 }
 
 TEST_F(Play, LogLinesOfTheDaemonAreSplitIntoTagLevelAndText) {
@@ -133,26 +133,26 @@ TEST_F(Play, LogLinesOfTheDaemonAreSplitIntoTagLevelAndText) {
                    "expect output \"plain words\" within 20s\n",
                    {"--daemon", daemon}),
               0)
-        << output;
+        << output_;
     EXPECT_GE(timeOf("log", "StaManager: hello 1"), 0);
     EXPECT_GE(timeOf("log", "Service: no  good"), 0);
     EXPECT_GE(timeOf("log", "and its second line"), 0);
     EXPECT_GE(timeOf("output", "plain words"), 0);
-    EXPECT_THAT(output, HasSubstr("Service: no  good"));
-    EXPECT_THAT(output, Not(HasSubstr("StaManager: hello 1"))) << "below the level that is shown";
+    EXPECT_THAT(output_, HasSubstr("Service: no  good"));
+    EXPECT_THAT(output_, Not(HasSubstr("StaManager: hello 1"))) << "below the level that is shown";
 }
 
 TEST_F(Play, DaemonGetsTheRootAndTheLogLevel) {
     const std::string daemon =
         script("echo \"$CORVID_WIFI_ROOT $ANDROID_LOG_TAGS\"\nexec sleep 1000\n");
-    EXPECT_EQ(play("at 0s expect output \"*:V\" within 20s\n", {"--daemon", daemon}), 0) << output;
-    EXPECT_GE(timeOf("output", file("root") + " *:V"), 0) << output;
+    EXPECT_EQ(play("at 0s expect output \"*:V\" within 20s\n", {"--daemon", daemon}), 0) << output_;
+    EXPECT_GE(timeOf("output", file("root") + " *:V"), 0) << output_;
 }
 
 TEST_F(Play, DaemonThatEndsByItselfMakesTheStatus1) {
     const std::string daemon = script("exit 3\n");
     EXPECT_EQ(play("at 0s say go\nat 1s say end\n", {"--daemon", daemon}), 1);
-    EXPECT_THAT(output, HasSubstr("the daemon ended with status 3 on its own"));
+    EXPECT_THAT(output_, HasSubstr("the daemon ended with status 3 on its own"));
 }
 
 TEST_F(Play, RepeatedLineIsPrintedTwiceASecond) {
@@ -163,13 +163,13 @@ TEST_F(Play, RepeatedLineIsPrintedTwiceASecond) {
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: again' >&2\n"
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: last' >&2\n"
         "exec sleep 1000\n");
-    EXPECT_EQ(play("at 0s expect log last within 20s\n", {"--daemon", daemon}), 0) << output;
-    EXPECT_EQ(std::count_if(records.begin(), records.end(),
+    EXPECT_EQ(play("at 0s expect log last within 20s\n", {"--daemon", daemon}), 0) << output_;
+    EXPECT_EQ(std::count_if(records_.begin(), records_.end(),
                             [](const SimRecord& r) { return r.text() == "WpaSocket: again"; }),
               7);
-    EXPECT_THAT(output, HasSubstr("again   (and 4 times before)\n"));
+    EXPECT_THAT(output_, HasSubstr("again   (and 4 times before)\n"));
     size_t printed = 0;
-    for (size_t at = 0; (at = output.find("again", at)) != std::string::npos; ++at) {
+    for (size_t at = 0; (at = output_.find("again", at)) != std::string::npos; ++at) {
         ++printed;
     }
     EXPECT_EQ(printed, 3u);
@@ -177,8 +177,8 @@ TEST_F(Play, RepeatedLineIsPrintedTwiceASecond) {
 
 TEST_F(Play, OutputHasNoColoursWithoutATerminal) {
     EXPECT_EQ(play("supplicant start\nat 0s connect freq=5180\n"), 0);
-    EXPECT_THAT(output, Not(HasSubstr("\033")));
-    EXPECT_THAT(output, HasSubstr("CTRL-EVENT-CONNECTED - Connection to"));
+    EXPECT_THAT(output_, Not(HasSubstr("\033")));
+    EXPECT_THAT(output_, HasSubstr("CTRL-EVENT-CONNECTED - Connection to"));
 }
 
 struct Wrong {
@@ -199,22 +199,22 @@ TEST(Usage, WrongUsageIsNamedAndMakesTheStatus2) {
         {{"/nowhere/a.scn"}, "cannot read /nowhere/a.scn"},
     };
     for (const Wrong& usage : wrong) {
-        std::string output;
-        EXPECT_EQ(runSim(usage.arguments, output), 2) << usage.complaint;
-        EXPECT_THAT(output, HasSubstr(usage.complaint));
+        std::string output_;
+        EXPECT_EQ(runSim(usage.arguments, output_), 2) << usage.complaint;
+        EXPECT_THAT(output_, HasSubstr(usage.complaint));
     }
 }
 
 TEST(Usage, LinesShowsWhatALineOfAScenarioCanBe) {
-    std::string output;
-    EXPECT_EQ(runSim({"--lines"}, output), 0);
-    EXPECT_THAT(output, HasSubstr("unset NAME\n    removes a system property\n"));
+    std::string output_;
+    EXPECT_EQ(runSim({"--lines"}, output_), 0);
+    EXPECT_THAT(output_, HasSubstr("unset NAME\n    removes a system property\n"));
 }
 
 TEST(Usage, HelpGoesToStandardOutput) {
-    std::string output;
-    EXPECT_EQ(runSim({"--help"}, output), 0);
-    EXPECT_THAT(output, HasSubstr("usage: corvid-sim"));
+    std::string output_;
+    EXPECT_EQ(runSim({"--help"}, output_), 0);
+    EXPECT_THAT(output_, HasSubstr("usage: corvid-sim"));
 }
 
 }  // namespace

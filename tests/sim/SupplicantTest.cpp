@@ -34,7 +34,7 @@ using Control = std::unique_ptr<wpa_ctrl, CloseControl>;
 class SupplicantTest : public testing::Test {
   protected:
     Control open(const std::string& name) {
-        return Control(wpa_ctrl_open(sim.socketPath(name).c_str()));
+        return Control(wpa_ctrl_open(sim_.socketPath(name).c_str()));
     }
 
     static std::string request(const Control& control, const std::string& command) {
@@ -72,9 +72,9 @@ class SupplicantTest : public testing::Test {
         return control;
     }
 
-    void play(const std::string& line) { EXPECT_EQ(sim.play(line), "") << line; }
+    void play(const std::string& line) { EXPECT_EQ(sim_.play(line), "") << line; }
 
-    SimDriver sim;
+    SimDriver sim_;
 };
 
 TEST_F(SupplicantTest, SocketIsMissingBeforeTheStart) {
@@ -101,7 +101,7 @@ TEST_F(SupplicantTest, EventsReachEveryMonitorUntilItDetaches) {
     play("event wlan0 HELLO 2");
     EXPECT_EQ(event(second), "<3>HELLO 2");
     EXPECT_EQ(event(first, 0ms), "none");
-    EXPECT_EQ(sim.records("event").back()["monitors"], "1");
+    EXPECT_EQ(sim_.records("event").back()["monitors"], "1");
     EXPECT_EQ(wpa_ctrl_detach(first.get()), -1) << "it is no monitor any more";
 }
 
@@ -169,7 +169,7 @@ TEST_F(SupplicantTest, ConnectingAndDisconnectingSendTheEventsOfARealSupplicant)
     EXPECT_EQ(event(monitor),
               "<3>CTRL-EVENT-DISCONNECTED bssid=02:00:00:00:01:00 reason=3 locally_generated=1");
     EXPECT_EQ(event(monitor), "<3>CTRL-EVENT-DSCP-POLICY clear_all");
-    EXPECT_EQ(sim.play("disconnect"), "the station is not connected");
+    EXPECT_EQ(sim_.play("disconnect"), "the station is not connected");
 }
 
 TEST_F(SupplicantTest, ChannelSwitchMovesTheLink) {
@@ -210,7 +210,7 @@ TEST_F(SupplicantTest, DriverCommandsAreRecordedAndAnsweredOk) {
     const Control control = open("wlan0");
     EXPECT_EQ(request(control, "DRIVER SET_TXPOWER 9"), "OK\n");
     EXPECT_EQ(request(control, "CORVID_P2P_CHAN_SWITCH 0 5180 bandwidth=20"), "SUCCESS\n");
-    const auto command = sim.waitFor([](const SimRecord& record) {
+    const auto command = sim_.waitFor([](const SimRecord& record) {
         return record.kind() == "command" && record.text() == "DRIVER SET_TXPOWER 9";
     });
     ASSERT_TRUE(command);
@@ -259,7 +259,7 @@ TEST_F(SupplicantTest, UnansweredCommandIsRecordedWithANullReply) {
     const int fd = wpa_ctrl_get_fd(control.get());
     ASSERT_EQ(send(fd, "SIGNAL_POLL", 11, 0), 11);
     const auto command =
-        sim.waitFor([](const SimRecord& record) { return record.kind() == "command"; });
+        sim_.waitFor([](const SimRecord& record) { return record.kind() == "command"; });
     ASSERT_TRUE(command);
     EXPECT_EQ((*command)["reply"], "null");
     EXPECT_EQ(event(control, 50ms), "none");
@@ -301,7 +301,7 @@ TEST_F(SupplicantTest, BurstArrivesWholeAndInOrder) {
     for (int i = 1; i <= 10000; ++i) {
         ASSERT_EQ(event(monitor), android::base::StringPrintf("<3>N %d %d", i, i));
     }
-    EXPECT_TRUE(sim.waitFor([](const SimRecord& record) {
+    EXPECT_TRUE(sim_.waitFor([](const SimRecord& record) {
         return record.kind() == "burst" && record.text() == "done" && record["count"] == "10000";
     }));
 }
@@ -311,9 +311,9 @@ TEST_F(SupplicantTest, MonitorThatDoesNotReadDelaysNoAnswerAndIsDropped) {
     const Control deaf = attached("wlan0");
     play("burst wlan0 5000 N {n}");
     EXPECT_EQ(request(open("wlan0"), "PING"), "PONG\n");
-    EXPECT_TRUE(sim.records("detach").empty());
+    EXPECT_TRUE(sim_.records("detach").empty());
     const auto detach =
-        sim.waitFor([](const SimRecord& record) { return record.kind() == "detach"; });
+        sim_.waitFor([](const SimRecord& record) { return record.kind() == "detach"; });
     ASSERT_TRUE(detach);
     EXPECT_EQ((*detach)["why"], "dropped");
     EXPECT_GT(std::stoi((*detach)["lost"]), 0);
@@ -325,7 +325,7 @@ TEST_F(SupplicantTest, MonitorWhoseAddressIsGoneIsDroppedAtOnce) {
     monitor.reset();  // removes its address without detaching
     play("event wlan0 HELLO");
     const auto detach =
-        sim.waitFor([](const SimRecord& record) { return record.kind() == "detach"; });
+        sim_.waitFor([](const SimRecord& record) { return record.kind() == "detach"; });
     ASSERT_TRUE(detach);
     EXPECT_EQ((*detach)["why"], "dropped");
     EXPECT_EQ((*detach)["monitors"], "0");
@@ -334,11 +334,11 @@ TEST_F(SupplicantTest, MonitorWhoseAddressIsGoneIsDroppedAtOnce) {
 TEST_F(SupplicantTest, MonitorThatRefusesIsDroppedAfterElevenRefusals) {
     play("supplicant start");
     // What a killed client leaves: its address, with nobody behind it.
-    const std::string path = sim.root() + "/client";
+    const std::string path = sim_.root() + "/client";
     sockaddr_un own{AF_UNIX, {}};
     path.copy(own.sun_path, sizeof(own.sun_path) - 1);
     sockaddr_un server{AF_UNIX, {}};
-    sim.socketPath("wlan0").copy(server.sun_path, sizeof(server.sun_path) - 1);
+    sim_.socketPath("wlan0").copy(server.sun_path, sizeof(server.sun_path) - 1);
     android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(bind(fd.get(), reinterpret_cast<sockaddr*>(&own), sizeof(own)), 0);
     ASSERT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&server), sizeof(server)), 0);
@@ -349,10 +349,10 @@ TEST_F(SupplicantTest, MonitorThatRefusesIsDroppedAfterElevenRefusals) {
     for (int i = 0; i < 10; ++i) {
         play("event wlan0 HELLO");
     }
-    EXPECT_TRUE(sim.records("detach").empty());
+    EXPECT_TRUE(sim_.records("detach").empty());
     play("event wlan0 HELLO");
-    ASSERT_EQ(sim.records("detach").size(), 1u);
-    EXPECT_EQ(sim.records("detach")[0]["why"], "dropped");
+    ASSERT_EQ(sim_.records("detach").size(), 1u);
+    EXPECT_EQ(sim_.records("detach")[0]["why"], "dropped");
 }
 
 TEST_F(SupplicantTest, CrashLeavesTheSocketFileAndRestartReplacesIt) {
@@ -361,11 +361,11 @@ TEST_F(SupplicantTest, CrashLeavesTheSocketFileAndRestartReplacesIt) {
     play("connect freq=5180");
     play("supplicant crash");
     struct stat file {};
-    EXPECT_EQ(stat(sim.socketPath("wlan0").c_str(), &file), 0);
-    EXPECT_EQ(stat(sim.socketPath("p2p0").c_str(), &file), 0);
+    EXPECT_EQ(stat(sim_.socketPath("wlan0").c_str(), &file), 0);
+    EXPECT_EQ(stat(sim_.socketPath("p2p0").c_str(), &file), 0);
     EXPECT_EQ(send(wpa_ctrl_get_fd(control.get()), "PING", 4, MSG_NOSIGNAL), -1);
     EXPECT_EQ(errno, ECONNREFUSED);
-    EXPECT_EQ(sim.play("scan"), "the supplicant is not running");
+    EXPECT_EQ(sim_.play("scan"), "the supplicant is not running");
     play("supplicant restart");
     EXPECT_EQ(request(open("wlan0"), "SIGNAL_POLL"), "FAIL\n") << "the link is gone";
     EXPECT_EQ(request(open("p2p0"), "PING"), "PONG\n");
@@ -381,12 +381,12 @@ TEST_F(SupplicantTest, TerminatingSupplicantSendsItsLastEventsAndRemovesItsSocke
     EXPECT_THAT(event(sta, "<3>CTRL-EVENT-DISCONNECTED"), HasSubstr("locally_generated=1"));
     EXPECT_EQ(event(sta, "<3>CTRL-EVENT-TERMINATING"), "<3>CTRL-EVENT-TERMINATING ");
     struct stat file {};
-    EXPECT_EQ(stat(sim.socketPath("wlan0").c_str(), &file), -1);
-    EXPECT_EQ(stat(sim.socketPath("p2p0").c_str(), &file), -1);
-    EXPECT_EQ(stat(sim.socketPath("").c_str(), &file), 0) << "the folder stays";
+    EXPECT_EQ(stat(sim_.socketPath("wlan0").c_str(), &file), -1);
+    EXPECT_EQ(stat(sim_.socketPath("p2p0").c_str(), &file), -1);
+    EXPECT_EQ(stat(sim_.socketPath("").c_str(), &file), 0) << "the folder stays";
     play("supplicant start");
     play("supplicant terminate remove-folder");
-    EXPECT_EQ(stat(sim.socketPath("").c_str(), &file), -1);
+    EXPECT_EQ(stat(sim_.socketPath("").c_str(), &file), -1);
     play("supplicant start");
     EXPECT_EQ(request(open("wlan0"), "PING"), "PONG\n") << "it makes the folder anew";
 }
@@ -395,15 +395,15 @@ TEST_F(SupplicantTest, SingleSocketsCanBeMadeAndRemoved) {
     struct stat file {};
     play("socket create p2p-wlan0-3");
     EXPECT_EQ(request(open("p2p-wlan0-3"), "PING"), "PONG\n");
-    EXPECT_EQ(sim.play("socket create p2p-wlan0-3"), "socket p2p-wlan0-3 exists already");
+    EXPECT_EQ(sim_.play("socket create p2p-wlan0-3"), "socket p2p-wlan0-3 exists already");
     play("socket abandon p2p-wlan0-3");
-    EXPECT_EQ(stat(sim.socketPath("p2p-wlan0-3").c_str(), &file), 0);
+    EXPECT_EQ(stat(sim_.socketPath("p2p-wlan0-3").c_str(), &file), 0);
     EXPECT_EQ(open("p2p-wlan0-3"), nullptr) << "nobody is behind it";
     play("socket delete p2p-wlan0-3");
-    EXPECT_EQ(stat(sim.socketPath("p2p-wlan0-3").c_str(), &file), -1);
-    EXPECT_EQ(sim.play("event p2p-wlan0-3 X"), "there is no socket p2p-wlan0-3");
+    EXPECT_EQ(stat(sim_.socketPath("p2p-wlan0-3").c_str(), &file), -1);
+    EXPECT_EQ(sim_.play("event p2p-wlan0-3 X"), "there is no socket p2p-wlan0-3");
     play("folder sockets remove");
-    EXPECT_THAT(sim.play("socket create wlan0"), HasSubstr("No such file or directory"));
+    EXPECT_THAT(sim_.play("socket create wlan0"), HasSubstr("No such file or directory"));
     play("folder sockets create");
     play("socket create wlan0");
 }
@@ -420,18 +420,18 @@ TEST_F(SupplicantTest, GroupBringsItsSocketAndTakesItAway) {
               "passphrase=\"e8SndjtA\" go_dev_addr=42:00:00:00:00:00");
     EXPECT_THAT(request(control, "STATUS"), HasSubstr("mode=P2P GO\n"));
     EXPECT_EQ(request(control, "SIGNAL_POLL"), "FAIL\n");
-    EXPECT_EQ(sim.play("p2p start freq=2437"), "a P2P group is up already");
+    EXPECT_EQ(sim_.play("p2p start freq=2437"), "a P2P group is up already");
     play("p2p peer joins");
     EXPECT_EQ(event(monitor),
               "<3>AP-STA-CONNECTED 46:00:00:00:02:00 p2p_dev_addr=42:00:00:00:02:00");
     play("p2p stop");
     EXPECT_EQ(event(monitor), "<3>P2P-GROUP-REMOVED p2p-wlan0-0 GO reason=REQUESTED");
     EXPECT_EQ(event(monitor), "<3>AP-DISABLED ");
-    EXPECT_TRUE(sim.waitFor([](const SimRecord& record) {
+    EXPECT_TRUE(sim_.waitFor([](const SimRecord& record) {
         return record.kind() == "socket" && record.socket() == "p2p-wlan0-0" &&
                record.text() == "deleted";
     }));
-    EXPECT_EQ(sim.play("p2p stop"), "no P2P group is up");
+    EXPECT_EQ(sim_.play("p2p stop"), "no P2P group is up");
 }
 
 TEST_F(SupplicantTest, GroupOnTheP2pDeviceKeepsItsSocket) {
@@ -441,7 +441,7 @@ TEST_F(SupplicantTest, GroupOnTheP2pDeviceKeepsItsSocket) {
     EXPECT_THAT(event(monitor, "<3>P2P-GROUP-STARTED"), HasSubstr("P2P-GROUP-STARTED p2p0 GO"));
     play("p2p stop");
     EXPECT_THAT(event(monitor, "<3>P2P-GROUP-REMOVED"), HasSubstr("p2p0 GO reason=REQUESTED"));
-    EXPECT_EQ(sim.play("expect no socket \"p2p0 deleted\" within 300ms"), "");
+    EXPECT_EQ(sim_.play("expect no socket \"p2p0 deleted\" within 300ms"), "");
     EXPECT_EQ(request(open("p2p0"), "PING"), "PONG\n");
 }
 
@@ -460,9 +460,9 @@ TEST_F(SupplicantTest, GroupSwitchIsSentOnItsSocketAndOnTheStations) {
 
 TEST_F(SupplicantTest, EndOfTheSimulatorRemovesTheSocketFiles) {
     play("supplicant start");
-    EXPECT_EQ(sim.finish(), 0);
+    EXPECT_EQ(sim_.finish(), 0);
     struct stat file {};
-    EXPECT_EQ(stat(sim.socketPath("wlan0").c_str(), &file), -1);
+    EXPECT_EQ(stat(sim_.socketPath("wlan0").c_str(), &file), -1);
 }
 
 }  // namespace
