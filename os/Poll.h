@@ -89,8 +89,9 @@ class Poll {
     static SharedCallback find_(const State& state, uint64_t token);
 
     /**
-     * The registration that dispatch() looked up last, which is often the next one too: found again
-     * without the lock, as long as nothing was removed since.
+     * The registration that dispatch() looked up last, found again without the lock as long as
+     * nothing was removed since. Without it, "Poll, 1 ready" in docs/benchmarks.md misses its
+     * target of 1.06 (1.08 measured).
      */
     struct Recent {
         uint64_t token = 0;
