@@ -24,8 +24,8 @@ struct SupportLibrary {
     void* context;  ///< null until then
 };
 
-[[gnu::used, gnu::retain]] const SupportLibrary supportLibrary = {"libossdk.corvid.so", nullptr,
-                                                                  nullptr};
+[[gnu::used, gnu::retain]] const SupportLibrary kSupportLibrary = {"libossdk.corvid.so", nullptr,
+                                                                   nullptr};
 
 /** Field engineers mark the log with it. */
 constexpr int kMarkSignal = 12;  // SIGUSR2
