@@ -112,6 +112,16 @@ programs_archive() {
     pack "$root" >"$1"
 }
 
+# stop: ends with the machines that run. A shell heeds a signal only when it waits for none but its
+# background processes, so all that takes long is one.
+stop() {
+    trap '' INT TERM HUP
+    # shellcheck disable=SC2046  # one word per process
+    kill $(jobs -p) 2>/dev/null || true
+    wait
+    exit 1
+}
+
 # Makes $disk: a RAM disk of the image's and the programs' archives, which the kernel unpacks one
 # after the other. It goes when this script ends.
 make_disk() {
@@ -122,7 +132,7 @@ make_disk() {
     work=$(mktemp -d "$logs/.disk.XXXXXX")
     # shellcheck disable=SC2064  # the name is not known later
     trap "rm -rf '$work'" EXIT
-    trap 'exit 1' INT TERM HUP
+    trap stop INT TERM HUP
     mkdir "$work/root"
     programs_archive "$work/programs" "$work/root"
     disk=$work/disk
@@ -130,8 +140,8 @@ make_disk() {
     rm -rf "$work/programs" "$work/root"
 }
 
-# guest TIME LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine, until it is switched off or
-# LIMIT seconds are over (0: no limit). It has one processor: two of them run on two. On a busy host
+# guest TIME LIMIT OPTIONS-FOR-THE-KERNEL QEMU-OPTION ...: one machine in place of this process, until
+# it is switched off or LIMIT seconds are over (0: no limit). It has one processor: two of them run on two. On a busy host
 # the emulated timer may be too late for the kernel's check of it, and is right all the same.
 #
 # In virtual TIME an instruction takes 2 ns, and when the guest has nothing to do, its clock jumps to
@@ -144,7 +154,7 @@ guest() {
     if [ "$time" = virtual ]; then
         clock=(-accel "tcg,thread=single" -icount "shift=1,sleep=off" -rtc clock=vm)
     fi
-    timeout --foreground "$limit" qemu-system-x86_64 -machine pc "${clock[@]}" -cpu qemu64,+rdrand \
+    exec timeout --foreground "$limit" qemu-system-x86_64 -machine pc "${clock[@]}" -cpu qemu64,+rdrand \
         -m 256 -smp 1 -nodefaults -no-reboot -display none -kernel "$(image_folder)/vmlinux" \
         -initrd "$disk" -append "console=ttyS0 quiet loglevel=4 panic=-1 random.trust_cpu=on \
 mitigations=off init_on_alloc=0 apparmor=0 no_timer_check cryptomgr.notests $kernel_options" "$@"
@@ -164,6 +174,7 @@ run_case() (
     exec 8>"$logs/.$name.lock"
     flock 8
     limit=$(limit_of "$name") status=
+    trap stop INT TERM HUP
     # What it waits for last may take a while.
     [ -z "$duration" ] || limit=$((duration + 1200))
     rm -rf "$out"
@@ -174,7 +185,8 @@ run_case() (
     guest "$(time_of "$name")" $((limit + 300)) \
         "lab.case=$name lab.limit=$limit${duration:+ lab.duration=$duration}" \
         -serial "file:$out/console.log" -serial stdio -serial "file:$out/logs.tar.gz" \
-        -serial "file:$out/status" </dev/null | tee "$out/output.log" || true
+        -serial "file:$out/status" </dev/null | tee "$out/output.log" &
+    wait $! || true
     collect "$out"
     status=$(tr -dc 0-9 <"$out/status")
     if [ -z "$status" ]; then
@@ -195,7 +207,8 @@ soak() {
     [ $seconds -le $((168 * 3600)) ] || error="too long"
     [ -z "$error" ] || fail "'$1' is $error: $wanted"
     make_disk
-    run_case soak $seconds
+    run_case soak $seconds &
+    wait $!
 }
 
 test_cases() {
@@ -210,15 +223,20 @@ test_cases() {
     done
     make_disk
     if [ $# -eq 1 ]; then
-        run_case "$1"
+        run_case "$1" &
+        wait $!
         return
     fi
     for name in "$@"; do
         while [ "$(jobs -rp | wc -l)" -ge 2 ]; do
             wait -n || true
         done
-        (run_case "$name" >"$logs/.$name.output" || true
-            cat "$logs/.$name.output") &
+        (
+            trap stop INT TERM HUP
+            run_case "$name" >"$logs/.$name.output" &
+            wait $! || true
+            cat "$logs/.$name.output"
+        ) &
     done
     wait
     for name in "$@"; do
@@ -235,7 +253,8 @@ shell() {
     mkdir -p "$out"
     echo "lab: 'exit' ends the machine; so does Ctrl-A X"
     guest real 0 "" -serial "file:$out/console.log" -serial mon:stdio \
-        -serial "file:$out/logs.tar.gz" -serial "file:$out/status"
+        -serial "file:$out/logs.tar.gz" -serial "file:$out/status" <&0 &
+    wait $! || true
     collect "$out"
 }
 

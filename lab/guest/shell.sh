@@ -10,6 +10,8 @@ fail() {
 }
 
 PS1='lab# '
+# No word at the prompt of each background program that has ended.
+set +m
 for feature in cmd.cs.p2p.ecsa cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota scs.enable \
     txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p devparams.enable \
     powerjump.detect.enable telemetry.enable frequency.block.enable mipiclock.enable; do
@@ -29,7 +31,7 @@ The station is connected; radios are wlan0 and p2p0 (the headset), wlan1 (access
   dump; call getStaInfo                 what it knows
   signal -75                            the access point goes away
   wpa wlan0 disconnect; connect         the link ends, and comes again
-  wpa p2p0 p2p_group_add freq=2437      a P2P group starts
+  wpa p2p0 p2p_group_add freq=5180      a P2P group starts, on the link's channel: the radio has one
   terminate_supplicant, kill_supplicant, start_supplicant, stop_access_point, start_access_point
   property NAME VALUE; kill $daemon; start_daemon
   cat /lab/words.sh                     the other words, which the cases are written in
