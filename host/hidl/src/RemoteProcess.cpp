@@ -33,6 +33,16 @@ constexpr size_t kMaxIdleConnections = 4;
 constexpr size_t kMaxUnsent = 65536;  // bytes
 constexpr uint32_t kLinkEvents = EPOLLIN | EPOLLRDHUP;
 
+/** Of a frame that carries nothing yet. */
+FrameHeader headerOf(FrameType type, uint64_t target) {
+    FrameHeader header{};
+    header.magic = kFrameMagic;
+    header.type = type;
+    header.sender = Process::self().id();
+    header.target = target;
+    return header;
+}
+
 }  // namespace
 
 RemoteProcess::~RemoteProcess() {
@@ -99,11 +109,7 @@ void RemoteProcess::tell_(FrameType type, uint64_t object) {
     if (!link_.ok()) {
         return;
     }
-    FrameHeader header{};
-    header.magic = kFrameMagic;
-    header.type = type;
-    header.sender = Process::self().id();
-    header.target = object;
+    const FrameHeader header = headerOf(type, object);
     const auto* bytes = reinterpret_cast<const uint8_t*>(&header);
     const bool wasEmpty = unsent_.empty();
     unsent_.insert(unsent_.end(), bytes, bytes + sizeof(header));
@@ -270,13 +276,9 @@ status_t RemoteProcess::call(uint64_t object, uint32_t code, const Parcel& data,
         connection = own.get();
     }
 
-    FrameHeader header{};
-    header.magic = kFrameMagic;
-    header.type = FrameType::Call;
+    FrameHeader header = headerOf(FrameType::Call, object);
     header.dataSize = static_cast<uint32_t>(data.dataSize());
     header.objectCount = static_cast<uint32_t>(ids.size());
-    header.sender = process.id();
-    header.target = object;
     header.code = code;
     header.flags = flags & IBinder::FLAG_ONEWAY;
     bool broken = !connection->send(header, ids, data.data());
@@ -329,11 +331,8 @@ status_t RemoteProcess::awaitReply_(Connection& connection, Parcel* reply, bool*
         }
         connection.inTransit.clear();
         if (header.objectCount > 0) {
-            FrameHeader done{};
-            done.magic = kFrameMagic;
-            done.type = FrameType::Done;
-            done.sender = process.id();
-            connection.send(done, {}, nullptr);  // a failure shows at the next call
+            // A failure shows at the next call.
+            connection.send(headerOf(FrameType::Done, 0), {}, nullptr);
         }
         *broken = false;
         return static_cast<status_t>(header.code);
