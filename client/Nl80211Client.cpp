@@ -251,6 +251,13 @@ struct FoundInterface {
     std::string name;         ///< of the last interface that matched; empty: none did
 };
 
+/** A copy of an interface's name, which this thread's next one replaces. */
+const char* threadCopy(const std::string& name) {
+    thread_local std::array<char, IFNAMSIZ> copy;
+    copy[name.copy(copy.data(), copy.size() - 1)] = '\0';
+    return copy.data();
+}
+
 /** The outcome of a station dump. */
 struct StationResult {
     int bandwidth = 0;  ///< a code as getStaBandwidth returns it
@@ -337,8 +344,8 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
         return nullptr;
     }
     InterfaceSlot& slot = slots_[static_cast<size_t>(type)];
-    if (type == NetInterfaceType::STA && slot.name != nullptr) {
-        return slot.name;
+    if (type == NetInterfaceType::STA && !slot.name.empty()) {
+        return slot.name.c_str();
     }
 
     Request request;
@@ -353,15 +360,17 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
     nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &found);
     const int result = sendMsg_(request);
     if (!found.name.empty()) {
-        const char* name = names_.add(found.name);
-        if (name == nullptr) {
-            WIFI_LOGE("Too many interface names to keep %s", found.name.c_str());
-            return nullptr;
-        }
-        slot.name = name;
+        slot.name = found.name;
     }
     // A P2P name stays in its slot when its interface has gone (see the header).
-    return result == 0 ? slot.name : nullptr;
+    if (result != 0 || slot.name.empty()) {
+        return nullptr;
+    }
+    if (type == NetInterfaceType::STA) {
+        return slot.name.c_str();  // written once
+    }
+    const char* kept = names_.add(slot.name);
+    return kept != nullptr ? kept : threadCopy(slot.name);
 }
 
 int Nl80211Client::getStaBandwidth() {

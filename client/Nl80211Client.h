@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <string>
 
 #include "client/InterfaceNames.h"
 #include "client/NetInterfaceType.h"
@@ -43,8 +44,9 @@ class Nl80211Client {
     /**
      * The name of the last interface in the kernel's list that begins with "wlan" or "p2p", cut to
      * 15 characters; null if there is none or the query fails. STA: kept once found. P2P: queried
-     * at each call; the previous name when no interface is left. The text stays valid and
-     * unchanged for this object's lifetime; InterfaceNames bounds how many there can be.
+     * at each call; the previous name when no interface is left. The text stays valid and unchanged
+     * for this object's lifetime. Exception: after InterfaceNames::kCapacity P2P names, that of a
+     * new one only until the same thread's next call.
      */
     const char* getNetInterfaceName(NetInterfaceType type) EXCLUDES(mutex_);
 
@@ -60,7 +62,7 @@ class Nl80211Client {
 
     struct InterfaceSlot {
         const char* prefix;
-        const char* name;  ///< one of names_; null until an interface was found
+        std::string name;  ///< empty until an interface was found; that of STA is written once
     };
 
     // The steps of an operation. Each returns 0, or -1 after logging why.
@@ -83,10 +85,9 @@ class Nl80211Client {
     const std::chrono::milliseconds answerTimeout_;
     Mutex mutex_;
 
-    InterfaceNames names_ GUARDED_BY(mutex_);
+    InterfaceNames names_ GUARDED_BY(mutex_);  ///< the P2P names that were returned
     /** Indexed by NetInterfaceType. */
-    std::array<InterfaceSlot, 2> slots_ GUARDED_BY(mutex_) = {
-        {{"wlan", nullptr}, {"p2p", nullptr}}};
+    std::array<InterfaceSlot, 2> slots_ GUARDED_BY(mutex_) = {{{"wlan", {}}, {"p2p", {}}}};
 };
 
 }  // namespace Ursa::OS::Wifi

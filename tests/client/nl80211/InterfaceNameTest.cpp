@@ -99,18 +99,30 @@ TEST_F(InterfaceName, P2pNameOfAGoneInterfaceIsStillReturned) {
     EXPECT_STREQ(p2p(), "p2p-wlan0-0");
 }
 
-TEST_F(InterfaceName, NameBeyondTheCapacityIsNullAndLogged) {
+TEST_F(InterfaceName, NameBeyondTheCapacityIsStillReturned) {
     std::atomic<size_t> next{0};
     kernel_.answer([&](const NetlinkRequest& request) {
-        return interfaces({"p2p" + std::to_string(next)})(request);
+        return interfaces({"wlan0", "p2p" + std::to_string(next)})(request);
     });
+    const char* first = p2p();
     for (; next < InterfaceNames::kCapacity; ++next) {
         ASSERT_NE(p2p(), nullptr);
     }
-    EXPECT_EQ(p2p(), nullptr);
-    EXPECT_THAT(errors(), ElementsAre("Nl80211Client: Too many interface names to keep p2p10000"));
-    next = 0;
-    EXPECT_STREQ(p2p(), "p2p0") << "a name that is kept";
+    const char* beyond = p2p();
+    EXPECT_STREQ(beyond, "p2p10000");
+    const char* station = sta();
+    std::thread([&] {
+        ++next;
+        EXPECT_STREQ(p2p(), "p2p10001");
+    }).join();
+    EXPECT_STREQ(beyond, "p2p10000") << "another thread's query leaves this one's text alone";
+    kernel_.answer(interfaces({}));
+    EXPECT_STREQ(p2p(), "p2p10001") << "of the interface that has gone";
+    EXPECT_STREQ(station, "wlan0") << "the station's is kept all the same";
+    EXPECT_EQ(sta(), station);
+    kernel_.answer(interfaces({"p2p0"}));
+    EXPECT_EQ(p2p(), first) << "a name that is kept";
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(InterfaceName, NoMatchSoFarIsNullAndNotLogged) {
