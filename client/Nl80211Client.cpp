@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -45,6 +46,10 @@ constexpr size_t kMaxPacketBytes = 32768;
 /** An exchange may overrun its time by this much, which spares a prompt one a system call. */
 constexpr std::chrono::milliseconds kPromptAnswer{10};
 
+/** What is queued when an exchange's time is up is still read, up to this many packets: more than
+ * kSocketBufferBytes has room for, and an end to a peer that keeps sending. */
+constexpr int kMaxLateReceives = 64;
+
 /** The driver that takes private commands expects a text of at least this many characters, the
  * terminating NUL not counted. */
 constexpr size_t kPrivateCommandMinLength = 25;
@@ -61,10 +66,16 @@ struct Exchange {
     std::chrono::milliseconds timeout{};
     /** Set at the first receive, since the kernel does its work while the request is sent. */
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt;
-    bool endReceived = false;  ///< the end of the dump was in a packet that was received
+    int lateReceives = 0;
+    bool receiveLimited = false;  ///< the socket's limit is shorter than the exchange's time
+    bool endReceived = false;     ///< the end of the dump was in a packet that was received
+    bool dropLogged = false;      ///< a handler has dropped the rest of that packet and logged why
 };
 
-/** The exchange that runs on this thread, for receive(), which libnl calls without an argument. */
+/**
+ * The exchange that runs on this thread: for receive(), which libnl calls without an argument, and
+ * for the socket's own callbacks, which outlive an exchange.
+ */
 thread_local Exchange* currentExchange = nullptr;
 
 /** Makes `exchange` the current one for a scope. */
@@ -88,7 +99,8 @@ void setReceiveTimeout(nl_sock* socket, std::chrono::microseconds timeout) {
 
 /**
  * Limits the next receive to what is left of the exchange's time, which packets that have come do
- * not renew. Returns false when the time is up.
+ * not renew. When the time is up, what is queued can still be received: it may have come in time
+ * while the process was stopped. Returns false when that has gone on for too long.
  */
 bool limitReceive(nl_sock* socket, Exchange& exchange) {
     using std::chrono::microseconds;
@@ -99,52 +111,87 @@ bool limitReceive(nl_sock* socket, Exchange& exchange) {
         return true;  // the socket's limit, set with the connection, is as long
     }
     const auto left = std::chrono::duration_cast<microseconds>(*exchange.deadline - now);
-    if (left <= microseconds(0)) {
+    const bool late = left <= microseconds(0);
+    if (late && ++exchange.lateReceives > kMaxLateReceives) {
         return false;
     }
-    if (left < exchange.timeout - kPromptAnswer) {
+    if (late || left < exchange.timeout - kPromptAnswer) {
+        exchange.receiveLimited = true;
         setReceiveTimeout(socket, left);
     }
     return true;
 }
 
-/** Whether the dump with this sequence number ends in a packet. */
-bool holdsEnd(unsigned char* packet, int length, uint32_t sequence) {
+/** What a packet holds of an exchange. */
+struct Contents {
+    bool message = false;  ///< any at all
+    bool end = false;      ///< of a dump
+};
+
+Contents contentsOf(unsigned char* packet, int length, uint32_t sequence) {
+    Contents contents;
     auto* header = reinterpret_cast<nlmsghdr*>(packet);
     for (; nlmsg_ok(header, length) != 0; header = nlmsg_next(header, &length)) {
-        if (header->nlmsg_type == NLMSG_DONE && header->nlmsg_seq == sequence) {
-            return true;
+        if (header->nlmsg_seq == sequence) {
+            contents.message = true;
+            contents.end = contents.end || header->nlmsg_type == NLMSG_DONE;
         }
     }
-    return false;
+    return contents;
+}
+
+/** Frees what nl_recv has returned. */
+void dropPacket(unsigned char** bytes, ucred** credentials) {
+    free(*bytes);
+    free(*credentials);
+    *bytes = nullptr;
+    *credentials = nullptr;
 }
 
 /**
- * Receives one packet for nl_recvmsgs, and ends an exchange that would otherwise wait or spin for
- * ever, since only the status ends it and only an answer sets the status:
+ * Receives for nl_recvmsgs the next packet that holds a message of the exchange: libnl's request
+ * for a family reads one packet for the reply, whatever is in it. Ends an exchange that would
+ * otherwise wait or spin for ever, since only the status ends it and only an answer sets the
+ * status:
  *  - The time is up.
  *  - The connection is broken, or the kernel dropped the answer (ENOBUFS: on a socket that is in no
  *    multicast group, a lost packet is the answer to the one request under way).
  *  - An error reply in the middle of a dump has set the status, but libnl waits for the dump's end.
- *  - A handler has dropped the rest of a packet, after logging why, and the dump's end with it.
+ *  - The rest of a packet was dropped, and the dump's end with it: by a handler, which has logged
+ *    why, or by libnl without memory for a message.
  * A packet too large for the buffer is none of these: it has been consumed, and the next follows.
  */
 int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
     Exchange& exchange = *currentExchange;
     if (exchange.status > 0 && exchange.endReceived) {
+        if (!exchange.dropLogged) {
+            WIFI_LOGE("Failed to receive netlink response: incomplete");
+        }
         exchange.status = -EBADMSG;
     }
     if (exchange.status <= 0) {
-        return 0;
+        return -NLE_FAILURE;
     }
-    const int received =
-        limitReceive(socket, exchange) ? nl_recv(socket, peer, bytes, credentials) : -NLE_AGAIN;
-    if (received > 0) {
-        exchange.endReceived = holdsEnd(*bytes, received, exchange.sequence);
-    } else if (received == -NLE_AGAIN) {
+    int received = -NLE_AGAIN;
+    while (limitReceive(socket, exchange)) {
+        received = nl_recv(socket, peer, bytes, credentials);
+        if (received > 0) {
+            const Contents contents = contentsOf(*bytes, received, exchange.sequence);
+            if (contents.message) {
+                exchange.endReceived = contents.end;
+                exchange.dropLogged = false;
+                return received;
+            }
+            dropPacket(bytes, credentials);
+        } else if (received != -NLE_MSG_TRUNC) {
+            break;
+        }
+        received = -NLE_AGAIN;
+    }
+    if (received == -NLE_AGAIN) {
         WIFI_LOGE("Failed to receive netlink response: timed out");
         exchange.status = -ETIMEDOUT;
-    } else if (received != -NLE_MSG_TRUNC) {
+    } else {
         WIFI_LOGE("Failed to receive netlink response: %s",
                   received == 0 ? "connection closed" : nl_geterror(received));
         exchange.status = -EIO;
@@ -152,17 +199,16 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
     return received;
 }
 
-/**
- * The number of the family nl80211, from an exchange of its own; negative if the kernel has no such
- * family or does not answer in time.
- */
-int resolveFamily(nl_sock* socket, std::chrono::milliseconds timeout) {
-    const NetlinkCallbacks callbacks(nl_socket_get_cb(socket));
-    nl_cb_overwrite_recv(callbacks.get(), receive);
-    Exchange exchange;
-    exchange.timeout = timeout;
-    const CurrentExchange current(exchange);
-    return genl_ctrl_resolve(socket, "nl80211");
+/** A callback of the socket: notes the number of the request that is being sent. */
+int noteRequest(nl_msg* message, void* /*arg*/) {
+    currentExchange->sequence = nlmsg_hdr(message)->nlmsg_seq;
+    return NL_OK;
+}
+
+/** What a handler returns that drops the rest of a packet in the middle of a dump. */
+int stopAfterLogging() {
+    currentExchange->dropLogged = true;
+    return NL_STOP;
 }
 
 /** A message with its netlink and generic netlink headers; null, after logging, if out of memory.
@@ -315,7 +361,7 @@ struct Nl80211Client::Request {
     NetlinkSocket socket;
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
-    int family = 0;  ///< as resolveFamily returns it
+    int family = 0;  ///< as resolveFamily_ returns it
 };
 
 // The operations
@@ -423,13 +469,28 @@ int Nl80211Client::initState_(Request& request) const {
     }
     setReceiveTimeout(socket, answerTimeout_);
     // Not checked: to a family that does not exist the kernel answers the request with an error.
-    request.family = resolveFamily(socket, answerTimeout_);
+    request.family = resolveFamily_(socket);
     request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
     if (request.callbacks == nullptr) {
         WIFI_LOGE("Failed to allocate netlink callback.");
         return -1;
     }
     return 0;
+}
+
+int Nl80211Client::resolveFamily_(nl_sock* socket) const {
+    const NetlinkCallbacks callbacks(nl_socket_get_cb(socket));
+    nl_cb_set(callbacks.get(), NL_CB_MSG_OUT, NL_CB_CUSTOM, noteRequest, nullptr);
+    nl_cb_set(callbacks.get(), NL_CB_SEQ_CHECK, NL_CB_CUSTOM, sequenceHandler, nullptr);
+    nl_cb_overwrite_recv(callbacks.get(), receive);
+    Exchange exchange;
+    exchange.timeout = answerTimeout_;
+    const CurrentExchange current(exchange);
+    const int family = genl_ctrl_resolve(socket, "nl80211");
+    if (exchange.receiveLimited) {
+        setReceiveTimeout(socket, answerTimeout_);
+    }
+    return family;
 }
 
 // Messages
@@ -480,17 +541,17 @@ int Nl80211Client::constructVendorMsg_(Request& request, const Nl80211VendorCmdI
 // Exchange
 
 int Nl80211Client::sendMsg_(Request& request) const {
+    Exchange exchange;
+    exchange.timeout = answerTimeout_;
+    const CurrentExchange current(exchange);
     if (nl_send_auto_complete(request.socket.get(), request.message.get()) < 0) {
         WIFI_LOGE("Failed to nl_send_auto_complete.\n");
         return -1;
     }
 
-    Exchange exchange;
-    exchange.sequence = nlmsg_hdr(request.message.get())->nlmsg_seq;
-    exchange.timeout = answerTimeout_;
     nl_cb* callbacks = request.callbacks.get();
     nl_cb_err(callbacks, NL_CB_CUSTOM, errorHandler, &exchange);
-    nl_cb_set(callbacks, NL_CB_SEQ_CHECK, NL_CB_CUSTOM, sequenceHandler, &exchange);
+    nl_cb_set(callbacks, NL_CB_SEQ_CHECK, NL_CB_CUSTOM, sequenceHandler, nullptr);
     nl_cb_set(callbacks, NL_CB_FINISH, NL_CB_CUSTOM, finishHandler, &exchange);
     nl_cb_set(callbacks, NL_CB_ACK, NL_CB_CUSTOM, ackHandler, &exchange);
     nl_cb_set(callbacks, NL_CB_INVALID, NL_CB_CUSTOM, invalidHandler, &exchange);
@@ -500,7 +561,6 @@ int Nl80211Client::sendMsg_(Request& request) const {
 
     // Only the status counts: nl_recvmsgs also returns an error for a packet that is none of this
     // request's, and returns success before the request is answered.
-    const CurrentExchange current(exchange);
     while (exchange.status > 0) {
         nl_recvmsgs(request.socket.get(), callbacks);
     }
@@ -512,8 +572,8 @@ int Nl80211Client::sendMsg_(Request& request) const {
 // Answers
 
 // libnl's own check expects a number that it counts up at every error, end and NOOP.
-int Nl80211Client::sequenceHandler(nl_msg* message, void* arg) {
-    return nlmsg_hdr(message)->nlmsg_seq == static_cast<Exchange*>(arg)->sequence ? NL_OK : NL_SKIP;
+int Nl80211Client::sequenceHandler(nl_msg* message, void* /*arg*/) {
+    return nlmsg_hdr(message)->nlmsg_seq == currentExchange->sequence ? NL_OK : NL_SKIP;
 }
 
 // A dump that the kernel refuses, or breaks off, ends with a negative errno. It counts as answered
@@ -610,12 +670,12 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
     if (error < 0) {
         WIFI_LOGE("Error parsing netlink response: %d", error);
         result->error = error;
-        return NL_STOP;
+        return stopAfterLogging();
     }
     if (attributes[NL80211_ATTR_STA_INFO] == nullptr) {
         WIFI_LOGE("No STA info in netlink response");
         result->error = -1;
-        return NL_STOP;
+        return stopAfterLogging();
     }
 
     std::array<nlattr*, kStaInfoMax + 1> station{};
@@ -623,12 +683,12 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
                          kStaInfoPolicy.data()) < 0) {
         WIFI_LOGE("Failed to parse STA info in netlink response");
         result->error = -1;
-        return NL_STOP;
+        return stopAfterLogging();
     }
     if (station[NL80211_STA_INFO_TX_BITRATE] == nullptr) {
         WIFI_LOGE("No NL80211_STA_INFO_TX_BITRATE");
         result->error = -1;
-        return NL_STOP;
+        return stopAfterLogging();
     }
 
     const std::optional<int> bandwidth = bandwidthCode(station[NL80211_STA_INFO_TX_BITRATE]);

@@ -10,6 +10,7 @@
 #include "os/Mutex.h"
 
 struct nl_msg;
+struct nl_sock;
 struct nlmsgerr;
 struct sockaddr_nl;
 
@@ -64,6 +65,12 @@ class Nl80211Client {
         const char* prefix;
         std::string name;  ///< empty until an interface was found; that of STA is written once
     };
+
+    /**
+     * The number of the family nl80211, from an exchange of its own; negative if the kernel has no
+     * such family or does not answer in time.
+     */
+    int resolveFamily_(nl_sock* socket) const;
 
     // The steps of an operation. Each returns 0, or -1 after logging why.
     int initState_(Request& request) const;

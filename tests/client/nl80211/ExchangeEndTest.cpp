@@ -7,6 +7,7 @@
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 
+#include "tests/client/nl80211/LibnlFaults.h"
 #include "tests/client/nl80211/Nl80211Fixture.h"
 
 using namespace std::chrono_literals;
@@ -25,12 +26,19 @@ using test::message;
 using test::number32;
 
 const std::string kTimedOut = "Nl80211Client: Failed to receive netlink response: timed out";
+const std::string kIncomplete = "Nl80211Client: Failed to receive netlink response: incomplete";
 const std::string kNoSuchFamily = "Nl80211Client: nl80211 response has error code -2";
 
 /** `request` as another one, whose answers are not this one's. */
 NetlinkRequest another(NetlinkRequest request) {
     request.sequence += 100;
     return request;
+}
+
+/** The controller's answer with the family's number, which an ACK follows. */
+Bytes familyReply(const NetlinkRequest& request) {
+    return test::reply(request, CTRL_CMD_NEWFAMILY,
+                       attribute(CTRL_ATTR_FAMILY_ID, test::number16(FakeNl80211::kFamily)));
 }
 
 /** A client that waits 50 ms for the answer to a request. */
@@ -235,6 +243,68 @@ TEST_F(ExchangeEnd, FamilyReplyWithoutEndFailsTheCommand) {
               }),
               -1);
     EXPECT_THAT(errors().front(), kTimedOut);
+}
+
+TEST_F(ExchangeEnd, TimeThatTheFamilyTookIsNotTakenFromTheCommand) {
+    Nl80211Client client(1000ms);
+    kernel_.answerFamily([](const NetlinkRequest& request) -> FakeNl80211::Answer {
+        std::this_thread::sleep_for(500ms);
+        return {{familyReply(request), ack(request)}};
+    });
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        std::this_thread::sleep_for(600ms);
+        return {ack(request)};
+    });
+    EXPECT_EQ(client.sendGenericCommand(someCommand()), 0);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(ExchangeEnd, AnswersToAnotherRequestDoNotEndTheRequestForTheFamily) {
+    const Packets foreign = [](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {message(another(request), NLMSG_ERROR, 0, {}), ack(another(request)),
+                error(another(request), -ENOENT), familyReply(another(request))};
+    };
+    for (const bool onePacket : {false, true}) {
+        kernel_.answerFamily([&](const NetlinkRequest& request) -> FakeNl80211::Answer {
+            std::vector<Bytes> packets = foreign(request);
+            packets.push_back(familyReply(request));
+            if (onePacket) {
+                packets = {concat(packets)};
+            }
+            for (const Bytes& packet : foreign(request)) {
+                packets.push_back(packet);
+            }
+            packets.push_back(ack(request));
+            return {packets};
+        });
+        EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
+        ASSERT_EQ(kernel_.requests().size(), 1U);
+        EXPECT_EQ(kernel_.requests()[0].type, FakeNl80211::kFamily);
+        EXPECT_THAT(log_.lines(), IsEmpty());
+        kernel_.forgetRequests();
+    }
+}
+
+TEST_F(ExchangeEnd, MessageThatCannotBeKeptInThePacketOfTheDumpsEndIsLogged) {
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {concat({interfaceEntry(request, "p2p0"), done(request)})};
+    });
+    test::failNext(test::LibnlCall::Convert, 2);  // after the family's reply and its ACK
+    EXPECT_EQ(client_.getNetInterfaceName(NetInterfaceType::P2P), nullptr);
+    EXPECT_FALSE(test::isFaultPending());
+    EXPECT_THAT(errors(), ElementsAre(kIncomplete));
+    expectNextCommandToSucceed();
+}
+
+TEST_F(ExchangeEnd, AnswerThatCameWhileTheProcessWasStoppedSucceeds) {
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {test::reply(request, NL80211_CMD_VENDOR, {}), ack(request)};
+    });
+    test::pauseAfterReceive(60ms, 2);  // after the family's reply and its ACK
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(impatient_.sendGenericCommand(someCommand()), 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 60ms);
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(ExchangeEnd, SilenceToEverythingLeavesNoInterfaceName) {

@@ -1,6 +1,11 @@
 #include "tests/client/nl80211/LibnlFaults.h"
 
+#include <dlfcn.h>
+#include <poll.h>
+
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 #include <netlink/attr.h>
 #include <netlink/errno.h>
@@ -10,7 +15,8 @@
 #include <netlink/socket.h>
 
 // The linker's --wrap leads the daemon's calls of NAME to __wrap_NAME, and __real_NAME to libnl.
-// libnl's calls of its own functions are not affected.
+// libnl's calls of its own functions are not affected. The exception is nlmsg_convert, which only
+// libnl calls: the program's definition comes ahead of the library's.
 
 namespace test {
 
@@ -26,6 +32,18 @@ bool takeFault(LibnlCall call) {
            pending.compare_exchange_strong(expected, kNone);
 }
 
+std::atomic<int> receivesBefore{kNone};
+std::chrono::milliseconds receivePause{};
+
+void pauseAsOrdered(nl_sock* socket) {
+    if (receivesBefore == kNone || receivesBefore-- != 0) {
+        return;
+    }
+    pollfd next{nl_socket_get_fd(socket), POLLIN, 0};
+    (void)poll(&next, 1, -1);
+    std::this_thread::sleep_for(receivePause);
+}
+
 }  // namespace
 
 void failNext(LibnlCall call, int calls) {
@@ -33,11 +51,17 @@ void failNext(LibnlCall call, int calls) {
     pending = static_cast<int>(call);
 }
 
+void pauseAfterReceive(std::chrono::milliseconds pause, int calls) {
+    receivePause = pause;
+    receivesBefore = calls;
+}
+
 bool isFaultPending() { return pending != kNone; }
 
 }  // namespace test
 
 using test::LibnlCall;
+using test::pauseAsOrdered;
 using test::takeFault;
 
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names.
@@ -77,7 +101,15 @@ int __wrap_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, uc
     if (takeFault(LibnlCall::ReceiveNothing)) {
         return 0;
     }
-    return __real_nl_recv(socket, peer, bytes, credentials);
+    const int received = __real_nl_recv(socket, peer, bytes, credentials);
+    pauseAsOrdered(socket);
+    return received;
+}
+
+nl_msg* nlmsg_convert(nlmsghdr* header) {
+    static const auto convert =
+        reinterpret_cast<nl_msg* (*)(nlmsghdr*)>(dlsym(RTLD_NEXT, "nlmsg_convert"));
+    return takeFault(LibnlCall::Convert) ? nullptr : convert(header);
 }
 
 }  // extern "C"
