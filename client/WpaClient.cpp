@@ -6,6 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <regex>
 #include <utility>
 
@@ -252,12 +253,23 @@ void WpaClient::startListener_() {
         listener_.join();
     }
     running_ = true;  // not by the thread itself: a stop that comes first must not be lost
-    listener_ = std::thread([this] {
-        WIFI_LOGD("Wpa client starts listener thread.");
-        while (running_) {
+    listener_ = std::thread([this] { listen_(); });
+}
+
+void WpaClient::listen_() {
+    WIFI_LOGD("Wpa client starts listener thread.");
+    bool failed = false;
+    while (running_) {
+        try {
+            if (std::exchange(failed, false)) {
+                startOver_();
+            }
             poll_->poll(kListenerTimeoutMs);
+        } catch (const std::exception& error) {
+            WIFI_LOGE("Listener failed and goes on: %s", error.what());
+            failed = true;
         }
-    });
+    }
 }
 
 void WpaClient::stopListener_() {
@@ -337,6 +349,17 @@ void WpaClient::onUpdatesLost_() {
             findSocketFileAgain_(type, *socket);
         }
     }
+}
+
+void WpaClient::startOver_() {
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        const auto socket = findSocket_(type);
+        if (socket != nullptr && socket->state() != WpaSocket::State::Connected) {
+            MutexLock lock(socketsMutex_);
+            followed_.erase(type);
+        }
+    }
+    onUpdatesLost_();
 }
 
 void WpaClient::findSocketFileAgain_(NetInterfaceType type, WpaSocket& socket) {

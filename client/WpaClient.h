@@ -78,6 +78,12 @@ class WpaClient {
     void watchNextDirectory_();
     void stopParentWatch_();
     void startListener_();
+    void listen_();
+    /**
+     * After a failure (out of memory, for example), which may have cost a directory change or the
+     * next step of a socket: looks at the directory again, and connects what is not connected.
+     */
+    void startOver_();
     void stopListener_();
     void addSocket_(NetInterfaceType type);
     /** Connects `socket` to its file if one is there already. */

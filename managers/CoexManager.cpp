@@ -129,7 +129,11 @@ void CoexManager::dispatcherThread_() {
     client_->recordTask("CoexManager.dispatcher");
     WIFI_LOGI("Start event dispatcher thread.");
     while (running_) {
-        poll_->poll(kDispatcherTimeoutMs);
+        try {
+            poll_->poll(kDispatcherTimeoutMs);
+        } catch (const std::exception& error) {
+            WIFI_LOGE("Dispatcher failed and goes on: %s", error.what());
+        }
     }
 }
 

@@ -32,6 +32,16 @@ const char* bandwidthText(int code) {
     }
 }
 
+/** Runs a step of the worker. What it throws (no memory, for example) costs that step only. */
+template <typename Step>
+void guarded(Step step) {
+    try {
+        step();
+    } catch (const std::exception& error) {
+        WIFI_LOGE("Worker failed and goes on: %s", error.what());
+    }
+}
+
 }  // namespace
 
 StaManager::StaManager(std::shared_ptr<CorvidWifiClient> client, std::chrono::milliseconds second)
@@ -117,25 +127,32 @@ void StaManager::stopWorker_() {
 }
 
 void StaManager::workerThread_() {
-    client_->recordTask("StaManager.worker");
+    guarded([&] { client_->recordTask("StaManager.worker"); });
     failures_ = 0;
     int pause = kSamplePeriodSeconds;
-    StaResult sample = {"StaManager event(CONNECTED)", -1, -1};
+    StaResult result = {"", -1, -1};
     while (sleep_(pause)) {
-        const StationSignal signal = pollSignal_();
-        if (signal.isKnown()) {
-            sample.frequency = signal.frequency;
-            sample.rssi = signal.rssi;
-            notify_(*staConnectedCallbacks, sample);
-            pause = kSamplePeriodSeconds;
-        } else if (failures_ >= kMaxFailures) {
-            WIFI_LOGI("stop sending wpa_supplicant command. (timeout: %d sec)",
-                      static_cast<int>(kMaxFailures) * kRetryPeriodSeconds);
-            running_ = false;
-        } else {
-            pause = kRetryPeriodSeconds;
-        }
+        guarded([&] { pause = sample_(result); });
     }
+}
+
+int StaManager::sample_(StaResult& result) {
+    const StationSignal signal = pollSignal_();
+    if (signal.isKnown()) {
+        if (result.event.empty()) {  // built once, not for each sample
+            result.event = "StaManager event(CONNECTED)";
+        }
+        result.frequency = signal.frequency;
+        result.rssi = signal.rssi;
+        notify_(*staConnectedCallbacks, result);
+        return kSamplePeriodSeconds;
+    }
+    if (failures_ >= kMaxFailures) {
+        WIFI_LOGI("stop sending wpa_supplicant command. (timeout: %d sec)",
+                  static_cast<int>(kMaxFailures) * kRetryPeriodSeconds);
+        running_ = false;
+    }
+    return kRetryPeriodSeconds;
 }
 
 bool StaManager::sleep_(int seconds) {

@@ -78,6 +78,8 @@ class StaManager : public FeatureManager {
     void startWorker_() REQUIRES(handlerMutex_);
     void stopWorker_() REQUIRES(handlerMutex_);
     void workerThread_();
+    /** Polls once and tells the subscribers of `result`; returns the pause until the next, s. */
+    int sample_(StaResult& result);
     /** Sleeps; returns false as soon as the worker is to stop. */
     bool sleep_(int seconds);
     void notifyDisconnected_();

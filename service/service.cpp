@@ -24,8 +24,18 @@ struct SupportLibrary {
     void* context;  ///< null until then
 };
 
-[[gnu::used, gnu::retain]] const SupportLibrary kSupportLibrary = {"libossdk.corvid.so", nullptr,
-                                                                   nullptr};
+// Kept although nothing reads it: by the compiler, and by a linker that drops unused sections. Not
+// every clang knows the second attribute, and an unknown one is an error with -Werror.
+#if defined(__has_attribute)
+#if __has_attribute(retain)
+#define CORVID_KEPT __attribute__((used, retain))
+#endif
+#endif
+#ifndef CORVID_KEPT
+#define CORVID_KEPT __attribute__((used))
+#endif
+
+CORVID_KEPT const SupportLibrary kSupportLibrary = {"libossdk.corvid.so", nullptr, nullptr};
 
 /** Field engineers mark the log with it. */
 constexpr int kMarkSignal = 12;  // SIGUSR2

@@ -2,6 +2,9 @@
 // before. Storms of events are in StormTest.cpp, calls of a hanging sensor service in
 // tests/managers/.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <fstream>
@@ -11,10 +14,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "tests/component/FailCalls.h"
 #include "tests/component/Features.h"
 #include "tests/component/Headset.h"
 #include "tests/support/Program.h"
@@ -120,6 +125,142 @@ TEST(Faults, ClientsThatDieInsideACallAreForgottenEachTime) {
     EXPECT_LE(after.threads(), before.threads());
     if (!kSanitized) {
         EXPECT_LE(after.anonymousKiB(), before.anonymousKiB() + kMemorySlackKiB);
+    }
+}
+
+/** A daemon that is refused memory or a thread at the call that the test chooses (FailCalls.c). */
+class RefusingDaemon {
+  public:
+    RefusingDaemon() {
+        const std::string page = folder_.file("calls");
+        const int fd = open(page.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(ftruncate(fd, sizeof(FailCalls)), 0);
+        calls = static_cast<FailCalls*>(
+            mmap(nullptr, sizeof(FailCalls), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+        close(fd);
+        std::ofstream(script()) << "#!/bin/sh\nFAIL_CALLS=" << page
+                                << " LD_PRELOAD=\"" FAIL_CALLS_LIBRARY ":$LD_PRELOAD\" exec "
+                                << component::daemonPath() << "\n";
+        chmod(script().c_str(), 0700);
+    }
+    ~RefusingDaemon() { munmap(calls, sizeof(FailCalls)); }
+    RefusingDaemon(const RefusingDaemon&) = delete;
+    RefusingDaemon& operator=(const RefusingDaemon&) = delete;
+
+    std::string script() const { return folder_.file("daemon"); }
+
+    /** The call with this number from now on fails; 0: none. Returns how many were counted. */
+    static long refuse(FailedCall& call, long number) {
+        __atomic_store_n(&call.failAt, 0, __ATOMIC_SEQ_CST);
+        const long count = __atomic_exchange_n(&call.count, 0, __ATOMIC_SEQ_CST);
+        __atomic_store_n(&call.failAt, number, __ATOMIC_SEQ_CST);
+        return count;
+    }
+
+    FailCalls* calls = nullptr;
+
+  private:
+    test::TempFolder folder_;
+};
+
+/** What became of a daemon that was refused memory once. */
+enum class Outcome {
+    GoesOn,  ///< it handles events
+    Ended,   ///< its process has ended, as a platform library does that is refused memory
+    Stuck,
+};
+
+/** An event that meets the refusal may be lost. One of these is not, if the daemon goes on. */
+Outcome outcome(Headset& headset) {
+    for (int i = 0; i < 20; ++i) {
+        headset.play("assoc started ifname=mark");
+        const auto seen = headset.sim().waitFor(
+            [](const simtest::SimRecord& record) {
+                return record.kind() == "program" ||
+                       record.text().find("'mark' is not a p2p") != std::string::npos;
+            },
+            500ms);
+        if (seen) {
+            return seen->kind() == "program" ? Outcome::Ended : Outcome::GoesOn;
+        }
+    }
+    return Outcome::Stuck;
+}
+
+/** A link and a group come and go. */
+Outcome playEvents(Headset& headset) {
+    headset.forget();
+    headset.playAll({"connect freq=5180 width=80 rssi=-48", "p2p start freq=5180 width=80"});
+    const Outcome first = outcome(headset);
+    if (first != Outcome::GoesOn) {
+        headset.playAll({"p2p stop", "disconnect"});
+        return first;
+    }
+    headset.forget();
+    headset.playAll({"p2p stop", "disconnect"});
+    return outcome(headset);
+}
+
+TEST(Faults, MemoryRefusedAnywhereOnTheRoadOfAnEventNeverLeavesADaemonThatIsStuck) {
+    if (kSanitized) {
+        GTEST_SKIP() << "the sanitizer's allocator stands before ours";
+    }
+    RefusingDaemon daemon;
+    Headset headset(daemon.script());
+    headset.expectDaemonToEnd();
+    headset.playAll(component::everythingOn());
+    headset.playAll({"stats start", "supplicant start p2p=p2p0"});
+    const auto start = [&] {
+        headset.startDaemon();
+        headset.expectConnection("wlan0");
+        headset.expectConnection("p2p0");
+        // The first events make what is made once.
+        ASSERT_EQ(playEvents(headset), Outcome::GoesOn);
+        RefusingDaemon::refuse(daemon.calls->memory, 0);
+    };
+    start();
+    ASSERT_EQ(playEvents(headset), Outcome::GoesOn);
+    const long calls = RefusingDaemon::refuse(daemon.calls->memory, 0);
+    ASSERT_GT(calls, 100);
+    long ended = 0;
+    for (long number = 1; number <= calls; ++number) {
+        RefusingDaemon::refuse(daemon.calls->memory, number);
+        const Outcome result = playEvents(headset);
+        RefusingDaemon::refuse(daemon.calls->memory, 0);
+        ASSERT_NE(result, Outcome::Stuck) << "refused call " << number << " of " << calls;
+        if (result == Outcome::Ended) {
+            ++ended;
+            start();
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+    RecordProperty("calls", std::to_string(calls));
+    RecordProperty("ended", std::to_string(ended));
+    // Nothing of ours ends the process, only libraries do: seldom.
+    EXPECT_LT(ended, calls / 4);
+}
+
+TEST(Faults, ThreadRefusedAnywhereOnTheRoadOfAnEventIsLoggedAndTheDaemonGoesOn) {
+    RefusingDaemon daemon;
+    Headset headset(daemon.script());
+    headset.playAll(component::everythingOn());
+    headset.playAll({"stats start", "supplicant start p2p=p2p0"});
+    headset.startDaemon();
+    headset.expectConnection("wlan0");
+    headset.expectConnection("p2p0");
+    ASSERT_EQ(playEvents(headset), Outcome::GoesOn);
+    // At least these: the station's worker, and one for the sensor service.
+    constexpr long kCalls = 2;
+    for (long number = 1; number <= kCalls; ++number) {
+        RefusingDaemon::refuse(daemon.calls->thread, number);
+        headset.forget();
+        headset.playAll({"connect freq=5180 width=80 rssi=-48", "p2p start freq=5180 width=80"});
+        ASSERT_EQ(outcome(headset), Outcome::GoesOn);
+        headset.playAll({"p2p stop", "disconnect"});
+        headset.expectLog("E", "Failed to start ");
+        RefusingDaemon::refuse(daemon.calls->thread, 0);
+        ASSERT_EQ(outcome(headset), Outcome::GoesOn) << "refused thread " << number;
+        ASSERT_FALSE(HasFailure()) << "refused thread " << number;
     }
 }
 

@@ -79,17 +79,19 @@ bool RemoteProcess::isLinked_() {
 }
 
 sp<BpHwBinder> RemoteProcess::proxyOf(uint64_t object) {
-    Proxy previous;  // ends outside the lock
+    Proxy previous;         // ends outside the lock
+    sp<BpHwBinder> binder;  // its end takes the lock: when there is no memory, outside of it
     const android::Mutex::Autolock lock(mutex_);
-    const auto entry = proxies_.find(object);
-    if (entry != proxies_.end()) {
-        if (sp<BpHwBinder> binder = entry->second.binder.promote(); binder != nullptr) {
-            return binder;
-        }
-        previous = std::move(entry->second);
+    Proxy& proxy = proxies_[object];
+    binder = proxy.binder.promote();
+    if (binder != nullptr) {
+        return binder;
     }
-    sp<BpHwBinder> binder = new BpHwBinder(shared_from_this(), object);
-    proxies_[object] = {binder, {}};
+    previous = std::exchange(proxy, {});
+    // Before there is a proxy: one that could not be announced would be released all the same.
+    unsent_.reserve(unsent_.size() + sizeof(FrameHeader));
+    binder = new BpHwBinder(shared_from_this(), object);
+    proxy.binder = binder;
     tell_(FrameType::Acquire, object);
     return binder;
 }
