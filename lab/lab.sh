@@ -145,8 +145,10 @@ make_disk() {
 # the emulated timer may be too late for the kernel's check of it, and is right all the same.
 #
 # In virtual TIME an instruction takes 2 ns, and when the guest has nothing to do, its clock jumps to
-# the next timer. What happens is then nearly the same each time, however busy the host is. The
-# processor is a plain one: emulating the features of newer ones costs more than they save.
+# the next timer. What happens is then nearly the same each time, however busy the host is.
+#
+# Processor and kernel leave out what emulation makes slow. Programs lie at the same addresses each
+# time (norandmaps): at others the emulator would translate their code again at each start.
 guest() {
     local time=$1 limit=$2 kernel_options=$3
     shift 3
@@ -157,7 +159,8 @@ guest() {
     exec timeout --foreground "$limit" qemu-system-x86_64 -machine pc "${clock[@]}" -cpu qemu64,+rdrand \
         -m 256 -smp 1 -nodefaults -no-reboot -display none -kernel "$(image_folder)/vmlinux" \
         -initrd "$disk" -append "console=ttyS0 quiet loglevel=4 panic=-1 random.trust_cpu=on \
-mitigations=off init_on_alloc=0 apparmor=0 no_timer_check cryptomgr.notests $kernel_options" "$@"
+no_timer_check mitigations=off init_on_alloc=0 apparmor=0 cryptomgr.notests norandmaps \
+$kernel_options" "$@"
 }
 
 # collect FOLDER: what the guest left there: its logs, unpacked.
