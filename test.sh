@@ -56,14 +56,24 @@ while [ $# -gt 0 ]; do
 done
 case $jobs in '' | *[!0-9]* | 0) fail "-j needs a number from 1; see ./test.sh --help" ;; esac
 
+# One run of ctest over the tests of every build folder, so that there is one summary.
+summary=build/all
+# How long the last run took that was neither cut short nor filtered.
+took=$summary/seconds
+filtered=false
+[ ${#options[@]} -eq 0 ] && [ ${#without[@]} -eq 0 ] || filtered=true
 if $all; then
     presets=(gcc address thread)
-    echo "Every test, under both sanitizers too, and clang-tidy."
+    took+=-all
+    echo "Every test, under both sanitizers too, and clang-tidy. From a fresh clone on two" \
+        "processors this is to take 25 minutes at most."
 else
     presets=(gcc)
     without+=(tidy)
-    echo "Every test that needs no sanitizer. (./test.sh --all: the sanitizers and clang-tidy too.)"
+    echo "Every test that needs no sanitizer. From a fresh clone on two processors this is to take" \
+        "10 minutes at most. (./test.sh --all: the sanitizers and clang-tidy too.)"
 fi
+[ ! -f $took ] || echo "The last full run here took $(($(cat $took) / 60 + 1)) min."
 
 install_packages packages.txt
 # The lab's tests are skipped where it can't run. CORVID_LAB=required makes them fail.
@@ -72,8 +82,6 @@ export CORVID_LAB=${CORVID_LAB:-optional}
 # While the programs are compiled.
 lab/lab.sh build >/dev/null &
 
-# One run of ctest over the tests of every build folder, so that there is one summary.
-summary=build/all
 for preset in "${presets[@]}"; do
     build "$preset"
 done
@@ -93,5 +101,8 @@ setarch -R true 2>/dev/null && run=(setarch -R)
 if [ ${#without[@]} -gt 0 ]; then
     options=(-LE "$(IFS='|' && echo "${without[*]}")" "${options[@]}")
 fi
-exec "${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary \
-    "${options[@]}" </dev/null
+status=0
+"${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary \
+    "${options[@]}" </dev/null || status=$?
+$filtered || echo $SECONDS >$took
+exit $status
