@@ -18,7 +18,7 @@ usage: lab/lab.sh build             makes the guest's image, once: downloads a k
        lab/lab.sh list              the cases, a line each
 
 Cases and soak run in virtual time: the guest's clock counts its instructions and jumps over the
-time in which it would only wait. An hour of soak takes half a minute of a processor.
+time in which it would only wait. An hour of soak takes less than a minute of a processor.
 
 Environment:
   CORVID_BUILD      the build folder whose programs run in the guest (build)
