@@ -25,7 +25,7 @@ using ::testing::IsEmpty;
 constexpr auto kShort = 20ms;
 constexpr auto kLong = 30s;
 
-class CommandChannelTest : public testing::Test {
+class CommandChannelTest : public testing::Test, NoOldControlClientFiles {
   protected:
     void SetUp() override { ASSERT_TRUE(channel_.open(path_)); }
 
@@ -219,7 +219,7 @@ TEST_F(CommandChannelTest, ThousandTimeoutsLeaveNeitherFilesNorDescriptors) {
     EXPECT_THAT(controlClientFiles(), IsEmpty());
 }
 
-class ControlChannelTest : public testing::Test {
+class ControlChannelTest : public testing::Test, NoOldControlClientFiles {
   protected:
     /** A path of that many bytes. */
     std::string pathOf(size_t length) const {

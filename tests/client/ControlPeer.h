@@ -77,4 +77,17 @@ inline std::set<std::string> controlClientFiles() {
     return found;
 }
 
+/**
+ * Removes the files that an earlier process with the number of this one left when it was killed. A
+ * fixture that counts files derives from it: no connection is open when it is made.
+ */
+class NoOldControlClientFiles {
+  protected:
+    NoOldControlClientFiles() {
+        for (const std::string& file : controlClientFiles()) {
+            unlink(file.c_str());
+        }
+    }
+};
+
 }  // namespace Ursa::OS::Wifi

@@ -17,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::IsEmpty;
 
-class WpaConnectionTest : public testing::Test {
+class WpaConnectionTest : public testing::Test, NoOldControlClientFiles {
   protected:
     const test::TempFolder folder_;
     const std::string path_ = folder_.file("wlan0");

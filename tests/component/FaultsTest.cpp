@@ -64,6 +64,8 @@ TEST_P(SupplicantDeaths, ManyTimesOverLeaveNothingBehindAndEachNextSupplicantIsF
     headset.expectConnection("wlan0");
     headset.expectConnection("p2p0");
     ProcessFigures before(headset.daemonPid());
+    // The library's, and those that a killed process of the same number has left.
+    const size_t files = component::controlClientFiles(headset.daemonPid()).size();
     for (int i = 0; i < kTimes; ++i) {
         if (i == kWarmUp) {
             headset.settle();
@@ -77,8 +79,7 @@ TEST_P(SupplicantDeaths, ManyTimesOverLeaveNothingBehindAndEachNextSupplicantIsF
     }
     headset.settle();
     expectSameFigures(before, headset.daemonFigures());
-    EXPECT_EQ(component::controlClientFiles(headset.daemonPid()).size(), 4u)
-        << "a file for each open connection of the library";
+    EXPECT_LE(component::controlClientFiles(headset.daemonPid()).size(), files);
     headset.play("connect freq=5745 rssi=-60");
     headset.expectLog("I", "StaManager: STA event(CONNECTED)");
 }
@@ -252,8 +253,8 @@ TEST(Faults, ThreadRefusedAnywhereOnTheRoadOfAnEventIsLoggedAndTheDaemonGoesOn) 
     // At least these: the station's worker, and one for the sensor service.
     constexpr long kCalls = 2;
     for (long number = 1; number <= kCalls; ++number) {
+        headset.forget();  // first: a thread of the events before may be the one that is refused
         RefusingDaemon::refuse(daemon.calls->thread, number);
-        headset.forget();
         headset.playAll({"connect freq=5180 width=80 rssi=-48", "p2p start freq=5180 width=80"});
         ASSERT_EQ(outcome(headset), Outcome::GoesOn);
         headset.playAll({"p2p stop", "disconnect"});

@@ -276,7 +276,10 @@ TEST_F(LinkPower, WhileTheSupplicantIsAwayEveryNoticeOfItTriesTheUpperStepInVain
     expectCommand("ADC_SATURATION 1");
     headset_.forget();
     // It goes and comes back, but lets nobody in: the daemon tries twenty times a second.
-    headset_.playAll({"reply ATTACH fail", "supplicant terminate", "supplicant start"});
+    headset_.playAll({"reply ATTACH fail", "supplicant terminate"});
+    // Not before the daemon has let go of the old one: the new one would take its last commands.
+    headset_.expectLog("I", "[WPA-STA] Reset wpa socket file path");
+    headset_.play("supplicant start");
     headset_.expectRecords(5, "log",
                            "TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:ERROR: "
                            "NOT-CONNECTED");

@@ -40,7 +40,30 @@
 #endif
 #endif
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define THREAD_SANITIZED 1
+#endif
+#endif
+
+/**
+ * A provider is not released if the signal comes between the library's return and the end of
+ * mayHang(): docs/hung-calls.md. LeakSanitizer sees it; everything else must not leak.
+ */
+extern "C" const char* __lsan_default_suppressions();  // NOLINT: the sanitizer's name
+extern "C" const char* __lsan_default_suppressions() {
+    return "leak:Ursa::Sensors::makeControllerProvider\n";
+}
+
 namespace {
+
+/** A report, though it is suppressed, has ThreadSanitizer start a symbolizer, on two pipes' ends.
+ */
+#ifdef THREAD_SANITIZED
+constexpr int kSanitizerDescriptors = 2;
+#else
+constexpr int kSanitizerDescriptors = 0;
+#endif
 
 /** Where a thread stops until it is told to go on. Usable in a signal handler. */
 class Stop {
@@ -293,7 +316,7 @@ class SlowService : public testing::Test {
         std::cout << "threads " << before.threads << " -> " << now.threads << ", descriptors "
                   << before.descriptors << " -> " << now.descriptors << ", bytes allocated "
                   << before.bytes << " -> " << now.bytes << "\n";
-        EXPECT_EQ(now.descriptors, before.descriptors);
+        EXPECT_LE(now.descriptors, before.descriptors + kSanitizerDescriptors);
         EXPECT_LT(static_cast<long>(now.bytes) - static_cast<long>(before.bytes), 64 * 1024);
     }
 
