@@ -298,16 +298,26 @@ class Build:
         raise UsageError(f"{path} is not compiled, nor included where it stands")
 
     def compiled_unit(self, path, units):
+        """The source itself, or one that includes the header, by other headers where need be."""
         own = os.path.join(self.tree, path)
         if own in units:
             return own
-        include = f'#include "{path}"'
-        for unit in units:
-            if unit.startswith(self.tree) and "/tests/" not in unit[len(self.tree):]:
-                with open(unit, encoding="utf-8") as file:
-                    if include in file.read():
+        headers = glob.glob("**/*.h", root_dir=self.tree, recursive=True)
+        wanted = [path]
+        for header in wanted:
+            include = f'#include "{header}"'
+            for unit in units:
+                if unit.startswith(self.tree) and "/tests/" not in unit[len(self.tree):]:
+                    if include in read_text(unit):
                         return unit
+            wanted += [other for other in headers if other not in wanted and
+                       include in read_text(os.path.join(self.tree, other))]
         return None
+
+
+def read_text(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
 
 
 def analysis_of(command):
