@@ -204,7 +204,8 @@ TEST(Supplicant, LateReplyIsNotTakenForTheNextCommand) {
         EXPECT_THAT(headset.call("getStaInfo").output,
                     HasSubstr("\"frequency\":5745,\"rssi\":-80"));
     }
-    EXPECT_EQ(headset.daemonFigures().descriptors(), descriptors);
+    // The first count may hold the connection of the caller before it, which has gone since.
+    EXPECT_LE(headset.daemonFigures().descriptors(), descriptors);
     EXPECT_THAT(headset.log("Disconnecting supplicant socket"), testing::SizeIs(1));
 }
 

@@ -76,8 +76,7 @@ done
 [ ${#targets[@]} -gt 0 ] || targets=("${all[@]}")
 
 install_packages packages.txt
-build build-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-    -DCORVID_SANITIZE=address -DCORVID_FUZZ=ON -- "${targets[@]}"
+build fuzz "${targets[@]}"
 
 export ASAN_OPTIONS=exitcode=99:detect_leaks=0
 work=$(mktemp -d)
