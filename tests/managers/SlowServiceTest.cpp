@@ -52,7 +52,7 @@
  */
 extern "C" const char* __lsan_default_suppressions();  // NOLINT: the sanitizer's name
 extern "C" const char* __lsan_default_suppressions() {
-    return "leak:Ursa::Sensors::makeControllerProvider\n";
+    return "leak:Ursa::Sensors::make\n";
 }
 
 namespace {

@@ -59,7 +59,7 @@ def check(root, build, source):
                 return []
     except FileNotFoundError:
         pass
-    result = subprocess.run(["clang-tidy", "--quiet", "-p", build, source], text=True,
+    result = subprocess.run(["nice", "-n", "10", "clang-tidy", "--quiet", "-p", build, source], text=True,
                             capture_output=True, check=False)
     if result.returncode != 0:
         return [result.stdout or result.stderr]
