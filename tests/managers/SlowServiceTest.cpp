@@ -51,9 +51,7 @@
  * mayHang(): docs/hung-calls.md. LeakSanitizer sees it; everything else must not leak.
  */
 extern "C" const char* __lsan_default_suppressions();  // NOLINT: the sanitizer's name
-extern "C" const char* __lsan_default_suppressions() {
-    return "leak:Ursa::Sensors::make\n";
-}
+extern "C" const char* __lsan_default_suppressions() { return "leak:Ursa::Sensors::make\n"; }
 
 namespace {
 
