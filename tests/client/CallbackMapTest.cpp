@@ -474,6 +474,55 @@ TEST(CallbackMap, TriggerDoesNotFreeAHandleWhoseUnregistrationIsUnderWay) {
     EXPECT_FALSE(CallbackMapTestPeer::contains(map, CallbackSet::Inactive, handle));
 }
 
+TEST(CallbackMap, SubscriberThatIsBeingUnregisteredIsNotCalledByATriggerUnderWay) {
+    Map map;
+    std::promise<void> snapshotTaken;
+    std::promise<void> goOn;
+    Callback first = [&](const std::string& value) {
+        if (value == "late") {
+            snapshotTaken.set_value();
+            goOn.get_future().wait();
+        }
+    };
+    map.registerCallback(first);
+    Blocked blocked;
+    std::atomic<int> calls{0};
+    Callback second = [&calls, block = blocked.callback()](const std::string& value) {
+        if (++calls == 1) {
+            block(value);
+        }
+    };
+    const int handle = map.registerCallback(second);
+
+    std::thread early([&] { map.trigger("early"); });
+    blocked.waitUntilEntered();
+    std::thread late([&] { map.trigger("late"); });
+    snapshotTaken.get_future().wait();
+    // Waits for the early call, so the element itself does not refuse a second one yet.
+    std::thread unregistering([&] { map.unregisterCallback(handle); });
+    while (CallbackMapTestPeer::contains(map, CallbackSet::Active, handle)) {
+        std::this_thread::yield();
+    }
+    goOn.set_value();
+    late.join();
+    EXPECT_EQ(calls, 1);
+    blocked.release();
+    early.join();
+    unregistering.join();
+}
+
+TEST(CallbackMapElement, RemovedSubscriberIsNotCalled) {
+    int calls = 0;
+    std::function<void(int)> function = [&calls](int) { ++calls; };
+    CallbackMapElement<std::function<void(int)>> element(function);
+    element.call(1);
+    element.remove();
+    EXPECT_TRUE(element.removed());
+    function = [&calls](int) { ++calls; };  // the place may hold another function by now
+    element.call(2);
+    EXPECT_EQ(calls, 1);
+}
+
 TEST(CallbackMap, RunningCallbackMayRegisterWhileItsUnregistrationWaits) {
     Map map;
     Callback late = nothing();

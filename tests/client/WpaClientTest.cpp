@@ -320,6 +320,21 @@ TEST_F(WpaClientTest, DirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenI
     EXPECT_THAT(log_.messages(ANDROID_LOG_ERROR), IsEmpty());
 }
 
+TEST_F(WpaClientTest, NextDirectoryMayBeRenamedIntoItsPlace) {
+    const std::string directory = path("sockets");
+    std::filesystem::create_directory(directory);
+    client_ = std::make_unique<WpaClient>(directory + "/");
+    std::filesystem::remove(directory);
+    ASSERT_TRUE(
+        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    log_.clear();
+    std::filesystem::create_directory(path("prepared"));
+    const test::FakeControlSocket sta(path("prepared/wlan0"));
+    std::filesystem::rename(path("prepared"), directory);
+    EXPECT_TRUE(waitForLine("WpaClient: Started monitoring wpa socket directory"));
+    EXPECT_TRUE(waitForLine("[WPA-STA] Connected to supplicant socket: " + directory + "/wlan0"));
+}
+
 TEST_F(WpaClientTest, SocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);

@@ -405,6 +405,18 @@ TEST_F(FrequencyBlockManagerTest, WhatOthersBlockedIsNeverCleared) {
     EXPECT_THAT(errors(), IsEmpty());
 }
 
+TEST_F(FrequencyBlockManagerTest, WhatOthersBlockedAfterOurClearIsNotCleared) {
+    start();
+    stationConnected(2437);
+    stationDisconnected();
+    ASSERT_EQ(blocklist(), "");
+    setBlocklist("2402 2430\n");
+    stationConnected(2484);
+    stationDisconnected();
+    EXPECT_EQ(blocklist(), "2402 2430\n");
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
 TEST_F(FrequencyBlockManagerTest, TheSameFrequencyAgainDoesNothing) {
     start();
     stationConnected(2437);
