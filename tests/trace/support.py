@@ -1,0 +1,58 @@
+"""What the tests of corvid-trace share. Run one by hand with PYTHONPATH=trace."""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import unittest
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+COMMAND = os.path.join(SOURCE, "trace", "corvid-trace")
+
+HEADER = {"source": "import", "made_by": "a test", "label": "walk", "start_wall": None,
+          "interfaces": {"sta": "wlan0"}, "properties": {}}
+
+
+def sample(t, rssi=-50, frequency=5180, **more):
+    """A sample of a connected station."""
+    return {"type": "sample", "t": t, "p2p": None, **more,
+            "sta": {"frequency_mhz": frequency, "rssi_dbm": rssi, "bandwidth_mhz": 80}}
+
+
+class FilesTest(unittest.TestCase):
+    """A test with a folder of its own."""
+
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory(prefix="corvid-trace-")
+        self.addCleanup(holder.cleanup)
+        self.folder = holder.name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, content):
+        """A file with these bytes, this text or, one a line, these JSON objects; its path."""
+        if isinstance(content, list):
+            content = "".join(json.dumps(line) + "\n" for line in content)
+        if isinstance(content, str):
+            content = content.encode()
+        with open(self.path(name), "wb") as file:
+            file.write(content)
+        return self.path(name)
+
+    def read(self, name):
+        with open(self.path(name), encoding="utf-8") as file:
+            return file.read()
+
+    def run_command(self, *words, **options):
+        """Runs `corvid-trace WORDS` in the test's folder; stdout and stderr are texts."""
+        return subprocess.run([sys.executable, "-B", COMMAND, *words], cwd=self.folder, text=True,
+                              capture_output=True, check=False, **options)
+
+    def assert_refused(self, done, status, *texts):
+        """The command ended with `status`, and its errors name all of `texts`."""
+        self.assertEqual(done.returncode, status, done.stderr)
+        for text in texts:
+            self.assertIn(text, done.stderr)
+        self.assertNotIn("Traceback", done.stderr)
