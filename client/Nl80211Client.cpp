@@ -1,5 +1,7 @@
 #include "client/Nl80211Client.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -23,7 +25,6 @@
 #include <netlink/genl/genl.h>
 #include <netlink/netlink.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
 #include "client/NetlinkHandles.h"
 #include "os/Log.h"
@@ -42,9 +43,6 @@ constexpr int kSocketBufferBytes = 8192;  // for sending, and for receiving
 
 /** The kernel builds the packets of a dump no larger than this, whatever a reader offers. */
 constexpr size_t kMaxPacketBytes = 32768;
-
-/** An exchange may overrun its time by this much, which spares a prompt one a system call. */
-constexpr std::chrono::milliseconds kPromptAnswer{10};
 
 /** What is queued when an exchange's time is up is still read, up to this many packets: more than
  * kSocketBufferBytes has room for, and an end to a peer that keeps sending. */
@@ -67,9 +65,8 @@ struct Exchange {
     /** Set at the first receive, since the kernel does its work while the request is sent. */
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt;
     int lateReceives = 0;
-    bool receiveLimited = false;  ///< the socket's limit is shorter than the exchange's time
-    bool endReceived = false;     ///< the end of the dump was in a packet that was received
-    bool dropLogged = false;      ///< a handler has dropped the rest of that packet and logged why
+    bool endReceived = false;  ///< the end of the dump was in a packet that was received
+    bool dropLogged = false;   ///< a handler has dropped the rest of that packet and logged why
 };
 
 /**
@@ -87,39 +84,32 @@ class CurrentExchange {
     CurrentExchange& operator=(const CurrentExchange&) = delete;
 };
 
-/** Limits the wait of each receive on `socket`. */
-void setReceiveTimeout(nl_sock* socket, std::chrono::microseconds timeout) {
-    constexpr int64_t kPerSecond = 1'000'000;
-    // Zero would mean for ever.
-    const int64_t count = std::max<int64_t>(timeout.count(), 1);
-    const timeval value = {static_cast<time_t>(count / kPerSecond),
-                           static_cast<suseconds_t>(count % kPerSecond)};
-    setsockopt(nl_socket_get_fd(socket), SOL_SOCKET, SO_RCVTIMEO, &value, sizeof(value));
-}
-
 /**
- * Limits the next receive to what is left of the exchange's time, which packets that have come do
- * not renew. When the time is up, what is queued can still be received: it may have come in time
- * while the process was stopped. Returns false when that has gone on for too long.
+ * Starts the exchange's time at the first receive. When it is up, what is queued can still be
+ * received: it may have come in time while the process was stopped. Returns false when that has
+ * gone on for too long.
  */
-bool limitReceive(nl_sock* socket, Exchange& exchange) {
-    using std::chrono::microseconds;
-    using std::chrono::steady_clock;
-    const auto now = steady_clock::now();
+bool mayReceive(Exchange& exchange) {
+    const auto now = std::chrono::steady_clock::now();
     if (!exchange.deadline) {
         exchange.deadline = now + exchange.timeout;
-        return true;  // the socket's limit, set with the connection, is as long
     }
-    const auto left = std::chrono::duration_cast<microseconds>(*exchange.deadline - now);
-    const bool late = left <= microseconds(0);
-    if (late && ++exchange.lateReceives > kMaxLateReceives) {
-        return false;
+    return now < *exchange.deadline || ++exchange.lateReceives <= kMaxLateReceives;
+}
+
+/** Waits until something can be received. False when the exchange's time is up. */
+bool waitForPacket(nl_sock* socket, const Exchange& exchange) {
+    using std::chrono::milliseconds;
+    while (true) {
+        const milliseconds left =
+            std::chrono::ceil<milliseconds>(*exchange.deadline - std::chrono::steady_clock::now());
+        pollfd waited = {nl_socket_get_fd(socket), POLLIN, 0};
+        const int ready =
+            poll(&waited, 1, static_cast<int>(std::max<milliseconds::rep>(left.count(), 0)));
+        if (ready >= 0 || errno != EINTR) {
+            return ready > 0;
+        }
     }
-    if (late || left < exchange.timeout - kPromptAnswer) {
-        exchange.receiveLimited = true;
-        setReceiveTimeout(socket, left);
-    }
-    return true;
 }
 
 /** What a packet holds of an exchange. */
@@ -173,7 +163,8 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
         return -NLE_FAILURE;
     }
     int received = -NLE_AGAIN;
-    while (limitReceive(socket, exchange)) {
+    while (mayReceive(exchange)) {
+        // Does not wait: libnl would wait anew after each signal that this thread handles.
         received = nl_recv(socket, peer, bytes, credentials);
         if (received > 0) {
             const Contents contents = contentsOf(*bytes, received, exchange.sequence);
@@ -183,6 +174,10 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
                 return received;
             }
             dropPacket(bytes, credentials);
+        } else if (received == -NLE_AGAIN) {
+            if (!waitForPacket(socket, exchange)) {
+                break;
+            }
         } else if (received != -NLE_MSG_TRUNC) {
             break;
         }
@@ -467,7 +462,7 @@ int Nl80211Client::initState_(Request& request) const {
         WIFI_LOGE("Failed to connect to generic netlink.");
         return -1;
     }
-    setReceiveTimeout(socket, answerTimeout_);
+    nl_socket_set_nonblocking(socket);
     // Not checked: to a family that does not exist the kernel answers the request with an error.
     request.family = resolveFamily_(socket);
     request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
@@ -486,11 +481,7 @@ int Nl80211Client::resolveFamily_(nl_sock* socket) const {
     Exchange exchange;
     exchange.timeout = answerTimeout_;
     const CurrentExchange current(exchange);
-    const int family = genl_ctrl_resolve(socket, "nl80211");
-    if (exchange.receiveLimited) {
-        setReceiveTimeout(socket, answerTimeout_);
-    }
-    return family;
+    return genl_ctrl_resolve(socket, "nl80211");
 }
 
 // Messages

@@ -1,7 +1,11 @@
 // Requests that no answer ends: the exchange fails when its time is up, whatever else the peer
 // sends.
 
+#include <pthread.h>
+
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <thread>
 
 #include <linux/genetlink.h>
@@ -40,6 +44,53 @@ Bytes familyReply(const NetlinkRequest& request) {
     return test::reply(request, CTRL_CMD_NEWFAMILY,
                        attribute(CTRL_ATTR_FAMILY_ID, test::number16(FakeNl80211::kFamily)));
 }
+
+void handle(int /*signal*/) {}
+
+/** The thread that makes it handles a signal every 5 ms, for 10 s at most. */
+class Interruptions {
+  public:
+    Interruptions() {
+        struct sigaction action = {};
+        action.sa_handler = handle;
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGUSR2, &action, &before_);
+        thread_ = std::thread([this, thread = pthread_self()] {
+            for (int i = 0; i < 2000 && !ended_; ++i) {
+                std::this_thread::sleep_for(5ms);
+                pthread_kill(thread, SIGUSR2);
+                ++count_;
+            }
+        });
+    }
+    ~Interruptions() {
+        end();
+        sigaction(SIGUSR2, &before_, nullptr);
+    }
+    Interruptions(const Interruptions&) = delete;
+    Interruptions& operator=(const Interruptions&) = delete;
+
+    void waitForMore(int count) const {
+        for (const int wanted = count_ + count; count_ < wanted;) {
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+
+    /** Returns how many there were. */
+    int end() {
+        ended_ = true;
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+        return count_;
+    }
+
+  private:
+    struct sigaction before_ = {};
+    std::atomic<bool> ended_{false};
+    std::atomic<int> count_{0};
+    std::thread thread_;
+};
 
 /** A client that waits 50 ms for the answer to a request. */
 class ExchangeEnd : public Nl80211Test {
@@ -90,6 +141,33 @@ TEST_F(ExchangeEnd, SilenceFailsTheCommandWhenItsTimeIsUp) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 50ms);
     EXPECT_THAT(errors(), ElementsAre(kTimedOut));
     expectNextCommandToSucceed();
+}
+
+TEST_F(ExchangeEnd, SignalsDoNotProlongTheWaitForAnAnswer) {
+    Interruptions interruptions;
+    EXPECT_EQ(commandAnsweredBy([](const NetlinkRequest&) { return std::vector<Bytes>(); }), -1);
+    EXPECT_LT(interruptions.end(), 1000) << "the wait ended when the signals did";
+    EXPECT_THAT(errors(), ElementsAre(kTimedOut));
+    expectNextCommandToSucceed();
+}
+
+TEST_F(ExchangeEnd, SignalsDoNotProlongTheWaitForTheFamily) {
+    Interruptions interruptions;
+    EXPECT_EQ(
+        commandAfterFamilyAnsweredBy([](const NetlinkRequest&) { return FakeNl80211::Answer(); }),
+        -1);
+    EXPECT_LT(interruptions.end(), 1000) << "the wait ended when the signals did";
+    EXPECT_THAT(errors(), ElementsAre(kTimedOut, kNoSuchFamily));
+}
+
+TEST_F(ExchangeEnd, SignalsDoNotEndTheWaitEarly) {
+    const Interruptions interruptions;
+    kernel_.answer([&](const NetlinkRequest& request) -> std::vector<Bytes> {
+        interruptions.waitForMore(10);
+        return {ack(request)};
+    });
+    EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(ExchangeEnd, AcknowledgementOfAnotherRequestOnlyFailsTheCommand) {

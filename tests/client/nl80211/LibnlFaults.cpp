@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 #include <netlink/attr.h>
@@ -95,13 +96,16 @@ int __wrap_nl_send_auto_complete(nl_sock* socket, nl_msg* message) {
 
 int __real_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials);
 int __wrap_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
-    if (takeFault(LibnlCall::Receive)) {
-        return -NLE_NOMEM;
-    }
-    if (takeFault(LibnlCall::ReceiveNothing)) {
-        return 0;
-    }
     const int received = __real_nl_recv(socket, peer, bytes, credentials);
+    if (received == -NLE_AGAIN) {
+        return received;  // how often there is nothing yet differs: not counted
+    }
+    const bool fails = takeFault(LibnlCall::Receive);
+    if (fails || takeFault(LibnlCall::ReceiveNothing)) {
+        free(*bytes);
+        *bytes = nullptr;
+        return fails ? -NLE_NOMEM : 0;
+    }
     pauseAsOrdered(socket);
     return received;
 }
