@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Shows of each check of this folder that it can fail, and that it doesn't when it shouldn't."""
 
+import hashlib
 import json
 import os
 import subprocess
@@ -11,6 +12,7 @@ import blueprint
 import check_android_bp
 import check_format
 import check_hal_docs
+import check_hal_frozen
 import check_includes
 import check_tidy
 import check_words
@@ -262,6 +264,62 @@ class HalDocsTest(TreeTest):
     def test_an_empty_file_is_no_success(self):
         self.write("interface/wifi/1.0/types.hal", "package a@1.0;\n")
         self.assert_complains(check_hal_docs.check(self.root), "declares nothing")
+
+
+class HalFrozenTest(TreeTest):
+    """With one package of one file, which has shipped."""
+
+    PATH = "interface/wifi/1.0/types.hal"
+    RECORD = "interface/current.txt"
+    TEXT = "package vendor.corvid.hardware.wifi@1.0;\nenum Kind : uint32_t { NONE };\n"
+
+    def setUp(self):
+        super().setUp()
+        self.write(self.PATH, self.TEXT)
+        self.hash = hashlib.sha256(self.TEXT.encode()).hexdigest()
+        self.record(f"# shipped\n{self.hash} vendor.corvid.hardware.wifi@1.0::types # 1.0\n")
+
+    def record(self, text):
+        self.write(self.RECORD, text)
+
+    def check(self):
+        return check_hal_frozen.check(self.root)
+
+    def test_what_is_as_it_was_recorded_is_fine(self):
+        self.assertEqual(self.check(), [])
+
+    def test_a_changed_comment_is_found(self):
+        self.write(self.PATH, self.TEXT + "// Later.\n")
+        self.assert_complains(self.check(), self.PATH, self.RECORD + ":2", "next version")
+
+    def test_a_file_that_was_added_to_a_frozen_package_is_found(self):
+        self.write("interface/wifi/1.0/IMore.hal",
+                   "package vendor.corvid.hardware.wifi@1.0;\ninterface IMore {};\n")
+        self.write("host/hidl/hal/base/1.0/IBase.hal",
+                   "package android.hidl.base@1.0;\ninterface IBase {};\n")
+        self.assert_complains(self.check(), "interface/wifi/1.0/IMore.hal", "IMore", self.RECORD)
+
+    def test_a_package_that_has_not_shipped_may_change(self):
+        self.write("interface/wifi/1.1/types.hal", self.TEXT.replace("@1.0", "@1.1"))
+        self.assertEqual(self.check(), [])
+
+    def test_a_recorded_file_that_is_gone_is_found(self):
+        os.remove(os.path.join(self.root, self.PATH))
+        self.assert_complains(self.check(), self.RECORD + ":2", "wifi@1.0::types")
+
+    def test_a_line_that_is_no_hash_is_found(self):
+        self.record(f"{self.hash[:-1]} vendor.corvid.hardware.wifi@1.0::types\n")
+        self.assert_complains(self.check(), self.RECORD + ":1")
+
+    def test_no_record_is_no_success(self):
+        self.record("")
+        self.assert_complains(self.check(), "records nothing")
+        os.remove(os.path.join(self.root, self.RECORD))
+        self.assert_complains(self.check(), "is missing")
+
+    def test_a_file_that_does_not_parse_is_found(self):
+        self.write(self.PATH, "package")
+        self.assert_complains(self.check(), self.PATH, "no hash")
 
 
 class WordsTest(TreeTest):
