@@ -2,6 +2,7 @@
 
 import json
 import os
+import pty
 import subprocess
 import sys
 import tempfile
@@ -49,6 +50,23 @@ class FilesTest(unittest.TestCase):
         """Runs `corvid-trace WORDS` in the test's folder; stdout and stderr are texts."""
         return subprocess.run([sys.executable, "-B", COMMAND, *words], cwd=self.folder, text=True,
                               capture_output=True, check=False, **options)
+
+    def run_on_terminal(self, *words, **environment):
+        """What `corvid-trace WORDS` writes when its standard output is a terminal."""
+        outside, inside = pty.openpty()
+        self.addCleanup(os.close, outside)
+        clean = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
+        with subprocess.Popen([sys.executable, "-B", COMMAND, *words], cwd=self.folder,
+                              stdout=inside, env={**clean, **environment}) as process:
+            os.close(inside)
+            text = b""
+            try:
+                while chunk := os.read(outside, 4096):
+                    text += chunk
+            except OSError:
+                pass  # nobody has the terminal's other end any more
+            self.assertEqual(process.wait(), 0)
+        return text.decode()
 
     def assert_refused(self, done, status, *texts):
         """The command ended with `status`, and its errors name all of `texts`."""

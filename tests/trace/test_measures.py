@@ -4,34 +4,8 @@
 import unittest
 
 from corvid_trace import measures
-from support import HEADER, sample
-
-THRESHOLDS = {"rssi_upper": -55, "rssi_middle_upper": -60, "rssi_middle_lower": -65,
-              "rssi_lower": -70, "dbm_upper": 20, "dbm_middle": 10, "dbm_lower": 0, "dbm_p2p": 12}
-RESULT = {**HEADER, "result": True, "settings": {}, "thresholds": THRESHOLDS}
-STEPS = {20: "upper", 10: "middle", 0: "lower"}
-
-
-def power(t, dbm, accepted=True, interface="wlan0"):
-    return {"type": "power", "t": t, "interface": interface, "dbm": dbm,
-            "step": STEPS.get(dbm), "accepted": accepted}
-
-
-def command(t, text, reply="OK", interface="wlan0"):
-    return {"type": "command", "t": t, "interface": interface, "text": text, "reply": reply}
-
-
-def event(t, text, interface="wlan0"):
-    return {"type": "supplicant", "t": t, "interface": interface, "text": text}
-
-
-def end(t):
-    return {"type": "end", "t": t, "reason": "duration"}
-
-
-def no_link(t):
-    return {"type": "sample", "t": t, "sta": None, "p2p": None}
-
+from result_lines import RESULT, command, end, event, no_link, power
+from support import sample
 
 def measure(*records, **options):
     return measures.measure(RESULT, sorted(records, key=lambda record: record["t"]), **options)
