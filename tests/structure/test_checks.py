@@ -14,6 +14,7 @@ import check_format
 import check_hal_docs
 import check_hal_frozen
 import check_includes
+import check_properties
 import check_tidy
 import check_words
 
@@ -320,6 +321,102 @@ class HalFrozenTest(TreeTest):
     def test_a_file_that_does_not_parse_is_found(self):
         self.write(self.PATH, "package")
         self.assert_complains(self.check(), self.PATH, "no hash")
+
+
+PROPERTIES = """#define CORVID_WIFI_PROPERTIES(P, F) \\
+    /* scans | off | both */ \\
+    P(bool, cmd_scan, "cmd.scan") \\
+    /* upper step, \\
+       dBm | 20 | restart */ \\
+    P(unsigned, dbm_upper, "dbm.upper") \\
+    /* which | 0 | at once */ \\
+    F(int, which, "which")
+P(not, of, "the list")
+"""
+
+USES = """ReadOnce<unsigned> upper{Sysprop::corvid_wifi_dbm_upper,
+                         20};
+bool scans() { return Sysprop::corvid_wifi_cmd_scan(false); }
+int which() { return corvid_wifi_which(false); }
+"""
+
+
+class PropertiesTest(TreeTest):
+
+    LIST = "config/CorvidWifiProperties.h"
+
+    def setUp(self):
+        super().setUp()
+        self.write(self.LIST, PROPERTIES)
+        self.write("config/FeatureList.h", "Feature<class Scan>(property::cmd_scan),\n")
+        self.write("managers/A.cpp", USES)
+        self.assertEqual(check_properties.check(self.root, write=True), [])
+
+    def change(self, path, old, new):
+        with open(os.path.join(self.root, path), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn(old, text)
+        self.write(path, text.replace(old, new))
+
+    def check(self):
+        return check_properties.check(self.root)
+
+    def test_lists_that_agree_are_fine(self):
+        self.assertEqual(self.check(), [])
+        with open(os.path.join(self.root, "device/sepolicy/property_contexts"),
+                  encoding="utf-8") as file:
+            self.assertEqual(len(file.read().splitlines()), 2 + 3)
+
+    def test_another_default_in_the_code_is_found(self):
+        self.change("managers/A.cpp", "20", "21")
+        self.assert_complains(self.check(), self.LIST + ":6", "20", "managers/A.cpp:1", "21")
+
+    def test_a_property_that_nobody_uses_is_found(self):
+        self.change("managers/A.cpp", "int which() { return corvid_wifi_which(false); }", "")
+        self.assert_complains(self.check(), self.LIST + ":8", "which", "used neither")
+
+    def test_a_read_of_an_unlisted_property_is_found(self):
+        self.write("managers/B.cpp", "bool b = corvid_wifi_more(true);\n")
+        self.assert_complains(self.check(), "managers/B.cpp:1", "more", self.LIST)
+
+    def test_a_time_of_effect_that_the_code_does_not_keep_is_found(self):
+        for path, old, new, place in (
+                (self.LIST, "20 | restart", "20 | at once", "managers/A.cpp:1"),
+                (self.LIST, "off | both", "off | at once", "config/FeatureList.h:1"),
+                (self.LIST, "0 | at once", "0 | both", "config/FeatureList.h")):
+            with self.subTest(new):
+                self.change(path, old, new)
+                self.assertEqual([place in complaint for complaint in self.check()][:1], [True])
+                self.change(path, new, old)
+
+    def test_a_comment_without_its_parts_is_found(self):
+        for comment in ("scans", "scans | off", "scans | off | sometimes", "| off | both"):
+            with self.subTest(comment):
+                self.write(self.LIST, PROPERTIES.replace("scans | off | both", comment))
+                self.assertIn(self.LIST + ":3", self.check()[0])
+
+    def test_a_made_file_that_was_changed_or_removed_is_found(self):
+        for path in ("docs/properties.md", "device/sepolicy/property_contexts"):
+            with self.subTest(path):
+                self.change(path, "persist.vendor.wifi.dbm.upper", "persist.vendor.wifi.dbm.top")
+                self.assert_complains(self.check(), path + ":", self.LIST, "dbm.top")
+                os.remove(os.path.join(self.root, path))
+                self.assert_complains(self.check(), path, "missing", self.LIST)
+                check_properties.check(self.root, write=True)
+
+    def test_a_property_that_only_the_contexts_have_is_found(self):
+        with open(os.path.join(self.root, "device/sepolicy/property_contexts"), "a",
+                  encoding="utf-8") as file:
+            file.write("persist.vendor.wifi.more u:object_r:x:s0 exact bool\n")
+        self.assert_complains(self.check(), "property_contexts:6", "more", "no such line")
+
+    def test_a_name_that_is_listed_twice_is_found(self):
+        self.change(self.LIST, '"which"', '"cmd.scan"')
+        self.assertIn(f"{self.LIST}: persist.vendor.wifi.cmd.scan is there twice", self.check())
+
+    def test_an_empty_list_is_no_success(self):
+        self.write(self.LIST, "")
+        self.assertIn("there is no CORVID_WIFI_PROPERTIES", self.check()[0])
 
 
 class WordsTest(TreeTest):

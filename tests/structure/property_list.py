@@ -1,0 +1,105 @@
+"""The list of properties in config/CorvidWifiProperties.h, and what is made of it."""
+
+import collections
+import re
+
+LIST = "config/CorvidWifiProperties.h"
+PREFIX = "persist.vendor.wifi."
+
+# As the platform's property_contexts names the types.
+CONTEXT_TYPES = {"bool": "bool", "int": "int", "unsigned": "uint"}
+EFFECTS = ("restart", "at once", "both")
+
+Property = collections.namedtuple("Property", "type accessor name line meaning default effect")
+
+_ENTRY = re.compile(r"""
+    (?P<comment>/\*.*?\*/)\s*
+    (?P<kind>[PF])\(\s*(?P<type>\w+)\s*,\s*(?P<accessor>\w+)\s*,\s*"(?P<name>[^"]*)"\s*\)
+    | (?P<alone>[PF]\([^()]*\))""", re.VERBOSE | re.DOTALL)
+
+
+def parse(text, complaints):
+    """The properties in their order. What can't be read is complained of."""
+    begin = re.search(r"#define CORVID_WIFI_PROPERTIES\(P, F\)", text)
+    if not begin:
+        complaints.append(f"{LIST}: there is no CORVID_WIFI_PROPERTIES")
+        return []
+    end = re.compile(r"[^\\]\n").search(text, begin.end())
+    macro = text[begin.end():end.end() if end else len(text)].replace("\\\n", " \n")
+    found = []
+    for match in _ENTRY.finditer(macro):
+        line = text.count("\n", 0, begin.end() + match.end()) + 1
+        comment = re.sub(r"\s+", " ", match["comment"] or "").strip("/* ")
+        parts = [part.strip() for part in comment.split("|")]
+        if len(parts) != 3 or not all(parts) or parts[2] not in EFFECTS:
+            complaints.append(f"{LIST}:{line}: {match.group()!r} has no comment 'meaning | default "
+                              f"| {' or '.join(EFFECTS)}'")
+        elif match["type"] not in CONTEXT_TYPES:
+            complaints.append(f"{LIST}:{line}: {match['name']} has type {match['type']}, not "
+                              f"{' or '.join(CONTEXT_TYPES)}")
+        else:
+            found.append(Property(match["type"], match["accessor"], PREFIX + match["name"], line,
+                                  *parts))
+    return found
+
+
+def shown_default(entry):
+    return "`" + {"on": "true", "off": "false"}.get(entry.default, entry.default) + "`"
+
+
+_BEFORE_TABLE = """# System properties
+
+Everything tunable is one of these. `setprop` on the device, or `property` in the lab, sets one, and
+it is kept over a reboot. A value that does not parse counts as one that is not set. Apart from its
+type no value is checked: the driver is sent what the property says.
+
+| type | values |
+|---|---|
+| bool | `true`, `false`, `1`, `0` |
+| int | -2147483648 to 2147483647, also hexadecimal: `0x1F` |
+| uint | 0 to 4294967295, also hexadecimal |
+
+The daemon also takes `TRUE` or `True` for true, and white space before a number. The device's init
+is stricter: it refuses to set what does not fit the type in `device/sepolicy/property_contexts`.
+
+| a change takes effect | when |
+|---|---|
+| restart | at the daemon's next start |
+| at once | when the property is used next |
+| both | when it is used next, if the feature was on at the daemon's start |
+
+This page and `device/sepolicy/property_contexts` are made of `config/CorvidWifiProperties.h`, by
+`tests/structure/check_properties.py . --write`.
+
+| property | type | default | takes effect | meaning |
+|---|---|---|---|---|
+"""
+
+
+def documentation(properties):
+    """docs/properties.md"""
+    table = [
+        f"| `{entry.name}` | {CONTEXT_TYPES[entry.type]} | {shown_default(entry)} | "
+        f"{entry.effect} | {entry.meaning} |" for entry in properties
+    ]
+    return _BEFORE_TABLE + "\n".join(table) + "\n"
+
+
+def contexts(properties):
+    """device/sepolicy/property_contexts"""
+    lines = [
+        "# Who may read and set the daemon's properties, and which values init takes for them.",
+        "# Made of config/CorvidWifiProperties.h by tests/structure/check_properties.py --write.",
+    ]
+    width = max((len(entry.name) for entry in properties), default=0)
+    lines += [
+        f"{entry.name:<{width}} u:object_r:vendor_corvid_wifi_prop:s0 exact "
+        f"{CONTEXT_TYPES[entry.type]}" for entry in properties
+    ]
+    return "\n".join(lines) + "\n"
+
+
+MADE = {
+    "docs/properties.md": documentation,
+    "device/sepolicy/property_contexts": contexts,
+}
