@@ -72,16 +72,19 @@ class CallbackMap {
      * it stays at its address until it is unregistered.
      */
     int registerCallback(Callback& callback) {
-        MutexLock lock(registering_);
+        auto element = std::make_shared<Element>(callback);
+        // Held until the end, so that the test of the capacity and the registration are one step.
+        ExclusiveLock activeLock(activeMutex_);
         const int handle = getNewHandle_();
         if (handle == -1) {
             return -1;
         }
         {
             ExclusiveLock elementsLock(elementsMutex_);
-            elements_.emplace(handle, std::make_shared<Element>(callback));
+            elements_.emplace(handle, std::move(element));
         }
-        setInsert_(CallbackSet::Active, handle);
+        active_.insert(handle);
+        generation_.fetch_add(1, std::memory_order_release);
         return handle;
     }
 
@@ -91,11 +94,7 @@ class CallbackMap {
      * then too, if another thread is just ending this subscription.
      */
     bool unregisterCallback(int handle) {
-        const bool active = setContains_(CallbackSet::Active, handle);
-        if (active) {
-            setInsert_(CallbackSet::Inactive, handle);
-        }
-        const bool first = active && setErase_(CallbackSet::Active, handle);
+        const bool first = deactivate_(handle);
         // The wait for a running call happens without the elements' lock: that call may register.
         if (const auto element = findElement_(handle)) {
             element->remove();
@@ -131,8 +130,10 @@ class CallbackMap {
     /** The last handle before they start again from 0. */
     static constexpr int kLastHandle = 0x7FFFFFFE;
 
-    int getNewHandle_() REQUIRES(registering_) {
-        if (kCapacity <= setSize_(CallbackSet::Active) + setSize_(CallbackSet::Inactive)) {
+    /** -1 when the map is full. */
+    int getNewHandle_() REQUIRES(activeMutex_) {
+        SharedLock inactiveLock(inactiveMutex_);
+        if (kCapacity <= static_cast<int>(active_.size() + inactive_.size())) {
             return -1;
         }
         while (true) {
@@ -140,11 +141,24 @@ class CallbackMap {
                 counter_.store(0);
             }
             const int handle = counter_.load();
-            if (!setContains_(CallbackSet::Active, handle) &&
-                !setContains_(CallbackSet::Inactive, handle)) {
+            if (active_.count(handle) == 0 && inactive_.count(handle) == 0) {
                 return handle;
             }
         }
+    }
+
+    /** Makes an active handle inactive. Returns false if it is not active. */
+    bool deactivate_(int handle) {
+        ExclusiveLock activeLock(activeMutex_);
+        const auto found = active_.find(handle);
+        if (found == active_.end()) {
+            return false;
+        }
+        ExclusiveLock inactiveLock(inactiveMutex_);
+        inactive_.insert(active_.extract(found));  // moved, so that nothing can fail in between
+        inactiveCount_.store(inactive_.size());
+        generation_.fetch_add(1, std::memory_order_release);
+        return true;
     }
 
     /**
@@ -170,27 +184,23 @@ class CallbackMap {
 
     /** Frees the numbers of unregistered handles. */
     void clearInactive_() {
-        {
-            SharedLock lock(inactiveMutex_);
-            if (inactive_.empty()) {
-                return;
-            }
+        if (inactiveCount_.load() == 0) {
+            return;
         }
-        ExclusiveLock lock(inactiveMutex_);
-        std::set<int> pending;  // their unregistration is still under way on another thread
-        for (const int handle : inactive_) {
-            ExclusiveLock elementsLock(elementsMutex_);
-            const auto found = elements_.find(handle);
-            if (found == elements_.end()) {
+        ExclusiveLock inactiveLock(inactiveMutex_);
+        ExclusiveLock elementsLock(elementsMutex_);
+        for (auto handle = inactive_.begin(); handle != inactive_.end();) {
+            const auto found = elements_.find(*handle);
+            if (found != elements_.end() && !found->second->removed()) {
+                ++handle;  // its unregistration is still under way on another thread
                 continue;
             }
-            if (found->second->removed()) {
+            if (found != elements_.end()) {
                 elements_.erase(found);
-            } else {
-                pending.insert(handle);
             }
+            handle = inactive_.erase(handle);
         }
-        inactive_ = std::move(pending);
+        inactiveCount_.store(inactive_.size());
     }
 
     std::shared_ptr<Element> findElement_(int handle) {
@@ -204,53 +214,27 @@ class CallbackMap {
                setContains_(CallbackSet::Active, handle);
     }
 
-    /** Returns whether the set changed. */
-    bool setInsert_(CallbackSet set, int handle) {
-        ExclusiveLock lock(setMutex_(set));
-        return changed_(set_(set).insert(handle).second);
-    }
-
-    /** Returns whether the set changed. */
-    bool setErase_(CallbackSet set, int handle) {
-        ExclusiveLock lock(setMutex_(set));
-        return changed_(set_(set).erase(handle) != 0);
-    }
-
     bool setContains_(CallbackSet set, int handle) {
-        SharedLock lock(setMutex_(set));
-        return set_(set).count(handle) != 0;
-    }
-
-    int setSize_(CallbackSet set) {
-        SharedLock lock(setMutex_(set));
-        return static_cast<int>(set_(set).size());
-    }
-
-    bool changed_(bool changed) {
-        if (changed) {
-            generation_.fetch_add(1, std::memory_order_release);
+        if (set == CallbackSet::Active) {
+            SharedLock lock(activeMutex_);
+            return active_.count(handle) != 0;
         }
-        return changed;
-    }
-
-    SharedMutex& setMutex_(CallbackSet set) {
-        return set == CallbackSet::Active ? activeMutex_ : inactiveMutex_;
-    }
-
-    std::set<int>& set_(CallbackSet set) NO_THREAD_SAFETY_ANALYSIS {
-        // Which lock guards the result depends on `set`; the callers take it from setMutex_().
-        return set == CallbackSet::Active ? active_ : inactive_;
+        SharedLock lock(inactiveMutex_);
+        return inactive_.count(handle) != 0;
     }
 
     std::atomic<int> counter_{-1};
-    Mutex registering_;  ///< makes the test of the capacity and the registration one step
 
-    SharedMutex elementsMutex_;
-    std::map<int, std::shared_ptr<Element>> elements_ GUARDED_BY(elementsMutex_);
+    // Of the three, a thread takes the active set's lock first and the elements' last.
     SharedMutex activeMutex_;
     std::set<int> active_ GUARDED_BY(activeMutex_);
-    SharedMutex inactiveMutex_;
+    SharedMutex inactiveMutex_ ACQUIRED_AFTER(activeMutex_);
     std::set<int> inactive_ GUARDED_BY(inactiveMutex_);
+    SharedMutex elementsMutex_ ACQUIRED_AFTER(inactiveMutex_);
+    std::map<int, std::shared_ptr<Element>> elements_ GUARDED_BY(elementsMutex_);
+
+    /** How many are inactive: a trigger that finds none needs no lock to know it. */
+    std::atomic<size_t> inactiveCount_{0};
 
     /** Counts changes of the sets; a snapshot of the same generation is still true. */
     std::atomic<uint64_t> generation_{0};
