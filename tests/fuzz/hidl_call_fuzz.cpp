@@ -1,7 +1,11 @@
 // The road of a call: bytes as they arrive on a connection, put together to frames, and each call's
 // data and objects read by the interface's generated stub into arguments that the service uses.
 //
-// An input begins with a byte: the size of the pieces in which the rest arrives.
+// An input begins with a byte: the size of the pieces in which the rest arrives. With the first
+// piece of a frame come as many descriptors as the frame announces, if that is in the piece.
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,7 +16,9 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <android/log.h>
+#include <cutils/native_handle.h>
 #include <hwbinder/IBinder.h>
 #include <hwbinder/Parcel.h>
 #include <vendor/corvid/hardware/wifi/1.0/BnHwCorvidWifiManagerCallback.h>
@@ -24,17 +30,23 @@
 
 using namespace vendor::corvid::hardware::wifi::V1_0;
 using android::sp;
+using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
 using android::hardware::IBinder;
 using android::hardware::Parcel;
 using android::hardware::Return;
 using android::hardware::Void;
 using host::hidl::Frame;
+using host::hidl::FrameHeader;
 using host::hidl::FrameReader;
 using host::hidl::FrameType;
 using host::hidl::ObjectId;
 
 namespace {
+
+/** Of descriptors with one message: what the kernel lets a process send. */
+constexpr size_t kMostSent = 253;
 
 class Deaths : public android::hardware::hidl_death_recipient {
   public:
@@ -132,6 +144,17 @@ class Service : public IWifi {
         return done_(answer);
     }
 
+    Return<void> debug(const hidl_handle& handle, const hidl_vec<hidl_string>& options) override {
+        for (const hidl_string& option : options) {
+            read_(option);
+        }
+        const native_handle_t* native = handle.getNativeHandle();
+        for (int i = 0; native != nullptr && i < native->numFds + native->numInts; ++i) {
+            FUZZ_CHECK(i >= native->numFds || fcntl(native->data[i], F_GETFD) != -1);
+        }
+        return Void();
+    }
+
   private:
     template <typename Answer>
     static Return<void> done_(const Answer& answer) {
@@ -182,7 +205,8 @@ void call(Frame frame) {
     const auto header = frame.header;
     uint8_t* bytes = frame.data();
     Parcel data;
-    data.setReceived(std::move(frame.body), bytes, header.dataSize, std::move(objects));
+    data.setReceived(std::move(frame.body), bytes, header.dataSize, std::move(objects),
+                     std::move(frame.descriptors));
     Parcel reply;
     stub->transact(header.code, data, &reply, header.flags, [](Parcel&) {});
 }
@@ -203,6 +227,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t at = 1; at < size;) {
         const size_t count = std::min({piece, reader.wanted(), size - at});
         FUZZ_CHECK(count > 0);
+        if (reader.isEmpty()) {
+            FrameHeader header{};
+            std::memcpy(&header, data + at, count);
+            for (size_t i = 0; i < std::min<size_t>(header.descriptorCount, kMostSent); ++i) {
+                reader.add(android::base::unique_fd(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)));
+            }
+        }
         std::memcpy(reader.space(), data + at, count);
         at += count;
         switch (reader.advance(count)) {

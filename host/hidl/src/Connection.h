@@ -6,11 +6,23 @@
 #include <vector>
 
 #include <android-base/unique_fd.h>
+#include <sys/types.h>
+#include <sys/uio.h>
 
 #include "Exports.h"
 #include "Frame.h"
 
 namespace host::hidl {
+
+/** A frame to be sent; refers to what its sender keeps. */
+struct OutgoingFrame {
+    const FrameHeader& header;
+    const std::vector<ObjectId>& objects;
+    const uint8_t* data;
+    const std::vector<int>& descriptors;
+
+    size_t size() const;
+};
 
 /** Frames over one connected socket. Used by one thread at a time. */
 class Connection {
@@ -27,14 +39,16 @@ class Connection {
     int fd() const { return socket_.get(); }
 
     /** Sends a frame, waiting while the peer does not read. Returns false if the peer is gone. */
-    bool send(const FrameHeader& header, const std::vector<ObjectId>& objects, const uint8_t* data);
+    bool send(const OutgoingFrame& frame);
+    /** A frame that carries nothing. */
+    bool send(const FrameHeader& header) { return send({header, {}, nullptr, {}}); }
 
     /**
      * Sends what can be sent now; flush() sends the rest later. So a peer that does not read costs
-     * the memory of one frame, and no waiting. Returns false if the peer is gone.
+     * the memory of one frame, copies of its descriptors, and no waiting. Not while something is
+     * unsent. Returns false if the peer is gone.
      */
-    bool sendWithoutWaiting(const FrameHeader& header, const std::vector<ObjectId>& objects,
-                            const uint8_t* data);
+    bool sendWithoutWaiting(const OutgoingFrame& frame);
     bool flush();
     bool hasUnsent() const { return !unsent_.empty(); }
 
@@ -56,13 +70,19 @@ class Connection {
      * Sends what the socket takes of the frame without its first `skip` bytes. Returns how much, or
      * nothing if the peer is gone.
      */
-    std::optional<size_t> sendSome_(const FrameHeader& header, const std::vector<ObjectId>& objects,
-                                    const uint8_t* data, size_t skip, bool wait);
+    std::optional<size_t> sendSome_(const OutgoingFrame& frame, size_t skip, bool wait);
+    std::optional<size_t> sendBytes_(iovec* parts, size_t count,
+                                     const std::vector<int>& descriptors, bool wait);
+    /** recv() that takes the descriptors, too. */
+    ssize_t receiveSome_(bool wait);
+    /** Returns false if there is no descriptor left for a copy. */
+    bool keepDescriptors_(const std::vector<int>& descriptors);
 
     android::base::unique_fd socket_;
     FrameReader reader_;
     std::vector<uint8_t> unsent_;
     size_t unsentStart_ = 0;
+    std::vector<android::base::unique_fd> unsentDescriptors_;  // until the first byte is sent
     const char* problem_ = nullptr;
 };
 

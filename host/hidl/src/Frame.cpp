@@ -16,6 +16,11 @@ const char* problemOf(const FrameHeader& header) {
     if (header.objectCount > kMaxObjects) {
         return "too many objects";
     }
+    if (header.descriptorCount > kMaxDescriptors) {
+        return "too many descriptors";
+    }
+    const bool isEmpty =
+        header.dataSize == 0 && header.objectCount == 0 && header.descriptorCount == 0;
     switch (header.type) {
         case FrameType::Call:
             return header.flags > 1 ? "unknown flags" : nullptr;
@@ -23,13 +28,10 @@ const char* problemOf(const FrameHeader& header) {
             return header.target != 0 || header.flags != 0 ? "malformed reply" : nullptr;
         case FrameType::Acquire:
         case FrameType::Release:
-            return header.dataSize != 0 || header.objectCount != 0 || header.code != 0 ||
-                           header.flags != 0
-                       ? "malformed reference"
-                       : nullptr;
+            return !isEmpty || header.code != 0 || header.flags != 0 ? "malformed reference"
+                                                                     : nullptr;
         case FrameType::Done:
-            return header.dataSize != 0 || header.objectCount != 0 || header.code != 0 ||
-                           header.flags != 0 || header.target != 0
+            return !isEmpty || header.code != 0 || header.flags != 0 || header.target != 0
                        ? "malformed acknowledgement"
                        : nullptr;
     }
@@ -57,23 +59,35 @@ size_t FrameReader::wanted() const {
 FrameReader::State FrameReader::advance(size_t size) {
     const bool hadHeader = received_ >= sizeof(FrameHeader);
     received_ += size;
+    if (frame_.descriptors.size() > kMaxDescriptors) {
+        return malformed_("too many descriptors");
+    }
     if (received_ < sizeof(FrameHeader)) {
         return State::Partial;
     }
     if (!hadHeader) {
-        problem_ = problemOf(frame_.header);
-        if (problem_ != nullptr) {
-            return State::Malformed;
+        if (const char* problem = problemOf(frame_.header); problem != nullptr) {
+            return malformed_(problem);
         }
         // Not initialised: memory that is never written to costs nothing.
         frame_.body.reset(new uint8_t[bodySize_()]);
     }
-    return received_ == sizeof(FrameHeader) + bodySize_() ? State::Complete : State::Partial;
+    if (received_ < sizeof(FrameHeader) + bodySize_()) {
+        return State::Partial;
+    }
+    return frame_.descriptors.size() == frame_.header.descriptorCount
+               ? State::Complete
+               : malformed_("other descriptors than it announces");
+}
+
+FrameReader::State FrameReader::malformed_(const char* problem) {
+    problem_ = problem;
+    return State::Malformed;
 }
 
 Frame FrameReader::take() {
     received_ = 0;
-    return std::move(frame_);
+    return std::exchange(frame_, {});
 }
 
 }  // namespace host::hidl

@@ -3,12 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
+#include <vector>
+
+#include <android-base/unique_fd.h>
 
 namespace host::hidl {
 
 /**
  * A message between processes: a FrameHeader, `objectCount` ObjectIds, and `dataSize` bytes of a
- * Parcel, in the machine's byte order. docs/host-platform.md describes who sends what when.
+ * Parcel, in the machine's byte order. `descriptorCount` descriptors (SCM_RIGHTS) come with its
+ * first byte. docs/host-platform.md describes who sends what when.
  */
 enum class FrameType : uint32_t {
     Call = 1,     // target: the object; code, flags: as in IBinder::transact
@@ -22,7 +27,8 @@ struct FrameHeader {
     uint32_t magic;  // kFrameMagic
     FrameType type;
     uint32_t dataSize;
-    uint32_t objectCount;
+    uint16_t objectCount;
+    uint16_t descriptorCount;
     uint64_t sender;  // the process that sends it, see ObjectId::process
     uint64_t target;
     uint32_t code;
@@ -40,6 +46,8 @@ constexpr uint32_t kFrameMagic = 0x314c4448;  // "HDL1"
 constexpr uint32_t kMaxDataSize = 1024 * 1024;
 /** Far more than any interface passes at once. */
 constexpr uint32_t kMaxObjects = 64;
+/** As many as one handle needs. A frame that is not complete yet holds no more. */
+constexpr uint32_t kMaxDescriptors = 8;
 
 /** What is wrong with a header, or null. */
 const char* problemOf(const FrameHeader& header);
@@ -48,6 +56,7 @@ const char* problemOf(const FrameHeader& header);
 struct Frame {
     FrameHeader header{};
     std::unique_ptr<uint8_t[]> body;  // objects, then data at a multiple of 8
+    std::vector<android::base::unique_fd> descriptors;
 
     const ObjectId* objects() const { return reinterpret_cast<const ObjectId*>(body.get()); }
     uint8_t* data() const { return body.get() + header.objectCount * sizeof(ObjectId); }
@@ -68,6 +77,11 @@ class FrameReader {
     /** Takes note that `size` bytes, at most wanted(), have been put at space(). */
     State advance(size_t size);
 
+    /** Takes a descriptor that came with those bytes. */
+    void add(android::base::unique_fd descriptor) {
+        frame_.descriptors.push_back(std::move(descriptor));
+    }
+
     /** The frame, once complete; the reader is then ready for the next one. */
     Frame take();
 
@@ -79,6 +93,7 @@ class FrameReader {
 
   private:
     size_t bodySize_() const;
+    State malformed_(const char* problem);
 
     Frame frame_;
     size_t received_ = 0;  // bytes of this frame

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <limits>
 
+#include <cutils/native_handle.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/Parcel.h>
 
@@ -12,14 +13,19 @@ static constexpr size_t roundUp(size_t size, size_t unit) {
 }
 
 void Parcel::setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
-                         std::vector<sp<IBinder>> objects) {
+                         std::vector<sp<IBinder>> objects,
+                         std::vector<base::unique_fd> descriptors) {
     written_.clear();
     memory_ = std::move(memory);
     received_ = data;
     receivedSize_ = size;
     objects_ = std::move(objects);
+    descriptors_.clear();
+    receivedDescriptors_ = std::move(descriptors);
     position_ = 0;
     buffers_.clear();
+    nextDescriptor_ = 0;
+    handles_.clear();
 }
 
 status_t Parcel::append_(const void* bytes, size_t size) {
@@ -75,14 +81,55 @@ status_t Parcel::readBool(bool* value) const {
 }
 
 status_t Parcel::writeNativeHandleNoDup(const native_handle_t* handle) {
-    return handle == nullptr ? writeUint32(0) : BAD_VALUE;
+    if (handle == nullptr) {
+        return writeUint32(0);
+    }
+    if (handle->numFds < 0 || handle->numInts < 0 ||
+        static_cast<uint32_t>(handle->numInts) > kMaxHandleInts) {
+        return BAD_VALUE;
+    }
+    const int* ints = handle->data + handle->numFds;
+    descriptors_.insert(descriptors_.end(), handle->data, ints);
+    writeUint32(1);
+    writeInt32(handle->numFds);
+    writeInt32(handle->numInts);
+    return append_(ints, static_cast<size_t>(handle->numInts) * sizeof(int));
 }
 
 status_t Parcel::readNullableNativeHandleNoDup(const native_handle_t** handle) const {
     *handle = nullptr;
-    uint32_t present = 0;
-    const status_t status = readUint32(&present);
-    return status == OK && present != 0 ? BAD_VALUE : status;
+    bool isPresent = false;
+    if (const status_t status = readBool(&isPresent); status != OK || !isPresent) {
+        return status;
+    }
+    uint32_t descriptorCount = 0;
+    uint32_t intCount = 0;
+    readUint32(&descriptorCount);
+    if (const status_t status = readUint32(&intCount); status != OK) {
+        return status;
+    }
+    if (descriptorCount > receivedDescriptors_.size() - nextDescriptor_ ||
+        intCount > kMaxHandleInts) {
+        return BAD_VALUE;
+    }
+    std::unique_ptr<native_handle_t, HandleDeleter> read(
+        native_handle_create(static_cast<int>(descriptorCount), static_cast<int>(intCount)));
+    if (read == nullptr) {
+        return NO_MEMORY;
+    }
+    for (uint32_t i = 0; i < descriptorCount; ++i) {
+        read->data[i] = receivedDescriptors_[nextDescriptor_++].get();
+    }
+    if (const status_t status = take_(read->data + descriptorCount, intCount * sizeof(int));
+        status != OK) {
+        return status;
+    }
+    *handle = handles_.emplace_back(std::move(read)).get();
+    return OK;
+}
+
+void Parcel::HandleDeleter::operator()(native_handle_t* handle) const {
+    native_handle_delete(handle);
 }
 
 status_t Parcel::writeStrongBinder(const sp<IBinder>& binder) {

@@ -142,7 +142,8 @@ bool Process::readParcel(Frame frame, Parcel* parcel) {
         }
     }
     uint8_t* data = frame.data();
-    parcel->setReceived(std::move(frame.body), data, frame.header.dataSize, std::move(objects));
+    parcel->setReceived(std::move(frame.body), data, frame.header.dataSize, std::move(objects),
+                        std::move(frame.descriptors));
     return true;
 }
 
@@ -161,7 +162,7 @@ bool Process::sendReply_(Connection& connection, const Parcel& reply, status_t s
     if (status == OK) {
         status = nameObjects(reply, &ids, &pins);
     }
-    if (status == OK && (reply.dataSize() > kMaxDataSize || ids.size() > kMaxObjects)) {
+    if (status == OK && !fitsFrame(reply)) {
         ALOGE("A reply with %zu bytes and %zu objects is too large", reply.dataSize(), ids.size());
         status = android::FAILED_TRANSACTION;
     }
@@ -172,13 +173,14 @@ bool Process::sendReply_(Connection& connection, const Parcel& reply, status_t s
     header.code = static_cast<uint32_t>(status);
     if (status == OK) {
         header.dataSize = static_cast<uint32_t>(reply.dataSize());
-        header.objectCount = static_cast<uint32_t>(ids.size());
+        header.objectCount = static_cast<uint16_t>(ids.size());
+        header.descriptorCount = static_cast<uint16_t>(reply.descriptors().size());
         std::move(pins.begin(), pins.end(), std::back_inserter(connection.inTransit));
     } else {
         ids.clear();
     }
-    return wait ? connection.send(header, ids, reply.data())
-                : connection.sendWithoutWaiting(header, ids, reply.data());
+    const OutgoingFrame frame = {header, ids, reply.data(), reply.descriptors()};
+    return wait ? connection.send(frame) : connection.sendWithoutWaiting(frame);
 }
 
 bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
@@ -198,7 +200,9 @@ bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
     Serving serving(connection, call);
     bool alive = true;
     // A method of IBase that ignores its arguments need not read them.
-    const auto hasRest = [&] { return data.dataPosition() > 0 && data.dataAvail() > 0; };
+    const auto hasRest = [&] {
+        return data.dataPosition() > 0 && (data.dataAvail() > 0 || data.hasUnreadDescriptors());
+    };
     const auto answer = [&](status_t status) {
         if (serving.callerWaits) {
             serving.callerWaits = false;
@@ -223,6 +227,11 @@ bool Process::serveCall(Connection& connection, Frame frame, bool wait) {
         return false;
     }
     return alive;
+}
+
+bool fitsFrame(const Parcel& parcel) {
+    return parcel.dataSize() <= kMaxDataSize && parcel.objects().size() <= kMaxObjects &&
+           parcel.descriptors().size() <= kMaxDescriptors;
 }
 
 void logEnd(const Connection& connection, const char* problem) {

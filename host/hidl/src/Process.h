@@ -76,6 +76,9 @@ class Process {
     std::map<uint64_t, std::weak_ptr<RemoteProcess>> remotes_ GUARDED_BY(mutex_);
 };
 
+/** Whether a parcel can be sent. */
+bool fitsFrame(const android::hardware::Parcel& parcel);
+
 /** Logs that a connection is ended because of what the other side did. */
 void logEnd(const Connection& connection, const char* problem);
 

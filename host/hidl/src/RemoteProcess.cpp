@@ -256,7 +256,7 @@ void RemoteProcess::keepConnection_(std::unique_ptr<Connection> connection) {
 status_t RemoteProcess::call(uint64_t object, uint32_t code, const Parcel& data, Parcel* reply,
                              uint32_t flags) {
     Process& process = Process::self();
-    if (data.dataSize() > kMaxDataSize || data.objects().size() > kMaxObjects) {
+    if (!fitsFrame(data)) {
         ALOGE("A call with %zu bytes and %zu objects is too large", data.dataSize(),
               data.objects().size());
         return android::FAILED_TRANSACTION;
@@ -280,10 +280,11 @@ status_t RemoteProcess::call(uint64_t object, uint32_t code, const Parcel& data,
 
     FrameHeader header = headerOf(FrameType::Call, object);
     header.dataSize = static_cast<uint32_t>(data.dataSize());
-    header.objectCount = static_cast<uint32_t>(ids.size());
+    header.objectCount = static_cast<uint16_t>(ids.size());
+    header.descriptorCount = static_cast<uint16_t>(data.descriptors().size());
     header.code = code;
     header.flags = flags & IBinder::FLAG_ONEWAY;
-    bool broken = !connection->send(header, ids, data.data());
+    bool broken = !connection->send({header, ids, data.data(), data.descriptors()});
     status_t status = OK;
     if (header.flags == IBinder::FLAG_ONEWAY) {
         // A oneway call has no reply: its objects are kept until the connection's next one.
@@ -334,7 +335,7 @@ status_t RemoteProcess::awaitReply_(Connection& connection, Parcel* reply, bool*
         connection.inTransit.clear();
         if (header.objectCount > 0) {
             // A failure shows at the next call.
-            connection.send(headerOf(FrameType::Done, 0), {}, nullptr);
+            connection.send(headerOf(FrameType::Done, 0));
         }
         *broken = false;
         return static_cast<status_t>(header.code);

@@ -1,14 +1,21 @@
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <android-base/unique_fd.h>
+#include <cutils/native_handle.h>
 #include <gtest/gtest.h>
 #include <hidl/HidlTransportSupport.h>
 
 #include "tests/host/hidl/HidlFixture.h"
 
 using android::sp;
+using android::base::unique_fd;
+using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
 using android::hardware::interfacesEqual;
 using android::hardware::Return;
@@ -277,6 +284,72 @@ TEST_F(HidlTest, IdleServerSleeps) {
         pauseBriefly();
     }
     EXPECT_EQ(before, server().status("voluntary_ctxt_switches"));
+}
+
+/** What was written into a pipe, once all its writers have closed it. */
+std::string readAll(int pipe) {
+    std::string all;
+    char part[256];
+    for (ssize_t size = 0; (size = read(pipe, part, sizeof(part))) > 0;) {
+        all.append(part, static_cast<size_t>(size));
+    }
+    return all;
+}
+
+TEST_F(HidlTest, DebugWritesIntoTheCallersDescriptor) {
+    const sp<IEcho> echo = serve();
+    const uint32_t before = descriptorsOf(echo);
+    for (int i = 0; i < 3; ++i) {
+        unique_fd read;
+        unique_fd write;
+        ASSERT_TRUE(android::base::Pipe(&read, &write));
+        native_handle_t* handle = native_handle_create(1, 0);
+        handle->data[0] = write.get();
+        echo->debug(handle, {"one", "two"}).assertOk();
+        native_handle_delete(handle);
+        write.reset();
+        EXPECT_EQ("one\ntwo\n", readAll(read.get()));
+    }
+    EXPECT_EQ(before, descriptorsOf(echo));
+}
+
+TEST_F(HidlTest, HandleComesBackWithItsDescriptorsAndNumbers) {
+    const sp<IEcho> echo = serve();
+    unique_fd read;
+    unique_fd write;
+    ASSERT_TRUE(android::base::Pipe(&read, &write));
+    native_handle_t* handle = native_handle_create(2, 1);
+    handle->data[0] = STDERR_FILENO;
+    handle->data[1] = write.get();
+    handle->data[2] = 4711;
+    bool answered = false;
+    echo->returnHandle(handle,
+                       [&](const hidl_handle& same) {
+                           answered = true;
+                           ASSERT_NE(nullptr, same.getNativeHandle());
+                           ASSERT_EQ(2, same->numFds);
+                           ASSERT_EQ(1, same->numInts);
+                           EXPECT_EQ(4711, same->data[2]);
+                           EXPECT_NE(write.get(), same->data[1]);
+                           EXPECT_EQ(4, ::write(same->data[1], "text", 4));
+                       })
+        .assertOk();
+    EXPECT_TRUE(answered);
+    native_handle_delete(handle);
+    write.reset();
+    EXPECT_EQ("text", readAll(read.get()));
+    echo->returnHandle(nullptr,
+                       [](const hidl_handle& same) { EXPECT_EQ(nullptr, same.getNativeHandle()); })
+        .assertOk();
+}
+
+TEST_F(HidlTest, HandleWithTooManyDescriptorsIsNotSent) {
+    const sp<IEcho> echo = serve();
+    native_handle_t* handle = native_handle_create(9, 0);
+    std::fill(handle->data, handle->data + 9, STDERR_FILENO);
+    EXPECT_FALSE(echo->returnHandle(handle, [](const hidl_handle&) {}).isOk());
+    native_handle_delete(handle);
+    EXPECT_EQ("still", echoText(echo, "still"));
 }
 
 TEST_F(HidlTest, BaseMethodsAreAnswered) {

@@ -12,13 +12,16 @@
 #include <vector>
 
 #include <corvid/test/1.0/IEcho.h>
+#include <cutils/native_handle.h>
 #include <hidl/HidlTransportSupport.h>
 #include <sys/syscall.h>
 
 using android::sp;
 using android::wp;
 using android::hardware::hidl_death_recipient;
+using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
+using android::hardware::hidl_vec;
 using android::hardware::interfacesEqual;
 using android::hardware::Return;
 using android::hardware::Void;
@@ -104,6 +107,24 @@ class Echo : public IEcho {
     }
 
     Return<int32_t> posted() override { return mPosted; }
+
+    Return<void> returnHandle(const hidl_handle& handle, returnHandle_cb reply) override {
+        reply(handle);
+        return Void();
+    }
+
+    Return<void> debug(const hidl_handle& handle, const hidl_vec<hidl_string>& options) override {
+        std::string text;
+        for (const hidl_string& option : options) {
+            text += std::string(option) + "\n";
+        }
+        for (int i = 0; handle.getNativeHandle() != nullptr && i < handle->numFds; ++i) {
+            if (write(handle->data[i], text.data(), text.size()) < 0) {
+                std::perror("write");
+            }
+        }
+        return Void();
+    }
 
   private:
     struct Death : hidl_death_recipient {

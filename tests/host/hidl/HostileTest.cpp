@@ -1,12 +1,14 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <android-base/unique_fd.h>
+#include <cutils/native_handle.h>
 #include <gtest/gtest.h>
 #include <hwbinder/Parcel.h>
 #include <sys/resource.h>
@@ -20,6 +22,7 @@
 
 using android::sp;
 using android::base::unique_fd;
+using android::hardware::hidl_handle;
 using android::hardware::hidl_string;
 using android::hardware::Parcel;
 using host::hidl::FrameHeader;
@@ -60,7 +63,7 @@ std::string callOf(uint32_t code, const std::string& data,
     header.code = code;
     header.target = target;
     header.dataSize = static_cast<uint32_t>(data.size());
-    header.objectCount = static_cast<uint32_t>(objects.size());
+    header.objectCount = static_cast<uint16_t>(objects.size());
     std::string bytes = bytesOf(header);
     for (const ObjectId& object : objects) {
         bytes.append(reinterpret_cast<const char*>(&object), sizeof(object));
@@ -88,6 +91,7 @@ std::string textArgument(const std::string& text) {
 constexpr uint32_t kText = 1;
 constexpr uint32_t kAdd = 4;
 constexpr uint32_t kKeep = 5;
+constexpr uint32_t kHandle = 17;
 
 class HostileTest : public HidlTest {
   protected:
@@ -184,6 +188,102 @@ TEST_F(HostileTest, MalformedMessageEndsItsConnectionWithOneLine) {
         EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2))) << test.what;
     }
     EXPECT_EQ(std::size(cases) + 0u, static_cast<size_t>(server().countInLog(" E ")));
+}
+
+/** Sends `bytes` with as many copies of a descriptor. */
+void sendWith(const unique_fd& socket, const std::string& bytes, size_t count) {
+    const std::vector<int> descriptors(count, STDERR_FILENO);
+    std::vector<char> control(CMSG_SPACE(count * sizeof(int)));
+    iovec part = {const_cast<char*>(bytes.data()), bytes.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    cmsghdr* rights = CMSG_FIRSTHDR(&message);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(count * sizeof(int));
+    std::memcpy(CMSG_DATA(rights), descriptors.data(), count * sizeof(int));
+    ASSERT_EQ(static_cast<ssize_t>(bytes.size()), sendmsg(socket.get(), &message, MSG_NOSIGNAL));
+}
+
+TEST_F(HostileTest, DescriptorsThatDoNotBelongEndTheConnectionAndAreClosed) {
+    const sp<IEcho> echo = serve();
+    const auto announcing = [](uint16_t count, std::string bytes) {
+        FrameHeader header;
+        std::memcpy(&header, bytes.data(), sizeof(header));
+        header.descriptorCount = count;
+        return bytes.replace(0, sizeof(header), bytesOf(header));
+    };
+    const auto claiming = [](uint32_t descriptors, uint32_t numbers) {
+        Parcel parcel;
+        parcel.writeInterfaceToken("corvid.test@1.0::IEcho");
+        parcel.writeUint32(1);
+        parcel.writeUint32(descriptors);
+        parcel.writeUint32(numbers);
+        return bytesOf(parcel);
+    };
+    const struct {
+        const char* what;
+        std::string bytes;
+        size_t descriptors;
+        const char* log;
+    } cases[] = {
+        {"more than announced", callOf(kHandle, claiming(1, 0)), 1, "than it announces"},
+        {"fewer than announced", announcing(3, callOf(kHandle, claiming(1, 0))), 2,
+         "than it announces"},
+        {"too many announced", announcing(9, callOf(kHandle, claiming(1, 0))), 1,
+         "too many descriptors"},
+        {"too many", announcing(8, callOf(kHandle, claiming(1, 0))), 250, "too many descriptors"},
+        {"more than the handle", announcing(2, callOf(kHandle, claiming(1, 0))), 2,
+         "more arguments"},
+        {"fewer than the handle", announcing(1, callOf(kHandle, claiming(2, 0))), 1, "BAD_VALUE"},
+        {"a handle of very many", announcing(1, callOf(kHandle, claiming(UINT32_MAX, 0))), 1,
+         "BAD_VALUE"},
+        {"a handle with very many numbers", announcing(1, callOf(kHandle, claiming(1, UINT32_MAX))),
+         1, "BAD_VALUE"},
+        {"numbers that are not there", announcing(1, callOf(kHandle, claiming(1, 3))), 1,
+         "NOT_ENOUGH_DATA"},
+        {"some for a method without", announcing(1, callOf(kText, textArgument("text"))), 1,
+         "more arguments"},
+    };
+    const uint32_t before = echo->descriptors();
+    for (const auto& test : cases) {
+        const int lines = server().countInLog("\n");
+        const unique_fd socket = connect();
+        sendWith(socket, test.bytes, test.descriptors);
+        EXPECT_NE("open", readUntilEnd(socket)) << test.what;
+        EXPECT_TRUE(server().waitForLog(test.log)) << test.what << ": " << server().log();
+        EXPECT_EQ(lines + 1, server().countInLog("\n")) << test.what << ": " << server().log();
+        EXPECT_EQ(before, static_cast<uint32_t>(echo->descriptors())) << test.what;
+    }
+    // Some with each piece of a header that does not end.
+    const unique_fd socket = connect();
+    for (int i = 0; i < 3; ++i) {
+        sendWith(socket, std::string(1, "HDL"[2 - i]), 4);
+        EXPECT_LE(static_cast<uint32_t>(echo->descriptors()), before + 1 + 8) << i;
+    }
+    EXPECT_EQ("", readUntilEnd(socket));
+    EXPECT_EQ(before, static_cast<uint32_t>(echo->descriptors()));
+}
+
+TEST_F(HostileTest, WithoutRoomForADescriptorTheCallFailsAndTheServerGoesOn) {
+    const sp<IEcho> echo = serve();
+    const rlimit few{16, 16};
+    ASSERT_EQ(0, prlimit(server().pid(), RLIMIT_NOFILE, &few, nullptr));
+    ASSERT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    native_handle_t* handle = native_handle_create(8, 0);
+    std::fill(handle->data, handle->data + 8, STDERR_FILENO);
+    int failures = 0;
+    for (int i = 0; i < 3; ++i) {
+        const auto result = echo->returnHandle(handle, [](const hidl_handle&) {});
+        failures += result.isOk() ? 0 : 1;
+    }
+    native_handle_delete(handle);
+    EXPECT_EQ(3, failures);
+    EXPECT_EQ(3, static_cast<int32_t>(echo->add(1, 2)));
+    EXPECT_LE(static_cast<uint32_t>(echo->descriptors()), 16u);
 }
 
 TEST_F(HostileTest, ObjectOfAnotherTypeArrivesAsNull) {

@@ -1,9 +1,13 @@
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include <android-base/unique_fd.h>
+#include <cutils/native_handle.h>
 #include <gtest/gtest.h>
 #include <hidl/HidlTransportSupport.h>
 #include <hwbinder/Parcel.h>
@@ -13,6 +17,7 @@
 using android::BAD_VALUE;
 using android::NOT_ENOUGH_DATA;
 using android::OK;
+using android::base::unique_fd;
 using android::hardware::hidl_string;
 using android::hardware::hidl_vec;
 using android::hardware::Parcel;
@@ -24,6 +29,7 @@ using host::hidl::FrameReader;
 using host::hidl::FrameType;
 using host::hidl::kFrameMagic;
 using host::hidl::kMaxDataSize;
+using host::hidl::kMaxDescriptors;
 using host::hidl::kMaxObjects;
 using host::hidl::ObjectId;
 using host::hidl::problemOf;
@@ -35,7 +41,7 @@ FrameHeader callHeader(uint32_t dataSize, uint32_t objects) {
     header.magic = kFrameMagic;
     header.type = FrameType::Call;
     header.dataSize = dataSize;
-    header.objectCount = objects;
+    header.objectCount = static_cast<uint16_t>(objects);
     return header;
 }
 
@@ -138,6 +144,16 @@ TEST(FrameHeader, HeaderWithAWrongFieldIsRefused) {
         header.type = static_cast<FrameType>(type);
         EXPECT_STREQ("message of an unknown type", problemOf(header));
     }
+    header = callHeader(0, 0);
+    header.descriptorCount = kMaxDescriptors;
+    EXPECT_EQ(nullptr, problemOf(header));
+    header.descriptorCount = kMaxDescriptors + 1;
+    EXPECT_STREQ("too many descriptors", problemOf(header));
+    header.descriptorCount = 1;
+    header.type = FrameType::Acquire;
+    EXPECT_STREQ("malformed reference", problemOf(header));
+    header.type = FrameType::Done;
+    EXPECT_STREQ("malformed acknowledgement", problemOf(header));
     header = callHeader(1, 0);
     header.type = FrameType::Acquire;
     EXPECT_STREQ("malformed reference", problemOf(header));
@@ -277,6 +293,137 @@ TEST(Parcel, ObjectThatIsNotThereIsRefused) {
         deliver(written, &parcel);
         android::sp<android::hardware::IBinder> binder;
         EXPECT_EQ(BAD_VALUE, parcel.readNullableStrongBinder(&binder));
+    }
+}
+
+/** A handle with descriptors 5, 6, ... and numbers 100, 101, ... */
+std::unique_ptr<native_handle_t, decltype(&native_handle_delete)> makeHandle(int descriptors,
+                                                                             int numbers) {
+    std::unique_ptr<native_handle_t, decltype(&native_handle_delete)> handle(
+        native_handle_create(descriptors, numbers), &native_handle_delete);
+    for (int i = 0; i < descriptors; ++i) {
+        handle->data[i] = 5 + i;
+    }
+    for (int i = 0; i < numbers; ++i) {
+        handle->data[descriptors + i] = 100 + i;
+    }
+    return handle;
+}
+
+std::vector<unique_fd> openDescriptors(size_t count) {
+    std::vector<unique_fd> opened(count);
+    for (unique_fd& descriptor : opened) {
+        descriptor.reset(open("/dev/null", O_RDWR | O_CLOEXEC));
+    }
+    return opened;
+}
+
+void deliver(const std::vector<uint8_t>& bytes, std::vector<unique_fd> descriptors,
+             Parcel* received) {
+    std::unique_ptr<uint8_t[]> memory(new uint8_t[bytes.size() + 1]);
+    std::copy(bytes.begin(), bytes.end(), memory.get());
+    uint8_t* data = memory.get();
+    received->setReceived(std::move(memory), data, bytes.size(), {}, std::move(descriptors));
+}
+
+TEST(Parcel, HandleArrivesWithItsNumbersAndOtherDescriptors) {
+    Parcel written;
+    ASSERT_EQ(OK, written.writeNativeHandleNoDup(makeHandle(2, 3).get()));
+    ASSERT_EQ(OK, written.writeNativeHandleNoDup(nullptr));
+    ASSERT_EQ(OK, written.writeNativeHandleNoDup(makeHandle(1, 0).get()));
+    EXPECT_EQ((std::vector<int>{5, 6, 5}), written.descriptors());
+
+    int first = -1;
+    {
+        std::vector<unique_fd> descriptors = openDescriptors(3);
+        first = descriptors[0].get();
+        const int third = descriptors[2].get();
+        Parcel parcel;
+        deliver(bytesOf(written), std::move(descriptors), &parcel);
+        const native_handle_t* handle = nullptr;
+        ASSERT_EQ(OK, parcel.readNullableNativeHandleNoDup(&handle));
+        ASSERT_EQ(2, handle->numFds);
+        ASSERT_EQ(3, handle->numInts);
+        EXPECT_EQ(first, handle->data[0]);
+        EXPECT_EQ(102, handle->data[4]);
+        EXPECT_TRUE(parcel.hasUnreadDescriptors());
+        ASSERT_EQ(OK, parcel.readNullableNativeHandleNoDup(&handle));
+        EXPECT_EQ(nullptr, handle);
+        ASSERT_EQ(OK, parcel.readNullableNativeHandleNoDup(&handle));
+        EXPECT_EQ(third, handle->data[0]);
+        EXPECT_FALSE(parcel.hasUnreadDescriptors());
+        EXPECT_NE(-1, fcntl(first, F_GETFD));
+    }
+    EXPECT_EQ(-1, fcntl(first, F_GETFD)) << "the parcel has left it open";
+}
+
+TEST(Parcel, HandleThatClaimsMoreThanThereIsIsRefused) {
+    Parcel written;
+    written.writeNativeHandleNoDup(makeHandle(1, 2).get());
+    const std::vector<uint8_t> whole = bytesOf(written);
+    const native_handle_t* handle = nullptr;
+    for (size_t size = 0; size < whole.size(); ++size) {
+        Parcel parcel;
+        deliver({whole.begin(), whole.begin() + static_cast<long>(size)}, openDescriptors(1),
+                &parcel);
+        EXPECT_NE(OK, parcel.readNullableNativeHandleNoDup(&handle)) << size;
+        EXPECT_EQ(nullptr, handle);
+    }
+    // The descriptors, and the numbers, that it claims.
+    for (const size_t offset : {4, 8}) {
+        for (const uint32_t count : {2u + 1u, 65u, 0x7fffffffu, 0xffffffffu}) {
+            std::vector<uint8_t> bytes = whole;
+            std::memcpy(bytes.data() + offset, &count, sizeof(count));
+            Parcel parcel;
+            deliver(bytes, openDescriptors(1), &parcel);
+            EXPECT_NE(OK, parcel.readNullableNativeHandleNoDup(&handle)) << offset << " " << count;
+        }
+    }
+    Parcel without;
+    deliver(whole, {}, &without);
+    EXPECT_EQ(BAD_VALUE, without.readNullableNativeHandleNoDup(&handle));
+}
+
+TEST(Parcel, HandleWithTooManyNumbersIsNotWritten) {
+    Parcel written;
+    EXPECT_EQ(OK, written.writeNativeHandleNoDup(makeHandle(0, Parcel::kMaxHandleInts).get()));
+    EXPECT_EQ(BAD_VALUE,
+              written.writeNativeHandleNoDup(makeHandle(0, Parcel::kMaxHandleInts + 1).get()));
+}
+
+TEST(FrameReader, DescriptorsThatWereNotAnnouncedAreRefused) {
+    for (const uint16_t announced : {uint16_t{0}, uint16_t{1}, uint16_t{3}}) {
+        FrameHeader header = callHeader(0, 0);
+        header.descriptorCount = announced;
+        FrameReader reader;
+        for (unique_fd& descriptor : openDescriptors(2)) {
+            reader.add(std::move(descriptor));
+        }
+        const std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
+        EXPECT_EQ(FrameReader::State::Malformed, feed(reader, bytes, 40)) << announced;
+        EXPECT_STREQ("other descriptors than it announces", reader.problem());
+    }
+}
+
+TEST(FrameReader, DescriptorsBeyondTheLimitAreRefusedBeforeTheHeaderIsThere) {
+    FrameReader reader;
+    for (unique_fd& descriptor : openDescriptors(kMaxDescriptors + 1)) {
+        reader.add(std::move(descriptor));
+    }
+    *reader.space() = 0;
+    EXPECT_EQ(FrameReader::State::Malformed, reader.advance(1));
+    EXPECT_STREQ("too many descriptors", reader.problem());
+}
+
+TEST(FrameReader, DescriptorsGoWithTheirFrame) {
+    FrameReader reader;
+    FrameHeader header = callHeader(0, 0);
+    header.descriptorCount = 1;
+    for (int i = 0; i < 2; ++i) {
+        reader.add(std::move(openDescriptors(1)[0]));
+        const std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
+        ASSERT_EQ(FrameReader::State::Complete, feed(reader, bytes, 7));
+        EXPECT_EQ(1u, reader.take().descriptors.size());
     }
 }
 

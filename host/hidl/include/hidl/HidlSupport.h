@@ -46,7 +46,7 @@ struct hidl_death_recipient : public virtual RefBase {
     virtual void serviceDied(uint64_t cookie, const wp<hidl::base::V1_0::IBase>& who) = 0;
 };
 
-/** A handle of descriptors. On a host only null handles can be sent to another process. */
+/** Refers to a handle of descriptors, which it does not own. */
 struct hidl_handle {
     hidl_handle() = default;
     hidl_handle(const native_handle_t* handle) : handle_(handle) {}  // NOLINT
@@ -63,8 +63,7 @@ struct hidl_handle {
 
   private:
     details::hidl_pointer<const native_handle_t> handle_;
-    [[maybe_unused]] bool ownsHandle_ = false;
-    [[maybe_unused]] uint8_t padding_[7] = {};
+    [[maybe_unused]] uint8_t unused_[8] = {};
 };
 
 /** A byte string with a NUL behind it. Copies own their bytes. */

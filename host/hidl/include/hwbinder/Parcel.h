@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <hwbinder/IBinder.h>
 #include <utils/Errors.h>
 #include <utils/StrongPointer.h>
@@ -30,6 +31,8 @@ class Parcel {
     static constexpr uint32_t kBufferTag = 0x46465542;  // "BUFF"
     static constexpr uint32_t kNoParent = UINT32_MAX;
     static constexpr uint32_t kNoObject = UINT32_MAX;
+    /** Of the numbers in a handle. */
+    static constexpr uint32_t kMaxHandleInts = 64;
 
     /** An empty parcel, to be written. */
     Parcel() = default;
@@ -39,7 +42,8 @@ class Parcel {
 
     /** Makes this a parcel to be read: `data`, at a multiple of 8, which `memory` keeps alive. */
     void setReceived(std::unique_ptr<uint8_t[]> memory, uint8_t* data, size_t size,
-                     std::vector<sp<IBinder>> objects);
+                     std::vector<sp<IBinder>> objects,
+                     std::vector<base::unique_fd> descriptors = {});
 
     const uint8_t* data() const { return received_ != nullptr ? received_ : written_.data(); }
     size_t dataSize() const { return received_ != nullptr ? receivedSize_ : written_.size(); }
@@ -48,6 +52,9 @@ class Parcel {
     /** Bytes not read yet. */
     size_t dataAvail() const { return dataSize() - position_; }
     const std::vector<sp<IBinder>>& objects() const { return objects_; }
+    /** Those that were written; their owners keep them open until the parcel is sent. */
+    const std::vector<int>& descriptors() const { return descriptors_; }
+    bool hasUnreadDescriptors() const { return nextDescriptor_ < receivedDescriptors_.size(); }
 
     // The writers return OK, or BAD_VALUE for what can't be sent.
     status_t writeInterfaceToken(const char* interface);
@@ -64,7 +71,6 @@ class Parcel {
     status_t writeDouble(double value) { return writeValue_(value); }
     /** A string with a NUL inside arrives cut off there. */
     status_t writeCString(const char* text);
-    /** Only a null handle can be sent. */
     status_t writeNativeHandleNoDup(const native_handle_t* handle);
     status_t writeStrongBinder(const sp<IBinder>& binder);
     /** @param handle receives what names the buffer as a parent. */
@@ -89,6 +95,7 @@ class Parcel {
     status_t readDouble(double* value) const { return readValue_(value); }
     /** Null when there is no complete string. */
     const char* readCString() const;
+    /** Null for a null handle. The parcel closes the handle's descriptors. */
     status_t readNullableNativeHandleNoDup(const native_handle_t** handle) const;
     status_t readNullableStrongBinder(sp<IBinder>* binder) const;
     /** UNEXPECTED_NULL for a null object. */
@@ -98,6 +105,10 @@ class Parcel {
                                 const void** bytes) const;
 
   private:
+    struct HandleDeleter {
+        void operator()(native_handle_t* handle) const;
+    };
+
     // Where a buffer's bytes are in the data.
     struct Buffer {
         size_t offset;
@@ -125,9 +136,13 @@ class Parcel {
     uint8_t* received_ = nullptr;
     size_t receivedSize_ = 0;
     std::vector<sp<IBinder>> objects_;
+    std::vector<int> descriptors_;
+    std::vector<base::unique_fd> receivedDescriptors_;
     // Generated code expects const readers.
     mutable size_t position_ = 0;
     mutable std::vector<Buffer> buffers_;
+    mutable size_t nextDescriptor_ = 0;
+    mutable std::vector<std::unique_ptr<native_handle_t, HandleDeleter>> handles_;
 };
 
 }  // namespace android::hardware
