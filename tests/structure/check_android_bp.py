@@ -28,7 +28,7 @@ def module_sources(root, complaints):
             complaints.append(f"{path}: {error}")
             continue
         for kind, properties in parsed:
-            if "srcs" not in properties:
+            if "srcs" not in properties or kind == "filegroup":
                 continue
             name = properties.get("name")
             if kind == "cc_defaults" or name is None:

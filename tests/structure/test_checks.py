@@ -4,12 +4,14 @@
 import hashlib
 import json
 import os
+import shutil
 import subprocess
 import tempfile
 import unittest
 
 import blueprint
 import check_android_bp
+import check_device
 import check_format
 import check_hal_docs
 import check_hal_frozen
@@ -417,6 +419,77 @@ class PropertiesTest(TreeTest):
     def test_an_empty_list_is_no_success(self):
         self.write(self.LIST, "")
         self.assertIn("there is no CORVID_WIFI_PROPERTIES", self.check()[0])
+
+
+class DeviceTest(TreeTest):
+    """On a copy of the files that are compared, each changed in one place."""
+
+    def setUp(self):
+        super().setUp()
+        tree = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+        for path in (check_device.SCRIPT, check_device.MANIFEST, check_device.FRAMEWORK_MATRIX,
+                     check_device.DEVICE_MATRIX, check_device.MODULES,
+                     check_device.DEVICE_MODULES, check_device.INTERFACE, check_device.ENTRY,
+                     check_device.OBJECT, check_device.SOCKETS, check_device.STATISTICS,
+                     check_device.STATISTICS_HEADER):
+            copy = os.path.join(self.root, path)
+            os.makedirs(os.path.dirname(copy), exist_ok=True)
+            shutil.copy(os.path.join(tree, path), copy)
+
+    def test_files_that_agree_are_fine(self):
+        self.assertEqual(check_device.check(self.root), [])
+
+    def test_each_disagreement_names_both_places(self):
+        script, manifest = check_device.SCRIPT, check_device.MANIFEST
+        for path, old, new, *places in (
+                (script, "/vendor/bin/hw/", "/vendor/bin/", script, check_device.MODULES),
+                (script, "@1.0::IWifi", "@1.1::IWifi", script, check_device.INTERFACE),
+                (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
+                (script, "user wifi", "user system", script, "(user)"),
+                (script, "group wifi inet", "group inet", script, "does not give"),
+                (script, "wpa/sockets", "wpa/socket", script, check_device.SOCKETS),
+                (script, "restart_period", "restart_after", script, "no option"),
+                (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
+                (script, "    capabilities", "    #", script, "no capabilities"),
+                (script, "service vendor.corvid-wifi-1-0", "on boot", script, "one 'service"),
+                (manifest, ">vendor.corvid.hardware.wifi<", ">vendor.corvid.hardware.wlan<",
+                 manifest, check_device.INTERFACE),
+                (manifest, "/default", "/main", manifest, check_device.ENTRY),
+                (manifest, "@1.0", "@1.1", manifest, check_device.INTERFACE),
+                (manifest, 'type="device"', 'type="framework"', manifest, "device"),
+                (manifest, "hwbinder<", "ethernet<", manifest, "vintf.xsd"),
+                (check_device.FRAMEWORK_MATRIX, "1.0</version>", "2.0</version>",
+                 check_device.FRAMEWORK_MATRIX, check_device.INTERFACE),
+                (check_device.FRAMEWORK_MATRIX, 'optional="true"', 'optional="false"',
+                 check_device.FRAMEWORK_MATRIX, "not optional"),
+                (check_device.DEVICE_MATRIX, "IStats", "IStatistics",
+                 check_device.DEVICE_MATRIX, check_device.STATISTICS),
+                (check_device.MODULES, 'relative_install_path: "hw"',
+                 'relative_install_path: "wifi"', script, check_device.MODULES),
+                (check_device.MODULES, 'init_rc: [":vendor', 'init_rc: [":other',
+                 check_device.MODULES, check_device.DEVICE_MODULES),
+                (check_device.MODULES, '    vintf_fragments: ', '    required: ',
+                 check_device.MODULES, "vintf_fragments"),
+                (check_device.DEVICE_MODULES, '-service.xml"]', '-service.html"]',
+                 check_device.DEVICE_MODULES, check_device.MODULES),
+                (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
+                 script, check_device.SOCKETS),
+        ):
+            with self.subTest(path=path, new=new):
+                with open(os.path.join(self.root, path), encoding="utf-8") as file:
+                    text = file.read()
+                self.assertIn(old, text)
+                self.write(path, text.replace(old, new))
+                complaints = check_device.check(self.root)
+                self.write(path, text)
+                self.assert_complains(complaints, *places)
+
+    def test_a_missing_file_is_named(self):
+        for path in (check_device.SCRIPT, check_device.MANIFEST, check_device.SOCKETS):
+            with self.subTest(path):
+                os.rename(os.path.join(self.root, path), os.path.join(self.root, "away"))
+                self.assertIn(f"{path}: is missing", check_device.check(self.root))
+                os.rename(os.path.join(self.root, "away"), os.path.join(self.root, path))
 
 
 class WordsTest(TreeTest):

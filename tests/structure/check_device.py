@@ -1,0 +1,253 @@
+#!/usr/bin/env python3
+"""check_device.py SOURCE_TREE
+
+What device/ tells init and the VINTF manifest agrees with the code: names, paths, instance, the
+supplicant's socket folder. A complaint names both places. The XML files keep to vintf.xsd.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import xml.etree.ElementTree
+
+import blueprint
+import source_tree
+
+DAEMON = "vendor.corvid.hardware.wifi@1.0-service"
+SCRIPT = f"device/{DAEMON}.rc"
+MANIFEST = f"device/{DAEMON}.xml"
+FRAMEWORK_MATRIX = "device/framework_compatibility_matrix.xml"
+DEVICE_MATRIX = "device/device_compatibility_matrix.xml"
+MODULES = "service/Android.bp"
+DEVICE_MODULES = "device/Android.bp"
+INTERFACE = "interface/wifi/1.0/Android.bp"
+ENTRY = "service/service.cpp"
+OBJECT = "service/CorvidWifiService.h"
+SOCKETS = "client/WpaClient.cpp"
+STATISTICS = "managers/support/TelemetryEventLogger.cpp"
+STATISTICS_HEADER = "managers/support/TelemetryEventLogger.h"
+SCHEMA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "vintf.xsd")
+
+# Service options of Android 11's init, with the least and the most arguments that each takes.
+OPTIONS = {
+    "capabilities": (0, 40), "class": (1, 9), "console": (0, 1), "critical": (0, 0),
+    "disabled": (0, 0), "enter_namespace": (2, 2), "file": (2, 2), "group": (1, 12),
+    "interface": (2, 2), "ioprio": (2, 2), "keycodes": (1, 9), "memcg.limit_in_bytes": (1, 1),
+    "memcg.limit_percent": (1, 1), "memcg.limit_property": (1, 1),
+    "memcg.soft_limit_in_bytes": (1, 1), "memcg.swappiness": (1, 1), "namespace": (1, 2),
+    "oneshot": (0, 0), "onrestart": (1, 99), "oom_score_adjust": (1, 1), "override": (0, 0),
+    "priority": (1, 1), "reboot_on_failure": (1, 1), "restart_period": (1, 1), "rlimit": (3, 3),
+    "seclabel": (1, 1), "setenv": (2, 2), "shutdown": (1, 1), "sigstop": (0, 0),
+    "socket": (3, 6), "stdio_to_kmsg": (0, 0), "task_profiles": (1, 9),
+    "timeout_period": (1, 1), "updatable": (0, 0), "user": (1, 1), "writepid": (1, 9),
+}
+
+
+class Facts:
+    """What the code says; each with the place where it says so."""
+
+    def __init__(self, root, complaints):
+        self.root = root
+        self.complaints = complaints
+        self.interface_module = self.of_module(INTERFACE, "hidl_interface", "name")
+        self.package, _, self.version = (self.interface_module or "@").partition("@")
+        self.binary = self.of_module(MODULES, "cc_binary", "name")
+        self.install = self.of_module(MODULES, "cc_binary", "relative_install_path")
+        self.script = self.of_module(MODULES, "cc_binary", "init_rc")
+        self.fragments = self.of_module(MODULES, "cc_binary", "vintf_fragments")
+        self.instance = self.found(ENTRY, r'registerAsService\("(\w+)"\)')
+        self.interface = self.found(OBJECT, r"class CorvidWifiService : public (\w+)")
+        self.sockets = self.found(SOCKETS, r'devicePath\("([^"]+)"\)')
+        self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(\)")
+        self.statistics_package = self.found(STATISTICS_HEADER,
+                                             r"#include <(android/[\w./]+)/I\w+\.h>")
+
+    def text(self, path):
+        if not os.path.exists(os.path.join(self.root, path)):
+            self.complaints.append(f"{path}: is missing")
+            return ""
+        return source_tree.read(self.root, path)
+
+    def found(self, path, pattern):
+        match = re.search(pattern, self.text(path))
+        if match:
+            return match.group(1)
+        self.complaints.append(f"{path}: has nothing like {pattern}, which device/ is compared with")
+        return None
+
+    def of_module(self, path, kind, key):
+        try:
+            for module_kind, properties in blueprint.parse(self.text(path)):
+                if module_kind == kind and key in properties:
+                    return properties[key]
+        except blueprint.Error as error:
+            self.complaints.append(f"{path}: {error}")
+        self.complaints.append(f"{path}: no {kind} has {key}")
+        return None
+
+
+def sections(text):
+    """An init script's: [(line, words of the head, [(line, words)])]."""
+    found = []
+    for number, line in enumerate(text.splitlines(), 1):
+        words = line.partition("#")[0].split()
+        if not words:
+            continue
+        if words[0] in ("service", "on", "import"):
+            found.append((number, words, []))
+        elif found:
+            found[-1][2].append((number, words))
+        else:
+            found.append((number, ["?"], [(number, words)]))
+    return found
+
+
+class Comparison:
+
+    def __init__(self):
+        self.complaints = []
+
+    def same(self, here, what, is_now, there, to_be):
+        """Complains, of both places, unless the two are equal or one is not known."""
+        if is_now is not None and to_be is not None and is_now != to_be:
+            self.complaints.append(f"{here}: {what} is {is_now!r}, but {there} has {to_be!r}")
+
+
+def check_options(path, section, compare):
+    """The options of one service; returns them as {name: [(line, arguments)]}."""
+    options = {}
+    for line, words in section[2]:
+        name, arguments = words[0], words[1:]
+        least, most = OPTIONS.get(name, (None, None))
+        if least is None:
+            compare.complaints.append(f"{path}:{line}: init knows no option {name}")
+        elif not least <= len(arguments) <= most:
+            compare.complaints.append(f"{path}:{line}: {name} takes {least} to {most} arguments")
+        options.setdefault(name, []).append((line, arguments))
+    return options
+
+
+def check_script(facts, compare):
+    """The init script."""
+    parsed = sections(facts.text(SCRIPT))
+    services = [section for section in parsed if section[1][0] == "service"]
+    if len(services) != 1 or len(services[0][1]) != 3:
+        compare.complaints.append(f"{SCRIPT}: needs one 'service NAME PATH', has {len(services)}")
+        return
+    line, words, _ = services[0]
+    options = check_options(SCRIPT, services[0], compare)
+    compare.same(f"{SCRIPT}:{line}", "the program", words[2], MODULES,
+                 facts.binary and f"/vendor/bin/{facts.install}/{facts.binary}")
+    for option in ("interface", "user", "group", "class", "capabilities"):
+        if option not in options:
+            compare.complaints.append(f"{SCRIPT}:{line}: the service has no {option}")
+            return
+    line, arguments = options["interface"][0]
+    compare.same(f"{SCRIPT}:{line}", "the interface", arguments[0], f"{INTERFACE} and {OBJECT}",
+                 f"{facts.interface_module}::{facts.interface}")
+    compare.same(f"{SCRIPT}:{line}", "the instance", arguments[1], ENTRY, facts.instance)
+
+    user = options["user"][0][1][0]
+    folders = {
+        words[1]: (line, words[2:])
+        for section in parsed if section[1] == ["on", "post-fs-data"]
+        for line, words in section[2] if words[0] == "mkdir" and len(words) == 5
+    }
+    wanted = (facts.sockets or "").rstrip("/")
+    if wanted not in folders:
+        compare.complaints.append(f"{SCRIPT}: makes no folder {wanted} on post-fs-data, with mode, "
+                                  f"owner and group; {SOCKETS} looks for sockets there")
+        return
+    line, (_, owner, group) = folders[wanted]
+    compare.same(f"{SCRIPT}:{line}", "the folder's owner", owner,
+                 f"{SCRIPT}:{options['user'][0][0]} (user)", user)
+    if group not in options["group"][0][1]:
+        compare.complaints.append(f"{SCRIPT}:{line}: the folder's group is {group}, which "
+                                  f"{SCRIPT}:{options['group'][0][0]} does not give the service")
+
+
+def check_references(facts, compare):
+    """The modules that install script and manifest."""
+    for key, path, value in (("init_rc", SCRIPT, facts.script),
+                             ("vintf_fragments", MANIFEST, facts.fragments)):
+        name = os.path.basename(path)
+        if value is None:
+            continue
+        compare.same(MODULES, key, value, DEVICE_MODULES, [f":{name}"])
+        groups = [properties for kind, properties in blueprint.parse(facts.text(DEVICE_MODULES))
+                  if kind == "filegroup" and properties.get("name") == name]
+        if [group.get("srcs") for group in groups] != [[name]]:
+            compare.complaints.append(f"{DEVICE_MODULES}: no filegroup {name} holds {path}, which "
+                                      f"{MODULES} names as {key}")
+
+
+def tree_of(facts, path, compare):
+    text = facts.text(path)
+    try:
+        return xml.etree.ElementTree.fromstring(text)
+    except xml.etree.ElementTree.ParseError as error:
+        compare.complaints.append(f"{path}: {error}")
+        return None
+
+
+def check_vintf(facts, compare):
+    """Manifest and matrices, beside the schema."""
+    root = tree_of(facts, MANIFEST, compare)
+    if root is not None:
+        compare.same(MANIFEST, "the type", root.get("type"), "a device's manifest", "device")
+        compare.same(MANIFEST, "the package", root.findtext("hal/name"), INTERFACE, facts.package)
+        compare.same(MANIFEST, "the service", root.findtext("hal/fqname"),
+                     f"{INTERFACE}, {OBJECT} and {ENTRY}",
+                     f"@{facts.version}::{facts.interface}/{facts.instance}")
+    stats_package = stats_version = None
+    if facts.statistics_package:
+        stats_package, _, stats_version = facts.statistics_package.replace("/", ".").partition(".1")
+        stats_version = "1" + stats_version
+    for path, side, package, version, interface, there in (
+            (FRAMEWORK_MATRIX, "framework", facts.package, facts.version, facts.interface,
+             f"{INTERFACE} and {OBJECT}"),
+            (DEVICE_MATRIX, "device", stats_package, stats_version, facts.statistics,
+             STATISTICS)):
+        root = tree_of(facts, path, compare)
+        if root is None:
+            continue
+        compare.same(path, "the type", root.get("type"), "its use", side)
+        compare.same(path, "the package", root.findtext("hal/name"), there, package)
+        compare.same(path, "the version", root.findtext("hal/version"), there, version)
+        compare.same(path, "the interface", root.findtext("hal/interface/name"), there, interface)
+        compare.same(path, "the instance", root.findtext("hal/interface/instance"), there,
+                     "default")
+        for hal in root.findall("hal"):
+            if hal.get("optional") != "true":
+                compare.complaints.append(f"{path}: {hal.findtext('name')} is not optional: an "
+                                          "image without it would not pass")
+
+
+def check_schema(root, compare):
+    if shutil.which("xmllint") is None:
+        compare.complaints.append("xmllint is not installed: apt-get install libxml2-utils")
+        return
+    for path in source_tree.files(root):
+        if path.startswith("device/") and path.endswith(".xml"):
+            result = subprocess.run(
+                ["xmllint", "--noout", "--schema", SCHEMA, os.path.join(root, path)],
+                stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+            if result.returncode != 0:
+                compare.complaints.append(f"{path}: does not keep to tests/structure/vintf.xsd:\n"
+                                          f"{result.stderr}")
+
+
+def check(root):
+    compare = Comparison()
+    facts = Facts(root, compare.complaints)
+    check_script(facts, compare)
+    check_references(facts, compare)
+    check_vintf(facts, compare)
+    check_schema(root, compare)
+    return compare.complaints
+
+
+if __name__ == "__main__":
+    source_tree.finish(check(sys.argv[1]))
