@@ -16,7 +16,7 @@ constexpr std::string_view kBssRemoved = "CTRL-EVENT-BSS-REMOVED ";
 /** The priority tag in front of each event: a digit in angle brackets. */
 constexpr uint32_t kTagLength = 3;
 
-/** What the filter machine loads from a message: big-endian, 4, 2 or 1 bytes. */
+/** The value that a BPF load of these 4, 2 or 1 bytes gives (big-endian). */
 constexpr uint32_t bytes(std::string_view text) {
     uint32_t value = 0;
     for (const char byte : text) {
@@ -32,12 +32,12 @@ constexpr sock_filter load(uint16_t size, uint32_t offset) {
     return BPF_STMT(static_cast<uint16_t>(BPF_LD | BPF_ABS | size), kTagLength + offset);
 }
 
-/** Goes on with the next instruction when equal, else skips `skip` of them. */
+/** Skips `skip` instructions unless the loaded bytes equal `text`. */
 constexpr sock_filter unlessEqualSkip(std::string_view text, uint8_t skip) {
     return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, bytes(text), 0, skip);
 }
 
-/** As above, for a message shorter than tag and prefix. */
+/** Skips `skip` instructions if the message is shorter than tag and prefix. */
 constexpr sock_filter ifShorterSkip(std::string_view prefix, uint8_t skip) {
     return BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, kTagLength + static_cast<uint32_t>(prefix.size()), 0,
                     skip);
@@ -51,7 +51,7 @@ bool isBssEvent(std::string_view event) {
 }
 
 bool dropBssEvents(int fd) {
-    // Compares word by word; a load beyond the end would drop the message, hence the length tests.
+    // Compares word by word. A load beyond the message's end would drop it, hence the length tests.
     std::array program = {
         loadLength(), ifShorterSkip(kBssAdded, 21), load(BPF_W, 0), unlessEqualSkip("CTRL", 19),
         load(BPF_W, 4), unlessEqualSkip("-EVE", 17), load(BPF_W, 8), unlessEqualSkip("NT-B", 15),
@@ -64,7 +64,7 @@ bool dropBssEvents(int fd) {
         unlessEqualSkip("EMOV", 4), load(BPF_H, 20), unlessEqualSkip("ED", 2), load(BPF_B, 22),
         sock_filter(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, ' ', 1, 0)),
         sock_filter(BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFF)),  // keep
-        sock_filter(BPF_STMT(BPF_RET | BPF_K, 0)),           // throw away
+        sock_filter(BPF_STMT(BPF_RET | BPF_K, 0)),           // drop
     };
     sock_fprog filter = {};
     filter.len = static_cast<uint16_t>(program.size());

@@ -15,17 +15,18 @@ namespace Ursa::OS::Wifi {
 /** The two sets of handles of a CallbackMap. */
 enum class CallbackSet {
     Active = 0,    ///< registered
-    Inactive = 1,  ///< unregistered, its number not yet free again
+    Inactive = 1,  ///< unregistered, but still counted until the next trigger has finished
 };
 
 /** One subscriber of a CallbackMap. */
 template <typename F>
 class CallbackMapElement {
   public:
-    /** `function` is the subscriber's own object and stays at its address while registered. */
+    /** `function` belongs to the subscriber and must not move while it is registered. */
     explicit CallbackMapElement(F& function) : function_(&function) {}
 
-    /** Calls the subscriber unless it was removed. An empty function throws. */
+    /** Calls the subscriber unless it was removed. An empty function throws std::bad_function_call.
+     */
     template <typename T>
     void call(T&& value) {
         SharedLock lock(mutex_);
@@ -36,7 +37,7 @@ class CallbackMapElement {
 
     /**
      * Waits until no call is running on another thread, then empties the subscriber's function. A
-     * second one waits too but touches nothing: the function may have been destroyed by then.
+     * second remove() also waits, but does not touch the function, which may be destroyed by then.
      */
     void remove() EXCLUDES(mutex_) {
         ExclusiveLock lock(mutex_);
@@ -56,11 +57,11 @@ class CallbackMapElement {
 };
 
 /**
- * The subscribers of one kind of notification. trigger() calls them in the order of their handles,
- * on its own thread. Thread-safe: two triggers may run a callback at once, and only that callback's
- * own lock is held meanwhile, so it may register, and unregister others. It must not unregister
- * itself: that would wait for its own end. At most 64 handles; an unregistered one counts until the
- * next trigger has finished. docs/architecture.md ("Subscriptions") has the details.
+ * The subscribers of one kind of notification; trigger() calls them on its own thread in the order
+ * of their handles. Thread-safe: two threads may run the same callback at once. A callback may
+ * register and unregister others; unregistering itself would deadlock, waiting for its own return.
+ * At most 64 handles; an unregistered one counts until the next trigger has finished. Details:
+ * docs/architecture.md ("Subscriptions").
  */
 template <typename T>
 class CallbackMap {
@@ -69,11 +70,11 @@ class CallbackMap {
 
     /**
      * Returns the handle, 0 to 2,147,483,646, or -1 when the map is full. `callback` is not copied:
-     * it stays at its address until it is unregistered.
+     * it must not move until it is unregistered.
      */
     int registerCallback(Callback& callback) {
         auto element = std::make_shared<Element>(callback);
-        // Held until the end, so that the test of the capacity and the registration are one step.
+        // Held across the capacity check and the registration.
         ExclusiveLock activeLock(activeMutex_);
         const int handle = getNewHandle_();
         if (handle == -1) {
@@ -89,9 +90,9 @@ class CallbackMap {
     }
 
     /**
-     * Ends a subscription: waits for a running call on another thread, then empties the
-     * subscriber's function object. Returns false if the handle is not active; waits for the call
-     * then too, if another thread is just ending this subscription.
+     * Ends a subscription: waits for a call that is running on another thread, then empties the
+     * subscriber's function object. Returns false if the handle is not active. Waits in that case
+     * too, if another thread is ending the same subscription.
      */
     bool unregisterCallback(int handle) {
         const bool first = deactivate_(handle);
@@ -102,7 +103,7 @@ class CallbackMap {
         return first;
     }
 
-    /** Calls every live subscriber. What a subscriber throws reaches the caller. */
+    /** Calls every active subscriber. A subscriber's exception reaches the caller of trigger(). */
     void trigger(T value) {
         const auto snapshot = copyActive_();
         for (const auto& [handle, element] : snapshot->elements) {
@@ -125,7 +126,7 @@ class CallbackMap {
         std::vector<std::pair<int, std::shared_ptr<Element>>> elements;
     };
 
-    /** Most handles that are active plus inactive at once. */
+    /** The most handles, active plus inactive. */
     static constexpr int kCapacity = 64;
     /** The last handle before they start again from 0. */
     static constexpr int kLastHandle = 0x7FFFFFFE;
@@ -161,10 +162,7 @@ class CallbackMap {
         return true;
     }
 
-    /**
-     * The active subscribers. Between changes of the sets, every trigger shares the copy that an
-     * earlier one made.
-     */
+    /** The active subscribers. The copy is made once and reused until one of the sets changes. */
     std::shared_ptr<const Snapshot> copyActive_() {
         const uint64_t generation = generation_.load(std::memory_order_acquire);
         MutexLock lock(snapshotMutex_);
@@ -192,7 +190,7 @@ class CallbackMap {
         for (auto handle = inactive_.begin(); handle != inactive_.end();) {
             const auto found = elements_.find(*handle);
             if (found != elements_.end() && !found->second->removed()) {
-                ++handle;  // its unregistration is still under way on another thread
+                ++handle;  // another thread is still unregistering it
                 continue;
             }
             if (found != elements_.end()) {
@@ -225,7 +223,7 @@ class CallbackMap {
 
     std::atomic<int> counter_{-1};
 
-    // Of the three, a thread takes the active set's lock first and the elements' last.
+    // Lock order: activeMutex_, inactiveMutex_, elementsMutex_.
     SharedMutex activeMutex_;
     std::set<int> active_ GUARDED_BY(activeMutex_);
     SharedMutex inactiveMutex_ ACQUIRED_AFTER(activeMutex_);
@@ -233,10 +231,10 @@ class CallbackMap {
     SharedMutex elementsMutex_ ACQUIRED_AFTER(inactiveMutex_);
     std::map<int, std::shared_ptr<Element>> elements_ GUARDED_BY(elementsMutex_);
 
-    /** How many are inactive: a trigger that finds none needs no lock to know it. */
+    /** Size of inactive_, so that a trigger without ended subscriptions takes no lock. */
     std::atomic<size_t> inactiveCount_{0};
 
-    /** Counts changes of the sets; a snapshot of the same generation is still true. */
+    /** Counts changes of the sets; a snapshot with the same number is up to date. */
     std::atomic<uint64_t> generation_{0};
     Mutex snapshotMutex_;
     std::shared_ptr<const Snapshot> snapshot_ GUARDED_BY(snapshotMutex_);

@@ -19,8 +19,8 @@ template <typename T>
 class CallbackMapRegister {
   public:
     /**
-     * Registers `handler`, of which each call is noted as `task` in the task map before it begins.
-     * A full map is logged as an error; the object then holds handle -1 and unregisters nothing.
+     * Registers `handler`. Each call is noted as `task` in the task map before it begins. A full
+     * map is logged as an error; handle() is then -1 and the handler never runs.
      */
     CallbackMapRegister(std::shared_ptr<CallbackMap<T>> map,
                         std::shared_ptr<CorvidWifiClient> client, std::string task,

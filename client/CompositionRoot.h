@@ -10,16 +10,16 @@ class P2pManager;
 class StaManager;
 
 /**
- * What a manager may ask of the object that created it. It is the only way from one manager to
- * another; the three that others build on are named here. One whose feature is switched off is
- * null, with a warning in the log. A manager may look up those above it in config/FeatureList.h
- * from its constructor on.
+ * What a manager may ask of the object that created it, and its only way to another manager. The
+ * getters return null, with a warning in the log, if the manager's feature is switched off. A
+ * constructor may look up the managers above its own in config/FeatureList.h, which exist already.
+ * Any thread.
  */
 class CompositionRoot {
   public:
     /**
-     * Notes that `task` (class, dot, handler: "TxPowerManager.onStaConnected") last ran on thread
-     * `pid`, for the dump. Any thread.
+     * Notes for the dump that `task` ("TxPowerManager.onStaConnected") last ran on the thread with
+     * this Linux thread id.
      */
     virtual void mapTaskToPid(const std::string& task, int pid) = 0;
 

@@ -17,14 +17,14 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** The library numbers its connections without a lock; two of one number would share an address. */
+/** The library numbers its connections without a lock; two with one number share an address. */
 Mutex openMutex;
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
-/** What the library, too, does not take for a reply. */
+/** Events and forwarded events: the library does not take them for replies either. */
 bool isUnsolicited(std::string_view message) {
     return startsWith(message, "<") || startsWith(message, "IFNAME=");
 }
@@ -33,7 +33,7 @@ bool isUnsolicited(std::string_view message) {
 
 bool ControlChannel::open(const std::string& path) {
     close();
-    // The library would refuse it, too, but leave its own file behind.
+    // The library would fail too, but leave its own socket file behind.
     if (path.size() >= sizeof(sockaddr_un::sun_path)) {
         return false;
     }
@@ -81,8 +81,8 @@ bool ControlChannel::send_(std::string_view command, Clock::time_point deadline)
 }
 
 RequestResult ControlChannel::receive_(std::string& reply, Clock::time_point deadline) {
-    std::array<char, kMaxReply> buffer;  // recv says how much of it is the reply
-    int flags = 0;                       // waits here at first, if waitInReceive() was called
+    std::array<char, kMaxReply> buffer;
+    int flags = 0;  // the first recv() blocks if waitInReceive() was called
     while (true) {
         const ssize_t result = recv(fd(), buffer.data(), buffer.size(), flags);
         const std::string_view message(buffer.data(),
@@ -127,7 +127,7 @@ void CommandChannel::close() {
 }
 
 RequestResult CommandChannel::request(std::string_view command, std::string& reply) {
-    // What is there before the command was sent is no reply to it, and more may follow.
+    // A message that is there before the command is sent is not its reply, and more may follow.
     if (channel_.isOpen() && channel_.hasUnread()) {
         channel_.close();
     }
@@ -136,7 +136,7 @@ RequestResult CommandChannel::request(std::string_view command, std::string& rep
     }
     const RequestResult result = channel_.request(command, reply, timeout_);
     if (result == RequestResult::TimedOut || result == RequestResult::Failed) {
-        channel_.close();  // the reply may still come: to an address that is gone
+        channel_.close();  // a late reply then goes to an address that is gone
     }
     return result;
 }

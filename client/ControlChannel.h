@@ -13,25 +13,25 @@ namespace Ursa::OS::Wifi {
 /** How a request ended. */
 enum class RequestResult {
     Replied,
-    NotSent,   ///< nobody listens any more, or does not read
+    NotSent,   ///< the supplicant is gone, or its receive queue stayed full
     TimedOut,  ///< sent, but no reply in time
     Failed,    ///< sent, but then the connection failed
 };
 
 /**
  * One connection to a supplicant's control interface, opened and closed by the supplicant's client
- * library. Requests go past the library: its own restart their 10 s whenever another line arrives.
- * One thread at a time; open() of several objects may run at once.
+ * library. Requests bypass the library, whose own restart their 10 s time-out at every message that
+ * arrives. One thread at a time; different objects may be opened concurrently.
  */
 class ControlChannel {
   public:
-    /** What is longer is cut off. */
+    /** Bytes; a longer reply is cut off. */
     static constexpr size_t kMaxReply = 4095;
 
-    /** False if nobody listens at `path`, or if it does not fit into a socket address. */
+    /** Returns false if nobody listens at `path`, or if it does not fit into a socket address. */
     bool open(const std::string& path);
 
-    /** Also removes the file that the library made for this end. */
+    /** Also removes the socket file that the library made for this end. */
     void close() { connection_.reset(); }
 
     bool isOpen() const { return connection_ != nullptr; }
@@ -39,23 +39,23 @@ class ControlChannel {
     wpa_ctrl* get() const { return connection_.get(); }
 
     /**
-     * Lets the kernel wait inside request(), up to `timeout`, which saves each request the wait of
-     * its own. Reads of this connection block from then on.
+     * Makes the socket blocking with a receive time-out, so that request() waits inside recv() and
+     * saves a poll() per reply.
      */
     void waitInReceive(std::chrono::milliseconds timeout);
 
-    /** Whether something can be read, an error of the connection included. Does not wait. */
+    /** Whether a message or a socket error is waiting. Does not block. */
     bool hasUnread() const;
 
     /**
-     * Sends a request and waits for its reply, `timeout` in all. Takes the first message for the
-     * reply that is not an event ("<..." or "IFNAME=..."). A full queue at the other end is waited
-     * for half of that time. Changes `reply` on success only.
+     * Sends a request and waits for its reply, `timeout` in all, of which at most half is spent
+     * waiting for room in the supplicant's receive queue. The reply is the first message that is
+     * not an event ("<..." or "IFNAME=..."). Changes `reply` on success only.
      */
     RequestResult request(std::string_view command, std::string& reply,
                           std::chrono::milliseconds timeout);
 
-    /** Sends without waiting, neither for room in the other end's queue nor for a reply. */
+    /** Sends without waiting for room in the supplicant's queue or for a reply. Ignores failure. */
     void sendOnly(std::string_view command);
 
   private:
@@ -67,29 +67,29 @@ class ControlChannel {
 
     bool send_(std::string_view command, Clock::time_point deadline);
     RequestResult receive_(std::string& reply, Clock::time_point deadline);
-    /** Waits for one of `events`. False at the deadline, even if there is one. */
+    /** Waits for one of `events`. Returns false once the deadline has passed. */
     bool wait_(short events, Clock::time_point deadline) const;
 
     std::unique_ptr<wpa_ctrl, Closer> connection_;
 };
 
 /**
- * The connection on which commands are sent. The supplicant's replies do not say which command they
- * belong to, so a connection on which an unread reply may still arrive is given up: the next
- * command opens another one, with an address of its own. One thread at a time.
+ * The connection on which commands are sent. A reply does not say which command it belongs to, so a
+ * connection on which a late reply may still arrive is closed; the next command opens another one,
+ * with an address of its own. One thread at a time.
  */
 class CommandChannel {
   public:
     explicit CommandChannel(std::chrono::milliseconds replyTimeout) : timeout_(replyTimeout) {}
 
-    /** See ControlChannel::open. Later connections are opened at the same path. */
+    /** See ControlChannel::open. Reconnects use the same path. */
     bool open(const std::string& path);
     void close();
 
-    /** Between open() and close(), also while a connection that was given up is not replaced. */
+    /** True between open() and close(), also while a closed connection is not yet replaced. */
     bool isOpen() const { return isOpen_; }
 
-    /** As ControlChannel::request. NotSent also if a new connection cannot be opened. */
+    /** See ControlChannel::request. NotSent also if a new connection cannot be opened. */
     RequestResult request(std::string_view command, std::string& reply);
 
   private:

@@ -13,14 +13,13 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The one object through which managers reach the supplicant and the kernel. Thread-safe, with one
- * recursive lock for each of the two: supplicant commands and registrations run one at a time, and
- * so do netlink sends, but a command and a send may overlap. A lock is held until the answer has
- * come, so that two commands cannot interleave.
+ * The one object through which managers reach the supplicant and the kernel. Thread-safe: one
+ * recursive lock serialises supplicant commands and registrations, another netlink sends; each is
+ * held until the answer has come. A command and a netlink send may overlap.
  */
 class CorvidWifiClient {
   public:
-    /** Starts following the supplicant's sockets in `socketDirectory` (with trailing slash). */
+    /** Starts to watch `socketDirectory` (with trailing slash) for the supplicant's sockets. */
     explicit CorvidWifiClient(const std::string& socketDirectory = WpaClient::socketDirectory());
 
     CorvidWifiClient(const CorvidWifiClient&) = delete;
@@ -52,19 +51,16 @@ class CorvidWifiClient {
     /** As above for a vendor command; logs the outcome too. */
     bool sendVendorNlCmd(Nl80211VendorCmdInfo& info);
 
-    /** Direct access past the netlink lock, for interface names and the station's bandwidth. */
+    /** For interface names and the station's bandwidth. These queries do not take netlinkLock_. */
     Nl80211Client* getNl80211Client() { return &nl80211Client_; }
 
-    /**
-     * Not owned. Set once, before the first manager exists, and back to null when the root goes;
-     * null outside of that.
-     */
+    /** Not owned. The root sets itself before it creates managers, and null in its destructor. */
     void setCompositionRoot(CompositionRoot* root) EXCLUDES(rootMutex_);
     CompositionRoot* compositionRoot() EXCLUDES(rootMutex_);
 
     /**
-     * Notes in the composition root's task map that `task` runs on the calling thread. Safe also
-     * for a thread that may outlive the root.
+     * Notes in the composition root's task map that `task` runs on the calling thread. Does nothing
+     * without a root, so a thread that outlives the root may call it.
      */
     void recordTask(const std::string& task) EXCLUDES(rootMutex_);
 

@@ -9,20 +9,20 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Interface names that are handed out as pointers. A text is neither changed nor freed while this
- * object lives, so a thread reads it without a lock; equal names share one text. Not synchronised:
- * the owner's lock guards add(). What it keeps is bounded by `capacity` different names.
+ * Interns interface names: a pointer that add() returned stays valid and unchanged for this
+ * object's lifetime, so any thread may read it without a lock. Keeps at most `capacity` different
+ * names. Not thread-safe: the owner's lock guards add().
  */
 class InterfaceNames {
   public:
-    /** Under 1 MB. A group interface's name is new when the supplicant counts its groups up. */
+    /** Under 1 MB. Names accumulate because the supplicant may number each new P2P group. */
     static constexpr size_t kCapacity = 10'000;
 
     explicit InterfaceNames(size_t capacity = kCapacity) : capacity_(capacity) {}
     InterfaceNames(const InterfaceNames&) = delete;
     InterfaceNames& operator=(const InterfaceNames&) = delete;
 
-    /** The kept text that equals `name`; null when that is a new name and there is no room. */
+    /** Returns the interned name; null if `name` is new and the capacity is reached. */
     const char* add(std::string_view name) {
         auto found = names_.find(name);
         if (found == names_.end()) {

@@ -14,14 +14,14 @@ struct ReconnectDelays {
 };
 
 /**
- * Says how long to wait before each attempt to connect, and when to stop trying. Counts the delays
- * only, not what the attempts themselves take. Milliseconds; one thread at a time.
+ * Says how long to wait before each attempt to connect, and when to stop trying. Only the delays
+ * count, not the duration of the attempts. Milliseconds; one thread at a time.
  */
 class ReconnectSchedule {
   public:
     explicit ReconnectSchedule(const ReconnectDelays& delays) : delays_(delays) {}
 
-    /** Starts anew. Returns the delay before the first attempt. */
+    /** Restarts the schedule. Returns the delay before the first attempt. */
     int64_t begin() {
         accumulated_ = 0;
         return delays_.first;

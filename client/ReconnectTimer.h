@@ -9,8 +9,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The timer of one WpaSocket: a descriptor that becomes readable when the time is up. Failures are
- * logged. One thread at a time.
+ * The timer of one WpaSocket: a timerfd, readable when the delay is over. Failures are logged. One
+ * thread at a time.
  */
 class ReconnectTimer {
   public:
@@ -18,23 +18,22 @@ class ReconnectTimer {
     enum class Wake {
         Expired,
         Nothing,
-        Broken,  ///< no further wake-up will mean anything
+        Broken,  ///< epoll reported an error: stop watching the descriptor
     };
 
     /** `type` is for the log. */
     explicit ReconnectTimer(NetInterfaceType type) : type_(type) {}
 
-    /** False, and logged, if the kernel gives no descriptor, or if there is one already. */
+    /** Creates the descriptor. Returns false if the kernel refuses, or if there is one already. */
     bool init();
 
     /** -1 without a descriptor. */
     int fd() const { return fd_.get(); }
 
-    /** One expiry, `delayMs` milliseconds from now; negative disarms. False and logged on failure.
-     */
+    /** Arms one expiry in `delayMs` milliseconds; negative disarms. Returns false on failure. */
     bool set(int64_t delayMs);
 
-    /** `events` is what epoll reports of the descriptor. Takes the expiry. */
+    /** Consumes an expiry. `events` is the epoll mask of the wake-up. */
     Wake take(int events);
 
   private:

@@ -32,7 +32,7 @@ bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
 
-/** As std::stoi, which is much slower and therefore only sees what is no plain number. */
+/** std::stoi, with a fast path: only text that std::from_chars rejects pays for std::stoi. */
 int toInt(std::string_view text) {
     int value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);

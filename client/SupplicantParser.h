@@ -1,9 +1,9 @@
 #pragma once
 
-// Readers of the supplicant's text: command replies and event payloads (the text after the event's
-// prefix). They log nothing and keep no state. A key that is missing is reported by the result; a
-// value that is no number where a number belongs makes std::stoi throw. Whoever takes text from
-// outside calls them through parsed(), so that no text can end the process.
+// Parsers of the supplicant's text: command replies and event payloads (the text after the event's
+// prefix). They log nothing, keep no state and may run on any thread. They return false for a
+// missing key, and throw what std::stoi throws for a malformed number: wrap a call that reads
+// numbers in parsed().
 
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +18,7 @@ struct ChannelSwitchResult {
     int32_t frequency;  ///< MHz, as the supplicant printed it
     int32_t width;      ///< channel width (MHz), as the supplicant printed it
     char ifname[16];    ///< NUL-terminated interface name (IFNAMSIZ)
-    /** P2P for names beginning with "p2p", STA for "wlan", else 2: no kind we know. */
+    /** P2P if `ifname` begins with "p2p", STA if with "wlan", else 2, which is no enumerator. */
     NetInterfaceType interfaceType;
 };
 
@@ -28,7 +28,7 @@ struct RegdomUpdatedResult {
     std::string alpha2;  ///< country code, two letters or empty
 };
 
-/** Runs a parser; a number that is none counts as text that did not parse. */
+/** Runs a parser and returns its result; false if it throws because a number is malformed. */
 template <typename Parser>
 bool parsed(Parser&& parser) {
     try {
@@ -39,33 +39,33 @@ bool parsed(Parser&& parser) {
 }
 
 /**
- * Finds `key` (with its "=") in `text` from `pos` on and reads the integer behind it, which a blank
- * must end: a number at the very end of the text is not read. Returns false when there is none.
+ * Finds `key` (with its "=") in `text` from `pos` on and reads the integer after it. Returns false
+ * if there is no such key, or no blank after the integer: one at the end of the text is not read.
  */
 bool getInt32ValueByKey(const std::string& text, const char* key, size_t pos, int& value);
 
 /**
- * Reads the reply to "SIGNAL_POLL": RSSI in dBm and FREQUENCY in MHz, -1 for what is not there.
- * Returns true when both were found.
+ * Reads the reply to "SIGNAL_POLL": RSSI in dBm and FREQUENCY in MHz; a missing one becomes -1.
+ * Returns whether both were found.
  */
 bool getRssiAndFreq(const std::string& reply, int& rssi, int& frequency);
 
 /**
- * Reads one line of the reply to "STATUS". Returns false, and leaves `value` alone, when no line
- * has exactly that key.
+ * Reads the value of `key` from the reply to "STATUS". Returns false, and leaves `value` unchanged,
+ * if no line has exactly that key.
  */
 bool getValueFromWpaCmdStatusReply(const std::string& reply, const std::string& key,
                                    std::string& value);
 
 /**
- * Reads a regulatory-domain change, for example "init=USER type=COUNTRY alpha2=US". Returns true
- * when init and type are there and alpha2 is empty or two characters long.
+ * Reads a regulatory-domain change, for example "init=USER type=COUNTRY alpha2=US". Returns whether
+ * init and type are present and alpha2 is absent or two characters long.
  */
 bool getRegdomUpdatedResult(const std::string& event, RegdomUpdatedResult& result);
 
 /**
- * Reads "freq=F ifname=N width=W", in that order. Returns false when one is missing (fields may
- * then be partly written), or when the name has more than 15 characters.
+ * Reads "freq=F ifname=N width=W", in that order. Returns false if one is missing or the name has
+ * more than 15 characters; `result` may then be partly written.
  */
 bool getChannelSwitchResult(const char* event, ChannelSwitchResult& result);
 

@@ -10,8 +10,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * A subscriber that notes `task` ("TxPowerManager.onP2pStarted") with its thread in the task map
- * each time, and then calls `handler`. Nothing is made anew for a call.
+ * Wraps `handler` so that each call first notes `task` ("TxPowerManager.onP2pStarted") and its
+ * thread in the task map.
  */
 template <typename T>
 std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client, std::string task,

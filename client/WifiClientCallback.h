@@ -12,14 +12,14 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** One subscription that a manager asks for. */
+/** One subscription to a supplicant event. */
 struct WifiClientCallbackItem {
     WifiClientCallbackType type;
-    /** Whose socket delivers the event. */
+    /** The socket that delivers the event. */
     NetInterfaceType interfaceType;
-    /** The handler's name in the task map, where each call is noted before it begins. */
+    /** The handler's name in the task map, for example "TxPowerManager.onP2pStarted". */
     std::string task;
-    /** Receives the event's text. */
+    /** Receives the event's text after its prefix, on the listener thread. */
     std::function<void(const std::string&)> handler;
 };
 
@@ -29,11 +29,11 @@ struct WifiClientCallbackItem {
  */
 class WifiClientCallback {
   public:
-    /** Registers the items in order. One that is refused is logged as an error and left out. */
+    /** Registers the items in order. A refused one is logged as an error and left out. */
     WifiClientCallback(std::shared_ptr<CorvidWifiClient> client,
                        const std::vector<WifiClientCallbackItem>& items);
 
-    /** Unregisters in the order of registration. Not to be called from one of the handlers. */
+    /** Unregisters in the order of registration. Must not run inside one of the handlers. */
     ~WifiClientCallback();
 
     WifiClientCallback(const WifiClientCallback&) = delete;
@@ -47,7 +47,7 @@ class WifiClientCallback {
         WifiClientCallbackType type;
         int handle;
         NetInterfaceType interfaceType;
-        /** On the heap: a registered function stays at its address. */
+        /** On the heap, because a registered function must not move. */
         std::unique_ptr<std::function<void(const std::string&)>> function;
     };
 

@@ -5,7 +5,7 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * What the daemon tells its managers of the supplicant. A subscriber receives the event's text
+ * The supplicant events that managers can subscribe to. A subscriber receives the event's text
  * after its prefix; for WPA_SOCKET_DISCONNECTED it receives "sockettype=STA" or "sockettype=P2P".
  */
 enum class WifiClientCallbackType : int32_t {

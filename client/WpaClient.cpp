@@ -55,8 +55,7 @@ WpaClient::WpaClient(std::string directory)
 }
 
 WpaClient::~WpaClient() {
-    // The listener may be in the middle of an event; what it runs holds its socket until it is
-    // done.
+    // The listener may be running an event; its callback holds the socket until it returns.
     std::map<NetInterfaceType, std::shared_ptr<WpaSocket>> sockets;
     {
         MutexLock lock(socketsMutex_);
@@ -137,7 +136,7 @@ WpaClient::SocketFile WpaClient::identify_(const std::string& path) {
     if (lstat(path.c_str(), &status) == 0) {
         file.device = status.st_dev;
         file.inode = status.st_ino;
-        // Nobody writes into a socket's file, so that this is when it was made.
+        // Nothing writes to a socket file, so its modification time is its creation time.
         file.made = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
     }
     return file;
@@ -189,7 +188,7 @@ bool WpaClient::watchDirectory_() {
 }
 
 void WpaClient::onDirectoryRemoved_() {
-    // Up to and with the slash before the last name; the directory's own ends in one.
+    // Up to and including the slash before the last name; directory_ itself ends in a slash.
     const std::string parent =
         directory_.substr(0, directory_.rfind('/', directory_.size() - 2) + 1);
     parentWatch_ = inotify_add_watch(inotifyFd_.get(), parent.c_str(), IN_CREATE | IN_MOVED_TO);
@@ -199,7 +198,7 @@ void WpaClient::onDirectoryRemoved_() {
         return;
     }
     WIFI_LOGW("Wpa socket directory has been removed: waiting for the next one");
-    watchNextDirectory_();  // which may have come between the two
+    watchNextDirectory_();  // it may have been made before the parent was watched
 }
 
 void WpaClient::onParentChange_(uint32_t mask) {
@@ -217,7 +216,7 @@ void WpaClient::watchNextDirectory_() {
         return;
     }
     stopParentWatch_();
-    // Its first sockets may be older than the watch.
+    // Sockets may have been made in it before it was watched.
     for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
         if (const auto socket = findSocket_(type)) {
             findSocketFile_(type, *socket);
@@ -252,7 +251,7 @@ void WpaClient::startListener_() {
     if (listener_.joinable()) {
         listener_.join();
     }
-    running_ = true;  // not by the thread itself: a stop that comes first must not be lost
+    running_ = true;  // set here, so that a stop before the thread runs is not overwritten
     listener_ = std::thread([this] { listen_(); });
 }
 
@@ -337,8 +336,8 @@ void WpaClient::onSocketChange_(uint32_t mask, const std::string& name) {
 
 void WpaClient::onUpdatesLost_() {
     WIFI_LOGW("Wpa socket directory updates were lost: looking at the directory again");
-    // The removal of a directory may be among them. Watching it once more changes nothing if it is
-    // the same one.
+    // The directory's removal may be among the lost updates. Adding the watch again changes nothing
+    // if it is still the same directory.
     if (watchDirectory_()) {
         stopParentWatch_();
     } else {

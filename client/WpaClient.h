@@ -22,8 +22,8 @@ namespace Ursa::OS::Wifi {
 
 /**
  * Finds the supplicant's control sockets, follows their creation and deletion, and owns the
- * listener thread: the one loop on which directory changes, reconnects, and every subscriber of
- * both sockets run. A handler that blocks there stalls all supplicant traffic. Thread-safe.
+ * listener thread, the one loop that runs directory changes, reconnects and every subscriber of
+ * both sockets. A subscriber that blocks stalls all of them. Thread-safe.
  */
 class WpaClient {
   public:
@@ -33,7 +33,7 @@ class WpaClient {
     /** Starts the listener thread and connects to sockets that are there already. */
     explicit WpaClient(std::string directory = socketDirectory());
 
-    /** Wakes and joins the listener thread; prompt unless a handler or the supplicant hangs. */
+    /** Wakes and joins the listener thread. Waits for a running handler and its command. */
     ~WpaClient();
 
     WpaClient(const WpaClient&) = delete;
@@ -53,35 +53,37 @@ class WpaClient {
   private:
     friend class WpaClientTestPeer;
 
-    /** A file, to be told from a later one at the same path. */
+    /** Identifies a socket file, so that a new file at the same path is recognised as new. */
     struct SocketFile {
         std::string path;
         dev_t device = 0;
         ino_t inode = 0;
-        std::pair<time_t, long> made = {0, 0};  ///< seconds, nanoseconds
+        std::pair<time_t, long> made = {0, 0};  ///< time of creation: seconds, nanoseconds
 
         bool operator==(const SocketFile& other) const;
     };
-    /** Only the path if there is no such file. */
+    /** Fills in only the path if there is no such file. */
     static SocketFile identify_(const std::string& path);
 
     bool startWpaSocketMonitor_();
     void stopWpaSocketMonitor_();
-    /** On false, errno says why. */
+    /** Returns false on failure, with errno set. */
     bool watchDirectory_();
     /**
-     * A supplicant that ends removes the directory if it may and the directory is empty. The parent
-     * is watched from then on, until the directory is there again.
+     * Watches the parent until the directory is back. A supplicant that ends removes the directory
+     * if it is empty and permissions allow.
      */
     void onDirectoryRemoved_();
     void onParentChange_(uint32_t mask);
+    /** Watches the directory again if it is back, and looks for sockets in it. */
     void watchNextDirectory_();
     void stopParentWatch_();
     void startListener_();
     void listen_();
     /**
-     * After a failure (out of memory, for example), which may have cost a directory change or the
-     * next step of a socket: looks at the directory again, and connects what is not connected.
+     * After an exception on the loop (std::bad_alloc, for example), which may have lost a directory
+     * change or a socket's next step: reads the directory again and reconnects every socket that is
+     * not connected.
      */
     void startOver_();
     void stopListener_();
@@ -90,18 +92,19 @@ class WpaClient {
     void findSocketFile_(NetInterfaceType type, WpaSocket& socket);
     PollAction onSocketUpdate_(int fd, int events);
     void onSocketChange_(uint32_t mask, const std::string& name);
-    /** The kernel has dropped directory updates: finds out what they would have said. */
+    /** inotify has overflowed: reads the directory again and acts on the differences. */
     void onUpdatesLost_();
     void findSocketFileAgain_(NetInterfaceType type, WpaSocket& socket);
 
-    /** Passes a file on to its socket, and remembers which one it is. */
+    /** Hands the file at `path` to its socket, which connects, and remembers the file. */
     void follow_(NetInterfaceType type, WpaSocket& socket, const std::string& path)
         EXCLUDES(socketsMutex_);
+    /** Forgets the socket's file; the socket disconnects. */
     void leave_(NetInterfaceType type, WpaSocket& socket) EXCLUDES(socketsMutex_);
 
     /** Null for a kind without a socket. */
     std::shared_ptr<WpaSocket> findSocket_(NetInterfaceType type) EXCLUDES(socketsMutex_);
-    /** As above, with an error line in the name of `caller`. */
+    /** As above; logs an error that names `caller` if null. */
     std::shared_ptr<WpaSocket> requireSocket_(NetInterfaceType type, const char* caller);
 
     const std::string directory_;
@@ -110,12 +113,9 @@ class WpaClient {
     const std::shared_ptr<Poll> poll_;
     EventFd eventFd_;
     android::base::unique_fd inotifyFd_;
-    int watch_ = -1;  ///< -1 while the directory is not there; listener thread after the start
-    int parentWatch_ = -1;  ///< only then; listener thread
-    /**
-     * Filled in the constructor and cleared in the destructor, both with the listener running; the
-     * mutex is held for the look-up only.
-     */
+    int watch_ = -1;        ///< -1 while there is no directory; listener thread once it runs
+    int parentWatch_ = -1;  ///< -1 while there is a directory; listener thread
+    /** Filled in the constructor and cleared in the destructor, while the listener is running. */
     std::map<NetInterfaceType, std::shared_ptr<WpaSocket>> sockets_ GUARDED_BY(socketsMutex_);
     std::map<NetInterfaceType, SocketFile> followed_ GUARDED_BY(socketsMutex_);
     Mutex socketsMutex_;

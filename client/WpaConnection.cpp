@@ -68,11 +68,11 @@ std::optional<std::string_view> WpaConnection::receive() {
         return std::nullopt;
     }
     buffer_[length] = '\0';
-    constexpr size_t kTagLength = 3;  // the priority, a digit in angle brackets: dropped unseen
+    constexpr size_t kTagLength = 3;  // the priority, a digit in angle brackets; not checked
     if (length <= kTagLength) {
         return std::string_view();
     }
-    // An event is text: what follows a NUL is not part of it.
+    // An event is a C string: it ends at the first NUL.
     return std::string_view(buffer_.data() + kTagLength);
 }
 

@@ -20,23 +20,23 @@ enum class ConnectResult : int {
     NoPath = -5,
 };
 
-/** The reason for the log; empty for Connected. */
+/** The failure's text for the log; empty for Connected. */
 const char* toString(ConnectResult result);
 
 /**
- * The two connections to one supplicant interface: the monitor, attached, on which events arrive,
+ * The two connections to one supplicant interface: the attached monitor, on which events arrive,
  * and the command connection. open(), close() and receive() belong to one thread; request() may run
- * on any, but not during open() or close().
+ * on any thread, one at a time, but not during open() or close().
  */
 class WpaConnection {
   public:
-    /** For each reply that is waited for. */
+    /** `replyTimeout` limits the wait for each reply. */
     explicit WpaConnection(std::chrono::milliseconds replyTimeout);
 
-    /** Opens both. After a failure close() must follow. */
+    /** Opens and attaches the monitor, and opens the command connection. Close after a failure. */
     ConnectResult open(const std::string& path);
 
-    /** Detaches and closes both; does nothing without a monitor. */
+    /** Detaches the monitor, waiting for the reply, and closes both connections. */
     void close();
 
     bool isOpen() const { return command_.isOpen(); }
@@ -44,14 +44,14 @@ class WpaConnection {
     int monitorFd() const { return monitor_.isOpen() ? monitor_.fd() : -1; }
 
     /**
-     * The next event, without its priority tag; empty for a message too short to have one. Nothing
-     * on failure, of which errno tells the reason. Valid until the next call. Does not wait.
+     * The next event without its priority tag; an empty text for a message too short to have one;
+     * std::nullopt on failure, with errno set. Valid until the next call. Does not wait.
      */
     std::optional<std::string_view> receive();
 
     /**
-     * The supplicant has said that it ends. It closes its socket a moment later with whatever it
-     * has not read, so close() does not wait for a reply to DETACH: that would take the time-out.
+     * Call it after CTRL-EVENT-TERMINATING: close() then does not wait for the reply to DETACH. The
+     * supplicant closes its socket without reading any more, so the wait would time out.
      */
     void expectEnd() { ending_ = true; }
 

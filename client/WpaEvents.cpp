@@ -9,7 +9,7 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** An event's prefix, its blank included, and what it becomes. */
+/** An event's prefix, with the trailing blank, and its subscribers' type. */
 struct EventKind {
     std::string_view prefix;
     WifiClientCallbackType type;

@@ -10,9 +10,9 @@ namespace Ursa::OS::Wifi {
 /** What an event means to the daemon. */
 struct WpaEvent {
     enum class Meaning {
-        None,
+        None,          ///< nobody can subscribe to it
         Terminating,   ///< the supplicant ends
-        Notification,  ///< of `type`, with `payload`
+        Notification,  ///< subscribers of `type` receive `payload`
     };
 
     Meaning meaning = Meaning::None;
@@ -20,7 +20,7 @@ struct WpaEvent {
     std::string_view payload = {};  ///< the text behind the event's prefix
 };
 
-/** Reads an event, without its priority tag, that came on an interface of that kind. */
+/** Classifies an event, without its priority tag, that arrived on an interface of that kind. */
 WpaEvent readWpaEvent(NetInterfaceType type, std::string_view event);
 
 }  // namespace Ursa::OS::Wifi

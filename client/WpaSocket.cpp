@@ -42,7 +42,6 @@ WpaSocket::~WpaSocket() {
         WPA_LOG(I, type_, "Deinitialized wpa socket reconnect timer");
     }
     if (watchedFd_ >= 0) {
-        // No DETACH is sent; but nobody would read the descriptor any more.
         poll_->removeFd(watchedFd_);
     }
 }
@@ -158,8 +157,7 @@ void WpaSocket::updateState_(State newState) {
         }
         previousState_ = newState;
     }
-    // Every entry into Idle, and every repeated request of it, leads one loop turn later to
-    // Connecting.
+    // Every request of Idle, repeated ones included, leads to Connecting in the next loop turn.
     if (newState == State::Idle) {
         post_(State::Connecting);
     }
@@ -177,7 +175,7 @@ void WpaSocket::watchTimer_() {
     }
     poll_->addFd(timer_.fd(), EPOLLIN, [weak = weak_from_this()](int /*fd*/, int events) {
         const auto self = weak.lock();
-        // A socket that has gone has left the loop itself; by now the number may be another's.
+        // A destroyed socket has removed its descriptor already; by now the number may be reused.
         return self ? self->onReconnectTimerExpired_(events) : PollAction::Continue;
     });
     WPA_LOG(I, type_, "Initialized wpa socket reconnect timer");
@@ -241,16 +239,16 @@ void WpaSocket::closeSockets_() {
 
 void WpaSocket::disconnect_() {
     closeSockets_();
-    // Whether or not anything was open; subscribers tolerate repeats.
+    // Sent even if nothing was open; subscribers tolerate repeats.
     handleEventCallback_(WifiClientCallbackType::WPA_SOCKET_DISCONNECTED,
                          std::string("sockettype=") + toString(type_));
 }
 
 PollAction WpaSocket::onSocketReady_(int events) {
     if (state_ == State::Connecting) {
-        // The attempt has succeeded, and its Connected is posted. What comes ahead of that stays
-        // unread until then: a subscriber could not send a command yet, and a supplicant's end
-        // would stop nothing. The loop comes back here at once, and runs the posted task no later.
+        // Connected is posted but not entered. The event stays unread until then: a subscriber
+        // could not send a command yet, and CTRL-EVENT-TERMINATING would be ignored. The loop
+        // returns here at once, and runs the posted task no later.
         return PollAction::Continue;
     }
     constexpr int kErrors = EPOLLERR | EPOLLHUP;
@@ -315,7 +313,7 @@ void WpaSocket::handleEventCallback_(WifiClientCallbackType type, const std::str
     try {
         map->trigger(payload);
     } catch (const std::exception& error) {
-        // A subscriber's defect must not end the loop that every other one lives on.
+        // One subscriber's exception must not end the loop that serves all of them.
         WPA_LOG(E, type_, "A subscriber of type %d failed: %s", static_cast<int>(type),
                 error.what());
     }

@@ -23,8 +23,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Keeps a WpaConnection to one supplicant interface while its socket file exists, and hands the
- * supplicant's events to subscribers. States change on the loop thread only; subscribers run there.
+ * Keeps a WpaConnection to one supplicant interface while its socket file exists, and passes the
+ * supplicant's events to subscribers, which run on the loop thread. State changes on that thread.
  *
  *     Stopped --file created--> Idle --> Connecting --> Connected
  *        ^                                   |              |
@@ -36,13 +36,13 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
   public:
     enum class State { Stopped = 0, Idle = 1, Connecting = 2, Connected = 3 };
 
-    /** The wait for a reply, which a command, an ATTACH or a DETACH takes at most. */
+    /** The longest wait for the reply to a command, ATTACH or DETACH. */
     static constexpr std::chrono::milliseconds kReplyTimeout = std::chrono::seconds(10);
 
     /**
-     * `poll` is the owner's loop and `eventFd`, which must outlive the socket, posts to it. Begins
-     * in Stopped and does nothing until onSocketFileCreate(). Release it on any thread: what is
-     * posted to the loop holds it weakly.
+     * `poll` is the owner's loop; `eventFd` posts to it and must outlive the socket. Starts in
+     * Stopped and does nothing until onSocketFileCreate(). May be released on any thread: tasks on
+     * the loop hold it weakly.
      */
     static std::shared_ptr<WpaSocket> create(
         NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
@@ -52,7 +52,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     WpaSocket(Passkey, NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
               const ReconnectDelays& delays, std::chrono::milliseconds replyTimeout);
 
-    /** Leaves the loop. Sends the supplicant nothing; its connections close behind it. */
+    /** Leaves the loop and closes the connections without a DETACH. */
     ~WpaSocket();
 
     WpaSocket(const WpaSocket&) = delete;
@@ -68,9 +68,9 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     State state() const { return state_; }
 
     /**
-     * Subscribes `callback`, which the subscriber keeps in place, to one kind of event. A kind that
-     * this socket never produces is accepted and never fires. Returns the handle, or -1. Any
-     * thread.
+     * Subscribes `callback`, which must not move until it is unregistered, to one kind of event. A
+     * kind that this socket never produces is accepted and never fires. Returns the handle; -1 for
+     * a type outside the enumeration and when 64 are registered. Any thread.
      */
     int registerEventCallback(WifiClientCallbackType type,
                               std::function<void(const std::string&)>& callback);
@@ -79,21 +79,21 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     bool unregisterEventCallback(WifiClientCallbackType type, int handle);
 
     /**
-     * Sends a command and waits for its own reply, 10 seconds at most. On success `reply` is
-     * exactly what came back, its newline included. On failure it is "ERROR: " and NOT-CONNECTED,
-     * TIMEOUT, SEND-RECV or REPLY-TOO-LONG. Any thread, one command at a time; a subscriber may
-     * send from inside its callback.
+     * Sends a command and waits for its reply, 10 s at most. On success `reply` is the unchanged
+     * reply, trailing newline included; on failure it is "ERROR: " followed by NOT-CONNECTED,
+     * TIMEOUT, SEND-RECV or REPLY-TOO-LONG. Any thread, also inside a subscriber's callback;
+     * commands run one at a time.
      */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply);
 
   private:
     static const char* toString_(State state);
 
-    /** Runs updateState_(state) on the loop thread, unless the socket has gone by then. */
+    /** Runs updateState_(state) on the loop thread, unless the socket is destroyed by then. */
     void post_(State state);
     /**
-     * As post_(), but ignored if the socket has left `from` by then, so that the result of an
-     * attempt or an event cannot override a newer change of the socket file.
+     * As post_(), but ignored if the socket has left `from` by then, so that a stale result cannot
+     * override a newer change of the socket file.
      */
     void postFrom_(State from, State state);
     void updateState_(State newState);
@@ -108,11 +108,11 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     void disconnect_() EXCLUDES(socketMutex_);
 
     PollAction onSocketReady_(int events);
-    /** False ends the connection. */
+    /** Reads and delivers one event. Returns false if the connection is to be closed. */
     bool receiveEvent_();
     /**
-     * Without the mutex, which a command may hold for seconds: only this thread, the loop's, ever
-     * changes the monitor.
+     * The connection, for its monitor only. Needs no mutex, which a command may hold for seconds:
+     * only the loop thread changes the monitor.
      */
     WpaConnection& monitor_() NO_THREAD_SAFETY_ANALYSIS { return connection_; }
     void notifyEvent_(const WpaEvent& event) REQUIRES(eventMutex_);
@@ -133,7 +133,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     std::atomic<State> state_{State::Stopped};  ///< written on the loop thread only
     ReconnectSchedule schedule_;                ///< loop thread only
     ReconnectTimer timer_;                      ///< loop thread after create()
-    int watchedFd_ = -1;                        ///< the monitor's in the loop; loop thread only
+    int watchedFd_ = -1;                        ///< monitor that the loop watches; loop thread only
 
     WpaConnection connection_ GUARDED_BY(socketMutex_);
 
