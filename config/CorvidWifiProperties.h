@@ -1,16 +1,16 @@
 #pragma once
 
-// Typed access to the daemon's system properties. Nothing is cached: each call reads the property
-// again, so when a change takes effect depends on the caller (docs/architecture.md, "When a
-// property takes effect"). A value that does not parse counts as one that is not set. Any thread.
+// Typed access to the daemon's system properties. Each call reads the property again, so when a
+// change takes effect depends on the caller (docs/architecture.md, "When a property takes effect").
+// A value that does not parse counts as not set. Any thread.
 
 #include <optional>
 
-// The one list of properties: P(type, accessor, name behind "persist.vendor.wifi."), and F for a
-// number whose default is a flag. docs/properties.md and device/sepolicy/property_contexts are made
-// of it, and of the comments: meaning | default that the daemon falls back to | when a change takes
-// effect. That is at a restart, at once (at the next use), or both: the feature is switched on at
-// the start only, and then the property is read at each use.
+// All properties: P(type, accessor, name after "persist.vendor.wifi."), and F for a number whose
+// default is passed as a bool. docs/properties.md and device/sepolicy/property_contexts are
+// generated from this list and its comments: meaning | default that the daemon falls back to | when
+// a change takes effect: "restart", "at once" (at the next use), or "both": a restart switches the
+// feature on, and from then on each use reads the property again.
 #define CORVID_WIFI_PROPERTIES(P, F)                                                          \
     /* P2P channel switch by the vendor netlink command; wins over the next | off | both */   \
     P(bool, cmd_cs_p2p_ecsa, "cmd.cs.p2p.ecsa")                                               \
@@ -101,7 +101,7 @@
     /* block third-order intermodulation ranges of the 2.4 GHz channel too | off | restart */ \
     P(bool, im3_mitigation_band2g, "im3.mitigation.band2g")
 
-/** One accessor per property: its value, or nothing when it is unset or does not parse. */
+/** One accessor per property: its value, or std::nullopt if it is unset or does not parse. */
 namespace android::sysprop::CorvidWifiProperties {
 
 #define CORVID_WIFI_DECLARE_(type, accessor, name) std::optional<type> accessor();
@@ -110,7 +110,7 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_, CORVID_WIFI_DECLARE_)
 
 }  // namespace android::sysprop::CorvidWifiProperties
 
-/** One wrapper per property, corvid_wifi_<accessor>(default). The caller owns the default. */
+/** One wrapper per property, corvid_wifi_<accessor>(default): the value, or else the default. */
 namespace Ursa::OS::Wifi::Sysprop {
 
 #define CORVID_WIFI_DECLARE_(type, accessor, name) type corvid_wifi_##accessor(type defaultValue);
@@ -124,14 +124,14 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DECLARE_, CORVID_WIFI_DECLARE_FLAG_)
 
 namespace Ursa::OS::Wifi {
 
-/** A property as an entry of a table: its whole name, and the wrapper that reads it. */
+/** A property as a table entry: its full name and the wrapper that reads it. */
 template <typename Type, typename Default = Type>
 struct Property {
     const char* name;
     Type (*read)(Default defaultValue);
 };
 
-/** Every property, under its accessor's name. */
+/** Every property as a table entry, named like its accessor. */
 namespace property {
 
 #define CORVID_WIFI_DEFINE_(type, accessor, name)                            \

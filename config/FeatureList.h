@@ -12,25 +12,25 @@ namespace Ursa::OS::Wifi {
 /** The bare name of a class, as in its log lines and in the dump: "StaManager". */
 template <typename Type>
 constexpr auto typeName() {
-    // clang ends the signature with "= Ursa::OS::Wifi::StaManager]", gcc leaves out the namespace
-    // that this function is in itself: "= StaManager]".
+    // clang ends the signature with "= Ursa::OS::Wifi::StaManager]"; gcc omits this function's own
+    // namespace: "= StaManager]".
     std::string_view name = __PRETTY_FUNCTION__;
     name.remove_suffix(name.size() - name.rfind(']'));
     name.remove_prefix(name.find_last_of(": ") + 1);
     return name;
 }
 
-/** What the list below says of a feature, but for its manager's type. */
+/** One entry of the list below, without its manager's type. */
 struct FeatureInfo {
     using Switch = const Property<bool>*;
 
-    std::string_view managerName;    ///< the class, as the log names it
+    std::string_view managerName;    ///< class name, as in the log
     std::string_view dumpLabel;      ///< its line in the dump
-    std::array<Switch, 2> switches;  ///< either switches it on; null: no further; none: always on
+    std::array<Switch, 2> switches;  ///< either one switches it on; both null: always on
     bool tellsClients = false;       ///< its events are relayed to the registered clients
 };
 
-/** A line of the list below: the feature of one manager. */
+/** One entry of the list below, with its manager's type. */
 template <typename ManagerType>
 struct Feature : FeatureInfo {
     using Manager = ManagerType;
@@ -54,9 +54,9 @@ struct Feature : FeatureInfo {
 };
 
 /**
- * The features. The position is the feature's number: managers are created in this order and
- * destroyed in the opposite one, and a manager may look up those above it. A new one goes to the
- * end. ("class" declares the manager: config/ knows no more of it than the name.)
+ * The features; the index is the feature's number. Managers are created in this order and destroyed
+ * in reverse, and a manager may look up those above it. Add a new one at the end. ("class"
+ * forward-declares the manager, because config/ must not include managers/.)
  */
 // clang-format off
 inline constexpr std::tuple kFeatures{
@@ -87,7 +87,7 @@ inline constexpr std::tuple kFeatures{
 };
 // clang-format on
 
-/** The same without the managers' types: a feature's number is the index. */
+/** The same entries without the managers' types. */
 inline constexpr auto kFeatureTable = std::apply(
     [](const auto&... feature) { return std::array{static_cast<const FeatureInfo&>(feature)...}; },
     kFeatures);

@@ -3,9 +3,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Whether the feature with this number (config/FeatureList.h) is switched on, read from the system
- * properties at each call. A switch only ever turns features off: those without one and unknown
- * numbers answer true. Any thread.
+ * Returns whether the feature with this number (config/FeatureList.h) is switched on, as the system
+ * properties say now. True for a feature without a switch and for an unknown number. Any thread.
  */
 bool IsFeatureEnabled(unsigned long feature);
 

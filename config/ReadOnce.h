@@ -4,14 +4,11 @@
 
 namespace Ursa::OS::Wifi {
 
-/**
- * A property's value, read at its first use and kept from then on, whatever is set later. Any
- * thread.
- */
+/** A property's value, read at its first use; later changes have no effect. Any thread. */
 template <typename T>
 class ReadOnce {
   public:
-    /** `read` is the property's accessor from Sysprop, `fallback` what it is given as default. */
+    /** `read` is the property's wrapper from Sysprop, `fallback` the default that it is given. */
     constexpr ReadOnce(T (*read)(T), T fallback) : read_(read), value_(fallback) {}
 
     T operator()() const {

@@ -21,8 +21,8 @@ constexpr std::string_view sourceName(std::string_view path) {
 }
 
 /**
- * Writes one line: `source`, ": " and the formatted text, cut at liblog's own limit of 1 KiB.
- * `priority` is an ANDROID_LOG_* value. Any thread.
+ * Writes one line: `source`, ": " and the formatted text, cut to liblog's limit of 1 KiB. Does
+ * nothing if the tag's level is above `priority` (an ANDROID_LOG_* value). Any thread.
  */
 void logLine(int priority, std::string_view source, const char* format, ...)
     __attribute__((format(printf, 3, 4)));

@@ -48,7 +48,7 @@ using MutexLock = Lock<Mutex>;
 using RecursiveMutexLock = Lock<RecursiveMutex>;
 using ExclusiveLock = Lock<SharedMutex>;
 
-/** Holds a SharedMutex together with other readers for a scope. */
+/** Holds a SharedMutex, shared with other readers, for a scope. */
 class SCOPED_CAPABILITY SharedLock {
   public:
     explicit SharedLock(SharedMutex& mutex) ACQUIRE_SHARED(mutex) : mutex_(mutex) {

@@ -64,7 +64,7 @@ int Poll::addFd(int fd, uint32_t events, Callback callback) {
 }
 
 void Poll::removeFd(int fd) {
-    SharedCallback removed;  // destroyed after the lock, for it may hold anything
+    SharedCallback removed;  // destroyed after unlocking: its destructor may call back into Poll
     {
         auto state = state_.lock();
         const auto found = state->fdMap.find(fd);
@@ -111,9 +111,9 @@ int Poll::poll(int timeoutMs) {
         return count;
     }
 
-    // One lock for the whole batch: without, "Poll, 10 ready / libevent with locks" in
-    // docs/benchmarks.md misses its target of 1.00 (1.05 measured). A callback that removes a
-    // registration makes what was looked up here stale; each later event is looked up by itself.
+    // One lock for the whole batch: without it, "Poll, 10 ready / libevent with locks" in
+    // docs/benchmarks.md misses its target of 1.00 (1.05 measured). Once a callback has removed a
+    // registration, the batch's look-ups are stale and each later event is looked up by itself.
     std::array<SharedCallback, kMaxEvents> callbacks;
     uint32_t removals;
     {

@@ -14,18 +14,18 @@
 
 namespace Ursa::OS {
 
-/** What a callback answers after each event. */
+/** What a callback returns after each event. */
 enum class PollAction {
     Continue = 0,  ///< keep watching the descriptor
     Remove = 1,    ///< stop watching it, as by Poll::removeFd
 };
 
 /**
- * An epoll loop: one thread, the owner's, calls poll() again and again, which runs the callbacks of
- * ready descriptors. addFd() and removeFd() are thread-safe and may be called from callbacks; no
- * lock is held while one runs. After removeFd() on the loop thread the callback is never called
- * again. After removeFd() on another thread it may still be running or about to run, so it must
- * hold whatever it uses.
+ * An epoll loop: its owner's thread calls poll() repeatedly, which runs the callbacks of ready
+ * descriptors. addFd() and removeFd() are thread-safe and may be called from callbacks; no lock is
+ * held while a callback runs. After removeFd() on the loop thread the callback never runs again.
+ * After removeFd() on another thread it may still be running or about to run, so it must own
+ * whatever it uses.
  */
 class Poll {
   public:
@@ -39,26 +39,24 @@ class Poll {
     Poll& operator=(const Poll&) = delete;
 
     /**
-     * Watches `fd` (not owned) for `events` (an epoll mask, level-triggered unless it says
-     * otherwise). Returns 0. A descriptor that is registered already, and one that epoll refuses,
-     * are programming errors: the process aborts.
+     * Watches `fd` (not owned) for `events` (an epoll mask; level-triggered without EPOLLET).
+     * Returns 0. Aborts the process if the descriptor is registered already or epoll refuses it:
+     * both are programming errors.
      */
     int addFd(int fd, uint32_t events, Callback callback);
 
     /**
-     * Stops watching `fd`; to be called before it is closed. An unknown descriptor is logged and
-     * tolerated. So is one that was closed first, unless another file has its number by now: then
-     * the process aborts.
+     * Stops watching `fd`; call it before the descriptor is closed. An unknown descriptor is logged
+     * and ignored. So is one that was closed first, but if its number has been reused by then, the
+     * process aborts.
      */
     void removeFd(int fd);
 
     /**
-     * Waits once, at most `timeoutMs` milliseconds (0: only looks, negative: for ever), and runs
-     * the callbacks of at most 10 ready descriptors; more are left for the next call. Only one
-     * thread may call this.
-     *
-     * Returns the number of events, 0 on time-out, or a negative errno; -EINVAL at once when it is
-     * to wait for ever and nothing is registered.
+     * Waits once, at most `timeoutMs` milliseconds (0: does not wait, negative: no limit), and runs
+     * the callbacks of at most 10 ready descriptors; the others wait for the next call. One thread
+     * only. Returns the number of events, 0 on time-out, or a negative errno: -EINVAL, at once, if
+     * there is no limit and nothing is registered.
      */
     int poll(int timeoutMs);
 
@@ -78,20 +76,20 @@ class Poll {
 
     static constexpr int kMaxEvents = 10;
 
-    // An event carries its registration's token, not the descriptor: (registration count << 32) |
-    // descriptor. So an event that was queued for a registration that has gone cannot reach a newer
-    // one of the same descriptor number.
+    // An event carries its registration's token, (registration count << 32) | descriptor, instead
+    // of the bare descriptor. So an event for a removed registration cannot reach a newer one that
+    // reuses the descriptor's number.
 
     /** Looks up and runs one event's callback. */
     void dispatch(uint64_t token, uint32_t events);
-    /** `callback` is null when the registration has gone. */
+    /** `callback` is null if the registration was removed. */
     void run_(const SharedCallback& callback, uint64_t token, uint32_t events);
     static SharedCallback find_(const State& state, uint64_t token);
 
     /**
-     * The registration that dispatch() looked up last, found again without the lock as long as
-     * nothing was removed since. Without it, "Poll, 1 ready" in docs/benchmarks.md misses its
-     * target of 1.06 (1.08 measured).
+     * The registration that dispatch() looked up last. Valid without the lock until a registration
+     * is removed. Without this cache, "Poll, 1 ready" in docs/benchmarks.md misses its target of
+     * 1.06 (1.08 measured).
      */
     struct Recent {
         uint64_t token = 0;
@@ -101,9 +99,9 @@ class Poll {
 
     android::base::unique_fd epollFd_;
     ValueMutexBase<State, std::mutex> state_;
-    /** How many callbacks there are, for poll() to read without the lock. */
+    /** Number of callbacks; poll() reads it without the lock. */
     std::atomic<size_t> registered_{0};
-    /** Counts removals: what was looked up stays true until the next one. */
+    /** Counts removals; each one invalidates earlier look-ups. */
     std::atomic<uint32_t> removals_{0};
     Recent recent_;  ///< loop thread only
 };

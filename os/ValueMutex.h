@@ -6,7 +6,7 @@
 namespace Ursa::OS {
 
 /**
- * Access to a value while its mutex is held: lives as long as the lock should.
+ * A lock and a pointer to the value that it guards: holds the mutex until it is destroyed.
  *
  *     ValueMutator tasks(mutex, map);
  *     tasks["StaManager.worker"] = gettid();
@@ -31,7 +31,7 @@ class ValueMutator {
 };
 
 /**
- * A value that is only reached while its mutex is held.
+ * A value with its mutex, accessible only through lock().
  *
  *     ValueMutexBase<State, std::mutex> state_;
  *     auto state = state_.lock();   // held until `state` goes out of scope
