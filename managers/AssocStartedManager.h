@@ -13,7 +13,7 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 
 /**
- * Tells one listener that a P2P interface has begun to associate. The supplicant reports that on
+ * Tells one listener that a P2P interface has started to associate. The supplicant reports that on
  * the station's socket, with the interface's name. Runs on the listener thread.
  */
 class AssocStartedManager : public FeatureManager {
@@ -23,8 +23,9 @@ class AssocStartedManager : public FeatureManager {
     explicit AssocStartedManager(std::shared_ptr<CorvidWifiClient> client);
     ~AssocStartedManager() override;
 
-    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). Any thread. */
     bool linkAssocStartedCallback(Listener& listener);
+    /** Waits until the listener is not running on another thread. Any thread. */
     void unlinkAssocStartedCallback();
 
   private:

@@ -9,9 +9,9 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-// The wide channels of the 5 GHz band by their centres, MHz (IEEE 802.11, Annex E: channel numbers
-// 38, 46, ... and 42, 58, ...), without a gap wherever 20 MHz channels follow each other. Not cut
-// to a regulatory domain: the driver refuses what its own does not allow.
+// Centre frequencies of the wide 5 GHz channels, MHz (IEEE 802.11, Annex E: channels 38, 46, ...
+// and 42, 58, ...). Regulatory domains are left to the driver, which refuses what its own does not
+// allow.
 
 /** Each holds the two 20 MHz channels at centre - 10 and + 10. */
 constexpr unsigned kCenters40[] = {
@@ -27,7 +27,7 @@ constexpr unsigned kCenters80[] = {
     5775, 5855,              // from 5745
 };
 
-/** The centre of the channel, of those listed, that has `freq` as one of its 20 MHz channels. */
+/** The centre of the listed channel that contains the 20 MHz channel at `freq`. */
 template <size_t Count>
 std::optional<unsigned> centerOf(unsigned freq, const unsigned (&centers)[Count],
                                  unsigned bandwidth) {

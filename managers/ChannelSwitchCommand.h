@@ -13,8 +13,8 @@ struct ChannelSwitchCommand {
     bool vhtEnabled = false;              ///< set above 20 MHz
 
     /**
-     * Builds the command. At 20 MHz any frequency is taken; at 40 and 80 it must be one of the
-     * 5 GHz channels that the standard groups. Logs an error and returns false for anything else.
+     * Builds the command. 20 MHz takes any frequency; 40 and 80 need one that is a 20 MHz channel
+     * of a wide 5 GHz channel (IEEE 802.11). Logs an error and returns false for anything else.
      */
     static bool fromFrequencyAndBandwidth(unsigned freq, unsigned bandwidth,
                                           ChannelSwitchCommand& out);

@@ -28,13 +28,15 @@ class ChannelSwitchManager : public FeatureManager {
     explicit ChannelSwitchManager(std::shared_ptr<CorvidWifiClient> client);
     ~ChannelSwitchManager() override;
 
-    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). Any thread. */
     bool linkChannelSwitchCallback(Listener& listener);
+    /** Waits until the listener is not running on another thread. Any thread. */
     void unlinkChannelSwitchCallback();
 
     /**
-     * `channel` is an IEEE 802.11 channel number, `bandwidth` in MHz. Which of the two commands is
-     * sent depends on properties read at each call. Returns whether the driver accepted it.
+     * `channel` is an IEEE 802.11 channel number, `bandwidth` is in MHz. Two properties, read at
+     * each call, choose the command: a vendor command or one on the supplicant's socket. Returns
+     * whether the driver accepted it.
      */
     bool startCsa(unsigned channel, unsigned bandwidth) EXCLUDES(csaMutex_);
 
@@ -46,12 +48,12 @@ class ChannelSwitchManager : public FeatureManager {
     void channelSwitchEventHandler_(const std::string& event) REQUIRES(eventMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    /** Held until the command is answered, so that requests are sent one by one. */
+    /** Held until the command is answered: one request at a time. */
     RecursiveMutex csaMutex_;
     RelayListener<const ChannelSwitchResult&> listener_;
-    /** Held while an event and its listener run, so that the listener gets one at a time. */
+    /** Held while an event's listener runs: one event at a time. */
     Mutex eventMutex_;
-    /** What the last event of each interface told, MHz; 0 for none and for a negative one. */
+    /** Each interface's frequency in its last event, MHz; 0 for none or a negative one. */
     std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
     std::unique_ptr<WifiClientCallback> subscription_;
 };

@@ -94,7 +94,7 @@ void CoexManager::processEvent() {
         try {
             map->trigger(event);
         } catch (const std::exception& error) {
-            // A subscriber's defect must not end the thread that every other one lives on.
+            // One subscriber's exception must not end the thread that serves all of them.
             WIFI_LOGE("A subscriber of type %d failed: %s", static_cast<int>(event.type),
                       error.what());
         }
@@ -148,8 +148,8 @@ void CoexManager::setWifiCallback_() {
     using Event = CoexEventType;
     constexpr auto kSta = NetInterfaceType::STA;
     constexpr auto kP2p = NetInterfaceType::P2P;
-    // The group's channel switches come on the station's socket: that is where the supplicant
-    // reports every one. Subscribers tell the interfaces apart by the name in the text.
+    // The supplicant reports every channel switch, the P2P group's included, on the station's
+    // socket. Subscribers tell the interfaces apart by the name in the text.
     static constexpr Source kSources[] = {
         {Wpa::WPA_STA_CHANNEL_SWITCH, kSta, "CoexManager.onWifiStaChannelSwitch",
          Event::WIFI_STA_CHANNEL_SWITCH},

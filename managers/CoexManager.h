@@ -32,46 +32,46 @@ enum class CoexEventType : int32_t {
     WIFI_P2P_CHANNEL_SWITCH = 5,
 };
 
-/** What a coexistence subscriber receives. */
+/** An event as a coexistence subscriber receives it. */
 struct CoexAction {
     CoexEventType type;
-    /** The supplicant's event text, unchanged; subscribers read it themselves. */
+    /** The supplicant's event text, unparsed. */
     std::string data;
 };
 
-/** One subscription that a coexistence manager asks for. */
+/** One subscription to a coexistence event. */
 struct CoexActionPackage {
     CoexEventType type;
-    /** The action's name in the task map, where each run is noted before it begins. */
+    /** The action's name in the task map, for example "MipiClockManager.onWifiStaConnected". */
     std::string task;
+    /** Runs on the dispatcher thread. */
     std::function<void(const CoexAction&)> action;
 };
 
-/** A subscription, which ends with this object: the action then runs no more. */
+/** A subscription for this object's lifetime; after destruction the action never runs again. */
 using CoexRegistration = std::unique_ptr<CallbackMapRegister<const CoexAction&>>;
 
 /**
- * Turns the supplicant's events into six coexistence events and passes them to its subscribers, one
- * at a time in the order of arrival, on a thread of its own: their work may wait for outside
- * services for seconds, which would block the listener thread. The destructor ends that thread
- * first.
+ * Turns supplicant events into six coexistence events and passes them to its subscribers, one at a
+ * time in the order of arrival, on the dispatcher thread. That thread exists because subscribers
+ * wait seconds for other services, which would block the listener thread. The destructor joins it.
  */
 class CoexManager : public FeatureManager {
   public:
     explicit CoexManager(std::shared_ptr<CorvidWifiClient> client);
     ~CoexManager() override;
 
-    /** Returns null, with a warning, for a type outside the enumeration. */
+    /** Returns null, with a warning, for a type outside the enumeration. Any thread. */
     CoexRegistration registerCoexActionCallback(const CoexActionPackage& package);
 
     /** Queues an event and wakes the dispatcher. Any thread. */
     void signalEvent(CoexEventType type, const std::string& data) EXCLUDES(queueMutex_);
 
-    /** Runs the subscribers of everything queued. On the dispatcher thread only. */
+    /** Runs the subscribers of all queued events. On the dispatcher thread only. */
     void processEvent() EXCLUDES(queueMutex_);
 
   private:
-    using CoexEvent = CoexAction;  // the same two fields, on their way
+    using CoexEvent = CoexAction;  // as queued
 
     void startDispatcher_();
     void stopDispatcher_();
@@ -95,8 +95,8 @@ class CoexManager : public FeatureManager {
 };
 
 /**
- * Subscribes each package with the dispatcher. Without one, nothing happens but the composition
- * root's warning.
+ * Subscribes each package with the CoexManager. If that is switched off, returns no registrations;
+ * the composition root logs a warning.
  */
 std::vector<CoexRegistration> registerCoexActions(CorvidWifiClient& client,
                                                   const std::vector<CoexActionPackage>& packages);

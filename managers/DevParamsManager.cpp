@@ -12,7 +12,7 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** By index: the order in which they are sent. */
+/** Indexed by access category, in the order of sending. */
 constexpr std::array kAccessCategories = {"AC_BE", "AC_BK", "AC_VI", "AC_VO"};
 
 }  // namespace
@@ -73,7 +73,7 @@ bool DevParamsManager::setDevParams(ParamConfigType type) {
 bool DevParamsManager::sendCommandSetAcConfig(const std::string& ifname, unsigned ac,
                                               unsigned ampduLimit, unsigned amsduLimit,
                                               unsigned retryLimit, unsigned ppduDurUs) {
-    // The two blanks before the 0 are what the driver is sent.
+    // Two blanks before the 0: deployed drivers are sent exactly this text.
     const std::string command =
         "DRIVER SET_AC_CONFIG " + std::to_string(ac) + " 1 " + std::to_string(ampduLimit) +
         " 65535 " + " 0 " + std::to_string(amsduLimit) + " 65535 " + std::to_string(retryLimit) +

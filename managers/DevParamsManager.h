@@ -11,8 +11,8 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 
 /**
- * Sends the driver's transmit parameters at each connection of the station, on the listener thread.
- * They are read from the system properties when the manager is built.
+ * Sends the driver's transmit parameters at each station connection, on the listener thread. They
+ * are read from the system properties in the constructor.
  */
 class DevParamsManager : public FeatureManager {
   public:
@@ -26,16 +26,19 @@ class DevParamsManager : public FeatureManager {
     ~DevParamsManager() override;
 
     /**
-     * Sends one set. Returns false when there is no station interface, for an unknown type, and for
-     * UL_MU when it was not sent; failures inside AC_AND_UL_MU are logged only.
+     * Sends one set. Returns false without a station interface, for an unknown type, and for UL_MU
+     * if it was not sent. In AC_AND_UL_MU a failed command is logged and the result stays true.
      */
     bool setDevParams(ParamConfigType type);
 
-    /** One access category (0 to 3). Returns whether the supplicant took the command. */
+    /**
+     * Sends the parameters of one access category (0 to 3): frames per A-MPDU and A-MSDU, number of
+     * retries, PPDU duration in microseconds. Returns whether the command was answered.
+     */
     bool sendCommandSetAcConfig(const std::string& ifname, unsigned ac, unsigned ampduLimit,
                                 unsigned amsduLimit, unsigned retryLimit, unsigned ppduDurUs);
 
-    /** Sends 0 only; for any other value it returns false and sends nothing. */
+    /** Sends the command for 0; returns false without sending for any other value. */
     bool sendCommandSetUlMuConfig(unsigned value);
 
   private:
@@ -45,7 +48,7 @@ class DevParamsManager : public FeatureManager {
     std::unique_ptr<WifiClientCallback> subscription_;
 
     ParamConfigType defaultConfig_ = ParamConfigType::AC_AND_UL_MU;
-    // Read and kept, but no command of the driver takes them yet.
+    // Read from the properties, but no driver command takes them yet.
     unsigned sifsBurstDurUs_ = 0;
     unsigned rtsEnable_ = 0;
     unsigned ppduDurOffsetUs_ = 0;

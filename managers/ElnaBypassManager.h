@@ -8,14 +8,14 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** Sets the bypass of the external low-noise amplifier on request, on the HIDL thread. */
+/** Sets the bypass of the external low-noise amplifier (eLNA) on request, on the HIDL thread. */
 class ElnaBypassManager : public FeatureManager {
   public:
     explicit ElnaBypassManager(std::shared_ptr<CorvidWifiClient> client);
 
     /**
-     * `mode` is the driver's own. Returns whether the supplicant took the command; false when the
-     * property, read at each call, forbids it or there is no station interface.
+     * `mode` is passed to the driver unchecked. Returns whether the command was answered; false if
+     * the property, read at each call, forbids it or there is no station interface.
      */
     bool setElnaBypass(unsigned mode);
 

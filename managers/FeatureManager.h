@@ -5,16 +5,17 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * What every feature manager is: built by the composition root from the shared client (it
- * subscribes in its constructor), and able to describe itself in the dump.
+ * Base of the feature managers. The composition root constructs each from the shared client; it
+ * subscribes to events in its constructor.
  */
 class FeatureManager {
   public:
     virtual ~FeatureManager() = default;
 
     /**
-     * Appends the manager's state, a tab before each line, and returns whether it wrote any. Most
-     * have nothing to tell. Called on the HIDL thread.
+     * Appends the manager's state to the dump, a tab before each line; returns whether there is
+     * any. Called on the HIDL thread, while events run on others: state that it reads needs a lock
+     * or is atomic.
      */
     virtual bool dumpInfo(std::string& /*out*/) { return false; }
 };

@@ -18,7 +18,7 @@ using Sensors::ControllerWirelessFreqBlocklists;
 
 namespace {
 
-/** Channels 1 to 13 and what the controllers' link must leave to each. */
+/** Channels 1 to 13 and the range that is blocked for each. */
 constexpr std::array<FrequencyMap, 13> kChannels = {{
     {2412, 2402, 2430},
     {2417, 2402, 2434},

@@ -16,7 +16,7 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** A 2.4 GHz channel and the range that the controllers keep off for its sake, all MHz. */
+/** A 2.4 GHz channel's centre and the range that is blocked for the controllers, all MHz. */
 struct FrequencyMap {
     uint16_t centerFreq;
     uint16_t startFreq;
@@ -24,31 +24,32 @@ struct FrequencyMap {
 };
 
 /**
- * The frequency that the controllers must avoid: the station's on 2.4 GHz, otherwise the P2P
- * group's, whatever its band. MHz, -1 for none.
+ * Returns the frequency that the controllers must avoid: the station's if it is on 2.4 GHz, else
+ * the P2P group's in any band. MHz, -1 for none.
  */
 int32_t chooseBlockedFrequency(int32_t staFreq, int32_t p2pFreq);
 
-/** The channel table's row of a frequency: 0 to 12; -1 for none, -2 for one without a row. */
+/** The channel number minus 1 of a frequency in MHz: 0 to 12; -1 if negative, -2 if no channel's.
+ */
 int channelIndex(int32_t freq);
 
 /**
- * Keeps the hand controllers' own 2.4 GHz link off the Wi-Fi channel, through the sensor service.
- * Its actions run on the coexistence dispatcher; each call of the service on a worker with a time
- * limit.
+ * Keeps the hand controllers' own 2.4 GHz link off the Wi-Fi channel: tells the sensor service
+ * which range to block. Its actions run on the coexistence dispatcher; each update of the service's
+ * list runs on a worker with a time limit. docs/architecture.md ("From an event to the blocklist").
  */
 class FrequencyBlockManager : public FeatureManager {
   public:
-    /** `limit` is the longest that the sensor service is waited for; tests shorten it. */
+    /** `limit` is the longest wait for one update of the sensor service; tests shorten it. */
     explicit FrequencyBlockManager(std::shared_ptr<CorvidWifiClient> client,
                                    std::chrono::milliseconds limit = std::chrono::seconds(1));
     ~FrequencyBlockManager() override;
 
-    /** Asks the sensor service on the calling thread, without a time limit. */
+    /** Queries the sensor service on the calling thread, without a time limit. */
     bool dumpInfo(std::string& out) override;
 
   private:
-    /** What a worker shares with the manager, which it may outlive. */
+    /** State that the manager shares with a worker, which may outlive it. */
     struct Shared {
         explicit Shared(bool im3) : im3MitigationBand2g(im3) {}
 
@@ -65,12 +66,13 @@ class FrequencyBlockManager : public FeatureManager {
     void onWifiP2pDisconnected_(const std::string& event);
     void onWifiP2pChannelSwitch_(const std::string& event);
 
-    /** Returns true when the sensor service was told of a change. */
+    /** If the frequency to block changed, has a worker update the list. Returns whether it did. */
     bool updateFrequencyBlock_();
+    /** Runs on a worker. A negative index clears the list. */
     static bool setFrequencyBlockByChannel_(Shared& shared, int channelIndex);
-    /** Clears the whole list, if some of it is ours. */
+    /** Clears the whole list, other clients' ranges too, if we have set any of it. */
     static bool clearBlock_(Sensors::ControllerProvider& provider, Shared& shared);
-    /** Adds a channel behind what is in the list, by us or by others: only a clear removes. */
+    /** Appends a channel's range to the list; earlier ranges stay until the list is cleared. */
     static bool addBlock_(Sensors::ControllerProvider& provider, Shared& shared,
                           Sensors::ControllerWirelessFreqBlocklists& list, int channelIndex);
     bool getFrequencyBlock_(Sensors::ControllerWirelessFreqBlocklists& list);

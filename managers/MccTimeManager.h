@@ -17,14 +17,14 @@ class MccTimeManager : public FeatureManager {
     explicit MccTimeManager(std::shared_ptr<CorvidWifiClient> client);
 
     /**
-     * `value` is the station's share in percent, passed on without a check. Which of the two
-     * commands is sent depends on properties read at each call. Returns whether it was sent.
+     * `value` is the station's share in percent, not checked. Two properties, read at each call,
+     * choose the command. Returns whether the supplicant answered it or the kernel accepted it.
      */
     bool setMccTimeAllocation(unsigned value);
 
   private:
     bool _sendCommandP2pIncreaseBw(unsigned value);
-    /** The P2P group gets 100 - value, which wraps above 100: the driver is sent that number. */
+    /** Sends the P2P group's share, 100 - value. Above 100 that wraps, and is sent all the same. */
     bool _sendCommandMccQuota(unsigned value);
 
     const std::shared_ptr<CorvidWifiClient> client_;

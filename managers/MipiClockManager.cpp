@@ -29,7 +29,7 @@ struct ClockRange {
     int32_t clock;
 };
 
-/** Where harmonics of the usual 384 MHz fall into a Wi-Fi band. */
+/** Frequencies that harmonics of the usual 384 MHz clock disturb. */
 constexpr std::array<ClockRange, 4> kClocks = {{
     {5745, 5885, kClock398},
     {6115, 6255, kClock398},
@@ -101,7 +101,7 @@ void MipiClockManager::onWifiStaConnected_() {
 
 void MipiClockManager::onWifiStaDisconnected_(const std::string& event) {
     WIFI_LOGI("Wi-Fi STA event(DISCONNECTED %s)", event.c_str());
-    // The clock stays: without a link no harmonic disturbs, and the next link sets its own.
+    // The clock stays: without a link nothing is disturbed, and the next link sets its own.
 }
 
 void MipiClockManager::onWifiStaChannelSwitch_(const std::string& event) {
@@ -124,7 +124,7 @@ bool MipiClockManager::notifyListener_(int32_t newClock) {
     bool accepted = false;
     for (int attempt = 1; attempt <= kMaxAttempts && !accepted; ++attempt) {
         if (ending_) {
-            return false;  // neither taken nor refused: there is nothing to report
+            return false;  // neither accepted nor refused, so no atom is reported
         }
         WIFI_LOGD("(%d/%d) notify new clock:%d", attempt, kMaxAttempts, clock);
         accepted = notifySensorService_(clock);
@@ -168,7 +168,7 @@ bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
     }
     WIFI_LOGD("CameraProvider: calling API");
     const std::string camera = kCameraName;
-    // Its own result is not looked at.
+    // The result is ignored: a call that returns counts as accepted.
     BoundedWorker::mayHang([&] { return provider->notifyMipiClock(camera, clock); });
     WIFI_LOGD("CameraProvider: API has successfully returned");
     return true;

@@ -12,8 +12,8 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 
 /**
- * Sets the P2P group owner's notice of absence (HIDL thread), and sets it again after each scan of
- * the station (listener thread), because the driver drops it when it scans.
+ * Sets the P2P group owner's notice of absence (HIDL thread), and again after each station scan
+ * (listener thread), because the driver drops it while scanning.
  */
 class NoaManager : public FeatureManager {
   public:
@@ -21,9 +21,9 @@ class NoaManager : public FeatureManager {
     ~NoaManager() override;
 
     /**
-     * `count` is 255 for a repeating schedule or 0 to end it; anything else is refused and forgets
-     * nothing. The values are in the driver's own units. An accepted schedule is kept, and tried
-     * again after the next scan, even when it could not be sent now. Returns whether it was sent.
+     * `count` is 255 for a repeating schedule or 0 to end it; any other is refused and the stored
+     * schedule stays. The values are in the driver's own units. An accepted schedule is stored and
+     * sent again after each scan, even if it cannot be sent now. Returns whether it was sent.
      */
     bool setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue2);
 
@@ -31,7 +31,7 @@ class NoaManager : public FeatureManager {
     void onStaScanEnded_(const std::string& event);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    /** Held across the command, so that the driver's schedule is the stored one. */
+    /** Held across the command, so that the driver's schedule matches the stored one. */
     RecursiveMutex mutex_;
     std::unique_ptr<WifiClientCallback> subscription_;
     bool noaSet_ GUARDED_BY(mutex_) = false;

@@ -11,7 +11,7 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** What sits at the other end of the P2P group. */
+/** The kind of device at the other end of the P2P group. */
 enum class P2pDeviceType : uint32_t {
     NONE = 0,
     HALBERD = 1,
@@ -19,13 +19,13 @@ enum class P2pDeviceType : uint32_t {
     UNKNOWN = 3,
 };
 
-/** Aligned so that one instruction reads or writes all of it: clang calls a library otherwise. */
+/** Aligned to its size, so that std::atomic<P2pInfo> is lock-free with clang too. */
 struct alignas(2 * sizeof(int32_t)) P2pInfo {
-    int32_t frequency = -1;  ///< MHz, -1 when unknown
-    int32_t bandwidth = -1;  ///< -1, unknown: no event tells it
+    int32_t frequency = -1;  ///< MHz, -1 if unknown
+    int32_t bandwidth = -1;  ///< always -1, unknown: no event carries it
 };
 
-/** Stores the current P2P group and the paired device, atomically. Any thread. */
+/** Stores the current P2P group and the paired device. Lock-free; any thread. */
 class P2pManager : public FeatureManager {
   public:
     explicit P2pManager(std::shared_ptr<CorvidWifiClient> client);
@@ -41,7 +41,7 @@ class P2pManager : public FeatureManager {
 
   private:
     const std::shared_ptr<CorvidWifiClient> client_;
-    /** The headset assumes its companion until told otherwise. */
+    /** Assumed to be the companion device until a client says otherwise. */
     std::atomic<P2pDeviceType> pairedDeviceType_{P2pDeviceType::HALBERD};
     std::atomic<P2pInfo> info_{P2pInfo{}};
     static_assert(std::atomic<P2pInfo>::is_always_lock_free);

@@ -13,8 +13,9 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 
 /**
- * Keeps the driver's power-surge detection on while the station is on 5 GHz or has a strong signal,
- * and off on a weak 2.4 GHz link and without one. Fed by StaManager on its threads.
+ * Switches the driver's power-surge detection on while the station is on 5 GHz or has a strong
+ * signal, and off on a weak 2.4 GHz link or without a link. Results arrive from StaManager, on its
+ * worker or on the listener thread.
  */
 class PowerJumpDetectManager : public FeatureManager {
   public:
@@ -25,14 +26,14 @@ class PowerJumpDetectManager : public FeatureManager {
                                     const ReadOnce<int>& rssiThreshold = rssiThresholdOfProcess());
     ~PowerJumpDetectManager() override;
 
-    /** The configured threshold (dBm); what was read once holds until the process ends. */
+    /** The configured threshold (dBm), read once per process. */
     static const ReadOnce<int>& rssiThresholdOfProcess();
 
   private:
     void setCallback_();
     void onStaConnected_(const StaResult& result);
     void onStaDisconnected_(const StaResult& result);
-    /** Sends a change; one that can't be sent is tried again at the next result. */
+    /** Sends `state` if it differs; if that fails, the next result tries again. */
     void setPowerJumpDetect_(State state) REQUIRES(handlerMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;

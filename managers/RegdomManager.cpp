@@ -41,7 +41,7 @@ void RegdomManager::onRegdomUpdated(const std::string& event) {
         return;
     }
     if (result.alpha2.size() != 2) {
-        // "XZ" stands for the world domain and "00" for every other one without a country.
+        // "XZ" is the world domain, "00" any other domain without a country.
         result.alpha2 = result.type == "WORLD" ? "XZ" : "00";
     }
     if (*listener == nullptr) {

@@ -13,10 +13,7 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/**
- * Relays regulatory-domain changes, seen on either socket, to one listener. Events are handled on
- * the listener thread.
- */
+/** Relays regulatory-domain changes from either socket to one listener, on the listener thread. */
 class RegdomManager : public FeatureManager {
   public:
     using Listener = std::function<void(const RegdomUpdatedResult&)>;
@@ -24,8 +21,9 @@ class RegdomManager : public FeatureManager {
     explicit RegdomManager(std::shared_ptr<CorvidWifiClient> client);
     ~RegdomManager() override;
 
-    /** Stores a copy of `listener`. Returns false if one is linked already (logged). */
+    /** Stores a copy of `listener`. Returns false if one is linked already (logged). Any thread. */
     bool linkRegdomUpdatedCallback(Listener& listener);
+    /** Waits until the listener is not running on another thread. Any thread. */
     void unlinkRegdomUpdatedCallback();
 
   private:

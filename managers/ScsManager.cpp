@@ -80,7 +80,7 @@ void putBytes(requestFrame& frame, size_t offset, const void* bytes, size_t size
     memcpy(frame.bytes.data() + offset, bytes, size);
 }
 
-/** What does not depend on the link or the profile. */
+/** A frame with the fields that do not depend on the link or the profile. */
 requestFrame makeFrame(bool add) {
     requestFrame frame;
     frame.size = add ? kAddFrameSize : kRemoveFrameSize;
@@ -116,7 +116,7 @@ void putIp(requestFrame& frame, size_t offset, const std::string& text) {
     putBytes(frame, offset, &address, sizeof(address));
 }
 
-/** A port that is none is written as 0. */
+/** A port above 65535 is written as 0. */
 void putPort(requestFrame& frame, size_t offset, uint32_t port) {
     const uint16_t value = htons(port <= UINT16_MAX ? static_cast<uint16_t>(port) : 0);
     putBytes(frame, offset, &value, sizeof(value));
@@ -147,7 +147,7 @@ bool putLink(requestFrame& frame, const std::string& status) {
     return true;
 }
 
-/** Fills in what tells the stream from others. */
+/** Fills in the fields that classify the stream. */
 void putStream(requestFrame& frame, const ScsProfile& profile) {
     putIp(frame, kSourceIp, profile.remoteIp);
     putIp(frame, kDestinationIp, profile.localIp);
@@ -160,7 +160,7 @@ void putStream(requestFrame& frame, const ScsProfile& profile) {
 
 /** Aborts, as gsl::span does when its size precondition fails. */
 [[noreturn]] void endForSizeOfNoSpan() {
-    // Quoted by crash reports, wherever the library is: the words must stay.
+    // Crash reports are matched by this text, so it is the same wherever the library is installed.
     constexpr char kMessage[] =
         "GSL Precondition failure at external/Microsoft-GSL/include/gsl/span: 372 "
         "`size != dynamic_extent`";
@@ -248,7 +248,7 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
     if (profile == nullptr) {
         return true;
     }
-    // The supplicant knows the headset's address best.
+    // The supplicant's address replaces the client's, which is used only if STATUS has none.
     if (!getValueFromWpaCmdStatusReply(status, "ip_address", profile->localIp)) {
         WIFI_LOGW("Cannot parse ip_address from wpa_supplicant STATUS reply.");
     }

@@ -13,13 +13,13 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** A stream that is to be prioritised, from the far end to the headset. */
+/** A downlink stream to prioritise, from the remote host to the headset. */
 struct ScsProfile {
     uint32_t ipVersion = 0;   ///< 0 = IPv4, 1 = IPv6
-    std::string localIp;      ///< headset's address, dotted
-    uint32_t localPort = 0;   ///< above 65535 counts as 0
-    std::string remoteIp;     ///< far end's address, dotted
-    uint32_t remotePort = 0;  ///< above 65535 counts as 0
+    std::string localIp;      ///< headset's address, dotted decimal
+    uint32_t localPort = 0;   ///< above 65535 is sent as 0
+    std::string remoteIp;     ///< remote host's address, dotted decimal
+    uint32_t remotePort = 0;  ///< above 65535 is sent as 0
     uint32_t reserved = 0;
     uint8_t dscp = 0;
     uint8_t protocol = 0;  ///< IP protocol number
@@ -36,8 +36,8 @@ struct requestFrame {
 /**
  * Asks the access point to prioritise streams (IEEE 802.11 Stream Classification Service). Every
  * request uses the same SCSID; the access point's response is not read. set() and clear() run on
- * the HIDL thread. A disconnection (listener thread) forgets all profiles, even one whose set() has
- * not returned yet.
+ * the HIDL thread. A disconnection (listener thread) removes all profiles, including one whose
+ * set() is still running.
  */
 class ScsManager : public FeatureManager {
   public:
@@ -50,13 +50,13 @@ class ScsManager : public FeatureManager {
      */
     int set(ScsProfile& profile);
 
-    /** Returns false for an unknown id, and when the frame could not be sent. */
+    /** Returns false for an unknown id, or if the frame could not be sent. */
     bool clear(int id);
 
-    /** Builds and sends the frame that adds `profile`, or for null the one that removes. */
+    /** Sends a request that adds `profile`, or a remove request for null. */
     bool constructAndSendRequestFrame(ScsProfile* profile);
 
-    /** Fills in what depends on the link and the profile. Returns false when not associated. */
+    /** Fills in the fields of the link and the profile. Returns false if not associated. */
     bool constructRequestFrameV4(ScsProfile* profile, requestFrame& frame);
 
     /**

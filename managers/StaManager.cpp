@@ -27,12 +27,12 @@ const char* bandwidthText(int code) {
             return "80";
         case 5:
             return "160";
-        default:  // 80+80 MHz (4) too: the dump has no word for it
+        default:  // also 80+80 MHz (4), which the dump shows as unknown
             return "unknown";
     }
 }
 
-/** Runs a step of the worker. What it throws (no memory, for example) costs that step only. */
+/** Runs a step of the worker. An exception (std::bad_alloc, for example) skips only that step. */
 template <typename Step>
 void guarded(Step step) {
     try {
@@ -59,7 +59,7 @@ StaManager::~StaManager() {
         notifyDisconnected_();
     }
     subscription_.reset();
-    // A connection that came in between has started a worker again.
+    // A connection before the reset may have started another worker.
     MutexLock lock(handlerMutex_);
     stopWorker_();
 }
@@ -168,8 +168,8 @@ void StaManager::notify_(CallbackMap<const StaResult&>& subscribers, const StaRe
     try {
         subscribers.trigger(result);
     } catch (const std::exception& error) {
-        // A subscriber's defect must end neither the worker nor the destructor, nor keep a new link
-        // from its worker.
+        // One subscriber's exception must not end the worker or the destructor, nor prevent the
+        // next worker from starting.
         WIFI_LOGE("A subscriber of %s failed: %s", result.event.c_str(), error.what());
     }
 }

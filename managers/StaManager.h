@@ -27,43 +27,44 @@ struct StaResult {
     int32_t rssi;       ///< dBm; -1 when disconnected
 };
 
-/** The state of the station link. */
+/** The station link as the supplicant and the driver report it now. */
 struct StaInfo {
     int32_t frequency;  ///< MHz, -1 when unknown
     int32_t rssi;       ///< dBm, -1 when unknown
-    int32_t bandwidth;  ///< 0 unknown, 1 = 20, 2 = 40, 3 = 80, 4 = 80+80, 5 = 160 MHz
+    int32_t bandwidth;  ///< a code: 0 = unknown, 1 = 20, 2 = 40, 3 = 80, 4 = 80+80, 5 = 160 MHz
 };
 
 /**
- * Follows the station link: while it is up, a worker thread polls the signal and tells other
- * managers. Reports the link's events as telemetry atoms.
+ * Follows the station link: while it is up, a worker thread polls the signal and passes it to
+ * subscribers. Reports the link's events as telemetry atoms. Its handlers run on the listener
+ * thread. docs/architecture.md ("From CONNECTED to a power command") has the sequence.
  */
 class StaManager : public FeatureManager {
   public:
-    /** `second` is the worker's unit of time; tests shorten it. */
+    /** `second` is how long the worker's second lasts; tests shorten it. */
     explicit StaManager(std::shared_ptr<CorvidWifiClient> client,
                         std::chrono::milliseconds second = std::chrono::seconds(1));
 
-    /** Ends the worker and tells the subscribers once more that the link is down. */
+    /** Joins the worker and triggers staDisconnectedCallbacks once more. */
     ~StaManager() override;
 
     /**
-     * Fed with each successful poll, on the worker's thread: 5 s after the connection, every 5 s
-     * from then on, 30 s after a failed poll. Four in a row that can't be sent end it until the
-     * next connection. A subscriber unregisters before this manager is destroyed, and must not wait
-     * for the listener thread or the link's next event: those wait for the worker.
+     * Triggered on the worker after each successful poll: first 5 s after the connection, then
+     * every 5 s, but 30 s after a failed poll. Four polls in a row that cannot be sent end the
+     * sampling until the next connection. Subscribers must unregister before this manager is
+     * destroyed, and must not wait for the listener thread, which joins the worker.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staConnectedCallbacks;
 
     /**
-     * Fed on the listener thread when the link ends, at every notification that the supplicant is
-     * away, and before a new link begins, so that subscribers start from their defaults. The
-     * handler mutex is held meanwhile, so that no worker starts in between: subscribers must not
-     * wait for the link's next event.
+     * Triggered on the listener thread when the link ends, at every WPA_SOCKET_DISCONNECTED, and
+     * at a new connection before its worker starts, so that subscribers begin from their defaults;
+     * and once by the destructor. handlerMutex_ is held meanwhile: subscribers must not wait for
+     * the next link event.
      */
     const std::shared_ptr<CallbackMap<const StaResult&>> staDisconnectedCallbacks;
 
-    /** Asks the supplicant and the driver now. What they don't tell is unknown. Any thread. */
+    /** Queries the supplicant and the driver now. Fields that fail are unknown. Any thread. */
     void getStaInfo(StaInfo& info);
 
     bool dumpInfo(std::string& out) override;
@@ -78,26 +79,30 @@ class StaManager : public FeatureManager {
     void startWorker_() REQUIRES(handlerMutex_);
     void stopWorker_() REQUIRES(handlerMutex_);
     void workerThread_();
-    /** Polls once and tells the subscribers of `result`; returns the pause until the next, s. */
+    /**
+     * Polls once; on success writes `result`, which the worker reuses, and passes it to the
+     * subscribers. Returns the seconds until the next poll.
+     */
     int sample_(StaResult& result);
     /** Sleeps; returns false as soon as the worker is to stop. */
     bool sleep_(int seconds);
     void notifyDisconnected_();
-    /** Calls the subscribers; what one throws is logged and goes no further. */
+    /** Calls the subscribers; logs what one throws. */
     static void notify_(CallbackMap<const StaResult&>& subscribers, const StaResult& result);
 
-    /** Asks for the signal and counts what can't be sent. */
+    /** Polls the signal and counts the polls that cannot be sent. */
     StationSignal pollSignal_();
 
     const std::shared_ptr<CorvidWifiClient> client_;
     const std::chrono::milliseconds second_;
 
-    Mutex handlerMutex_;  ///< keeps the connected and disconnected handlers apart
+    /** Held by the connected and disconnected handlers: they start, stop and join the worker. */
+    Mutex handlerMutex_;
     std::thread worker_ GUARDED_BY(handlerMutex_);
     std::atomic<bool> running_{false};  ///< cleared under wakeMutex_ to wake the worker
     std::mutex wakeMutex_;
     std::condition_variable wake_;
-    /** Failed sends in a row; a worker begins anew. */
+    /** Polls in a row that could not be sent; a new worker resets it. */
     std::atomic<uint32_t> failures_{0};
 
     std::unique_ptr<WifiClientCallback> subscription_;

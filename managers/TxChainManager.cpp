@@ -13,8 +13,8 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-// The driver's own numbers: its OUI, the vendor command that sets chains, and the attributes, in
-// the order in which it wants them, that each carry the number of chains.
+// The driver's OUI, its vendor command that sets chains, and the attributes that carry the number
+// of chains, in the order that the driver expects.
 constexpr uint32_t kVendorId = 0x001374;
 constexpr uint32_t kSetChains = 74;
 constexpr std::array<uint32_t, 3> kChainAttributes = {73, 74, 70};

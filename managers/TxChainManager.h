@@ -18,7 +18,7 @@ class TxChainManager : public FeatureManager {
     explicit TxChainManager(std::shared_ptr<CorvidWifiClient> client);
     ~TxChainManager() override;
 
-    /** Gates what later groups bring about. On at start. Any thread. */
+    /** Enables or disables the restriction for groups that start later. On at first. Any thread. */
     void toggleFeature(bool enable);
 
   private:

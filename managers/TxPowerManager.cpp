@@ -13,7 +13,7 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** First frequency on which the station's power follows the signal, MHz. */
+/** The lowest frequency, MHz, at which the station's power follows the signal. */
 constexpr int kFirstAdaptedFrequency = 5000;
 
 bool isHandTrackingMode() { return Sysprop::corvid_wifi_txpower_enable_handtracking(false); }
@@ -109,7 +109,7 @@ bool TxPowerManager::updateTxPowerConfig(bool allowed) {
 
 void TxPowerManager::setP2pInfo(P2pInfo&& info) {
     if (const auto p2pManager = client_->compositionRoot()->p2pManager()) {
-        p2pManager->setP2pInfo(P2pInfo(info));  // nothing to move in two numbers
+        p2pManager->setP2pInfo(P2pInfo(info));
     }
 }
 
@@ -162,7 +162,7 @@ void TxPowerManager::onStaDisconnected_(const StaResult& result) {
         perChain_.update(result.rssi, result.frequency);
     } else {
         setTxPower_(settings_.upper(), NetInterfaceType::STA);
-        // The last step stays as it is: the first sample of the next link is compared with it.
+        // lastStaStep_ stays: the first sample of the next link is compared with it.
     }
 }
 
@@ -180,7 +180,7 @@ void TxPowerManager::onP2pStarted_(const std::string& event) {
     p2pFrequency_ = frequency;
     setP2pInfo({frequency, -1});
     if (frequency >= kFirst5GhzFrequency) {
-        setTxPower_(settings_.upper(), NetInterfaceType::P2P);  // whatever the toggle
+        setTxPower_(settings_.upper(), NetInterfaceType::P2P);  // also when toggled off
     } else if (p2pToggle_) {
         setTxPower_(settings_.p2p(), NetInterfaceType::P2P);
     }

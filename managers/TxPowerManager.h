@@ -20,8 +20,8 @@ namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
 struct P2pInfo;
 
-// The station's power steps, with the defaults. Rows and columns are tried in this order, so that
-// of steps configured equal the earlier wins.
+// The station's power steps, with the default values. Rows and columns are checked in this order:
+// of two steps configured to the same value, the upper row applies.
 //
 //     current    signal                            next
 //     20 upper   above -55: 5    above -65: 9      else 20
@@ -30,31 +30,35 @@ struct P2pInfo;
 //     other                                        20
 
 /**
- * The station's next power step, in configured units, from the current one and the signal (dBm).
- * The stronger the signal, the less power; each step back needs a signal 5 dB beyond the one that
- * caused the step, so that the power does not flutter.
+ * Returns the station's next power step, in configured units, from the current one and the signal
+ * (dBm): the stronger the signal, the less power. With the default thresholds each step up and its
+ * step back down are 5 dB or more apart (hysteresis).
  */
 unsigned nextPowerStep(const TxPowerSettings& settings, unsigned current, int rssi);
 
 /**
- * Sets the transmit power of the station, by the signal, and of the P2P group, by its band.
- * Connected results arrive on StaManager's worker, disconnected ones and P2P events on the listener
+ * Sets the transmit power of the station by its signal, and of the P2P group by its band. Connected
+ * results arrive on StaManager's worker, disconnected results and P2P events on the listener
  * thread, calls on the HIDL thread.
  */
 class TxPowerManager : public FeatureManager {
   public:
-    /** `settings` outlives the manager; tests give their own. */
+    /** `settings` must outlive the manager; tests pass their own. */
     explicit TxPowerManager(std::shared_ptr<CorvidWifiClient> client,
                             const TxPowerSettings& settings = TxPowerSettings::ofProcess());
     ~TxPowerManager() override;
 
-    /** Gates later commands: all of the station's, and the P2P group's on 2.4 GHz. */
+    /** Enables or disables later commands: all for STA, only those for 2.4 GHz for P2P. Any thread.
+     */
     void toggleFeature(bool enable, NetInterfaceType interfaceType);
 
-    /** Whether the station's steps are followed while hand tracking is on. Returns true. */
+    /**
+     * Allows or forbids the station's power steps while txpower.enable.handtracking is set; if
+     * forbidden, the upper step applies. Always returns true. Any thread.
+     */
     bool updateTxPowerConfig(bool allowed) EXCLUDES(configMutex_);
 
-    /** Passes the group on to P2pManager, if there is one. On the listener thread. */
+    /** Passes the group to P2pManager, if there is one. Any thread. */
     void setP2pInfo(P2pInfo&& info);
 
     bool dumpInfo(std::string& out) override;
@@ -68,8 +72,12 @@ class TxPowerManager : public FeatureManager {
     void onP2pStarted_(const std::string& event);
     void onP2pStopped_(const std::string& event);
 
-    /** Writes `dbm`, in configured units, and returns true only when the step changes. */
+    /**
+     * Replaces the current step `dbm` (configured units) by the next one for this signal (dBm) and
+     * frequency (MHz). Returns whether it changed.
+     */
     bool calculateDbm_(int rssi, int freq, unsigned& dbm) REQUIRES(handlerMutex_);
+    /** `value` is in configured units. Returns whether the command was answered. */
     bool setTxPower_(unsigned value, NetInterfaceType interfaceType) REQUIRES(handlerMutex_);
 
     const std::shared_ptr<CorvidWifiClient> client_;
@@ -79,10 +87,10 @@ class TxPowerManager : public FeatureManager {
     const bool perChainMode_;
     bool handTrackingAdaptation_ GUARDED_BY(configMutex_) = true;
     int32_t p2pFrequency_ GUARDED_BY(handlerMutex_) = -1;  ///< MHz
-    /** What the last successful station command set, in configured units. */
+    /** The step of the last successful command from a sample, in configured units. */
     unsigned lastStaStep_ GUARDED_BY(handlerMutex_) = 0;
-    std::atomic<unsigned> staTxPower_{0};  ///< as last put into a command
-    std::atomic<unsigned> p2pTxPower_{0};
+    std::atomic<unsigned> staTxPower_{0};  ///< dBm, as in the last command, for the dump
+    std::atomic<unsigned> p2pTxPower_{0};  ///< likewise
 
     /** Held across a handler's command, so that two handlers' power changes cannot interleave. */
     Mutex handlerMutex_ ACQUIRED_BEFORE(configMutex_);

@@ -7,10 +7,10 @@ namespace Ursa::OS::Wifi {
 
 /**
  * The configured values of station and P2P power control, each with its property and default. Each
- * is read at its own first use and kept. Any thread.
+ * is read at its first use and kept. Any thread.
  */
 struct TxPowerSettings {
-    /** Those of the process: what was read once holds for every manager until it ends. */
+    /** The process's settings: a value that one manager has read applies to all of them. */
     static const TxPowerSettings& ofProcess() {
         static const TxPowerSettings settings{};
         return settings;
@@ -18,7 +18,7 @@ struct TxPowerSettings {
 
     ReadOnce<bool> staEnabled{Sysprop::corvid_wifi_txpower_enable_sta, false};
     ReadOnce<bool> p2pEnabled{Sysprop::corvid_wifi_txpower_enable_p2p, false};
-    /** Whether the station's power is limited per chain, in the place of its steps. */
+    /** Whether the station's power is limited per chain instead of set in steps. */
     ReadOnce<bool> perChain{Sysprop::corvid_wifi_txpower_enable_sta_per_chain, false};
 
     // Power steps in dBm; in half dBm if unitIsHalfDbm.
@@ -35,8 +35,8 @@ struct TxPowerSettings {
     ReadOnce<int> rssiMiddleLower{Sysprop::corvid_wifi_txpower_rssi_middle_lower, -65};
     ReadOnce<int> rssiLower{Sysprop::corvid_wifi_txpower_rssi_lower, -70};
 
-    // Per-chain control: the exclusive bounds of the low-signal range, dBm, and the limits of chain
-    // 0 and 1 outside and inside of it, dBm.
+    // Per-chain control: the low-signal range (exclusive bounds) and the limits of chains 0 and 1
+    // outside and inside it, all dBm.
     ReadOnce<int> perChainLowRssiLower{Sysprop::corvid_wifi_txpower_perchain_low_rssi_lower, -85};
     ReadOnce<int> perChainLowRssiUpper{Sysprop::corvid_wifi_txpower_perchain_low_rssi_upper, -75};
     ReadOnce<unsigned> perChainDefaultDbm0{Sysprop::corvid_wifi_txpower_perchain_limit_default_dbm0,

@@ -18,7 +18,7 @@ enum class Outcome { Running, Returned, GivenUp };
 
 static_assert(std::atomic<Outcome>::is_always_lock_free, "a signal handler reads it");
 
-/** Of the worker whose thread this is; null on any other thread. */
+/** The outcome of this thread's worker; null on a thread that is no worker's. */
 thread_local const std::atomic<Outcome>* outcomeHere = nullptr;
 
 void endWorker(int /*signal*/) {
@@ -34,7 +34,7 @@ sigset_t alarmSignal() noexcept {
     return set;
 }
 
-/** Keeps SIGALRM from the calling thread, and from those that it starts, for a scope. */
+/** Blocks SIGALRM for a scope, on this thread and on those that it starts meanwhile. */
 class AlarmBlocked {
   public:
     AlarmBlocked() {
@@ -51,10 +51,10 @@ class AlarmBlocked {
 
 }  // namespace
 
-/** Owned by both sides: whoever is faster decides whether the call returned or was given up. */
+/** Shared by both threads. The first to decide() sets whether the call returned or was given up. */
 struct BoundedWorker::Shared {
     std::atomic<Outcome> outcome{Outcome::Running};
-    /** Here, and not on the thread: one that is unwound has no broken promise to report. */
+    /** Not on the thread's stack: unwinding it would report a broken promise. */
     std::promise<bool> promise;
 
     bool decide(Outcome wanted) {
@@ -64,10 +64,10 @@ struct BoundedWorker::Shared {
 };
 
 BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_shared<Shared>()) {
-    // Each time: the process's handler may have been replaced since.
+    // Set every time, because the process's handler may have been replaced since.
     struct sigaction action = {};
     action.sa_handler = endWorker;
-    action.sa_flags = SA_RESTART;  // a SIGALRM that is not giveUp()'s fails no call in the kernel
+    action.sa_flags = SA_RESTART;  // a SIGALRM from elsewhere must not make system calls fail
     sigaction(SIGALRM, &action, nullptr);
 
     result_ = shared_->promise.get_future();
@@ -79,8 +79,8 @@ BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_sha
             try {
                 result = call();
             } catch (const std::exception& error) {
-                // mayHang() could not keep the signal out again. What unwinds a thread that is
-                // given up is no std::exception, and passes.
+                // mayHang() was left with SIGALRM unblocked. (The forced unwinding of a thread that
+                // was given up is no std::exception and is not caught here.)
                 keepAlarmOut_(true);
                 WIFI_LOGE("A call failed: %s", error.what());
             }
@@ -100,7 +100,7 @@ std::optional<bool> BoundedWorker::wait(std::chrono::milliseconds limit) {
     if (!isStarted_) {
         return std::nullopt;
     }
-    // The call may return in the very moment in which the time is over: that still counts.
+    // A call that returns just as the limit passes still counts: decide() then fails.
     if (result_.wait_for(limit) != std::future_status::ready && shared_->decide(Outcome::GivenUp)) {
         return std::nullopt;
     }

@@ -8,8 +8,9 @@
 #include <thread>
 #include <type_traits>
 
-// For a function that a signal may end at any instruction. A sanitizer would give it something to
-// clean up. Not every clang knows the attribute, and an unknown one is an error with -Werror.
+// For a function whose thread a signal may end at any instruction, which therefore has nothing to
+// destroy. A sanitizer's instrumentation would add clean-up. Not every clang knows the attribute,
+// and an unknown one is an error with -Werror.
 #if defined(__has_attribute)
 #if __has_attribute(disable_sanitizer_instrumentation)
 #define CORVID_NOTHING_TO_DESTROY __attribute__((noinline, disable_sanitizer_instrumentation))
@@ -22,14 +23,11 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Makes calls that may hang, on a short-lived thread of its own, and waits no longer than a limit.
- * giveUp() ends the thread by SIGALRM, whose handler calls pthread_exit(); the thread takes that
- * signal inside mayHang() only, and only when it was given up. The closure may go on until then, so
- * it owns or shares what it touches. What it throws is logged and counts as false. Used by one
- * thread.
- *
- * What the service's library must keep to, and what a given-up call leaves behind:
- * docs/hung-calls.md.
+ * Runs a closure whose calls may hang on a short-lived thread, and waits at most a time limit for
+ * it. giveUp() ends the thread by SIGALRM, whose handler calls pthread_exit(); the signal is
+ * unblocked only inside mayHang(), so elsewhere the closure runs on and must own or share what it
+ * uses. An exception is logged and counts as false. One thread uses the object.
+ * docs/hung-calls.md: what the called library must allow, what an ended call leaves behind.
  *
  *     BoundedWorker worker([state] {
  *         state->done = BoundedWorker::mayHang([] { return callTheService(); });
@@ -46,21 +44,21 @@ namespace Ursa::OS::Wifi {
  */
 class BoundedWorker {
   public:
-    /** Starts the thread. If the system has none to give, logs an error; see isStarted(). */
+    /** Starts the thread. Logs an error if that fails; see isStarted(). */
     explicit BoundedWorker(std::function<bool()> call);
 
-    /** Whether the thread could be started. Without one the closure is never called. */
+    /** False if the thread could not be started; the closure then never runs. */
     bool isStarted() const { return isStarted_; }
 
-    /** Gives the worker up, unless wait() has returned its result. */
+    /** Calls giveUp(), unless wait() has returned the result. */
     ~BoundedWorker();
 
     BoundedWorker(const BoundedWorker&) = delete;
     BoundedWorker& operator=(const BoundedWorker&) = delete;
 
     /**
-     * Returns the closure's result, or nothing if it does not return within `limit`, or at once if
-     * there is no thread. Nothing means that the result is lost and giveUp() is due. Call it once.
+     * Returns the closure's result; std::nullopt after `limit`, or at once without a thread. After
+     * std::nullopt the result is lost: call giveUp(). Call wait() once.
      */
     std::optional<bool> wait(std::chrono::milliseconds limit);
 
@@ -68,11 +66,10 @@ class BoundedWorker {
     void giveUp();
 
     /**
-     * Makes one call of the service and returns its result. Ends the thread instead if this worker
-     * was given up, before the call or while the call lets SIGALRM in. On any other thread it is a
-     * plain call. `call` does nothing else and destroys no object: the signal may come at any of
-     * its instructions, and glibc unwinds a function that has something to destroy from its calls
-     * only.
+     * Makes one call that may hang and returns its result, with SIGALRM unblocked meanwhile: if the
+     * worker is given up before or during the call, the thread ends here. On a thread that is no
+     * worker's it is a plain call. `call` must do nothing else and destroy no object: glibc cannot
+     * unwind a function with something to destroy from an arbitrary instruction.
      */
     template <typename Call>
     CORVID_NOTHING_TO_DESTROY static std::invoke_result_t<Call&> mayHang(Call&& call) {
@@ -90,7 +87,7 @@ class BoundedWorker {
   private:
     struct Shared;
 
-    /** Returns whether this is a worker's thread; on others it does nothing. */
+    /** Unblocks SIGALRM on a worker's thread. Returns false, doing nothing, on any other. */
     static bool letAlarmIn_() noexcept;
     static void keepAlarmOut_(bool isLetIn) noexcept;
 

@@ -7,10 +7,7 @@
 
 namespace Ursa::OS::Wifi {
 
-/**
- * A private command of the driver family that takes them as text over a vendor command, whose
- * number is 2 by that driver's own convention.
- */
+/** A vendor command that carries a private command as text; its subcommand is 2 in that driver. */
 inline Nl80211VendorCmdInfo makePrivateCommand(NetInterfaceType interfaceType,
                                                std::string command) {
     Nl80211VendorCmdInfo info;

@@ -9,9 +9,9 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * The one listener of a manager that relays events. The manager holds its recursive mutex while the
- * listener runs, so that once unlink() has returned it is not running on another thread. From
- * inside its own call the listener may unlink itself.
+ * The one listener of a manager that relays events. The manager calls it while holding lock(), so
+ * once unlink() has returned, it is not running on another thread. The mutex is recursive: a
+ * listener may unlink itself from inside its call. Thread-safe.
  */
 template <typename... Args>
 class RelayListener {
@@ -19,15 +19,15 @@ class RelayListener {
     using Function = std::function<void(Args...)>;
 
     /**
-     * Stores a copy. Returns false if one is stored already; does not wait for the mutex if it was
-     * there before the call. An empty function counts as none.
+     * Stores a copy. Returns false if one is stored already, without waiting for a running
+     * listener. An empty function counts as none.
      */
     bool link(const Function& function) {
         if (linked_) {
             return false;
         }
         const auto stored = function_.lock();
-        if (*stored != nullptr) {  // another thread was faster
+        if (*stored != nullptr) {  // another thread linked one since the check above
             return false;
         }
         *stored = function;
@@ -35,6 +35,7 @@ class RelayListener {
         return true;
     }
 
+    /** Waits until the listener is not running on another thread. */
     void unlink() {
         const auto stored = function_.lock();
         *stored = nullptr;
@@ -42,13 +43,13 @@ class RelayListener {
     }
 
     /**
-     * The listener, which may be empty; no other thread changes it until the result is destroyed.
-     * Call a copy of it: from inside the call it may unlink, and so destroy, what is stored here.
+     * Locks the mutex and gives the listener, which may be empty. Call a copy of it: from inside
+     * the call it may unlink, and so destroy, the stored one.
      */
     ValueMutator<Function, std::recursive_mutex> lock() { return function_.lock(); }
 
   private:
-    std::atomic<bool> linked_{false};  ///< whether function_ is; written under its mutex
+    std::atomic<bool> linked_{false};  ///< whether function_ is set; written under its mutex
     ValueMutexBase<Function, std::recursive_mutex> function_;
 };
 

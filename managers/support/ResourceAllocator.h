@@ -7,14 +7,13 @@
 
 namespace Ursa::OS::Wifi {
 
-/** Keeps copies of resources under integer ids that it hands out. Any thread. */
+/** Stores copies of resources under integer ids that it allocates. Any thread. */
 template <typename T>
 class ResourceAllocator {
   public:
     /**
-     * Stores a copy and returns its id: 0 in an empty allocator, otherwise one more than the
-     * largest id present, so that ids removed in the middle are not used again. Returns -1 if there
-     * is no such id.
+     * Stores a copy and returns its id: 0 if the allocator is empty, else the largest id present
+     * plus one. Returns -1 if the largest is INT_MAX.
      */
     int add(T& resource) {
         MutexLock lock(mutex_);

@@ -4,24 +4,24 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** The station's signal, as the supplicant tells it. */
+/** The station's signal, as the supplicant reports it. */
 struct StationSignal {
     enum class Outcome {
-        NotSent,        ///< the question did not reach the supplicant
-        NotUnderstood,  ///< its reply lacks a value, or has one that is no number
-        Known,          ///< both values are there
+        NotSent,        ///< the command was not sent or not answered
+        NotUnderstood,  ///< the reply lacks a value, or has a malformed one
+        Known,          ///< the reply has both values
     };
 
     Outcome outcome = Outcome::NotSent;
-    int rssi = -1;       ///< dBm, -1 when not found
-    int frequency = -1;  ///< MHz, -1 when not found
+    int rssi = -1;       ///< dBm, -1 if not in the reply
+    int frequency = -1;  ///< MHz, -1 if not in the reply
 
     bool isKnown() const { return outcome == Outcome::Known; }
 };
 
 /**
- * Asks the supplicant ("SIGNAL_POLL") and waits for the reply. One that is only half there gives
- * the half that was found. Logs nothing. Any thread.
+ * Sends SIGNAL_POLL to the supplicant and waits for the reply, 10 s at most. Keeps a value even if
+ * the other is missing. Logs nothing. Any thread.
  */
 StationSignal pollStationSignal(CorvidWifiClient& client);
 

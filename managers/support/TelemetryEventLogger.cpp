@@ -30,7 +30,7 @@ const char* toString(TelemetryEventType type) {
     return "UNKNOWN";
 }
 
-/** Milliseconds since the epoch, of which the atom has room for the low 32 bits. */
+/** Low 32 bits of the milliseconds since the epoch: the atom's field is that wide. */
 int32_t wrappedTimeMs() {
     using std::chrono::milliseconds;
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -65,7 +65,7 @@ bool TelemetryEventLogger::reportMipiClockManagerEvent(const bool& status, const
 }
 
 bool TelemetryEventLogger::reportAtom(const int& atomId) {
-    // Looked up for every report, and never waited for: the service may come and go.
+    // Looked up for every report because the service may restart; tryGetService() does not wait.
     const sp<IStats> stats = IStats::tryGetService();
     if (stats == nullptr) {
         WIFI_LOGE("Stats HAL is unavailable!");

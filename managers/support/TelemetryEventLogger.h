@@ -16,21 +16,21 @@ enum class TelemetryEventType : int32_t {
 };
 
 /**
- * One vendor atom for the platform's statistics service, made for one event and reported once. A
- * report runs on the caller's thread and is neither queued nor retried.
+ * One vendor atom for the platform's statistics service: construct it for one event, report it
+ * once. A report is a synchronous call on the caller's thread, neither queued nor retried. One
+ * thread.
  */
 class TelemetryEventLogger {
   public:
-    /** Notes the time and the type's name; a type outside the enumeration is sent as "UNKNOWN". */
+    /** Adds the time and the type's name; a type outside the enumeration is sent as "UNKNOWN". */
     explicit TelemetryEventLogger(TelemetryEventType type);
 
     void addAtomValue(const std::string& value);
 
-    /** MHz and dBm, -1 for unknown. Returns false when the service is missing or the call failed.
-     */
+    /** Reports MHz and dBm, -1 for unknown. Returns false if the service is missing or fails. */
     bool reportStaManagerEvent(const int& freq, const int& rssi);
 
-    /** Whether the camera service took `clock`. Result as above. */
+    /** Reports whether the camera service accepted `clock`. Result as above. */
     bool reportMipiClockManagerEvent(const bool& status, const int& clock);
 
   private:

@@ -2,7 +2,7 @@
 
 namespace Ursa::OS::Wifi {
 
-/** From here on, MHz, a frequency counts as 5 GHz or above; below it, as 2.4 GHz. */
+/** MHz: a frequency counts as 5 GHz or above from here on, as 2.4 GHz below. */
 constexpr int kFirst5GhzFrequency = 3000;
 
 }  // namespace Ursa::OS::Wifi
