@@ -25,8 +25,7 @@ class CallbackMapElement {
     /** `function` belongs to the subscriber and must not move while it is registered. */
     explicit CallbackMapElement(F& function) : function_(&function) {}
 
-    /** Calls the subscriber unless it was removed. An empty function throws std::bad_function_call.
-     */
+    /** Calls the subscriber unless it was removed. Throws if the function is empty. */
     template <typename T>
     void call(T&& value) {
         SharedLock lock(mutex_);

@@ -56,8 +56,7 @@ struct Nl80211VendorCmdInfo {
     /** The vendor's own command number. */
     uint32_t subcmd = 0;
 
-    /** The driver's private command, sent only to kPrivateCommandVendorId; logged for any vendor.
-     */
+    /** The driver's private command: sent only to kPrivateCommandVendorId, always logged. */
     std::string command;
 
     /** The interface's current name, set by the facade, never by the caller. Not owned. */

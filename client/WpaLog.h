@@ -3,7 +3,6 @@
 #include "client/NetInterfaceType.h"
 #include "os/Log.h"
 
-/** A log line of one supplicant connection. It begins with "[WPA-STA]", not with the source name.
- */
+/** Logs a line of one supplicant connection. It begins "[WPA-STA]", without the source's name. */
 #define WPA_LOG(level, type, format, ...) \
     ALOG##level("[WPA-%s] " format, toString(type), ##__VA_ARGS__)

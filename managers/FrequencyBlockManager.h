@@ -29,8 +29,7 @@ struct FrequencyMap {
  */
 int32_t chooseBlockedFrequency(int32_t staFreq, int32_t p2pFreq);
 
-/** The channel number minus 1 of a frequency in MHz: 0 to 12; -1 if negative, -2 if no channel's.
- */
+/** Channel number minus 1 (0 to 12) of a frequency in MHz; -1 if negative, -2 if no channel's. */
 int channelIndex(int32_t freq);
 
 /**

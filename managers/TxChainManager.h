@@ -11,8 +11,7 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 
-/** Restricts the P2P interface to one transmit chain when a group starts, on the listener thread.
- */
+/** Restricts P2P to one transmit chain when a group starts, on the listener thread. */
 class TxChainManager : public FeatureManager {
   public:
     explicit TxChainManager(std::shared_ptr<CorvidWifiClient> client);

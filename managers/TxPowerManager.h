@@ -48,8 +48,7 @@ class TxPowerManager : public FeatureManager {
                             const TxPowerSettings& settings = TxPowerSettings::ofProcess());
     ~TxPowerManager() override;
 
-    /** Enables or disables later commands: all for STA, only those for 2.4 GHz for P2P. Any thread.
-     */
+    /** Enables or disables later commands: for STA all, for P2P those on 2.4 GHz. Any thread. */
     void toggleFeature(bool enable, NetInterfaceType interfaceType);
 
     /**

@@ -24,8 +24,7 @@ class CorvidWifiManagerCallback {
     CorvidWifiManagerCallback(const CorvidWifiManagerCallback&) = delete;
     CorvidWifiManagerCallback& operator=(const CorvidWifiManagerCallback&) = delete;
 
-    /** Adds a callback. Returns false for null, and for a proxy of an object that is there already.
-     */
+    /** Adds a callback. Returns false for null, and for an object that is registered already. */
     bool link(const ::android::sp<ICallback>& callback) EXCLUDES(mutex_);
 
     /** Removes a callback. Returns false when it is not there. */
