@@ -1,4 +1,4 @@
-// The road of a call: bytes as they arrive on a connection, put together to frames, and each call's
+// The path of a call: bytes as they arrive on a connection, put together to frames, and each call's
 // data and objects read by the interface's generated stub into arguments that the service uses.
 //
 // An input begins with a byte: the size of the pieces in which the rest arrives. With the first

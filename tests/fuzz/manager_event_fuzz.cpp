@@ -1,4 +1,4 @@
-// The road of an event to its end: datagrams on both control sockets of a whole daemon with every
+// The path of an event to its end: datagrams on both control sockets of a whole daemon with every
 // feature on, replies of the supplicant, and socket files that come and go. Whatever it was, the
 // daemon still follows both sockets afterwards, and no subscriber has failed.
 //

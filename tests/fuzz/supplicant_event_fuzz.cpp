@@ -1,4 +1,4 @@
-// The road of an event: datagrams from a control socket through the kernel's filter and a connected
+// The path of an event: datagrams from a control socket through the kernel's filter and a connected
 // WpaSocket to its subscribers, which read the payloads as the daemon's do. What should arrive is
 // worked out beside it.
 //
@@ -167,7 +167,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) {
         return 0;
     }
-    // Not shown, but written: the lines are part of the road.
+    // Not shown, but written: the lines are part of the path.
     static const bool quiet = [] {
         __android_log_set_logger([](const __android_logger_data*, const char*) {});
         return true;
