@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ Property property(const char* name, std::optional<T> (*accessor)(), T (*wrapper)
 #define PROPERTY(name, accessor, defaultValue) \
     property(name, props::accessor, corvid_wifi_##accessor, defaultValue)
 
-/** Every property there is, and the default in use, of the type in which the wrapper takes it. */
+/** Every property of the list, with the daemon's default in the type of the wrapper's argument. */
 const std::vector<Property> kProperties = {
     PROPERTY("cmd.cs.p2p.ecsa", cmd_cs_p2p_ecsa, false),
     PROPERTY("cmd.cs.p2p.corvid", cmd_cs_p2p_corvid, false),
@@ -125,6 +126,16 @@ class Properties : public testing::Test {
 
     test::DeviceRoot root_;
 };
+
+TEST_F(Properties, EveryPropertyOfTheListHasARow) {
+    std::set<std::string> rows;
+    for (const Property& entry : kProperties) {
+        rows.insert(entry.name);
+    }
+#define EXPECT_ROW(type, accessor, name) EXPECT_EQ(rows.count(name), 1U) << name;
+    CORVID_WIFI_PROPERTIES(EXPECT_ROW, EXPECT_ROW)
+#undef EXPECT_ROW
+}
 
 TEST_F(Properties, PropertyThatIsNotSetGivesTheCallersDefault) {
     for (const Property& entry : kProperties) {
