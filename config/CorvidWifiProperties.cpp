@@ -2,6 +2,10 @@
 
 #include <strings.h>
 
+#include <array>
+#include <atomic>
+#include <type_traits>
+
 #include <android-base/parseint.h>
 #include <sys/system_properties.h>
 
@@ -55,7 +59,7 @@ std::optional<T> read(const char* name) {
 
 }  // namespace
 
-#define CORVID_WIFI_DEFINE_(type, accessor, name) \
+#define CORVID_WIFI_DEFINE_(type, accessor, name, ...) \
     std::optional<type> accessor() { return read<type>("persist.vendor.wifi." name); }
 CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_)
 #undef CORVID_WIFI_DEFINE_
@@ -64,16 +68,94 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_)
 
 namespace Ursa::OS::Wifi::Sysprop {
 
-#define CORVID_WIFI_DEFINE_(type, accessor, name)                                         \
-    type corvid_wifi_##accessor(type defaultValue) {                                      \
-        return android::sysprop::CorvidWifiProperties::accessor().value_or(defaultValue); \
+namespace {
+
+#define CORVID_WIFI_NAME_(type, accessor, ...) accessor,
+enum class Index : size_t { CORVID_WIFI_PROPERTIES(CORVID_WIFI_NAME_, CORVID_WIFI_NAME_) count };
+#undef CORVID_WIFI_NAME_
+
+/**
+ * What was read last of each property that is not read at each use: twice the value plus 1; 0 for
+ * one that was never read.
+ */
+std::array<std::atomic<int64_t>, static_cast<size_t>(Index::count)> lastReads;
+
+template <PropertyEffect effect, typename T>
+T noteRead(Index property, T value) {
+    if constexpr (effect == PropertyEffect::Restart || effect == PropertyEffect::FirstUse) {
+        lastReads[static_cast<size_t>(property)] = static_cast<int64_t>(value) * 2 + 1;
     }
-#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name)                                    \
-    type corvid_wifi_##accessor(bool defaultValue) {                                      \
-        return android::sysprop::CorvidWifiProperties::accessor().value_or(defaultValue); \
+    return value;
+}
+
+std::optional<int64_t> lastRead(Index property) {
+    const int64_t read = lastReads[static_cast<size_t>(property)];
+    return read == 0 ? std::nullopt : std::optional(read >> 1);
+}
+
+std::optional<std::string> rawValue(const char* name) {
+    std::optional<std::string> value;
+    if (const prop_info* property = __system_property_find(name)) {
+        __system_property_read_callback(
+            property,
+            [](void* cookie, const char* /*name*/, const char* text, uint32_t /*serial*/) {
+                *static_cast<std::optional<std::string>*>(cookie) = text;
+            },
+            &value);
+    }
+    return value;
+}
+
+template <typename T>
+constexpr PropertyType typeOf() {
+    return std::is_same_v<T, bool>  ? PropertyType::Bool
+           : std::is_same_v<T, int> ? PropertyType::Int
+                                    : PropertyType::Unsigned;
+}
+
+template <typename T>
+PropertyState stateOf(const char* name, T fallback, PropertyEffect effect, const char* meaning,
+                      std::optional<T> parsed, Index property) {
+    PropertyState state;
+    state.name = name;
+    state.type = typeOf<T>();
+    state.fallback = static_cast<int64_t>(fallback);
+    state.effect = effect;
+    state.meaning = meaning;
+    state.set = rawValue(name);
+    if (state.set && parsed) {
+        state.parsed = static_cast<int64_t>(*parsed);
+    }
+    const bool isReadEachTime = effect == PropertyEffect::AtOnce || effect == PropertyEffect::Both;
+    state.inForce = isReadEachTime ? state.value() : lastRead(property);
+    return state;
+}
+
+}  // namespace
+
+#define CORVID_WIFI_DEFINE_(type, accessor, name, fallback, effect, meaning)                    \
+    type corvid_wifi_##accessor(type defaultValue) {                                            \
+        const auto value = android::sysprop::CorvidWifiProperties::accessor();                  \
+        return noteRead<PropertyEffect::effect>(Index::accessor, value.value_or(defaultValue)); \
+    }
+#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name, fallback, effect, meaning)               \
+    type corvid_wifi_##accessor(bool defaultValue) {                                            \
+        const auto value = android::sysprop::CorvidWifiProperties::accessor();                  \
+        return noteRead<PropertyEffect::effect>(Index::accessor, value.value_or(defaultValue)); \
     }
 CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_FLAG_)
 #undef CORVID_WIFI_DEFINE_
 #undef CORVID_WIFI_DEFINE_FLAG_
+
+std::vector<PropertyState> readStates() {
+    std::vector<PropertyState> states;
+#define CORVID_WIFI_STATE_(type, accessor, name, fallback, effect, meaning)                       \
+    states.push_back(stateOf<type>("persist.vendor.wifi." name, fallback, PropertyEffect::effect, \
+                                   meaning, android::sysprop::CorvidWifiProperties::accessor(),   \
+                                   Index::accessor));
+    CORVID_WIFI_PROPERTIES(CORVID_WIFI_STATE_, CORVID_WIFI_STATE_)
+#undef CORVID_WIFI_STATE_
+    return states;
+}
 
 }  // namespace Ursa::OS::Wifi::Sysprop

@@ -15,6 +15,9 @@ namespace {
 
 namespace props = android::sysprop::CorvidWifiProperties;
 using namespace Ursa::OS::Wifi::Sysprop;
+using Ursa::OS::Wifi::PropertyEffect;
+using Ursa::OS::Wifi::PropertyState;
+using Ursa::OS::Wifi::PropertyType;
 
 // Values as texts, so that one table holds properties of all types.
 
@@ -132,7 +135,7 @@ TEST_F(Properties, EveryPropertyOfTheListHasARow) {
     for (const Property& entry : kProperties) {
         rows.insert(entry.name);
     }
-#define EXPECT_ROW(type, accessor, name) EXPECT_EQ(rows.count(name), 1U) << name;
+#define EXPECT_ROW(type, accessor, name, ...) EXPECT_EQ(rows.count(name), 1U) << name;
     CORVID_WIFI_PROPERTIES(EXPECT_ROW, EXPECT_ROW)
 #undef EXPECT_ROW
 }
@@ -197,6 +200,74 @@ TEST_F(Properties, ChangeIsSeenByTheNextRead) {
     EXPECT_EQ(intOf("2"), 2);
     root_.unsetProperty("persist.vendor.wifi.txpower.rssi.upper");
     EXPECT_EQ(props::txpower_rssi_upper(), std::nullopt);
+}
+
+// States
+
+/** The state of a property of which only the end of the name is given. */
+PropertyState stateOf(const std::string& name) {
+    for (const PropertyState& state : readStates()) {
+        if (state.name == "persist.vendor.wifi." + name) {
+            return state;
+        }
+    }
+    ADD_FAILURE() << "no state of " << name;
+    return {};
+}
+
+TEST_F(Properties, StatesAreThoseOfTheListInItsOrderWithTheDefaultsOfTheCode) {
+    const std::vector<PropertyState> states = readStates();
+    ASSERT_EQ(states.size(), std::size(kProperties));
+    for (size_t i = 0; i < states.size(); ++i) {
+        const Property& entry = kProperties[i];
+        SCOPED_TRACE(entry.name);
+        EXPECT_EQ(states[i].name, wholeName(entry));
+        const std::string fallback =
+            entry.type == "bool"
+                ? toText(states[i].fallback != 0)
+                : std::to_string(states[i].fallback) + (entry.type == "unsigned" ? "u" : "");
+        EXPECT_EQ(fallback, entry.defaultText);
+        EXPECT_STRNE(states[i].meaning, "");
+        EXPECT_EQ(states[i].set, std::nullopt);
+    }
+}
+
+TEST_F(Properties, StateTellsWhatIsSetAndWhetherItParses) {
+    PropertyState state = stateOf("txpower.rssi.upper");
+    EXPECT_EQ(state.set, std::nullopt);
+    EXPECT_FALSE(state.isMalformed());
+    EXPECT_EQ(state.value(), -55);
+    EXPECT_EQ(intOf("-50"), -50);
+    state = stateOf("txpower.rssi.upper");
+    EXPECT_EQ(state.type, PropertyType::Int);
+    EXPECT_EQ(state.set, "-50");
+    EXPECT_FALSE(state.isMalformed());
+    EXPECT_EQ(state.value(), -50);
+    EXPECT_EQ(intOf("-50dBm"), std::nullopt);
+    state = stateOf("txpower.rssi.upper");
+    EXPECT_EQ(state.set, "-50dBm");
+    EXPECT_TRUE(state.isMalformed());
+    EXPECT_EQ(state.value(), -55);
+}
+
+TEST_F(Properties, StateOfOneThatIsReadOnceTellsWhatWasRead) {
+    EXPECT_EQ(stateOf("txpower.dbm.p2p").effect, PropertyEffect::FirstUse);
+    EXPECT_EQ(unsignedOf("4294967295"), 4294967295U);
+    corvid_wifi_txpower_dbm_upper(20);
+    EXPECT_EQ(unsignedOf("7"), 7U);
+    EXPECT_EQ(stateOf("txpower.dbm.upper").value(), 7);
+    EXPECT_EQ(stateOf("txpower.dbm.upper").inForce, 4294967295);
+    corvid_wifi_txpower_rssi_upper(-55);
+    EXPECT_EQ(stateOf("txpower.rssi.upper").inForce, -55);
+}
+
+TEST_F(Properties, StateOfOneThatIsReadEachTimeIsInForceAtOnce) {
+    root_.setProperty("persist.vendor.wifi.txchain.qualcomm", "1");
+    EXPECT_EQ(stateOf("txchain.qualcomm").effect, PropertyEffect::AtOnce);
+    EXPECT_EQ(stateOf("txchain.qualcomm").inForce, 1);
+    root_.setProperty("persist.vendor.wifi.cmd.noa.p2p", "yes");
+    EXPECT_EQ(stateOf("cmd.noa.p2p").effect, PropertyEffect::Both);
+    EXPECT_EQ(stateOf("cmd.noa.p2p").inForce, 0);
 }
 
 // Bools

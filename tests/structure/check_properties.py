@@ -60,12 +60,12 @@ def with_code(properties, reads, features):
             if as_default(default) != entry.default:
                 complaints.append(f"{here} has default {entry.default}, but {place} falls back to "
                                   f"{as_default(default)}")
-            if kept and entry.effect != "restart":
+            if kept and entry.effect not in ("restart", "first use"):
                 complaints.append(f"{here} is said to take effect '{entry.effect}', but {place} "
                                   "keeps its first value")
         if entry.accessor in features:
-            if entry.effect == "at once":
-                complaints.append(f"{here} is said to take effect 'at once', but "
+            if entry.effect in ("at once", "first use"):
+                complaints.append(f"{here} is said to take effect '{entry.effect}', but "
                                   f"{features[entry.accessor]} reads it at the start")
         elif not places:
             complaints.append(f"{here} is used neither by the code nor in {FEATURES}")

@@ -8,14 +8,14 @@ PREFIX = "persist.vendor.wifi."
 
 # As the platform's property_contexts names the types.
 CONTEXT_TYPES = {"bool": "bool", "int": "int", "unsigned": "uint"}
-EFFECTS = ("restart", "at once", "both")
+EFFECTS = {"Restart": "restart", "FirstUse": "first use", "AtOnce": "at once", "Both": "both"}
 
 Property = collections.namedtuple("Property", "type accessor name line meaning default effect")
 
 _ENTRY = re.compile(r"""
-    (?P<comment>/\*.*?\*/)\s*
-    (?P<kind>[PF])\(\s*(?P<type>\w+)\s*,\s*(?P<accessor>\w+)\s*,\s*"(?P<name>[^"]*)"\s*\)
-    | (?P<alone>[PF]\([^()]*\))""", re.VERBOSE | re.DOTALL)
+    \b[PF]\(\s*(?P<type>\w+)\s*,\s*(?P<accessor>\w+)\s*,\s*"(?P<name>[^"]*)"\s*,
+    \s*(?P<default>-?\w+)\s*,\s*(?P<effect>\w+)\s*,\s*(?P<meaning>"[^"]+"(?:\s*"[^"]+")*)\s*\)
+    | \b(?P<other>[PF]\([^,]*,[^,]*,[^,)]*)""", re.VERBOSE)
 
 
 def parse(text, complaints):
@@ -29,17 +29,17 @@ def parse(text, complaints):
     found = []
     for match in _ENTRY.finditer(macro):
         line = text.count("\n", 0, begin.end() + match.end()) + 1
-        comment = re.sub(r"\s+", " ", match["comment"] or "").strip("/* ")
-        parts = [part.strip() for part in comment.split("|")]
-        if len(parts) != 3 or not all(parts) or parts[2] not in EFFECTS:
-            complaints.append(f"{LIST}:{line}: {match.group()!r} has no comment 'meaning | default "
-                              f"| {' or '.join(EFFECTS)}'")
+        if match["other"] or match["effect"] not in EFFECTS:
+            complaints.append(f"{LIST}:{line}: {match.group()!r} lacks its default, meaning or "
+                              f"{' or '.join(EFFECTS)}")
         elif match["type"] not in CONTEXT_TYPES:
             complaints.append(f"{LIST}:{line}: {match['name']} has type {match['type']}, not "
                               f"{' or '.join(CONTEXT_TYPES)}")
         else:
+            default = {"true": "on", "false": "off"}.get(match["default"], match["default"])
+            meaning = "".join(re.findall(r'"([^"]+)"', match["meaning"]))
             found.append(Property(match["type"], match["accessor"], PREFIX + match["name"], line,
-                                  *parts))
+                                  meaning, default, EFFECTS[match["effect"]]))
     return found
 
 
@@ -65,6 +65,7 @@ is stricter: it refuses to set what does not fit the type in `device/sepolicy/pr
 | a change takes effect | when |
 |---|---|
 | restart | at the daemon's next start |
+| first use | at once, if the daemon has not used it yet; else at its next start |
 | at once | when the property is used next |
 | both | when it is used next, if the feature was on at the daemon's start |
 

@@ -326,13 +326,12 @@ class HalFrozenTest(TreeTest):
 
 
 PROPERTIES = """#define CORVID_WIFI_PROPERTIES(P, F) \\
-    /* scans | off | both */ \\
-    P(bool, cmd_scan, "cmd.scan") \\
-    /* upper step, \\
-       dBm | 20 | restart */ \\
-    P(unsigned, dbm_upper, "dbm.upper") \\
-    /* which | 0 | at once */ \\
-    F(int, which, "which")
+    P(bool, cmd_scan, "cmd.scan", false, Both, "scans") \\
+    \\
+    P(unsigned, dbm_upper, "dbm.upper", 20, FirstUse, "upper step, " \\
+      "dBm") \\
+    \\
+    F(int, which, "which", 0, AtOnce, "which")
 P(not, of, "the list")
 """
 
@@ -371,11 +370,11 @@ class PropertiesTest(TreeTest):
 
     def test_another_default_in_the_code_is_found(self):
         self.change("managers/A.cpp", "20", "21")
-        self.assert_complains(self.check(), self.LIST + ":6", "20", "managers/A.cpp:1", "21")
+        self.assert_complains(self.check(), self.LIST + ":5", "20", "managers/A.cpp:1", "21")
 
     def test_a_property_that_nobody_uses_is_found(self):
         self.change("managers/A.cpp", "int which() { return corvid_wifi_which(false); }", "")
-        self.assert_complains(self.check(), self.LIST + ":8", "which", "used neither")
+        self.assert_complains(self.check(), self.LIST + ":7", "which", "used neither")
 
     def test_a_read_of_an_unlisted_property_is_found(self):
         self.write("managers/B.cpp", "bool b = corvid_wifi_more(true);\n")
@@ -383,19 +382,21 @@ class PropertiesTest(TreeTest):
 
     def test_a_time_of_effect_that_the_code_does_not_keep_is_found(self):
         for path, old, new, place in (
-                (self.LIST, "20 | restart", "20 | at once", "managers/A.cpp:1"),
-                (self.LIST, "off | both", "off | at once", "config/FeatureList.h:1"),
-                (self.LIST, "0 | at once", "0 | both", "config/FeatureList.h")):
+                (self.LIST, "20, FirstUse", "20, AtOnce", "managers/A.cpp:1"),
+                (self.LIST, "false, Both", "false, AtOnce", "config/FeatureList.h:1"),
+                (self.LIST, "false, Both", "false, FirstUse", "config/FeatureList.h:1"),
+                (self.LIST, "0, AtOnce", "0, Both", "config/FeatureList.h")):
             with self.subTest(new):
                 self.change(path, old, new)
                 self.assertEqual([place in complaint for complaint in self.check()][:1], [True])
                 self.change(path, new, old)
 
-    def test_a_comment_without_its_parts_is_found(self):
-        for comment in ("scans", "scans | off", "scans | off | sometimes", "| off | both"):
-            with self.subTest(comment):
-                self.write(self.LIST, PROPERTIES.replace("scans | off | both", comment))
-                self.assertIn(self.LIST + ":3", self.check()[0])
+    def test_an_entry_without_its_parts_is_found(self):
+        for parts in ('"scans"', 'false, "scans"', 'false, Sometimes, "scans"', 'false, Both',
+                      'false, Both, ""'):
+            with self.subTest(parts):
+                self.write(self.LIST, PROPERTIES.replace('false, Both, "scans"', parts))
+                self.assertIn(self.LIST + ":2", self.check()[0])
 
     def test_a_made_file_that_was_changed_or_removed_is_found(self):
         for path in ("docs/properties.md", "device/sepolicy/property_contexts"):
