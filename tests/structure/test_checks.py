@@ -16,6 +16,7 @@ import check_format
 import check_hal_docs
 import check_hal_frozen
 import check_includes
+import check_policy
 import check_properties
 import check_tidy
 import check_words
@@ -491,6 +492,99 @@ class DeviceTest(TreeTest):
                 os.rename(os.path.join(self.root, path), os.path.join(self.root, "away"))
                 self.assertIn(f"{path}: is missing", check_device.check(self.root))
                 os.rename(os.path.join(self.root, "away"), os.path.join(self.root, path))
+
+
+class PolicyTest(TreeTest):
+    """On a copy of the tree's policy and sources."""
+
+    TE = "device/sepolicy/hal_corvid_wifi_default.te"
+
+    def setUp(self):
+        super().setUp()
+        tree = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+        for folder in ("device", "tests/sepolicy", "os", "config", "client", "managers",
+                       "service"):
+            shutil.copytree(os.path.join(tree, folder), os.path.join(self.root, folder))
+
+    def read(self, path):
+        with open(os.path.join(self.root, path), encoding="utf-8") as file:
+            return file.read()
+
+    def complaints_with(self, path, old, new, thorough=False):
+        """What is complained of when the file has `new` for `old`."""
+        text = self.read(path)
+        self.assertIn(old, text)
+        self.write(path, text.replace(old, new))
+        complaints = check_policy.check(self.root, thorough)
+        self.write(path, text)
+        return complaints
+
+    def test_the_trees_policy_is_fine(self):
+        self.assertEqual(check_policy.check(self.root), [])
+
+    def test_a_rule_without_a_reason_is_found(self):
+        complaints = self.complaints_with(self.TE, "# client/WpaClient.cpp: lstat\n",
+                                          "# Because.\n")
+        self.assertEqual(len(complaints), 2, complaints)
+        self.assertIn("client/WpaClient.cpp:", complaints[0])
+        self.assertIn("says which code needs it", complaints[1])
+
+    def test_a_rule_whose_code_is_gone_is_found(self):
+        for old, new, part in (
+                ("# client/Nl80211Client.cpp: genl_connect", "# client/Gone.cpp: genl_connect",
+                 "there is no client/Gone.cpp"),
+                ("Client.cpp: NL80211_CMD_VENDOR", "Client.cpp: NL80211_CMD_ROAM",
+                 "has no such word")):
+            with self.subTest(new):
+                self.assertTrue(any(part in complaint and self.TE in complaint for complaint in
+                                    self.complaints_with(self.TE, old, new)))
+
+    def test_code_without_a_rule_is_found(self):
+        for call in ('system("reboot");', 'FILE* f = fopen("/data/x", "w");', "::open(path, 0);",
+                     "IStats::getService();", "std::ofstream out(path);"):
+            with self.subTest(call):
+                self.write("managers/New.cpp", f"// One line.\nvoid f() {{ {call} }}\n")
+                self.assert_complains(check_policy.check(self.root, False), "managers/New.cpp:2",
+                                      "needs a rule", "device/sepolicy")
+
+    def test_a_wider_rule_is_found(self):
+        reason = "# service/service.cpp: main\n"
+        for rule, part in (
+                (f"allow {check_policy.DAEMON} wpa_data_file:dir rename;", "dir rename"),
+                (f"allow {check_policy.DAEMON} self:capability net_raw;", "neverallow"),
+                ("set_prop(shell, vendor_corvid_wifi_prop)", "neverallow")):
+            with self.subTest(rule):
+                complaints = self.complaints_with(self.TE, "# What no later",
+                                                  f"{reason}{rule}\n\n# What no later")
+                self.assert_complains(complaints, part, "device/sepolicy")
+
+    def test_a_right_that_the_code_needs_is_missed(self):
+        self.assert_complains(
+            self.complaints_with(self.TE, "{ getattr open read search watch }",
+                                 "{ getattr open read search }"),
+            "does not give", "wpa_data_file:dir watch")
+
+    def test_a_missing_neverallow_is_found(self):
+        rule = f"neverallow {check_policy.DAEMON} self:udp_socket {{ bind connect write }};\n"
+        self.assert_complains(self.complaints_with(self.TE, rule, "", thorough=True),
+                              "no neverallow forbids", "udp_socket connect")
+
+    def test_contexts_that_disagree_are_found(self):
+        for path, old, new, *parts in (
+                ("device/sepolicy/file_contexts", "wifi@1", "wlan@1", "labels no program",
+                 check_device.SCRIPT),
+                ("device/sepolicy/hwservice_contexts", "IWifi", "IWlan", check_device.SCRIPT),
+                ("device/sepolicy/hwservice_contexts", "_hwservice:", "_service:",
+                 "declares no type hal_corvid_wifi_service"),
+                ("device/sepolicy/file_contexts", ":s0", "", "is no 'KEY")):
+            with self.subTest(path=path, new=new):
+                self.assert_complains(self.complaints_with(path, old, new), path, *parts)
+
+    def test_a_policy_that_does_not_compile_is_no_success(self):
+        self.assertTrue(any("does not compile" in complaint for complaint in
+                            self.complaints_with(self.TE, "type hal", "typ hal")))
+        shutil.rmtree(os.path.join(self.root, "device/sepolicy"))
+        self.assert_complains(check_policy.check(self.root), "there is no policy")
 
 
 class WordsTest(TreeTest):

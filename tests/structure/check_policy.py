@@ -1,0 +1,270 @@
+#!/usr/bin/env python3
+"""check_policy.py SOURCE_TREE
+
+The SELinux policy in device/sepolicy compiles, against the stand-ins in tests/sepolicy for what the
+platform declares. The daemon may do what is listed here and nothing else, and a rule that gives it
+more does not compile. Each rule has above it the source and the word that need it ("# os/Poll.cpp:
+epoll_wait"), and each call that needs a rule is named above one. The contexts agree with the policy,
+the init script and the interface.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+import check_device
+import source_tree
+
+POLICY = "device/sepolicy"
+STAND_INS = "tests/sepolicy"
+DAEMON = "hal_corvid_wifi_default"
+SERVICE = "hal_corvid_wifi_hwservice"
+
+# What the daemon may: {target and class: permissions}. The policy gives exactly this.
+MAY = {
+    # init starts it; its own process and sockets
+    f"{DAEMON}_exec:file": "entrypoint execute getattr map open read",
+    f"{DAEMON}:process": "fork signal",
+    f"{DAEMON}:unix_dgram_socket":
+        "append bind connect create getattr getopt ioctl lock read setattr setopt shutdown write",
+    # its service, and its clients' callbacks
+    f"{SERVICE}:hwservice_manager": "add find",
+    "hidl_base_hwservice:hwservice_manager": "add",
+    "hal_corvid_wifi_client:binder": "call transfer",
+    "hal_corvid_wifi_client:fd": "use",
+    "hwbinder_device:chr_file": "ioctl map open read write",
+    "hwservicemanager:binder": "call transfer",
+    # its properties, which it never sets
+    "vendor_corvid_wifi_prop:file": "getattr map open read",
+    # the supplicant's sockets
+    "vendor_data_file:dir": "search",
+    "wpa_data_file:dir": "add_name getattr open read remove_name search watch write",
+    "wpa_data_file:sock_file": "create getattr setattr unlink write",
+    "hal_wifi_supplicant_server:unix_dgram_socket": "sendto",
+    # nl80211
+    f"{DAEMON}:netlink_generic_socket":
+        "append bind connect create getattr getopt lock read setattr setopt shutdown write",
+    f"{DAEMON}:capability": "net_admin",
+    f"{DAEMON}:udp_socket": "create ioctl",
+    # the statistics service
+    "fwk_stats_hwservice:hwservice_manager": "find",
+    "stats_service_server:binder": "call transfer",
+    "stats_service_server:fd": "use",
+    # the sensor service
+    "hal_vrsensors_hwservice:hwservice_manager": "find",
+    "hal_vrsensors_server:binder": "call transfer",
+    "hal_vrsensors_server:fd": "use",
+}
+
+# Rules that must not compile.
+WIDENINGS = (
+    f"allow {DAEMON} default_prop:property_service set;",
+    f"allow {DAEMON} vendor_corvid_wifi_prop:property_service set;",
+    f"allow {DAEMON} self:capability net_raw;",
+    f"allow {DAEMON} self:capability2 block_suspend;",
+    f"allow {DAEMON} self:tcp_socket create;",
+    f"allow {DAEMON} self:packet_socket create;",
+    f"allow {DAEMON} self:netlink_route_socket create;",
+    f"allow {DAEMON} self:udp_socket connect;",
+    f"allow {DAEMON} wpa_data_file:file write;",
+    f"allow {DAEMON} vendor_data_file:dir add_name;",
+    f"allow {DAEMON} vendor_data_file:sock_file create;",
+    f"allow {DAEMON} vendor_shell_exec:file execute_no_trans;",
+    f"allow shell {DAEMON}:process transition;",
+    f"allow untrusted_app {SERVICE}:hwservice_manager find;",
+    f"allow headset_app {SERVICE}:hwservice_manager add;",
+    "allow headset_app vendor_corvid_wifi_prop:property_service set;",
+)
+
+# Calls that SELinux decides on. A source that makes one is named above a rule.
+DECIDED = re.compile(
+    r"(?:(?<![\w.>:])|(?<!\w)::)(accept4?|bind|chmod|chown|connect|create(?:Camera|Controller)Provider|"
+    r"exec[lv]\w*|fopen|genl_connect|if_nametoindex|inotify_add_watch|ioctl|kill|lstat|mkdir|"
+    r"open|opendir|openat|rename|rmdir|setTransportErrorAction|setpriority|socket|stat|statx|"
+    r"symlink|system|unlink|wpa_ctrl_open|__system_property_\w+|SetProperty|sched_setscheduler"
+    r")\(|\b(getService|tryGetService|registerAsService)\(|(?<!filesystem::path)\b(ifstream|"
+    r"ofstream)\b")
+
+_COMMENT = re.compile(r"# ([\w./-]+/[\w.-]+): (\w+)$")
+_RULE = re.compile(r"^(?:allow|allowxperm|typeattribute|[a-z_]+\()")
+
+
+def te_files(root):
+    return [path for path in source_tree.files(root)
+            if path.startswith(POLICY + "/") and path.endswith(".te")]
+
+
+def source_of(root, more=""):
+    """The whole policy in the order that checkpolicy wants."""
+    def text(path):
+        return source_tree.read(root, path)
+    body = "".join(text(path) for path in (
+        f"{STAND_INS}/macros", f"{POLICY}/attributes", f"{STAND_INS}/platform.te",
+        *te_files(root))) + more + "\n"
+    expanded = subprocess.run(["m4"], input=body, capture_output=True, text=True, check=True)
+    return text(f"{STAND_INS}/classes") + expanded.stdout + text(f"{STAND_INS}/contexts")
+
+
+def compile_policy(root, binary, more=""):
+    """What checkpolicy complains of; nothing if the policy compiles."""
+    conf = binary + ".conf"
+    with open(conf, "w", encoding="utf-8") as file:
+        file.write(source_of(root, more))
+    result = subprocess.run(["checkpolicy", "-M", "-c", "30", "-o", binary, conf],
+                            stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    if result.returncode == 0:
+        return None
+    return result.stderr.strip() or "checkpolicy failed"
+
+
+def allowed(binary, *options):
+    """What sesearch finds: [(source, target, class, set of permissions)]."""
+    printed = subprocess.run(["sesearch", "-A", *options, binary], stdin=subprocess.DEVNULL,
+                             capture_output=True, text=True, check=True).stdout
+    return [(source, target, kind, set((many or one).split()))
+            for source, target, kind, many, one in re.findall(
+                r"^allow (\S+) (\S+):(\S+) (?:\{ (.+?) \}|(\S+));$", printed, re.MULTILINE)]
+
+
+def check_permissions(binary):
+    complaints = []
+    may = {}
+    for _, target, kind, permissions in allowed(binary, "-s", DAEMON):
+        may.setdefault(f"{target}:{kind}", set()).update(permissions)
+    for key in sorted(may.keys() | MAY.keys()):
+        wanted = set(MAY.get(key, "").split())
+        given = may.get(key, set())
+        for permission in sorted(given - wanted):
+            complaints.append(f"{POLICY}: gives {DAEMON} {key} {permission}, which "
+                              "tests/structure/check_policy.py does not list")
+        for permission in sorted(wanted - given):
+            complaints.append(f"{POLICY}: does not give {DAEMON} {key} {permission}, which "
+                              "tests/structure/check_policy.py lists")
+    return complaints
+
+
+def check_others(binary):
+    """What other domains may."""
+    complaints = []
+    finders = {source for source, _, _, permissions in
+               allowed(binary, "-t", SERVICE, "-c", "hwservice_manager", "-p", "find", "-dt")}
+    if finders != {"hal_corvid_wifi_client", "hal_corvid_wifi_server"}:
+        complaints.append(f"{POLICY}: {SERVICE} is found by {sorted(finders)}")
+    setters = {source for source, _, _, _ in
+               allowed(binary, "-t", "vendor_corvid_wifi_prop", "-c", "property_service", "-dt")}
+    if setters != {"vendor_init"}:
+        complaints.append(f"{POLICY}: vendor_corvid_wifi_prop is set by {sorted(setters)}")
+    return complaints
+
+
+def check_neverallows(root, binary):
+    return [f"{POLICY}: no neverallow forbids '{rule}'"
+            for rule in WIDENINGS
+            if "neverallow" not in (compile_policy(root, binary, rule) or "")]
+
+
+def check_reasons(root):
+    """Rules without code and code without rules."""
+    complaints = []
+    named = set()
+    for path in te_files(root):
+        reasons = []
+        in_comment = False
+        for number, line in enumerate(source_tree.read(root, path).splitlines(), 1):
+            if line.startswith("#"):
+                if not in_comment:
+                    reasons = []
+                in_comment = True
+                match = _COMMENT.match(line)
+                if match:
+                    reasons.append((number, *match.groups()))
+                continue
+            in_comment = False
+            if not line:
+                reasons = []
+            elif _RULE.match(line) and not line.startswith("vendor_internal_prop("):
+                if not reasons:
+                    complaints.append(f"{path}:{number}: '{line}' has no '# SOURCE: WORD' above it "
+                                      "that says which code needs it")
+                named.update((source, word) for _, source, word in reasons)
+            for place, source, word in reasons if _RULE.match(line) else []:
+                file = os.path.join(root, source)
+                if not os.path.exists(file):
+                    complaints.append(f"{path}:{place}: there is no {source}")
+                elif not re.search(rf"\b{word}\b", source_tree.read(root, source)):
+                    complaints.append(f"{path}:{place}: a rule for {word} in {source}, which has "
+                                      "no such word")
+    for path in source_tree.files(root):
+        if path.split(os.sep)[0] not in ("os", "config", "client", "managers", "service") or \
+                not path.endswith(".cpp"):
+            continue
+        text = re.sub(r"//[^\n]*", "", source_tree.read(root, path))
+        for match in DECIDED.finditer(text):
+            word = next(group for group in match.groups() if group)
+            # A function of the source's own that is called like one of the system's.
+            own = match.group(1) and re.search(rf"\w::{word}\(", text)
+            if not own and (path, word) not in named:
+                complaints.append(f"{path}:{source_tree.line_of(text, match.start())}: {word} "
+                                  f"needs a rule, but none in {POLICY} has '# {path}: {word}' "
+                                  "above it")
+    return sorted(set(complaints))
+
+
+def check_contexts(root, declared):
+    """Contexts against the policy's types, the init script and the interface."""
+    complaints = []
+    for name in ("file_contexts", "hwservice_contexts", "property_contexts"):
+        path = f"{POLICY}/{name}"
+        keys = []
+        for number, line in enumerate(source_tree.read(root, path).splitlines(), 1):
+            words = line.partition("#")[0].split()
+            if not words:
+                continue
+            keys.append(words[0])
+            match = re.fullmatch(r"u:object_r:(\w+):s0", words[1] if len(words) > 1 else "")
+            if not match:
+                complaints.append(f"{path}:{number}: is no 'KEY u:object_r:TYPE:s0'")
+            elif match.group(1) not in declared:
+                complaints.append(f"{path}:{number}: {POLICY} declares no type {match.group(1)}")
+        if name == "file_contexts":
+            program = re.search(r"^service \S+ (\S+)", source_tree.read(root, check_device.SCRIPT),
+                                re.MULTILINE)
+            if not program or not any(re.fullmatch(key, program.group(1)) for key in keys):
+                complaints.append(f"{path}: labels no program that {check_device.SCRIPT} starts")
+        if name == "hwservice_contexts":
+            served = re.search(r"^\s+interface (\S+)@[\d.]+(::\w+) ",
+                               source_tree.read(root, check_device.SCRIPT), re.MULTILINE)
+            if not served or keys != [served.group(1) + served.group(2)]:
+                complaints.append(f"{path}: has {keys}, but {check_device.SCRIPT} serves "
+                                  f"{served and served.group(1) + served.group(2)}")
+    return complaints
+
+
+def check(root, thorough=True):
+    for tool, package in (("m4", "m4"), ("checkpolicy", "checkpolicy"), ("sesearch", "setools")):
+        if shutil.which(tool) is None:
+            return [f"{tool} is not installed: apt-get install {package}"]
+    if not te_files(root):
+        return [f"{POLICY}: there is no policy"]
+    complaints = check_reasons(root)
+    declared = {name for path in te_files(root) for name in re.findall(
+        r"^(?:type |vendor_internal_prop\()(\w+)", source_tree.read(root, path), re.MULTILINE)}
+    complaints += check_contexts(root, declared)
+    with tempfile.TemporaryDirectory() as folder:
+        binary = os.path.join(folder, "policy")
+        error = compile_policy(root, binary)
+        if error:
+            complaints.append(f"{POLICY}: does not compile: {error}")
+        else:
+            complaints += check_permissions(binary)
+            if thorough:
+                complaints += check_others(binary)
+                complaints += check_neverallows(root, os.path.join(folder, "wider"))
+    return complaints
+
+
+if __name__ == "__main__":
+    source_tree.finish(check(sys.argv[1]))
