@@ -118,7 +118,8 @@ CALLBACKS = {
     "onChannelSwitch": {"frequency": (INTEGER, _REQUIRED), "width": (INTEGER, _REQUIRED),
                         "isP2p": (BOOLEAN, _REQUIRED)},
     "onAssocStarted": {},
-    "onRegdomUpdated": {"init": (TEXT, _REQUIRED), "type": (TEXT, _REQUIRED),
+    # The callback's "type" would be the record's.
+    "onRegdomUpdated": {"init": (TEXT, _REQUIRED), "regdomType": (TEXT, _REQUIRED),
                         "alpha2": (TEXT, _REQUIRED)},
 }
 
@@ -224,13 +225,14 @@ def _lines(file, path):
             yield number, line.rstrip(b"\r\n"), line.endswith(b"\n")
 
 
-def read_trace(path, complain=complain_to_stderr):
+def read_trace(path, complain=complain_to_stderr, file=None):
     """Opens a trace or a result ("-": standard input): its header and an iterator of its Records.
 
-    Raises FormatError for a line that is none, and OSError. A last line that was cut off in the
+    `file` is the binary file where it is open already; it is closed at the end. Raises FormatError for a line that is none, and OSError. A last line that was cut off in the
     middle, as by a headset that lost its power, is left away: `complain(path, line, what)`.
     """
-    file = sys.stdin.buffer if path == "-" else open(path, "rb")
+    if file is None:
+        file = sys.stdin.buffer if path == "-" else open(path, "rb")
     lines = _lines(file, path)
     try:
         number, text, _ = next(lines, (1, None, True))

@@ -1,0 +1,96 @@
+"""A table with a header line: time_s,rssi_dbm and, if there is more than one channel, freq_mhz."""
+
+import csv
+import math
+
+from corvid_trace.errors import FormatError
+from corvid_trace.importing.clock import FIRST_EPOCH
+from corvid_trace.importing.lines import shortened
+from corvid_trace.importing.link import FREQUENCIES_MHZ, RSSI_DBM, WIDTHS, Link
+
+NAME = "csv"
+NEEDED = ("time_s", "rssi_dbm")
+OPTIONAL = ("freq_mhz", "width_mhz")
+DEFAULT_FREQUENCY_MHZ = 5180
+
+
+def _cells(line, delimiter):
+    return [cell.strip() for cell in next(csv.reader([line], delimiter=delimiter), [])]
+
+
+def _columns(line):
+    """(names, delimiter) of a header line."""
+    line = line.removeprefix("\ufeff")
+    delimiter = max(",;\t", key=line.count)
+    return [name.lower() for name in _cells(line, delimiter)], delimiter
+
+
+def looks_so(line):
+    names, _ = _columns(line)
+    return all(name in names for name in NEEDED)
+
+
+def records(lines, header, problems, options):
+    """See the package. The first row connects; a row without rssi_dbm is a time without a link."""
+    lines = iter(lines)
+    number, first = next(lines, (1, ""))
+    names, delimiter = _columns(first)
+    missing = [name for name in NEEDED if name not in names]
+    if missing:
+        raise FormatError(options.path, number, f"the header line lacks {' and '.join(missing)}; "
+                          f"allowed are {', '.join(NEEDED + OPTIONAL)}")
+    for name in names:
+        if name not in NEEDED + OPTIONAL:
+            problems.add(number, f"the column {shortened(name)} is not read; allowed are "
+                                 f"{', '.join(NEEDED + OPTIONAL)}")
+    header["interfaces"] = {"sta": options.sta_interface}
+    link = Link(options.sta_interface)
+    start = last = None
+    for number, text in lines:
+        if not text.strip():
+            continue
+        row = dict(zip(names, _cells(text, delimiter)))
+        try:
+            t = _row(row, link)
+        except ValueError as error:
+            problems.add(number, str(error))
+            continue
+        if last is not None and t < last:
+            problems.add(number, f"time_s is {t}, after a row with {last}; times never decrease")
+            continue
+        if start is None:
+            start = t if t >= FIRST_EPOCH else 0.0
+            header["start_wall"] = start or None
+        last = t
+        yield link.sample(round(t - start, 6), always=True)
+
+
+def _number(row, name, default=None):
+    text = row.get(name) or default
+    try:
+        value = float(text)
+    except (TypeError, ValueError):
+        value = math.nan
+    if not math.isfinite(value):
+        raise ValueError(f"{name} is {shortened(text or '')}; allowed is a number")
+    return value
+
+
+def _row(row, link):
+    """Tells the link what a row says; its time. Raises ValueError before anything is changed."""
+    t = _number(row, "time_s")
+    if not row.get("rssi_dbm") and "rssi_dbm" in row:
+        link.disconnect()
+        return t
+    rssi = _number(row, "rssi_dbm")
+    frequency = _number(row, "freq_mhz", str(DEFAULT_FREQUENCY_MHZ))
+    width = row.get("width_mhz") or None
+    if not RSSI_DBM[0] <= rssi <= RSSI_DBM[-1]:
+        raise ValueError(f"rssi_dbm is {rssi:g}; allowed is {RSSI_DBM[0]} to {RSSI_DBM[-1]}")
+    if frequency not in FREQUENCIES_MHZ:
+        raise ValueError(f"freq_mhz is {frequency:g}; allowed is a whole number from "
+                         f"{FREQUENCIES_MHZ[0]} to {FREQUENCIES_MHZ[-1]}")
+    if width is not None and width not in WIDTHS:
+        raise ValueError(f"width_mhz is {shortened(width)}; allowed is {', '.join(WIDTHS)}")
+    link.poll(int(frequency), round(rssi), WIDTHS.get(width))
+    return t
