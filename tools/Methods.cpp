@@ -9,6 +9,7 @@
 
 #include "tools/Arguments.h"
 #include "tools/Json.h"
+#include "tools/Nearest.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -201,23 +202,26 @@ std::string Method::usage() const {
 }
 
 Call bindCall(const std::vector<std::string>& words) {
-    std::string names;
+    std::vector<std::string> names;
     for (const Method& method : allMethods()) {
         if (words.empty() || words.front() != method.name) {
-            names += (names.empty() ? "" : ", ") + method.name;
+            names.push_back(method.name);
             continue;
         }
         const std::vector<std::string> arguments(words.begin() + 1, words.end());
         if (arguments.size() != method.parameters.size()) {
-            throw UsageError(method.name + " takes " + std::to_string(method.parameters.size()) +
-                             " arguments, not " + std::to_string(arguments.size()) +
-                             "; allowed is: call " + method.usage());
+            const size_t wanted = method.parameters.size();
+            throw UsageError(method.name + " takes " + std::to_string(wanted) +
+                             (wanted == 1 ? " argument, not " : " arguments, not ") +
+                             std::to_string(arguments.size()) + "; allowed is: call " +
+                             method.usage());
         }
         return method.bind(arguments);
     }
-    throw UsageError(
-        (words.empty() ? "call needs a method" : "there is no method " + toLine(words.front())) +
-        "; allowed are " + names);
+    throw UsageError((words.empty() ? "call needs a method"
+                                    : "there is no method " + toLine(words.front()) +
+                                          didYouMean(words.front(), names)) +
+                     "; allowed are " + joined(names));
 }
 
 std::string listMethods() {

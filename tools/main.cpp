@@ -34,6 +34,7 @@ constexpr char kHelp[] =
     R"(corvid-wifi: asks the Wi-Fi service, tells it what to do, and shows its events
 
   corvid-wifi call METHOD [ARG ...]  calls a method of IWifi and prints the answer as JSON
+  corvid-wifi call --check METHOD [ARG ...]  only says whether that could be called
   corvid-wifi call --list            lists the methods with their arguments
   corvid-wifi dump                   prints the state of every feature
   corvid-wifi monitor                prints each event as a line of JSON, until Ctrl-C
@@ -68,7 +69,11 @@ int call(const Words& words) {
         print(listMethods());
         return kSuccess;
     }
-    const Call call = bindCall(words);
+    const bool checks = !words.empty() && words.front() == "--check";
+    const Call call = bindCall(checks ? Words(words.begin() + 1, words.end()) : words);
+    if (checks) {
+        return kSuccess;
+    }
     const Answer answer = call(*findService());
     print(answer.json + "\n");
     return answer.success ? kSuccess : kFailure;
