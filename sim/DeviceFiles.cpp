@@ -49,8 +49,7 @@ std::string oneLine(std::string text) {
 }  // namespace
 
 DeviceFiles::DeviceFiles(EventLoop& loop, Recorder& recorder) : loop_(loop), recorder_(recorder) {
-    for (const std::string_view folder :
-         {kSocketFolder, kHwbinderFolder, kPropertyFolder, kStatsFolder, kSensorFolder}) {
+    for (const std::string_view folder : folders()) {
         std::error_code error;
         fs::create_directories(host::rootedPath(folder), error);
         if (error) {
@@ -69,6 +68,10 @@ DeviceFiles::DeviceFiles(EventLoop& loop, Recorder& recorder) : loop_(loop), rec
 }
 
 DeviceFiles::~DeviceFiles() { loop_.forget(inotify_.get()); }
+
+std::vector<std::string_view> DeviceFiles::folders() {
+    return {kSocketFolder, kHwbinderFolder, kPropertyFolder, kStatsFolder, kSensorFolder};
+}
 
 std::string DeviceFiles::socketFolder() { return host::rootedPath(kSocketFolder); }
 std::string DeviceFiles::nl80211Path() { return host::rootedPath("/dev/nl80211"); }

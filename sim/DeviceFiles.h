@@ -3,6 +3,8 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 
@@ -23,6 +25,8 @@ class DeviceFiles {
     DeviceFiles(const DeviceFiles&) = delete;
     DeviceFiles& operator=(const DeviceFiles&) = delete;
 
+    /** Those that it makes, as the device's paths. */
+    static std::vector<std::string_view> folders();
     /** Folder of the supplicant's sockets, with a slash at its end. */
     static std::string socketFolder();
     static std::string nl80211Path();

@@ -12,6 +12,9 @@ namespace sim {
 
 namespace {
 
+/** corvid-wifi's status for words that it does not take. */
+constexpr int kWrongUsage = 2;
+
 std::string joined(const std::vector<std::string>& words) {
     std::string out;
     for (const std::string& word : words) {
@@ -197,9 +200,12 @@ void Programs::runClient(const std::vector<std::string>& arguments, const Done& 
                           .with("arguments", words)
                           .with("output", running->output)
                           .with("status", WIFEXITED(status) ? WEXITSTATUS(status) : -1));
+        const bool wrong = WIFEXITED(status) && WEXITSTATUS(status) == kWrongUsage;
+        const std::string error =
+            wrong ? running->output.substr(0, running->output.find('\n')) : "";
         calls_.erase(std::find_if(calls_.begin(), calls_.end(),
                                   [running](const auto& c) { return c.get() == running; }));
-        done("");
+        done(error);
     };
     std::string error;
     call->child = Child::start(loop_, {paths_.client, arguments, {}}, onLine, onEnd, error);

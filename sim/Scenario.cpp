@@ -31,6 +31,7 @@ Step parseStep(Words& words, int line) {
     step.verb = &*std::find_if(verbs().begin(), verbs().end(),
                                [name](const Verb& verb) { return verb.name == name; });
     step.action = step.verb->parse(words);
+    step.warnings = words.warnings();
     return step;
 }
 
@@ -53,27 +54,34 @@ Duration parseTime(Words& words, Duration before) {
 
 }  // namespace
 
-Scenario parseScenario(std::string name, std::string_view text) {
-    Scenario scenario{std::move(name), {}};
+Scenario parseScenario(std::string name, std::string_view text, const LineChecks& checks) {
+    Scenario scenario{std::move(name), {}, {}};
     Duration now{0};
     bool prepare = true;
+    bool ended = false;
     int number = 0;
     for (size_t position = 0; position < text.size();) {
-        Words words(nextLine(text, position), ++number);
-        if (words.atEnd()) {
-            continue;
+        const std::string_view line = nextLine(text, position);
+        try {
+            Words words(line, ++number, checks);
+            if (words.atEnd()) {
+                continue;
+            }
+            if (std::exchange(ended, false)) {
+                words.fail("nothing may follow 'end'");
+            }
+            if (words.skip("at")) {
+                prepare = false;
+                now = parseTime(words, now);
+            }
+            Step step = parseStep(words, number);
+            step.at = now;
+            step.prepare = prepare;
+            ended = step.verb->name == "end";
+            scenario.steps.push_back(std::move(step));
+        } catch (const ScenarioError& error) {
+            scenario.errors.push_back(error);
         }
-        if (!scenario.steps.empty() && scenario.steps.back().verb->name == "end") {
-            words.fail("nothing may follow 'end'");
-        }
-        if (words.skip("at")) {
-            prepare = false;
-            now = parseTime(words, now);
-        }
-        Step step = parseStep(words, number);
-        step.at = now;
-        step.prepare = prepare;
-        scenario.steps.push_back(std::move(step));
     }
     return scenario;
 }

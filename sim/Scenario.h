@@ -18,15 +18,17 @@ struct Step {
     std::string text;  ///< The line without its time and comment.
     const Verb* verb = nullptr;
     Action action;
+    std::vector<std::string> warnings;
 };
 
 struct Scenario {
     std::string name;  ///< The file's name as it was given.
     std::vector<Step> steps;
+    std::vector<ScenarioError> errors;  ///< One for each line that is not understood.
 };
 
-/** Parses a whole scenario; throws ScenarioError at the first line that is not understood. */
-Scenario parseScenario(std::string name, std::string_view text);
+/** Parses a whole scenario. It can be played if it has no errors. */
+Scenario parseScenario(std::string name, std::string_view text, const LineChecks& checks = {});
 
 /**
  * Parses one line without a time. Empty when the line is blank or a comment; throws ScenarioError

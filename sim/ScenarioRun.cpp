@@ -31,7 +31,7 @@ ScenarioRun::ScenarioRun(EventLoop& loop, Recorder& recorder, Simulation& simula
 void ScenarioRun::start() { prepareFrom(0); }
 
 void ScenarioRun::fail(const std::string& message) {
-    failed_ = true;
+    failures_.push_back(message);
     recorder_.add(Record("error", message));
 }
 
@@ -95,23 +95,47 @@ void ScenarioRun::startTimed() {
 }
 
 void ScenarioRun::playDue() {
-    const auto dueAt = [this] { return start_ + simulation_.scaled(scenario_.steps[next_].at); };
-    while (next_ < scenario_.steps.size() && dueAt() <= EventLoop::Clock::now()) {
-        const Step& step = scenario_.steps[next_++];
+    const auto& steps = scenario_.steps;
+    const auto dueAt = [this](const Step& step) { return start_ + simulation_.scaled(step.at); };
+    const auto isDue = [&](const Step& step) { return dueAt(step) <= EventLoop::Clock::now(); };
+    while (next_ < steps.size() && isDue(steps[next_])) {
+        // The first line after the call that has a later time ends the wait.
+        const auto later = std::find_if(
+            steps.begin() + static_cast<std::ptrdiff_t>(next_), steps.end(),
+            [this](const Step& step) { return waitedFor_ == nullptr || step.at > waitedFor_->at; });
+        if (waitedFor_ != nullptr && (later == steps.end() || !isDue(*later))) {
+            if (later != steps.end()) {
+                loop_.at(dueAt(*later), [this] { playDue(); });
+            }
+            return;
+        }
+        waitedFor_ = nullptr;
+        const Step& step = steps[next_++];
+        if (step.verb->waitedFor) {
+            waitedFor_ = &step;
+        }
         simulation_.perform(step,
                             [this, &step](const std::string& error) { onStepDone(step, error); });
     }
-    if (next_ < scenario_.steps.size()) {
-        loop_.at(dueAt(), [this] { playDue(); });
+    if (next_ < steps.size()) {
+        loop_.at(dueAt(steps[next_]), [this] { playDue(); });
     }
 }
 
 void ScenarioRun::onStepDone(const Step& step, const std::string& error) {
+    if (step.verb->effect == Verb::Effect::Expects) {
+        ++expected_;
+        met_ += error.empty() ? 1 : 0;
+    }
     if (!error.empty()) {
         fail(scenario_.name + ":" + std::to_string(step.line) + ": " + error);
     }
     if (--left_ == 0) {
         onAllDone();
+    } else if (waitedFor_ == &step) {
+        waitedFor_ = nullptr;
+        // Not from here: perform() may still be under way.
+        loop_.after({}, [this] { playDue(); });
     }
 }
 
@@ -131,8 +155,24 @@ void ScenarioRun::onAllDone() {
 void ScenarioRun::end() {
     if (!std::exchange(ended_, true)) {
         simulation_.programs.onDaemonLost(nullptr);
-        onEnd_(failed_);
+        recordResult();
+        onEnd_(!failures_.empty());
     }
+}
+
+void ScenarioRun::recordResult() {
+    std::string text = expected_ == 0
+                           ? "played to the end; nothing was expected"
+                           : std::to_string(met_) +
+                                 (met_ == expected_ ? "" : " of " + std::to_string(expected_)) +
+                                 (expected_ == 1 ? " expectation met" : " expectations met");
+    if (!failures_.empty()) {
+        text += "; what failed:";
+    }
+    for (const std::string& failure : failures_) {
+        text += "\n  " + failure;
+    }
+    recorder_.add(Record("result", text).with("met", met_).with("expected", expected_));
 }
 
 }  // namespace sim

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "sim/EventLoop.h"
 #include "sim/Record.h"
@@ -13,7 +14,8 @@ namespace sim {
 /**
  * Plays a scenario from its first line to its last: the preparation one line after the other, then
  * the statistics service and the daemon, then the timed lines at their times, the start of the
- * daemon being 0, and the daemon's dump at the end.
+ * daemon being 0, and the daemon's dump at the end. A line without a time waits for the call above
+ * it, until the next line with a time is due.
  */
 class ScenarioRun {
   public:
@@ -23,7 +25,10 @@ class ScenarioRun {
         bool dumpAtEnd = true;    ///< When the daemon runs then.
     };
 
-    /** `onEnd(failed)`: a line failed, an expectation didn't come true, or the daemon ended. */
+    /**
+     * `onEnd(failed)`: a line failed, an expectation didn't come true, or the daemon ended. A
+     * record of the kind "result" before it says which.
+     */
     ScenarioRun(EventLoop& loop, Recorder& recorder, Simulation& simulation, Scenario scenario,
                 const Options& options, std::function<void(bool failed)> onEnd);
     ScenarioRun(const ScenarioRun&) = delete;
@@ -41,6 +46,7 @@ class ScenarioRun {
     void onAllDone();
     void end();
     void fail(const std::string& message);
+    void recordResult();
 
     EventLoop& loop_;
     Recorder& recorder_;
@@ -51,7 +57,11 @@ class ScenarioRun {
     EventLoop::Clock::time_point start_;
     size_t next_ = 0;  ///< The timed line that is played next.
     size_t left_ = 0;  ///< Timed lines that are not done.
-    bool failed_ = false;
+    /** The line whose end the lines right below it wait for; null: they need not. */
+    const Step* waitedFor_ = nullptr;
+    int expected_ = 0;  ///< Expectations that are settled.
+    int met_ = 0;
+    std::vector<std::string> failures_;
     bool ended_ = false;
 };
 

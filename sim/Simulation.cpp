@@ -28,6 +28,9 @@ void Simulation::perform(const Step& step, Done done) {
     if (step.verb->effect != Verb::Effect::Expects) {
         recorder.add(Record("line", step.text).with("line", step.line));
     }
+    for (const std::string& warning : step.warnings) {
+        recorder.add(Record("warning", warning).with("line", step.line));
+    }
     step.action(*this, std::move(done));
 }
 

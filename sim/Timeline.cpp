@@ -1,11 +1,11 @@
 #include "sim/Timeline.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <utility>
 
+#include <android/log.h>
 #include <nlohmann/json.hpp>
 
 namespace sim {
@@ -15,7 +15,11 @@ namespace {
 /** Longer texts are cut: a line is for reading at a glance. */
 constexpr size_t kLongestText = 160;
 constexpr std::string_view kPowerCommand = "DRIVER SET_TXPOWER ";
-constexpr std::string_view kLevels = "VDIWEF";
+/** Of these kinds, lines that are the same are counted. */
+constexpr std::string_view kRepeating[] = {"attach",  "burst",  "command", "detach",  "log",
+                                           "netlink", "output", "program", "sensors", "socket"};
+constexpr size_t kWhoWidth = 22;
+constexpr double kLongestWindow = 16;
 
 /** What can't be printed becomes \xHH. */
 std::string printable(std::string_view text) {
@@ -57,6 +61,12 @@ std::string shortReply(std::string_view command, std::string_view reply) {
     return out.empty() ? printable(reply) : out;
 }
 
+/** An android_LogPriority. */
+int priorityOf(char level) {
+    constexpr std::string_view kLevels = "VDIWEF";
+    return ANDROID_LOG_VERBOSE + static_cast<int>(std::min(kLevels.find(level), kLevels.size()));
+}
+
 /** An event's text without its priority tag. */
 std::string_view eventText(std::string_view text) {
     return text.size() > 3 && text[0] == '<' && text[2] == '>' ? text.substr(3) : text;
@@ -66,40 +76,84 @@ std::string_view eventText(std::string_view text) {
 
 void Timeline::line(const Record& record, Style style, std::string_view who,
                     std::string_view text) {
+    const bool repeats = std::find(std::begin(kRepeating), std::end(kRepeating), record.kind) !=
+                         std::end(kRepeating);
+    if (!repeats || !leaveOut(record.t, style, who, text)) {
+        write(record.t, style, who, text);
+    }
+}
+
+void Timeline::write(double t, Style style, std::string_view who, std::string_view text) {
     static constexpr const char* kCodes[] = {"",         "\033[2m",  "\033[1m",
                                              "\033[36m", "\033[33m", "\033[1;33m",
                                              "\033[32m", "\033[35m", "\033[1;31m"};
-    std::string shown(text);
-    if (record.kind != "line" && record.kind != "say" && record.kind != "event") {
-        const std::string key = std::string(who) + ' ' + shown;
-        if (tooOften(record.t, key)) {
-            return;
-        }
-        if (const int leftOut = std::exchange(repeats_[key].leftOut, 0); leftOut > 0) {
-            shown += "   (and " + std::to_string(leftOut) + " times before)";
-        }
-    }
-    const bool colour = colour_ && style != Style::Plain;
-    std::printf("%s%8.3f  %-22.*s %s%s\n", colour ? kCodes[static_cast<int>(style)] : "", record.t,
-                static_cast<int>(who.size()), who.data(), shown.c_str(), colour ? "\033[0m" : "");
-    std::fflush(stdout);
+    const bool colour = look_.colour && style != Style::Plain;
+    char head[64];
+    std::snprintf(head, sizeof(head), "%8.3f  ", t);
+    std::string whole = colour ? kCodes[static_cast<int>(style)] : "";
+    whole.append(head).append(who);
+    whole.append(who.size() < kWhoWidth ? kWhoWidth - who.size() : 0, ' ');
+    whole.append(" ").append(text).append(colour ? "\033[0m\n" : "\n");
+    output_.write(whole);
 }
 
-bool Timeline::tooOften(double t, const std::string& text) {
-    Repeats& repeats = repeats_[text];
-    if (t < repeats.since || t - repeats.since >= 1) {
-        repeats.since = t;
-        repeats.printed = 0;
-    }
-    if (repeats.printed == 2) {
+bool Timeline::leaveOut(double t, Style style, std::string_view who, std::string_view text) {
+    Repeats& repeats = repeats_[std::string(who) + ' ' + std::string(text)];
+    repeats.last = t;
+    if (repeats.written == 2) {
         ++repeats.leftOut;
         return true;
     }
-    ++repeats.printed;
+    if (repeats.written++ == 0) {
+        repeats.who = who;
+        repeats.text = text;
+        repeats.style = style;
+        repeats.since = t;
+    }
     return false;
 }
 
+void Timeline::count(double t) {
+    now_ = t;
+    for (auto next = repeats_.begin(); next != repeats_.end();) {
+        const auto current = next++;
+        Repeats& repeats = current->second;
+        if (t >= repeats.since && t - repeats.since < repeats.window) {
+            continue;
+        }
+        writeCount(t, repeats);
+        if (t < repeats.last || t - repeats.last >= 1) {
+            repeats_.erase(current);
+        } else if (repeats.written < 2) {
+            repeats.written = 0;
+        } else {
+            // It goes on: counted from now on, and told less and less often.
+            repeats.since = t;
+            repeats.window = std::min(repeats.window * 2, kLongestWindow);
+        }
+    }
+}
+
+void Timeline::writeCount(double t, Repeats& repeats) {
+    if (const int leftOut = std::exchange(repeats.leftOut, 0); leftOut > 0) {
+        write(t, repeats.style, repeats.who,
+              repeats.text + "   (" + std::to_string(leftOut) +
+                  (leftOut == 1 ? " more time)" : " more times)"));
+    }
+}
+
+void Timeline::finish() {
+    for (auto& [key, repeats] : repeats_) {
+        writeCount(now_, repeats);
+    }
+    repeats_.clear();
+}
+
 void Timeline::print(const Record& record) {
+    if (finished_) {
+        return;  // how everything is taken down
+    }
+    count(record.t);
     if (record.kind == "say") {
         line(record, Style::Bold, "==", record.text);
     } else if (record.kind == "line") {
@@ -132,8 +186,7 @@ void Timeline::print(const Record& record) {
         line(record, Style::Good, "daemon > client", record.text);
     } else if (record.kind == "call") {
         if (record.field("arguments") == "dump") {
-            std::printf("\n%s\n", record.field("output").c_str());
-            std::fflush(stdout);
+            output_.write("\n" + record.field("output") + "\n");
         } else {
             line(record, record.field("status") == "0" ? Style::Good : Style::Warning,
                  "client > daemon", record.text);
@@ -144,6 +197,12 @@ void Timeline::print(const Record& record) {
         line(record, Style::Warning, record.field("program"), printable(record.text));
     } else if (record.kind == "error") {
         line(record, Style::Bad, "failed", record.text);
+    } else if (record.kind == "warning") {
+        line(record, Style::Warning, "warning", record.text);
+    } else if (record.kind == "result") {
+        finish();
+        output_.write("\n" + record.text + "\n");
+        finished_ = true;
     } else if (record.kind == "program" || record.kind == "state") {
         line(record, Style::Faint, "simulator", record.text);
     }
@@ -181,7 +240,7 @@ void Timeline::netlink(const Record& record) {
 void Timeline::log(const Record& record) {
     const std::string level = record.field("level");
     const char letter = level.empty() ? 'V' : level[0];
-    if (kLevels.find(letter) < kLevels.find(lowestLevel_)) {
+    if (!look_.log.shows(priorityOf(letter), record.field("tag"))) {
         return;
     }
     line(record,

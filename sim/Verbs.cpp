@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "sim/PropertyCheck.h"
 #include "sim/Simulation.h"
 
 namespace sim {
@@ -88,7 +89,11 @@ Action setProperty(std::string name, std::optional<std::string> value) {
 
 Action property(Words& words) {
     std::string name = propertyName(words);
-    return setProperty(std::move(name), words.textToEnd("the property's value"));
+    std::string value = words.textToEnd("the property's value");
+    if (std::string warning = propertyWarning(name, value); !warning.empty()) {
+        words.warn(std::move(warning));
+    }
+    return setProperty(std::move(name), std::move(value));
 }
 
 Action unset(Words& words) {
@@ -589,6 +594,12 @@ Action call(Words& words) {
     while (!words.atEnd()) {
         arguments.push_back(words.word("argument"));
     }
+    if (words.checks().call) {
+        const std::vector<std::string> asked(arguments.begin() + 1, arguments.end());
+        if (const std::string wrong = words.checks().call(asked); !wrong.empty()) {
+            words.fail(wrong);
+        }
+    }
     return runClient(std::move(arguments));
 }
 
@@ -740,8 +751,13 @@ const std::vector<Verb>& verbs() {
         {"monitor",
          monitor,
          {{"monitor start|stop", "a client that registers a callback and shows what it is told"}}},
-        {"call", call, {{"call METHOD [ARG ...]", "corvid-wifi call"}}},
-        {"dump", dump, {{"dump", "the daemon's dump"}}},
+        {"call",
+         call,
+         {{"call METHOD [ARG ...]",
+           "corvid-wifi call; what stands right below it waits for the answer"}},
+         Verb::Effect::Changes,
+         true},
+        {"dump", dump, {{"dump", "the daemon's dump"}}, Verb::Effect::Changes, true},
         {"expect",
          expect,
          {{"expect KIND TEXT within TIME",

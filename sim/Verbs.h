@@ -35,6 +35,8 @@ struct Verb {
     Action (*parse)(Words& words);
     std::vector<Help> help;
     Effect effect = Effect::Changes;
+    /** Lines right below it in a file are played when it is done. */
+    bool waitedFor = false;
 };
 
 /** Every verb, in the order in which error messages list them. */

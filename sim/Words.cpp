@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "sim/Nearest.h"
+
 namespace sim {
 
 namespace {
@@ -51,7 +53,8 @@ std::string quote(std::string_view text) { return "'" + std::string(text) + "'";
 
 }  // namespace
 
-Words::Words(std::string_view line, int number) : line_(withoutComment(line)), number_(number) {
+Words::Words(std::string_view line, int number, LineChecks checks)
+    : line_(withoutComment(line)), number_(number), checks_(std::move(checks)) {
     skipBlanks();
 }
 
@@ -137,7 +140,8 @@ std::string_view Words::oneOf(std::string_view what, const std::vector<std::stri
             return word;
         }
     }
-    fail("unknown " + std::string(what) + " " + quote(found) + "; allowed: " + listed(allowed));
+    fail("unknown " + std::string(what) + " " + quote(found) + didYouMean(found, allowed) +
+         "; allowed: " + listed(allowed));
 }
 
 bool Words::skip(std::string_view text) {
@@ -186,7 +190,7 @@ void Words::readOptions(const std::vector<std::string_view>& allowed) {
         }
         if (!known || equals > blank) {
             fail((known ? quote(key) + " needs a value: " + key + "=VALUE"
-                        : "unknown word " + quote(key)) +
+                        : "unknown word " + quote(key) + didYouMean(key, allowed)) +
                  (allowed.empty() ? "; nothing is allowed here"
                                   : "; allowed (as KEY=VALUE): " + listed(allowed)));
         }
@@ -235,7 +239,8 @@ std::string_view Words::optionOf(std::string_view key,
             return word;
         }
     }
-    fail(std::string(key) + " " + quote(*value) + " is unknown; allowed: " + listed(allowed));
+    fail(std::string(key) + " " + quote(*value) + " is unknown" + didYouMean(*value, allowed) +
+         "; allowed: " + listed(allowed));
 }
 
 long Words::number(std::string_view what, const std::string& text, std::string_view unit,

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sim/EventLoop.h"
@@ -18,6 +20,12 @@ class ScenarioError : public std::runtime_error {
     int line;
 };
 
+/** What a line's reader asks others about. */
+struct LineChecks {
+    /** What is wrong with a call of the service with these words (method first), or nothing. */
+    std::function<std::string(const std::vector<std::string>&)> call;
+};
+
 /**
  * The words of one scenario line, read from left to right. Blanks separate words; "..." holds
  * blanks and the escapes \" \\ \n \t \xHH, also after a key and its "="; # outside of quotes begins
@@ -25,7 +33,7 @@ class ScenarioError : public std::runtime_error {
  */
 class Words {
   public:
-    Words(std::string_view line, int number);
+    Words(std::string_view line, int number, LineChecks checks = {});
 
     bool atEnd() const { return position_ >= line_.size(); }
     /** What is not read yet, as it stands, without the comment. */
@@ -63,6 +71,10 @@ class Words {
     Width width(const std::string& text) const;
 
     [[noreturn]] void fail(const std::string& message) const;
+    /** The line is played, but whoever wrote it may have meant something else. */
+    void warn(std::string message) { warnings_.push_back(std::move(message)); }
+    const std::vector<std::string>& warnings() const { return warnings_; }
+    const LineChecks& checks() const { return checks_; }
 
   private:
     struct Option {
@@ -78,6 +90,8 @@ class Words {
     int number_;
     size_t position_ = 0;
     std::vector<Option> options_;
+    LineChecks checks_;
+    std::vector<std::string> warnings_;
 };
 
 }  // namespace sim

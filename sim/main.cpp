@@ -1,9 +1,8 @@
 // corvid-sim: the simulated headset. See README.md.
 
-#include <fcntl.h>
-#include <getopt.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -13,16 +12,24 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <android-base/unique_fd.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 
+#include "sim/CallCheck.h"
 #include "sim/Control.h"
 #include "sim/EventLoop.h"
+#include "sim/Options.h"
+#include "sim/Output.h"
 #include "sim/Record.h"
+#include "sim/Root.h"
 #include "sim/Scenario.h"
 #include "sim/ScenarioRun.h"
 #include "sim/Simulation.h"
@@ -36,128 +43,6 @@ namespace fs = std::filesystem;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-constexpr const char* kUsage = R"(usage: corvid-sim [OPTION ...] SCENARIO
-       corvid-sim [OPTION ...] --control
-
-Plays the headset around the Wi-Fi daemon: supplicant, kernel side of nl80211, statistics service
-and properties, from a file of timed lines (see sim/README.md) or from lines on standard input.
-
-  --root DIR      folder that stands for the headset's / (default: $CORVID_WIFI_ROOT, else a
-                  temporary folder that is removed at the end)
-  --daemon PATH   start this daemon, show what it does, and its dump at the end
-  --control       play lines from standard input at once, one JSON answer per line
-  --check         only read the scenario: status 0 when all of it is understood
-  --record FILE   write everything that happens as JSON lines
-  --speed X       play the scenario's times X times as fast (the daemon's own times stay)
-  --log LEVEL     show the daemon's log lines from this level on: V, D, I, W (default) or E
-  --no-stats      do not start the statistics service
-  --no-dump       no dump at the end
-  --plain         no colours (default when standard output is no terminal)
-  --lines         show what a line of a scenario can be
-  --help
-
-Exit status: 0 played; 1 a line failed, something expected did not happen, or the daemon ended;
-2 wrong usage or a line that is not understood.
-)";
-
-struct Options {
-    std::string root;
-    std::string daemon;
-    std::string record;
-    std::string scenario;
-    double speed = 1;
-    char logLevel = 'W';
-    bool control = false;
-    bool check = false;
-    bool stats = true;
-    bool dump = true;
-    bool plain = false;
-};
-
-[[noreturn]] void wrongUsage(const std::string& message) {
-    std::fprintf(stderr, "corvid-sim: %s; see corvid-sim --help\n", message.c_str());
-    std::exit(kWrongUsage);
-}
-
-Options readOptions(int argc, char** argv) {
-    static const option kLong[] = {{"root", required_argument, nullptr, 'r'},
-                                   {"daemon", required_argument, nullptr, 'd'},
-                                   {"control", no_argument, nullptr, 'c'},
-                                   {"check", no_argument, nullptr, 'k'},
-                                   {"record", required_argument, nullptr, 'o'},
-                                   {"speed", required_argument, nullptr, 's'},
-                                   {"log", required_argument, nullptr, 'l'},
-                                   {"no-stats", no_argument, nullptr, 'n'},
-                                   {"no-dump", no_argument, nullptr, 'u'},
-                                   {"plain", no_argument, nullptr, 'p'},
-                                   {"lines", no_argument, nullptr, 'i'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
-    Options options;
-    opterr = 0;
-    int found = 0;
-    while ((found = getopt_long(argc, argv, ":h", kLong, nullptr)) != -1) {
-        switch (found) {
-            case 'r':
-                options.root = optarg;
-                break;
-            case 'd':
-                options.daemon = optarg;
-                break;
-            case 'c':
-                options.control = true;
-                break;
-            case 'k':
-                options.check = true;
-                break;
-            case 'o':
-                options.record = optarg;
-                break;
-            case 's': {
-                char* stop = nullptr;
-                options.speed = std::strtod(optarg, &stop);
-                if (stop == optarg || *stop != '\0' || !(options.speed > 0)) {
-                    wrongUsage(std::string("--speed takes a number above 0, not '") + optarg + "'");
-                }
-                break;
-            }
-            case 'l':
-                options.logLevel = optarg[0];
-                if (std::strlen(optarg) != 1 || std::strchr("VDIWE", optarg[0]) == nullptr) {
-                    wrongUsage(std::string("--log takes V, D, I, W or E, not '") + optarg + "'");
-                }
-                break;
-            case 'n':
-                options.stats = false;
-                break;
-            case 'u':
-                options.dump = false;
-                break;
-            case 'p':
-                options.plain = true;
-                break;
-            case 'i':
-                std::fputs(sim::verbsHelp().c_str(), stdout);
-                std::exit(0);
-            case 'h':
-                std::fputs(kUsage, stdout);
-                std::exit(0);
-            case ':':
-                wrongUsage(std::string(argv[optind - 1]) + " needs a value");
-            default:
-                wrongUsage(std::string("unknown option ") + argv[optind - 1]);
-        }
-    }
-    if (options.control ? optind != argc : optind + 1 != argc) {
-        wrongUsage(options.control ? "--control takes no scenario"
-                                   : "exactly one scenario is needed");
-    }
-    if (!options.control) {
-        options.scenario = argv[optind];
-    }
-    return options;
-}
-
 std::string ownFolder() {
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
@@ -166,7 +51,7 @@ std::string ownFolder() {
 }
 
 /** The programs beside this one. */
-sim::ProgramPaths findPrograms(const Options& options) {
+sim::ProgramPaths findPrograms(const sim::Options& options) {
     const std::string bin = ownFolder();
     sim::ProgramPaths programs;
     programs.daemon = options.daemon;
@@ -182,52 +67,57 @@ sim::ProgramPaths findPrograms(const Options& options) {
     return programs;
 }
 
-/** Puts the root into the environment, for ourselves and for every program that is started. */
-class Root {
-  public:
-    explicit Root(const std::string& given) {
-        const char* set = std::getenv("CORVID_WIFI_ROOT");
-        path_ = !given.empty() ? given : set != nullptr ? set : "";
-        if (path_.empty()) {
-            char path[] = "/tmp/corvid-sim-XXXXXX";
-            if (mkdtemp(path) == nullptr) {
-                throw std::runtime_error(std::string("no temporary folder: ") +
-                                         std::strerror(errno));
-            }
-            path_ = path;
-            temporary_ = true;
-        }
-        path_ = fs::absolute(path_);
-        setenv("CORVID_WIFI_ROOT", path_.c_str(), 1);
+/** What is wrong or doubtful in the scenario, in the order of its lines. */
+void showComplaints(const sim::Scenario& scenario) {
+    std::multimap<int, std::string> complaints;
+    for (const sim::ScenarioError& error : scenario.errors) {
+        complaints.emplace(error.line, error.what());
     }
-    ~Root() {
-        if (temporary_) {
-            std::error_code ignored;
-            fs::remove_all(path_, ignored);
+    for (const sim::Step& step : scenario.steps) {
+        for (const std::string& warning : step.warnings) {
+            complaints.emplace(step.line, "warning: " + warning);
         }
     }
-    Root(const Root&) = delete;
-    Root& operator=(const Root&) = delete;
-    const std::string& path() const { return path_; }
+    for (const auto& [line, text] : complaints) {
+        std::fprintf(stderr, "%s:%d: %s\n", scenario.name.c_str(), line, text.c_str());
+    }
+}
 
-  private:
-    std::string path_;
-    bool temporary_ = false;
-};
-
-std::optional<sim::Scenario> readScenario(const std::string& path) {
+/** Nothing, after saying why, if it can't be played. */
+std::optional<sim::Scenario> readScenario(const std::string& path, const std::string& client) {
     std::ifstream in(path, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(in), {}};
     if (!in.good() && !in.eof()) {
         std::fprintf(stderr, "corvid-sim: cannot read %s\n", path.c_str());
         return std::nullopt;
     }
-    try {
-        return sim::parseScenario(path, text);
-    } catch (const sim::ScenarioError& error) {
-        std::fprintf(stderr, "%s:%d: %s\n", path.c_str(), error.line, error.what());
-        return std::nullopt;
+    const sim::LineChecks checks{[&client](const std::vector<std::string>& words) {
+        return sim::wrongWithCall(client, words);
+    }};
+    sim::Scenario scenario = sim::parseScenario(path, text, checks);
+    if (scenario.errors.empty()) {
+        return scenario;
     }
+    showComplaints(scenario);
+    return std::nullopt;
+}
+
+/** What the timeline looks like, by the options and what the caller's environment asks for. */
+sim::Timeline::Look lookOf(const sim::Options& options) {
+    const auto variable = [](const char* name) -> std::string {
+        const char* value = std::getenv(name);
+        return value != nullptr ? value : "";
+    };
+    const bool colour = !options.plain && isatty(STDOUT_FILENO) != 0 &&
+                        variable("NO_COLOR").empty() && variable("TERM") != "dumb";
+    const std::string tags =
+        options.logTags.empty() ? "*:W " + variable("ANDROID_LOG_TAGS") : options.logTags;
+    return {colour, host::TagFilter(tags)};
+}
+
+bool isPipe(int fd) {
+    struct stat status {};
+    return fstat(fd, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 
 /** A descriptor that becomes readable when the simulator is asked to end. */
@@ -242,50 +132,62 @@ android::base::unique_fd endSignals() {
     return android::base::unique_fd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
-int run(const Options& options) {
-    std::optional<sim::Scenario> scenario;
-    if (!options.control) {
-        scenario = readScenario(options.scenario);
-        if (!scenario) {
-            return kWrongUsage;
-        }
-        if (options.check) {
-            return 0;
-        }
-    }
+/** Ends as a program does that nobody reads any more. */
+[[noreturn]] void endByClosedPipe() {
+    signal(SIGPIPE, SIG_DFL);
+    raise(SIGPIPE);
+    std::abort();
+}
 
-    const Root root(options.root);
+/** How a play or a session ended. */
+struct End {
+    int status = 0;
+    bool pipeClosed = false;
+};
+
+End play(const sim::Options& options, std::optional<sim::Scenario> scenario,
+         const sim::ProgramPaths& programs) {
+    const sim::Root root(options.root);
     sim::EventLoop loop;
     sim::Recorder recorder;
+    End end;
+    const auto stop = [&loop, &end] {
+        end.status = kFailed;
+        loop.stop();
+    };
 
-    std::ofstream record;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
     if (!options.record.empty()) {
-        record.open(options.record, std::ios::trunc);
-        if (!record) {
-            wrongUsage("cannot write " + options.record);
+        file.reset(std::fopen(options.record.c_str(), "we"));
+        if (!file) {
+            throw sim::UsageError("cannot write " + options.record + ": " + std::strerror(errno));
         }
-        recorder.addSink([&record](const sim::Record& r) { record << r.json() << std::endl; });
     }
-    sim::Timeline timeline(!options.plain && isatty(STDOUT_FILENO), options.logLevel);
+    sim::Output record(file.get(), options.record, stop);
+    if (file) {
+        recorder.addSink([&record](const sim::Record& r) { record.write(r.json() + "\n"); });
+    }
+    sim::Output output(stdout, "standard output", stop);
+    sim::Timeline timeline(output, lookOf(options));
     if (options.control) {
-        recorder.addSink([](const sim::Record& r) {
-            std::puts(r.json().c_str());
-            std::fflush(stdout);
-        });
+        recorder.addSink([&output](const sim::Record& r) { output.write(r.json() + "\n"); });
     } else {
         recorder.addSink([&timeline](const sim::Record& r) { timeline.print(r); });
     }
 
-    int status = 0;
     const android::base::unique_fd signals = endSignals();
-    loop.watch(signals.get(), [&] {
-        status = kFailed;
-        loop.stop();
-    });
+    loop.watch(signals.get(), stop);
+    if (isPipe(STDOUT_FILENO)) {
+        // Becomes readable when nobody reads it any more, without a line that could not be written.
+        loop.watch(STDOUT_FILENO, [&end, &stop] {
+            end.pipeClosed = true;
+            stop();
+        });
+    }
 
-    sim::Simulation simulation(loop, recorder, findPrograms(options));
+    sim::Simulation simulation(loop, recorder, programs);
     std::unique_ptr<sim::Control> control;
-    std::unique_ptr<sim::ScenarioRun> play;
+    std::unique_ptr<sim::ScenarioRun> run;
     if (options.control) {
         recorder.add(sim::Record("ready", root.path()));
         control = std::make_unique<sim::Control>(loop, recorder, simulation, STDIN_FILENO,
@@ -296,23 +198,61 @@ int run(const Options& options) {
         how.startDaemon = !options.daemon.empty();
         how.dumpAtEnd = options.dump;
         simulation.speed = options.speed;
-        play = std::make_unique<sim::ScenarioRun>(loop, recorder, simulation, std::move(*scenario),
-                                                  how, [&](bool failed) {
-                                                      status = failed ? kFailed : 0;
-                                                      loop.stop();
-                                                  });
+        run = std::make_unique<sim::ScenarioRun>(loop, recorder, simulation, std::move(*scenario),
+                                                 how, [&](bool failed) {
+                                                     end.status = failed ? kFailed : 0;
+                                                     loop.stop();
+                                                 });
         // Inside the loop, so that an end at once ends it.
-        loop.after({}, [&play] { play->start(); });
+        loop.after({}, [&run] { run->start(); });
     }
     loop.run();
-    return status;
+    loop.forget(STDOUT_FILENO);
+    timeline.finish();
+    end.pipeClosed = end.pipeClosed || output.error() == EPIPE;
+    for (const sim::Output* one : {&output, &record}) {
+        if (one->error() != 0) {
+            end.status = kFailed;
+        }
+        if (one->error() != 0 && !(one == &output && end.pipeClosed)) {
+            std::fprintf(stderr, "corvid-sim: %s\n", one->complaint().c_str());
+        }
+    }
+    return end;
+}
+
+int run(const sim::Options& options) {
+    if (options.help || options.lines) {
+        std::fputs((options.help ? sim::optionsHelp() : sim::verbsHelp()).c_str(), stdout);
+        return 0;
+    }
+    const sim::ProgramPaths programs = findPrograms(options);
+    std::optional<sim::Scenario> scenario;
+    if (!options.control) {
+        scenario = readScenario(options.scenario, programs.client);
+        if (!scenario) {
+            return kWrongUsage;
+        }
+        if (options.check) {
+            showComplaints(*scenario);
+            return 0;
+        }
+    }
+    const End end = play(options, std::move(scenario), programs);
+    if (end.pipeClosed) {
+        endByClosedPipe();
+    }
+    return end.status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        return run(readOptions(argc, argv));
+        return run(sim::readOptions({argv + 1, argv + argc}));
+    } catch (const sim::UsageError& error) {
+        std::fprintf(stderr, "corvid-sim: %s; see corvid-sim --help\n", error.what());
+        return kWrongUsage;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "corvid-sim: %s\n", error.what());
         return kFailed;

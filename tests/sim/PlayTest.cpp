@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -11,6 +14,8 @@
 
 using simtest::runSim;
 using simtest::SimRecord;
+using simtest::Surroundings;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -19,11 +24,20 @@ namespace {
 /** Plays a scenario in a root of its own and reads what was recorded. */
 class Play : public testing::Test {
   protected:
-    int play(const std::string& scenario, std::vector<std::string> options = {}) {
+    static std::string repeated(const std::string& lines, int times) {
+        std::string all;
+        for (int i = 0; i < times; ++i) {
+            all += lines;
+        }
+        return all;
+    }
+
+    int play(const std::string& scenario, std::vector<std::string> options = {},
+             const Surroundings& surroundings = {}) {
         std::ofstream(file("x.scn")) << scenario;
         options.insert(options.end(), {"--no-stats", "--no-dump", "--root", file("root"),
                                        "--record", file("record.jsonl"), file("x.scn")});
-        const int status = runSim(options, output_);
+        const int status = runSim(options, output_, surroundings);
         std::ifstream in(file("record.jsonl"));
         for (std::string line; std::getline(in, line);) {
             if (auto record = SimRecord::parse(line)) {
@@ -84,8 +98,8 @@ TEST_F(Play, SpeedShortensTheTimes) {
 }
 
 TEST_F(Play, UnknownLineStopsThePlayBeforeAnythingStarts) {
-    EXPECT_EQ(play("supplicant start\nat 1s jump\n"), 2);
-    EXPECT_THAT(output_, HasSubstr(file("x.scn") + ":2: unknown word 'jump'; allowed: property"));
+    EXPECT_EQ(play("supplicant start\nat 1s fly\n"), 2);
+    EXPECT_THAT(output_, HasSubstr(file("x.scn") + ":2: unknown word 'fly'; allowed: property"));
     struct stat info {};
     EXPECT_EQ(stat(file("root").c_str(), &info), -1) << "nothing was made";
 }
@@ -167,18 +181,181 @@ TEST_F(Play, RepeatedLineIsPrintedTwiceASecond) {
     EXPECT_EQ(std::count_if(records_.begin(), records_.end(),
                             [](const SimRecord& r) { return r.text() == "WpaSocket: again"; }),
               7);
-    EXPECT_THAT(output_, HasSubstr("again   (and 4 times before)\n"));
+    EXPECT_THAT(output_, HasSubstr("again   (4 more times)\n"));
     size_t printed = 0;
     for (size_t at = 0; (at = output_.find("again", at)) != std::string::npos; ++at) {
         ++printed;
     }
-    EXPECT_EQ(printed, 3u);
+    EXPECT_EQ(printed, 4u);
+}
+
+TEST_F(Play, LineThatIsRepeatedAtTheEndIsCountedAllTheSame) {
+    EXPECT_EQ(play("supplicant start\nat 0s raw wlan0 \"\"\n" +
+                   repeated("socket create p2p-p2p0-1\nsocket delete p2p-p2p0-1\n", 5)),
+              0)
+        << output_;
+    EXPECT_THAT(output_, HasSubstr("socket p2p-p2p0-1 created   (3 more times)\n"));
+    EXPECT_THAT(output_, HasSubstr("socket p2p-p2p0-1 deleted   (3 more times)\n"));
+}
+
+TEST_F(Play, NoAnswerToACallIsLeftOut) {
+    EXPECT_EQ(play("at 0s say go\n" + repeated("call getStaInfo\n", 5)), 0) << output_;
+    size_t answers = 0;
+    for (size_t at = 0; (at = output_.find("call getStaInfo -> ", at)) != std::string::npos; ++at) {
+        ++answers;
+    }
+    EXPECT_EQ(answers, 5u) << output_;
+}
+
+TEST_F(Play, LineBelowACallWaitsForItsAnswer) {
+    EXPECT_EQ(play("at 0s call getStaInfo\nsay behind it\n"), 0) << output_;
+    EXPECT_LT(output_.find("call getStaInfo -> "), output_.find("behind it"));
+    EXPECT_NE(output_.find("behind it"), std::string::npos);
+}
+
+TEST_F(Play, LineWithATimeWaitsForNoCall) {
+    // The service that is called never answers.
+    std::filesystem::create_directories(file("root/dev/hwbinder"));
+    const std::string daemon = script("exec sleep 1000\n");
+    EXPECT_EQ(play("at 0s call getStaInfo\nsay behind it\nat 0s say beside it\nat 1ms say later\n",
+                   {"--daemon", daemon}),
+              0)
+        << output_;
+    const size_t later = output_.find("later");
+    EXPECT_LT(output_.find("behind it"), output_.find("beside it"));
+    EXPECT_LT(output_.find("beside it"), later);
+}
+
+TEST_F(Play, PlayEndsWithTheNumberOfExpectationsMet) {
+    EXPECT_EQ(play("supplicant start\nat 0s event wlan0 A\nexpect event A within 1s\n"
+                   "expect no event B within 1ms\n"),
+              0);
+    EXPECT_THAT(output_, EndsWith("\n2 expectations met\n"));
+}
+
+TEST_F(Play, PlayThatFailsEndsWithWhatDid) {
+    EXPECT_EQ(play("supplicant start\nat 0s event wlan0 A\nexpect event A within 1s\n"
+                   "expect event B within 1ms\np2p stop\n"),
+              1);
+    EXPECT_THAT(output_, EndsWith("\n1 of 2 expectations met; what failed:\n  " + file("x.scn") +
+                                  ":5: no P2P group is up\n  " + file("x.scn") +
+                                  ":4: there was no event with 'B' within 0.001s\n"));
+}
+
+TEST_F(Play, DoubtfulPropertyIsWarnedOfAndSet) {
+    EXPECT_EQ(play("property persist.vendor.wifi.scs.enable yes\nat 0s say go\n"), 0);
+    EXPECT_THAT(output_, HasSubstr("warning                the daemon takes its default: 'yes' is "
+                                   "not true, false, 1 or 0\n"));
+    EXPECT_TRUE(
+        std::filesystem::exists(file("root/dev/__properties__/persist.vendor.wifi.scs.enable")));
+}
+
+TEST_F(Play, CheckNamesEveryLineThatIsWrong) {
+    EXPECT_EQ(play("call getstainfo\nproperty persist.vendor.wifi.scs.enabel true\n"
+                   "at 0s call startCsa 149\nscna\ncall updateTxPowerConfig\n",
+                   {"--check"}),
+              2);
+    EXPECT_THAT(output_, HasSubstr(file("x.scn") + ":1: there is no method \"getstainfo\" (did you "
+                                                   "mean \"getStaInfo\"?"));
+    EXPECT_THAT(output_, HasSubstr(":2: warning: the daemon has no property"));
+    EXPECT_THAT(output_, HasSubstr(":3: startCsa takes 2 arguments, not 1"));
+    EXPECT_THAT(output_, HasSubstr(":4: unknown word 'scna' (did you mean 'scan'?)"));
+    EXPECT_THAT(output_, HasSubstr(":5: updateTxPowerConfig takes 1 argument, not 0"));
+}
+
+TEST_F(Play, RecordOnAFullDiskEndsThePlay) {
+    std::ofstream(file("x.scn")) << "at 0s say go\nat 1000s end\n";
+    EXPECT_EQ(runSim({"--no-stats", "--root", file("root"), "--record", "/dev/full", file("x.scn")},
+                     output_),
+              1);
+    EXPECT_THAT(output_, HasSubstr("cannot write /dev/full: No space left on device"));
+}
+
+TEST_F(Play, PipeThatIsClosedEndsThePlayQuietly) {
+    Surroundings head;
+    head.closeAfterLines = 1;
+    EXPECT_EQ(play("at 0s say go\nat 1000s end\n", {}, head), -SIGPIPE);
+}
+
+TEST_F(Play, TerminalGetsColoursUnlessItIsAskedForNone) {
+    struct {
+        std::vector<std::pair<std::string, std::string>> environment;
+        std::vector<std::string> options;
+        bool coloured;
+    } const cases[] = {{{{"TERM", "xterm"}, {"NO_COLOR", ""}}, {}, true},
+                       {{{"TERM", "xterm"}, {"NO_COLOR", "1"}}, {}, false},
+                       {{{"TERM", "dumb"}, {"NO_COLOR", ""}}, {}, false},
+                       {{{"TERM", "xterm"}, {"NO_COLOR", ""}}, {"--plain"}, false}};
+    for (const auto& one : cases) {
+        Surroundings terminal;
+        terminal.terminal = true;
+        terminal.environment = one.environment;
+        EXPECT_EQ(play("at 0s say go\n", one.options, terminal), 0);
+        EXPECT_EQ(output_.find("\033[1m") != std::string::npos, one.coloured) << output_;
+    }
+}
+
+TEST_F(Play, LogTagsOfTheCallerChooseWhatIsShown) {
+    const std::string daemon = script(
+        "echo 'CorvidWifi D 11-21 09:43:52 15465 15466 StaManager: detail' >&2\n"
+        "echo 'Other D 11-21 09:43:52 15465 15466 of another' >&2\n"
+        "exec sleep 1000\n");
+    const std::string scenario = "at 0s expect log \"of another\" within 20s\n";
+    Surroundings tags;
+    tags.environment = {{"ANDROID_LOG_TAGS", "CorvidWifi:V"}};
+    EXPECT_EQ(play(scenario, {"--daemon", daemon}, tags), 0) << output_;
+    EXPECT_THAT(output_, HasSubstr("StaManager: detail"));
+    EXPECT_THAT(output_, Not(HasSubstr("of another\n")));
+    EXPECT_EQ(play(scenario, {"--daemon", daemon, "--log", "E"}, tags), 0) << output_;
+    EXPECT_THAT(output_, Not(HasSubstr("StaManager: detail"))) << "the option goes before";
+}
+
+TEST_F(Play, RootThatWasUsedBeforeIsInAKnownState) {
+    const std::string property = file("root/dev/__properties__/persist.vendor.wifi.scs.enable");
+    const std::string sensor = file("root/data/vendor/sensors/camera_clock");
+    EXPECT_EQ(play("property persist.vendor.wifi.scs.enable true\nsupplicant start\n"
+                   "socket abandon wlan0\nat 0s say go\n"),
+              0)
+        << output_;
+    std::ofstream(sensor) << "worldTracking 1\n";
+    EXPECT_TRUE(std::filesystem::exists(property));
+    EXPECT_EQ(play("at 0s say go\n"), 0) << output_;
+    EXPECT_FALSE(std::filesystem::exists(property));
+    EXPECT_FALSE(std::filesystem::exists(sensor));
+    EXPECT_TRUE(std::filesystem::is_empty(file("root/data/vendor/wifi/wpa/sockets")));
+}
+
+TEST_F(Play, RootThatNoSimulatorHasUsedKeepsItsProperties) {
+    const std::string property = file("root/dev/__properties__/persist.vendor.wifi.scs.enable");
+    std::filesystem::create_directories(file("root/dev/__properties__"));
+    std::ofstream(property) << "true\n";
+    EXPECT_EQ(play("at 0s say go\n"), 0) << output_;
+    EXPECT_TRUE(std::filesystem::exists(property));
+}
+
+TEST(Root, SecondSimulatorIsRefusedAndTouchesNothing) {
+    simtest::SimDriver first;
+    ASSERT_EQ(first.play("supplicant start"), "");
+    ASSERT_EQ(first.play("property persist.vendor.wifi.scs.enable true"), "");
+    std::string output;
+    EXPECT_EQ(runSim({"--control", "--root", first.root()}, output), 1);
+    EXPECT_THAT(output, HasSubstr("another simulator plays in " + first.root() + " (process " +
+                                  std::to_string(first.pid()) + ")"));
+    EXPECT_TRUE(std::filesystem::exists(first.socketPath("wlan0")));
+    EXPECT_TRUE(std::filesystem::exists(first.root() + "/dev/nl80211"));
+    EXPECT_TRUE(std::filesystem::exists(first.root() +
+                                        "/dev/__properties__/persist.vendor.wifi.scs.enable"));
 }
 
 TEST_F(Play, OutputHasNoColoursWithoutATerminal) {
     EXPECT_EQ(play("supplicant start\nat 0s connect freq=5180\n"), 0);
     EXPECT_THAT(output_, Not(HasSubstr("\033")));
     EXPECT_THAT(output_, HasSubstr("CTRL-EVENT-CONNECTED - Connection to"));
+}
+
+TEST(Control, CallThatTheClientDoesNotTakeIsAnError) {
+    simtest::SimDriver sim;
+    EXPECT_THAT(sim.play("call getstainfo"), HasSubstr("there is no method \"getstainfo\""));
 }
 
 struct Wrong {
@@ -192,6 +369,9 @@ TEST(Usage, WrongUsageIsNamedAndMakesTheStatus2) {
         {{"a.scn", "b.scn"}, "exactly one scenario is needed"},
         {{"--control", "a.scn"}, "--control takes no scenario"},
         {{"--fly", "a.scn"}, "unknown option --fly"},
+        {{"--spede", "2", "a.scn"}, "unknown option --spede (did you mean '--speed'?)"},
+        {{"--plain=yes", "a.scn"}, "--plain takes no value"},
+        {{"--speed=0", "a.scn"}, "--speed takes a number above 0"},
         {{"--root"}, "--root needs a value"},
         {{"--speed", "0", "a.scn"}, "--speed takes a number above 0"},
         {{"--speed", "fast", "a.scn"}, "--speed takes a number above 0"},

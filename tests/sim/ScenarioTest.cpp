@@ -1,5 +1,6 @@
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,13 +25,11 @@ std::ostream& operator<<(std::ostream& out, const Bad& bad) { return out << bad.
 class BadScenario : public testing::TestWithParam<Bad> {};
 
 TEST_P(BadScenario, IsRefusedWithTheLineAndWhatIsAllowed) {
-    try {
-        parseScenario("x.scn", GetParam().text);
-        FAIL() << "it was accepted";
-    } catch (const ScenarioError& error) {
-        EXPECT_EQ(error.line, GetParam().line) << error.what();
-        EXPECT_THAT(error.what(), HasSubstr(GetParam().complaint));
-    }
+    const Scenario scenario = parseScenario("x.scn", GetParam().text);
+    ASSERT_EQ(scenario.errors.size(), 1u);
+    const ScenarioError& error = scenario.errors.front();
+    EXPECT_EQ(error.line, GetParam().line) << error.what();
+    EXPECT_THAT(error.what(), HasSubstr(GetParam().complaint));
 }
 
 const Bad kBad[] = {
@@ -84,11 +83,71 @@ const Bad kBad[] = {
     {"UnknownStyle", "channel switch freq=5180 style=gothic", 1, "allowed: headset, mainline"},
     {"UnknownKindExpected", "expect thunder x within 1s", 1, "unknown kind of record 'thunder'"},
     {"ExpectWithoutTime", "expect event x", 1, "allowed: within"},
-    {"SomethingAfterEnd", "end\nscan", 2, "nothing may follow 'end'"},
+    {"SomethingAfterEnd", "end\nscan\nscan", 2, "nothing may follow 'end'"},
+    {"VerbWithATypo", "supplicnat start", 1, "'supplicnat' (did you mean 'supplicant'?)"},
+    {"SecondWordWithATypo", "p2p strat freq=5180", 1, "'strat' (did you mean 'start'?)"},
+    {"KeyWithATypo", "connect ferq=5180", 1, "'ferq' (did you mean 'freq'?)"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Scenario, BadScenario, testing::ValuesIn(kBad),
                          [](const auto& bad) { return std::string(bad.param.name); });
+
+TEST(Scenario, EveryLineThatIsNotUnderstoodIsAnError) {
+    const Scenario scenario = parseScenario("x", "fly\nscan\nat 1s jump\nat 2s scan\nat x scan\n");
+    ASSERT_EQ(scenario.errors.size(), 3u);
+    EXPECT_EQ(scenario.errors[0].line, 1);
+    EXPECT_EQ(scenario.errors[1].line, 3);
+    EXPECT_EQ(scenario.errors[2].line, 5);
+    ASSERT_EQ(scenario.steps.size(), 2u);
+    EXPECT_EQ(scenario.steps[1].at, 2s);
+}
+
+TEST(Scenario, CallIsCheckedByWhoKnowsTheMethods) {
+    const LineChecks checks{[](const std::vector<std::string>& words) {
+        return words == std::vector<std::string>{"startCsa", "a b"} ? "no channel" : "";
+    }};
+    const Scenario scenario =
+        parseScenario("x", "call startCsa \"a b\"\ncall startCsa 149\n", checks);
+    ASSERT_EQ(scenario.errors.size(), 1u);
+    EXPECT_EQ(scenario.errors[0].line, 1);
+    EXPECT_STREQ(scenario.errors[0].what(), "no channel");
+}
+
+struct Doubtful {
+    const char* line;
+    const char* warning;  ///< Empty: none.
+};
+
+TEST(Scenario, PropertyThatTheDaemonPassesOverIsWarnedOf) {
+    const Doubtful lines[] = {
+        {"property persist.vendor.wifi.txpower.enable.sta true", ""},
+        {"property persist.vendor.wifi.txpower.enable.sta FALSE", ""},
+        {"property persist.vendor.wifi.txpower.enable.sta 1", ""},
+        {"property persist.vendor.wifi.txpower.rssi.upper -55", ""},
+        {"property persist.vendor.wifi.txpower.dbm.upper 0x14", ""},
+        {"property log.tag.CorvidWifi V", ""},
+        {"property debug.sensors.camera.create hang", ""},
+        {"property persist.vendor.wifi.txpower.enabel.sta true",
+         "the daemon has no property 'persist.vendor.wifi.txpower.enabel.sta' (did you mean "
+         "'persist.vendor.wifi.txpower.enable.sta'?)"},
+        {"property persist.vendr.wifi.scs.enable true", "did you mean"},
+        {"property persist.vendor.wifi.gravity true", "the daemon has no property"},
+        {"property persist.vendor.wifi.txpower.enable.sta yes",
+         "the daemon takes its default: 'yes' is not true, false, 1 or 0"},
+        {"property persist.vendor.wifi.txpower.rssi.upper -55dBm", "is not a whole number"},
+        {"property persist.vendor.wifi.txpower.dbm.upper -1", "is not a whole number from 0 on"},
+    };
+    for (const Doubtful& doubtful : lines) {
+        const auto step = parseLine(doubtful.line, 1);
+        ASSERT_TRUE(step);
+        if (*doubtful.warning == '\0') {
+            EXPECT_THAT(step->warnings, testing::IsEmpty()) << doubtful.line;
+        } else {
+            EXPECT_THAT(step->warnings, testing::ElementsAre(HasSubstr(doubtful.warning)))
+                << doubtful.line;
+        }
+    }
+}
 
 TEST(Scenario, EmptyFileHasNoSteps) {
     EXPECT_TRUE(parseScenario("x", "").steps.empty());

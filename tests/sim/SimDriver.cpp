@@ -19,11 +19,23 @@ namespace simtest {
 
 namespace {
 
+/** Both ends of a terminal: ours, and the program's. */
+bool openTerminal(int (&ends)[2]) {
+    ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (ends[0] < 0 || grantpt(ends[0]) != 0 || unlockpt(ends[0]) != 0) {
+        return false;
+    }
+    ends[1] = open(ptsname(ends[0]), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    return ends[1] >= 0;
+}
+
 /** Starts corvid-sim; its ends of the pipes come in `input` (unless null) and `output`. */
-pid_t startSim(const std::vector<std::string>& arguments, int* input, int* output) {
+pid_t startSim(const std::vector<std::string>& arguments, int* input, int* output,
+               const Surroundings& surroundings = {}) {
     int in[2] = {-1, -1};
     int out[2] = {-1, -1};
-    if ((input != nullptr && pipe2(in, O_CLOEXEC) != 0) || pipe2(out, O_CLOEXEC) != 0) {
+    if ((input != nullptr && pipe2(in, O_CLOEXEC) != 0) ||
+        !(surroundings.terminal ? openTerminal(out) : pipe2(out, O_CLOEXEC) == 0)) {
         throw std::runtime_error("no pipe");
     }
     std::vector<char*> words{const_cast<char*>(CORVID_SIM_PATH)};
@@ -37,6 +49,9 @@ pid_t startSim(const std::vector<std::string>& arguments, int* input, int* outpu
         dup2(out[1], STDOUT_FILENO);
         if (input == nullptr) {
             dup2(out[1], STDERR_FILENO);
+        }
+        for (const auto& [name, value] : surroundings.environment) {
+            setenv(name.c_str(), value.c_str(), 1);
         }
         execv(CORVID_SIM_PATH, words.data());
         _exit(127);
@@ -189,14 +204,19 @@ int SimDriver::finish() {
     return pid_ > 0 ? exitStatus(std::exchange(pid_, -1)) : 0;
 }
 
-int runSim(const std::vector<std::string>& arguments, std::string& output) {
+int runSim(const std::vector<std::string>& arguments, std::string& output,
+           const Surroundings& surroundings) {
     int pipe = -1;
-    const pid_t pid = startSim(arguments, nullptr, &pipe);
+    const pid_t pid = startSim(arguments, nullptr, &pipe, surroundings);
     output.clear();
     char buffer[4096];
     ssize_t length = 0;
+    // A terminal whose program has ended reads as an error.
     while ((length = read(pipe, buffer, sizeof(buffer))) > 0) {
         output.append(buffer, static_cast<size_t>(length));
+        if (std::count(output.begin(), output.end(), '\n') == surroundings.closeAfterLines) {
+            break;
+        }
     }
     close(pipe);
     return exitStatus(pid);

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -97,7 +98,18 @@ class SimDriver {
     std::thread reader_;
 };
 
-/** Runs corvid-sim to its end; the exit status. Its standard output and error come in `output`. */
-int runSim(const std::vector<std::string>& arguments, std::string& output);
+/** What surrounds a run of corvid-sim. */
+struct Surroundings {
+    std::vector<std::pair<std::string, std::string>> environment;  ///< Added to ours.
+    bool terminal = false;                                         ///< Standard output is one.
+    int closeAfterLines = -1;  ///< Its output is closed when so many lines were read.
+};
+
+/**
+ * Runs corvid-sim to its end; the exit status, or minus the signal's number. Its standard output
+ * and error come in `output`.
+ */
+int runSim(const std::vector<std::string>& arguments, std::string& output,
+           const Surroundings& surroundings = {});
 
 }  // namespace simtest
