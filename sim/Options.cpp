@@ -24,14 +24,17 @@ TERM=dumb, switch the colours off.
 Exit status: 0 played; 1 a line failed, something expected did not happen, the daemon ended, or
 what happens can't be written; 2 wrong usage or a line that is not understood.
 )";
+constexpr double kSlowest = 0.1;
+constexpr double kFastest = 10;
 constexpr size_t kWhatColumn = 18;
 constexpr size_t kLineWidth = 100;
 
 void setSpeed(Options& options, const std::string& value) {
     char* stop = nullptr;
     options.speed = std::strtod(value.c_str(), &stop);
-    if (stop == value.c_str() || *stop != '\0' || !(options.speed > 0)) {
-        throw UsageError("--speed takes a number above 0, not '" + value + "'");
+    if (stop == value.c_str() || *stop != '\0' ||
+        !(options.speed >= kSlowest && options.speed <= kFastest)) {
+        throw UsageError("--speed takes a number from 0.1 to 10, not '" + value + "'");
     }
 }
 
@@ -92,7 +95,7 @@ const std::vector<OptionRow>& optionRows() {
          [](Options& options, const std::string&) { options.check = true; }},
         {"record", "FILE", "write everything that happens as JSON lines",
          [](Options& options, const std::string& value) { options.record = value; }},
-        {"speed", "X", "play the scenario's times X times as fast (the daemon's own times stay)",
+        {"speed", "X", "play X times as fast, from 0.1 to 10; the daemon's own time passes as fast",
          setSpeed},
         {"log", "LEVEL",
          "show the daemon's log lines from this level on: V, D, I, W (default) or E", setLog},

@@ -93,8 +93,13 @@ void Programs::startDaemon(const Done& done) {
         return;
     }
     Child::Command command{paths_.daemon, {}, {{"ANDROID_LOG_TAGS", paths_.logTags}}};
-    if (!paths_.redirect.empty()) {
-        command.environment.emplace_back("LD_PRELOAD", paths_.redirect);
+    std::string preloaded = paths_.redirect;
+    if (paths_.speed != 1) {
+        preloaded += " " + paths_.pace;
+        command.environment.emplace_back("CORVID_SIM_SPEED", std::to_string(paths_.speed));
+    }
+    if (!preloaded.empty()) {
+        command.environment.emplace_back("LD_PRELOAD", preloaded);
     }
     const auto onLine = [this](bool isError, const std::string& line) {
         onDaemonLine(isError, line);

@@ -21,6 +21,8 @@ struct ProgramPaths {
     std::string stats;
     std::string client;    ///< corvid-wifi
     std::string redirect;  ///< libnl80211-redirect.so, loaded into the daemon
+    std::string pace;      ///< libcorvid-sim-speed.so, loaded into the daemon if speed is not 1
+    double speed = 1;      ///< How many of the daemon's seconds pass in one.
     std::string logTags = "*:V";
 };
 

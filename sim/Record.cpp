@@ -77,7 +77,7 @@ std::string Record::json() const {
 
 void Recorder::add(Record record) {
     const std::chrono::duration<double> t = std::chrono::steady_clock::now() - start_;
-    record.t = t.count();
+    record.t = t.count() * speed_;
     pending_.push_back(std::move(record));
     if (delivering_) {
         return;

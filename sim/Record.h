@@ -66,12 +66,15 @@ class Recorder {
     Recorder() : start_(std::chrono::steady_clock::now()) {}
 
     void addSink(Sink sink) { sinks_.push_back(std::move(sink)); }
+    /** From now on, how many seconds it counts in one of the clock's. */
+    void setSpeed(double speed) { speed_ = speed; }
     /** Time 0 is now. */
     void restartClock() { start_ = std::chrono::steady_clock::now(); }
     void add(Record record);
 
   private:
     std::chrono::steady_clock::time_point start_;
+    double speed_ = 1;
     std::vector<Sink> sinks_;
     /** Records made by a sink wait here until the one under way has reached every sink. */
     std::deque<Record> pending_;

@@ -50,6 +50,17 @@ std::string ownFolder() {
                       : fs::path(".");
 }
 
+/** Beside the folder of the programs, or in it; empty if it is in neither. */
+std::string findLibrary(const std::string& bin, const std::string& name) {
+    for (const char* folder : {"/../lib/", "/"}) {
+        const std::string library = bin + folder + name;
+        if (access(library.c_str(), R_OK) == 0) {
+            return fs::canonical(library);
+        }
+    }
+    return "";
+}
+
 /** The programs beside this one. */
 sim::ProgramPaths findPrograms(const sim::Options& options) {
     const std::string bin = ownFolder();
@@ -57,13 +68,9 @@ sim::ProgramPaths findPrograms(const sim::Options& options) {
     programs.daemon = options.daemon;
     programs.stats = bin + "/corvid-statsd";
     programs.client = bin + "/corvid-wifi";
-    for (const char* folder : {"/../lib/", "/"}) {
-        const std::string library = bin + folder + "libnl80211-redirect.so";
-        if (access(library.c_str(), R_OK) == 0) {
-            programs.redirect = fs::canonical(library);
-            break;
-        }
-    }
+    programs.redirect = findLibrary(bin, "libnl80211-redirect.so");
+    programs.pace = findLibrary(bin, "libcorvid-sim-speed.so");
+    programs.speed = options.speed;
     return programs;
 }
 
@@ -198,6 +205,7 @@ End play(const sim::Options& options, std::optional<sim::Scenario> scenario,
         how.startDaemon = !options.daemon.empty();
         how.dumpAtEnd = options.dump;
         simulation.speed = options.speed;
+        recorder.setSpeed(options.speed);
         run = std::make_unique<sim::ScenarioRun>(loop, recorder, simulation, std::move(*scenario),
                                                  how, [&](bool failed) {
                                                      end.status = failed ? kFailed : 0;
