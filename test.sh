@@ -79,6 +79,8 @@ install_packages packages.txt
 # The lab's tests are skipped where it can't run. CORVID_LAB=required makes them fail.
 export CORVID_LAB=${CORVID_LAB:-optional}
 (install_packages lab/packages.txt) || echo "The lab's tests can't run."
+(install_packages tests/trace/packages.txt) ||
+    echo "Without a browser the report's tests are skipped."
 # While the programs are compiled.
 lab/lab.sh build >/dev/null &
 

@@ -1,6 +1,7 @@
 """What a result costs and what it achieves, in numbers that can be compared between settings.
 
-Times, power and energy count only while the station has a link; commands always. docs/tuning.md explains each measure.
+Times, power and energy count only while the station has a link; commands always. docs/tuning.md
+explains each measure.
 """
 
 import collections
@@ -61,7 +62,7 @@ def measure(header, records, below=DEFAULT_BELOW):
 
 
 def measure_timeline(timeline, below=DEFAULT_BELOW):
-    """As measure(), of a Timeline. `below` is the signal, dBm, under which a link counts as weak."""
+    """As measure(), of a Timeline. A link with a signal under `below`, dBm, counts as weak."""
     segments = list(timeline.segments())
     linked = sum(to - since for since, to, _, _ in segments)
     refused = sum(is_refused(reply) for _, _, _, reply in timeline.commands)

@@ -54,7 +54,7 @@ def short_property(name):
 
 
 def differing_settings(results):
-    """{property: its value per result, None where it is not set}, of those that are not all alike."""
+    """{property: its value per result, or None}, of the properties that are not all alike."""
     names = sorted({name for result in results for name in result.timeline.settings})
     values = {name: [result.timeline.settings.get(name) for result in results] for name in names}
     return {name: of for name, of in values.items() if len(set(of)) > 1}

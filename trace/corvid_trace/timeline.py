@@ -69,8 +69,8 @@ class Timeline:
         self._from_commands = ([], [])
         handlers = {"sample": self._sample, "supplicant": self._supplicant,
                     "command": self._command, "power": self._power, "callback": self._callback,
-                    "daemon": self._daemon, "atom": self._atom, "note": self._note,
-                    "end": self._end}
+                    "daemon": self._daemon, "atom": self._atom, "netlink": self._netlink,
+                    "note": self._note, "end": self._end}
         for record in records:
             t = record["t"]
             if self.start is None:
@@ -205,6 +205,10 @@ class Timeline:
         values = " ".join(str(next(iter(value.values()), "")) if isinstance(value, dict)
                           else str(value) for value in record["values"])
         self.events.append((t, "atom", f"{record['atomId']}: {values}"))
+
+    def _netlink(self, t, record):
+        text, answer = record.get("text", ""), record.get("answer", "")
+        self.events.append((t, "netlink", f"{text} → {answer}"))
 
     def _note(self, t, record):
         self.events.append((t, "note", record["text"]))
