@@ -80,12 +80,12 @@ void CoexManager::signalEvent(CoexEventType type, const std::string& data) {
 }
 
 void CoexManager::processEvent() {
-    std::vector<CoexEvent> events;
+    std::vector<CoexAction> events;
     {
         MutexLock lock(queueMutex_);
         events.swap(queue_);
     }
-    for (const CoexEvent& event : events) {
+    for (const CoexAction& event : events) {
         WIFI_LOGD("Process event %s (%d)", toString(event.type), static_cast<int>(event.type));
         const auto map = findCallbackMap_(event.type);
         if (map == nullptr) {

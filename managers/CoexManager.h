@@ -71,8 +71,6 @@ class CoexManager : public FeatureManager {
     void processEvent() EXCLUDES(queueMutex_);
 
   private:
-    using CoexEvent = CoexAction;  // as queued
-
     void startDispatcher_();
     void stopDispatcher_();
     void dispatcherThread_();
@@ -89,7 +87,7 @@ class CoexManager : public FeatureManager {
     const std::map<CoexEventType, std::shared_ptr<CallbackMap<const CoexAction&>>> callbacks_;
 
     Mutex queueMutex_;
-    std::vector<CoexEvent> queue_ GUARDED_BY(queueMutex_);
+    std::vector<CoexAction> queue_ GUARDED_BY(queueMutex_);
 
     std::unique_ptr<WifiClientCallback> subscription_;
 };

@@ -45,7 +45,6 @@ class DevParamsManager : public FeatureManager {
     void initParams();
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    std::unique_ptr<WifiClientCallback> subscription_;
 
     ParamConfigType defaultConfig_ = ParamConfigType::AC_AND_UL_MU;
     // Read from the properties, but no driver command takes them yet.
@@ -58,6 +57,8 @@ class DevParamsManager : public FeatureManager {
     unsigned txAmsduLimit_ = 0;  ///< frames in an A-MSDU
     unsigned txAmpduLimit_ = 0;  ///< frames in an A-MPDU
     unsigned ulMuConfig_ = 0;
+
+    std::unique_ptr<WifiClientCallback> subscription_;  ///< last: no handler runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -155,12 +155,12 @@ void FrequencyBlockManager::onWifiP2pChannelSwitch_(const std::string& event) {
     }
 }
 
-bool FrequencyBlockManager::updateFrequencyBlock_() {
+void FrequencyBlockManager::updateFrequencyBlock_() {
     WIFI_LOGI("current blocked freq:%d STA freq:%d P2P freq:%d", blockedFreq_, staFreq_, p2pFreq_);
     const int32_t chosen = chooseBlockedFrequency(staFreq_, p2pFreq_);
     WIFI_LOGD("chosen new freq:%d", chosen);
     if (chosen == blockedFreq_) {
-        return false;
+        return;
     }
     BoundedWorker worker([weak = std::weak_ptr<CorvidWifiClient>(client_), shared = shared_,
                           index = channelIndex(chosen)] {
@@ -170,16 +170,15 @@ bool FrequencyBlockManager::updateFrequencyBlock_() {
         return setFrequencyBlockByChannel_(*shared, index);
     });
     if (!worker.isStarted()) {
-        return false;  // the next event tries again, as after a time-out
+        return;  // the next event tries again, as after a time-out
     }
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("ControllerProvider: no response");
         worker.giveUp();
-        return false;  // the next event tries again
+        return;  // the next event tries again
     }
-    blockedFreq_ = chosen;  // whatever the result
-    return *result;
+    blockedFreq_ = chosen;  // also if the service refused it: only a time-out is tried again
 }
 
 bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int channelIndex) {

@@ -65,8 +65,8 @@ class FrequencyBlockManager : public FeatureManager {
     void onWifiP2pDisconnected_(const std::string& event);
     void onWifiP2pChannelSwitch_(const std::string& event);
 
-    /** If the frequency to block changed, has a worker update the list. Returns whether it did. */
-    bool updateFrequencyBlock_();
+    /** If the frequency to block changed, has a worker update the list. */
+    void updateFrequencyBlock_();
     /** Runs on a worker. A negative index clears the list. */
     static bool setFrequencyBlockByChannel_(Shared& shared, int channelIndex);
     /** Clears the whole list, other clients' ranges too, if we have set any of it. */

@@ -115,16 +115,16 @@ void MipiClockManager::onWifiStaChannelSwitch_(const std::string& event) {
     notifyListener_(isSta ? mipiClockOf(result.frequency) : kSameClock);
 }
 
-bool MipiClockManager::notifyListener_(int32_t newClock) {
+void MipiClockManager::notifyListener_(int32_t newClock) {
     WIFI_LOGD("last clock:%d new clock:%d", clock_.load(), newClock);
     if (newClock == clock_) {
-        return false;
+        return;
     }
     const int32_t clock = newClock == kSameClock ? clock_.load() : newClock;
     bool accepted = false;
     for (int attempt = 1; attempt <= kMaxAttempts && !accepted; ++attempt) {
         if (ending_) {
-            return false;  // neither accepted nor refused, so no atom is reported
+            return;  // neither accepted nor refused, so no atom is reported
         }
         WIFI_LOGD("(%d/%d) notify new clock:%d", attempt, kMaxAttempts, clock);
         accepted = notifySensorService_(clock);
@@ -136,7 +136,6 @@ bool MipiClockManager::notifyListener_(int32_t newClock) {
     }
     TelemetryEventLogger(TelemetryEventType::MIPI_CLOCK)
         .reportMipiClockManagerEvent(accepted, clock);
-    return accepted;
 }
 
 bool MipiClockManager::notifySensorService_(int32_t clock) {

@@ -42,8 +42,9 @@ class MipiClockManager : public FeatureManager {
     void onWifiStaDisconnected_(const std::string& event);
     void onWifiStaChannelSwitch_(const std::string& event);
 
-    /** Returns whether the camera service accepted the clock; -1 sends the last one again. */
-    bool notifyListener_(int32_t newClock);
+    /** Sends a clock that differs from the last one; -1 sends the last one again. */
+    void notifyListener_(int32_t newClock);
+    /** Makes one attempt. Returns whether the camera service accepted the clock in time. */
     bool notifySensorService_(int32_t clock);
     static bool notifyCameraProvider_(int32_t clock);
 

@@ -33,11 +33,11 @@ class NoaManager : public FeatureManager {
     const std::shared_ptr<CorvidWifiClient> client_;
     /** Held across the command, so that the driver's schedule matches the stored one. */
     RecursiveMutex mutex_;
-    std::unique_ptr<WifiClientCallback> subscription_;
     bool noaSet_ GUARDED_BY(mutex_) = false;
     unsigned count_ GUARDED_BY(mutex_) = 0;
     unsigned noaValue1_ GUARDED_BY(mutex_) = 0;
     unsigned noaValue2_ GUARDED_BY(mutex_) = 0;
+    std::unique_ptr<WifiClientCallback> subscription_;  ///< last: no handler runs once it has gone
 };
 
 }  // namespace Ursa::OS::Wifi

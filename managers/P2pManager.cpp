@@ -28,7 +28,7 @@ P2pManager::P2pManager(std::shared_ptr<CorvidWifiClient> client) : client_(std::
 
 void P2pManager::getP2pInfo(P2pInfo& info) const { info = info_; }
 
-void P2pManager::setP2pInfo(P2pInfo&& info) { info_ = info; }
+void P2pManager::setP2pInfo(P2pInfo info) { info_ = info; }
 
 bool P2pManager::isP2pPairedDeviceType(P2pDeviceType type) const {
     return pairedDeviceType_ == type;

@@ -31,7 +31,7 @@ class P2pManager : public FeatureManager {
     explicit P2pManager(std::shared_ptr<CorvidWifiClient> client);
 
     void getP2pInfo(P2pInfo& info) const;
-    void setP2pInfo(P2pInfo&& info);
+    void setP2pInfo(P2pInfo info);
 
     bool isP2pPairedDeviceType(P2pDeviceType type) const;
     /** Returns false, and stores nothing, for a type above UNKNOWN. */

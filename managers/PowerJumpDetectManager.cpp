@@ -16,10 +16,7 @@ PowerJumpDetectManager::PowerJumpDetectManager(std::shared_ptr<CorvidWifiClient>
     setCallback_();
 }
 
-PowerJumpDetectManager::~PowerJumpDetectManager() {
-    staDisconnected_.reset();
-    staConnected_.reset();
-}
+PowerJumpDetectManager::~PowerJumpDetectManager() = default;
 
 const ReadOnce<int>& PowerJumpDetectManager::rssiThresholdOfProcess() {
     static const ReadOnce<int> threshold{Sysprop::corvid_wifi_power_jump_detect_rssi_threshold,

@@ -40,9 +40,11 @@ class PowerJumpDetectManager : public FeatureManager {
     const ReadOnce<int>& rssiThreshold_;
     /** Held across a handler's command, so that the state matches the last command. */
     Mutex handlerMutex_;
+    State state_ GUARDED_BY(handlerMutex_) = State::UNSET;
+
+    // Last: destroyed first, so that no handler runs while the rest is destroyed.
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
-    State state_ GUARDED_BY(handlerMutex_) = State::UNSET;
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -44,7 +44,7 @@ void TxChainManager::onP2pStarted_() {
     }
 }
 
-bool TxChainManager::setP2pTxChainQcom_(int nTx) {
+void TxChainManager::setP2pTxChainQcom_(int nTx) {
     const auto count = static_cast<uint8_t>(nTx);
     Nl80211VendorCmdInfo info;
     info.interfaceType = NetInterfaceType::P2P;
@@ -55,7 +55,6 @@ bool TxChainManager::setP2pTxChainQcom_(int nTx) {
     }
     const bool sent = client_->sendVendorNlCmd(info);
     WIFI_LOGI("setTxChain nTx=%d %s", nTx, sent ? "success" : "fail");
-    return sent;
 }
 
 }  // namespace Ursa::OS::Wifi

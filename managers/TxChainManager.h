@@ -22,7 +22,7 @@ class TxChainManager : public FeatureManager {
 
   private:
     void onP2pStarted_();
-    bool setP2pTxChainQcom_(int nTx);
+    void setP2pTxChainQcom_(int nTx);
 
     const std::shared_ptr<CorvidWifiClient> client_;
     std::atomic<bool> enabled_{true};

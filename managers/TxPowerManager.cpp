@@ -59,11 +59,7 @@ TxPowerManager::TxPowerManager(std::shared_ptr<CorvidWifiClient> client,
     }
 }
 
-TxPowerManager::~TxPowerManager() {
-    p2pSubscription_.reset();
-    staDisconnected_.reset();
-    staConnected_.reset();
-}
+TxPowerManager::~TxPowerManager() = default;
 
 void TxPowerManager::setStaCallback_() {
     const auto staManager = client_->compositionRoot()->staManager();
@@ -107,9 +103,9 @@ bool TxPowerManager::updateTxPowerConfig(bool allowed) {
     return true;
 }
 
-void TxPowerManager::setP2pInfo(P2pInfo&& info) {
+void TxPowerManager::setP2pInfo(P2pInfo info) {
     if (const auto p2pManager = client_->compositionRoot()->p2pManager()) {
-        p2pManager->setP2pInfo(P2pInfo(info));
+        p2pManager->setP2pInfo(info);
     }
 }
 

@@ -58,7 +58,7 @@ class TxPowerManager : public FeatureManager {
     bool updateTxPowerConfig(bool allowed) EXCLUDES(configMutex_);
 
     /** Passes the group to P2pManager, if there is one. Any thread. */
-    void setP2pInfo(P2pInfo&& info);
+    void setP2pInfo(P2pInfo info);
 
     bool dumpInfo(std::string& out) override;
 
@@ -96,6 +96,7 @@ class TxPowerManager : public FeatureManager {
     Mutex configMutex_;
     PerChainTxPower perChain_ GUARDED_BY(handlerMutex_);
 
+    // Last: destroyed first, so that no handler runs while the rest is destroyed.
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staDisconnected_;
     std::unique_ptr<WifiClientCallback> p2pSubscription_;

@@ -15,7 +15,7 @@ class ResourceAllocator {
      * Stores a copy and returns its id: 0 if the allocator is empty, else the largest id present
      * plus one. Returns -1 if the largest is INT_MAX.
      */
-    int add(T& resource) {
+    int add(const T& resource) {
         MutexLock lock(mutex_);
         int id = 0;
         if (!resources_.empty()) {

@@ -50,21 +50,21 @@ void TelemetryEventLogger::addAtomValue(const std::string& value) {
 
 void TelemetryEventLogger::addAtomValue_(int32_t value) { values_.emplace_back().intValue(value); }
 
-bool TelemetryEventLogger::reportStaManagerEvent(const int& freq, const int& rssi) {
+bool TelemetryEventLogger::reportStaManagerEvent(int freq, int rssi) {
     addAtomValue_(freq);
     addAtomValue_(rssi);
     WIFI_LOGI("Report STA Manager event: freq:%d rssi:%d", freq, rssi);
     return reportAtom(kStaManagerAtom);
 }
 
-bool TelemetryEventLogger::reportMipiClockManagerEvent(const bool& status, const int& clock) {
+bool TelemetryEventLogger::reportMipiClockManagerEvent(bool status, int clock) {
     addAtomValue_(status ? 1 : 0);
     addAtomValue_(clock);
     WIFI_LOGI("Report MIPI Manager event: status:%d clock:%d", status ? 1 : 0, clock);
     return reportAtom(kMipiClockManagerAtom);
 }
 
-bool TelemetryEventLogger::reportAtom(const int& atomId) {
+bool TelemetryEventLogger::reportAtom(int atomId) {
     // Looked up for every report because the service may restart; tryGetService() does not wait.
     const sp<IStats> stats = IStats::tryGetService();
     if (stats == nullptr) {

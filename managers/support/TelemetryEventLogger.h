@@ -28,16 +28,16 @@ class TelemetryEventLogger {
     void addAtomValue(const std::string& value);
 
     /** Reports MHz and dBm, -1 for unknown. Returns false if the service is missing or fails. */
-    bool reportStaManagerEvent(const int& freq, const int& rssi);
+    bool reportStaManagerEvent(int freq, int rssi);
 
     /** Reports whether the camera service accepted `clock`. Result as above. */
-    bool reportMipiClockManagerEvent(const bool& status, const int& clock);
+    bool reportMipiClockManagerEvent(bool status, int clock);
 
   private:
     using Value = ::android::frameworks::stats::V1_0::VendorAtom::Value;
 
     void addAtomValue_(int32_t value);
-    bool reportAtom(const int& atomId);
+    bool reportAtom(int atomId);
 
     std::vector<Value> values_;
 };
