@@ -6,6 +6,8 @@
 #include <linux/filter.h>
 #include <sys/socket.h>
 
+#include "client/StartsWith.h"
+
 namespace Ursa::OS::Wifi {
 
 namespace {
@@ -46,8 +48,7 @@ constexpr sock_filter ifShorterSkip(std::string_view prefix, uint8_t skip) {
 }  // namespace
 
 bool isBssEvent(std::string_view event) {
-    return event.substr(0, kBssAdded.size()) == kBssAdded ||
-           event.substr(0, kBssRemoved.size()) == kBssRemoved;
+    return startsWith(event, kBssAdded) || startsWith(event, kBssRemoved);
 }
 
 bool dropBssEvents(int fd) {

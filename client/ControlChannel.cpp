@@ -11,6 +11,7 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
+#include "client/StartsWith.h"
 #include "os/Mutex.h"
 
 namespace Ursa::OS::Wifi {
@@ -19,10 +20,6 @@ namespace {
 
 /** The library numbers its connections without a lock; two with one number share an address. */
 Mutex openMutex;
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 /** Events and forwarded events: the library does not take them for replies either. */
 bool isUnsolicited(std::string_view message) {

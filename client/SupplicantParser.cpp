@@ -5,6 +5,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "client/StartsWith.h"
+
 namespace Ursa::OS::Wifi {
 
 namespace {
@@ -26,10 +28,6 @@ bool splitPair(std::string_view pair, std::string_view& name, std::string_view& 
     name = pair.substr(0, equals);
     value = pair.substr(equals + 1);
     return true;
-}
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
 }
 
 /** std::stoi, with a fast path: only text that std::from_chars rejects pays for std::stoi. */

@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "client/BssEventFilter.h"
+#include "client/StartsWith.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -32,10 +33,6 @@ constexpr std::array<EventKind, 4> kP2pEvents = {{
     {"P2P-GROUP-STARTED ", WifiClientCallbackType::WPA_P2P_GROUP_STARTED},
     {"CTRL-EVENT-REGDOM-CHANGE ", WifiClientCallbackType::WPA_REGDOM_CHANGE},
 }};
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
 
 template <size_t N>
 WpaEvent find(std::string_view event, const std::array<EventKind, N>& kinds) {
