@@ -9,15 +9,15 @@
 #include <vendor/corvid/hardware/wifi/1.0/ICorvidWifiManagerCallback.h>
 #include <vendor/corvid/hardware/wifi/1.0/types.h>
 
-// What can stand on the command line for a value of each type of the interface.
+// Command-line words for values of the interface's types.
 //
-// parseArgument reads one word into `value`, and returns false, with `value` unchanged, when the
-// word is none that is allowed. describeArgument says, for people, what is allowed; its parameter
-// only tells the type.
+// parseArgument() parses one word into `value`; it returns false and leaves `value` unchanged if
+// the word is not allowed. describeArgument() gives the text for the user of what is allowed; its
+// parameter only selects the type.
 
 namespace Ursa::OS::Wifi::Tools {
 
-/** Decimal or 0x hexadecimal, with a minus sign where the type has one; no other sign or space. */
+/** Decimal or hexadecimal with 0x, with a minus sign for signed types; no plus sign, no blanks. */
 bool parseArgument(std::string_view word, int32_t& value);
 bool parseArgument(std::string_view word, uint32_t& value);
 bool parseArgument(std::string_view word, uint8_t& value);
@@ -29,17 +29,17 @@ std::string describeArgument(const uint8_t& type);
 bool parseArgument(std::string_view word, bool& value);
 std::string describeArgument(const bool& type);
 
-/** Any text, also an empty one. */
+/** Any text, including an empty one. */
 bool parseArgument(std::string_view word, ::android::hardware::hidl_string& value);
 std::string describeArgument(const ::android::hardware::hidl_string& type);
 
-/** "null" only: an object can't be typed. Registering one that is called back is `monitor`. */
+/** "null" only. (`corvid-wifi monitor` registers a real callback.) */
 using CallbackArgument =
     ::android::sp<::vendor::corvid::hardware::wifi::V1_0::ICorvidWifiManagerCallback>;
 bool parseArgument(std::string_view word, CallbackArgument& value);
 std::string describeArgument(const CallbackArgument& type);
 
-/** An enumerator's name, or any number of the enumeration's own type, known or not. */
+/** An enumerator's name, or any number of the underlying type, even without an enumerator. */
 template <typename Enum, typename = std::enable_if_t<std::is_enum_v<Enum>>>
 bool parseArgument(std::string_view word, Enum& value) {
     for (const Enum known : ::android::hardware::hidl_enum_range<Enum>()) {

@@ -14,20 +14,20 @@ namespace Ursa::OS::Wifi::Tools {
 /** The newest version of the interface. */
 using IWifi = ::vendor::corvid::hardware::wifi::V1_0::IWifi;
 
-/** A command line that can't be carried out: what() says what is wrong and what is allowed. */
+/** A wrong command line: what() says what is wrong and what is allowed. */
 class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** The service is not there, or went away during a call: what() says which. */
+/** The service is not running, or died during a call: what() says which. */
 class ServiceError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/** Throws a ServiceError when a call of the service did not come back with an answer. */
+/** Throws a ServiceError if the call was not answered. */
 void requireAnswer(const ::android::hardware::details::return_status& result);
 
-/** What the service said to a call. */
+/** The service's answer to a call. */
 struct Answer {
     /** One JSON object: a record's fields, {"id":...} for an id, {"text":...} for a text. */
     std::string json;

@@ -12,8 +12,8 @@ namespace host::hidl {
 
 /**
  * The objects of this process that others may call. An object is kept alive while another process
- * holds it, while it is on its way to one, or while it is a service. An unused one is dropped by
- * collect() only: an Acquire for it may still be in a socket. Thread-safe.
+ * holds it, while a message carries it to one, or while it is a service. Only collect() drops an
+ * unused one, because an Acquire for it may still be in a socket's queue. Thread-safe.
  */
 class Exports {
   public:
@@ -50,7 +50,8 @@ class Exports {
     /** The last moment at which an object became unused; 0 when collect() has nothing to do. */
     uint64_t lastUnused();
 
-    /** Drops the objects unused since `moment`, if all that links had to say by then is read. */
+    /** Drops the objects unused since `moment`. Only when all that links have sent by then is read.
+     */
     void collect(uint64_t moment);
 
   private:
