@@ -22,11 +22,14 @@ MAY_INCLUDE = {
     "tools": (),
     "host": (),
     "sim": ("host",),
+    "trace": (),
 }
 
-# Not a rule of a whole folder: the event descriptor posts to a Poll, and a host finds the device's
-# paths elsewhere.
-EXCEPTIONS = {("host/eventfd/", "os/Poll.h"), ("host/root/", "os/DevicePath.h")}
+# Not a rule of a whole folder: the event descriptor posts to a Poll, a host finds the device's paths
+# elsewhere, and the lists of properties and of their defaults are the daemon's own.
+EXCEPTIONS = {("host/eventfd/", "os/Poll.h"), ("host/root/", "os/DevicePath.h"),
+              ("trace/properties.cpp", "config/CorvidWifiProperties.h"),
+              ("trace/properties.cpp", "managers/TxPowerSettings.h")}
 
 # The libraries that a folder of the daemon may include, as the beginnings of their headers' names.
 _EVERYWHERE = ("android-base/",)

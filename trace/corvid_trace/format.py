@@ -105,6 +105,7 @@ RECORDS = {
     # What only a result has.
     "command": {"interface": (TEXT, _REQUIRED), "text": (TEXT, _REQUIRED),
                 "reply": (TEXT.or_null(), _REQUIRED)},
+    "netlink": {"text": (TEXT, _REQUIRED), "answer": (TEXT, _REQUIRED)},
     "atom": {"atomId": (INTEGER, _REQUIRED), "values": (LIST, _REQUIRED)},
     "log": {"level": (one_of(*"VDIWEF"), _REQUIRED), "tag": (TEXT, _REQUIRED),
             "text": (TEXT, _REQUIRED)},
@@ -123,7 +124,7 @@ CALLBACKS = {
                         "alpha2": (TEXT, _REQUIRED)},
 }
 
-_RESULT_ONLY = ("command", "atom", "log", "power")
+_RESULT_ONLY = ("command", "netlink", "atom", "log", "power")
 
 
 def _shown(value):

@@ -1,0 +1,74 @@
+#!/usr/bin/env python3
+"""Tests of replay by the clock, and of what it refuses."""
+
+import json
+import os
+import unittest
+
+from support import HEADER, FilesTest, sample
+
+ENABLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
+           "properties": {"persist.vendor.wifi.txpower.enable.sta": "true"}}
+
+
+class ReplayTest(FilesTest):
+
+    def setUp(self):
+        super().setUp()
+        self.write("walk", [ENABLED, sample(0, -45), sample(1, -50)])
+
+    def test_real_time_needs_no_virtual_machine(self):
+        done = self.run_command("replay", "walk", "--real-time", "-o", "result",
+                                env={**os.environ, "PATH": "/nowhere"})
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        records = [json.loads(line) for line in self.read("result").splitlines()]
+        self.assertTrue(records[0]["result"])
+        self.assertEqual([record["t"] for record in records if record["type"] == "sample"], [0, 1])
+        powers = [record for record in records if record["type"] == "power"]
+        self.assertEqual([(power["dbm"], power["step"]) for power in powers], [(20, "upper")])
+        self.assertAlmostEqual(powers[0]["t"], 0, delta=0.5)
+
+    def test_missing_virtual_machine_is_said_with_the_way_out(self):
+        done = self.run_command("replay", "walk", "-o", "result",
+                                env={**os.environ, "PATH": "/nowhere"})
+        self.assert_refused(done, 1, "qemu-system-x86_64 is not installed", "--real-time")
+        self.assertFalse(os.path.exists(self.path("result")))
+
+    def test_power_control_that_is_off_is_said(self):
+        self.write("walk", [{**ENABLED, "properties": {}}, sample(0, -45)])
+        done = self.run_command("replay", "walk", "--real-time", "-o", "result")
+        self.assertEqual(done.returncode, 0)
+        self.assertIn("--set txpower.enable.sta=true", done.stderr)
+
+    def test_result_is_not_written_over(self):
+        self.write("result", "precious")
+        done = self.run_command("replay", "walk", "--real-time", "-o", "result")
+        self.assert_refused(done, 1, "result", "--force")
+        self.assertEqual(self.read("result"), "precious")
+
+    def test_setting_that_fits_several_properties_is_wrong_usage(self):
+        done = self.run_command("replay", "walk", "--set", "upper=3", "-o", "result")
+        self.assert_refused(done, 2, "several", "txpower.dbm.upper", "txpower.rssi.upper")
+
+    def test_setting_out_of_range_is_wrong_usage(self):
+        done = self.run_command("replay", "walk", "--set", "dbm.upper=200", "-o", "result")
+        self.assert_refused(done, 2, "0 to 80")
+
+    def test_trace_without_anything_to_replay_is_refused(self):
+        self.write("walk", [ENABLED, {"type": "note", "t": 0, "text": "nothing"}])
+        done = self.run_command("replay", "walk", "-o", "result")
+        self.assert_refused(done, 1, "walk: there is nothing to replay")
+
+    def test_line_that_no_headset_can_play_is_named(self):
+        self.write("walk", [ENABLED, sample(0, -45), sample(1, -45, 60000)])
+        done = self.run_command("replay", "walk", "-o", "result")
+        self.assert_refused(done, 1, "walk:3: the frequency is 60000 MHz")
+
+    def test_build_that_is_missing_is_named(self):
+        done = self.run_command("replay", "walk", "-o", "result",
+                                env={**os.environ, "CORVID_BUILD": self.folder})
+        self.assert_refused(done, 1, os.path.join(self.folder, "bin"), "CORVID_BUILD")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,67 @@
+"""What replay and sweep share: a trace that is read once, and plays of it with settings."""
+
+import hashlib
+
+from corvid_trace import format as trace_format
+from corvid_trace import outcome
+from corvid_trace.errors import TraceError
+from corvid_trace.scenario import ScenarioMaker
+
+
+def short(name, prefix="persist.vendor.wifi."):
+    """A property's name as people write it."""
+    return name[len(prefix):] if name.startswith(prefix) else name
+
+
+class Trace:
+    """A trace with its scenario."""
+
+    def __init__(self, path, properties):
+        self.path = path
+        self.header, records = trace_format.read_trace(path)
+        self.records = outcome.own_records(records)
+        if not any(record["type"] in ("sample", "supplicant") for record in self.records):
+            raise TraceError(f"{path}: there is nothing to replay: no sample and no event")
+        self._maker = ScenarioMaker(path, self.header, self.records)
+        self._properties = properties
+        recorded = self.header.get("properties") or {}
+        self.recorded = {name: value for name, value in recorded.items() if name in properties}
+
+    @property
+    def duration(self):
+        """How long a play takes, s."""
+        return self._maker.duration
+
+    def digest(self):
+        """Changes with what is replayed."""
+        return hashlib.sha256(self._maker.text({}).encode()).hexdigest()[:16]
+
+    def settings(self, changes):
+        """The properties that are set in a play: the recorded ones, and the changes to them."""
+        return {**self.recorded, **changes}
+
+    def scenario(self, changes):
+        return self._maker.text(self.settings(changes))
+
+    def play(self, player, changes, made_by, label=None):
+        """Plays the trace; (header, records) of the result."""
+        settings = self.settings(changes)
+        station_power, thresholds = self._properties.in_force(settings)
+        lines, errors, status = player.play(
+            self._maker.text(settings), self.duration, self.header.get("start_wall"))
+        played = list(outcome.records_of(lines, self._maker.trace_time, thresholds))
+        if status != 0:
+            raise TraceError(f"{self.path}: the simulated headset ended with status {status}" +
+                             (": " + " ".join(errors) if errors else ""))
+        header = {"source": "import", "start_wall": None, "interfaces": {}, "properties": {},
+                  **self.header, "made_by": made_by, "result": True, "settings": settings,
+                  "thresholds": thresholds, "station_power": station_power,
+                  "label": label or self.label(changes)}
+        return header, list(outcome.merged(self.records, played))
+
+    def label(self, changes):
+        """The trace's label, with what was changed."""
+        label = self.header.get("label") or self.path
+        if not changes:
+            return label
+        return f"{label} ({', '.join(f'{short(name)}={value}' for name, value in changes.items())})"
