@@ -249,7 +249,7 @@ MonitorEnd serviceDied() {
 
 }  // namespace
 
-MonitorEnd monitor(IWifi& service, std::FILE* out) {
+MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
     // A reader that closes the pipe is an error to be handled: the callback must be unregistered.
     signal(SIGPIPE, SIG_IGN);
     const WakeFd stop;
@@ -274,12 +274,14 @@ MonitorEnd monitor(IWifi& service, std::FILE* out) {
         std::fprintf(stderr, "corvid-wifi: the service refused the callback (code %u)\n", code);
         return MonitorEnd::Failed;
     }
+    deadline.stop();
     shared->writer.registered();
 
     const Wake wake = waitForEnd(stop, *shared);
     if (wake == Wake::Died) {
         return serviceDied();
     }
+    deadline.start();
     const Return<void> unregistered =
         service.unregisterCorvidWifiManagerCallback(callback, takeCode);
     if (!unregistered.isOk()) {
@@ -288,6 +290,10 @@ MonitorEnd monitor(IWifi& service, std::FILE* out) {
     const bool unlinked = service.unlinkToDeath(recipient).withDefault(false);
     static_cast<void>(unlinked);  // false: it died just now, and nobody needs it any more
 
+    if (wake == Wake::Failed && shared->writer.error() == EPIPE) {
+        signal(SIGPIPE, SIG_DFL);
+        raise(SIGPIPE);
+    }
     if (wake == Wake::Failed) {
         std::fprintf(stderr, "corvid-wifi: can't write: %s\n",
                      std::strerror(shared->writer.error()));

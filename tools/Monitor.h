@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "tools/Methods.h"
+#include "tools/Service.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -16,11 +17,13 @@ enum class MonitorEnd {
 /**
  * Registers a callback and writes {"event":"registered"}, then each event as a line of JSON, to
  * `out`, until SIGINT, SIGTERM or the service's death. Lines are flushed one by one. A second
- * signal of the same kind ends the process at once, also when the service hangs.
+ * signal of the same kind ends the process at once, also when the service hangs; so does
+ * `deadline`, which counts while the service is asked. If the reader of `out` goes away, SIGPIPE
+ * ends the process once the callback is unregistered.
  *
  * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
  * ServiceError when the service goes away before the callback is registered.
  */
-MonitorEnd monitor(IWifi& service, std::FILE* out);
+MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline);
 
 }  // namespace Ursa::OS::Wifi::Tools

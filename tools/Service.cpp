@@ -1,0 +1,115 @@
+#include "tools/Service.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <sys/stat.h>
+#include <sys/time.h>
+
+namespace Ursa::OS::Wifi::Tools {
+
+using ::android::sp;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+/** Longer than a client needs to notice that the service is there. */
+constexpr milliseconds kBetweenLooks{50};
+
+/** What the handler prints. It is set before the timer is. */
+std::string lateMessage;
+
+void onLate(int /*signal*/) {
+    const ssize_t ignored = write(STDERR_FILENO, lateMessage.data(), lateMessage.size());
+    static_cast<void>(ignored);
+    _exit(kNoAnswer);
+}
+
+std::string inSeconds(milliseconds time) {
+    std::string text = std::to_string(static_cast<double>(time.count()) / 1000);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.back() == '.') {
+        text.pop_back();
+    }
+    return text + " s";
+}
+
+/** Where services are found; a host's is a folder with a socket for each process. */
+std::string meetingPlace() {
+    const char* root = std::getenv("CORVID_WIFI_ROOT");
+    return std::string(root != nullptr ? root : "") + "/dev/hwbinder";
+}
+
+/** The first path that this process may not use; empty if there is none. */
+std::string forbiddenPath() {
+    const std::string place = meetingPlace();
+    if (access(place.c_str(), R_OK) != 0) {
+        return errno == EACCES ? place : "";
+    }
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(place.c_str()), closedir);
+    while (const dirent* entry = folder == nullptr ? nullptr : readdir(folder.get())) {
+        const std::string path = place + "/" + entry->d_name;
+        struct stat status {};
+        if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
+            access(path.c_str(), W_OK) != 0 && errno == EACCES) {
+            return path;
+        }
+    }
+    return "";
+}
+
+}  // namespace
+
+Deadline::Deadline(milliseconds limit) : limit_(limit) {
+    lateMessage = "corvid-wifi: the service did not answer within " + inSeconds(limit) +
+                  ": it hangs or is stopped\n";
+    struct sigaction action {};
+    action.sa_handler = onLate;
+    sigaction(SIGALRM, &action, nullptr);
+    start();
+}
+
+Deadline::~Deadline() { stop(); }
+
+void Deadline::start() const {
+    itimerval timer{};
+    timer.it_value.tv_sec = limit_.count() / 1000;
+    timer.it_value.tv_usec = static_cast<suseconds_t>(limit_.count() % 1000 * 1000);
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+void Deadline::stop() const {
+    const itimerval none{};
+    setitimer(ITIMER_REAL, &none, nullptr);
+}
+
+sp<IWifi> findService(const CommandLine& line) {
+    const milliseconds limit = line.timeout();
+    const auto begin = steady_clock::now();
+    while (true) {
+        if (sp<IWifi> service = IWifi::tryGetService(); service != nullptr) {
+            return service;
+        }
+        if (const std::string path = forbiddenPath(); !path.empty()) {
+            throw ServiceError("permission denied: " + path + " (user " +
+                               std::to_string(geteuid()) + ")");
+        }
+        const bool over = limit.count() > 0 && steady_clock::now() - begin + kBetweenLooks > limit;
+        if (!line.has("--wait") || over) {
+            throw ServiceError(std::string("the service ") + IWifi::descriptor +
+                               "/default is not available" +
+                               (line.has("--wait") ? " after " + inSeconds(limit) : ""));
+        }
+        std::this_thread::sleep_for(kBetweenLooks);
+    }
+}
+
+}  // namespace Ursa::OS::Wifi::Tools

@@ -1,0 +1,105 @@
+#include "tools/ServiceWords.h"
+
+#include <cstdio>
+#include <iterator>
+#include <string>
+
+#include <vendor/corvid/hardware/wifi/1.0/types.h>
+
+#include "tools/Json.h"
+#include "tools/Methods.h"
+#include "tools/Monitor.h"
+#include "tools/Print.h"
+#include "tools/Service.h"
+
+namespace Ursa::OS::Wifi::Tools {
+
+using ::android::hardware::hidl_string;
+using ::vendor::corvid::hardware::wifi::V1_0::P2pInfo;
+using ::vendor::corvid::hardware::wifi::V1_0::StaInfo;
+
+namespace {
+
+/** One line: a value with its unit, or that it is not known. */
+void printValue(const char* label, bool known, const std::string& value) {
+    print(std::string(label) + ": " + (known ? value : "unknown") + "\n");
+}
+
+/** A method without arguments, as `call` prints it. */
+int printAsJson(const CommandLine& line, const char* method) {
+    print(bindCall({method})(*findService(line)).json + "\n");
+    return kSuccess;
+}
+
+}  // namespace
+
+int runCall(const CommandLine& line) {
+    if (line.has("--list")) {
+        if (!line.arguments.empty()) {
+            throw UsageError("call --list takes no arguments");
+        }
+        print(listMethods());
+        return kSuccess;
+    }
+    const Call call = bindCall(line.arguments);
+    if (line.has("--check")) {
+        return kSuccess;
+    }
+    const Deadline deadline(line.timeout());
+    const Answer answer = call(*findService(line));
+    print(answer.json + "\n");
+    return answer.success ? kSuccess : kFailure;
+}
+
+int runDump(const CommandLine& line) {
+    const Deadline deadline(line.timeout());
+    if (line.has("--json")) {
+        return printAsJson(line, "dumpInfo");
+    }
+    requireAnswer(findService(line)->dumpInfo(
+        [](const hidl_string& text) { print(std::string(text.c_str(), text.size())); }));
+    return kSuccess;
+}
+
+int runMonitor(const CommandLine& line) {
+    const Deadline deadline(line.timeout());
+    switch (monitor(*findService(line), stdout, deadline)) {
+        case MonitorEnd::Stopped:
+            return kSuccess;
+        case MonitorEnd::ServiceDied:
+            return kServiceDied;
+        case MonitorEnd::Failed:
+            break;
+    }
+    return kFailure;
+}
+
+int runP2p(const CommandLine& line) {
+    const Deadline deadline(line.timeout());
+    if (line.has("--json")) {
+        return printAsJson(line, "getP2pInfo");
+    }
+    requireAnswer(findService(line)->getP2pInfo([](const P2pInfo& info) {
+        printValue("Frequency", info.frequency != -1, std::to_string(info.frequency) + " MHz");
+        printValue("Bandwidth", info.bandwidth != -1, std::to_string(info.bandwidth) + " MHz");
+    }));
+    return kSuccess;
+}
+
+int runSta(const CommandLine& line) {
+    const Deadline deadline(line.timeout());
+    if (line.has("--json")) {
+        return printAsJson(line, "getStaInfo");
+    }
+    requireAnswer(findService(line)->getStaInfo([](const StaInfo& info) {
+        static constexpr const char* kWidths[] = {"",       "20 MHz",    "40 MHz",
+                                                  "80 MHz", "80+80 MHz", "160 MHz"};
+        const bool widthKnown = info.bandwidth >= 1 && info.bandwidth < std::size(kWidths);
+        printValue("Frequency", info.frequency != -1, std::to_string(info.frequency) + " MHz");
+        printValue("Signal", info.rssi != -1, std::to_string(info.rssi) + " dBm");
+        printValue("Bandwidth", widthKnown, widthKnown ? kWidths[info.bandwidth] : "");
+    }));
+    return kSuccess;
+}
+
+}  // namespace Ursa::OS::Wifi::Tools

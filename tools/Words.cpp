@@ -1,0 +1,165 @@
+#include "tools/Words.h"
+
+#include <algorithm>
+
+#include "tools/Json.h"
+#include "tools/Print.h"
+#include "tools/ServiceWords.h"
+#include "tools/Version.h"
+
+namespace Ursa::OS::Wifi::Tools {
+
+namespace {
+
+constexpr std::string_view kSummary =
+    "asks the Wi-Fi service, tells it what to do, and shows its events";
+
+struct Named {
+    std::string_view name;
+    std::string_view what;
+};
+
+constexpr Named kStatuses[] = {
+    {"0", "done (a status code of 0, an id of 0 or more, any record or text)"},
+    {"1", "the service answered a failure, or the output can't be written"},
+    {"2", "wrong usage"},
+    {"3", "the service is not available, or this user may not call it"},
+    {"4", "the service died while it was monitored"},
+    {"5", "the service did not answer in time"},
+};
+
+constexpr Named kEnvironment[] = {
+    {"CORVID_WIFI_ROOT",
+     "on a host, the folder that stands for the device's root; the service is found in the same "
+     "one"},
+};
+
+constexpr size_t kWhatColumn = 26;
+constexpr size_t kLineWidth = 100;
+
+int runHelp(const CommandLine& line) {
+    print(line.has("--json") ? helpJson() + "\n" : helpText());
+    return kSuccess;
+}
+
+int runVersion(const CommandLine& line) {
+    print(line.has("--json") ? toLine({{"version", kVersion}}) + "\n"
+                             : std::string("corvid-wifi ") + kVersion + "\n");
+    return kSuccess;
+}
+
+/** `head`, and `what` behind it from the column of the explanations on, in as many lines. */
+std::string entry(std::string head, std::string_view what) {
+    const size_t gap = 2;
+    head = "  " + head;
+    std::string out = head.size() + gap > kWhatColumn ? head + "\n" : head;
+    size_t column = head.size() + gap > kWhatColumn ? 0 : head.size();
+    while (!what.empty()) {
+        const size_t length = std::min(what.find(' '), what.size());
+        if (column < kWhatColumn) {
+            out.append(kWhatColumn - column, ' ');
+            column = kWhatColumn;
+        } else if (column + 1 + length > kLineWidth) {
+            out.append("\n").append(kWhatColumn, ' ');
+            column = kWhatColumn;
+        } else {
+            out += ' ';
+            ++column;
+        }
+        out.append(what.substr(0, length));
+        column += length;
+        what.remove_prefix(std::min(length + 1, what.size()));
+    }
+    return out + "\n";
+}
+
+std::string headOf(const Option& option) {
+    return std::string(option.name) + (option.value.empty() ? "" : " ") + std::string(option.value);
+}
+
+Json jsonOf(const std::vector<Option>& options) {
+    Json list = Json::array();
+    for (const Option& option : options) {
+        list.push_back({{"name", option.name}, {"value", option.value}, {"what", option.what}});
+    }
+    return list;
+}
+
+template <size_t kCount>
+Json jsonOf(const Named (&entries)[kCount]) {
+    Json list = Json::array();
+    for (const Named& one : entries) {
+        list.push_back({{"name", one.name}, {"what", one.what}});
+    }
+    return list;
+}
+
+}  // namespace
+
+const std::vector<Word>& allWords() {
+    constexpr size_t kAny = 100;
+    static const std::vector<Word> words = {
+        {"call",
+         "METHOD [ARG ...]",
+         "calls a method of IWifi and prints the answer as JSON",
+         {{"--list", "", "lists the methods with their arguments instead"},
+          {"--check", "", "only says whether that could be called"}},
+         0,
+         kAny,
+         runCall,
+         true},
+        {"dump", "", "prints the state of every feature, in the fixed text", {}, 0, 0, runDump},
+        {"monitor", "", "prints each event as a line of JSON, until Ctrl-C", {}, 0, 0, runMonitor},
+        {"p2p", "", "prints the P2P group's channel", {}, 0, 0, runP2p},
+        {"sta", "", "prints the station link's channel and signal", {}, 0, 0, runSta},
+        {"--help", "", "prints this", {}, 0, 0, runHelp},
+        {"--version", "", "prints the version", {}, 0, 0, runVersion},
+    };
+    return words;
+}
+
+std::string helpText() {
+    std::string text = "corvid-wifi: " + std::string(kSummary) +
+                       "\n\nusage: corvid-wifi [OPTION ...] COMMAND [ARG ...]\n\nCommands:\n";
+    for (const Word& word : allWords()) {
+        text += entry(std::string(word.name) + (word.arguments.empty() ? "" : " ") +
+                          std::string(word.arguments),
+                      word.what);
+        for (const Option& option : word.options) {
+            text += entry("  " + headOf(option), option.what);
+        }
+    }
+    text += "\nOptions of every command:\n";
+    for (const Option& option : commonOptions()) {
+        text += entry(headOf(option), option.what);
+    }
+    text += "\nExit status:\n";
+    for (const Named& status : kStatuses) {
+        text += entry(std::string(status.name), status.what);
+    }
+    text += "\nEnvironment:\n";
+    for (const Named& variable : kEnvironment) {
+        text += entry(std::string(variable.name), variable.what);
+    }
+    return text;
+}
+
+std::string helpJson() {
+    Json words = Json::array();
+    for (const Word& word : allWords()) {
+        words.push_back({{"name", word.name},
+                         {"arguments", word.arguments},
+                         {"what", word.what},
+                         {"options", jsonOf(word.options)}});
+    }
+    return toLine({{"name", "corvid-wifi"},
+                   {"summary", kSummary},
+                   {"version", kVersion},
+                   {"usage", {"corvid-wifi [OPTION ...] COMMAND [ARG ...]"}},
+                   {"words", words},
+                   {"options", jsonOf(commonOptions())},
+                   {"statuses", jsonOf(kStatuses)},
+                   {"environment", jsonOf(kEnvironment)}});
+}
+
+}  // namespace Ursa::OS::Wifi::Tools
