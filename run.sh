@@ -11,13 +11,36 @@ usage: ./run.sh [OPTION ...] [SCENARIO]
 
 Installs what is missing, builds, and plays SCENARIO (a file, or the name of one in sim/scenarios)
 on the simulated headset with the real daemon: what comes in, what the daemon does, and its dump at
-the end. Without SCENARIO it plays power-walk, a minute long.
+the end. Without SCENARIO it plays power-walk, a minute long. The last lines say how many expectations
+were met, or what was not.
 
   --list        show the scenarios
   --help
-  other options go to the simulator: --log D (more of the daemon's log), --record FILE, --plain, ...
-                (build/bin/corvid-sim --help)
+  other options go to the simulator: --log D or ANDROID_LOG_TAGS=CorvidWifi:V (more of the daemon's
+                log), --speed 10, --record FILE, --plain, ... (build/bin/corvid-sim --help)
 END
+}
+
+# The simulator's options: those with a value behind them, and those without.
+with_value=(--root --record --speed --log --daemon)
+without_value=(--control --check --no-stats --no-dump --plain --lines)
+
+is_one_of() {
+    local word=$1 known
+    shift
+    for known in "$@"; do
+        [ "$word" != "$known" ] || return 0
+    done
+    return 1
+}
+
+# list_scenarios: each with the first sentence of the comment that it begins with.
+list_scenarios() {
+    local file
+    for file in sim/scenarios/*.scn; do
+        printf '%s: ' "$(basename "$file" .scn)"
+        sed -n '/^#/!q; s/^# *//p' "$file" | tr '\n' ' ' | sed 's/\([.!?]\) .*/\1\n/'
+    done
 }
 
 scenario=""
@@ -29,20 +52,29 @@ while [ $# -gt 0 ]; do
             exit 0
             ;;
         --list)
-            for file in sim/scenarios/*.scn; do
-                echo "$(basename "$file" .scn): $(sed -n '1s/^# *//p' "$file")"
-            done
+            list_scenarios
             exit 0
             ;;
-        --root | --record | --speed | --log)
-            [ $# -ge 2 ] || fail "$1 needs a value; see ./run.sh --help"
-            value=$2
-            # Paths are the caller's; we have changed the folder.
-            case $1$value in --root[!/]* | --record[!/]*) value=$called_from/$value ;; esac
-            options+=("$1" "$value")
-            shift
+        -*)
+            option=${1%%=*}
+            if is_one_of "$option" "${with_value[@]}"; then
+                if [ "$option" = "$1" ]; then
+                    [ $# -ge 2 ] || fail "$1 needs a value; see ./run.sh --help"
+                    shift
+                fi
+                value=${1#"$option="}
+                # Paths are the caller's; we have changed the folder.
+                case $option$value in
+                    --root[!/]* | --record[!/]* | --daemon[!/]*) value=$called_from/$value ;;
+                esac
+                options+=("$option" "$value")
+            elif is_one_of "$option" "${without_value[@]}"; then
+                options+=("$1")
+            else
+                fail "there is no option $option; there are --list, --help," \
+                    "$(printf '%s, ' "${with_value[@]}" "${without_value[@]}" | sed 's/, $//')"
+            fi
             ;;
-        -*) options+=("$1") ;;
         *)
             [ -z "$scenario" ] || fail "only one scenario can be played; see ./run.sh --help"
             scenario=$1
@@ -50,13 +82,19 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-: "${scenario:=power-walk}"
-case $scenario in /*) file=$scenario ;; *) file=$called_from/$scenario ;; esac
-[ -f "$file" ] || file=$scenario
-[ -f "$file" ] || file=sim/scenarios/$scenario.scn
-[ -f "$file" ] || fail "there is no scenario $scenario; ./run.sh --list shows those that are there"
+if is_one_of --control "${options[@]}" || is_one_of --lines "${options[@]}"; then
+    [ -z "$scenario" ] || fail "a scenario is not played with that option; see ./run.sh --help"
+    play=()
+else
+    : "${scenario:=power-walk}"
+    case $scenario in /*) file=$scenario ;; *) file=$called_from/$scenario ;; esac
+    [ -f "$file" ] || file=$scenario
+    [ -f "$file" ] || file=sim/scenarios/$scenario.scn
+    [ -f "$file" ] || fail "there is no scenario $scenario; ./run.sh --list shows those that are there"
+    play=("$file")
+fi
 
 install_packages packages.txt
 daemon=vendor.corvid.hardware.wifi@1.0-service
 build gcc "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim
-exec build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}" "$file"
+exec build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}" "${play[@]}"
