@@ -14,6 +14,7 @@ import shutil
 import socket
 import subprocess
 import tempfile
+import threading
 import time
 
 from corvid_trace import archive
@@ -80,9 +81,12 @@ class Qemu:
             raise
         return self
 
+    def end(self):
+        """Ends it at once, whatever it does; from any thread."""
+        self._process.kill()
+
     def __exit__(self, *_):
-        with contextlib.suppress(ProcessLookupError):
-            self._process.kill()
+        self.end()
         self._process.wait()
         self._process.stderr.close()
         with contextlib.suppress(OSError):
@@ -161,7 +165,30 @@ class Player:
         if not os.path.exists(self._kernel):
             _lab("build_image")
         self._folder = os.path.join(os.path.dirname(image), "replay-" + self._fingerprint())
+        self._machines = set()
+        self._lock = threading.Lock()
+        self._stopped = False
         self._make_snapshot()
+
+    def stop(self):
+        """Ends all plays, which then fail; no other begins."""
+        with self._lock:
+            self._stopped = True
+            for machine in self._machines:
+                machine.end()
+
+    @contextlib.contextmanager
+    def _running(self, qemu):
+        """For the time of a play: stop() finds its machine."""
+        with self._lock:
+            if self._stopped:
+                raise TraceError("the replay was stopped")
+            self._machines.add(qemu)
+        try:
+            yield
+        finally:
+            with self._lock:
+                self._machines.discard(qemu)
 
     def _fingerprint(self):
         """Changes with everything that the snapshot holds."""
@@ -231,7 +258,8 @@ class Player:
         wall = int(start_wall if start_wall is not None else _SOME_DAY)
         with tempfile.TemporaryDirectory(prefix="corvid-replay-") as work:
             with self._qemu(work, scenario, wall, int(duration) + _OVERTIME,
-                            "-incoming", f"exec:cat '{self._snapshot}'") as qemu:
+                            "-incoming", f"exec:cat '{self._snapshot}'") as qemu, \
+                    self._running(qemu):
                 qemu.wait_until(qemu.is_paused, "restoring the guest")
                 qemu.command("cont")
                 qemu.wait_for_end()

@@ -9,7 +9,7 @@ from corvid_trace.machine import Player
 from corvid_trace.output import Progress, refuse_overwriting
 from corvid_trace.programs import Programs
 from corvid_trace.properties import Properties
-from corvid_trace.replaying import Trace, short
+from corvid_trace.replaying import Trace
 
 _DESCRIPTION = """\
 Feeds a trace to the unmodified daemon on the simulated headset, and writes what the daemon does: the
@@ -48,7 +48,6 @@ def run(args):
         for record in records:
             writer.write(record)
     if not header["station_power"]:
-        print(f"corvid-trace: {short('persist.vendor.wifi.txpower.enable.sta')} is not set: the "
-              "daemon has left the station's power alone (--set txpower.enable.sta=true)",
-              file=sys.stderr)
+        print("corvid-trace: txpower.enable.sta is not set: the daemon has left the station's "
+              "power alone (--set txpower.enable.sta=true)", file=sys.stderr)
     return 0

@@ -5,12 +5,8 @@ import hashlib
 from corvid_trace import format as trace_format
 from corvid_trace import outcome
 from corvid_trace.errors import TraceError
+from corvid_trace.results import short_property
 from corvid_trace.scenario import ScenarioMaker
-
-
-def short(name, prefix="persist.vendor.wifi."):
-    """A property's name as people write it."""
-    return name[len(prefix):] if name.startswith(prefix) else name
 
 
 class Trace:
@@ -64,4 +60,4 @@ class Trace:
         label = self.header.get("label") or self.path
         if not changes:
             return label
-        return f"{label} ({', '.join(f'{short(name)}={value}' for name, value in changes.items())})"
+        return f"{label} ({', '.join(f'{short_property(name)}={value}' for name, value in changes.items())})"
