@@ -33,23 +33,22 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-// The highest attribute numbers in the headers of the headset's kernel. Its attributes are what the
-// daemon reads, whatever kernel's headers a build finds.
+// The highest attribute numbers in the headers of the headset's kernel, fixed here so that they do
+// not depend on the build's kernel headers.
 constexpr int kNl80211AttrMax = 301;      // NL80211_ATTR_MAX
 constexpr int kStaInfoMax = 43;           // NL80211_STA_INFO_MAX
 constexpr int kRateInfoMax = 17;          // NL80211_RATE_INFO_MAX
 constexpr int kExtendedAckAttrMax = 4;    // NLMSGERR_ATTR_MAX
 constexpr int kSocketBufferBytes = 8192;  // for sending, and for receiving
 
-/** The kernel builds the packets of a dump no larger than this, whatever a reader offers. */
+/** The largest packet that the kernel builds for a dump. */
 constexpr size_t kMaxPacketBytes = 32768;
 
-/** What is queued when an exchange's time is up is still read, up to this many packets: more than
- * kSocketBufferBytes has room for, and an end to a peer that keeps sending. */
+/** After an exchange's deadline at most this many packets are still read: more than fit into
+ * kSocketBufferBytes, but a limit for a peer that keeps sending. */
 constexpr int kMaxLateReceives = 64;
 
-/** The driver that takes private commands expects a text of at least this many characters, the
- * terminating NUL not counted. */
+/** The driver expects at least this many characters, without the NUL, in a private command. */
 constexpr size_t kPrivateCommandMinLength = 25;
 /** The text's attribute number inside the vendor data. */
 constexpr int kPrivateCommandAttr = 0;
@@ -57,21 +56,21 @@ constexpr int kPrivateCommandAttr = 0;
 /** An attribute's length field has 16 bits and counts the attribute's header. */
 constexpr size_t kMaxPayloadBytes = UINT16_MAX - NLA_HDRLEN;
 
-/** One request and what has come of it. libnl's callbacks get it as their argument. */
+/** One request and the state of its answer. The argument of libnl's callbacks. */
 struct Exchange {
-    int status = 1;  ///< 1: not answered to the end, 0: done, negative: failed
+    int status = 1;  ///< 1: not completely answered, 0: done, negative: failed
     uint32_t sequence = 0;
     std::chrono::milliseconds timeout{};
-    /** Set at the first receive, since the kernel does its work while the request is sent. */
+    /** Set at the first receive, because the kernel does its work while the request is sent. */
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt;
-    int lateReceives = 0;
-    bool endReceived = false;  ///< the end of the dump was in a packet that was received
+    int lateReceives = 0;      ///< packets read after the deadline
+    bool endReceived = false;  ///< a received packet contained the end of the dump
     bool dropLogged = false;   ///< a handler has dropped the rest of that packet and logged why
 };
 
 /**
- * The exchange that runs on this thread: for receive(), which libnl calls without an argument, and
- * for the socket's own callbacks, which outlive an exchange.
+ * This thread's exchange, for receive(), which libnl calls without an argument, and for the
+ * socket's own callbacks, which outlive an exchange.
  */
 thread_local Exchange* currentExchange = nullptr;
 
@@ -85,9 +84,9 @@ class CurrentExchange {
 };
 
 /**
- * Starts the exchange's time at the first receive. When it is up, what is queued can still be
- * received: it may have come in time while the process was stopped. Returns false when that has
- * gone on for too long.
+ * Sets the deadline at the first receive. After the deadline queued packets may still be received,
+ * because they may have arrived in time while the process was stopped. Returns false once
+ * kMaxLateReceives of them were.
  */
 bool mayReceive(Exchange& exchange) {
     const auto now = std::chrono::steady_clock::now();
@@ -97,7 +96,7 @@ bool mayReceive(Exchange& exchange) {
     return now < *exchange.deadline || ++exchange.lateReceives <= kMaxLateReceives;
 }
 
-/** Waits until something can be received. False when the exchange's time is up. */
+/** Waits until something can be received. Returns false at the exchange's deadline. */
 bool waitForPacket(nl_sock* socket, const Exchange& exchange) {
     using std::chrono::milliseconds;
     while (true) {
@@ -112,10 +111,10 @@ bool waitForPacket(nl_sock* socket, const Exchange& exchange) {
     }
 }
 
-/** What a packet holds of an exchange. */
+/** What a packet contains of an exchange. */
 struct Contents {
-    bool message = false;  ///< any at all
-    bool end = false;      ///< of a dump
+    bool message = false;  ///< a message of it
+    bool end = false;      ///< the end of its dump
 };
 
 Contents contentsOf(unsigned char* packet, int length, uint32_t sequence) {
@@ -130,7 +129,7 @@ Contents contentsOf(unsigned char* packet, int length, uint32_t sequence) {
     return contents;
 }
 
-/** Frees what nl_recv has returned. */
+/** Frees a packet from nl_recv(). */
 void dropPacket(unsigned char** bytes, ucred** credentials) {
     free(*bytes);
     free(*credentials);
@@ -139,17 +138,16 @@ void dropPacket(unsigned char** bytes, ucred** credentials) {
 }
 
 /**
- * Receives for nl_recvmsgs the next packet that holds a message of the exchange: libnl's request
- * for a family reads one packet for the reply, whatever is in it. Ends an exchange that would
- * otherwise wait or spin for ever, since only the status ends it and only an answer sets the
- * status:
- *  - The time is up.
+ * Receives for nl_recvmsgs the next packet that contains a message of the exchange. (libnl's own
+ * request for a family would take any packet for the reply.) nl_recvmsgs goes on until the status
+ * is set, which otherwise only an answer does, so these end the exchange here:
+ *  - The deadline has passed.
  *  - The connection is broken, or the kernel dropped the answer (ENOBUFS: on a socket that is in no
- *    multicast group, a lost packet is the answer to the one request under way).
+ *    multicast group, a lost packet is the answer to the one pending request).
  *  - An error reply in the middle of a dump has set the status, but libnl waits for the dump's end.
  *  - The rest of a packet was dropped, and the dump's end with it: by a handler, which has logged
  *    why, or by libnl without memory for a message.
- * A packet too large for the buffer is none of these: it has been consumed, and the next follows.
+ * A packet too large for the buffer does not: it was consumed, and the next one is read.
  */
 int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
     Exchange& exchange = *currentExchange;
@@ -164,7 +162,7 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
     }
     int received = -NLE_AGAIN;
     while (mayReceive(exchange)) {
-        // Does not wait: libnl would wait anew after each signal that this thread handles.
+        // Does not block: libnl would restart the wait after each signal that this thread handles.
         received = nl_recv(socket, peer, bytes, credentials);
         if (received > 0) {
             const Contents contents = contentsOf(*bytes, received, exchange.sequence);
@@ -194,20 +192,19 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
     return received;
 }
 
-/** A callback of the socket: notes the number of the request that is being sent. */
+/** A callback of the socket: notes the sequence number of the request that is being sent. */
 int noteRequest(nl_msg* message, void* /*arg*/) {
     currentExchange->sequence = nlmsg_hdr(message)->nlmsg_seq;
     return NL_OK;
 }
 
-/** What a handler returns that drops the rest of a packet in the middle of a dump. */
+/** The result of a handler that drops the rest of a packet in the middle of a dump. */
 int stopAfterLogging() {
     currentExchange->dropLogged = true;
     return NL_STOP;
 }
 
-/** A message with its netlink and generic netlink headers; null, after logging, if out of memory.
- */
+/** A message with its netlink and generic netlink headers; null, and logged, without memory. */
 NetlinkMessage newMessage(int family, int flags, uint8_t cmd) {
     NetlinkMessage message(nlmsg_alloc());
     // Port and sequence number are filled in when it is sent. A fresh message has room for headers.
@@ -259,7 +256,7 @@ int putAttributes(nl_msg* message, const std::vector<Nl80211Attribute>& attribut
     return 0;
 }
 
-/** Opens the nest that holds a vendor command's data; null after logging. */
+/** Starts the nested attribute for a vendor command's data; null after logging. */
 nlattr* startVendorData(nl_msg* message) {
     nlattr* nest = nla_nest_start(message, NL80211_ATTR_VENDOR_DATA);
     if (nest == nullptr) {
@@ -268,7 +265,7 @@ nlattr* startVendorData(nl_msg* message) {
     return nest;
 }
 
-/** Appends a private command in the form that the driver of kPrivateCommandVendorId takes. */
+/** Appends a private command in the form that the driver of kPrivateCommandVendorId expects. */
 int putPrivateCommand(nl_msg* message, const char* ifname, const std::string& command) {
     std::string text = std::string("ifname=") + ifname + " " + command;
     if (text.size() < kPrivateCommandMinLength) {
@@ -292,7 +289,7 @@ struct FoundInterface {
     std::string name;         ///< of the last interface that matched; empty: none did
 };
 
-/** A copy of an interface's name, which this thread's next one replaces. */
+/** A copy of an interface's name, valid until this thread's next call. */
 const char* threadCopy(const std::string& name) {
     thread_local std::array<char, IFNAMSIZ> copy;
     copy[name.copy(copy.data(), copy.size() - 1)] = '\0';
@@ -305,7 +302,7 @@ struct StationResult {
     int error = 1;      ///< 0 once a station was read, else what was wrong with the last one
 };
 
-/** What the kernel writes into these attributes; a shorter one means a record that is broken. */
+/** The sizes that the kernel writes; a shorter attribute means a malformed record. */
 constexpr std::array<nla_policy, kStaInfoMax + 1> kStaInfoPolicy = [] {
     std::array<nla_policy, kStaInfoMax + 1> policy{};
     for (int counter :
@@ -328,7 +325,7 @@ constexpr std::array<nla_policy, kRateInfoMax + 1> kRateInfoPolicy = [] {
     return policy;
 }();
 
-/** The code of the widest channel that a transmit rate has a flag for; none if it is broken. */
+/** The code of the widest channel flagged in a transmit rate; std::nullopt if it is malformed. */
 std::optional<int> bandwidthCode(nlattr* rateInfo) {
     std::array<nlattr*, kRateInfoMax + 1> rate{};
     if (nla_parse_nested(rate.data(), kRateInfoMax, rateInfo, kRateInfoPolicy.data()) < 0) {
@@ -454,8 +451,8 @@ int Nl80211Client::initState_(Request& request) const {
     }
     // libnl versions that refuse this on a socket without a connection give it their own default.
     nl_socket_set_buffer_size(socket, kSocketBufferBytes, kSocketBufferBytes);
-    // Left alone, libnl peeks at every packet for its size before it reads it, a second system call
-    // each time. A buffer for the largest packet that the kernel builds makes that unnecessary.
+    // By default libnl peeks at every packet for its size, a second system call. A buffer for the
+    // kernel's largest packet makes that unnecessary.
     nl_socket_set_msg_buf_size(socket, kMaxPacketBytes);
     nl_socket_disable_msg_peek(socket);
     if (genl_connect(socket) < 0) {
@@ -463,7 +460,7 @@ int Nl80211Client::initState_(Request& request) const {
         return -1;
     }
     nl_socket_set_nonblocking(socket);
-    // Not checked: to a family that does not exist the kernel answers the request with an error.
+    // Not checked: if the family does not exist, the kernel answers the request with an error.
     request.family = resolveFamily_(socket);
     request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
     if (request.callbacks == nullptr) {
@@ -520,7 +517,7 @@ int Nl80211Client::constructVendorMsg_(Request& request, const Nl80211VendorCmdI
     if (info.attributes.empty()) {
         return 0;
     }
-    // A second nest of the same number when there was a private command.
+    // A second nested attribute with the same number, if there was a private command.
     nlattr* nest = startVendorData(message);
     if (nest == nullptr || putAttributes(message, info.attributes) != 0) {
         return -1;
@@ -567,8 +564,8 @@ int Nl80211Client::sequenceHandler(nl_msg* message, void* /*arg*/) {
     return nlmsg_hdr(message)->nlmsg_seq == currentExchange->sequence ? NL_OK : NL_SKIP;
 }
 
-// A dump that the kernel refuses, or breaks off, ends with a negative errno. It counts as answered
-// all the same, by the entries that came before.
+// A dump that the kernel rejects or aborts ends with a negative errno. It still counts as answered,
+// by the entries before its end.
 int Nl80211Client::finishHandler(nl_msg* message, void* arg) {
     static_cast<Exchange*>(arg)->status = 0;
     const nlmsghdr* header = nlmsg_hdr(message);
@@ -594,8 +591,8 @@ int Nl80211Client::invalidHandler(nl_msg* /*message*/, void* arg) {
     return NL_STOP;
 }
 
-// NLMSG_NOOP and NLMSG_OVERRUN. The kernel answers a request with neither, and what they replace
-// is lost.
+// NLMSG_NOOP and NLMSG_OVERRUN. The kernel never answers a request with either; the answer in
+// whose place they stand is lost.
 int Nl80211Client::controlHandler(nl_msg* message, void* arg) {
     WIFI_LOGE("nl80211 response is a netlink control message of type %d",
               nlmsg_hdr(message)->nlmsg_type);
@@ -604,7 +601,8 @@ int Nl80211Client::controlHandler(nl_msg* message, void* arg) {
 }
 
 int Nl80211Client::errorHandler(sockaddr_nl* /*peer*/, nlmsgerr* err, void* arg) {
-    // A code is negative; any other is as much of a refusal, and no status that would go on.
+    // The code should be negative. Any other counts as an error too, and must not leave the status
+    // at "not answered".
     static_cast<Exchange*>(arg)->status = std::min(err->error, -1);
     WIFI_LOGE("nl80211 response has error code %d", err->error);
 
@@ -613,8 +611,8 @@ int Nl80211Client::errorHandler(sockaddr_nl* /*peer*/, nlmsgerr* err, void* arg)
     if ((header->nlmsg_flags & NLM_F_ACK_TLVS) == 0) {
         return NL_SKIP;
     }
-    // What the kernel has to say follows the error record. That record echoes the request: its
-    // header only when capped, else all of it, whose length is the peer's word (hence 64 bits).
+    // The extended acknowledgement follows the error record. That record echoes the request: only
+    // its header if capped, else all of it. The peer states its length, hence 64 bits.
     uint64_t offset = sizeof(nlmsghdr) + sizeof(nlmsgerr);
     if ((header->nlmsg_flags & NLM_F_CAPPED) == 0) {
         offset = sizeof(nlmsghdr) + sizeof(err->error) + uint64_t{err->msg.nlmsg_len};
@@ -686,7 +684,7 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
     if (!bandwidth) {
         WIFI_LOGE("Failed to parse bit rate info in netlink response");
         result->error = -1;
-        // Unlike the other failures: a station behind this one in the packet is still read.
+        // Unlike after the other failures, the next station in the packet is still read.
         return NL_SKIP;
     }
     result->error = 0;

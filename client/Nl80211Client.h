@@ -17,17 +17,17 @@ struct sockaddr_nl;
 namespace Ursa::OS::Wifi {
 
 /**
- * The daemon's only path to the kernel's nl80211 family: sends generic and vendor commands, finds
- * interface names and reads the station link's bandwidth. Each operation opens its own netlink
- * socket and closes it; only interface names are kept. Thread-safe: a mutex is held across an
- * operation, 10 s at most. Failures are logged, and nothing is retried.
+ * The daemon's only access to the kernel's nl80211 family: sends generic and vendor commands, finds
+ * interface names and reads the station link's bandwidth. Each operation opens and closes a netlink
+ * socket of its own. Thread-safe: a mutex is held across an operation, 10 s at most. Failures are
+ * logged, and nothing is retried.
  */
 class Nl80211Client {
   public:
-    /** An operation makes two requests, for the family's number and its own. */
+    /** For one request. An operation makes two: one for the family's number, one of its own. */
     static constexpr std::chrono::milliseconds kAnswerTimeout{5000};
 
-    /** `answerTimeout`: time for the complete answer to one request, counted from its sending. */
+    /** `answerTimeout` limits the wait for the complete answer to one request. */
     explicit Nl80211Client(std::chrono::milliseconds answerTimeout = kAnswerTimeout)
         : answerTimeout_(answerTimeout) {}
     Nl80211Client(const Nl80211Client&) = delete;
@@ -43,10 +43,10 @@ class Nl80211Client {
     int sendVendorCommand(const Nl80211VendorCmdInfo& info) EXCLUDES(mutex_);
 
     /**
-     * The name of the last interface in the kernel's list that begins with "wlan" or "p2p", cut to
-     * 15 characters; null if there is none or the query fails. STA: kept once found. P2P: queried
-     * at each call; the previous name when no interface is left. The text stays valid and unchanged
-     * for this object's lifetime. Exception: after InterfaceNames::kCapacity P2P names, that of a
+     * The last interface in the kernel's list whose name begins with "wlan" (STA) or "p2p" (P2P),
+     * cut to 15 characters; null if there is none or the query fails. STA is kept once found; P2P
+     * is queried at each call and keeps the previous name if there is none. The text stays valid
+     * and unchanged for this object's lifetime; but after InterfaceNames::kCapacity P2P names, a
      * new one only until the same thread's next call.
      */
     const char* getNetInterfaceName(NetInterfaceType type) EXCLUDES(mutex_);
@@ -63,13 +63,10 @@ class Nl80211Client {
 
     struct InterfaceSlot {
         const char* prefix;
-        std::string name;  ///< empty until an interface was found; that of STA is written once
+        std::string name;  ///< empty until an interface was found; STA's is written once
     };
 
-    /**
-     * The number of the family nl80211, from an exchange of its own; negative if the kernel has no
-     * such family or does not answer in time.
-     */
+    /** Asks for the number of the nl80211 family; negative if there is none, or no answer. */
     int resolveFamily_(nl_sock* socket) const;
 
     // The steps of an operation. Each returns 0, or -1 after logging why.

@@ -17,7 +17,7 @@ using ::android::hardware::Return;
 
 namespace {
 
-/** What the sensor service's client library is to do when its transport breaks: its own number. */
+/** What the sensor service's client library does if its transport breaks; the library's number. */
 constexpr auto kTransportErrorAction = static_cast<Sensors::TransportErrorAction>(3);
 
 /** Whether the class is defined here, and not only declared. */
@@ -72,8 +72,8 @@ CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
 
 CorvidWifiManager::~CorvidWifiManager() {
     unlinkCallback_();
-    // From the last slot to the first, and before the task map goes: handlers that still run note
-    // their threads in it.
+    // From the last slot to the first, and before the task map is destroyed: handlers that still
+    // run note their threads in it.
     emptySlots_(std::make_index_sequence<kFeatureTable.size()>());
     client_->setCompositionRoot(nullptr);
 }

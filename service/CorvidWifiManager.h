@@ -75,7 +75,7 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
 
     void linkCallback_();
     void unlinkCallback_();
-    /** Links a manager, if its feature is on, to the function that passes its events on. */
+    /** Links an enabled manager to the function that relays its events to the clients. */
     template <typename Manager, typename... Args>
     void linkRelay_(const char* what, bool (Manager::*linkManager)(std::function<void(Args...)>&),
                     std::function<void(Args...)>& callback,
@@ -85,7 +85,7 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
     void onAssocStarted_();
     void onRegdomUpdated_(const RegdomUpdatedResult& result);
 
-    /** Calls every registered client. One that can't be reached is logged and stays registered. */
+    /** Calls every registered client. An unreachable one is logged and stays registered. */
     template <typename Call>
     void callClients_(const char* method, Call call);
 

@@ -14,7 +14,7 @@ using ::android::hidl::base::V1_0::IBase;
 
 namespace {
 
-/** A client that can't be linked is registered all the same; it is never dropped by itself. */
+/** A client is registered even if linkToDeath fails; it then stays until it unregisters. */
 void ignore(const ::android::hardware::Return<bool>& result) { static_cast<void>(result.isOk()); }
 
 }  // namespace

@@ -20,7 +20,7 @@ namespace {
 
 Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
 
-/** The daemon's own twin of the interface's type; what it does not know is UNKNOWN. */
+/** Converts the interface's type to the daemon's own; an unknown value becomes UNKNOWN. */
 managers::P2pDeviceType toDeviceType(P2pDeviceType type) {
     return type > P2pDeviceType::MIRACAST ? managers::P2pDeviceType::UNKNOWN
                                           : static_cast<managers::P2pDeviceType>(type);
@@ -166,7 +166,7 @@ Return<int32_t> CorvidWifiService::setScsV4(const ScsProfileV4& profile) {
 
 Return<int32_t> CorvidWifiService::setScsV6(const ScsProfileV6& profile) {
     constexpr uint32_t kIpV6 = 1;
-    // The flow label has no place in a profile.
+    // ScsProfile has no field for the flow label.
     return setScs_({kIpV6, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
                     0, profile.dscp, profile.protocol});
 }

@@ -19,13 +19,13 @@ using ::android::sp;
 using ::android::hardware::Return;
 
 /**
- * The HIDL object: each method looks up a manager, calls a method of it and turns the result into
- * the interface's form. Calls arrive on the HIDL thread, or on the thread that waits for a client's
- * callback which makes them. IWifi.hal describes the methods.
+ * The HIDL object: each method looks up a manager, calls it and converts the result. Calls arrive
+ * on the HIDL thread; those that a client makes from inside its callback arrive on the thread that
+ * waits for that callback. IWifi.hal describes the methods.
  */
 class CorvidWifiService : public IWifi {
   public:
-    /** Creates the client, unless it is given one, and every manager from it. */
+    /** Creates the client, unless one is passed, and the managers of all enabled features. */
     explicit CorvidWifiService(std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client = nullptr);
 
     Return<void> clearScs(int32_t id, clearScs_cb callback) override;
@@ -54,10 +54,10 @@ class CorvidWifiService : public IWifi {
   private:
     friend class CorvidWifiServiceTestPeer;
 
-    /** Answers code 0 when the manager exists and `call` of it returns true, else code 1. */
+    /** Answers code 0 if the manager exists and `call` returns true for it, else code 1. */
     template <typename Manager, typename Callback, typename Call>
     Return<void> answer_(const Callback& callback, Call call);
-    /** Passes a profile on and returns its id, or -1 when the manager is absent. */
+    /** Returns the result of ScsManager::set(), or -1 without that manager. */
     int32_t setScs_(Ursa::OS::Wifi::ScsProfile profile);
 
     const std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client_;

@@ -10,8 +10,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Passes on that a client's process has died. The HIDL runtime may hold it longer than its owner
- * lives, so the owner calls disarm() in its destructor.
+ * Calls a function when a client's process has died. The HIDL runtime may hold this object longer
+ * than its owner lives, so the owner calls disarm() in its destructor.
  */
 class ServiceDeathReceiver : public ::android::hardware::hidl_death_recipient {
   public:

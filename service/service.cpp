@@ -15,8 +15,8 @@ using ::vendor::corvid::hardware::wifi::V1_0::implementation::CorvidWifiService;
 namespace {
 
 /**
- * The record of the operating system's support library, a part of the process's start-up state.
- * The library is never loaded here and nothing reads the record.
+ * A record of the operating system's support library, part of the process's start-up state. The
+ * daemon does not load the library or read the record.
  */
 struct SupportLibrary {
     const char* fileName;
@@ -24,8 +24,9 @@ struct SupportLibrary {
     void* context;  ///< null until then
 };
 
-// Kept although nothing reads it: by the compiler, and by a linker that drops unused sections. Not
-// every clang knows the second attribute, and an unknown one is an error with -Werror.
+// Keeps an unused object in the binary: `used` makes the compiler keep it, `retain` a linker that
+// drops unused sections. Not every clang knows `retain`, and an unknown one is an error with
+// -Werror.
 #if defined(__has_attribute)
 #if __has_attribute(retain)
 #define CORVID_KEPT __attribute__((used, retain))
@@ -41,7 +42,7 @@ CORVID_KEPT const SupportLibrary kSupportLibrary = {"libossdk.corvid.so", nullpt
 constexpr int kMarkSignal = 12;  // SIGUSR2
 
 void handler(int signal) {
-    // A log line is more than a handler should do, but it is what the signal is for.
+    // Logging is not async-signal-safe, but the log line is the signal's whole purpose.
     const int error = errno;
     WIFI_LOGW("Received a signal: %d", signal);
     errno = error;

@@ -77,8 +77,8 @@ class EventFd::Queue {
 
     /** Runs what is queued now; on the loop thread. */
     void run_() {
-        // First the eventfd, then the queue: a task that is posted in between finds woken_ set, and
-        // is in this batch.
+        // Reads the eventfd before it takes the queue: a task posted in between finds woken_ set
+        // and belongs to this batch.
         eventfd_t ignored = 0;
         eventfd_read(fd_, &ignored);
         std::deque<Task> batch;

@@ -77,7 +77,7 @@ void writeAll(std::string_view text) {
     while (!text.empty()) {
         const ssize_t count = write(STDERR_FILENO, text.data(), text.size());
         if (count < 0 && errno != EINTR) {
-            break;  // there is no other place for an error
+            break;  // nowhere to report the error
         }
         text.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
     }

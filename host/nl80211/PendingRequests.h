@@ -9,13 +9,13 @@
 namespace host {
 
 /**
- * The requests of one generic netlink socket that are not fully answered: until an error, an
- * acknowledgement or the end of a dump; for a request that asks for none of these, until any
- * message. Packets may hold several messages, and garbage. Not thread-safe.
+ * The requests of one generic netlink socket that are not fully answered. A request is pending
+ * until an error, an acknowledgement or the end of a dump arrives; one that asks for none of these,
+ * until any message does. Packets may hold several messages, and garbage. Not thread-safe.
  */
 class PendingRequests {
   public:
-    /** One more, and the oldest is forgotten. */
+    /** The most requests; beyond that the oldest is forgotten. */
     static constexpr size_t kMax = 1024;
 
     void sent(const void* packet, size_t size);

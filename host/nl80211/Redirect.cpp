@@ -1,12 +1,12 @@
-// The socket calls of a program that LD_PRELOADs this library. A NETLINK_GENERIC socket becomes a
-// SOCK_SEQPACKET connection to $CORVID_WIFI_ROOT/dev/nl80211, whose listener answers in the
-// kernel's place; to the program it goes on looking like a netlink socket. Where that path does not
-// exist, the socket is the kernel's own; where nobody listens, socket() fails.
+// Replaces socket calls of a program that LD_PRELOADs this library. A NETLINK_GENERIC socket
+// becomes a SOCK_SEQPACKET connection to $CORVID_WIFI_ROOT/dev/nl80211, whose listener answers in
+// the kernel's place; to the program it still looks like a netlink socket. If that path does not
+// exist, the socket is the kernel's own; if nobody listens there, socket() fails.
 //
-// read(), write(), poll() and the rest work on the connection as they are, but a peer that hung up
-// reads as the end of a file there, not as an error reply.
+// read(), write(), poll() and the rest are not replaced: after the listener has hung up they report
+// end of file instead of an error reply.
 //
-// A program that gcc built with a sanitizer needs its run-time preloaded first:
+// A program that gcc built with a sanitizer needs the sanitizer's run-time preloaded first:
 // LD_PRELOAD="libasan.so.8 libnl80211-redirect.so".
 
 #include <dlfcn.h>
@@ -46,7 +46,7 @@ Function* next(Function* /*type*/, const char* name) {
         return found;                                                   \
     }())
 
-/** A netlink port that no other socket of this process has, and another process hardly. */
+/** A netlink port that is unique in this process, and most likely among processes. */
 uint32_t newPort() {
     static std::atomic<uint32_t> count{0};
     return (static_cast<uint32_t>(getpid()) & 0x3fffffU) + (count++ << 22);
@@ -136,7 +136,7 @@ ssize_t sendPacket(int fd, const msghdr& message, int flags) {
     const size_t size = room(message);
     std::string storage;
     const void* bytes = inOnePiece(message, size, storage);
-    // Before the packet goes out: its answer may be read on another thread at once.
+    // Before the packet is sent: another thread may read its answer at once.
     table().with(fd, [&](Redirected& socket) {
         bindIfUnbound(socket);
         socket.pending.sent(bytes, size);
@@ -159,7 +159,7 @@ struct ErrorReply {
     nlmsgerr error;
 };
 
-/** What a receive call gives when the listener has gone: an error reply to the oldest request. */
+/** What a receive call returns after the listener hung up: an error reply to the oldest request. */
 ssize_t receiveHangUp(int fd, msghdr& message, int flags) {
     std::optional<nlmsghdr> request;
     uint32_t port = 0;
@@ -312,8 +312,8 @@ INTERPOSED int getsockopt(int fd, int level, int option, void* value, socklen_t*
 
 INTERPOSED int setsockopt(int fd, int level, int option, const void* value,
                           socklen_t length) noexcept {
-    // Netlink's own options (groups, extended acknowledgements) are between it and the listener,
-    // which does as it likes.
+    // Netlink's own options (groups, extended acknowledgements) succeed without effect: the
+    // listener decides what it sends.
     return level == SOL_NETLINK && table().contains(fd)
                ? 0
                : NEXT(setsockopt)(fd, level, option, value, length);

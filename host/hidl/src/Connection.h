@@ -28,10 +28,10 @@ struct OutgoingFrame {
 class Connection {
   public:
     enum class Result {
-        Frame,      // a complete one
-        Nothing,    // not now
+        Frame,      // a complete frame
+        Nothing,    // no complete frame yet
         Closed,     // by the peer, between two frames
-        Malformed,  // no frame, or the end of the connection inside one; see problem()
+        Malformed,  // invalid, or closed by the peer inside a frame; see problem()
     };
 
     explicit Connection(android::base::unique_fd socket) : socket_(std::move(socket)) {}
@@ -44,9 +44,9 @@ class Connection {
     bool send(const FrameHeader& header) { return send({header, {}, nullptr, {}}); }
 
     /**
-     * Sends what can be sent now; flush() sends the rest later. So a peer that does not read costs
-     * the memory of one frame, copies of its descriptors, and no waiting. Not while something is
-     * unsent. Returns false if the peer is gone.
+     * Sends what the socket takes now and keeps the rest, with copies of the frame's descriptors,
+     * for flush(): a peer that does not read costs one frame's memory and no waiting. Only when
+     * nothing is unsent. Returns false if the peer is gone.
      */
     bool sendWithoutWaiting(const OutgoingFrame& frame);
     bool flush();

@@ -50,8 +50,7 @@ class Exports {
     /** The last moment at which an object became unused; 0 when collect() has nothing to do. */
     uint64_t lastUnused();
 
-    /** Drops the objects unused since `moment`. Only when all that links have sent by then is read.
-     */
+    /** Drops the objects unused since `moment`. Call it when all links are read up to then. */
     void collect(uint64_t moment);
 
   private:

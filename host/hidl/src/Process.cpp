@@ -98,7 +98,7 @@ std::shared_ptr<RemoteProcess> Process::remote(uint64_t process) {
             return created;
         }
     }
-    return other;  // another thread was faster
+    return other;  // another thread has made it meanwhile
 }
 
 void Process::forget(uint64_t process) {

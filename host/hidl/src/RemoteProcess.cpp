@@ -27,9 +27,9 @@ using android::hardware::Parcel;
 
 namespace {
 
-// Connections kept for the next call, so at most as many threads can call without a new one.
+// The most idle connections that are kept for later calls.
 constexpr size_t kMaxIdleConnections = 4;
-// A process that leaves this much unread does not serve its calls any more.
+// A process that leaves more than this unread is treated as dead.
 constexpr size_t kMaxUnsent = 65536;  // bytes
 constexpr uint32_t kLinkEvents = EPOLLIN | EPOLLRDHUP;
 
@@ -88,7 +88,7 @@ sp<BpHwBinder> RemoteProcess::proxyOf(uint64_t object) {
         return binder;
     }
     previous = std::exchange(proxy, {});
-    // Before there is a proxy: one that could not be announced would be released all the same.
+    // Reserved first: a proxy whose Acquire cannot be queued would still send its Release.
     unsent_.reserve(unsent_.size() + sizeof(FrameHeader));
     binder = new BpHwBinder(shared_from_this(), object);
     proxy.binder = binder;

@@ -45,7 +45,7 @@ class BpHwBinder : public IBinder {
 
 namespace host::hidl {
 
-/** A process of which this one holds objects; lives as long as their proxies. Thread-safe. */
+/** Another process whose objects this one holds; lives as long as their proxies. Thread-safe. */
 class RemoteProcess : public Watched, public std::enable_shared_from_this<RemoteProcess> {
   public:
     /** Made by Process::remote, which calls connect() next. */

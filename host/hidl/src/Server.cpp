@@ -261,7 +261,7 @@ void Server::serve_() {
     isServingThread = true;
     for (;;) {
         epoll_event events[kBatch];
-        // If no descriptor is ready, all that links say about the objects unused now is read.
+        // If no descriptor is ready, every Acquire for the objects that are now unused was read.
         const uint64_t unused = Process::self().exports().lastUnused();
         const int count = epoll_wait(epoll_.get(), events, kBatch, unused > 0 ? 0 : -1);
         if (count == 0) {
@@ -289,7 +289,7 @@ void Server::serve_() {
 
 void Server::wake() {
     if (isServingThread || !serving_) {
-        return;  // the serving thread looks before it sleeps
+        return;  // the serving thread checks before it sleeps
     }
     const android::Mutex::Autolock lock(mutex_);
     if (!wake_.ok()) {
