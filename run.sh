@@ -12,8 +12,10 @@ usage: ./run.sh [OPTION ...] [SCENARIO]
 Installs what is missing, builds, and plays SCENARIO (a file, or the name of one in sim/scenarios)
 on the simulated headset with the real daemon: what comes in, what the daemon does, and its dump at
 the end. Without SCENARIO it plays power-walk, a minute long. The last lines say how many expectations
-were met, or what was not.
+were met, or what was not, and name a page that shows the play: signal, power, events and commands.
 
+  --report FILE the page (default: build/reports/SCENARIO.html)
+  --no-report   no page
   --list        show the scenarios
   --help
   other options go to the simulator: --log D or ANDROID_LOG_TAGS=CorvidWifi:V (more of the daemon's
@@ -21,9 +23,10 @@ were met, or what was not.
 END
 }
 
-# The simulator's options: those with a value behind them, and those without.
-with_value=(--root --record --speed --log --daemon)
-without_value=(--control --check --no-stats --no-dump --plain --lines)
+# The options: those with a value behind them, and those without. All but --report and --no-report
+# are the simulator's.
+with_value=(--root --record --speed --log --daemon --report)
+without_value=(--control --check --no-stats --no-dump --plain --lines --no-report)
 
 is_one_of() {
     local word=$1 known
@@ -45,6 +48,9 @@ list_scenarios() {
 
 scenario=""
 options=()
+record=""
+report=""
+reported=true
 while [ $# -gt 0 ]; do
     case $1 in
         -h | --help)
@@ -65,9 +71,17 @@ while [ $# -gt 0 ]; do
                 value=${1#"$option="}
                 # Paths are the caller's; we have changed the folder.
                 case $option$value in
-                    --root[!/]* | --record[!/]* | --daemon[!/]*) value=$called_from/$value ;;
+                    --root[!/]* | --record[!/]* | --daemon[!/]* | --report[!/]*)
+                        value=$called_from/$value
+                        ;;
                 esac
-                options+=("$option" "$value")
+                case $option in
+                    --record) record=$value ;;
+                    --report) report=$value ;;
+                    *) options+=("$option" "$value") ;;
+                esac
+            elif [ "$option" = --no-report ]; then
+                reported=false
             elif is_one_of "$option" "${without_value[@]}"; then
                 options+=("$1")
             else
@@ -96,5 +110,48 @@ fi
 
 install_packages packages.txt
 daemon=vendor.corvid.hardware.wifi@1.0-service
-build gcc "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim
-exec build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}" "${play[@]}"
+build gcc "bin/$daemon" corvid-wifi corvid-statsd nl80211-redirect corvid-sim corvid-properties
+simulator=(build/bin/corvid-sim --daemon "build/bin/$daemon" "${options[@]}")
+if ! $reported || [ ${#play[@]} -eq 0 ] || is_one_of --check "${options[@]}"; then
+    [ -z "$record" ] || simulator+=(--record "$record")
+    exec "${simulator[@]}" "${play[@]}"
+fi
+
+name=$(basename "$file" .scn)
+if [ -z "$report" ]; then
+    report=build/reports/$name.html
+    mkdir -p build/reports
+    rm -f "$report"
+elif [ -e "$report" ]; then
+    fail "$report is there already"
+fi
+holder=$(mktemp -d)
+trap 'rm -rf "$holder"' EXIT
+: "${record:=$holder/record}"
+
+# In the background, so that a signal to this script reaches the simulator at once. An interrupt
+# from the terminal comes to both.
+trap 'kill -TERM "$player" 2>/dev/null || true' TERM HUP
+trap : INT
+"${simulator[@]}" --record "$record" "${play[@]}" <&0 &
+player=$!
+status=0
+wait "$player" || status=$?
+while kill -0 "$player" 2>/dev/null; do
+    status=0
+    wait "$player" || status=$?
+done
+trap - INT TERM HUP
+
+# A scenario that is not understood leaves nothing to draw.
+if [ -s "$record" ]; then
+    result=$holder/$name.result
+    if build/bin/corvid-trace import --label "$name" -o "$result" "$record" 2>"$holder/errors" &&
+        build/bin/corvid-trace report -o "$report" "$result" 2>>"$holder/errors"; then
+        echo "Report: $report"
+    else
+        cat "$holder/errors" >&2
+        fail "the report could not be made"
+    fi
+fi
+exit "$status"

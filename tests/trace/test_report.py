@@ -191,7 +191,7 @@ class BrowserTest(PageTest):
         """Where a time stands in the first run; in the lane of a kind or else on the signal."""
         left, top, width, height = self.box(page, ".panel.lanes" if kind else ".panel.signal")
         first, last = page.run("window.corvidReport.shown()")
-        x = left + 74 + (t - first) / (last - first) * (width - 74 - 14)
+        x = left + 84 + (t - first) / (last - first) * (width - 84 - 14)
         if kind is None:
             return x, top + height / 2
         kinds = ["station"] + page.run(

@@ -1,9 +1,12 @@
 """Results as commands take them: read from files, with short names, and what sets them apart."""
 
 import os
+import sys
 
-from corvid_trace.errors import FormatError
+from corvid_trace.errors import FormatError, TraceError
 from corvid_trace.format import read_trace
+from corvid_trace.programs import Programs
+from corvid_trace.properties import Properties
 from corvid_trace.timeline import Timeline
 
 # In front of every property of the daemon; people leave it away.
@@ -28,11 +31,25 @@ def load(paths):
 def load_timeline(path):
     """The Timeline of one file. FormatError when nothing that the daemon did is in it."""
     header, records = read_trace(path)
+    if "thresholds" not in header and "settings" in header:
+        header["thresholds"] = _thresholds(header["settings"])
     timeline = Timeline(header, records)
     if not header.get("result") and not timeline.commands and not timeline.power:
         raise FormatError(path, 1, "this is a trace, without the daemon's commands; "
                                    "corvid-trace replay makes a result of it")
     return timeline
+
+
+def _thresholds(settings):
+    """What the settings of an imported result come to; nothing where the daemon is not built."""
+    try:
+        properties = Properties(Programs())
+        # The names come from a file, and each is to be the name of a property's file.
+        known = {name: value for name, value in settings.items() if name in properties}
+        return properties.in_force(known)[1]
+    except TraceError as error:
+        print(f"without thresholds: {error}", file=sys.stderr)
+        return {}
 
 
 def short_names(paths):

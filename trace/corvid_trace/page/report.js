@@ -5,7 +5,7 @@
 (function () {
   const data = JSON.parse(document.getElementById("data").textContent);
   const byId = (id) => document.getElementById(id);
-  const AXIS = 74;  // pixels left of every chart
+  const AXIS = 84;  // pixels left of every chart
   const RIGHT = 14;
   const LANE = 20;  // height of a lane of marks
   const MOST_POINTS = 4000;
@@ -311,8 +311,8 @@
     const lines = [], bands = [];
     if (limits.per_chain) {
       bands.push([limits.low_rssi_lower, limits.low_rssi_upper]);
-      lines.push([limits.low_rssi_lower, "per chain, 2.4 GHz: above this"],
-        [limits.low_rssi_upper, "per chain, 2.4 GHz: below this"]);
+      lines.push([limits.low_rssi_lower, "weak on 2.4 GHz above"],
+        [limits.low_rssi_upper, "weak on 2.4 GHz below"]);
     } else if (limits.rssi_upper !== undefined) {
       bands.push([limits.rssi_middle_upper, limits.rssi_upper],
         [limits.rssi_lower, limits.rssi_middle_lower]);
@@ -562,7 +562,7 @@
 
     draw() {
       signalChart(this, false);
-      powerChart(this, false);
+      if (this.run.power.length || this.run.groupPower.length) powerChart(this, false);
       if (this.run.chains.length) chainsChart(this, false);
       lanesChart(this);
     }
@@ -611,7 +611,8 @@
       };
       const limits = this.run.thresholds;
       entry("signal", "signal, dBm");
-      if (limits.rssi_upper !== undefined || limits.per_chain) entry("band", "hysteresis");
+      if (limits.per_chain) entry("band", "limits of a weak signal");
+      else if (limits.rssi_upper !== undefined) entry("band", "hysteresis");
       const used = new Set(this.run.power.map((change) => change[2]));
       STEPS.forEach((step, i) => {
         if (used.has(i)) {
