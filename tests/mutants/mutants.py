@@ -290,29 +290,34 @@ class Build:
         """Whether clang's thread-safety analysis refuses the file, or what includes a header."""
         with open(os.path.join(self.path, "compile_commands.json"), encoding="utf-8") as file:
             commands = json.load(file)
-        unit = self.compiled_unit(path, [entry["file"] for entry in commands])
-        for entry in commands:
-            if entry["file"] == unit:
+        units = self.compiled_units(path, [entry["file"] for entry in commands])
+        if not units:
+            raise UsageError(f"{path} is not compiled, nor included where it stands")
+        # A template is analysed where it is instantiated, which is not wherever it is included.
+        for entry in sorted(commands, key=lambda entry: entry["file"]):
+            if entry["file"] in units:
                 result = run(analysis_of(entry["command"]), cwd=entry["directory"])
-                return result.returncode != 0 and "-Wthread-safety" in result.stdout
-        raise UsageError(f"{path} is not compiled, nor included where it stands")
+                if result.returncode != 0 and "-Wthread-safety" in result.stdout:
+                    return True
+        return False
 
-    def compiled_unit(self, path, units):
-        """The source itself, or one that includes the header, by other headers where need be."""
+    def compiled_units(self, path, units):
+        """The source itself, or those of the daemon that include the header, if only by others."""
         own = os.path.join(self.tree, path)
         if own in units:
-            return own
-        headers = glob.glob("**/*.h", root_dir=self.tree, recursive=True)
+            return {own}
+        units = {unit: read_text(unit) for unit in units
+                 if unit.startswith(self.tree) and "/tests/" not in unit[len(self.tree):]}
+        headers = {header: read_text(os.path.join(self.tree, header))
+                   for header in glob.glob("**/*.h", root_dir=self.tree, recursive=True)}
+        found = set()
         wanted = [path]
         for header in wanted:
             include = f'#include "{header}"'
-            for unit in units:
-                if unit.startswith(self.tree) and "/tests/" not in unit[len(self.tree):]:
-                    if include in read_text(unit):
-                        return unit
-            wanted += [other for other in headers if other not in wanted and
-                       include in read_text(os.path.join(self.tree, other))]
-        return None
+            found |= {unit for unit, text in units.items() if include in text}
+            wanted += [other for other, text in headers.items()
+                       if other not in wanted and include in text]
+        return found
 
 
 def read_text(path):

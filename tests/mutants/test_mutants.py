@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Tests of mutants.py, but for what it builds and runs."""
 
+import json
 import os
 import tempfile
 import unittest
@@ -128,6 +129,33 @@ class ReportTest(unittest.TestCase):
         self.assertEqual(
             mutants.analysis_of("/usr/bin/ccache /usr/bin/c++ -DA -Wall -MD -MF a.d -o a.o -c a.cpp"),
             ["clang++", "-fsyntax-only", "-Wthread-safety", "-Werror", "-DA", "a.cpp"])
+
+    def test_template_is_checked_where_it_is_instantiated(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        build = mutants.Build(holder.name, 1)
+        sources = {
+            "client/Box.h": """
+                class __attribute__((capability("mutex"))) Mutex {};
+                template <typename T> struct Box {
+                    T get() { return value; }
+                    Mutex mutex;
+                    T value __attribute__((guarded_by(mutex)));
+                };""",
+            "client/Holder.h": '#include "client/Box.h"\n',
+            "client/Includes.cpp": '#include "client/Box.h"\n',
+            "client/Uses.cpp": """#include "client/Holder.h"
+                int use(Box<int>& box) { return box.get(); }""",
+        }
+        for path, text in sources.items():
+            mutants.write_file(os.path.join(build.tree, path), text.encode())
+        units = [os.path.join(build.tree, path) for path in sources if path.endswith(".cpp")]
+        mutants.write_file(os.path.join(build.path, "compile_commands.json"), json.dumps(
+            [{"file": unit, "directory": build.tree, "command": f"c++ -I. -c {unit}"}
+             for unit in units]).encode())
+        self.assertEqual(build.compiled_units("client/Box.h", units), set(units))
+        self.assertTrue(build.check_locks("client/Box.h"))
+        self.assertFalse(build.check_locks("client/Includes.cpp"))
 
 
 if __name__ == "__main__":
