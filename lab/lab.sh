@@ -14,6 +14,7 @@ usage: lab/lab.sh build             makes the guest's image, once: downloads a k
        lab/lab.sh test [CASE ...]   runs these cases, or all, two at a time
        lab/lab.sh soak DURATION     plays so much of a headset's day, from 10min on: 90min, 24h
        lab/lab.sh shell             a console in the guest, with everything running
+       lab/lab.sh play FILE         runs a case that is not in lab/cases
        lab/lab.sh log [CASE]        shows the logs of the case's last run, or where all are
        lab/lab.sh list              the cases, a line each
 
@@ -42,10 +43,18 @@ preloads=(libdriver-commands.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
 
+# The file of "play"; its name without the ending is the case's.
+played=
+
+# case_file NAME
+case_file() {
+    if [ -n "$played" ]; then echo "$played"; else echo "lab/cases/$1.sh"; fi
+}
+
 # limit_of CASE: how long it may take, in seconds.
 limit_of() {
     local limit
-    limit=$(sed -n 's/^# limit: \([0-9]*\) s$/\1/p' "lab/cases/$1.sh")
+    limit=$(sed -n 's/^# limit: \([0-9]*\) s$/\1/p' "$(case_file "$1")")
     echo "${limit:-200}"
 }
 
@@ -53,7 +62,7 @@ limit_of() {
 # A case that says "virtual" would take too long otherwise.
 time_of() {
     local time
-    time=$(sed -n 's/^# time: \([a-z]*\).*/\1/p' "lab/cases/$1.sh")
+    time=$(sed -n 's/^# time: \([a-z]*\).*/\1/p' "$(case_file "$1")")
     [ -z "${CORVID_LAB_ACCEL:-}" ] || time=${time:-real}
     echo "${time:-virtual}"
 }
@@ -109,6 +118,7 @@ programs_archive() {
     cp lab/guest/init "$root/init"
     cp lab/guest/run-case lab/guest/*.sh "$root/lab/"
     cp -r lab/cases "$root/lab/"
+    [ -z "$played" ] || cp "$played" "$root/lab/cases/"
     pack "$root" >"$1"
 }
 
@@ -250,6 +260,15 @@ test_cases() {
     echo "all $# cases passed"
 }
 
+play() {
+    [ $# -eq 1 ] || fail "play takes the file of a case"
+    [ -f "$1" ] || fail "there is no file $1"
+    played=$1
+    make_disk
+    run_case "$(basename -s .sh "$1")" &
+    wait $!
+}
+
 shell() {
     local out=$logs/shell
     make_disk
@@ -278,6 +297,7 @@ case $command in
     build) build_lab && echo "lab: the image is in $(image_folder)" ;;
     test) test_cases "$@" ;;
     soak) soak "$@" ;;
+    play) play "$@" ;;
     shell) shell ;;
     log) show_log "$@" ;;
     list) sed -s -n '1s/^# //p' lab/cases/*.sh | paste -d'\t' <(case_names) - ;;

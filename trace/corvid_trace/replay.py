@@ -5,6 +5,7 @@ import sys
 from corvid_trace.arguments import add_command, add_output_options
 from corvid_trace.format import TraceWriter
 from corvid_trace.headset import ClockPlayer
+from corvid_trace.lab import LabPlayer
 from corvid_trace.machine import Player
 from corvid_trace.output import Progress, refuse_overwriting
 from corvid_trace.programs import Programs
@@ -22,7 +23,8 @@ the same trace gives the same result. The daemon's properties are the trace's ow
 _EXAMPLES = """\
   corvid-trace replay walk.jsonl -o result.jsonl
   corvid-trace replay walk.jsonl --set txpower.rssi.upper=-57 --set dbm.lower=7 -o warm.jsonl
-  corvid-trace replay walk.jsonl --real-time -o result.jsonl"""
+  corvid-trace replay walk.jsonl --real-time -o result.jsonl
+  corvid-trace replay walk.jsonl --on lab -o result.jsonl"""
 
 
 def add_parser(subparsers):
@@ -30,8 +32,12 @@ def add_parser(subparsers):
     parser.add_argument("trace", metavar="TRACE", help="a trace, or a result to be replayed")
     parser.add_argument("--set", dest="settings", metavar="KEY=VALUE", action="append", default=[],
                         help="a property of the daemon, by its name or from any of its dots on")
-    parser.add_argument("--real-time", action="store_true",
-                        help="by the clock, without a virtual machine: takes as long as the trace")
+    where = parser.add_mutually_exclusive_group()
+    where.add_argument("--real-time", action="store_true",
+                       help="by the clock, without a virtual machine: takes as long as the trace")
+    where.add_argument("--on", choices=("headset", "lab"), default="headset",
+                       help="headset: the simulated one (the default); lab: a real kernel's Wi-Fi "
+                            "stack, supplicant and access point")
     parser.add_argument("--label", metavar="TEXT", help="the result's name in tables and pictures")
     add_output_options(parser, "the result", "RESULT")
 
@@ -42,7 +48,7 @@ def run(args):
     properties = Properties(programs)
     changes = dict(properties.setting(word) for word in args.settings)
     trace = Trace(args.trace, properties)
-    player = ClockPlayer(programs, Progress()) if args.real_time else Player(programs)
+    player = _player(args, programs)
     header, records = trace.play(player, changes, "corvid-trace replay", args.label)
     with TraceWriter(args.output, header, args.force) as writer:
         for record in records:
@@ -50,4 +56,13 @@ def run(args):
     if not header["station_power"]:
         print("corvid-trace: txpower.enable.sta is not set: the daemon has left the station's "
               "power alone (--set txpower.enable.sta=true)", file=sys.stderr)
+    if args.on == "lab" and player.left_away:
+        print(f"corvid-trace: the lab has no word for {len(player.left_away)} lines of the walk; the "
+              f"first: {player.left_away[0]}", file=sys.stderr)
     return 0
+
+
+def _player(args, programs):
+    if args.on == "lab":
+        return LabPlayer(programs)
+    return ClockPlayer(programs, Progress()) if args.real_time else Player(programs)
