@@ -81,7 +81,7 @@ BoundedWorker::BoundedWorker(std::function<bool()> call) : shared_(std::make_sha
             } catch (const std::exception& error) {
                 // mayHang() was left with SIGALRM unblocked. (The forced unwinding of a thread that
                 // was given up is no std::exception and is not caught here.)
-                keepAlarmOut_(true);
+                blockAlarm_(true);
                 WIFI_LOGE("A call failed: %s", error.what());
             }
             if (shared->decide(Outcome::Returned)) {
@@ -120,7 +120,7 @@ void BoundedWorker::giveUp() {
     thread_.detach();
 }
 
-CORVID_NOTHING_TO_DESTROY bool BoundedWorker::letAlarmIn_() noexcept {
+CORVID_NOTHING_TO_DESTROY bool BoundedWorker::unblockAlarm_() noexcept {
     if (outcomeHere == nullptr) {
         return false;
     }
@@ -129,8 +129,8 @@ CORVID_NOTHING_TO_DESTROY bool BoundedWorker::letAlarmIn_() noexcept {
     return true;
 }
 
-CORVID_NOTHING_TO_DESTROY void BoundedWorker::keepAlarmOut_(bool isLetIn) noexcept {
-    if (isLetIn) {
+CORVID_NOTHING_TO_DESTROY void BoundedWorker::blockAlarm_(bool unblocked) noexcept {
+    if (unblocked) {
         const sigset_t alarm = alarmSignal();
         pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
     }

@@ -67,19 +67,19 @@ class BoundedWorker {
 
     /**
      * Makes one call that may hang and returns its result, with SIGALRM unblocked meanwhile: if the
-     * worker is given up before or during the call, the thread ends here. On a thread that is no
-     * worker's it is a plain call. `call` must do nothing else and destroy no object: glibc cannot
-     * unwind a function with something to destroy from an arbitrary instruction.
+     * worker is given up before or during the call, the thread ends here. On any other thread it is
+     * a plain call. `call` must do nothing else and destroy no object: glibc cannot unwind a
+     * function with something to destroy from an arbitrary instruction.
      */
     template <typename Call>
     CORVID_NOTHING_TO_DESTROY static std::invoke_result_t<Call&> mayHang(Call&& call) {
-        const bool isLetIn = letAlarmIn_();
+        const bool unblocked = unblockAlarm_();
         if constexpr (std::is_void_v<std::invoke_result_t<Call&>>) {
             call();
-            keepAlarmOut_(isLetIn);
+            blockAlarm_(unblocked);
         } else {
             auto result = call();
-            keepAlarmOut_(isLetIn);
+            blockAlarm_(unblocked);
             return result;
         }
     }
@@ -88,8 +88,9 @@ class BoundedWorker {
     struct Shared;
 
     /** Unblocks SIGALRM on a worker's thread. Returns false, doing nothing, on any other. */
-    static bool letAlarmIn_() noexcept;
-    static void keepAlarmOut_(bool isLetIn) noexcept;
+    static bool unblockAlarm_() noexcept;
+    /** Blocks SIGALRM again if `unblocked`, the result of unblockAlarm_(). */
+    static void blockAlarm_(bool unblocked) noexcept;
 
     std::shared_ptr<Shared> shared_;
     std::future<bool> result_;

@@ -189,14 +189,14 @@ bool useService(Sensors::ControllerWirelessFreqBlocklist added) {
 #if defined(__x86_64__) && !defined(SANITIZED)
 /**
  * Runs one thread instruction by instruction, by the processor's trap flag, and stops it at the one
- * that is asked for. Instructions are counted apart for SIGALRM let in and kept out. On its way to
- * one with SIGALRM let in, it runs the others at full speed up to the next delete.
+ * that is asked for. Instructions are counted apart for SIGALRM unblocked and blocked. On its way
+ * to one with it unblocked, it runs the others at full speed up to the next delete.
  */
 class Stepper {
   public:
     struct Count {
-        long letIn = 0;
-        long keptOut = 0;
+        long unblocked = 0;
+        long blocked = 0;
     };
 
     Stepper(Stop& stop, Count stopAt) : stop_(stop), stopAt_(stopAt) {
@@ -219,7 +219,7 @@ class Stepper {
     void end() { isStepping_ = false; }
 
     /** Instructions before the stop, or all of them. */
-    Count count() const { return {letIn_, keptOut_}; }
+    Count count() const { return {unblocked_, blocked_}; }
 
   private:
     static void onTrap_(int /*signal*/, siginfo_t* /*info*/, void* context) {
@@ -232,14 +232,14 @@ class Stepper {
         }
     }
 
-    bool isLast_(bool isLetIn) {
+    bool isLast_(bool isUnblocked) {
         if (!isStepping_) {
             return true;
         }
-        std::atomic<long>& count = isLetIn ? letIn_ : keptOut_;
-        if (++count != (isLetIn ? stopAt_.letIn : stopAt_.keptOut)) {
-            const bool isSkipped =
-                !isLetIn && letIn_ > 0 && stopAt_.letIn != 0 && !std::exchange(hasSkipped_, true);
+        std::atomic<long>& count = isUnblocked ? unblocked_ : blocked_;
+        if (++count != (isUnblocked ? stopAt_.unblocked : stopAt_.blocked)) {
+            const bool isSkipped = !isUnblocked && unblocked_ > 0 && stopAt_.unblocked != 0 &&
+                                   !std::exchange(hasSkipped_, true);
             isStepAtDelete = isStepAtDelete || isSkipped;
             return isSkipped;
         }
@@ -253,8 +253,8 @@ class Stepper {
     const Count stopAt_;
     std::atomic<bool> isStepping_{false};
     bool hasSkipped_ = false;
-    std::atomic<long> letIn_{0};
-    std::atomic<long> keptOut_{0};
+    std::atomic<long> unblocked_{0};
+    std::atomic<long> blocked_{0};
 };
 #endif
 
@@ -507,7 +507,7 @@ TEST_F(SlowService, TimeOutAtAnyInstructionEndsTheThreadOnly) {
             return isStopped || closures_ == 0 ||
                    (thread != 0 && systemCallOf(thread) == SYS_pause);
         }));
-        EXPECT_EQ(isStopped, giveUpAt.letIn + giveUpAt.keptOut != 0);
+        EXPECT_EQ(isStopped, giveUpAt.unblocked + giveUpAt.blocked != 0);
         worker.wait(kShort);
         worker.giveUp();
         stop.goOn();
@@ -517,13 +517,13 @@ TEST_F(SlowService, TimeOutAtAnyInstructionEndsTheThreadOnly) {
     for (const auto& [what, operation] : operations) {
         run(operation, {});  // binds the functions that are called for the first time
         const Stepper::Count all = run(operation, {});
-        std::cout << what << ": " << all.letIn << " instructions with SIGALRM let in, "
-                  << all.keptOut << " with it kept out\n";
-        EXPECT_GT(all.letIn, 0);
-        for (long i = 1; i <= all.letIn; ++i) {
+        std::cout << what << ": " << all.unblocked << " instructions with SIGALRM unblocked, "
+                  << all.blocked << " with it blocked\n";
+        EXPECT_GT(all.unblocked, 0);
+        for (long i = 1; i <= all.unblocked; ++i) {
             run(operation, {i, 0});
         }
-        for (long i = 1; i < all.keptOut * 9 / 10; i += 150) {  // they are not always as many
+        for (long i = 1; i < all.blocked * 9 / 10; i += 150) {  // they are not always as many
             run(operation, {0, i});
         }
     }
