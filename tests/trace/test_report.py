@@ -325,7 +325,7 @@ class RunsTest(BrowserTest):
         self.write("a.result", [*lines, command(20000, "DRIVER SET_TXPOWER 20"), end(20001)])
         page = self.open(self.page("a.result"))
         drawn = page.run("window.corvidReport.rows(0)")
-        self.assertLessEqual(len(drawn), 4100)
+        self.assertLessEqual(len(drawn), 3900)
         self.assertIn([12345, -90], drawn)
         self.assertEqual(page.run("document.querySelector('.signal').dataset.rows"),
                          str(len(drawn)))

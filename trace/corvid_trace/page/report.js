@@ -8,7 +8,7 @@
   const AXIS = 84;  // pixels left of every chart
   const RIGHT = 14;
   const LANE = 20;  // height of a lane of marks
-  const MOST_POINTS = 4000;
+  const MOST_POINTS = 2600;  // of a curve, more than a wide screen can show
   const NEAR = 6;  // pixels between the pointer and a mark that it shows
   const MOST_TIPS = 8;
   const SHORTEST = 0.05;  // seconds that can be shown
@@ -380,6 +380,7 @@
       ...run.group.map((stretch) => [stretch[1], 1, null]),
     ].sort((a, b) => a[0] - b[0]);
     const most = Math.max(20, ...run.power.concat(run.groupPower).map((change) => change[1]));
+    const P2P = {strokePattern: [6, 4], strokeWidth: 2};
     const panel = makePanel(view, "power");
     panel.setAttribute("aria-label", "Power, dBm");
     const chart = new Dygraph(panel, stepRows(changes, 2, run.duration), common({
@@ -388,7 +389,7 @@
       options: {
         labels: ["t", "station", "P2P"], valueRange: [-1, most + 4],
         stepPlot: true, colors: [color("ink"), color("group")],
-        series: {P2P: {strokePattern: [6, 4], strokeWidth: 2}},
+        series: {P2P},
         plugins: [over((context, g) => writeCaption(context, "power, dBm", g.getArea()))],
         underlayCallback: (context, area, g) => {
           context.save();
@@ -417,7 +418,12 @@
         },
       },
     }));
-    view.add(panel, chart);
+    view.add(panel, chart, () => {
+      // The edges of many steps would leave nothing of their colours.
+      const inside = accepted.filter((change) => change[0] >= shown[0] && change[0] <= shown[1]);
+      const dense = inside.length * 6 > panel.clientWidth;
+      return {series: {station: {strokeWidth: dense ? 0.15 : 1.6}, P2P}};
+    });
   }
 
   function chainsChart(view, withTimes) {
@@ -797,8 +803,10 @@
     }, {passive: false});
   }
 
+  /** The whole time in small, with the part that is shown. */
   const overview = {
     chart: null,
+    part: element("div", "part"),
     make(run) {
       const panel = byId("overview");
       if (this.chart) this.chart.destroy();
@@ -806,18 +814,15 @@
         y: {drawAxis: true, ticker: () => [], drawGrid: false},
         options: {
           labels: ["t", "dBm"], colors: [color("signal")], strokeWidth: 1,
-          underlayCallback: (context, area) => {
-            const x = (t) => area.x + (t - whole[0]) / (whole[1] - whole[0]) * area.w;
-            context.save();
-            context.fillStyle = color("shade");
-            context.fillRect(x(shown[0]), area.y, Math.max(x(shown[1]) - x(shown[0]), 2), area.h);
-            context.restore();
-          },
         },
       }), {dateWindow: whole.slice()}));
+      panel.append(this.part);
     },
     refresh() {
-      if (this.chart) this.chart.updateOptions({});
+      const share = (t) => (t - whole[0]) / (whole[1] - whole[0]);
+      const width = byId("overview").clientWidth - AXIS - RIGHT;
+      this.part.style.left = AXIS + share(shown[0]) * width + "px";
+      this.part.style.width = Math.max((share(shown[1]) - share(shown[0])) * width, 2) + "px";
     },
     listen() {
       const panel = byId("overview");
