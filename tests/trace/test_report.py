@@ -8,6 +8,7 @@ import re
 import unittest
 
 import browser
+import day
 from corvid_trace import measures, page_data
 from corvid_trace.results import Result
 from corvid_trace.timeline import Timeline
@@ -150,6 +151,21 @@ class FileTest(PageTest):
         self.assert_refused(self.run_command("report", "bad.result", "-o", "p"), 1,
                             "bad.result:1: ")
         self.assertFalse(os.path.exists(self.path("p")))
+
+
+class DayTest(PageTest):
+
+    def test_the_page_of_a_day_takes_seconds_and_stays_small(self):
+        day.write_result(self.path("day.result"))
+        before = os.times()
+        day.make_page(self.path("day.result"), self.path("page.html"))
+        after = os.times()
+        # Of the processor, so that others on the machine count for nothing.
+        self.assertLess(after.children_user + after.children_system
+                        - before.children_user - before.children_system, 10)
+        self.assertLess(os.path.getsize(self.path("page.html")), 15e6)
+        data = self.data()
+        self.assertEqual(len(data["signals"][0]["dbm"]), day.SECONDS + 1)
 
 
 @unittest.skipUnless(browser.find() or os.environ.get("CORVID_LAB") == "required",
