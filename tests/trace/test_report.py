@@ -356,9 +356,8 @@ class SweepTest(BrowserTest):
 
     def sweep(self, traces=("flat.jsonl",), keep=True, more=()):
         """A sweep of three values by two, over traces; the later the upper step, the cheaper."""
-        settings = {self.UPPER: ["-60", "-57", "-54"], self.LOWER: ["-70", "-75"]}
-        for name, values in more:
-            settings[PREFIX + name] = values
+        settings = {PREFIX + name: values for name, values in more}
+        settings.update({self.UPPER: ["-60", "-57", "-54"], self.LOWER: ["-70", "-75"]})
         os.makedirs(self.path("sweep/results"), exist_ok=True)
         rows, points = [], []
         for combination in itertools.product(*settings.values()):
@@ -400,6 +399,17 @@ class SweepTest(BrowserTest):
         self.assertEqual(page.run("document.querySelectorAll('#front circle').length"), 6)
         self.assert_quiet(page)
 
+    def test_heat_map_and_front_fit_two_screens(self):
+        path = self.page(self.sweep())
+        for width in (1280, 2560):
+            page = self.open(path, width=width, dark=width == 2560)
+            self.assertLessEqual(page.run("document.documentElement.scrollWidth"), width)
+            self.assertGreaterEqual(page.run(
+                "Math.min(...[...document.querySelectorAll('.sweep text, .sweep td, .sweep th')]"
+                ".map((one) => parseFloat(getComputedStyle(one).fontSize)))"), 12)
+            self.assertGreater(self.box(page, "#front svg")[2], width * 0.4)
+            self.assert_quiet(page)
+
     def test_each_point_leads_to_its_run(self):
         page = self.open(self.page(self.sweep()))
         self.click(page, "#heat [data-point='4']")
@@ -431,13 +441,19 @@ class SweepTest(BrowserTest):
         self.assert_quiet(page)
 
     def test_of_three_settings_the_third_is_chosen(self):
-        page = self.open(self.page(self.sweep(more=[("dbm.lower", ["3", "5"])])))
+        page = self.open(self.page(self.sweep(more=[("dbm.lower", ["3", "5"])])), "#point-0")
         points = ("[...document.querySelectorAll('#heat button')]"
                   ".map((button) => Number(button.dataset.point))")
-        self.click(page, "#front [data-point='1'] circle")
-        self.assertEqual(sorted(page.run(points)), [1, 3, 5, 7, 9, 11])
-        self.click(page, "#front [data-point='2'] circle")
+        # Right is dbm.lower, down rssi.upper; the points have the first rssi.lower.
         self.assertEqual(sorted(page.run(points)), [0, 2, 4, 6, 8, 10])
+        page.run("location.hash = 'point-1'")
+        page.settle()
+        self.assertEqual(sorted(page.run(points)), [1, 3, 5, 7, 9, 11])
+
+    def test_a_setting_of_one_value_takes_no_side_of_the_heat_map(self):
+        page = self.open(self.page(self.sweep(more=[("enable.sta", ["true"])])))
+        self.assertEqual(page.run("document.querySelectorAll('#heat button').length"), 6)
+        self.assertEqual(page.run("document.querySelectorAll('#choice select').length"), 1)
 
     def test_without_the_runs_it_says_how_to_make_one(self):
         page = self.open(self.page(self.sweep(keep=False)))

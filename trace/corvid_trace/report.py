@@ -46,7 +46,7 @@ def run(args):
         raise UsageError("a sweep is drawn alone, without other files")
     if sweep:
         page = sweep_page.content(sweep, args.runs)
-        title = args.title or "Sweep: " + ", ".join(sweep.parameter_names)
+        title = args.title or "Sweep: " + ", ".join(sweep.varied_names)
     else:
         page = content(load(args.results), args.below)
         title = args.title or ", ".join(run["name"] for run in page["data"]["runs"][:4])

@@ -62,6 +62,11 @@ class Sweep:
     def parameter_names(self):
         return [short_property(name) for name in self.values]
 
+    @property
+    def varied_names(self):
+        """Those of the settings that have more than one value."""
+        return [short_property(name) for name, values in self.values.items() if len(values) > 1]
+
 
 def read(path):
     """The Sweep in this file, or in this folder's sweep.json; None when it holds something else."""

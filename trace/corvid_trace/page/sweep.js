@@ -6,10 +6,12 @@
   const sweep = data.sweep;
   const byId = (id) => document.getElementById(id);
   const names = Object.keys(sweep.settings);
+  // A setting of one value has no side of the heat map.
+  const varied = names.filter((name) => sweep.settings[name].length > 1);
   const onFront = new Set(sweep.front.points);
   // Which setting goes right and which down, what the others are, whose rows are shown.
   const chosen = {
-    measure: sweep.front.measures[0], across: names[0], down: names[1] || null,
+    measure: sweep.front.measures[0], across: varied[0] || names[0], down: varied[1] || null,
     trace: "", others: {}, point: -1,
   };
 
@@ -67,8 +69,8 @@
         showPoint();
       });
     }
-    if (names.length > 2) {
-      const all = names.map((name) => [name, name]);
+    if (varied.length > 2) {
+      const all = varied.map((name) => [name, name]);
       const turn = (one, other) => (name) => {
         if (chosen[other] === name) chosen[other] = chosen[one];
         chosen[one] = name;
@@ -77,7 +79,7 @@
       };
       select("Right", all, chosen.across, turn("across", "down"));
       select("Down", all, chosen.down, turn("down", "across"));
-      for (const name of names) {
+      for (const name of varied) {
         if (name === chosen.across || name === chosen.down) continue;
         select(name, sweep.settings[name].map((value) => [value, value]), chosen.others[name],
           (value) => { chosen.others[name] = value; drawHeat(); });
@@ -167,21 +169,26 @@
     const drawn = sweep.points.map((point, index) => ({
       point, index, x: valueOf(point, right), y: valueOf(point, up),
     })).filter((one) => one.x !== null && one.y !== null);
-    const picture = svg("svg", {viewBox: "0 0 760 400", role: "img", "aria-label": "Front"});
+    const width = Math.max(byId("front").clientWidth, 320), height = Math.min(width * 0.6, 420);
+    const picture = svg("svg", {width, height, role: "img", "aria-label": "Front"});
     byId("front").replaceChildren(picture);
     if (!drawn.length) return;
-    const x = scale(drawn.map((one) => one.x), 64, 744);
-    const y = scale(drawn.map((one) => one.y), 356, 12);
+    const left = 64, end = width - 14, top = 10, bottom = height - 48;
+    const x = scale(drawn.map((one) => one.x), left, end);
+    const y = scale(drawn.map((one) => one.y), bottom, top);
     for (const tick of x.ticks) {
-      picture.append(svg("line", {class: "grid", x1: x.at(tick), x2: x.at(tick), y1: 12, y2: 356}),
-        svg("text", {x: x.at(tick), y: 373, "text-anchor": "middle"}, number(tick)));
+      const at = x.at(tick);
+      picture.append(svg("line", {class: "grid", x1: at, x2: at, y1: top, y2: bottom}),
+        svg("text", {x: at, y: bottom + 18, "text-anchor": "middle"}, number(tick)));
     }
     for (const tick of y.ticks) {
-      picture.append(svg("line", {class: "grid", x1: 64, x2: 744, y1: y.at(tick), y2: y.at(tick)}),
-        svg("text", {x: 57, y: y.at(tick) + 4, "text-anchor": "end"}, number(tick)));
+      const at = y.at(tick);
+      picture.append(svg("line", {class: "grid", x1: left, x2: end, y1: at, y2: at}),
+        svg("text", {x: left - 7, y: at + 4, "text-anchor": "end"}, number(tick)));
     }
-    picture.append(svg("path", {class: "axis", d: "M64 12V356H744", fill: "none"}),
-      svg("text", {x: 744, y: 394, "text-anchor": "end"}, titleOf(right) + " →"));
+    picture.append(
+      svg("path", {class: "axis", d: `M${left} ${top}V${bottom}H${end}`, fill: "none"}),
+      svg("text", {x: end, y: height - 8, "text-anchor": "end"}, titleOf(right) + " →"));
     // The front is that of all traces; for a single one its points need not lie on a line.
     if (!chosen.trace) {
       const line = sweep.front.points.map((index) => drawn.find((one) => one.index === index))
@@ -251,5 +258,6 @@
   }
 
   addEventListener("hashchange", followHash);
+  addEventListener("resize", drawFront);
   followHash();
 })();
