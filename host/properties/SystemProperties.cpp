@@ -1,7 +1,10 @@
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -87,6 +90,29 @@ void __system_property_read_callback(const prop_info* property,
                                      void* cookie) {
     const std::string value = readValue(pathOf(property->name));
     callback(cookie, property->name.c_str(), value.c_str(), 0);
+}
+
+int __system_property_foreach(void (*callback)(const prop_info* property, void* cookie),
+                              void* cookie) {
+    const std::string folder = host::rootedPath("/dev/__properties__/");
+    std::set<std::string> names;
+    {
+        const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+        if (listing == nullptr) {
+            return errno == ENOENT ? 0 : -1;
+        }
+        while (const dirent* entry = readdir(listing.get())) {
+            if (entry->d_name[0] != '.') {
+                names.insert(entry->d_name);
+            }
+        }
+    }
+    for (const std::string& name : names) {
+        if (const prop_info* property = __system_property_find(name.c_str())) {
+            callback(property, cookie);
+        }
+    }
+    return 0;
 }
 
 int __system_property_get(const char* name, char* value) {

@@ -226,4 +226,26 @@ TEST_F(SystemProperties, ReadDuringAChangeSeesTheOldOrTheNewValue) {
     }
 }
 
+/** The names that __system_property_foreach gives. */
+std::vector<std::string> allNames() {
+    std::vector<std::string> names;
+    EXPECT_EQ(__system_property_foreach(
+                  [](const prop_info* property, void* cookie) {
+                      static_cast<std::vector<std::string>*>(cookie)->push_back(readBack(property));
+                  },
+                  &names),
+              0);
+    return names;
+}
+
+TEST_F(SystemProperties, EachThatIsSetIsListedByName) {
+    root_.write("/dev/__properties__/b", "2");
+    root_.write("/dev/__properties__/a", "1");
+    root_.write("/dev/__properties__/.new", "half wri");
+    root_.write("/dev/__properties__/folder/c", "3");
+    EXPECT_EQ(allNames(), (std::vector<std::string>{"a=1", "b=2"}));
+}
+
+TEST_F(SystemProperties, WithoutTheFolderNoneIsSet) { EXPECT_TRUE(allNames().empty()); }
+
 }  // namespace

@@ -35,6 +35,14 @@ void __system_property_read_callback(const prop_info* property,
                                      void* cookie);
 
 /**
+ * Calls `callback` on this thread for each property that is set, in the order of their names. A
+ * file whose name begins with a dot is none: one may be on its way to a rename. Returns 0, or -1
+ * with errno when the folder can't be read; a missing folder means that none is set.
+ */
+int __system_property_foreach(void (*callback)(const prop_info* property, void* cookie),
+                              void* cookie);
+
+/**
  * Copies the value, cut to PROP_VALUE_MAX - 1 characters, and a NUL. Returns the number of
  * characters, 0 if the property is not set.
  */
