@@ -1,123 +1,31 @@
 #include "tools/Monitor.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <functional>
+#include <iterator>
 #include <memory>
-#include <mutex>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
 
-#include <android-base/thread_annotations.h>
-#include <android-base/unique_fd.h>
 #include <hidl/HidlTransportSupport.h>
-#include <sys/eventfd.h>
 
 #include "tools/Json.h"
 #include "tools/Methods.h"
+#include "tools/Mutex.h"
+#include "tools/StopSignals.h"
+#include "tools/Subscription.h"
+#include "tools/WakeFd.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
-using ::android::sp;
-using ::android::wp;
-using ::android::base::unique_fd;
-using ::android::hardware::hidl_death_recipient;
-using ::android::hardware::hidl_string;
-using ::android::hardware::Return;
-using ::android::hardware::Void;
-using ::android::hidl::base::V1_0::IBase;
-using ::vendor::corvid::hardware::wifi::V1_0::ICorvidWifiManagerCallback;
-using ::vendor::corvid::hardware::wifi::V1_0::Status;
-
 namespace {
-
-/** Wakes the main thread: signal it from any thread or signal handler, poll it for input. */
-class WakeFd {
-  public:
-    WakeFd() : fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (fd_ < 0) {
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-        }
-    }
-
-    void wake() const { wake(fd_); }
-    static void wake(int fd) {
-        const uint64_t one = 1;
-        // It fails only after 2^64 wake-ups that nobody has read.
-        [[maybe_unused]] const ssize_t written = ::write(fd, &one, sizeof(one));
-    }
-    int fd() const { return fd_; }
-
-  private:
-    unique_fd fd_;
-};
-
-/** Wakes on SIGINT and SIGTERM while it lives. One at a time. */
-class StopSignals {
-  public:
-    explicit StopSignals(const WakeFd& wakeUp) {
-        wakeFd_ = wakeUp.fd();
-        struct sigaction action = {};
-        action.sa_handler = [](int /*signal*/) {
-            const int savedErrno = errno;
-            WakeFd::wake(wakeFd_);
-            errno = savedErrno;
-        };
-        // Reset: a second Ctrl-C ends the process at once.
-        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-        sigaction(SIGINT, &action, &oldInt_);
-        sigaction(SIGTERM, &action, &oldTerm_);
-        // The parent may have started this process with them blocked.
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGINT);
-        sigaddset(&signals, SIGTERM);
-        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
-    }
-    ~StopSignals() {
-        sigaction(SIGINT, &oldInt_, nullptr);
-        sigaction(SIGTERM, &oldTerm_, nullptr);
-    }
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-
-  private:
-    static std::atomic<int> wakeFd_;
-
-    struct sigaction oldInt_ = {};
-    struct sigaction oldTerm_ = {};
-};
-
-std::atomic<int> StopSignals::wakeFd_ = -1;
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
-
-/** std::mutex, known to clang's thread-safety analysis. */
-class CAPABILITY("mutex") Mutex : public std::mutex {
-  public:
-    void lock() ACQUIRE() { std::mutex::lock(); }
-    void unlock() RELEASE() { std::mutex::unlock(); }
-};
-
-class SCOPED_CAPABILITY MutexLock {
-  public:
-    explicit MutexLock(Mutex& mutex) ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
-    ~MutexLock() RELEASE() { mutex_.unlock(); }
-    MutexLock(const MutexLock&) = delete;
-    MutexLock& operator=(const MutexLock&) = delete;
-
-  private:
-    Mutex& mutex_;
-};
 
 /**
  * Writes the lines. An event may arrive before the service's answer to the registration does: it
@@ -182,48 +90,6 @@ struct Shared {
     EventWriter writer;
 };
 
-class EventCallback : public ICorvidWifiManagerCallback {
-  public:
-    explicit EventCallback(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
-
-    Return<void> onChannelSwitch(int32_t frequency, int32_t width, bool isP2p) override {
-        shared_->writer.event(toLine({{"event", "onChannelSwitch"},
-                                      {"frequency", frequency},
-                                      {"width", width},
-                                      {"isP2p", isP2p}}));
-        return Void();
-    }
-
-    Return<void> onAssocStarted() override {
-        shared_->writer.event(toLine({{"event", "onAssocStarted"}}));
-        return Void();
-    }
-
-    Return<void> onRegdomUpdated(const hidl_string& init, const hidl_string& type,
-                                 const hidl_string& alpha2) override {
-        shared_->writer.event(toLine({{"event", "onRegdomUpdated"},
-                                      {"init", std::string(init)},
-                                      {"type", std::string(type)},
-                                      {"alpha2", std::string(alpha2)}}));
-        return Void();
-    }
-
-  private:
-    const std::shared_ptr<Shared> shared_;
-};
-
-class DeathRecipient : public hidl_death_recipient {
-  public:
-    explicit DeathRecipient(std::shared_ptr<Shared> shared) : shared_(std::move(shared)) {}
-
-    void serviceDied(uint64_t /*cookie*/, const wp<IBase>& /*who*/) override {
-        shared_->died.wake();
-    }
-
-  private:
-    const std::shared_ptr<Shared> shared_;
-};
-
 /** What the main thread wakes for. */
 enum class Wake { Stop, Failed, Died };
 
@@ -258,19 +124,10 @@ MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
     // One thread of the runtime's own calls the callback; this one waits for the end.
     ::android::hardware::configureRpcThreadpool(1, false);
     const auto shared = std::make_shared<Shared>(out);
-    const sp<EventCallback> callback = new EventCallback(shared);
-    const sp<DeathRecipient> recipient = new DeathRecipient(shared);
-
-    const Return<bool> linked = service.linkToDeath(recipient, 0);
-    requireAnswer(linked);
-    if (!linked) {
-        throw ServiceError("the service died before the callback was registered");
-    }
-
-    uint32_t code = 0;
-    const auto takeCode = [&code](const Status& status) { code = status.code; };
-    requireAnswer(service.registerCorvidWifiManagerCallback(callback, takeCode));
-    if (code != 0) {
+    Subscription subscription(
+        &service, [shared](const Json& event) { shared->writer.event(toLine(event)); },
+        [shared] { shared->died.wake(); });
+    if (const uint32_t code = subscription.start(); code != 0) {
         std::fprintf(stderr, "corvid-wifi: the service refused the callback (code %u)\n", code);
         return MonitorEnd::Failed;
     }
@@ -282,14 +139,10 @@ MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
         return serviceDied();
     }
     deadline.start();
-    const Return<void> unregistered =
-        service.unregisterCorvidWifiManagerCallback(callback, takeCode);
-    if (!unregistered.isOk()) {
+    const std::optional<uint32_t> code = subscription.end();
+    if (!code) {
         return serviceDied();
     }
-    const bool unlinked = service.unlinkToDeath(recipient).withDefault(false);
-    static_cast<void>(unlinked);  // false: it died just now, and nobody needs it any more
-
     if (wake == Wake::Failed && shared->writer.error() == EPIPE) {
         signal(SIGPIPE, SIG_DFL);
         raise(SIGPIPE);
@@ -299,8 +152,8 @@ MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
                      std::strerror(shared->writer.error()));
         return MonitorEnd::Failed;
     }
-    if (code != 0) {
-        std::fprintf(stderr, "corvid-wifi: the service refused to unregister (code %u)\n", code);
+    if (*code != 0) {
+        std::fprintf(stderr, "corvid-wifi: the service refused to unregister (code %u)\n", *code);
         return MonitorEnd::Failed;
     }
     return MonitorEnd::Stopped;
