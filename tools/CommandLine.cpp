@@ -151,6 +151,7 @@ milliseconds readTime(std::string_view name, const std::string& text) {
     const double factor = unit == "ms"                  ? 1
                           : unit.empty() || unit == "s" ? 1000
                           : unit == "min"               ? 60'000
+                          : unit == "h"                 ? 3'600'000
                                                         : 0;
     constexpr double kLongest = 7 * 24 * 3600 * 1000.0;
     if (stop == text.c_str() || factor == 0 || !(number >= 0) || number * factor > kLongest) {

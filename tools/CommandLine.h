@@ -59,7 +59,8 @@ const std::vector<Option>& commonOptions();
 /** Throws UsageError. `words` are those behind the program's name. */
 CommandLine readCommandLine(const std::vector<std::string>& words, const std::vector<Word>& table);
 
-/** A time with its unit (250ms, 1s, 2min) or in seconds; throws UsageError. `name`: whose it is. */
+/** A time with its unit (250ms, 1s, 2min, 1h) or in seconds; throws UsageError. `name`: whose it
+ * is. */
 std::chrono::milliseconds readTime(std::string_view name, const std::string& text);
 
 }  // namespace Ursa::OS::Wifi::Tools

@@ -10,6 +10,7 @@
 #include "tools/Methods.h"
 #include "tools/Monitor.h"
 #include "tools/Print.h"
+#include "tools/Record.h"
 #include "tools/Service.h"
 
 namespace Ursa::OS::Wifi::Tools {
@@ -84,6 +85,20 @@ int runP2p(const CommandLine& line) {
         printValue("Bandwidth", info.bandwidth != -1, std::to_string(info.bandwidth) + " MHz");
     }));
     return kSuccess;
+}
+
+int runRecord(const CommandLine& line) {
+    const RecordOptions options = readRecordOptions(line);
+    const Deadline deadline(line.timeout());
+    switch (record(options, deadline)) {
+        case RecordEnd::Done:
+            return kSuccess;
+        case RecordEnd::NoService:
+            return kNoService;
+        case RecordEnd::Failed:
+            break;
+    }
+    return kFailure;
 }
 
 int runSta(const CommandLine& line) {

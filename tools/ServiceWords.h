@@ -10,6 +10,7 @@ int runCall(const CommandLine& line);
 int runDump(const CommandLine& line);
 int runMonitor(const CommandLine& line);
 int runP2p(const CommandLine& line);
+int runRecord(const CommandLine& line);
 int runSta(const CommandLine& line);
 
 }  // namespace Ursa::OS::Wifi::Tools

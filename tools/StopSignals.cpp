@@ -9,17 +9,24 @@ namespace Ursa::OS::Wifi::Tools {
 
 namespace {
 
+// A signal handler reads them.
 std::atomic<int> gWakeFd = -1;
-static_assert(std::atomic<int>::is_always_lock_free, "a signal handler reads it");
+std::atomic<const Deadline*> gDeadline = nullptr;
+static_assert(std::atomic<int>::is_always_lock_free);
+static_assert(std::atomic<const Deadline*>::is_always_lock_free);
 
 }  // namespace
 
-StopSignals::StopSignals(const WakeFd& wakeUp) {
+StopSignals::StopSignals(const WakeFd& wakeUp, const Deadline* deadline) {
     gWakeFd = wakeUp.fd();
+    gDeadline = deadline;
     struct sigaction action = {};
     action.sa_handler = [](int /*signal*/) {
         const int savedErrno = errno;
         WakeFd::wake(gWakeFd);
+        if (const Deadline* started = gDeadline) {
+            started->start();  // one system call
+        }
         errno = savedErrno;
     };
     // Reset: a second Ctrl-C ends the process at once.

@@ -46,7 +46,13 @@ LIBRARIES = {
         "vrsensors/",
     ),
     "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/", "vrsensors/"),
-    "tools": ("hidl/", "nlohmann/json.hpp", "utils/", "vendor/corvid/hardware/wifi/"),
+    "tools": (
+        "hidl/",
+        "nlohmann/json.hpp",
+        "sys/system_properties.h",
+        "utils/",
+        "vendor/corvid/hardware/wifi/",
+    ),
 }
 
 # Headers of C, C++ and the kernel: no folder, or one of these.

@@ -22,9 +22,12 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/Program.h"
+#include "tests/tools/Client.h"
 
 namespace {
 
+using ::test::Client;
+using ::test::Outcome;
 using ::test::Program;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -32,13 +35,6 @@ using ::testing::IsSupersetOf;
 
 constexpr int kSigKilled = 128 + SIGKILL;
 constexpr int kSigPiped = 128 + SIGPIPE;
-
-/** How a run of corvid-wifi went. */
-struct Outcome {
-    int status;
-    std::string output;
-    std::string error;
-};
 
 /** Whether a process has a handler for a signal. */
 bool catches(pid_t pid, int number) {
@@ -50,52 +46,6 @@ bool catches(pid_t pid, int number) {
     }
     return false;
 }
-
-class Client : public ::testing::Test {
-  protected:
-    Client() {
-        std::string name = std::filesystem::temp_directory_path() / "corvid-wifi.XXXXXX";
-        root_ = mkdtemp(name.data());
-        std::filesystem::create_directories(root_ + "/dev/hwbinder");
-        options_.environment = {"CORVID_WIFI_ROOT=" + root_};
-    }
-
-    ~Client() override {
-        service_.reset();
-        std::error_code ignored;
-        std::filesystem::remove_all(root_, ignored);
-    }
-
-    void startService() {
-        service_ = std::make_unique<Program>(std::vector<std::string>{FAKE_WIFI_SERVICE}, options_);
-        ASSERT_EQ(service_->readLine(), "ready") << service_->readError();
-    }
-
-    /** Has the service do something, see FakeWifiService.cpp. */
-    void tell(const std::string& line) {
-        service_->writeLine(line);
-        ASSERT_EQ(service_->readLine(), "ok");
-    }
-
-    std::unique_ptr<Program> start(const std::vector<std::string>& words) {
-        std::vector<std::string> command = {CORVID_WIFI};
-        command.insert(command.end(), words.begin(), words.end());
-        return std::make_unique<Program>(command, options_);
-    }
-
-    Outcome run(const std::vector<std::string>& words) {
-        const auto program = start(words);
-        Outcome result;
-        result.output = program->readOutput();
-        result.error = program->readError();
-        result.status = program->wait();
-        return result;
-    }
-
-    std::string root_;
-    Program::Options options_;
-    std::unique_ptr<Program> service_;
-};
 
 /** The usages in what `call --list` prints. */
 std::vector<std::string> methodsIn(const std::string& list) {
@@ -131,8 +81,8 @@ TEST_F(ClientUsage, HelpNamesEveryCommand) {
         const Outcome help = run({word});
         EXPECT_EQ(help.status, 0);
         EXPECT_THAT(help.error, IsEmpty());
-        for (const char* command :
-             {"call METHOD [ARG ...]", "  --list", "dump", "monitor", "p2p", "sta", "--help"}) {
+        for (const char* command : {"call METHOD [ARG ...]", "  --list", "dump", "monitor", "p2p",
+                                    "record FILE", "sta", "--help"}) {
             EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + command));
         }
         for (const char* common : {"--json", "--timeout SECONDS", "--wait"}) {
