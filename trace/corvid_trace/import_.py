@@ -43,6 +43,9 @@ EXAMPLES = """\
 SOURCES = (simulator, table, logs, polls)
 FORMATS = ("trace", lab.NAME) + tuple(source.NAME for source in SOURCES)
 
+# Where the walk comes from that such a file holds, as the header says it.
+_SOURCE_OF = {lab.NAME: "lab", simulator.NAME: "scenario"}
+
 # So many bytes decide what a file is.
 _LOOKED_AT = 1 << 16
 
@@ -58,6 +61,8 @@ def add_parser(subparsers):
     parser.add_argument("--anonymize", action="store_true",
                         help="stand-ins for SSIDs, MAC and IP addresses")
     parser.add_argument("--label", help="what people call the walk (default: FILE's name)")
+    parser.add_argument("--source", choices=trace_format.SOURCES,
+                        help="where the walk comes from, if FILE does not tell (default: import)")
     parser.add_argument("--properties", metavar="LIST",
                         help="the daemon's properties: lines of getprop, or NAME=VALUE")
     parser.add_argument("--sta-interface", metavar="NAME", default="wlan0",
@@ -85,6 +90,7 @@ def run(args):
         header["properties"] = _properties(args.properties)
     with contextlib.ExitStack() as stack:
         name, records = _open(args, header, problems, stack)
+        header["source"] = args.source or _SOURCE_OF.get(name, "import")
         counts = _write(args, header, records, problems)
     if not counts:
         raise TraceError(f"{args.path}: nothing in it could be read as {name}")
@@ -166,6 +172,8 @@ def _trace(args, header, problems, file):
     given = {}
     if args.label is not None:
         given["label"] = args.label
+    if args.source is not None:
+        given["source"] = args.source
     if args.properties:
         given["properties"] = header["properties"]
     header.update({**read, **given})

@@ -29,7 +29,6 @@ def records(folder, header, problems, options):
     The daemon's lines have whole seconds only. Within one, a line that answers an event of the
     supplicant comes after it; the others come first.
     """
-    header["source"] = "lab"
     with contextlib.ExitStack() as files:
         def opened(name):
             path = os.path.join(folder, name)
