@@ -49,12 +49,23 @@ class CaseTest(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (0, ""))
 
     def test_lines_without_a_word_in_the_lab_are_left_away_and_told(self):
-        case = Case(PREPARATION + "at 1000ms p2p start freq=2437\nat 2000ms end\n")
-        self.assertEqual(case.left_away, ["p2p start freq=2437"])
+        case = Case(PREPARATION + "at 1000ms event wlan0 \"hello\"\nat 2000ms end\n")
+        self.assertEqual(case.left_away, ["event wlan0 hello"])
 
-    def test_frequency_that_waits_for_radar_is_refused(self):
-        with self.assertRaisesRegex(TraceError, "5260 MHz.*5745 to 5825"):
-            Case("at 1000ms connect freq=5260 rssi=-48\n")
+    def test_group_starts_and_stops(self):
+        self.assertEqual(lines("at 1000ms p2p start freq=5180", "at 2000ms p2p stop"),
+                         ["group_starts 1000 5180", "group_stops 2000"])
+
+    def test_channel_that_listens_for_radar_has_a_stand_in_on_its_band(self):
+        for frequency, stand_in in ((5260, 5180), (5320, 5240), (5500, 5745), (5680, 5825),
+                                    (5720, 5765)):
+            self.assertEqual(lines(f"at 1000ms connect freq={frequency} rssi=-48"),
+                             [f"first_link 1000 {stand_in} -48"])
+
+    def test_frequency_that_the_access_point_cannot_have_is_refused(self):
+        for frequency in (5955, 5190, 2484):
+            with self.assertRaisesRegex(TraceError, f"{frequency} MHz.*5500 to 5825"):
+                Case(f"at 1000ms connect freq={frequency} rssi=-48\n")
 
     def test_signal_that_the_radio_cannot_have_is_refused(self):
         with self.assertRaisesRegex(TraceError, "-104 dBm.*-100 to -1"):

@@ -23,6 +23,10 @@ from corvid_trace.results import PROPERTY_PREFIX
 # Where the lab's access point may be without listening for radar first, MHz.
 _CHANNELS = (range(2412, 2463, 5), range(5180, 5241, 20), range(5745, 5826, 20))
 
+# Where it would have to listen for a minute, and what stands in for it: (channels, first stand-in, MHz).
+_RADAR_CHANNELS = ((range(5260, 5321, 20), 5180), (range(5500, 5581, 20), 5745),
+                   (range(5600, 5681, 20), 5745), (range(5700, 5721, 20), 5745))
+
 # What the simulated radio takes, dBm.
 _SIGNALS = range(-100, 0)
 
@@ -99,6 +103,17 @@ switch_channel() {{
     place=$2
 }}
 
+# group_starts MS MHZ: on the link's channel, or nowhere: the radio has one.
+group_starts() {{
+    wait_until "$1"
+    wpa p2p0 p2p_group_add freq="$2" >/dev/null
+}}
+
+group_stops() {{
+    wait_until "$1"
+    wpa p2p0 p2p_group_remove p2p0 >/dev/null
+}}
+
 stop_daemon() {{
     kill "$daemon"
     wait "$daemon" 2>/dev/null
@@ -126,6 +141,7 @@ class Case:
         self._handlers = {"property": self._set, "supplicant": self._run_supplicant,
                           "connect": self._connect, "disconnect": self._disconnect,
                           "rssi": self._hear, "channel": self._switch, "daemon": self._run_daemon,
+                          "p2p start": self._start_group, "p2p stop": self._stop_group,
                           "end": self._end_here}
         for line in scenario.splitlines():
             words = shlex.split(line)
@@ -133,7 +149,7 @@ class Case:
             if words[0] == "at":
                 at = int(words[1][:-len("ms")])
                 words = words[2:]
-            handler = self._handlers.get(words[0])
+            handler = self._handlers.get(words[0]) or self._handlers.get(" ".join(words[:2]))
             if handler is None:
                 self.left_away.append(" ".join(words))
             else:
@@ -171,6 +187,12 @@ class Case:
     def _switch(self, at, words):
         self._lines.append(f"switch_channel {at} {_frequency(_options(words))}")
 
+    def _start_group(self, at, words):
+        self._lines.append(f"group_starts {at} {_frequency(_options(words))}")
+
+    def _stop_group(self, at, _):
+        self._lines.append(f"group_stops {at}")
+
     def _run_daemon(self, at, words):
         self._add(at, "start_daemon" if words[1] == "start" else "stop_daemon")
 
@@ -184,9 +206,12 @@ def _options(words):
 
 def _frequency(options):
     frequency = int(options["freq"])
+    for channels, stand_in in _RADAR_CHANNELS:
+        if frequency in channels:
+            return stand_in + frequency - channels[0]
     if not any(frequency in channels for channels in _CHANNELS):
         raise TraceError(f"the lab's access point can't be on {frequency} MHz; it can be on 2412 to "
-                         "2462, 5180 to 5240 and 5745 to 5825")
+                         "2462, and on channels of 20 MHz from 5180 to 5320 and from 5500 to 5825")
     return frequency
 
 

@@ -43,8 +43,10 @@ _OVERTIME = 60
 # When the guest's clock begins where the trace does not say, s since 1970.
 _SOME_DAY = 1_767_225_600
 
-# Snapshots that nobody has used for so long are removed, s.
-_KEEP = 2 * 24 * 3600
+# Each build of the programs has a snapshot of its own, 100 MB. The latest ones are kept, and those that
+# somebody has used within so many seconds.
+_KEPT = 3
+_IN_USE = 3600
 
 
 class NoMachine(TraceError):
@@ -232,11 +234,16 @@ class Player:
         os.replace(new, self._snapshot)
 
     def _remove_old(self):
-        folder = os.path.dirname(self._folder)
-        for name in os.listdir(folder):
-            path = os.path.join(folder, name)
-            if name.startswith("replay-") and os.stat(path).st_mtime < time.time() - _KEEP:
-                shutil.rmtree(path, ignore_errors=True)
+        cache = os.path.dirname(self._folder)
+        folders = [os.path.join(cache, name) for name in os.listdir(cache)
+                   if name.startswith("replay-")]
+        ages = {}
+        for folder in folders:
+            with contextlib.suppress(FileNotFoundError):  # another replay removes it too
+                ages[folder] = time.time() - os.stat(folder).st_mtime
+        for folder in sorted(ages, key=ages.get)[_KEPT:]:
+            if ages[folder] > _IN_USE:
+                shutil.rmtree(folder, ignore_errors=True)
 
     def _qemu(self, work, scenario, wall, limit, *more):
         configuration = {"scenario": scenario, "options": f"wall {wall} limit {limit}\n"}
@@ -256,6 +263,7 @@ class Player:
         Records are JSON; returns (records, errors, exit status of the simulator).
         """
         wall = int(start_wall if start_wall is not None else _SOME_DAY)
+        os.utime(self._folder)
         with tempfile.TemporaryDirectory(prefix="corvid-replay-") as work:
             with self._qemu(work, scenario, wall, int(duration) + _OVERTIME,
                             "-incoming", f"exec:cat '{self._snapshot}'") as qemu, \
