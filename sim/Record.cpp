@@ -75,13 +75,9 @@ std::string Record::json() const {
     return lineOf(line);
 }
 
-double Recorder::now() const {
-    const std::chrono::duration<double> t = std::chrono::steady_clock::now() - start_;
-    return t.count() * speed_;
-}
-
 void Recorder::add(Record record) {
-    record.t = now();
+    const std::chrono::duration<double> t = std::chrono::steady_clock::now() - start_;
+    record.t = t.count() * speed_;
     pending_.push_back(std::move(record));
     if (delivering_) {
         return;
