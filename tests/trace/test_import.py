@@ -239,6 +239,7 @@ class SimulatorTest(ImportTest):
             {"t": 1.5, "kind": "command", "socket": "wlan0", "text": "SIGNAL_POLL",
              "reply": "RSSI=-50\nFREQUENCY=5180\nWIDTH=80+80 MHz\n"},
             {"t": 2.0, "kind": "command", "socket": "wlan0", "text": "SIGNAL_POLL", "reply": None},
+            {"t": 2.2, "kind": "netlink", "text": "vendor", "answer": "error -16", "hex": "00"},
             {"t": 2.5, "kind": "atom", "text": "", "atom": {"atomId": 1, "values": [{"int": 2}]}},
             {"t": 3.0, "kind": "callback", "text": "", "callback": {
                 "event": "onRegdomUpdated", "init": "USER", "type": "COUNTRY", "alpha2": "US"}},
@@ -248,12 +249,12 @@ class SimulatorTest(ImportTest):
                          ("scenario", True, {"a.b": "c d"}))
         self.assertEqual([record["type"] for record in records], [
             "daemon", "sample", "supplicant", "supplicant", "sample", "command", "sample", "command",
-            "sample", "atom", "callback", "daemon"])
+            "sample", "netlink", "atom", "callback", "daemon"])
         self.assertIn("'ä'", records[2]["text"])
         self.assertEqual(records[6]["sta"], link(-50, width="80+80"))
-        self.assertEqual(records[10], {"type": "callback", "t": 3.0, "event": "onRegdomUpdated",
+        self.assertEqual(records[11], {"type": "callback", "t": 3.0, "event": "onRegdomUpdated",
                                        "init": "USER", "regdomType": "COUNTRY", "alpha2": "US"})
-        self.assertEqual(records[11]["state"], "ended")
+        self.assertEqual(records[12]["state"], "ended")
 
     def test_records_that_lack_something_are_named(self):
         self.imported(self.play({"t": 1, "kind": "event", "text": "x"}, {"t": 1, "kind": 5}, [],

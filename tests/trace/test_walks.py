@@ -33,13 +33,14 @@ class WalksTest(FilesTest):
             self.assertEqual(records[-1]["type"], "end", path)
             self.assertGreater(sum(record["type"] == "sample" for record in records), 60, path)
 
-    def test_each_is_labelled_with_the_file_beside_it_that_was_played(self):
+    def test_each_is_labelled_with_the_file_that_was_played(self):
         for path in walks():
             header, _ = read_trace(path)
             self.assertIn(header["source"], ("scenario", "lab"), path)
             played = re.search(r"played from (\S+)$", header["label"])
             self.assertTrue(played, path)
-            self.assertTrue(os.path.exists(os.path.join(WALKS, played[1])), path)
+            self.assertTrue(any(os.path.exists(os.path.join(folder, played[1]))
+                                for folder in (WALKS, SOURCE)), path)
 
     def test_each_scenario_can_be_played_and_was_recorded(self):
         simulator = os.path.join(os.environ["CORVID_BUILD"], "bin", "corvid-sim")
@@ -63,6 +64,8 @@ class WalksTest(FilesTest):
         # The link breaks on the way, not only at the end.
         broken = [n for n, sta in enumerate(stairs) if sta is None]
         self.assertTrue(any(any(stairs[:n]) and any(stairs[n:]) for n in broken))
+        lab = stations("lab.jsonl")
+        self.assertEqual({sta["frequency_mhz"] for sta in lab if sta}, {5180, 5240})
         roam = stations("roam.jsonl")
         bands = [sta["frequency_mhz"] < 5000 for sta in roam if sta]
         changes = [n for n in range(1, len(bands)) if bands[n] != bands[n - 1]]

@@ -117,6 +117,9 @@ class _Play:
         width = fields.get("WIDTH", "").removesuffix(" MHz")
         self._link.poll(frequency, rssi, WIDTHS.get(width))
 
+    def _netlink(self, _number, record, text):
+        return "netlink", {"text": text, "answer": record["answer"]}
+
     def _atom(self, _number, record, _text):
         return "atom", {"atomId": record["atom"]["atomId"], "values": record["atom"]["values"]}
 
