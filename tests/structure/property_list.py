@@ -49,9 +49,9 @@ def shown_default(entry):
 
 _BEFORE_TABLE = """# System properties
 
-Everything tunable is one of these. `setprop` on the device, or `property` in the lab, sets one, and
-it is kept over a reboot. A value that does not parse counts as one that is not set. Apart from its
-type no value is checked: the driver is sent what the property says.
+These are the daemon's tunable values. `setprop` on the device, or `property` in the lab, sets one; it
+survives a reboot. A value that does not parse counts as not set. Only the type is checked: the driver
+is sent any value of that type.
 
 | type | values |
 |---|---|
@@ -59,17 +59,17 @@ type no value is checked: the driver is sent what the property says.
 | int | -2147483648 to 2147483647, also hexadecimal: `0x1F` |
 | uint | 0 to 4294967295, also hexadecimal |
 
-The daemon also takes `TRUE` or `True` for true, and white space before a number. The device's init
-is stricter: it refuses to set what does not fit the type in `device/sepolicy/property_contexts`.
+The daemon also accepts other cases (`TRUE`), and white space before a number. The device's init is
+stricter: it refuses a value that does not fit the type in `device/sepolicy/property_contexts`.
 
-| a change takes effect | when |
+| "takes effect" | a change takes effect |
 |---|---|
-| restart | at the daemon's next start |
-| first use | at once, if the daemon has not used it yet; else at its next start |
-| at once | when the property is used next |
-| both | when it is used next, if the feature was on at the daemon's start |
+| restart | when the daemon starts next |
+| first use | at once, if the daemon has not used the property yet; else when it starts next |
+| at once | at the next use |
+| both | at the next use, if the feature was on when the daemon started; else when it starts next |
 
-This page and `device/sepolicy/property_contexts` are made of `config/CorvidWifiProperties.h`, by
+This page and `device/sepolicy/property_contexts` are generated from `config/CorvidWifiProperties.h` by
 `tests/structure/check_properties.py . --write`.
 
 | property | type | default | takes effect | meaning |

@@ -43,7 +43,7 @@ inline int runningThreads() {
     return countEntries("/proc/self/task");
 }
 
-/** For as long as it lives, the process can open `spare` more descriptors and then no other. */
+/** While it lives, the process can open `spare` more descriptors and no more. */
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(int spare) {

@@ -11,9 +11,9 @@
 namespace test {
 
 /**
- * A fresh folder that stands for the device's "/" for as long as this object lives, with the
- * folders in it that a running device has. To be made, and to go, while no other thread runs: it
- * changes the environment.
+ * A temporary folder that stands for the device's "/" while this object lives, with the folders of
+ * a running device. Construct and destroy it while no other thread runs: it changes the
+ * environment.
  */
 class DeviceRoot {
   public:

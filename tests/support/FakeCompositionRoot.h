@@ -9,7 +9,7 @@
 
 namespace test {
 
-/** A composition root whose managers the test sets, and which keeps the tasks that are noted. */
+/** A composition root whose managers the test sets. It records the noted tasks. */
 class FakeCompositionRoot final : public Ursa::OS::Wifi::CompositionRoot {
   public:
     void mapTaskToPid(const std::string& task, int pid) override {
@@ -17,7 +17,7 @@ class FakeCompositionRoot final : public Ursa::OS::Wifi::CompositionRoot {
         tasks_[task] = pid;
     }
 
-    /** What was noted so far: task to thread id. Any thread. */
+    /** The tasks noted so far, with their thread ids. Any thread. */
     std::map<std::string, int> tasks() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return tasks_;
@@ -28,7 +28,7 @@ class FakeCompositionRoot final : public Ursa::OS::Wifi::CompositionRoot {
     std::shared_ptr<Ursa::OS::Wifi::P2pManager> p2pManager() const override { return p2p; }
     std::shared_ptr<Ursa::OS::Wifi::CoexManager> coexManager() const override { return coex; }
 
-    // To be set before the managers that look them up exist. Null: switched off.
+    // Set them before you create the managers that look them up. Null: switched off.
     std::shared_ptr<Ursa::OS::Wifi::StaManager> sta;
     std::shared_ptr<Ursa::OS::Wifi::P2pManager> p2p;
     std::shared_ptr<Ursa::OS::Wifi::CoexManager> coex;

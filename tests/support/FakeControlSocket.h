@@ -17,8 +17,8 @@
 namespace test {
 
 /**
- * The simulated supplicant with one control socket, on a thread of its own. It answers as the test
- * says, and keeps the commands. Any thread may call its functions.
+ * A simulated supplicant with one control socket, on a thread of its own. The test sets its
+ * answers; it records the commands. Any thread.
  */
 class FakeControlSocket {
   public:
@@ -31,7 +31,7 @@ class FakeControlSocket {
     /** The reply to a command, or nothing to leave it unanswered. Runs on the socket's thread. */
     using Answer = std::function<std::optional<std::string>(const std::string& command)>;
 
-    /** Listens at `path`, in the place of whatever file is there. Commands are answered "OK\n". */
+    /** Listens at `path`, replacing a file there. Commands are answered "OK\n". */
     explicit FakeControlSocket(const std::string& path);
 
     /** Stops listening and removes the file, unless crash() came first. */
@@ -40,17 +40,17 @@ class FakeControlSocket {
     FakeControlSocket(const FakeControlSocket&) = delete;
     FakeControlSocket& operator=(const FakeControlSocket&) = delete;
 
-    /** Goes away like a killed process: nobody listens any more, the file stays. Once. */
+    /** Like a killed process: nobody listens any more, but the file stays. Once. */
     void crash();
 
-    /** From now on. */
+    // These apply from now on.
     void answerAttach(Attach how);
     void ignoreDetach();  ///< no reply
     void answerCommands(Answer answer);
 
     /**
-     * From now on, a command for which this is true resets the connection that it came on: its
-     * sender's request fails at once instead of waiting for a reply. Runs on the socket's thread.
+     * A command for which `which` returns true resets its connection: the sender's request fails at
+     * once instead of waiting for a reply. `which` runs on the socket's thread.
      */
     void resetOnCommands(std::function<bool(const std::string& command)> which);
 
@@ -66,7 +66,7 @@ class FakeControlSocket {
 
     /** Every command so far, in order; ATTACH and DETACH are not among them. */
     std::vector<std::string> commands() const;
-    /** For a long run, in which they would add up. */
+    /** Frees their memory in a long run. */
     void forgetCommands();
 
     /** How many peers are attached now. */
@@ -75,7 +75,7 @@ class FakeControlSocket {
     size_t attachRequests() const;
     size_t detachRequests() const;
 
-    /** These wait until it is so, and return false after half a minute. */
+    // These wait, at most 30 s, and return whether it came true.
     bool waitForAttached(size_t count) const;
     bool waitForCommand(const std::string& command) const;
 

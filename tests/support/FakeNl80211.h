@@ -18,14 +18,14 @@
 namespace test {
 
 /**
- * The simulated kernel side of nl80211 on a thread of its own, met by a program with the nl80211
- * redirect library in it when CORVID_WIFI_ROOT names `root`. It keeps every request but those for
- * the family's number, and answers with bytes made by hand, so that a test of a netlink client does
- * not depend on the library that both use. Any thread may call its functions.
+ * A simulated kernel side of nl80211, on a thread of its own, for a program with the nl80211
+ * redirect library and CORVID_WIFI_ROOT set to `root`. It records every request except those for
+ * the family's number. Tests build its answers byte by byte, so that they do not depend on the
+ * netlink library that the client uses. Any thread.
  */
 class FakeNl80211 {
   public:
-    /** What happens on a request: these packets are sent, then the connection is closed or not. */
+    /** The packets that answer a request, and whether the connection is closed after them. */
     struct Answer {
         std::vector<Bytes> packets;
         bool hangUp = false;
@@ -38,8 +38,8 @@ class FakeNl80211 {
     static constexpr uint16_t kFamily = 0x1c;
 
     /**
-     * Listens on `root`/dev/nl80211, whose folder it creates. Until the test says otherwise, dumps
-     * are empty and everything else succeeds.
+     * Listens on `root`/dev/nl80211, whose folder it creates. By default dumps are empty and
+     * everything else succeeds.
      */
     explicit FakeNl80211(const std::string& root);
     ~FakeNl80211();

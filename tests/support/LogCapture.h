@@ -8,8 +8,8 @@
 namespace test {
 
 /**
- * Collects what the process logs through liblog, of every level, for as long as it lives; nothing
- * is printed meanwhile. One can live at a time. Any thread may log, and any thread may ask.
+ * While it lives, collects everything that the process logs through liblog, at every level, instead
+ * of printing it. At most one at a time. Thread-safe.
  */
 class LogCapture {
   public:

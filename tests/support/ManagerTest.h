@@ -20,14 +20,15 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * A client that is connected to a scripted supplicant and in front of a scripted kernel, all of it
- * on real sockets in a device root of the test's own. A test makes its managers from `client_`, and
- * lets them go before it ends (a local or a member of the test class does).
+ * A client connected to a scripted supplicant and a scripted kernel, over real sockets in the
+ * test's own device root. A test constructs its managers from `client_` as locals or members, so
+ * that they are destroyed before this fixture.
  *
  *     TEST_F(ManagerTest, Name) {
  *         root_.setProperty("persist.vendor.wifi.txpower.dbm.upper", "18");
  *         composition_->sta = std::make_shared<StaManager>(client_, std::chrono::milliseconds(1));
  *         TxPowerManager manager(client_);
+ *         sta_.answer("SIGNAL_POLL", "RSSI=-60\nFREQUENCY=5180\n");
  *         sta_.fail("DRIVER SET_TXPOWER 9");
  *         deliver(NetInterfaceType::STA, "CTRL-EVENT-CONNECTED - Connection to ...");
  *         EXPECT_TRUE(sta_.waitForCommands("DRIVER SET_TXPOWER", 1));
@@ -38,20 +39,20 @@ namespace Ursa::OS::Wifi {
  */
 class ManagerTest : public testing::Test {
   protected:
-    /** Connects the STA socket; what is logged until then is forgotten. */
+    /** Connects the STA socket, then clears the log. */
     ManagerTest();
-    /** Lets the composition root's managers go, as the real root does. */
+    /** Destroys the composition root's managers in the real root's order. */
     ~ManagerTest() override;
 
-    /** Connects the P2P socket, p2p-wlan0-0, too. */
+    /** Also connects the P2P socket, p2p-wlan0-0. */
     void startP2p();
 
-    /** The supplicant has crashed and come back: waits until the client is connected again. */
+    /** Crashes and restarts the supplicant, and waits until the client is connected again. */
     void restart(test::ScriptedSupplicant& supplicant);
 
     /**
-     * Sends an event (without its tag) and waits until every subscriber that there is now has
-     * handled it. "CTRL-EVENT-TERMINATING " is the loss of the socket. Fails the test otherwise.
+     * Sends an event (without its tag) and waits until all present subscribers have handled it;
+     * fails the test if they do not. "CTRL-EVENT-TERMINATING " closes the connection.
      */
     void deliver(NetInterfaceType type, const std::string& event);
 

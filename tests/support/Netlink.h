@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-// Netlink messages as bytes, put together and taken apart by hand, so that a test of a netlink
-// client does not depend on the library that the client uses.
+// Builds and parses netlink messages byte by byte, so that a test of a netlink client does not
+// depend on the library that the client uses.
 
 namespace test {
 

@@ -6,10 +6,7 @@
 
 namespace test {
 
-/**
- * For as long as it lives, no thread can be started: the stack that each would get by default does
- * not fit into the address space.
- */
+/** While it lives, starting a thread fails: the default stack size exceeds the address space. */
 class NoNewThreads {
   public:
     NoNewThreads() {

@@ -12,8 +12,8 @@ namespace test {
 
 /**
  * A program that a test runs, with pipes as its standard input, output and error, and without the
- * signals that this process blocks or SIGPIPE ignored. Killed by the destructor if it still runs.
- * No method waits longer than kPatience, which only a test that has failed reaches. One thread.
+ * signals that this process blocks or SIGPIPE ignored. The destructor kills it if it still runs. No
+ * method waits longer than kPatience, which is reached only if the test fails. One thread.
  */
 class Program {
   public:

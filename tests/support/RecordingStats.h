@@ -11,8 +11,8 @@
 namespace test {
 
 /**
- * A statistics service in the test's own process, which keeps what is reported. It is looked up
- * like the real one once startRecordingStats() has registered it. Any thread.
+ * A statistics service in the test's process that records the reports. startRecordingStats()
+ * registers it, after which it is found like the real one. Any thread.
  */
 class RecordingStats : public android::frameworks::stats::V1_0::IStats {
   public:
@@ -37,7 +37,7 @@ class RecordingStats : public android::frameworks::stats::V1_0::IStats {
     std::vector<VendorAtom> atoms_;
 };
 
-/** Registers one as "default" in the current device root; there it stays for good. */
+/** Registers one as "default" in the current device root, for the process's lifetime. */
 android::sp<RecordingStats> startRecordingStats();
 
 }  // namespace test

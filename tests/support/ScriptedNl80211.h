@@ -8,8 +8,8 @@
 namespace test {
 
 /**
- * The simulated kernel with the interfaces and the station that the test says; at first there is
- * wlan0, and no station. Vendor commands and frames succeed unless refused. Any thread.
+ * A simulated kernel with the interfaces and the station that the test sets; at first wlan0 and no
+ * station. Vendor commands and frames succeed unless refused. Any thread.
  */
 class ScriptedNl80211 {
   public:

@@ -14,39 +14,38 @@
 namespace test {
 
 /**
- * A supplicant on one control socket that answers by a script. The script outlives a crash. A
- * command that the script does not name is answered "OK\n". Any thread, but for crash() and
- * restart().
+ * A supplicant on one control socket with scripted answers, which survive a crash. Any other
+ * command is answered "OK\n". Any thread, except crash() and restart().
  */
 class ScriptedSupplicant {
   public:
-    /** Nothing: the send fails. */
+    /** std::nullopt: the send fails. */
     using Reply = std::optional<std::string>;
 
     explicit ScriptedSupplicant(std::string path);
 
-    /** From now on. `command` is the whole text of the command. */
+    /** Sets the reply from now on. `command` is the complete text of the command. */
     void answer(const std::string& command, const std::string& reply);
-    /** Sends of such a command fail from now on, at once. */
+    /** Makes sends of this command fail at once from now on. */
     void fail(const std::string& command);
-    /** The next ones are answered like this, in order (nothing: fails), the others as before. */
+    /** The next such commands get these replies, in order; later ones are answered as before. */
     void answerInTurn(const std::string& command, const std::vector<Reply>& replies);
-    /** Every command fails from now on, or is answered again. */
+    /** Makes every command fail from now on, or be answered again. */
     void failAll(bool fail);
 
-    /** Sends an event to the attached: `event` begins with its name, the tag is put before it. */
+    /** Sends an event to the attached monitors. `event` is without its tag. */
     void sendEvent(const std::string& event);
 
-    /** The commands so far, in order, from before a restart too; those with the prefix only. */
+    /** The commands so far that begin with `prefix`, in order, also those before a restart. */
     std::vector<std::string> commands(const std::string& prefix = "") const;
-    /** For a long run, in which they would add up. */
+    /** Frees their memory in a long run. */
     void forgetCommands();
-    /** Waits until there are at least `count` such commands. Returns false after half a minute. */
+    /** Waits for at least `count` such commands. Returns false after 30 s. */
     bool waitForCommands(const std::string& prefix, size_t count) const;
 
-    /** Its process is killed: every send fails, the file stays. */
+    /** Like a killed process: every send fails, but the file stays. */
     void crash();
-    /** Makes the file anew and listens on it, after a crash() or in the place of a crash. */
+    /** Replaces the file and listens on it, with or without a crash() before. */
     void restart();
 
     FakeControlSocket& socket() { return *socket_; }

@@ -5,7 +5,7 @@
 
 namespace test {
 
-/** Waits, at most half a minute, until it is so; returns whether it is. */
+/** Waits, at most 30 s, until `condition` returns true. Returns whether it did. */
 template <typename Condition>
 bool waitUntil(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
