@@ -122,6 +122,7 @@ def _add_runs(data, sweep, most):
         if row.get("result"):
             path = os.path.join(sweep.folder, row["result"])
             timeline = load_timeline(path)
+            timeline.label = ""  # the settings, which stand beside it
             runs[row_id] = len(runs)
             data.add(Result(path, names[row["trace"]], timeline), row["measures"],
                      row["settings"])

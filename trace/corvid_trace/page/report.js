@@ -369,16 +369,26 @@
     });
   }
 
+  /** The power of the group while there is one: [t, 1, dBm], null at its end. */
+  function groupChanges(run) {
+    const accepted = run.groupPower.filter((change) => change[3]);
+    return run.group.flatMap(([from, to]) => {
+      const first = inForce(accepted, from);
+      const inside = accepted.filter((change) => change[0] > from && change[0] < to);
+      return [
+        [from, 1, first ? first[1] : null],
+        ...inside.map((change) => [change[0], 1, change[1]]),
+        [to, 1, null],
+      ];
+    });
+  }
+
   /** Power as sent, the station's filled with its step's colour. */
   function powerChart(view, withTimes) {
     const run = view.run;
     const accepted = run.power.filter((change) => change[3]);
-    const ofGroup = run.groupPower.filter((change) => change[3]);
-    const changes = [
-      ...accepted.map((change) => [change[0], 0, change[1]]),
-      ...ofGroup.map((change) => [change[0], 1, change[1]]),
-      ...run.group.map((stretch) => [stretch[1], 1, null]),
-    ].sort((a, b) => a[0] - b[0]);
+    const changes = accepted.map((change) => [change[0], 0, change[1]])
+      .concat(groupChanges(run)).sort((a, b) => a[0] - b[0]);
     const most = Math.max(20, ...run.power.concat(run.groupPower).map((change) => change[1]));
     const P2P = {strokePattern: [6, 4], strokeWidth: 2};
     const panel = makePanel(view, "power");
@@ -677,7 +687,9 @@
         words.push("power " + power[1] + " dBm" + step);
       }
       const group = inForce(run.groupPower, t, (change) => change[3]);
-      if (group) words.push("P2P power " + group[1] + " dBm");
+      if (group && run.group.some((stretch) => stretch[0] <= t && t < stretch[1])) {
+        words.push("P2P power " + group[1] + " dBm");
+      }
       const chains = inForce(run.chains, t);
       if (chains) {
         const limits = chains.slice(1).map((limit) => (limit === null ? "-" : limit));
