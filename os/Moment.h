@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace Ursa::OS {
+
+/** A point in time by both clocks: the wall clock may have been set since. */
+struct Moment {
+    int64_t monotonicNs = 0;  ///< 0: never
+    int64_t wallMs = 0;       ///< since the epoch
+
+    static int64_t monotonicNow() {
+        timespec time;
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
+    }
+
+    /** Now, at a monotonic time that the caller has just read. The wall clock's is a few ms old. */
+    static Moment at(int64_t monotonicNs) {
+        timespec time;
+        clock_gettime(CLOCK_REALTIME_COARSE, &time);
+        return {monotonicNs, time.tv_sec * INT64_C(1000) + time.tv_nsec / 1'000'000};
+    }
+    static Moment now() { return at(monotonicNow()); }
+
+    explicit operator bool() const { return monotonicNs != 0; }
+};
+
+}  // namespace Ursa::OS

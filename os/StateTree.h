@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "os/Moment.h"
+
+namespace Ursa::OS {
+
+/**
+ * A state to be shown: a value, a list, or named parts in their order. Written as JSON, or as
+ * indented text for people. Texts from outside may hold anything: JSON escapes them and replaces
+ * what is not UTF-8, the text form replaces control characters. One thread at a time.
+ */
+class StateTree {
+  public:
+    /** Nothing: null, in the text "-". */
+    StateTree() = default;
+    StateTree(bool value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+    StateTree(std::string value) : value_(std::move(value)) {}         // NOLINT
+    StateTree(std::string_view value) : value_(std::string(value)) {}  // NOLINT
+    StateTree(const char* value) : value_(std::string(value)) {}       // NOLINT
+    /** In JSON ages by both clocks, in the text how long ago and the time of day; or nothing. */
+    StateTree(const Moment& moment) {  // NOLINT(google-explicit-constructor)
+        if (moment) {
+            value_ = moment;
+        }
+    }
+    template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>, typename = void>
+    StateTree(T value) : value_(static_cast<int64_t>(value)) {}  // NOLINT
+    template <typename T>
+    StateTree(const std::optional<T>& value) {  // NOLINT(google-explicit-constructor)
+        if (value) {
+            *this = StateTree(*value);
+        }
+    }
+
+    static StateTree list() { return StateTree(Elements{}); }
+    static StateTree parts() { return StateTree(Parts{}); }
+
+    /** Only on parts(). Returns the part, for its own parts; valid until the next one is added. */
+    StateTree& set(std::string_view name, StateTree value);
+    /** Only on list(). */
+    StateTree& add(StateTree value);
+
+    bool isNothing() const { return std::holds_alternative<std::monostate>(value_); }
+
+    /** In the text form this line stands for all of it. */
+    StateTree& asLine(std::string line) {
+        line_ = std::move(line);
+        return *this;
+    }
+
+    /** One line without its end. */
+    std::string json() const;
+    /** Lines, each ended; deeper parts are indented. */
+    std::string text() const;
+
+  private:
+    using Elements = std::vector<StateTree>;
+    using Parts = std::vector<std::pair<std::string, StateTree>>;
+
+    explicit StateTree(Elements elements) : value_(std::move(elements)) {}
+    explicit StateTree(Parts parts) : value_(std::move(parts)) {}
+
+    void writeJson_(std::string& out, const Moment& now) const;
+    /** Behind "name:", on the same line if it is short, else on lines of its own. */
+    void writeText_(std::string& out, size_t indent, const Moment& now) const;
+    std::string shortText_(const Moment& now) const;
+    bool isShort_() const;
+
+    std::variant<std::monostate, bool, int64_t, std::string, Moment, Elements, Parts> value_;
+    std::string line_;
+};
+
+/** A number of which -1 means that it is not known. */
+inline StateTree knownOrNothing(int64_t value) {
+    return value == -1 ? StateTree() : StateTree(value);
+}
+
+/** "0.4 ms", "4.2 s", "3 min": a duration for people, of nanoseconds. */
+std::string durationText(int64_t ns);
+/** "4.2 s ago (07:03:22.123)", or "never". The time of day is UTC. */
+std::string momentText(const Moment& moment, const Moment& now = Moment::now());
+/** Control characters replaced by blanks, and newlines by " / ": fit for one line. */
+std::string oneLine(std::string_view text);
+
+}  // namespace Ursa::OS
