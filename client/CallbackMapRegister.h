@@ -23,10 +23,10 @@ class CallbackMapRegister {
      * map is logged as an error; handle() is then -1 and the handler never runs.
      */
     CallbackMapRegister(std::shared_ptr<CallbackMap<T>> map,
-                        std::shared_ptr<CorvidWifiClient> client, std::string task,
+                        std::shared_ptr<CorvidWifiClient> client, const std::string& task,
                         std::function<void(T)> handler)
         : map_(std::move(map)),
-          function_(taskHandler<T>(std::move(client), std::move(task), std::move(handler))),
+          function_(taskHandler<T>(std::move(client), task, Task::Kind::Other, std::move(handler))),
           handle_(map_->registerCallback(function_)) {
         if (handle_ == -1) {
             WIFI_LOGE("register CallbackMap failed");

@@ -56,8 +56,8 @@ bool ControlChannel::hasUnread() const {
 }
 
 RequestResult ControlChannel::request(std::string_view command, std::string& reply,
-                                      std::chrono::milliseconds timeout) {
-    const Clock::time_point start = Clock::now();
+                                      std::chrono::milliseconds timeout,
+                                      std::chrono::steady_clock::time_point start) {
     if (!send_(command, start + timeout / 2)) {
         return RequestResult::NotSent;
     }
@@ -123,7 +123,8 @@ void CommandChannel::close() {
     isOpen_ = false;
 }
 
-RequestResult CommandChannel::request(std::string_view command, std::string& reply) {
+RequestResult CommandChannel::request(std::string_view command, std::string& reply,
+                                      std::chrono::steady_clock::time_point start) {
     // A message that is there before the command is sent is not its reply, and more may follow.
     if (channel_.isOpen() && channel_.hasUnread()) {
         channel_.close();
@@ -131,7 +132,7 @@ RequestResult CommandChannel::request(std::string_view command, std::string& rep
     if (!channel_.isOpen() && !connect_()) {
         return RequestResult::NotSent;
     }
-    const RequestResult result = channel_.request(command, reply, timeout_);
+    const RequestResult result = channel_.request(command, reply, timeout_, start);
     if (result == RequestResult::TimedOut || result == RequestResult::Failed) {
         channel_.close();  // a late reply then goes to an address that is gone
     }

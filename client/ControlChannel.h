@@ -52,8 +52,9 @@ class ControlChannel {
      * waiting for room in the supplicant's receive queue. The reply is the first message that is
      * not an event ("<..." or "IFNAME=..."). Changes `reply` on success only.
      */
-    RequestResult request(std::string_view command, std::string& reply,
-                          std::chrono::milliseconds timeout);
+    RequestResult request(
+        std::string_view command, std::string& reply, std::chrono::milliseconds timeout,
+        std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now());
 
     /** Sends without waiting for room in the supplicant's queue or for a reply. Ignores failure. */
     void sendOnly(std::string_view command);
@@ -90,7 +91,9 @@ class CommandChannel {
     bool isOpen() const { return isOpen_; }
 
     /** See ControlChannel::request. NotSent also if a new connection cannot be opened. */
-    RequestResult request(std::string_view command, std::string& reply);
+    RequestResult request(
+        std::string_view command, std::string& reply,
+        std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now());
 
   private:
     bool connect_();

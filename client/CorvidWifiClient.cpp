@@ -1,13 +1,26 @@
 #include "client/CorvidWifiClient.h"
 
-#include <unistd.h>
+#include <array>
+#include <cstdio>
+#include <utility>
 
 #include "os/Log.h"
 
 namespace Ursa::OS::Wifi {
 
+namespace {
+
+/** "vendor 0x001018/2 P2P_SET_NOA 255 0 50" */
+std::string vendorText(const Nl80211VendorCmdInfo& info) {
+    std::array<char, 40> number;
+    snprintf(number.data(), number.size(), "vendor 0x%06x/%u", info.vendorId, info.subcmd);
+    return info.command.empty() ? number.data() : number.data() + (" " + info.command);
+}
+
+}  // namespace
+
 CorvidWifiClient::CorvidWifiClient(const std::string& socketDirectory)
-    : wpaClient_(socketDirectory) {}
+    : wpaClient_(history_, socketDirectory) {}
 
 int CorvidWifiClient::registerWpaCallback(WifiClientCallbackType type,
                                           std::function<void(const std::string&)>& callback,
@@ -32,7 +45,43 @@ bool CorvidWifiClient::sendWpaCtrlCmd(const std::string& cmd, std::string& reply
 bool CorvidWifiClient::sendGenericNlCmd(Nl80211GenericCmdInfo& info) {
     RecursiveMutexLock lock(netlinkLock_);
     info.ifname = nl80211Client_.getNetInterfaceName(info.interfaceType);
-    return info.ifname != nullptr && nl80211Client_.sendGenericCommand(info) == 0;
+    return info.ifname != nullptr && sendNetlink_(info, "command " + std::to_string(info.cmd),
+                                                  &Nl80211Client::sendGenericCommand);
+}
+
+template <typename Info>
+bool CorvidWifiClient::sendNetlink_(const Info& info, const std::string& text,
+                                    int (Nl80211Client::*send)(const Info&)) {
+    const int64_t startNs = Moment::monotonicNow();
+    const bool sent = (nl80211Client_.*send)(info) == 0;
+    history_.addCommand(HistoryKind::Netlink, info.interfaceType, text,
+                        sent ? CommandOutcome::Answered : CommandOutcome::Failed,
+                        sent ? "" : nl80211Client_.stats().lastFailure(), startNs,
+                        Moment::monotonicNow());
+    return sent;
+}
+
+StateTree CorvidWifiClient::describeSockets() {
+    StateTree state = StateTree::parts();
+    state.set("directory", wpaClient_.directory());
+    StateTree& sockets = state.set("sockets", StateTree::list());
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        sockets.add(wpaClient_.describe(type));
+    }
+    return state;
+}
+
+StateTree CorvidWifiClient::describePending() {
+    StateTree pending = StateTree::list();
+    for (const NetInterfaceType type : {NetInterfaceType::STA, NetInterfaceType::P2P}) {
+        if (StateTree command = wpaClient_.describePending(type); !command.isNothing()) {
+            pending.add(std::move(command));
+        }
+    }
+    if (StateTree exchange = nl80211Client_.stats().describePending(); !exchange.isNothing()) {
+        pending.add(std::move(exchange));
+    }
+    return pending;
 }
 
 bool CorvidWifiClient::sendVendorNlCmd(Nl80211VendorCmdInfo& info) {
@@ -43,7 +92,7 @@ bool CorvidWifiClient::sendVendorNlCmd(Nl80211VendorCmdInfo& info) {
                   info.command.c_str());
         return false;
     }
-    if (nl80211Client_.sendVendorCommand(info) != 0) {
+    if (!sendNetlink_(info, vendorText(info), &Nl80211Client::sendVendorCommand)) {
         WIFI_LOGE("Failed to send vendor command to driver.");
         return false;
     }
@@ -65,7 +114,7 @@ CompositionRoot* CorvidWifiClient::compositionRoot() {
 void CorvidWifiClient::recordTask(const std::string& task) {
     MutexLock lock(rootMutex_);
     if (root_ != nullptr) {
-        root_->mapTaskToPid(task, gettid());
+        root_->mapTaskToPid(task, currentThread());
     }
 }
 

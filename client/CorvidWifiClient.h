@@ -4,11 +4,13 @@
 #include <string>
 
 #include "client/CompositionRoot.h"
+#include "client/History.h"
 #include "client/NetInterfaceType.h"
 #include "client/Nl80211Client.h"
 #include "client/WifiClientCallbackType.h"
 #include "client/WpaClient.h"
 #include "os/Mutex.h"
+#include "os/StateTree.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -54,6 +56,14 @@ class CorvidWifiClient {
     /** For interface names and the station's bandwidth. These queries do not take netlinkLock_. */
     Nl80211Client* getNl80211Client() { return &nl80211Client_; }
 
+    // For reports: none of these waits for a command or an exchange.
+    const History& history() const { return history_; }
+    /** The supplicant's sockets. */
+    StateTree describeSockets();
+    StateTree describeNetlink() const { return nl80211Client_.stats().describe(); }
+    /** What is under way to the supplicant or the kernel: a list of COMMANDs. */
+    StateTree describePending();
+
     /** Not owned. The root sets itself before it creates managers, and null in its destructor. */
     void setCompositionRoot(CompositionRoot* root) EXCLUDES(rootMutex_);
     CompositionRoot* compositionRoot() EXCLUDES(rootMutex_);
@@ -65,6 +75,12 @@ class CorvidWifiClient {
     void recordTask(const std::string& task) EXCLUDES(rootMutex_);
 
   private:
+    /** Sends `info` by `send`, and notes it in the history. */
+    template <typename Info>
+    bool sendNetlink_(const Info& info, const std::string& text,
+                      int (Nl80211Client::*send)(const Info&));
+
+    History history_;
     RecursiveMutex supplicantLock_;
     RecursiveMutex netlinkLock_;
     WpaClient wpaClient_;

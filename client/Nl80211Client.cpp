@@ -353,27 +353,41 @@ struct Nl80211Client::Request {
     NetlinkSocket socket;
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
-    int family = 0;  ///< as resolveFamily_ returns it
+    int family = 0;     ///< as resolveFamily_ returns it
+    int status = -EIO;  ///< once it was sent, what came of it: 0 or a negative errno
 };
 
 // The operations
 
 int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info) {
     const MutexLock lock(mutex_);
+    return noted_("command " + std::to_string(info.cmd), [&](Request& request) {
+        if (initState_(request) != 0 || constructGenericMsg_(request, info) != 0) {
+            return -1;
+        }
+        return sendMsg_(request);
+    });
+}
+
+template <typename Operation>
+int Nl80211Client::noted_(const std::string& text, Operation operation) {
+    stats_.begin(text);
     Request request;
-    if (initState_(request) != 0 || constructGenericMsg_(request, info) != 0) {
-        return -1;
-    }
-    return sendMsg_(request);
+    const int result = operation(request);
+    stats_.end(result == 0 ? 0 : request.status, request.family);
+    return result;
 }
 
 int Nl80211Client::sendVendorCommand(const Nl80211VendorCmdInfo& info) {
     const MutexLock lock(mutex_);
-    Request request;
-    if (initState_(request) != 0 || constructVendorMsg_(request, info) != 0) {
-        return -1;
-    }
-    return sendMsg_(request);
+    const std::string text =
+        "vendor command " + std::to_string(info.subcmd) + (info.command.empty() ? "" : " ");
+    return noted_(text + info.command, [&](Request& request) {
+        if (initState_(request) != 0 || constructVendorMsg_(request, info) != 0) {
+            return -1;
+        }
+        return sendMsg_(request);
+    });
 }
 
 const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
@@ -386,19 +400,21 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
         return slot.name.c_str();
     }
 
-    Request request;
-    if (initState_(request) != 0) {
-        return nullptr;
-    }
-    request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_INTERFACE);
-    if (request.message == nullptr) {
-        return nullptr;
-    }
     FoundInterface found = {slot.prefix, {}};
-    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &found);
-    const int result = sendMsg_(request);
+    const int result = noted_("interfaces", [&](Request& request) {
+        if (initState_(request) != 0) {
+            return -1;
+        }
+        request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_INTERFACE);
+        if (request.message == nullptr) {
+            return -1;
+        }
+        nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, findIfaceHandler, &found);
+        return sendMsg_(request);
+    });
     if (!found.name.empty()) {
         slot.name = found.name;
+        stats_.setName(type, slot.name);
     }
     // A P2P name stays in its slot when its interface has gone (see the header).
     if (result != 0 || slot.name.empty()) {
@@ -420,24 +436,23 @@ int Nl80211Client::getStaBandwidth() {
     }
 
     const MutexLock lock(mutex_);
-    Request request;
-    if (initState_(request) != 0) {
-        return 0;
-    }
-    request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_STATION);
-    if (request.message == nullptr) {
-        return 0;
-    }
-    if (nla_put_u32(request.message.get(), NL80211_ATTR_IFINDEX, if_nametoindex(ifname)) < 0) {
-        WIFI_LOGE("Failed to add interface index to message");
-        return 0;
-    }
     StationResult result;
-    nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, stationHandler, &result);
-    if (sendMsg_(request) != 0 || result.error != 0) {
-        return 0;
-    }
-    return result.bandwidth;
+    const int sent = noted_("stations", [&](Request& request) {
+        if (initState_(request) != 0) {
+            return -1;
+        }
+        request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_STATION);
+        if (request.message == nullptr) {
+            return -1;
+        }
+        if (nla_put_u32(request.message.get(), NL80211_ATTR_IFINDEX, if_nametoindex(ifname)) < 0) {
+            WIFI_LOGE("Failed to add interface index to message");
+            return -1;
+        }
+        nl_cb_set(request.callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, stationHandler, &result);
+        return sendMsg_(request);
+    });
+    return sent == 0 && result.error == 0 ? result.bandwidth : 0;
 }
 
 // Connection
@@ -554,6 +569,7 @@ int Nl80211Client::sendMsg_(Request& request) const {
     }
 
     request.message.reset();
+    request.status = exchange.status;
     return exchange.status == 0 ? 0 : -1;
 }
 

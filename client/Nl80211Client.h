@@ -6,6 +6,7 @@
 
 #include "client/InterfaceNames.h"
 #include "client/NetInterfaceType.h"
+#include "client/NetlinkStats.h"
 #include "client/Nl80211Types.h"
 #include "os/Mutex.h"
 
@@ -57,6 +58,9 @@ class Nl80211Client {
      */
     int getStaBandwidth() EXCLUDES(mutex_);
 
+    /** Does not wait for an exchange. */
+    const NetlinkStats& stats() const { return stats_; }
+
   private:
     /** One operation's socket, callbacks and message. */
     struct Request;
@@ -75,6 +79,10 @@ class Nl80211Client {
     static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
     int sendMsg_(Request& request) const;
 
+    /** Runs an operation on a fresh request, and notes it as `text`. Returns its result. */
+    template <typename Operation>
+    int noted_(const std::string& text, Operation operation) REQUIRES(mutex_);
+
     // libnl's callbacks, one for each kind of answer; they run inside sendMsg_. They return NL_SKIP
     // (go on to the next message) or NL_STOP (drop the rest of this packet).
     static int sequenceHandler(nl_msg* message, void* arg);
@@ -87,6 +95,7 @@ class Nl80211Client {
     static int stationHandler(nl_msg* message, void* arg);
 
     const std::chrono::milliseconds answerTimeout_;
+    NetlinkStats stats_;
     Mutex mutex_;
 
     InterfaceNames names_ GUARDED_BY(mutex_);  ///< the P2P names that were returned

@@ -1,24 +1,33 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
+#include "client/Task.h"
 
 namespace Ursa::OS::Wifi {
 
 /**
  * Wraps `handler` so that each call first notes `task` ("TxPowerManager.onP2pStarted") and its
- * thread in the task map.
+ * thread in the task map, if that is another thread than last time, and runs in a TaskScope.
  */
 template <typename T>
-std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client, std::string task,
+std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client,
+                                   const std::string& task, Task::Kind kind,
                                    std::function<void(T)> handler) {
-    return [client = std::move(client), task = std::move(task),
+    return [client = std::move(client), task = &Task::named(task, kind),
+            lastThread = std::make_shared<std::atomic<int>>(0),
             handler = std::move(handler)](T value) {
-        client->recordTask(task);
+        const int thread = currentThread();
+        if (lastThread->load(std::memory_order_relaxed) != thread) {
+            client->recordTask(task->name());
+            lastThread->store(thread, std::memory_order_relaxed);
+        }
+        const TaskScope scope(*task);
         handler(value);
     };
 }

@@ -13,7 +13,8 @@ WifiClientCallback::WifiClientCallback(std::shared_ptr<CorvidWifiClient> client,
     : client_(std::move(client)) {
     for (const WifiClientCallbackItem& item : items) {
         auto function = std::make_unique<std::function<void(const std::string&)>>(
-            taskHandler<const std::string&>(client_, item.task, item.handler));
+            taskHandler<const std::string&>(client_, item.task, Task::Kind::Subscriber,
+                                            item.handler));
         const int handle = client_->registerWpaCallback(item.type, *function, item.interfaceType);
         if (handle == -1) {
             WIFI_LOGE("Failed to register callback type:%d socket type:%d",

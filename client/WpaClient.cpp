@@ -45,8 +45,11 @@ struct DirectoryCloser {
 
 const std::string& WpaClient::socketDirectory() { return kSocketDirectory; }
 
-WpaClient::WpaClient(std::string directory)
-    : directory_(std::move(directory)), poll_(std::make_shared<Poll>()), eventFd_(poll_) {
+WpaClient::WpaClient(History& history, std::string directory)
+    : history_(history),
+      directory_(std::move(directory)),
+      poll_(std::make_shared<Poll>()),
+      eventFd_(poll_) {
     eventFd_.open();
     startWpaSocketMonitor_();
     startListener_();
@@ -84,6 +87,16 @@ bool WpaClient::sendCtrlCmd(const std::string& cmd, std::string& reply, NetInter
     return socket != nullptr && socket->sendCtrlCmd(cmd, reply);
 }
 
+StateTree WpaClient::describe(NetInterfaceType ifType) {
+    const auto socket = findSocket_(ifType);
+    return socket == nullptr ? StateTree() : socket->stats().describe();
+}
+
+StateTree WpaClient::describePending(NetInterfaceType ifType) {
+    const auto socket = findSocket_(ifType);
+    return socket == nullptr ? StateTree() : socket->stats().describePending();
+}
+
 std::shared_ptr<WpaSocket> WpaClient::findSocket_(NetInterfaceType type) {
     MutexLock lock(socketsMutex_);
     const auto found = sockets_.find(type);
@@ -100,7 +113,7 @@ std::shared_ptr<WpaSocket> WpaClient::requireSocket_(NetInterfaceType type, cons
 }
 
 void WpaClient::addSocket_(NetInterfaceType type) {
-    const auto socket = WpaSocket::create(type, poll_, eventFd_);
+    const auto socket = WpaSocket::create(type, poll_, eventFd_, history_);
     {
         MutexLock lock(socketsMutex_);
         sockets_[type] = socket;

@@ -31,7 +31,7 @@ class WpaClient {
     static const std::string& socketDirectory();
 
     /** Starts the listener thread and connects to sockets that are there already. */
-    explicit WpaClient(std::string directory = socketDirectory());
+    explicit WpaClient(History& history, std::string directory = socketDirectory());
 
     /** Wakes and joins the listener thread. Waits for a running handler and its command. */
     ~WpaClient();
@@ -49,6 +49,12 @@ class WpaClient {
 
     /** See WpaSocket::sendCtrlCmd. An interface kind without a socket leaves `reply` as it is. */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType);
+
+    const std::string& directory() const { return directory_; }
+    /** Of one kind's socket; null for a kind without one. Does not wait for a command. */
+    StateTree describe(NetInterfaceType ifType);
+    /** The command of that socket that waits for its reply; null when there is none. */
+    StateTree describePending(NetInterfaceType ifType);
 
   private:
     friend class WpaClientTestPeer;
@@ -107,6 +113,7 @@ class WpaClient {
     /** As above; logs an error that names `caller` if null. */
     std::shared_ptr<WpaSocket> requireSocket_(NetInterfaceType type, const char* caller);
 
+    History& history_;
     const std::string directory_;
     std::thread listener_;
     std::atomic<bool> running_{false};

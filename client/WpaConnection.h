@@ -56,8 +56,9 @@ class WpaConnection {
     void expectEnd() { ending_ = true; }
 
     /** See CommandChannel::request. */
-    RequestResult request(std::string_view command, std::string& reply) {
-        return command_.request(command, reply);
+    RequestResult request(std::string_view command, std::string& reply,
+                          std::chrono::steady_clock::time_point start) {
+        return command_.request(command, reply, start);
     }
 
   private:

@@ -13,22 +13,25 @@
 namespace Ursa::OS::Wifi {
 
 std::shared_ptr<WpaSocket> WpaSocket::create(NetInterfaceType type, std::shared_ptr<Poll> poll,
-                                             EventFd& eventFd, const ReconnectDelays& delays,
+                                             EventFd& eventFd, History& history,
+                                             const ReconnectDelays& delays,
                                              std::chrono::milliseconds replyTimeout) {
-    auto socket = std::make_shared<WpaSocket>(Passkey{}, type, std::move(poll), eventFd, delays,
-                                              replyTimeout);
+    auto socket = std::make_shared<WpaSocket>(Passkey{}, type, std::move(poll), eventFd, history,
+                                              delays, replyTimeout);
     // Not in the constructor: the timer's callback needs a weak reference to the finished object.
     socket->watchTimer_();
     return socket;
 }
 
 WpaSocket::WpaSocket(Passkey, NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
-                     const ReconnectDelays& delays, std::chrono::milliseconds replyTimeout)
+                     History& history, const ReconnectDelays& delays,
+                     std::chrono::milliseconds replyTimeout)
     : type_(type),
       poll_(std::move(poll)),
       eventFd_(eventFd),
       schedule_(delays),
       timer_(type),
+      stats_(type, history),
       connection_(replyTimeout) {
     for (int i = 0; i < kWifiClientCallbackTypeCount; ++i) {
         callbacks_[static_cast<WifiClientCallbackType>(i)] =
@@ -50,6 +53,7 @@ void WpaSocket::onSocketFileCreate(const std::string& path) {
     MutexLock lock(socketMutex_);
     path_ = path;
     WPA_LOG(I, type_, "Update wpa socket file path: %s", path_.c_str());
+    stats_.setPath(path_);
     post_(State::Idle);
 }
 
@@ -57,6 +61,7 @@ void WpaSocket::onSocketFileDelete() {
     MutexLock lock(socketMutex_);
     path_.clear();
     WPA_LOG(I, type_, "Reset wpa socket file path");
+    stats_.setPath({});
     post_(State::Stopped);
 }
 
@@ -73,26 +78,37 @@ bool WpaSocket::unregisterEventCallback(WifiClientCallbackType type, int handle)
 
 bool WpaSocket::sendCtrlCmd(const std::string& cmd, std::string& reply) {
     MutexLock lock(socketMutex_);
+    const int64_t startNs = Moment::monotonicNow();
+    stats_.beginCommand(cmd, startNs);
+    const CommandOutcome outcome = exchange_(cmd, reply, startNs);
+    stats_.endCommand(cmd, outcome, reply, startNs);
+    return outcome == CommandOutcome::Answered;
+}
+
+CommandOutcome WpaSocket::exchange_(const std::string& cmd, std::string& reply, int64_t startNs) {
     if (state_ != State::Connected || !connection_.isOpen()) {
         reply = "ERROR: NOT-CONNECTED";
-        return false;
+        return CommandOutcome::NotConnected;
     }
-    switch (connection_.request(cmd, reply)) {
+    const std::chrono::steady_clock::time_point start{std::chrono::nanoseconds(startNs)};
+    switch (connection_.request(cmd, reply, start)) {
         case RequestResult::Replied:
             break;
         case RequestResult::TimedOut:
             reply = "ERROR: TIMEOUT";
-            return false;
+            return CommandOutcome::TimedOut;
         case RequestResult::NotSent:
+            reply = "ERROR: SEND-RECV";
+            return CommandOutcome::NotSent;
         case RequestResult::Failed:
             reply = "ERROR: SEND-RECV";
-            return false;
+            return CommandOutcome::Failed;
     }
     if (reply.size() > ControlChannel::kMaxReply) {
         reply = "ERROR: REPLY-TOO-LONG";
-        return false;
+        return CommandOutcome::ReplyTooLong;
     }
-    return true;
+    return CommandOutcome::Answered;
 }
 
 const char* WpaSocket::toString_(State state) {
@@ -156,6 +172,7 @@ void WpaSocket::updateState_(State newState) {
             }
         }
         previousState_ = newState;
+        stats_.setState(toString_(newState), newState == State::Connected);
     }
     // Every request of Idle, repeated ones included, leads to Connecting in the next loop turn.
     if (newState == State::Idle) {
@@ -165,6 +182,7 @@ void WpaSocket::updateState_(State newState) {
 
 void WpaSocket::startConnecting_() {
     const int64_t delay = schedule_.begin();
+    stats_.beginConnecting();
     timer_.set(delay);
     WPA_LOG(I, type_, "Start connecting to supplicant in %ld ms", static_cast<long>(delay));
 }
@@ -206,11 +224,13 @@ PollAction WpaSocket::onReconnectTimerExpired_(int events) {
 
 void WpaSocket::tryToConnect_() {
     const ConnectResult result = connect_();
+    stats_.addAttempt();
     if (result == ConnectResult::Connected) {
         postFrom_(State::Connecting, State::Connected);
         return;
     }
     WPA_LOG(E, type_, "%s", toString(result));
+    stats_.setError(toString(result));
     disconnect_();
     timer_.set(schedule_.next());
 }
@@ -273,8 +293,10 @@ bool WpaSocket::receiveEvent_() {
     WpaConnection& connection = monitor_();
     const std::optional<std::string_view> line = connection.receive();
     if (!line) {
+        const int error = errno;
         WPA_LOG(E, type_, "Failed to receive supplicant control interface message: %s",
-                strerror(errno));
+                strerror(error));
+        stats_.setError(std::string("Failed to receive an event: ") + strerror(error));
         return false;
     }
     if (line->empty()) {
@@ -290,6 +312,7 @@ bool WpaSocket::receiveEvent_() {
             break;
         case WpaEvent::Meaning::Terminating:
             WPA_LOG(I, type_, "Supplicant exited gracefully");
+            stats_.setError("Supplicant exited gracefully");
             connection.expectEnd();
             return false;
         case WpaEvent::Meaning::Notification: {
@@ -302,6 +325,7 @@ bool WpaSocket::receiveEvent_() {
 }
 
 void WpaSocket::notifyEvent_(const WpaEvent& event) {
+    stats_.addEvent(event.type, event.payload);
     handleEventCallback_(event.type, std::string(event.payload));
 }
 

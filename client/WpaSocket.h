@@ -14,6 +14,7 @@
 #include "client/NetInterfaceType.h"
 #include "client/ReconnectSchedule.h"
 #include "client/ReconnectTimer.h"
+#include "client/SocketStats.h"
 #include "client/WifiClientCallbackType.h"
 #include "client/WpaConnection.h"
 #include "client/WpaEvents.h"
@@ -40,17 +41,18 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     static constexpr std::chrono::milliseconds kReplyTimeout = std::chrono::seconds(10);
 
     /**
-     * `poll` is the owner's loop; `eventFd` posts to it and must outlive the socket. Starts in
-     * Stopped and does nothing until onSocketFileCreate(). May be released on any thread: tasks on
-     * the loop hold it weakly.
+     * `poll` is the owner's loop; `eventFd` posts to it. Both that and `history` must outlive the
+     * socket. Starts in Stopped and does nothing until onSocketFileCreate(). May be released on any
+     * thread: tasks on the loop hold it weakly.
      */
     static std::shared_ptr<WpaSocket> create(
-        NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
+        NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd, History& history,
         const ReconnectDelays& delays = {}, std::chrono::milliseconds replyTimeout = kReplyTimeout);
 
     /** For create(). */
     WpaSocket(Passkey, NetInterfaceType type, std::shared_ptr<Poll> poll, EventFd& eventFd,
-              const ReconnectDelays& delays, std::chrono::milliseconds replyTimeout);
+              History& history, const ReconnectDelays& delays,
+              std::chrono::milliseconds replyTimeout);
 
     /** Leaves the loop and closes the connections without a DETACH. */
     ~WpaSocket();
@@ -86,6 +88,9 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
      */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply);
 
+    /** Does not wait, not even while a command does. Any thread. */
+    const SocketStats& stats() const { return stats_; }
+
   private:
     static const char* toString_(State state);
 
@@ -118,6 +123,10 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     void notifyEvent_(const WpaEvent& event) REQUIRES(eventMutex_);
     void handleEventCallback_(WifiClientCallbackType type, const std::string& payload);
 
+    /** Without the bookkeeping. The outcome decides what `reply` is. */
+    CommandOutcome exchange_(const std::string& cmd, std::string& reply, int64_t startNs)
+        REQUIRES(socketMutex_);
+
     /** Null, with a warning, for a type outside the enumeration. */
     CallbackMap<const std::string&>* findCallbackMap_(WifiClientCallbackType type);
 
@@ -135,6 +144,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     ReconnectTimer timer_;                      ///< loop thread after create()
     int watchedFd_ = -1;                        ///< monitor that the loop watches; loop thread only
 
+    SocketStats stats_;
     WpaConnection connection_ GUARDED_BY(socketMutex_);
 
     /** One per type, all made in the constructor; the map itself never changes. */

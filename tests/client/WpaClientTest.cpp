@@ -82,7 +82,7 @@ class WpaClientTest : public testing::Test {
   protected:
     using Peer = WpaClientTestPeer;
 
-    void start() { client_ = std::make_unique<WpaClient>(folder_.path() + "/"); }
+    void start() { client_ = std::make_unique<WpaClient>(history_, folder_.path() + "/"); }
 
     std::string path(const std::string& name) const { return folder_.file(name); }
 
@@ -104,6 +104,7 @@ class WpaClientTest : public testing::Test {
 
     test::TempFolder folder_;
     test::LogCapture log_;
+    History history_;
     std::unique_ptr<WpaClient> client_;
 };
 
@@ -276,7 +277,7 @@ TEST_F(WpaClientTest, UnknownKindOfInterfaceIsRefusedWithALine) {
 }
 
 TEST_F(WpaClientTest, DirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutIt) {
-    client_ = std::make_unique<WpaClient>(path("missing/"));
+    client_ = std::make_unique<WpaClient>(history_, path("missing/"));
     EXPECT_THAT(
         log_.messages(ANDROID_LOG_ERROR),
         ElementsAre("WpaClient: Failed to init wpa socket directory watch descriptor: err 2"));
@@ -297,7 +298,7 @@ TEST_F(WpaClientTest, DirectoryThatDoesNotExistIsLoggedAndTheClientRunsWithoutIt
 TEST_F(WpaClientTest, DirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenItIsBack) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
-    client_ = std::make_unique<WpaClient>(directory + "/");
+    client_ = std::make_unique<WpaClient>(history_, directory + "/");
     for (int i = 0; i < 3; ++i) {
         {
             const test::FakeControlSocket sta(directory + "/wlan0");
@@ -323,7 +324,7 @@ TEST_F(WpaClientTest, DirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenI
 TEST_F(WpaClientTest, NextDirectoryMayBeRenamedIntoItsPlace) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
-    client_ = std::make_unique<WpaClient>(directory + "/");
+    client_ = std::make_unique<WpaClient>(history_, directory + "/");
     std::filesystem::remove(directory);
     ASSERT_TRUE(
         waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
@@ -338,7 +339,7 @@ TEST_F(WpaClientTest, NextDirectoryMayBeRenamedIntoItsPlace) {
 TEST_F(WpaClientTest, SocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
     const std::string directory = path("sockets");
     std::filesystem::create_directory(directory);
-    client_ = std::make_unique<WpaClient>(directory + "/");
+    client_ = std::make_unique<WpaClient>(history_, directory + "/");
     std::filesystem::remove(directory);
     ASSERT_TRUE(
         waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
@@ -353,7 +354,7 @@ TEST_F(WpaClientTest, SocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
 
 TEST_F(WpaClientTest, DirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
     std::filesystem::create_directories(path("wpa/sockets"));
-    client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
+    client_ = std::make_unique<WpaClient>(history_, path("wpa/sockets/"));
     // Both at once to the client, which would otherwise be waiting for the parent's next one.
     std::filesystem::rename(path("wpa"), path("old"));
     std::filesystem::remove(path("old/sockets"));
@@ -363,7 +364,7 @@ TEST_F(WpaClientTest, DirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
 
 TEST_F(WpaClientTest, ParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
     std::filesystem::create_directories(path("wpa/sockets"));
-    client_ = std::make_unique<WpaClient>(path("wpa/sockets/"));
+    client_ = std::make_unique<WpaClient>(history_, path("wpa/sockets/"));
     std::filesystem::remove(path("wpa/sockets"));
     ASSERT_TRUE(
         waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
@@ -378,7 +379,7 @@ class WpaClientOverflow : public WpaClientTest {
   protected:
     void SetUp() override {
         sta_ = std::make_unique<test::FakeControlSocket>(path("wlan0"));
-        client_ = std::make_unique<WpaClient>(folder_.path() + "/");
+        client_ = std::make_unique<WpaClient>(history_, folder_.path() + "/");
         ASSERT_TRUE(waitUntilConnected("STA", "wlan0"));
         client_->registerEventCallback(kConnectedType, holding_, kSta);
     }
@@ -490,7 +491,7 @@ class WpaClientDirectoryOverflow : public WpaClientOverflow {
     void SetUp() override {
         std::filesystem::create_directory(path("sockets"));
         sta_ = std::make_unique<test::FakeControlSocket>(path("sockets/wlan0"));
-        client_ = std::make_unique<WpaClient>(path("sockets/"));
+        client_ = std::make_unique<WpaClient>(history_, path("sockets/"));
         ASSERT_TRUE(waitUntilConnected("STA", "sockets/wlan0"));
         client_->registerEventCallback(kConnectedType, holding_, kSta);
     }

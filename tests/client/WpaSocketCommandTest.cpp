@@ -106,7 +106,7 @@ TEST_F(WpaSocketCommands, CommandToASupplicantThatHasGoneFailsAtOnce) {
 class WpaSocketLateReplies : public WpaSocketCommands {
   protected:
     void SetUp() override {
-        socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_, kEndless,
+        socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_, history_, kEndless,
                                     std::chrono::milliseconds(20));
         ASSERT_TRUE(connect(socket_));
         supplicant_.answerCommands([released = released_](const std::string& command) {

@@ -470,6 +470,7 @@ TEST(WpaSocketDestruction, IsSafeOnAnotherThreadWithEventsInFlight) {
     const std::string path = folder.file("wlan0");
     const test::LogCapture log;
     const auto poll = std::make_shared<Poll>();
+    History history;
     EventFd eventFd(poll);
     eventFd.open();
     const LoopThread loop(poll);
@@ -478,7 +479,8 @@ TEST(WpaSocketDestruction, IsSafeOnAnotherThreadWithEventsInFlight) {
     std::function<void(const std::string&)> counting = [&](const std::string&) { ++calls; };
 
     for (int round = 0; round < 30; ++round) {
-        auto socket = WpaSocket::create(NetInterfaceType::STA, poll, eventFd, {1, 1, 5, 1, 1000});
+        auto socket =
+            WpaSocket::create(NetInterfaceType::STA, poll, eventFd, history, {1, 1, 5, 1, 1000});
         ASSERT_EQ(
             socket->registerEventCallback(WifiClientCallbackType::WPA_STA_CONNECTED, counting), 0);
         socket->onSocketFileCreate(path);

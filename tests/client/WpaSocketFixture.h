@@ -83,7 +83,7 @@ class WpaSocketTest : public testing::Test {
 
     std::shared_ptr<WpaSocket> makeSocket(NetInterfaceType type = NetInterfaceType::STA) {
         const std::set<int> before = timers();
-        auto socket = WpaSocket::create(type, poll_, eventFd_, kQuick);
+        auto socket = WpaSocket::create(type, poll_, eventFd_, history_, kQuick);
         for (const int fd : timers()) {
             timer_ = before.count(fd) == 0 ? fd : timer_;
         }
@@ -184,6 +184,7 @@ class WpaSocketTest : public testing::Test {
     const std::string path_ = folder_.file("wlan0");
     test::LogCapture log_;
     std::shared_ptr<Poll> poll_ = std::make_shared<Poll>();
+    History history_;
     EventFd eventFd_{poll_};
 };
 

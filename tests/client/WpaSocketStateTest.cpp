@@ -197,7 +197,7 @@ TEST_F(WpaSocketState, RetriesGoOnUntilTheScheduleIsOverAndBeginAgainWithTheNext
 }
 
 TEST_F(WpaSocketState, SupplicantThatAppearsBehindItsFileIsFoundByARetryOfTheRealSchedule) {
-    socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_);
+    socket_ = WpaSocket::create(NetInterfaceType::STA, poll_, eventFd_, history_);
     socket_->onSocketFileCreate(path_);
     ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 1; }));
     EXPECT_EQ(infos("Start connecting to supplicant in 25 ms"), 1u);

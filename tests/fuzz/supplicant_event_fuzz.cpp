@@ -153,10 +153,11 @@ class Connected {
     test::TempFolder folder_;
     test::FakeControlSocket supplicant_{folder_.file("socket")};
     std::shared_ptr<Poll> poll_ = std::make_shared<Poll>();
+    History history_;
     EventFd eventFd_{poll_};
     std::function<void(const std::string&)> callbacks_[kWifiClientCallbackTypeCount];
     std::shared_ptr<WpaSocket> socket_ =
-        WpaSocket::create(kind_, poll_, eventFd_, {0, 1, 1000, 1, 10'000});
+        WpaSocket::create(kind_, poll_, eventFd_, history_, {0, 1, 1000, 1, 10'000});
     Events events_;
     unsigned runs_ = 0;
 };

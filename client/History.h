@@ -1,0 +1,104 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "client/NetInterfaceType.h"
+#include "client/Task.h"
+#include "os/Moment.h"
+#include "os/Mutex.h"
+#include "os/StateTree.h"
+
+namespace Ursa::OS::Wifi {
+
+enum class HistoryKind : uint8_t { State, Event, Command, Netlink };
+
+/** How a command ended; Answered whatever the answer is. */
+enum class CommandOutcome : uint8_t {
+    None,  ///< of what is no command
+    Answered,
+    Pending,
+    TimedOut,
+    NotSent,
+    Failed,  ///< sent, then the connection failed, or the kernel refused
+    NotConnected,
+    ReplyTooLong,
+};
+
+/** "ok" for Answered, "timeout", ... */
+const char* toString(CommandOutcome outcome);
+
+/** Something that happened. Texts are cut to what there is room for. */
+struct HistoryEntry {
+    static constexpr size_t kTextSize = 82;
+
+    Moment at;                   ///< of a command: when it was sent
+    const Task* task = nullptr;  ///< in which it happened; null: in none
+    uint32_t durationUs = 0;
+    uint32_t sinceFirstMs = 0;  ///< when it repeats: between the first one and this
+    int32_t thread = 0;
+    uint16_t repeats = 1;
+    HistoryKind kind = HistoryKind::State;
+    CommandOutcome outcome = CommandOutcome::None;
+    NetInterfaceType interfaceType = NetInterfaceType::STA;
+    uint8_t textLength = 0;
+    uint8_t replyLength = 0;
+    std::array<char, kTextSize> texts;  ///< the text, then the reply
+
+    std::string_view text() const { return {texts.data(), textLength}; }
+    std::string_view reply() const { return {texts.data() + textLength, replyLength}; }
+    void setTexts(std::string_view text, std::string_view reply);
+    bool isAnswered() const { return outcome == CommandOutcome::Answered; }
+};
+
+/** A command as JSON's COMMAND, or as a line. */
+StateTree toState(const HistoryEntry& command);
+
+/**
+ * The last state changes, events and commands, in a fixed buffer, and each manager's last command.
+ * Equal commands in a row share an entry, so that the signal polls do not push everything else out.
+ * Secrets in an event are left out. Any thread; the mutex is held for the copying only.
+ */
+class History {
+  public:
+    static constexpr size_t kCapacity = 128;
+
+    struct Copy {
+        uint64_t total = 0;  ///< entries ever made: the number of the last one in the list
+        std::vector<HistoryEntry> entries;
+    };
+
+    History() = default;
+    History(const History&) = delete;
+    History& operator=(const History&) = delete;
+
+    void addState(NetInterfaceType interfaceType, std::string_view text) EXCLUDES(mutex_);
+    void addEvent(NetInterfaceType interfaceType, std::string_view name, std::string_view payload,
+                  int64_t nowNs) EXCLUDES(mutex_);
+    void addCommand(HistoryKind kind, NetInterfaceType interfaceType, std::string_view text,
+                    CommandOutcome outcome, std::string_view reply, int64_t startNs, int64_t endNs)
+        EXCLUDES(mutex_);
+
+    /** Oldest first. */
+    Copy copy() const EXCLUDES(mutex_);
+    std::optional<HistoryEntry> lastCommandOf(std::string_view manager) const EXCLUDES(mutex_);
+
+  private:
+    using Entries = std::array<HistoryEntry, kCapacity>;
+    static_assert(sizeof(Entries) <= size_t{16} * 1024);
+
+    HistoryEntry& next_() REQUIRES(mutex_) { return entries_[total_++ % kCapacity]; }
+    void add_(const HistoryEntry& entry) EXCLUDES(mutex_);
+
+    mutable Mutex mutex_;
+    uint64_t total_ GUARDED_BY(mutex_) = 0;
+    Entries entries_ GUARDED_BY(mutex_);
+    /** By Task::owner(). */
+    std::array<HistoryEntry, Task::kMaxOwners> lastCommands_ GUARDED_BY(mutex_);
+};
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "os/Moment.h"
+#include "os/Mutex.h"
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * Warns when somebody holds up the thread that delivers events for more than a second: once per
+ * minute and kind, so that a device that is slow for long does not fill the log. Any thread.
+ */
+class SlowTasks {
+  public:
+    enum class Kind { Subscriber = 0, Callback = 1 };
+    static constexpr int64_t kLimitNs = 1'000'000'000;
+    static constexpr int64_t kQuietNs = 60 * kLimitNs;
+    static constexpr size_t kMaxNames = 32;
+
+    struct Entry {
+        Kind kind = Kind::Subscriber;
+        std::string name;
+        uint32_t count = 0;
+        int64_t longestNs = 0;
+        Moment last;
+    };
+
+    /** Those of the process. */
+    static SlowTasks& ofProcess();
+
+    /** Costs a comparison when it was quick. `name`: the task, or the client and its method. */
+    void note(Kind kind, std::string_view name, int64_t durationNs) {
+        if (durationNs > kLimitNs) {
+            noteSlow_(kind, name, durationNs, Moment::now());
+        }
+    }
+
+    std::vector<Entry> entries() const EXCLUDES(mutex_);
+
+  private:
+    friend class SlowTasksTestPeer;
+
+    void noteSlow_(Kind kind, std::string_view name, int64_t durationNs, const Moment& now)
+        EXCLUDES(mutex_);
+
+    mutable Mutex mutex_;
+    std::vector<Entry> entries_ GUARDED_BY(mutex_);  ///< at most kMaxNames
+    std::array<int64_t, 2> warnedNs_ GUARDED_BY(mutex_) = {0, 0};
+};
+
+}  // namespace Ursa::OS::Wifi
