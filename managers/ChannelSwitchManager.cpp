@@ -15,8 +15,7 @@
 namespace Ursa::OS::Wifi {
 
 ChannelSwitchManager::ChannelSwitchManager(std::shared_ptr<CorvidWifiClient> client)
-    : client_(std::move(client)),
-      frequencies_({{NetInterfaceType::STA, 0}, {NetInterfaceType::P2P, 0}}) {
+    : client_(std::move(client)) {
     const std::vector<WifiClientCallbackItem> items = {
         {WifiClientCallbackType::WPA_STA_CHANNEL_SWITCH, NetInterfaceType::STA,
          "ChannelSwitchManager.onChannelSwitch",
@@ -50,6 +49,17 @@ bool ChannelSwitchManager::startCsa(unsigned channel, unsigned bandwidth) {
     }
     WIFI_LOGE("no match channel switch command.");
     return false;
+}
+
+StateTree ChannelSwitchManager::describe() const {
+    StateTree state = StateTree::parts();
+    for (const auto& [name, type] :
+         {std::pair("sta", NetInterfaceType::STA), std::pair("p2p", NetInterfaceType::P2P)}) {
+        const int frequency = frequencies_[static_cast<size_t>(type)];
+        state.set(name, StateTree::parts())
+            .set("frequency", frequency == 0 ? StateTree() : StateTree(frequency));
+    }
+    return state;
 }
 
 bool ChannelSwitchManager::sendCommandCsP2pEcsa_(unsigned channel, unsigned bandwidth) {
@@ -92,7 +102,7 @@ void ChannelSwitchManager::channelSwitchEventHandler_(const std::string& event) 
         return;
     }
     WIFI_LOGD("[%s] freq:%d width:%d", toString(interfaceType), result.frequency, result.width);
-    frequencies_[interfaceType] = std::max(result.frequency, 0);
+    frequencies_[static_cast<size_t>(interfaceType)] = std::max(result.frequency, 0);
     if (interfaceType == NetInterfaceType::P2P) {
         WIFI_LOGD("updating P2P info");
         if (const auto p2pManager = client_->compositionRoot()->p2pManager()) {

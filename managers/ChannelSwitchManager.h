@@ -1,7 +1,8 @@
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 
@@ -40,6 +41,8 @@ class ChannelSwitchManager : public FeatureManager {
      */
     bool startCsa(unsigned channel, unsigned bandwidth) EXCLUDES(csaMutex_);
 
+    StateTree describe() const override;
+
   private:
     friend class ChannelSwitchManagerTestPeer;
 
@@ -54,7 +57,7 @@ class ChannelSwitchManager : public FeatureManager {
     /** Held while an event's listener runs: one event at a time. */
     Mutex eventMutex_;
     /** Each interface's frequency in its last event, MHz; 0 for none or a negative one. */
-    std::map<NetInterfaceType, int> frequencies_ GUARDED_BY(eventMutex_);
+    std::array<std::atomic<int>, 2> frequencies_ = {};
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

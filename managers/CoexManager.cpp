@@ -79,6 +79,13 @@ void CoexManager::signalEvent(CoexEventType type, const std::string& data) {
     eventFd_.post([this] { processEvent(); });
 }
 
+StateTree CoexManager::describe() const {
+    StateTree state = StateTree::parts();
+    MutexLock lock(queueMutex_);
+    state.set("queued", queue_.size());
+    return state;
+}
+
 void CoexManager::processEvent() {
     std::vector<CoexAction> events;
     {

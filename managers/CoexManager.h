@@ -70,6 +70,8 @@ class CoexManager : public FeatureManager {
     /** Runs the subscribers of all queued events. On the dispatcher thread only. */
     void processEvent() EXCLUDES(queueMutex_);
 
+    StateTree describe() const override EXCLUDES(queueMutex_);
+
   private:
     void startDispatcher_();
     void stopDispatcher_();
@@ -86,7 +88,7 @@ class CoexManager : public FeatureManager {
     /** One per type, all made in the constructor; the map itself never changes. */
     const std::map<CoexEventType, std::shared_ptr<CallbackMap<const CoexAction&>>> callbacks_;
 
-    Mutex queueMutex_;
+    mutable Mutex queueMutex_;
     std::vector<CoexAction> queue_ GUARDED_BY(queueMutex_);
 
     std::unique_ptr<WifiClientCallback> subscription_;

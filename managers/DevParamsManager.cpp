@@ -46,6 +46,17 @@ void DevParamsManager::initParams() {
     ulMuConfig_ = static_cast<unsigned>(corvid_wifi_devparams_ul_mu_config(0));
 }
 
+StateTree DevParamsManager::describe() const {
+    StateTree state = StateTree::parts();
+    state.set("config", static_cast<int>(defaultConfig_));
+    state.set("ampduLimit", txAmpduLimit_);
+    state.set("amsduLimit", txAmsduLimit_);
+    state.set("retryLimit", txRetryLimit_);
+    state.set("ppduDurUs", ppduDurUs_);
+    state.set("ulMuConfig", ulMuConfig_);
+    return state;
+}
+
 bool DevParamsManager::setDevParams(ParamConfigType type) {
     const char* ifname = client_->getNl80211Client()->getNetInterfaceName(NetInterfaceType::STA);
     if (ifname == nullptr) {

@@ -41,6 +41,8 @@ class DevParamsManager : public FeatureManager {
     /** Sends the command for 0; returns false without sending for any other value. */
     bool sendCommandSetUlMuConfig(unsigned value);
 
+    StateTree describe() const override;
+
   private:
     void initParams();
 

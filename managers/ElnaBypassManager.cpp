@@ -32,7 +32,16 @@ bool ElnaBypassManager::_sendCommandSetElnaBypassMode(unsigned mode) {
     std::string reply;
     const bool sent = client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
     WIFI_LOGI("cmd:%s reply:%s", command.c_str(), reply.c_str());
+    if (sent) {
+        mode_ = mode;
+    }
     return sent;
+}
+
+StateTree ElnaBypassManager::describe() const {
+    StateTree state = StateTree::parts();
+    state.set("mode", knownOrNothing(mode_));
+    return state;
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "managers/FeatureManager.h"
@@ -19,10 +21,13 @@ class ElnaBypassManager : public FeatureManager {
      */
     bool setElnaBypass(unsigned mode);
 
+    StateTree describe() const override;
+
   private:
     bool _sendCommandSetElnaBypassMode(unsigned mode);
 
     const std::shared_ptr<CorvidWifiClient> client_;
+    std::atomic<int64_t> mode_{-1};  ///< that was sent last; -1: none
 };
 
 }  // namespace Ursa::OS::Wifi

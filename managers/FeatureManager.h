@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "os/StateTree.h"
+
 namespace Ursa::OS::Wifi {
 
 /**
@@ -18,6 +20,12 @@ class FeatureManager {
      * or is atomic.
      */
     virtual bool dumpInfo(std::string& /*out*/) { return false; }
+
+    /**
+     * The state for a report, as named parts. Asks nobody outside and takes no lock that is held
+     * across a command or a call, so that it answers while the manager hangs. Any thread.
+     */
+    virtual StateTree describe() const { return StateTree::parts(); }
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -112,7 +112,7 @@ void FrequencyBlockManager::onWifiStaConnected_() {
     WIFI_LOGD("poll signals rssi:%d freq:%d (%s)", signal.rssi, signal.frequency,
               signal.isKnown() ? "success" : "fail");
     if (signal.isKnown()) {
-        WIFI_LOGD("STA Freq:%d newFreq:%d", staFreq_, signal.frequency);
+        WIFI_LOGD("STA Freq:%d newFreq:%d", staFreq_.load(), signal.frequency);
         staFreq_ = signal.frequency;
         updateFrequencyBlock_();
     }
@@ -130,7 +130,7 @@ void FrequencyBlockManager::onWifiP2pConnected_(const std::string& event) {
     if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, freq); })) {
         return;
     }
-    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_, freq);
+    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_.load(), freq);
     p2pFreq_ = freq;
     updateFrequencyBlock_();
 }
@@ -149,14 +149,15 @@ void FrequencyBlockManager::onWifiP2pChannelSwitch_(const std::string& event) {
         return;
     }
     if (result.interfaceType == NetInterfaceType::P2P) {
-        WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_, result.frequency);
+        WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFreq_.load(), result.frequency);
         p2pFreq_ = result.frequency;
         updateFrequencyBlock_();
     }
 }
 
 void FrequencyBlockManager::updateFrequencyBlock_() {
-    WIFI_LOGI("current blocked freq:%d STA freq:%d P2P freq:%d", blockedFreq_, staFreq_, p2pFreq_);
+    WIFI_LOGI("current blocked freq:%d STA freq:%d P2P freq:%d", blockedFreq_.load(),
+              staFreq_.load(), p2pFreq_.load());
     const int32_t chosen = chooseBlockedFrequency(staFreq_, p2pFreq_);
     WIFI_LOGD("chosen new freq:%d", chosen);
     if (chosen == blockedFreq_) {
@@ -175,10 +176,12 @@ void FrequencyBlockManager::updateFrequencyBlock_() {
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("ControllerProvider: no response");
+        *lastUpdate_.lock() = {"no response", Moment::now()};
         worker.giveUp();
         return;  // the next event tries again
     }
     blockedFreq_ = chosen;  // also if the service refused it: only a time-out is tried again
+    *lastUpdate_.lock() = {*result ? "ok" : "failed", Moment::now()};
 }
 
 bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int channelIndex) {
@@ -213,6 +216,7 @@ bool FrequencyBlockManager::clearBlock_(Sensors::ControllerProvider& provider, S
         return false;
     }
     shared.blockedByUs = false;
+    shared.ranges.lock()->clear();
     return true;
 }
 
@@ -235,6 +239,7 @@ bool FrequencyBlockManager::addBlock_(Sensors::ControllerProvider& provider, Sha
         return false;
     }
     shared.blockedByUs = true;
+    *shared.ranges.lock() = list;
     return true;
 }
 
@@ -257,6 +262,27 @@ bool FrequencyBlockManager::getFrequencyBlock_(ControllerWirelessFreqBlocklists&
         WIFI_LOGD("ControllerProvider: blocked (freq:%u-%u)", range.start, range.end);
     }
     return true;
+}
+
+StateTree FrequencyBlockManager::describe() const {
+    StateTree state = StateTree::parts();
+    state.set("staFrequency", knownOrNothing(staFreq_));
+    state.set("p2pFrequency", knownOrNothing(p2pFreq_));
+    state.set("chosen", knownOrNothing(blockedFreq_));
+    state.set("blockedByUs", shared_->blockedByUs.load());
+    state.set("im3", shared_->im3MitigationBand2g);
+    StateTree& ranges = state.set("ranges", StateTree::list());
+    const ControllerWirelessFreqBlocklists list = *shared_->ranges.lock();
+    for (const auto& range : list) {
+        StateTree& entry = ranges.add(StateTree::parts());
+        entry.set("start", range.start);
+        entry.set("end", range.end);
+        entry.asLine(std::to_string(range.start) + " - " + std::to_string(range.end));
+    }
+    const Update last = *lastUpdate_.lock();
+    state.set("lastResult", last.result == nullptr ? StateTree() : StateTree(last.result));
+    state.set("at", last.at);
+    return state;
 }
 
 bool FrequencyBlockManager::dumpInfo(std::string& out) {

@@ -11,6 +11,8 @@
 
 #include "managers/CoexManager.h"
 #include "managers/FeatureManager.h"
+#include "os/Moment.h"
+#include "os/ValueMutex.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -46,6 +48,7 @@ class FrequencyBlockManager : public FeatureManager {
 
     /** Queries the sensor service on the calling thread, without a time limit. */
     bool dumpInfo(std::string& out) override;
+    StateTree describe() const override;
 
   private:
     /** State that the manager shares with a worker, which may outlive it. */
@@ -55,6 +58,8 @@ class FrequencyBlockManager : public FeatureManager {
         const bool im3MitigationBand2g;
         /** From our last successful set until our next successful clear. */
         std::atomic<bool> blockedByUs{false};
+        /** What the controllers' list was after our last change of it. */
+        ValueMutexBase<Sensors::ControllerWirelessFreqBlocklists, std::mutex> ranges;
     };
 
     void setCoexActionCallback_();
@@ -80,10 +85,17 @@ class FrequencyBlockManager : public FeatureManager {
     const std::chrono::milliseconds limit_;
     const std::shared_ptr<Shared> shared_;
 
-    // MHz, -1 for none. Dispatcher thread only.
-    int32_t blockedFreq_ = -1;  ///< the frequency that was last applied, whatever the result
-    int32_t staFreq_ = -1;
-    int32_t p2pFreq_ = -1;
+    /** How the last update ended. */
+    struct Update {
+        const char* result = nullptr;  ///< a literal; null: there was none
+        Moment at;
+    };
+
+    // MHz, -1 for none. Written on the dispatcher thread only.
+    std::atomic<int32_t> blockedFreq_{-1};  ///< that was last applied, whatever the result
+    std::atomic<int32_t> staFreq_{-1};
+    std::atomic<int32_t> p2pFreq_{-1};
+    mutable ValueMutexBase<Update, std::mutex> lastUpdate_;
 
     std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };

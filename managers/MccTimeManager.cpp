@@ -14,6 +14,20 @@ MccTimeManager::MccTimeManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {}
 
 bool MccTimeManager::setMccTimeAllocation(unsigned value) {
+    const bool sent = sendAllocation_(value);
+    if (sent) {
+        value_ = value;
+    }
+    return sent;
+}
+
+StateTree MccTimeManager::describe() const {
+    StateTree state = StateTree::parts();
+    state.set("value", knownOrNothing(value_));
+    return state;
+}
+
+bool MccTimeManager::sendAllocation_(unsigned value) {
     if (Sysprop::corvid_wifi_cmd_mcc_p2p_increase_bw(false)) {
         WIFI_LOGI("MCC allocation command P2P_INCREASE_BW.");
         return _sendCommandP2pIncreaseBw(value);

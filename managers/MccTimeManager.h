@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 
 #include "managers/FeatureManager.h"
@@ -22,12 +24,16 @@ class MccTimeManager : public FeatureManager {
      */
     bool setMccTimeAllocation(unsigned value);
 
+    StateTree describe() const override;
+
   private:
+    bool sendAllocation_(unsigned value);
     bool _sendCommandP2pIncreaseBw(unsigned value);
     /** Sends the P2P group's share, 100 - value. Above 100 that wraps, and is sent all the same. */
     bool _sendCommandMccQuota(unsigned value);
 
     const std::shared_ptr<CorvidWifiClient> client_;
+    std::atomic<int64_t> value_{-1};  ///< that was sent last; -1: none
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -122,12 +122,18 @@ void MipiClockManager::notifyListener_(int32_t newClock) {
     }
     const int32_t clock = newClock == kSameClock ? clock_.load() : newClock;
     bool accepted = false;
+    attempts_.lock()->failed = 0;
     for (int attempt = 1; attempt <= kMaxAttempts && !accepted; ++attempt) {
         if (ending_) {
             return;  // neither accepted nor refused, so no atom is reported
         }
         WIFI_LOGD("(%d/%d) notify new clock:%d", attempt, kMaxAttempts, clock);
         accepted = notifySensorService_(clock);
+        if (accepted) {
+            attempts_.lock()->accepted = Moment::now();
+        } else {
+            ++attempts_.lock()->failed;
+        }
     }
     if (accepted) {
         clock_ = clock;
@@ -171,6 +177,17 @@ bool MipiClockManager::notifyCameraProvider_(int32_t clock) {
     BoundedWorker::mayHang([&] { return provider->notifyMipiClock(camera, clock); });
     WIFI_LOGD("CameraProvider: API has successfully returned");
     return true;
+}
+
+StateTree MipiClockManager::describe() const {
+    const int32_t clock = clock_;
+    const Attempts attempts = *attempts_.lock();
+    StateTree state = StateTree::parts();
+    state.set("clock", clock == kSameClock ? StateTree()
+                                           : StateTree(clock == kClock384 ? "384 MHz" : "398 MHz"));
+    state.set("accepted", attempts.accepted);
+    state.set("attemptsFailed", attempts.failed);
+    return state;
 }
 
 bool MipiClockManager::dumpInfo(std::string& out) {

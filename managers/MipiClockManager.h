@@ -9,6 +9,8 @@
 
 #include "managers/CoexManager.h"
 #include "managers/FeatureManager.h"
+#include "os/Moment.h"
+#include "os/ValueMutex.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -34,6 +36,7 @@ class MipiClockManager : public FeatureManager {
     ~MipiClockManager() override;
 
     bool dumpInfo(std::string& out) override;
+    StateTree describe() const override;
 
   private:
     void setCoexActionCallback_();
@@ -52,6 +55,12 @@ class MipiClockManager : public FeatureManager {
     const std::chrono::milliseconds limit_;
     /** The clock that the service last accepted; -1 at first. Written on the dispatcher only. */
     std::atomic<int32_t> clock_{-1};
+    /** How the attempts of the last notification ended. */
+    struct Attempts {
+        Moment accepted;
+        int failed = 0;
+    };
+    mutable ValueMutexBase<Attempts, std::mutex> attempts_;
     std::atomic<bool> ending_{false};
     std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };

@@ -35,10 +35,7 @@ bool NoaManager::setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue
         return false;
     }
     RecursiveMutexLock lock(mutex_);
-    count_ = count;
-    noaValue1_ = noaValue1;
-    noaValue2_ = noaValue2;
-    noaSet_ = true;
+    *schedule_.lock() = Schedule{count, noaValue1, noaValue2};
     if (!Sysprop::corvid_wifi_cmd_noa_p2p(false)) {
         WIFI_LOGE("setP2pNoa is not supported.");
         return false;
@@ -52,9 +49,21 @@ bool NoaManager::setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue
 void NoaManager::onStaScanEnded_(const std::string& event) {
     WIFI_LOGD("onScanEnded(%s)", event.c_str());
     RecursiveMutexLock lock(mutex_);
-    if (noaSet_) {
-        setP2pNoa(count_, noaValue1_, noaValue2_);
+    if (const std::optional<Schedule> schedule = *schedule_.lock()) {
+        setP2pNoa(schedule->count, schedule->value1, schedule->value2);
     }
+}
+
+StateTree NoaManager::describe() const {
+    const std::optional<Schedule> schedule = *schedule_.lock();
+    StateTree state = StateTree::parts();
+    state.set("set", schedule.has_value());
+    if (schedule) {
+        state.set("count", schedule->count);
+        state.set("value1", schedule->value1);
+        state.set("value2", schedule->value2);
+    }
+    return state;
 }
 
 }  // namespace Ursa::OS::Wifi

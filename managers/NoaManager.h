@@ -1,11 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
 #include "os/Mutex.h"
+#include "os/ValueMutex.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -27,16 +29,23 @@ class NoaManager : public FeatureManager {
      */
     bool setP2pNoa(unsigned count, unsigned noaValue1, unsigned noaValue2);
 
+    StateTree describe() const override;
+
   private:
     void onStaScanEnded_(const std::string& event);
 
     const std::shared_ptr<CorvidWifiClient> client_;
     /** Held across the command, so that the driver's schedule matches the stored one. */
     RecursiveMutex mutex_;
-    bool noaSet_ GUARDED_BY(mutex_) = false;
-    unsigned count_ GUARDED_BY(mutex_) = 0;
-    unsigned noaValue1_ GUARDED_BY(mutex_) = 0;
-    unsigned noaValue2_ GUARDED_BY(mutex_) = 0;
+
+    struct Schedule {
+        unsigned count = 0;
+        unsigned value1 = 0;
+        unsigned value2 = 0;
+    };
+    /** What was asked for last, if anything was. Written with mutex_ held. */
+    mutable ValueMutexBase<std::optional<Schedule>, std::mutex> schedule_;
+
     std::unique_ptr<WifiClientCallback> subscription_;  ///< last: no handler runs once it has gone
 };
 

@@ -43,6 +43,15 @@ bool P2pManager::setP2pPairedDeviceType(P2pDeviceType type) {
     return true;
 }
 
+StateTree P2pManager::describe() const {
+    const P2pInfo info = info_;
+    StateTree state = StateTree::parts();
+    state.set("frequency", knownOrNothing(info.frequency));
+    state.set("bandwidth", knownOrNothing(info.bandwidth));
+    state.set("pairedDevice", toString(pairedDeviceType_));
+    return state;
+}
+
 bool P2pManager::dumpInfo(std::string& out) {
     const P2pInfo info = info_;
     out += "\tP2P frequency: " + std::to_string(info.frequency) + "\n";

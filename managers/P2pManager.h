@@ -38,6 +38,7 @@ class P2pManager : public FeatureManager {
     bool setP2pPairedDeviceType(P2pDeviceType type);
 
     bool dumpInfo(std::string& out) override;
+    StateTree describe() const override;
 
   private:
     const std::shared_ptr<CorvidWifiClient> client_;

@@ -35,9 +35,11 @@ const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) const {
 void PerChainTxPower::update(int rssi, int freq) {
     const ChainLimits& target = chooseLimits(rssi, freq);
     for (size_t chain = 0; chain < target.size(); ++chain) {
-        unsigned& current = currentDbm_[chain];
-        if (current != target[chain] && setSingleChainLimit_(current, static_cast<int>(chain))) {
-            current = target[chain];
+        ChainLimits current = currentDbm_;
+        if (current[chain] != target[chain] &&
+            setSingleChainLimit_(current[chain], static_cast<int>(chain))) {
+            current[chain] = target[chain];
+            currentDbm_ = current;
         }
     }
 }
@@ -50,6 +52,23 @@ bool PerChainTxPower::setSingleChainLimit_(unsigned dbm, int chain) {
                                 std::to_string(chain) + " power " + std::to_string(dbm);
     std::string reply;
     return client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
+}
+
+StateTree PerChainTxPower::describe() const {
+    const auto limits = [](const ChainLimits& dbm) {
+        StateTree list = StateTree::list();
+        for (const unsigned limit : dbm) {
+            list.add(limit);
+        }
+        return list;
+    };
+    StateTree state = StateTree::parts();
+    state.set("lowRssiLower", lowRssiBoundLower_);
+    state.set("lowRssiUpper", lowRssiBoundUpper_);
+    state.set("default", limits(defaultDbm_));
+    state.set("low", limits(lowRssiDbm_));
+    state.set("current", limits(currentDbm_));
+    return state;
 }
 
 std::string PerChainTxPower::dump(const std::string& prefix) const {

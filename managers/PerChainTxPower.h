@@ -1,8 +1,11 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <memory>
 #include <string>
+
+#include "os/StateTree.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -39,6 +42,8 @@ class PerChainTxPower {
 
     /** The state for the dump, `prefix` before each line. */
     std::string dump(const std::string& prefix) const;
+    /** Any thread, without the owner\'s mutex: the parameters are set before there are others. */
+    StateTree describe() const;
 
   private:
     bool setSingleChainLimit_(unsigned dbm, int chain);
@@ -48,7 +53,7 @@ class PerChainTxPower {
     int lowRssiBoundUpper_ = -75;
     ChainLimits defaultDbm_ = {20, 20};
     ChainLimits lowRssiDbm_ = {13, 20};
-    ChainLimits currentDbm_ = defaultDbm_;  ///< setParameters() does not change it
+    std::atomic<ChainLimits> currentDbm_{defaultDbm_};  ///< setParameters() does not change it
 };
 
 }  // namespace Ursa::OS::Wifi

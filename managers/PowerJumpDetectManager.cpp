@@ -53,6 +53,15 @@ void PowerJumpDetectManager::onStaDisconnected_(const StaResult& result) {
     setPowerJumpDetect_(State::OFF);
 }
 
+StateTree PowerJumpDetectManager::describe() const {
+    const State detection = state_;
+    StateTree state = StateTree::parts();
+    state.set("detection", detection == State::UNSET ? "unset"
+                           : detection == State::ON  ? "on"
+                                                     : "off");
+    return state;
+}
+
 void PowerJumpDetectManager::setPowerJumpDetect_(State state) {
     if (state == state_) {
         return;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "client/CallbackMapRegister.h"
@@ -29,6 +30,8 @@ class PowerJumpDetectManager : public FeatureManager {
     /** The configured threshold (dBm), read once per process. */
     static const ReadOnce<int>& rssiThresholdOfProcess();
 
+    StateTree describe() const override;
+
   private:
     void setCallback_();
     void onStaConnected_(const StaResult& result);
@@ -40,7 +43,7 @@ class PowerJumpDetectManager : public FeatureManager {
     const ReadOnce<int>& rssiThreshold_;
     /** Held across a handler's command, so that the state matches the last command. */
     Mutex handlerMutex_;
-    State state_ GUARDED_BY(handlerMutex_) = State::UNSET;
+    std::atomic<State> state_{State::UNSET};  ///< written with handlerMutex_ held
 
     // Last: destroyed first, so that no handler runs while the rest is destroyed.
     std::unique_ptr<CallbackMapRegister<const StaResult&>> staConnected_;

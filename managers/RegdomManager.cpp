@@ -32,6 +32,20 @@ bool RegdomManager::linkRegdomUpdatedCallback(Listener& listener) {
 
 void RegdomManager::unlinkRegdomUpdatedCallback() { listener_.unlink(); }
 
+StateTree RegdomManager::describe() const {
+    const Last last = *last_.lock();
+    StateTree state = StateTree::parts();
+    StateTree& domain = state.set("last", {});
+    if (last.at) {
+        domain = StateTree::parts();
+        domain.set("init", last.result.init);
+        domain.set("type", last.result.type);
+        domain.set("alpha2", last.result.alpha2);
+    }
+    state.set("at", last.at);
+    return state;
+}
+
 void RegdomManager::onRegdomUpdated(const std::string& event) {
     WIFI_LOGD("onRegdomUpdated(%s)", event.c_str());
     const auto listener = listener_.lock();
@@ -44,6 +58,7 @@ void RegdomManager::onRegdomUpdated(const std::string& event) {
         // "XZ" is the world domain, "00" any other domain without a country.
         result.alpha2 = result.type == "WORLD" ? "XZ" : "00";
     }
+    *last_.lock() = {result, Moment::now()};
     if (*listener == nullptr) {
         WIFI_LOGE("no callback for regdom updated event");
         return;

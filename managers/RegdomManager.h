@@ -8,6 +8,8 @@
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
 #include "managers/support/RelayListener.h"
+#include "os/Moment.h"
+#include "os/ValueMutex.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -26,10 +28,19 @@ class RegdomManager : public FeatureManager {
     /** Waits until the listener is not running on another thread. Any thread. */
     void unlinkRegdomUpdatedCallback();
 
+    StateTree describe() const override;
+
   private:
     void onRegdomUpdated(const std::string& event);
 
+    /** The last change that was understood. */
+    struct Last {
+        RegdomUpdatedResult result;
+        Moment at;
+    };
+
     const std::shared_ptr<CorvidWifiClient> client_;
+    mutable ValueMutexBase<Last, std::mutex> last_;
     RelayListener<const RegdomUpdatedResult&> listener_;
     std::unique_ptr<WifiClientCallback> subscription_;
 };

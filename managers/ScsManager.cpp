@@ -207,6 +207,26 @@ int ScsManager::set(ScsProfile& profile) {
     return id;
 }
 
+StateTree ScsManager::describe() const {
+    StateTree state = StateTree::parts();
+    StateTree& profiles = state.set("profiles", StateTree::list());
+    for (const auto& [id, profile] : profiles_.all()) {
+        StateTree& entry = profiles.add(StateTree::parts());
+        entry.set("id", id);
+        entry.set("localIp", profile.localIp);
+        entry.set("localPort", profile.localPort);
+        entry.set("remoteIp", profile.remoteIp);
+        entry.set("remotePort", profile.remotePort);
+        entry.set("dscp", profile.dscp);
+        entry.set("protocol", profile.protocol);
+        entry.asLine(std::to_string(id) + ": " + profile.remoteIp + " port " +
+                     std::to_string(profile.remotePort) + " to " + profile.localIp + " port " +
+                     std::to_string(profile.localPort) + ", dscp " + std::to_string(profile.dscp) +
+                     ", protocol " + std::to_string(profile.protocol));
+    }
+    return state;
+}
+
 bool ScsManager::clear(int id) {
     if (!profiles_.exist(id)) {
         WIFI_LOGW("ScsProfileId %d not found.", id);

@@ -66,6 +66,8 @@ class ScsManager : public FeatureManager {
      */
     bool sendRequestFrameToDriver(const requestFrame& frame);
 
+    StateTree describe() const override;
+
   private:
     void registerCallbacks();
 

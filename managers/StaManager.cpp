@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
+#include "client/Task.h"
 #include "managers/support/TelemetryEventLogger.h"
 #include "os/Log.h"
 
@@ -82,6 +83,7 @@ void StaManager::setStaCallback_() {
 void StaManager::onStaConnected_() {
     WIFI_LOGI("STA event(CONNECTED)");
     MutexLock lock(handlerMutex_);
+    *samples_.lock() = {true, -1, {}, {}};
     TelemetryEventLogger logger(TelemetryEventType::STA_CONNECTED);
     const StationSignal signal = pollSignal_();
     logger.reportStaManagerEvent(signal.frequency, signal.rssi);
@@ -91,6 +93,7 @@ void StaManager::onStaConnected_() {
 void StaManager::onStaDisconnected_(const std::string& event) {
     WIFI_LOGI("STA event(DISCONNECTED-%s)", event.c_str());
     MutexLock lock(handlerMutex_);
+    *samples_.lock() = {};
     TelemetryEventLogger(TelemetryEventType::STA_DISCONNECTED).reportStaManagerEvent(-1, -1);
     stopWorker_();
     notifyDisconnected_();
@@ -131,6 +134,7 @@ void StaManager::workerThread_() {
     failures_ = 0;
     int pause = kSamplePeriodSeconds;
     StaResult result = {"", -1, -1};
+    const TaskScope scope(Task::named("StaManager.worker", Task::Kind::Other));
     while (sleep_(pause)) {
         guarded([&] { pause = sample_(result); });
     }
@@ -176,6 +180,15 @@ void StaManager::notify_(CallbackMap<const StaResult&>& subscribers, const StaRe
 
 StationSignal StaManager::pollSignal_() {
     const StationSignal signal = pollStationSignal(*client_);
+    if (signal.isKnown()) {
+        const auto samples = samples_.lock();
+        samples->frequency = signal.frequency;
+        samples->at = Moment::now();
+        if (samples->rssi.size() == Samples::kCapacity) {
+            samples->rssi.erase(samples->rssi.begin());
+        }
+        samples->rssi.push_back(signal.rssi);
+    }
     if (signal.outcome == StationSignal::Outcome::NotSent) {
         const uint32_t failures = ++failures_;
         WIFI_LOGI("failed %u times for sending wpa_supplicant command.", failures);
@@ -195,6 +208,22 @@ void StaManager::getStaInfo(StaInfo& info) {
     } else if (signal.frequency != -1) {
         info.bandwidth = client_->getNl80211Client()->getStaBandwidth();
     }
+}
+
+StateTree StaManager::describe() const {
+    const Samples samples = *samples_.lock();
+    StateTree state = StateTree::parts();
+    state.set("link", samples.isLinkUp ? "up" : "down");
+    state.set("frequency", knownOrNothing(samples.frequency));
+    state.set("rssi", samples.rssi.empty() ? StateTree() : StateTree(samples.rssi.back()));
+    state.set("sampledAt", samples.at);
+    state.set("sampling", running_.load());
+    state.set("failedPolls", failures_.load());
+    StateTree& signal = state.set("signal", StateTree::list());
+    for (const int rssi : samples.rssi) {
+        signal.add(rssi);
+    }
+    return state;
 }
 
 bool StaManager::dumpInfo(std::string& out) {

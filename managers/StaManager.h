@@ -14,7 +14,9 @@
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
 #include "managers/support/StationSignal.h"
+#include "os/Moment.h"
 #include "os/Mutex.h"
+#include "os/ValueMutex.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -68,6 +70,7 @@ class StaManager : public FeatureManager {
     void getStaInfo(StaInfo& info);
 
     bool dumpInfo(std::string& out) override;
+    StateTree describe() const override;
 
   private:
     void setStaCallback_();
@@ -99,6 +102,17 @@ class StaManager : public FeatureManager {
     /** Held by the connected and disconnected handlers: they start, stop and join the worker. */
     Mutex handlerMutex_;
     std::thread worker_ GUARDED_BY(handlerMutex_);
+    /** The last signal samples of a link, the newest last. */
+    struct Samples {
+        static constexpr size_t kCapacity = 32;
+
+        bool isLinkUp = false;
+        int frequency = -1;  ///< MHz
+        Moment at;
+        std::vector<int> rssi;  ///< dBm
+    };
+    mutable ValueMutexBase<Samples, std::mutex> samples_;
+
     std::atomic<bool> running_{false};  ///< cleared under wakeMutex_ to wake the worker
     std::mutex wakeMutex_;
     std::condition_variable wake_;

@@ -55,6 +55,16 @@ void TxChainManager::setP2pTxChainQcom_(int nTx) {
     }
     const bool sent = client_->sendVendorNlCmd(info);
     WIFI_LOGI("setTxChain nTx=%d %s", nTx, sent ? "success" : "fail");
+    if (sent) {
+        chains_ = nTx;
+    }
+}
+
+StateTree TxChainManager::describe() const {
+    StateTree state = StateTree::parts();
+    state.set("toggle", enabled_.load());
+    state.set("chains", knownOrNothing(chains_));
+    return state;
 }
 
 }  // namespace Ursa::OS::Wifi

@@ -20,12 +20,15 @@ class TxChainManager : public FeatureManager {
     /** Enables or disables the restriction for groups that start later. On at first. Any thread. */
     void toggleFeature(bool enable);
 
+    StateTree describe() const override;
+
   private:
     void onP2pStarted_();
     void setP2pTxChainQcom_(int nTx);
 
     const std::shared_ptr<CorvidWifiClient> client_;
     std::atomic<bool> enabled_{true};
+    std::atomic<int> chains_{-1};  ///< that were set last; -1: never
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

@@ -169,7 +169,7 @@ void TxPowerManager::onP2pStarted_(const std::string& event) {
     if (!parsed([&] { return getInt32ValueByKey(event, "freq=", 0, frequency); })) {
         return;
     }
-    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFrequency_, frequency);
+    WIFI_LOGD("P2P Freq:%d newFreq:%d", p2pFrequency_.load(), frequency);
     if (frequency == p2pFrequency_) {
         return;
     }
@@ -188,6 +188,26 @@ void TxPowerManager::onP2pStopped_(const std::string& event) {
     p2pFrequency_ = -1;
     setP2pInfo({-1, -1});
     setTxPower_(settings_.upper(), NetInterfaceType::P2P);
+}
+
+StateTree TxPowerManager::describe() const {
+    const auto ifSet = [](unsigned power) { return power == 0 ? StateTree() : StateTree(power); };
+    StateTree state = StateTree::parts();
+    state.set("mode", perChainMode_ ? "per-chain" : "steps");
+    state.set("staToggle", staToggle_.load());
+    state.set("p2pToggle", p2pToggle_.load());
+    {
+        MutexLock lock(configMutex_);
+        state.set("handTracking", handTrackingAdaptation_);
+    }
+    state.set("staStep", ifSet(lastStaStep_));
+    state.set("staPower", ifSet(staTxPower_));
+    state.set("p2pPower", ifSet(p2pTxPower_));
+    state.set("p2pFrequency", knownOrNothing(p2pFrequency_));
+    if (perChainMode_) {
+        state.set("perChain", perChain_.describe());
+    }
+    return state;
 }
 
 bool TxPowerManager::dumpInfo(std::string& out) {

@@ -61,6 +61,8 @@ class TxPowerManager : public FeatureManager {
     void setP2pInfo(P2pInfo info);
 
     bool dumpInfo(std::string& out) override;
+    /** Without the handler mutex, as PerChainTxPower allows. */
+    StateTree describe() const override EXCLUDES(configMutex_) NO_THREAD_SAFETY_ANALYSIS;
 
   private:
     void setStaCallback_();
@@ -85,15 +87,15 @@ class TxPowerManager : public FeatureManager {
     std::atomic<bool> staToggle_{true};
     const bool perChainMode_;
     bool handTrackingAdaptation_ GUARDED_BY(configMutex_) = true;
-    int32_t p2pFrequency_ GUARDED_BY(handlerMutex_) = -1;  ///< MHz
+    std::atomic<int32_t> p2pFrequency_{-1};  ///< MHz
     /** The step of the last successful command from a sample, in configured units. */
-    unsigned lastStaStep_ GUARDED_BY(handlerMutex_) = 0;
+    std::atomic<unsigned> lastStaStep_{0};
     std::atomic<unsigned> staTxPower_{0};  ///< dBm, as in the last command, for the dump
     std::atomic<unsigned> p2pTxPower_{0};  ///< likewise
 
     /** Held across a handler's command, so that two handlers' power changes cannot interleave. */
     Mutex handlerMutex_ ACQUIRED_BEFORE(configMutex_);
-    Mutex configMutex_;
+    mutable Mutex configMutex_;
     PerChainTxPower perChain_ GUARDED_BY(handlerMutex_);
 
     // Last: destroyed first, so that no handler runs while the rest is destroyed.

@@ -44,6 +44,12 @@ class ResourceAllocator {
         resources_.clear();
     }
 
+    /** A copy of what is there, by id. */
+    std::map<int, T> all() const {
+        MutexLock lock(mutex_);
+        return resources_;
+    }
+
   private:
     mutable Mutex mutex_;
     std::map<int, T> resources_ GUARDED_BY(mutex_);

@@ -22,7 +22,7 @@ class ChannelSwitchManagerTestPeer {
   public:
     static int frequency(ChannelSwitchManager& manager, NetInterfaceType interfaceType) {
         MutexLock lock(manager.eventMutex_);
-        return manager.frequencies_.at(interfaceType);
+        return manager.frequencies_.at(static_cast<size_t>(interfaceType));
     }
 };
 
