@@ -24,10 +24,11 @@ constexpr auto typeName() {
 struct FeatureInfo {
     using Switch = const Property<bool>*;
 
-    std::string_view managerName;    ///< class name, as in the log
-    std::string_view dumpLabel;      ///< its line in the dump
-    std::array<Switch, 2> switches;  ///< either one switches it on; both null: always on
-    bool tellsClients = false;       ///< its events are relayed to the registered clients
+    std::string_view managerName;      ///< class name, as in the log
+    std::string_view dumpLabel;        ///< its line in the dump
+    std::array<Switch, 2> switches;    ///< either one switches it on; both null: always on
+    bool tellsClients = false;         ///< its events are relayed to the registered clients
+    std::string_view section = "sta";  ///< of the debug report, in which it is shown
 };
 
 /** One entry of the list below, with its manager's type. */
@@ -46,6 +47,12 @@ struct Feature : FeatureInfo {
         return changed;
     }
 
+    constexpr Feature shownUnder(std::string_view name) const {
+        Feature changed = *this;
+        changed.section = name;
+        return changed;
+    }
+
     constexpr Feature tellingClients() const {
         Feature changed = *this;
         changed.tellsClients = true;
@@ -61,29 +68,29 @@ struct Feature : FeatureInfo {
 // clang-format off
 inline constexpr std::tuple kFeatures{
     /*  0 */ Feature<class StaManager>(),
-    /*  1 */ Feature<class P2pManager>(),
-    /*  2 */ Feature<class AssocStartedManager>().tellingClients(),
+    /*  1 */ Feature<class P2pManager>().shownUnder("p2p"),
+    /*  2 */ Feature<class AssocStartedManager>().shownUnder("p2p").tellingClients(),
     /*  3 */
-    Feature<class ChannelSwitchManager>(property::cmd_cs_p2p_corvid, property::cmd_cs_p2p_ecsa)
+    Feature<class ChannelSwitchManager>(property::cmd_cs_p2p_corvid, property::cmd_cs_p2p_ecsa).shownUnder("p2p")
         .tellingClients(),
-    /*  4 */ Feature<class NoaManager>(property::cmd_noa_p2p),
+    /*  4 */ Feature<class NoaManager>(property::cmd_noa_p2p).shownUnder("p2p"),
     /*  5 */
-    Feature<class MccTimeManager>(property::cmd_mcc_p2p_increase_bw, property::cmd_mcc_quota),
+    Feature<class MccTimeManager>(property::cmd_mcc_p2p_increase_bw, property::cmd_mcc_quota).shownUnder("p2p"),
     /*  6 */
     Feature<class ElnaBypassManager>(property::cmd_elna_bypass_mode)
         .labelled("ElnaManager"),
     /*  7 */ Feature<class RegdomManager>().tellingClients(),
     /*  8 */ Feature<class ScsManager>(property::scs_enable),
-    /*  9 */ Feature<class TxChainManager>(property::txchain_enable_p2p),
+    /*  9 */ Feature<class TxChainManager>(property::txchain_enable_p2p).shownUnder("p2p"),
     /* 10 */
-    Feature<class TxPowerManager>(property::txpower_enable_sta, property::txpower_enable_p2p),
+    Feature<class TxPowerManager>(property::txpower_enable_sta, property::txpower_enable_p2p).shownUnder("power"),
     /* 11 */ Feature<class DevParamsManager>(property::devparams_enable),
-    /* 12 */ Feature<class PowerJumpDetectManager>(property::power_jump_detect_enable),
+    /* 12 */ Feature<class PowerJumpDetectManager>(property::power_jump_detect_enable).shownUnder("power"),
     /* 13 */ Feature<class TelemetryManager>(property::telemetry_enable),
     /* 14 */
-    Feature<class CoexManager>(property::frequency_block_enable, property::mipiclock_enable),
-    /* 15 */ Feature<class MipiClockManager>(property::mipiclock_enable),
-    /* 16 */ Feature<class FrequencyBlockManager>(property::frequency_block_enable),
+    Feature<class CoexManager>(property::frequency_block_enable, property::mipiclock_enable).shownUnder("coex"),
+    /* 15 */ Feature<class MipiClockManager>(property::mipiclock_enable).shownUnder("coex"),
+    /* 16 */ Feature<class FrequencyBlockManager>(property::frequency_block_enable).shownUnder("coex"),
 };
 // clang-format on
 

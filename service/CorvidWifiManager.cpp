@@ -1,12 +1,11 @@
 #include "service/CorvidWifiManager.h"
 
-#include <unistd.h>
-
 #include <type_traits>
 
 #include <vrsensors/Sensors.h>
 
 #include "client/CorvidWifiClient.h"
+#include "client/Task.h"
 #include "config/FeatureSwitches.h"
 #include "managers/AllManagers.h"
 
@@ -60,9 +59,21 @@ void CorvidWifiManager::emptySlots_(std::index_sequence<Number...> /*numbers*/) 
     (empty(std::get<sizeof...(Number) - 1 - Number>(slots_)), ...);
 }
 
+template <size_t... Number>
+std::shared_ptr<FeatureManager> CorvidWifiManager::feature_(
+    size_t number, std::index_sequence<Number...> /*numbers*/) const {
+    std::shared_ptr<FeatureManager> manager;
+    ((Number == number ? void(manager = std::get<Number>(slots_).instance) : void()), ...);
+    return manager;
+}
+
+std::shared_ptr<FeatureManager> CorvidWifiManager::feature(size_t number) const {
+    return feature_(number, std::make_index_sequence<kFeatureTable.size()>());
+}
+
 CorvidWifiManager::CorvidWifiManager(std::shared_ptr<CorvidWifiClient> client)
     : client_(std::move(client)) {
-    CorvidWifiManager::mapTaskToPid("CorvidWifiManager", gettid());
+    CorvidWifiManager::mapTaskToPid("CorvidWifiManager", currentThread());
     Sensors::setTransportErrorAction(kTransportErrorAction);
     client_->setCompositionRoot(this);
 
@@ -135,7 +146,9 @@ void CorvidWifiManager::unlinkCallback_() {
 template <typename Call>
 void CorvidWifiManager::callClients_(const char* method, Call call) {
     for (const sp<ICallback>& callback : copyCallbacks_()) {
+        stats_.beginCall(callback.get(), method);
         const Return<void> result = call(callback);
+        stats_.endCall(callback.get(), result.isOk());
         if (!result.isOk()) {
             WIFI_LOGE("Failed to call IWifi %s: %s", method, result.description().c_str());
         }

@@ -20,6 +20,7 @@
 namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
+class FeatureManager;
 
 /**
  * The composition root: creates every feature manager whose switch is on (config/FeatureList.h),
@@ -42,6 +43,9 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
         }
         return instance;
     }
+
+    /** The manager of a feature's number; null, without a warning, when it is off. Any thread. */
+    std::shared_ptr<FeatureManager> feature(size_t number) const;
 
     void mapTaskToPid(const std::string& task, int pid) override;
     /** The task map now: task name to Linux thread id. Any thread. */
@@ -66,6 +70,8 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
     /** One per feature, in the list's order. */
     using Slots = decltype(slotsOf_(kFeatures));
 
+    template <size_t... Number>
+    std::shared_ptr<FeatureManager> feature_(size_t number, std::index_sequence<Number...>) const;
     template <size_t... Number>
     void fillSlots_(std::index_sequence<Number...>);
     template <typename T>

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <hidl/HidlTransportSupport.h>
+#include <hwbinder/IPCThreadState.h>
 
 #include "os/Log.h"
 
@@ -10,6 +11,7 @@ namespace Ursa::OS::Wifi {
 
 using ::android::sp;
 using ::android::hardware::interfacesEqual;
+using ::android::hardware::IPCThreadState;
 using ::android::hidl::base::V1_0::IBase;
 
 namespace {
@@ -44,6 +46,7 @@ bool CorvidWifiManagerCallback::link(const sp<ICallback>& callback) {
     }
     ignore(callback->linkToDeath(deathReceiver_, 0));
     callbacks_.push_back(callback);
+    stats_.add(callback.get(), IPCThreadState::self()->getCallingPid());
     return true;
 }
 
@@ -54,6 +57,7 @@ bool CorvidWifiManagerCallback::unlink(const sp<ICallback>& callback) {
         return false;
     }
     ignore((*found)->unlinkToDeath(deathReceiver_));
+    stats_.remove(found->get());
     callbacks_.erase(found);
     return true;
 }
@@ -72,6 +76,7 @@ void CorvidWifiManagerCallback::onDeath_(const ServiceDeathReceiver::Who& who) {
     const auto found = find_(dead);
     if (found != callbacks_.end()) {
         WIFI_LOGD("removing dead callback");
+        stats_.remove(found->get());
         callbacks_.erase(found);
     }
 }

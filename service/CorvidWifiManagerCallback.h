@@ -5,6 +5,7 @@
 #include <vendor/corvid/hardware/wifi/1.0/ICorvidWifiManagerCallback.h>
 
 #include "os/Mutex.h"
+#include "service/ClientStats.h"
 #include "service/ServiceDeathReceiver.h"
 
 namespace Ursa::OS::Wifi {
@@ -30,7 +31,12 @@ class CorvidWifiManagerCallback {
     /** Removes a callback. Returns false when it is not there. */
     bool unlink(const ::android::sp<ICallback>& callback) EXCLUDES(mutex_);
 
+    /** The registered clients, for a report. Waits for none of them. */
+    StateTree describeClients() const { return stats_.describe(); }
+
   protected:
+    ClientStats stats_;
+
     /** The callbacks now, each with a strong reference, for calls without the mutex. */
     std::vector<::android::sp<ICallback>> copyCallbacks_() EXCLUDES(mutex_);
 

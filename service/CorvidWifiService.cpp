@@ -2,13 +2,20 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
+#include <vector>
+
+#include <cutils/native_handle.h>
 
 #include "client/CorvidWifiClient.h"
+#include "client/Task.h"
 #include "config/FeatureList.h"
 #include "managers/AllManagers.h"
+#include "service/ReportWriter.h"
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 
@@ -17,6 +24,9 @@ using ::android::hardware::Void;
 namespace managers = ::Ursa::OS::Wifi;
 
 namespace {
+
+/** How long the reader of a report may stop reading. Meanwhile no other call is served. */
+constexpr std::chrono::milliseconds kReportPatience{200};
 
 Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
 
@@ -59,11 +69,15 @@ auto dumpParts(const std::tuple<managers::Feature<Managers>...>& features) {
 CorvidWifiService::CorvidWifiService(std::shared_ptr<managers::CorvidWifiClient> client)
     : client_(client != nullptr ? std::move(client)
                                 : std::make_shared<managers::CorvidWifiClient>()),
-      manager_(client_) {}
+      manager_(client_),
+      report_(*client_, manager_) {}
 
 template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
+    static const managers::Task& task = managers::Task::named(
+        std::string(managers::typeName<Manager>()) + ".call", managers::Task::Kind::Other);
     const auto manager = manager_.get<Manager>();
+    const managers::TaskScope scope(task);
     callback(makeStatus(manager != nullptr && call(*manager)));
     return Void();
 }
@@ -151,6 +165,18 @@ Return<void> CorvidWifiService::setP2pPairedDeviceType(P2pDeviceType type,
         }
         return manager.setP2pPairedDeviceType(toDeviceType(type));
     });
+}
+
+Return<void> CorvidWifiService::debug(const hidl_handle& handle,
+                                      const hidl_vec<hidl_string>& options) {
+    const native_handle_t* const native = handle.getNativeHandle();
+    if (native == nullptr || native->numFds < 1) {
+        return Void();
+    }
+    const std::vector<std::string> words(options.begin(), options.end());
+    // What is not taken is lost: a reader that stops reading is none of the daemon's business.
+    managers::writeReport(native->data[0], report_.write(words), kReportPatience);
+    return Void();
 }
 
 int32_t CorvidWifiService::setScs_(managers::ScsProfile profile) {

@@ -7,6 +7,7 @@
 #include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
 
 #include "service/CorvidWifiManager.h"
+#include "service/DebugReport.h"
 
 namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
@@ -16,6 +17,9 @@ struct ScsProfile;
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 
 using ::android::sp;
+using ::android::hardware::hidl_handle;
+using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
 using ::android::hardware::Return;
 
 /**
@@ -51,6 +55,9 @@ class CorvidWifiService : public IWifi {
         unregisterCorvidWifiManagerCallback_cb callback) override;
     Return<void> updateTxPowerConfig(bool allowed, updateTxPowerConfig_cb callback) override;
 
+    /** Writes a report into the handle's first descriptor; see DebugReport. */
+    Return<void> debug(const hidl_handle& handle, const hidl_vec<hidl_string>& options) override;
+
   private:
     friend class CorvidWifiServiceTestPeer;
 
@@ -62,6 +69,7 @@ class CorvidWifiService : public IWifi {
 
     const std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client_;
     Ursa::OS::Wifi::CorvidWifiManager manager_;
+    const Ursa::OS::Wifi::DebugReport report_;
 };
 
 }  // namespace vendor::corvid::hardware::wifi::V1_0::implementation

@@ -8,9 +8,11 @@
 #include <hidl/HidlTransportSupport.h>
 #include <hidl/Static.h>
 #include <hwbinder/IBinder.h>
+#include <hwbinder/IPCThreadState.h>
 #include <hwbinder/ProcessState.h>
 #include <log/log.h>
 
+#include "Folder.h"
 #include "Process.h"
 
 namespace android::hardware {
@@ -37,6 +39,16 @@ sp<ProcessState> ProcessState::self() {
 }
 
 void ProcessState::startThreadPool() { host::hidl::Process::self().server().start(); }
+
+IPCThreadState* IPCThreadState::self() {
+    static auto* const self = new IPCThreadState;  // has no state of its own
+    return self;
+}
+
+pid_t IPCThreadState::getCallingPid() const {
+    const host::hidl::Connection* connection = host::hidl::Process::connectionOfCall();
+    return connection == nullptr ? 0 : host::hidl::peerPid(connection->fd());
+}
 
 void configureRpcThreadpool(size_t /*maxThreads*/, bool callerWillJoin) {
     if (callerWillJoin) {

@@ -116,6 +116,10 @@ sp<IBinder> Process::objectOf(const ObjectId& id) {
     return remote(id.process)->proxyOf(id.object);
 }
 
+Connection* Process::connectionOfCall() {
+    return Serving::innermost == nullptr ? nullptr : &Serving::innermost->connection;
+}
+
 status_t Process::nameObjects(const Parcel& parcel, std::vector<ObjectId>* ids,
                               std::vector<Exports::Pin>* pins) {
     for (const sp<IBinder>& binder : parcel.objects()) {

@@ -61,6 +61,9 @@ class Process {
     /** The connection on which `process` waits for this thread's reply to it, or null. */
     static Connection* connectionOfCaller(uint64_t process);
 
+    /** The connection of the call that this thread serves; null when it serves none. */
+    static Connection* connectionOfCall();
+
   private:
     Process();
 

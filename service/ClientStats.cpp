@@ -1,0 +1,111 @@
+#include "service/ClientStats.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "client/SlowTasks.h"
+
+namespace Ursa::OS::Wifi {
+
+namespace {
+
+constexpr int64_t kMicrosecond = 1000;
+
+}  // namespace
+
+void ClientStats::add(Key client, int pid) {
+    MutexLock lock(mutex_);
+    Record& record = records_[client];
+    record = {};
+    record.number = ++registrations_;
+    record.pid = pid;
+    record.registered = Moment::now();
+}
+
+void ClientStats::remove(Key client) {
+    MutexLock lock(mutex_);
+    const auto found = records_.find(client);
+    if (found == records_.end()) {
+        return;
+    }
+    if (found->second.method == nullptr) {
+        records_.erase(found);
+    } else {
+        found->second.isGone = true;
+    }
+}
+
+void ClientStats::beginCall(Key client, const char* method) {
+    MutexLock lock(mutex_);
+    const auto found = records_.find(client);
+    if (found != records_.end()) {
+        found->second.method = method;
+        found->second.since = Moment::now();
+    }
+}
+
+void ClientStats::endCall(Key client, bool success) {
+    std::string name;
+    int64_t duration = 0;
+    {
+        MutexLock lock(mutex_);
+        const auto found = records_.find(client);
+        if (found == records_.end() || found->second.method == nullptr) {
+            return;
+        }
+        Record& record = found->second;
+        duration = Moment::monotonicNow() - record.since.monotonicNs;
+        name = std::string(record.method) + " of process " + std::to_string(record.pid);
+        ++record.calls;
+        record.failures += success ? 0 : 1;
+        if (duration > record.slowestNs) {
+            record.slowestNs = duration;
+            record.slowestMethod = record.method;
+        }
+        record.method = nullptr;
+        if (record.isGone) {
+            records_.erase(found);
+        }
+    }
+    SlowTasks::ofProcess().note(SlowTasks::Kind::Callback, name, duration);
+}
+
+StateTree ClientStats::describe_(const Record& record) {
+    StateTree state = StateTree::parts();
+    state.set("pid", record.pid);
+    state.set("registered", record.registered);
+    state.set("calls", record.calls);
+    state.set("failures", record.failures);
+    state.set("slowestUs", record.slowestNs / kMicrosecond);
+    state.set("slowestMethod",
+              record.slowestMethod == nullptr ? StateTree() : StateTree(record.slowestMethod));
+    StateTree& current = state.set("current", {});
+    if (record.method != nullptr) {
+        current = StateTree::parts();
+        current.set("method", record.method);
+        current.set("since", record.since);
+        current.asLine(std::string(record.method) + ", has not returned since " +
+                       momentText(record.since));
+    }
+    return state;
+}
+
+StateTree ClientStats::describe() const {
+    std::vector<Record> records;
+    {
+        MutexLock lock(mutex_);
+        for (const auto& [client, record] : records_) {
+            records.push_back(record);
+        }
+    }
+    std::sort(records.begin(), records.end(),
+              [](const Record& a, const Record& b) { return a.number < b.number; });
+    StateTree list = StateTree::list();
+    for (const Record& record : records) {
+        list.add(describe_(record));
+    }
+    return list;
+}
+
+}  // namespace Ursa::OS::Wifi

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "os/Moment.h"
+#include "os/Mutex.h"
+#include "os/StateTree.h"
+
+namespace Ursa::OS::Wifi {
+
+/**
+ * How the registered clients take their callbacks: one that hangs is named by its process. Any
+ * thread; the mutex is not held while a client is called.
+ */
+class ClientStats {
+  public:
+    /** What a client is known by. */
+    using Key = const void*;
+
+    /** `pid`: the process that registers it; 0 when unknown. */
+    void add(Key client, int pid) EXCLUDES(mutex_);
+    /** One that is being called now is shown until that call has ended. */
+    void remove(Key client) EXCLUDES(mutex_);
+
+    /** `method` is a literal. */
+    void beginCall(Key client, const char* method) EXCLUDES(mutex_);
+    void endCall(Key client, bool success) EXCLUDES(mutex_);
+
+    /** A list, in the order of registration. */
+    StateTree describe() const EXCLUDES(mutex_);
+
+  private:
+    struct Record {
+        uint64_t number = 0;
+        int pid = 0;
+        Moment registered;
+        uint32_t calls = 0;
+        uint32_t failures = 0;
+        int64_t slowestNs = 0;
+        const char* slowestMethod = nullptr;
+        const char* method = nullptr;  ///< being called now; null: none
+        Moment since;
+        bool isGone = false;
+    };
+
+    static StateTree describe_(const Record& record);
+
+    mutable Mutex mutex_;
+    uint64_t registrations_ GUARDED_BY(mutex_) = 0;
+    std::map<Key, Record> records_ GUARDED_BY(mutex_);
+};
+
+}  // namespace Ursa::OS::Wifi
