@@ -9,7 +9,7 @@
 namespace Ursa::OS::Wifi {
 
 BuildInfo BuildInfo::ofProcess() {
-    constexpr char kVersion[] = "1.0.0";
+    static constexpr char kVersion[] = "1.0.0";
 #ifdef __ANDROID__
     return {kVersion, android::base::GetProperty("ro.vendor.build.version.incremental", "unknown"),
             "device"};

@@ -28,6 +28,14 @@ namespace {
 /** How long the reader of a report may stop reading. Meanwhile no other call is served. */
 constexpr std::chrono::milliseconds kReportPatience{200};
 
+/** What the thread does while it serves a call of a manager. */
+template <typename Manager>
+const managers::Task& callOf() {
+    static const managers::Task& task = managers::Task::named(
+        std::string(managers::typeName<Manager>()) + ".call", managers::Task::Kind::Other);
+    return task;
+}
+
 Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
 
 /** Converts the interface's type to the daemon's own; an unknown value becomes UNKNOWN. */
@@ -74,10 +82,8 @@ CorvidWifiService::CorvidWifiService(std::shared_ptr<managers::CorvidWifiClient>
 
 template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
-    static const managers::Task& task = managers::Task::named(
-        std::string(managers::typeName<Manager>()) + ".call", managers::Task::Kind::Other);
     const auto manager = manager_.get<Manager>();
-    const managers::TaskScope scope(task);
+    const managers::TaskScope scope(callOf<Manager>());
     callback(makeStatus(manager != nullptr && call(*manager)));
     return Void();
 }
@@ -109,6 +115,7 @@ Return<void> CorvidWifiService::getP2pInfo(getP2pInfo_cb callback) {
 
 Return<void> CorvidWifiService::getStaInfo(getStaInfo_cb callback) {
     managers::StaInfo info = {};
+    const managers::TaskScope scope(callOf<managers::StaManager>());
     manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
     const bool known = info.bandwidth >= 1 && info.bandwidth <= 5;
     callback({info.frequency, info.rssi, known ? static_cast<uint32_t>(info.bandwidth) : 0U});
@@ -180,6 +187,7 @@ Return<void> CorvidWifiService::debug(const hidl_handle& handle,
 }
 
 int32_t CorvidWifiService::setScs_(managers::ScsProfile profile) {
+    const managers::TaskScope scope(callOf<managers::ScsManager>());
     const auto manager = manager_.get<managers::ScsManager>();
     return manager == nullptr ? -1 : manager->set(profile);
 }

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <utility>
 
@@ -61,8 +62,10 @@ std::string askDebug(const sp<IWifi>& service, const std::vector<std::string>& o
     std::array<char, 4096> part;
     while (true) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+        const bool isLimited = limit.count() > 0;
         pollfd waited = {input.get(), POLLIN, 0};
-        if (left <= 0 || poll(&waited, 1, static_cast<int>(left)) == 0) {
+        if ((isLimited && left <= 0) ||
+            poll(&waited, 1, isLimited ? static_cast<int>(left) : -1) == 0) {
             throw ServiceError("the service has not answered within " +
                                std::to_string(limit.count()) +
                                " ms: it serves one call at a time, and another one is waiting");

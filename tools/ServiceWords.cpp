@@ -1,11 +1,16 @@
 #include "tools/ServiceWords.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <vendor/corvid/hardware/wifi/1.0/types.h>
 
+#include "tools/Debug.h"
 #include "tools/Json.h"
 #include "tools/Methods.h"
 #include "tools/Monitor.h"
@@ -50,6 +55,26 @@ int runCall(const CommandLine& line) {
     const Answer answer = call(*findService(line));
     print(answer.json + "\n");
     return answer.success ? kSuccess : kFailure;
+}
+
+int runDebug(const CommandLine& line) {
+    for (const std::string& name : line.arguments) {
+        if (std::find(kReportSections.begin(), kReportSections.end(), name) ==
+            kReportSections.end()) {
+            std::string allowed;
+            for (const std::string_view section : kReportSections) {
+                allowed += (allowed.empty() ? "" : ", ") + std::string(section);
+            }
+            throw UsageError("debug knows no " + toLine(name) + "; allowed are " + allowed);
+        }
+    }
+    std::vector<std::string> options = line.arguments;
+    if (line.has("--json")) {
+        options.emplace_back("--json");
+    }
+    const Deadline deadline(line.timeout());
+    print(askDebug(findService(line), options, std::chrono::milliseconds(0)));
+    return kSuccess;
 }
 
 int runDump(const CommandLine& line) {

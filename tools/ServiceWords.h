@@ -7,6 +7,7 @@
 namespace Ursa::OS::Wifi::Tools {
 
 int runCall(const CommandLine& line);
+int runDebug(const CommandLine& line);
 int runDump(const CommandLine& line);
 int runMonitor(const CommandLine& line);
 int runP2p(const CommandLine& line);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/Debug.h"
 #include "tools/Json.h"
 #include "tools/Print.h"
 #include "tools/ServiceWords.h"
@@ -108,6 +109,14 @@ const std::vector<Word>& allWords() {
          kAny,
          runCall,
          true},
+        {"debug",
+         "[NAME ...]",
+         "prints what the service knows about itself: sta, p2p, power, coex, sockets, netlink, "
+         "clients, properties, history, threads; without a name all of it",
+         {},
+         0,
+         kReportSections.size(),
+         runDebug},
         {"dump", "", "prints the state of every feature, in the fixed text", {}, 0, 0, runDump},
         {"monitor", "", "prints each event as a line of JSON, until Ctrl-C", {}, 0, 0, runMonitor},
         {"p2p", "", "prints the P2P group's channel", {}, 0, 0, runP2p},
