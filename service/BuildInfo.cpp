@@ -1,21 +1,20 @@
 #include "service/BuildInfo.h"
 
-#ifdef __ANDROID__
-#include <android-base/properties.h>
-#else
-#include "corvid_build_info.h"
+#if __has_include(<corvid_build_info.h>)
+#include <corvid_build_info.h>
 #endif
 
 namespace Ursa::OS::Wifi {
 
 BuildInfo BuildInfo::ofProcess() {
-    static constexpr char kVersion[] = "1.0.0";
-#ifdef __ANDROID__
-    return {kVersion, android::base::GetProperty("ro.vendor.build.version.incremental", "unknown"),
-            "device"};
-#else
-    return {kVersion, CORVID_WIFI_COMMIT, "host"};
+    BuildInfo info = {"1.0.0", "unknown", "host"};
+#ifdef CORVID_WIFI_COMMIT
+    info.commit = CORVID_WIFI_COMMIT;
 #endif
+#ifdef __ANDROID__
+    info.platform = "device";
+#endif
+    return info;
 }
 
 }  // namespace Ursa::OS::Wifi

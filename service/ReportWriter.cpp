@@ -5,20 +5,15 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <ctime>
-#include <string>
-
-#include <android-base/unique_fd.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
 
 namespace Ursa::OS::Wifi {
 
 namespace {
-
-using ::android::base::unique_fd;
 
 /** Keeps a SIGPIPE that the calling thread raises from having any effect. */
 class PipeSignalHeldBack {
@@ -54,55 +49,29 @@ class PipeSignalHeldBack {
     bool wasPending_ = false;
 };
 
-/** A descriptor whose writes do not wait, as far as its kind can make them wait. */
+/** A caller's descriptor whose writes do not wait, for a scope, as far as its kind can wait. */
 class Target {
   public:
-    explicit Target(int descriptor) : descriptor_(descriptor) {
-        struct stat status = {};
-        if (fstat(descriptor, &status) != 0) {
-            return;
-        }
-        isSocket_ = S_ISSOCK(status.st_mode);
-        if (!S_ISFIFO(status.st_mode) && !S_ISCHR(status.st_mode)) {
-            return;
-        }
-        // Not by a flag of the caller's descriptor, which the caller could change meanwhile. But
-        // another user's pipe cannot be opened anew.
-        const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-        own_.reset(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
-        if (own_.ok()) {
-            descriptor_ = own_.get();
-            return;
-        }
-        const int flags = fcntl(descriptor, F_GETFL);
-        if (flags >= 0 && (flags & O_NONBLOCK) == 0 &&
-            fcntl(descriptor, F_SETFL, flags | O_NONBLOCK) == 0) {
-            flagsBefore_ = flags;
-        }
+    explicit Target(int descriptor) : descriptor_(descriptor), flags_(fcntl(descriptor, F_GETFL)) {
+        fcntl(descriptor_, F_SETFL, flags_ | O_NONBLOCK);
     }
-    ~Target() {
-        if (flagsBefore_ >= 0) {
-            fcntl(descriptor_, F_SETFL, flagsBefore_);
-        }
-    }
+    ~Target() { fcntl(descriptor_, F_SETFL, flags_); }
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
 
+    /** Of a small piece: where the caller takes the flag back meanwhile, that does not wait. */
     ssize_t write(std::string_view text) const {
-        return isSocket_ ? send(descriptor_, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
-                         : ::write(descriptor_, text.data(), text.size());
+        return ::write(descriptor_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
     }
-    /** False when there is no room in time. */
+    /** False when there is none in time. */
     bool waitForRoom(std::chrono::milliseconds limit) const {
         pollfd waited = {descriptor_, POLLOUT, 0};
         return poll(&waited, 1, static_cast<int>(limit.count())) > 0;
     }
 
   private:
-    int descriptor_;
-    unique_fd own_;
-    bool isSocket_ = false;
-    int flagsBefore_ = -1;  ///< of the caller's descriptor; -1: unchanged
+    const int descriptor_;
+    const int flags_;  ///< the caller's
 };
 
 }  // namespace
@@ -113,12 +82,13 @@ bool writeReport(int descriptor, std::string_view text, std::chrono::millisecond
     // A reader that takes a byte now and then must not hold the caller up for ever.
     const auto end = std::chrono::steady_clock::now() + 10 * patience;
     while (!text.empty()) {
+        if (std::chrono::steady_clock::now() > end || !target.waitForRoom(patience)) {
+            return false;
+        }
         const ssize_t written = target.write(text);
         if (written > 0) {
             text.remove_prefix(static_cast<size_t>(written));
         } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
-            return false;
-        } else if (std::chrono::steady_clock::now() > end || !target.waitForRoom(patience)) {
             return false;
         }
     }

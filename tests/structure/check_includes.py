@@ -45,8 +45,17 @@ LIBRARIES = {
         "utils/",
         "vrsensors/",
     ),
-    "service": ("hidl/", "utils/", "vendor/corvid/hardware/wifi/", "vrsensors/"),
+    "service": (
+        "corvid_build_info.h",
+        "cutils/native_handle.h",
+        "hidl/",
+        "hwbinder/",
+        "utils/",
+        "vendor/corvid/hardware/wifi/",
+        "vrsensors/",
+    ),
     "tools": (
+        "cutils/native_handle.h",
         "hidl/",
         "nlohmann/json.hpp",
         "sys/system_properties.h",

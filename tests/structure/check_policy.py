@@ -35,6 +35,11 @@ MAY = {
     "hidl_base_hwservice:hwservice_manager": "add",
     "hal_corvid_wifi_client:binder": "call transfer",
     "hal_corvid_wifi_client:fd": "use",
+    # a bug report's pipe, and what the report tells of the process
+    "dumpstate:fd": "use",
+    "dumpstate:fifo_file": "write",
+    f"{DAEMON}:dir": "getattr open read search",
+    f"{DAEMON}:file": "getattr open read",
     "hwbinder_device:chr_file": "ioctl map open read write",
     "hwservicemanager:binder": "call transfer",
     # its properties, which it never sets
