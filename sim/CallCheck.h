@@ -6,8 +6,8 @@
 namespace sim {
 
 /**
- * Asks the client program at the path `client` whether `call` takes these words (method first),
- * without the service. Returns what it says is wrong, or nothing. Blocks some milliseconds.
+ * Runs the client program at the path `client` to check these words of a `call` (method first)
+ * without the service. Returns its error message, or an empty text. Blocks for some milliseconds.
  */
 std::string wrongWithCall(const std::string& client, const std::vector<std::string>& words);
 

@@ -13,7 +13,7 @@
 
 namespace sim {
 
-/** A program that the simulator runs beside itself, with its output line by line. */
+/** A child process of the simulator; its output is delivered line by line. */
 class Child {
   public:
     struct Command {

@@ -10,9 +10,9 @@
 namespace sim {
 
 /**
- * Plays lines that come on a descriptor, each at once, and answers each with one JSON line of kind
- * "ok" or "error" that has the line's number. A line is read only after the answer to the one
- * before, so the records of what a line did come before its answer.
+ * Plays lines read from a descriptor, each at once, and answers each with one JSON line of kind
+ * "ok" or "error" that has the line's number. The next line is read after that answer, so the
+ * records of what a line did come before its answer.
  */
 class Control {
   public:

@@ -28,16 +28,16 @@ class ControlSocket {
         Address from;
     };
 
-    /** Binds `path`, which nothing may stand at. Returns why it failed, or an empty text. */
+    /** Binds `path`, which must not exist. Returns why it failed, or an empty text. */
     std::string open(const std::string& path);
     int fd() const { return fd_.get(); }
     const Address& address() const { return address_; }
 
     /** Takes the next request into `request`; `flags` as of recv(). False when there is none. */
     bool receive(Request& request, int flags = 0) const;
-    /** Returns 0, or the errno when `to` did not take it. `flags` as of send(). */
+    /** Returns 0, or the errno if `to` did not take it. `flags` as of send(). Any thread. */
     int send(const Address& to, std::string_view bytes, int flags = 0) const;
-    /** Makes what `peer` waits for on its connection fail at once; requests not taken are lost. */
+    /** Makes pending receives of `peer` fail at once; its unread requests are lost. */
     void reset(const Address& peer) const;
 
     /** Whether half of the send buffer, which all receivers share, is free. */

@@ -17,9 +17,9 @@ namespace sim {
 using Duration = std::chrono::nanoseconds;
 
 /**
- * Waits for readable descriptors and for timers, and calls what was registered for them, on the
- * thread that runs it. Only post() is for other threads. Descriptors are not owned. Callbacks may
- * add and remove anything, themselves included; what was removed is not called any more.
+ * Waits for readable descriptors and timers and calls their callbacks, on the thread that calls
+ * run(). Only post() is for other threads. Descriptors are not owned. Callbacks may add and remove
+ * any descriptor or timer, even their own; a removed one is not called again.
  */
 class EventLoop {
   public:
@@ -33,7 +33,7 @@ class EventLoop {
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
-    /** Calls `onReadable` whenever `fd` is readable or hung up, in place of what was called. */
+    /** Calls `onReadable` whenever `fd` is readable or hung up. Replaces an earlier callback. */
     void watch(int fd, Task onReadable);
     /** To be called before the descriptor is closed. */
     void forget(int fd);
@@ -43,7 +43,7 @@ class EventLoop {
     TimerId after(Clock::duration delay, Task task) {
         return at(Clock::now() + delay, std::move(task));
     }
-    /** Does nothing for a timer that has run. */
+    /** Ignores a timer that has already run. */
     void cancel(TimerId id);
 
     /** Any thread: calls `task` on the loop's thread, in the order of the calls. */

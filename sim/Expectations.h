@@ -19,12 +19,12 @@ struct Expectation {
 };
 
 /**
- * The "expect" lines under way. What a line waits for counts from the last line that did something
- * (mark()), so that an answer that came before the expectation was read isn't missed.
+ * The pending "expect" lines. A record matches if it came after mark(), the last line that did
+ * something, so an answer that came before the "expect" line was read is not missed.
  */
 class Expectations {
   public:
-    /** `failure` is empty when the expectation came true. */
+    /** `failure` is empty if the expectation was met. */
     using OnSettled = std::function<void(const std::string& failure)>;
 
     /** `loop` and `recorder` must outlive this. */

@@ -7,12 +7,12 @@
 namespace sim {
 
 /**
- * Which of the `known` words was probably meant by `word`: the one with the fewest letters
- * different (a third of them and three at most), whatever their case. Empty if none is so near.
+ * The one of the `known` words that differs least from `word`, ignoring case. Empty if all differ
+ * in more than three letters, or in more than a third of them.
  */
 std::string_view nearest(std::string_view word, const std::vector<std::string_view>& known);
 
-/** " (did you mean NAME?)" behind an error, or nothing. */
+/** " (did you mean NAME?)" to append to an error, or an empty text. */
 std::string didYouMean(std::string_view word, const std::vector<std::string_view>& known);
 
 }  // namespace sim

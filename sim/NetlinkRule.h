@@ -4,10 +4,10 @@
 
 namespace sim {
 
-/** The requests that the kernel side knows. */
+/** The requests that the simulated kernel answers. */
 enum class NetlinkRequest { Family, InterfaceDump, StationDump, Vendor, Frame, Any };
 
-/** How the kernel side answers a kind of request from now on. */
+/** How the simulated kernel answers one kind of request from now on. */
 struct NetlinkRule {
     enum class Fault {
         Error,          ///< An error reply.

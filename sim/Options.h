@@ -7,14 +7,14 @@
 
 namespace sim {
 
-/** What the command line of corvid-sim asks for. */
+/** The options of corvid-sim's command line. */
 struct Options {
     std::string root;
     std::string daemon;
     std::string record;
     std::string scenario;
     double speed = 1;
-    std::string logTags;  ///< As ANDROID_LOG_TAGS has them; empty: that, or warnings.
+    std::string logTags;  ///< Like ANDROID_LOG_TAGS; empty: that variable, or else warnings.
     bool control = false;
     bool check = false;
     bool stats = true;
@@ -27,13 +27,13 @@ struct Options {
 /** One option of the command line, for reading it and for the help. */
 struct OptionRow {
     std::string_view name;   ///< Without the dashes.
-    std::string_view value;  ///< What stands behind it; empty: nothing.
-    std::string_view what;
+    std::string_view value;  ///< The value's name in the help; empty: the option takes none.
+    std::string_view what;   ///< Help text.
     /** Throws UsageError. */
     void (*set)(Options& options, const std::string& value);
 };
 
-/** A command line that is wrong: what() says how. */
+/** A wrong command line: what() says what is wrong. */
 class UsageError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -41,7 +41,7 @@ class UsageError : public std::runtime_error {
 /** Every option, in the help's order. */
 const std::vector<OptionRow>& optionRows();
 
-/** `words` are those behind the program's name. Throws UsageError. */
+/** Parses `words`, those after the program's name. Throws UsageError. */
 Options readOptions(const std::vector<std::string>& words);
 
 /** What --help prints. */

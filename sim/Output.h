@@ -8,12 +8,12 @@
 namespace sim {
 
 /**
- * A stream that lines are written to, each flushed. At the first one that can't be written,
- * `onLost` is called, once; what comes later is dropped.
+ * Writes lines to a stream and flushes each. The first failure calls `onLost`, once; later lines
+ * are dropped.
  */
 class Output {
   public:
-    /** Does not close `stream`. `name` is for the message about it. */
+    /** Does not own `stream`. `name` is its name in complaint(). */
     Output(std::FILE* stream, std::string name, std::function<void()> onLost)
         : stream_(stream), name_(std::move(name)), onLost_(std::move(onLost)) {}
     Output(const Output&) = delete;

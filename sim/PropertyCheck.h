@@ -6,8 +6,8 @@
 namespace sim {
 
 /**
- * What the daemon would pass over in silence when the property `name` is set to `value`: a name
- * that is none of its own but nearly one, or a value that it can't parse. Empty if all is well.
+ * A warning about a setting that the daemon would silently ignore: a `name` that is almost one of
+ * its properties, or a `value` that does not parse. Empty if there is none.
  */
 std::string propertyWarning(std::string_view name, const std::string& value);
 

@@ -75,9 +75,13 @@ std::string Record::json() const {
     return lineOf(line);
 }
 
-void Recorder::add(Record record) {
+double Recorder::now() const {
     const std::chrono::duration<double> t = std::chrono::steady_clock::now() - start_;
-    record.t = t.count() * speed_;
+    return t.count() * speed_;
+}
+
+void Recorder::add(Record record) {
+    record.t = now();
     pending_.push_back(std::move(record));
     if (delivering_) {
         return;

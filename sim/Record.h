@@ -68,6 +68,8 @@ class Recorder {
     void addSink(Sink sink) { sinks_.push_back(std::move(sink)); }
     /** From now on, how many seconds it counts in one of the clock's. */
     void setSpeed(double speed) { speed_ = speed; }
+    /** The time that a record would have. */
+    double now() const;
     /** Time 0 is now. */
     void restartClock() { start_ = std::chrono::steady_clock::now(); }
     void add(Record record);

@@ -7,6 +7,9 @@ namespace sim {
 
 namespace {
 
+/** How late a line may be because the call before it has no answer. */
+constexpr std::chrono::seconds kLatestBehindACall{2};
+
 /** Does a line of the preparation begin with `verb`? */
 bool prepares(const Scenario& scenario, std::string_view verb) {
     return std::any_of(scenario.steps.begin(), scenario.steps.end(), [verb](const Step& step) {
@@ -94,18 +97,25 @@ void ScenarioRun::startTimed() {
     loop_.after({}, [this] { playDue(); });
 }
 
+EventLoop::Clock::time_point ScenarioRun::endOfWait() const {
+    if (waitedFor_ == nullptr) {
+        return EventLoop::Clock::time_point::min();
+    }
+    const auto later = std::find_if(scenario_.steps.begin() + static_cast<std::ptrdiff_t>(next_),
+                                    scenario_.steps.end(),
+                                    [this](const Step& step) { return step.at > waitedFor_->at; });
+    return later == scenario_.steps.end()
+               ? EventLoop::Clock::time_point::max()
+               : start_ + simulation_.scaled(later->at) + kLatestBehindACall;
+}
+
 void ScenarioRun::playDue() {
     const auto& steps = scenario_.steps;
     const auto dueAt = [this](const Step& step) { return start_ + simulation_.scaled(step.at); };
-    const auto isDue = [&](const Step& step) { return dueAt(step) <= EventLoop::Clock::now(); };
-    while (next_ < steps.size() && isDue(steps[next_])) {
-        // The first line after the call that has a later time ends the wait.
-        const auto later = std::find_if(
-            steps.begin() + static_cast<std::ptrdiff_t>(next_), steps.end(),
-            [this](const Step& step) { return waitedFor_ == nullptr || step.at > waitedFor_->at; });
-        if (waitedFor_ != nullptr && (later == steps.end() || !isDue(*later))) {
-            if (later != steps.end()) {
-                loop_.at(dueAt(*later), [this] { playDue(); });
+    while (next_ < steps.size() && dueAt(steps[next_]) <= EventLoop::Clock::now()) {
+        if (const auto end = endOfWait(); EventLoop::Clock::now() < end) {
+            if (end != EventLoop::Clock::time_point::max()) {
+                loop_.at(end, [this] { playDue(); });
             }
             return;
         }

@@ -14,8 +14,8 @@ namespace sim {
 /**
  * Plays a scenario from its first line to its last: the preparation one line after the other, then
  * the statistics service and the daemon, then the timed lines at their times, the start of the
- * daemon being 0, and the daemon's dump at the end. A line without a time waits for the call above
- * it, until the next line with a time is due.
+ * daemon being 0, and the daemon's dump at the end. Behind a call, a line waits for its answer,
+ * though not longer than until the next line with a later time is two seconds late.
  */
 class ScenarioRun {
   public:
@@ -42,6 +42,8 @@ class ScenarioRun {
     void startDaemon();
     void startTimed();
     void playDue();
+    /** Until when the lines wait for the call before them; the past if they need not. */
+    EventLoop::Clock::time_point endOfWait() const;
     void onStepDone(const Step& step, const std::string& error);
     void onAllDone();
     void end();
@@ -57,7 +59,7 @@ class ScenarioRun {
     EventLoop::Clock::time_point start_;
     size_t next_ = 0;  ///< The timed line that is played next.
     size_t left_ = 0;  ///< Timed lines that are not done.
-    /** The line whose end the lines right below it wait for; null: they need not. */
+    /** The call whose end the lines below it wait for; null: they need not. */
     const Step* waitedFor_ = nullptr;
     int expected_ = 0;  ///< Expectations that are settled.
     int met_ = 0;

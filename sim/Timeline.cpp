@@ -16,8 +16,10 @@ namespace {
 constexpr size_t kLongestText = 160;
 constexpr std::string_view kPowerCommand = "DRIVER SET_TXPOWER ";
 /** Of these kinds, lines that are the same are counted. */
-constexpr std::string_view kRepeating[] = {"attach",  "burst",  "command", "detach",  "log",
-                                           "netlink", "output", "program", "sensors", "socket"};
+constexpr std::string_view kRepeating[] = {"atom",    "attach",  "burst",   "command",
+                                           "detach",  "log",     "netlink", "output",
+                                           "program", "sensors", "socket"};
+constexpr int kWrittenOnes = 4;
 constexpr size_t kWhoWidth = 22;
 constexpr double kLongestWindow = 16;
 
@@ -100,7 +102,7 @@ void Timeline::write(double t, Style style, std::string_view who, std::string_vi
 bool Timeline::leaveOut(double t, Style style, std::string_view who, std::string_view text) {
     Repeats& repeats = repeats_[std::string(who) + ' ' + std::string(text)];
     repeats.last = t;
-    if (repeats.written == 2) {
+    if (repeats.written == kWrittenOnes) {
         ++repeats.leftOut;
         return true;
     }
@@ -114,6 +116,9 @@ bool Timeline::leaveOut(double t, Style style, std::string_view who, std::string
 }
 
 void Timeline::count(double t) {
+    if (finished_) {
+        return;  // how everything is taken down
+    }
     now_ = t;
     for (auto next = repeats_.begin(); next != repeats_.end();) {
         const auto current = next++;
@@ -124,7 +129,7 @@ void Timeline::count(double t) {
         writeCount(t, repeats);
         if (t < repeats.last || t - repeats.last >= 1) {
             repeats_.erase(current);
-        } else if (repeats.written < 2) {
+        } else if (repeats.written < kWrittenOnes) {
             repeats.written = 0;
         } else {
             // It goes on: counted from now on, and told less and less often.
@@ -150,10 +155,10 @@ void Timeline::finish() {
 }
 
 void Timeline::print(const Record& record) {
-    if (finished_) {
-        return;  // how everything is taken down
-    }
     count(record.t);
+    if (finished_) {
+        return;
+    }
     if (record.kind == "say") {
         line(record, Style::Bold, "==", record.text);
     } else if (record.kind == "line") {

@@ -13,9 +13,9 @@ namespace sim {
 
 /**
  * Writes what happens for a person: one line each, in colour if wanted. A line that the daemon
- * causes over and over (twenty times a second while it looks for its supplicant) is written twice,
- * then the number of those left out. What was asked for is always written: the scenario's lines,
- * calls and callbacks with their answers, failures.
+ * causes over and over (twenty times a second while it looks for its supplicant) is written four
+ * times, then the number of those left out. What was asked for is always written: the scenario's
+ * lines, calls and callbacks with their answers, failures.
  */
 class Timeline {
   public:
@@ -28,7 +28,10 @@ class Timeline {
     Timeline(Output& output, Look look) : output_(output), look_(std::move(look)) {}
 
     void print(const Record& record);
-    /** Writes how many lines were left out until now. */
+    /** Writes how often lines came that were left out in the windows that are over at the time `t`.
+     */
+    void count(double t);
+    /** The same for all windows. */
     void finish();
 
   private:
@@ -47,10 +50,8 @@ class Timeline {
 
     void line(const Record& record, Style style, std::string_view who, std::string_view text);
     void write(double t, Style style, std::string_view who, std::string_view text);
-    /** Whether this line was written twice and is counted from now on. */
+    /** Whether this line was written often enough and is counted from now on. */
     bool leaveOut(double t, Style style, std::string_view who, std::string_view text);
-    /** Writes the counts of all windows that are over at the time `t`. */
-    void count(double t);
     void writeCount(double t, Repeats& repeats);
     void command(const Record& record);
     void netlink(const Record& record);

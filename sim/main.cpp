@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -11,6 +12,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -42,6 +44,7 @@ namespace fs = std::filesystem;
 
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
+constexpr std::chrono::milliseconds kCounting{200};
 
 std::string ownFolder() {
     char path[PATH_MAX];
@@ -180,6 +183,15 @@ End play(const sim::Options& options, std::optional<sim::Scenario> scenario,
         recorder.addSink([&output](const sim::Record& r) { output.write(r.json() + "\n"); });
     } else {
         recorder.addSink([&timeline](const sim::Record& r) { timeline.print(r); });
+    }
+
+    // What is counted is told in time, also when nothing else happens.
+    const std::function<void()> tellCounts = [&] {
+        timeline.count(recorder.now());
+        loop.after(kCounting, tellCounts);
+    };
+    if (!options.control) {
+        tellCounts();
     }
 
     const android::base::unique_fd signals = endSignals();

@@ -18,29 +18,29 @@ enum ExitStatus {
     kNoAnswer = 5,
 };
 
-/** What stands behind a word, or before it, and begins with "-". */
+/** An option of the command line: "--wait", "--timeout TIME". */
 struct Option {
     std::string_view name;   ///< with its dashes
-    std::string_view value;  ///< what stands behind it; empty: nothing
-    std::string_view what;
+    std::string_view value;  ///< the value's name in the help; empty: the option takes none
+    std::string_view what;   ///< help text
 };
 
 struct CommandLine;
 
-/** What corvid-wifi can be asked for. */
+/** A subcommand of corvid-wifi, such as `dump` or `call`. */
 struct Word {
     std::string_view name;
-    std::string_view arguments;  ///< for people: "METHOD [ARG ...]"
-    std::string_view what;
-    std::vector<Option> options;  ///< its own, beside those of every word
-    size_t fewest = 0;            ///< arguments
-    size_t most = 0;
+    std::string_view arguments;                     ///< for the help: "METHOD [ARG ...]"
+    std::string_view what;                          ///< help text
+    std::vector<Option> options;                    ///< in addition to commonOptions()
+    size_t fewest = 0;                              ///< least number of arguments
+    size_t most = 0;                                ///< greatest number of arguments
     int (*run)(const CommandLine& line) = nullptr;  ///< returns an ExitStatus, or throws
-    /** From the first argument on, everything is one, whatever it begins with. */
+    /** From the first argument on, words are arguments even if they begin with "-". */
     bool argumentsMayBeOptions = false;
 };
 
-/** The words behind the program's name, sorted. */
+/** A parsed command line. */
 struct CommandLine {
     const Word* word = nullptr;
     std::vector<std::string> arguments;
@@ -49,18 +49,17 @@ struct CommandLine {
     bool has(std::string_view option) const { return options.find(option) != options.end(); }
     /** The option's value; empty if it was not given. */
     std::string value(std::string_view option) const;
-    /** --timeout; 0: for ever. */
+    /** The value of --timeout; 0: no limit. */
     std::chrono::milliseconds timeout() const;
 };
 
 /** The options that every word takes. */
 const std::vector<Option>& commonOptions();
 
-/** Throws UsageError. `words` are those behind the program's name. */
+/** Parses `words`, those after the program's name, by the `table` of words. Throws UsageError. */
 CommandLine readCommandLine(const std::vector<std::string>& words, const std::vector<Word>& table);
 
-/** A time with its unit (250ms, 1s, 2min, 1h) or in seconds; throws UsageError. `name`: whose it
- * is. */
+/** Parses a time with its unit (250ms, 1s, 2min, 1h) or in seconds; throws UsageError. */
 std::chrono::milliseconds readTime(std::string_view name, const std::string& text);
 
 }  // namespace Ursa::OS::Wifi::Tools

@@ -6,10 +6,10 @@
 
 namespace Ursa::OS::Wifi::Tools {
 
-/** Fields keep the order in which they are set. */
+/** Fields keep the order in which they were set. */
 using Json = nlohmann::ordered_json;
 
-/** In one line without spaces. Bytes that are not UTF-8 become U+FFFD, so it never throws. */
+/** One line without spaces. Bytes that are not UTF-8 become U+FFFD, so it does not throw. */
 inline std::string toLine(const Json& value) {
     return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

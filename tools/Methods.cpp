@@ -23,7 +23,7 @@ using ::vendor::corvid::hardware::wifi::V1_0::Status;
 
 namespace {
 
-// Results: how each type that a method answers is printed.
+// Results: how each result type is printed.
 
 template <typename Result>
 Answer toAnswer(const Result& /*result*/) {
@@ -48,10 +48,11 @@ Answer toAnswer(const StaInfo& info) {
 
 Answer toAnswer(const hidl_string& text) { return {toLine({{"text", std::string(text)}}), true}; }
 
-/** The one method result that is a bare number is an id. */
+/** A plain number: the only methods that return one return an id. */
 Answer toAnswer(int32_t id) { return {toLine({{"id", id}}), id >= 0}; }
 
-// Arguments: visits each word's value of an argument, in order. A record is its fields.
+// Arguments: visits the values that the words of an argument set, in order. A record has one word
+// per field.
 
 template <typename Value, typename Visitor>
 void visitWords(Value& value, const Visitor& visit) {
@@ -82,7 +83,7 @@ void visitWords(ScsProfileV6& profile, const Visitor& visit) {
     visit(profile.protocol);
 }
 
-/** The function that takes the answer is no argument of the command line. */
+/** The callback that receives the answer has no words on the command line. */
 template <typename Result, typename Visitor>
 void visitWords(std::function<void(const Result&)>& /*takeAnswer*/, const Visitor& /*visit*/) {}
 
@@ -91,7 +92,7 @@ void visitAllWords(Arguments& arguments, const Visitor& visit) {
     std::apply([&](auto&... argument) { (visitWords(argument, visit), ...); }, arguments);
 }
 
-/** Lets the function that takes the answer, if `argument` is it, put it into `answer`. */
+/** If `argument` is the callback that receives the answer, makes it store it in `answer`. */
 template <typename Argument>
 void connectAnswer(Argument& /*argument*/, std::optional<Answer>& /*answer*/) {}
 
@@ -101,8 +102,8 @@ void connectAnswer(std::function<void(const Result&)>& takeAnswer, std::optional
 }
 
 /**
- * Calls `function` of `service`. An answer comes through the last argument, a function, or where
- * there is none as what the call returns.
+ * Calls `function` of `service`. The answer comes through the callback in the last argument or, if
+ * there is no callback, as the return value.
  */
 template <typename Returned, typename Function, typename Arguments>
 Answer perform(IWifi& service, Function function, Arguments arguments) {
@@ -123,7 +124,7 @@ Answer perform(IWifi& service, Function function, Arguments arguments) {
     return *answer;
 }
 
-/** A table entry. `function` belongs to any version of IWifi; it tells the types. */
+/** A table entry. `function` may be of any version of IWifi; its signature gives the types. */
 template <typename Returned, typename Version, typename... Arguments>
 Method method(const char* name, Return<Returned> (Version::*function)(Arguments...),
               const std::vector<const char*>& parameterNames = {}) {

@@ -41,13 +41,13 @@ using Call = std::function<Answer(IWifi&)>;
 /** One word of a method's arguments. */
 struct Parameter {
     std::string name;
-    std::string allowed;  ///< for people
+    std::string allowed;  ///< for the help
 };
 
-/** A method of the interface, as the command line has it. */
+/** A method of the interface, as on the command line. */
 struct Method {
     std::string name;
-    std::vector<Parameter> parameters;  ///< a record is its fields, one after the other
+    std::vector<Parameter> parameters;  ///< a record becomes one parameter per field
     /** Takes one word per parameter; throws UsageError for a word that is not allowed. */
     std::function<Call(const std::vector<std::string>& words)> bind;
 
@@ -55,10 +55,10 @@ struct Method {
     std::string usage() const;
 };
 
-/** Every method of the interface, in its order. A new one needs a line in Methods.cpp. */
+/** Every method, in the interface's order. A new one needs a line in Methods.cpp. */
 const std::vector<Method>& allMethods();
 
-/** What `call METHOD [ARG ...]` asks for. `words` begins with the method. Throws UsageError. */
+/** The call of `call METHOD [ARG ...]`; `words` begins with the method. Throws UsageError. */
 Call bindCall(const std::vector<std::string>& words);
 
 /** What `call --list` prints: each method's usage, with its parameters indented below it. */

@@ -16,13 +16,13 @@ enum class MonitorEnd {
 
 /**
  * Registers a callback and writes {"event":"registered"}, then each event as a line of JSON, to
- * `out`, until SIGINT, SIGTERM or the service's death. Lines are flushed one by one. A second
- * signal of the same kind ends the process at once, also when the service hangs; so does
- * `deadline`, which counts while the service is asked. If the reader of `out` goes away, SIGPIPE
- * ends the process once the callback is unregistered.
+ * `out`, until SIGINT, SIGTERM or the service's death. Each line is flushed. A second signal of the
+ * same kind ends the process at once, even if the service hangs; so does `deadline`, which runs
+ * during each call of the service. If the reader of `out` closes it, SIGPIPE ends the process after
+ * the callback is unregistered.
  *
  * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
- * ServiceError when the service goes away before the callback is registered.
+ * ServiceError if the service dies before the callback is registered.
  */
 MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline);
 

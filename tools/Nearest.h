@@ -6,8 +6,8 @@
 namespace Ursa::OS::Wifi::Tools {
 
 /**
- * " (did you mean "NAME"?)" for that of the `known` words which differs from `word` in the fewest
- * letters (a third of them and three at most), whatever their case. Empty if none is so near.
+ * " (did you mean "NAME"?)" with the one of the `known` words that differs least from `word`,
+ * ignoring case. Empty if all differ in more than three letters, or in more than a third of them.
  */
 std::string didYouMean(const std::string& word, const std::vector<std::string>& known);
 

@@ -5,7 +5,7 @@
 
 namespace Ursa::OS::Wifi::Tools {
 
-/** To standard output; main() notices at the end if it can't be written. */
+/** Writes to standard output. main() checks for write errors at the end. */
 inline void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
 }  // namespace Ursa::OS::Wifi::Tools

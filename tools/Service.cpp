@@ -21,7 +21,7 @@ using std::chrono::steady_clock;
 
 namespace {
 
-/** Longer than a client needs to notice that the service is there. */
+/** How often the service is looked for while waiting. */
 constexpr milliseconds kBetweenLooks{50};
 
 /** What the handler prints. It is set before the timer is. */

@@ -8,9 +8,9 @@
 namespace Ursa::OS::Wifi::Tools {
 
 /**
- * Ends the process with kNoAnswer, and a line on standard error, when the service takes longer than
- * `limit` to answer: a call of it can't be given up otherwise. One at a time; 0: no limit. It uses
- * SIGALRM.
+ * Ends the process with kNoAnswer, and a line on standard error, if the service does not answer
+ * within `limit` (0: no limit); a hung call cannot be cancelled otherwise. Uses SIGALRM, so there
+ * is one object at a time.
  */
 class Deadline {
   public:
@@ -19,9 +19,9 @@ class Deadline {
     Deadline(const Deadline&) = delete;
     Deadline& operator=(const Deadline&) = delete;
 
-    /** Counts from now on. */
+    /** Starts the time limit. */
     void start() const;
-    /** Nothing is waited for. */
+    /** Stops it: the call was answered. */
     void stop() const;
 
   private:
@@ -29,8 +29,8 @@ class Deadline {
 };
 
 /**
- * The service. With --wait it is waited for, for --timeout at most. Throws ServiceError, which
- * tells a missing permission from a missing service.
+ * Finds the service; with --wait waits for it, at most --timeout. Throws ServiceError, whose text
+ * distinguishes a missing permission from a missing service.
  */
 ::android::sp<IWifi> findService(const CommandLine& line);
 

@@ -2,7 +2,7 @@
 
 #include "tools/CommandLine.h"
 
-// The words that call the service and print its answer.
+// The subcommands that call the service and print its answer.
 
 namespace Ursa::OS::Wifi::Tools {
 

@@ -7,15 +7,15 @@
 
 namespace Ursa::OS::Wifi::Tools {
 
-/** Every word of the command line, in the help's order. */
+/** Every subcommand, in the order of the help. */
 const std::vector<Word>& allWords();
 
 /** What --help prints. */
 std::string helpText();
 
 /**
- * The same as a JSON object, of which man page and completions are made: name, summary, words with
- * their options, options of every word, statuses, environment.
+ * The same as a JSON object, from which man page and completions are generated: name, summary,
+ * words with their options, common options, exit statuses, environment.
  */
 std::string helpJson();
 

@@ -1,0 +1,78 @@
+"""run.sh reads its options itself, before anything is installed or built."""
+
+import os
+import re
+import unittest
+
+from newcomer import Checkout, SOURCE
+
+
+class RunSh(unittest.TestCase):
+    def setUp(self):
+        self.checkout = Checkout()
+        self.addCleanup(self.checkout.__exit__)
+
+    def run_sh(self, words, **environment):
+        return self.checkout.run("./run.sh " + words, **environment)
+
+    def test_unknown_option_is_named(self):
+        result = self.run_sh("--spede 2 x")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("there is no option --spede", result.stdout)
+        self.assertIn("--speed", result.stdout)
+
+    def test_option_without_its_value_is_named(self):
+        result = self.run_sh("--speed")
+        self.assertEqual((result.returncode, "--speed needs a value" in result.stdout), (1, True))
+
+    def test_second_scenario_is_refused(self):
+        result = self.run_sh("power-walk p2p-link")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("only one scenario can be played", result.stdout)
+
+    def test_scenario_that_is_not_there_is_named(self):
+        result = self.run_sh("power-wlak")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("there is no scenario power-wlak", result.stdout)
+
+    def test_every_option_of_the_simulator_is_taken(self):
+        help_text = self.checkout.run("build/bin/corvid-sim --help").stdout
+        options = re.findall(r"^  (--[a-z-]+)( [A-Z]+)?", help_text, re.MULTILINE)
+        self.assertGreater(len(options), 8)
+        value = {"--root": "r", "--daemon": "/bin/true", "--record": "r.jsonl", "--speed": "2",
+                 "--log": "D"}
+        for option, has_value in options:
+            if option == "--help":
+                continue
+            for form in ((f"{option} {value[option]}", f"{option}={value[option]}")
+                         if has_value else (option,)):
+                # The scenario that is not there ends it, or there is none to be played.
+                result = self.run_sh(form + " nowhere")
+                self.assertNotIn("there is no option", result.stdout, form)
+                self.assertRegex(result.stdout, "there is no scenario nowhere|is not played", form)
+
+    def test_list_has_whole_sentences(self):
+        lines = self.run_sh("--list").stdout.splitlines()
+        folder = os.path.join(SOURCE, "sim", "scenarios")
+        names = sorted(name[:-4] for name in os.listdir(folder))
+        self.assertEqual([line.split(":")[0] for line in lines], names)
+        for line in lines:
+            self.assertRegex(line, r"^[a-z0-9-]+: [A-Z].*[.!?]$")
+
+    def test_log_tags_of_the_caller_show_more(self):
+        words = "--plain --no-dump --speed 10 power-group"
+        less = self.run_sh(words, ANDROID_LOG_TAGS="").stdout
+        more = self.run_sh(words, ANDROID_LOG_TAGS="CorvidWifi:V").stdout
+        self.assertNotIn("log I ", less)
+        self.assertIn("log I ", more)
+        self.assertIn("\n8 expectations met\n", more)
+
+    def test_paths_are_the_callers(self):
+        result = self.checkout.run("mkdir here && cd here && ../run.sh --plain --no-dump "
+                                   "--speed 10 --record r.jsonl ../sim/scenarios/kernel-trouble.scn")
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertTrue(os.path.exists(os.path.join(self.checkout.path, "here", "r.jsonl")))
+
+
+if __name__ == "__main__":
+    unittest.main()
