@@ -38,8 +38,9 @@ esac
 logs=$build/lab-runs
 daemon='vendor.corvid.hardware.wifi@1.0-service'
 # The guest's programs from the build folder.
-programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-events lab-expect lab-traffic)
-preloads=(libdriver-commands.so)
+programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-confine lab-events lab-expect
+    lab-traffic VtsHalCorvidWifiV1_0TargetTest)
+preloads=(libconfined.so libdriver-commands.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
 
@@ -119,6 +120,9 @@ programs_archive() {
     cp lab/guest/run-case lab/guest/*.sh "$root/lab/"
     cp -r lab/cases "$root/lab/"
     [ -z "$played" ] || cp "$played" "$root/lab/cases/"
+    cp "device/$daemon.rc" "$root/lab/service.rc"
+    cp "device/$daemon.policy" "$root/lab/service.policy"
+    cp lab/guest/host.policy "$root/lab/"
     pack "$root" >"$1"
 }
 

@@ -76,7 +76,7 @@ group_ends() {
 switch_is_refused() {
     forget requests daemon
     same "the client's answer and its exit status" \
-        "$(corvid-wifi call startCsa "$1" "$2"; echo "$?")" '{"code":1,"description":""}
+        "$($as_wifi corvid-wifi call startCsa "$1" "$2"; echo "$?")" '{"code":1,"description":""}
 1'
     expect requests "wlan0 $3"
     has "the request" "$line|" "wlan0 $3|"

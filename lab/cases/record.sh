@@ -20,7 +20,7 @@ start_daemon
 start_supplicant
 start_access_point 5180 20
 signal -42
-background recorder corvid-wifi record "$(log_of walk)" --label "The lab's walk, played from lab/cases/record.sh"
+background recorder $as_wifi corvid-wifi record "$(log_of walk)" --label "The lab's walk, played from lab/cases/record.sh"
 recording=$pid
 until_true test -e "$(log_of walk)"
 recorded '"persist.vendor.wifi.txpower.enable.sta":"true"'

@@ -282,7 +282,7 @@ country_changed() {
 client() {
     : >"$(log_of guest)"
     read_guest=0
-    background guest corvid-wifi monitor
+    background guest $as_wifi corvid-wifi monitor
     guest=$pid
     expect guest registered
 }

@@ -22,11 +22,32 @@ numbered_answers=
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
 patience=60
 
+# The daemon runs as init starts it on the device: by the service's script and its seccomp policy,
+# with what this machine's processor and C library want beside it.
+service=/lab/service.rc
+policies=/lab/service.policy,/lab/host.policy
+# Clients and the statistics service run as the daemon's user: a host's HIDL runtime trusts no other.
+as_wifi="lab-confine -c - $service"
+# Other options of lab-confine, for the cases that want some.
+confinement=
+
 followers=
 # More lines for the access point's configuration, for the cases that want some.
 access_point_options=
 
-mkdir -p $sockets /lab/etc /dev/__properties__ /dev/hwbinder
+# What the script has init make, and what belongs to the daemon's user because on a host the library
+# of another service uses it in the daemon's process.
+wifi=1010
+sed -n 's/^ *mkdir //p' $service | while read -r folder mode _; do
+    mkdir -p -m "$mode" "$folder"
+    chown $wifi:$wifi "$folder"
+done
+mkdir -p /lab/etc /dev/__properties__ /dev/hwbinder /data/vendor/sensors /data/misc/stats
+chown $wifi:$wifi /dev/hwbinder /data/vendor/sensors /data/misc/stats
+chmod 1777 /tmp
+chmod 777 /lab/log
+# Replies to a control client of root's go to a socket of root's, from a supplicant that is not root.
+umask 0
 # On the device the folder belongs to init and stays. Debian's supplicant removes it where it can:
 # when it is empty.
 touch $sockets/.keep
@@ -167,23 +188,25 @@ background() {
 
 start_daemon() {
     if [ ! -e "$(log_of statistics)" ]; then
-        background statistics corvid-statsd
+        background statistics $as_wifi corvid-statsd
         expect statistics ready
     fi
-    ANDROID_LOG_TAGS="*:D" background daemon vendor.corvid.hardware.wifi@1.0-service
+    # shellcheck disable=SC2086  # one word per option
+    ANDROID_LOG_TAGS="*:D" background daemon lab-confine ${policies:+-p $policies} $confinement \
+        $service vendor.corvid.hardware.wifi@1.0-service
     daemon=$pid
-    until_true corvid-wifi call getP2pInfo
+    until_true $as_wifi corvid-wifi call getP2pInfo
 }
 
 # A client of the service, from now on.
 start_monitor() {
-    background monitor corvid-wifi monitor
+    background monitor $as_wifi corvid-wifi monitor
     monitor=$pid
     expect monitor '{"event":"registered"}'
 }
 
-call() { corvid-wifi call "$@" || true; }
-dump() { corvid-wifi dump; }
+call() { $as_wifi corvid-wifi call "$@" || true; }
+dump() { $as_wifi corvid-wifi dump; }
 
 # still_runs: the daemon is the process that it was.
 still_runs() { kill -0 "$daemon" 2>/dev/null || fail "the daemon has ended"; }
@@ -201,8 +224,8 @@ rests() { [ "$(descriptors_and_threads)" = "$at_rest" ]; }
 
 # --- the supplicant ---
 
-# start_supplicant: with p2p0 on the same radio, on which P2P groups run themselves, as on the
-# headset.
+# start_supplicant: as on the headset it has the daemon's user, and p2p0 on the same radio, on which
+# P2P groups run themselves.
 start_supplicant() {
     [ -e /sys/class/net/p2p0 ] || iw phy phy0 interface add p2p0 type managed addr 02:00:00:00:00:01
     cat >/lab/etc/wlan0.conf <<END
@@ -220,11 +243,12 @@ config_methods=virtual_push_button
 p2p_no_group_iface=1
 p2p_go_intent=15
 END
+    touch "$(log_of requests)"
     LAB_REQUEST_LOG=$(log_of requests) LAB_NUMBERED_ANSWERS=$numbered_answers \
-        LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant wpa_supplicant -t -D nl80211 \
+        LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant \
+        lab-confine -c NET_ADMIN,NET_RAW $service wpa_supplicant -t -D nl80211 \
         -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
     supplicant=$pid
-    touch "$(log_of requests)"
     followers=
     follow sta wlan0
     follow p2p p2p0

@@ -7,7 +7,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <iostream>
 #include <optional>
 #include <stdexcept>
@@ -24,6 +23,7 @@
 #include "tests/support/LogCapture.h"
 #include "tests/support/NoNewThreads.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/WaitsIn.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -78,15 +78,11 @@ class Gate {
  * in the moment in which a thread enters a blocking call.
  */
 bool waitUntilItIsIn(long systemCall, const std::atomic<pid_t>& thread) {
-    return test::waitUntil([&] {
-        long call = -1;
-        std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> call;
-        return thread != 0 && call == systemCall;
-    });
+    return test::waitUntil([&] { return thread != 0 && test::waitsIn(thread, systemCall); });
 }
 
 bool waitUntilItHangs(const std::atomic<pid_t>& thread) {
-    return waitUntilItIsIn(SYS_pause, thread);
+    return waitUntilItIsIn(test::kPauseCall, thread);
 }
 
 /** Returns the mask as it was. */

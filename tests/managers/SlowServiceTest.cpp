@@ -31,6 +31,7 @@
 #include "tests/support/Descriptors.h"
 #include "tests/support/DeviceRoot.h"
 #include "tests/support/WaitUntil.h"
+#include "tests/support/WaitsIn.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define SANITIZED 1
@@ -158,13 +159,6 @@ struct Footprint {
     int descriptors = test::openDescriptors();
     size_t bytes = mallinfo2().uordblks;  // 0 under a sanitizer
 };
-
-/** The number of the system call in which a thread of this process waits. */
-long systemCallOf(pid_t thread) {
-    long number = -1;
-    std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> number;
-    return number;
-}
 
 /** All that the managers call, as they do. */
 bool useService(Sensors::ControllerWirelessFreqBlocklist added) {
@@ -359,7 +353,7 @@ TEST_F(SlowService, TimeOutInAFilesOpenEndsTheThreadOnly) {
             return true;
         });
         EXPECT_TRUE(
-            test::waitUntil([&] { return thread != 0 && systemCallOf(thread) == SYS_openat; }));
+            test::waitUntil([&] { return thread != 0 && test::waitsIn(thread, SYS_openat); }));
         EXPECT_EQ(worker.wait(kShort), std::nullopt);
         worker.giveUp();
         // Not only for writing, which would wait for a reader that has been ended.
@@ -505,7 +499,7 @@ TEST_F(SlowService, TimeOutAtAnyInstructionEndsTheThreadOnly) {
         EXPECT_TRUE(test::waitUntil([&] {
             isStopped = stop.isReached();
             return isStopped || closures_ == 0 ||
-                   (thread != 0 && systemCallOf(thread) == SYS_pause);
+                   (thread != 0 && test::waitsIn(thread, test::kPauseCall));
         }));
         EXPECT_EQ(isStopped, giveUpAt.unblocked + giveUpAt.blocked != 0);
         worker.wait(kShort);

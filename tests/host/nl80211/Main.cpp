@@ -11,8 +11,8 @@ int main(int argc, char** argv) {
     const char* preloaded = std::getenv("LD_PRELOAD");
     if (preloaded == nullptr || std::string_view(preloaded) != REDIRECT_LIBRARY) {
         setenv("LD_PRELOAD", REDIRECT_LIBRARY, 1);
-        execv("/proc/self/exe", argv);
-        perror("/proc/self/exe");
+        execvp(argv[0], argv);
+        perror(argv[0]);
         return 1;
     }
     testing::InitGoogleMock(&argc, argv);

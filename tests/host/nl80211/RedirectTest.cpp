@@ -30,6 +30,8 @@
 #include "tests/host/platform/TempRoot.h"
 #include "tests/support/FakeNl80211.h"
 #include "tests/support/Netlink.h"
+#include "tests/support/WaitUntil.h"
+#include "tests/support/WaitsIn.h"
 
 namespace {
 
@@ -522,9 +524,7 @@ TEST_F(Nl80211Connection, HangUpWakesAReaderThatWaits) {
         thread = gettid();
         reply = std::make_unique<ErrorReply>(socket_);
     });
-    for (long number = 0; number != SYS_recvmsg; std::this_thread::yield()) {
-        std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> number;
-    }
+    EXPECT_TRUE(test::waitUntil([&] { return thread != 0 && test::waitsIn(thread, SYS_recvmsg); }));
     peer_.reset();
     reader.join();
     EXPECT_TRUE(reply->isReset());

@@ -16,6 +16,7 @@
 #include <vrsensors/Sensors.h>
 
 #include "TempRoot.h"
+#include "tests/support/WaitsIn.h"
 
 // Ending a thread by pthread_exit in a signal handler is what the library promises to survive; to
 // ThreadSanitizer all that is unwound then is still "inside the signal handler", frees included.
@@ -61,13 +62,6 @@ class Sensors : public testing::Test {
     TempRoot root_;
 };
 
-/** The number of the system call in which a thread of this process waits. */
-long waitsIn(pid_t thread) {
-    long number = -1;
-    std::ifstream("/proc/self/task/" + std::to_string(thread) + "/syscall") >> number;
-    return number;
-}
-
 bool Sensors::hangsUntilEnded(const std::function<void()>& operation) {
     struct sigaction action = {};
     action.sa_handler = [](int) { pthread_exit(nullptr); };
@@ -88,11 +82,11 @@ bool Sensors::hangsUntilEnded(const std::function<void()>& operation) {
     });
     const pid_t thread = started.get_future().get();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (waitsIn(thread) != SYS_pause && !returned &&
+    while (!test::waitsIn(thread, test::kPauseCall) && !returned &&
            std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }
-    const bool hung = waitsIn(thread) == SYS_pause;
+    const bool hung = test::waitsIn(thread, test::kPauseCall);
     pthread_kill(worker.native_handle(), SIGALRM);
     const bool ended =
         unwound.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;

@@ -1,0 +1,34 @@
+# the interface's own tests pass beside a real supplicant, without and with a link
+# limit: 300 s
+
+# tests OPTION ...: all of them; the log has which.
+tests() {
+    $as_wifi VtsHalCorvidWifiV1_0TargetTest "$@" >>"$(log_of vts)" 2>&1 ||
+        fail "$(grep -B 20 FAILED "$(log_of vts)" | head -n 60)"
+}
+
+step "with nothing but the daemon"
+start_daemon
+tests
+kill "$daemon"
+wait "$daemon"
+
+step "with every feature on and a link"
+for feature in cmd.cs.p2p.ecsa cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota scs.enable \
+    txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p devparams.enable \
+    powerjump.detect.enable telemetry.enable frequency.block.enable mipiclock.enable; do
+    property $feature true
+done
+start_daemon
+start_supplicant
+start_access_point 5180 80
+connect
+connected
+tests
+still_runs
+
+step "with what can't be undone"
+tests --change
+still_runs
+# The link is as it was.
+same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED

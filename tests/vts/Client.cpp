@@ -1,0 +1,159 @@
+#include "tests/vts/Client.h"
+
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <string_view>
+
+#include <sys/wait.h>
+
+namespace vts {
+
+namespace {
+
+/** The argument with which this program is the other client. */
+constexpr const char* kOtherClient = "--other-client";
+
+bool readsRegistered(int file) {
+    constexpr std::string_view kLine = "registered\n";
+    std::string text;
+    char byte;
+    while (text.size() < kLine.size() && read(file, &byte, 1) == 1) {
+        text += byte;
+    }
+    return text == kLine;
+}
+
+}  // namespace
+
+Options options;
+
+void WifiTest::SetUp() {
+    service_ = IWifi::tryGetService(options.instance);
+    ASSERT_NE(service_, nullptr) << "there is no instance " << options.instance;
+}
+
+void WifiTest::TearDown() {
+    if (service_ != nullptr) {
+        EXPECT_TRUE(service_->ping().isOk()) << "the service has not survived";
+    }
+}
+
+uint32_t WifiTest::add(const sp<ICorvidWifiManagerCallback>& callback) {
+    return statusOf([&](const auto& answer) {
+        return service_->registerCorvidWifiManagerCallback(callback, answer);
+    });
+}
+
+uint32_t WifiTest::remove(const sp<ICorvidWifiManagerCallback>& callback) {
+    return statusOf([&](const auto& answer) {
+        return service_->unregisterCorvidWifiManagerCallback(callback, answer);
+    });
+}
+
+bool WifiTest::isPaired(P2pDeviceType type) {
+    return statusOf([&](const auto& answer) {
+               return service_->isP2pPairedDeviceType(type, answer);
+           }) == kDone;
+}
+
+uint32_t WifiTest::pair(P2pDeviceType type) {
+    return statusOf(
+        [&](const auto& answer) { return service_->setP2pPairedDeviceType(type, answer); });
+}
+
+StaInfo WifiTest::station() {
+    StaInfo found = {};
+    EXPECT_TRUE(service_->getStaInfo([&](const StaInfo& info) { found = info; }).isOk());
+    return found;
+}
+
+P2pInfo WifiTest::group() {
+    P2pInfo found = {};
+    EXPECT_TRUE(service_->getP2pInfo([&](const P2pInfo& info) { found = info; }).isOk());
+    return found;
+}
+
+std::string WifiTest::dump() {
+    std::string text;
+    EXPECT_TRUE(
+        service_->dumpInfo([&](const ::android::hardware::hidl_string& dump) { text = dump; })
+            .isOk());
+    return text;
+}
+
+bool WifiTest::isEnabled(const std::string& label) {
+    return ("\n" + dump()).find("\n" + label + ": Enabled\n") != std::string::npos;
+}
+
+OtherClient::OtherClient() {
+    int ends[2];
+    if (pipe(ends) != 0) {
+        return;
+    }
+    const std::string instance = "--instance=" + options.instance;
+    process_ = fork();
+    if (process_ == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        execlp(options.program.c_str(), options.program.c_str(), kOtherClient, instance.c_str(),
+               nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    isRegistered_ = process_ > 0 && readsRegistered(ends[0]);
+    close(ends[0]);
+}
+
+void OtherClient::kill() {
+    if (process_ > 0) {
+        ::kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+        process_ = -1;
+    }
+}
+
+int OtherClient::run() {
+    const sp<IWifi> service = IWifi::tryGetService(options.instance);
+    const sp<ICorvidWifiManagerCallback> callback = new QuietCallback();
+    uint32_t code = kFailed;
+    if (service == nullptr ||
+        !service
+             ->registerCorvidWifiManagerCallback(callback,
+                                                 [&](const Status& status) { code = status.code; })
+             .isOk() ||
+        code != kDone) {
+        return 1;
+    }
+    puts("registered");
+    fflush(stdout);
+    for (;;) {
+        pause();
+    }
+}
+
+}  // namespace vts
+
+int main(int argc, char** argv) {
+    bool isOtherClient = false;
+    testing::InitGoogleTest(&argc, argv);
+    vts::options.program = argv[0];
+    for (int i = 1; i < argc; ++i) {
+        constexpr std::string_view kInstance = "--instance=";
+        const std::string_view argument = argv[i];
+        if (argument.substr(0, kInstance.size()) == kInstance) {
+            vts::options.instance = argument.substr(kInstance.size());
+        } else if (argument == "--instance" && i + 1 < argc) {
+            vts::options.instance = argv[++i];
+        } else if (argument == "--change") {
+            vts::options.change = true;
+        } else if (argument == vts::kOtherClient) {
+            isOtherClient = true;
+        } else {
+            fprintf(stderr, "usage: %s [--instance NAME] [--change] [--gtest_...]\n", argv[0]);
+            return 2;
+        }
+    }
+    return isOtherClient ? vts::OtherClient::run() : RUN_ALL_TESTS();
+}

@@ -1,0 +1,118 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
+
+namespace vts {
+
+using ::android::sp;
+using ::vendor::corvid::hardware::wifi::V1_0::ICorvidWifiManagerCallback;
+using ::vendor::corvid::hardware::wifi::V1_0::IWifi;
+using ::vendor::corvid::hardware::wifi::V1_0::P2pDeviceType;
+using ::vendor::corvid::hardware::wifi::V1_0::P2pInfo;
+using ::vendor::corvid::hardware::wifi::V1_0::ScsProfileV4;
+using ::vendor::corvid::hardware::wifi::V1_0::ScsProfileV6;
+using ::vendor::corvid::hardware::wifi::V1_0::StaInfo;
+using ::vendor::corvid::hardware::wifi::V1_0::Status;
+
+/** What the program was started with. */
+struct Options {
+    std::string instance = "default";
+    /**
+     * Also call what can't be undone: amplifier bypass, airtime, notice of absence, channel switch,
+     * stream classification, hand tracking. For a device on the bench.
+     */
+    bool change = false;
+    std::string program;  ///< this one, to be started again as a client that is killed
+};
+extern Options options;
+
+/**
+ * More than a call takes on a device whose supplicant hangs: 10 s, after 10 s for a command that
+ * was waiting before it.
+ */
+constexpr std::chrono::seconds kLongestCall{30};
+
+/** The results that a command's status may have. */
+constexpr uint32_t kDone = 0;
+constexpr uint32_t kFailed = 1;
+
+/** A test with the service, which must still be there at its end. */
+class WifiTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    /** Makes a call that answers with a status; fails the test unless it answers once, in time. */
+    template <typename Call>
+    uint32_t statusOf(Call call) {
+        int answers = 0;
+        Status answer = {};
+        const auto start = std::chrono::steady_clock::now();
+        const auto result = call([&](const Status& status) {
+            ++answers;
+            answer = status;
+        });
+        EXPECT_TRUE(result.isOk()) << result.description();
+        EXPECT_EQ(answers, 1);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);
+        EXPECT_TRUE(answer.code == kDone || answer.code == kFailed) << answer.code;
+        EXPECT_EQ(std::string(answer.description), "");
+        return answer.code;
+    }
+
+    uint32_t add(const sp<ICorvidWifiManagerCallback>& callback);
+    uint32_t remove(const sp<ICorvidWifiManagerCallback>& callback);
+    bool isPaired(P2pDeviceType type);
+    uint32_t pair(P2pDeviceType type);
+    StaInfo station();
+    P2pInfo group();
+    std::string dump();
+    /** Whether the dump calls the feature of that label enabled. */
+    bool isEnabled(const std::string& label);
+
+    sp<IWifi> service_;
+};
+
+/** A client's callback that does nothing. */
+class QuietCallback : public ICorvidWifiManagerCallback {
+  public:
+    template <typename T>
+    using Return = ::android::hardware::Return<T>;
+
+    Return<void> onChannelSwitch(int32_t /*frequency*/, int32_t /*width*/,
+                                 bool /*isP2p*/) override {
+        return {};
+    }
+    Return<void> onAssocStarted() override { return {}; }
+    Return<void> onRegdomUpdated(const ::android::hardware::hidl_string& /*init*/,
+                                 const ::android::hardware::hidl_string& /*type*/,
+                                 const ::android::hardware::hidl_string& /*alpha2*/) override {
+        return {};
+    }
+};
+
+/** A process that has registered a callback and waits to be killed. */
+class OtherClient {
+  public:
+    OtherClient();
+    ~OtherClient() { kill(); }
+    OtherClient(const OtherClient&) = delete;
+    OtherClient& operator=(const OtherClient&) = delete;
+
+    bool isRegistered() const { return isRegistered_; }
+    void kill();
+
+    /** What that process runs: registers, prints "registered", and waits. Its exit status. */
+    static int run();
+
+  private:
+    int process_ = -1;
+    bool isRegistered_ = false;
+};
+
+}  // namespace vts

@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""on_simulator.py BUILD_FOLDER LINE ... [-- OPTION ...]
+
+Runs the interface's tests against the daemon on the simulated headset, on which the lines have been
+played. The options are the test program's.
+"""
+
+import json
+import os
+import subprocess
+import sys
+import tempfile
+import time
+
+DAEMON = "vendor.corvid.hardware.wifi@1.0-service"
+PROGRAM = "VtsHalCorvidWifiV1_0TargetTest"
+
+
+def played(simulator, lines):
+    """Plays the lines, each when the one before is answered; says what was refused."""
+    for number, line in enumerate(lines, 1):
+        simulator.stdin.write(line + "\n")
+        simulator.stdin.flush()
+        for text in simulator.stdout:
+            record = json.loads(text)
+            if record["kind"] == "error":
+                sys.exit(f"corvid-sim refused '{line}': {record['text']}")
+            if record["kind"] == "ok" and record["line"] == number:
+                break
+
+
+def served(programs, environment):
+    """Whether the service is there before half a minute is over."""
+    end = time.monotonic() + 30
+    while time.monotonic() < end:
+        if subprocess.run([os.path.join(programs, "corvid-wifi"), "call", "getP2pInfo"],
+                          env=environment, capture_output=True, check=False).returncode == 0:
+            return True
+        time.sleep(0.05)
+    return False
+
+
+def main(build, arguments):
+    end = arguments.index("--") if "--" in arguments else len(arguments)
+    lines, options = arguments[:end], arguments[end + 1:]
+    programs = os.path.join(build, "bin")
+    with tempfile.TemporaryDirectory() as root:
+        environment = dict(os.environ, CORVID_WIFI_ROOT=root)
+        with subprocess.Popen(
+            [os.path.join(programs, "corvid-sim"), "--control", "--root", root, "--daemon",
+             os.path.join(programs, DAEMON)],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as simulator:
+            played(simulator, lines + ["daemon start"])
+            if not served(programs, environment):
+                sys.exit("the daemon does not serve")
+            # The simulator's records are read to the end, so that it does not wait for a reader.
+            with subprocess.Popen(["cat"], stdin=simulator.stdout,
+                                  stdout=subprocess.DEVNULL):
+                status = subprocess.run([os.path.join(programs, PROGRAM), *options],
+                                        env=environment, check=False).returncode
+                simulator.stdin.close()
+    sys.exit(status)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1], sys.argv[2:])
