@@ -1,0 +1,63 @@
+# shellcheck shell=bash
+# A folder with another architecture's libraries and headers, to compile and emulate with: made of
+# Debian packages that are downloaded and unpacked, never installed. To be sourced in the top
+# folder, after setup.sh; all of it works as an ordinary user.
+
+# Where they are kept between runs and shared by all clones.
+system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
+
+# The development packages of packages.txt that the device's sources and the tests are compiled
+# with. The sanitizers' are this machine's own, and what only benchmarks use is not built.
+root_packages() {
+    sed 's/#.*//' packages.txt | xargs -n1 | grep -e '-dev$' |
+        grep -vxE 'libclang-rt-dev|libboost-dev|libbenchmark-dev'
+    echo g++
+}
+
+# root_folder ARCHITECTURE: where its system root is, or will be made.
+root_folder() {
+    echo "$system_roots/$1-$(root_packages | cat - cmake/system-root.sh /etc/os-release |
+        sha256sum | cut -c1-16)"
+}
+
+# make_root ARCHITECTURE: makes it, unless it is there.
+make_root() {
+    local architecture=$1 folder
+    folder=$(root_folder "$architecture")
+    [ ! -d "$folder" ] || return 0
+    mkdir -p "$system_roots"
+    (
+        flock 9
+        [ -d "$folder" ] || unpack_root "$architecture" "$folder"
+    ) 9>"$system_roots/lock"
+}
+
+unpack_root() {
+    local architecture=$1 folder=$2 work=$2.work package link
+    rm -rf "$work"
+    mkdir -p "$work"/{root/usr/lib,lists/partial,archives/partial}
+    # usr is merged: packages of both kinds go to one place.
+    ln -s usr/lib "$work/root/lib"
+    local apt=(apt-get -qq -o "APT::Architecture=$architecture"
+        -o "APT::Architectures=$architecture" -o "Dir::State::Lists=$work/lists"
+        -o Dir::State::status=/dev/null -o "Dir::Cache=$work" -o Debug::NoLocking=true
+        -o APT::Sandbox::User= -o APT::Install-Recommends=false)
+    echo "Downloading the libraries of $architecture"
+    # shellcheck disable=SC2046  # one word per package
+    { "${apt[@]}" update && "${apt[@]}" install --download-only -y $(root_packages); } \
+        >"$work/log" 2>&1 ||
+        fail "the packages of $architecture could not be downloaded: $(grep -m1 ^E: "$work/log")"
+    for package in "$work/archives"/*.deb; do
+        dpkg-deb --fsys-tarfile "$package" |
+            tar -x -C "$work/root" --keep-directory-symlink ./usr ./lib 2>/dev/null || true
+    done
+    # What leads to a place of the root by its whole path would lead out of it.
+    find "$work/root" -type l -lname '/*' | while read -r link; do
+        ln -sfnr "$work/root$(readlink "$link")" "$link"
+    done
+    find "$work/root" -name 'libgtest.a' | grep -q . ||
+        fail "the packages of $architecture have brought no libgtest"
+    rm -rf "$work/root/usr/share/doc" "$work/root/usr/share/man"
+    mv "$work/root" "$folder"
+    rm -rf "$work"
+}
