@@ -58,6 +58,13 @@ class PlotTest(FilesTest):
         self.assertNotIn("\x1b", plain)
         self.assertEqual(re.sub(r"\x1b\[\d+m", "", colored), plain)
 
+    def test_absurd_numbers_are_drawn(self):
+        self.write("walk.result", [
+            {**RESULT_LINE, "thresholds": {"rssi_upper": "much", "rssi_lower": -4e9}},
+            sample(0, -2000000000), command(1, "DRIVER SET_TXPOWER 4294967295"),
+            sample(2, 2000000000), end(1e15)])
+        self.assertLessEqual(max(map(len, self.plot())), 80)
+
     def test_a_result_without_signal_says_so(self):
         self.write("walk.result", [RESULT_LINE, command(1, "DRIVER SET_TXPOWER 20"), end(2)])
         lines = self.plot()

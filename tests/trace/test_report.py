@@ -326,6 +326,17 @@ class RunsTest(BrowserTest):
         self.assertIn("no signal known", self.tip(page, 1.5))
         self.assert_quiet(page)
 
+    def test_absurd_numbers_are_drawn(self):
+        self.write("a.result", [
+            {**RESULT_LINE, "start_wall": 1e300,
+             "thresholds": {"rssi_upper": "much", "rssi_lower": -4e9, "dbm_upper": 4294967295}},
+            sample(0, -2000000000), command(1, "DRIVER SET_TXPOWER 4294967295"),
+            sample(2, 2000000000, 4000000000), sample(1e15), end(1e15)])
+        page = self.open(self.page("a.result"))
+        self.assertEqual(self.marks(page), [5])
+        self.assertIn("power 4294967295 dBm", self.tip(page, 5e14))
+        self.assert_quiet(page)
+
     def test_a_hostile_text_is_shown_as_text(self):
         records, first = walk(label=HOSTILE)
         self.write("a.result", [first, event(99, HOSTILE), *records])

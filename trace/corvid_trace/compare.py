@@ -81,6 +81,8 @@ def number(value):
     """At most three places behind the point, and no more digits than mean something."""
     if value is None:
         return "-"
+    if abs(value) >= 1e9:
+        return f"{value:.3g}"
     if isinstance(value, int):
         return str(value)
     places = 0 if abs(value) >= 1000 else 1 if abs(value) >= 10 else 2

@@ -79,7 +79,9 @@ def measure_timeline(timeline, below=DEFAULT_BELOW):
 
 
 def milliwatts(dbm):
-    return 10 ** (dbm / 10)
+    # A property can be any number, and the daemon sends it: no more than a float holds, and its
+    # products with any time.
+    return 10.0 ** min(dbm / 10, 200)
 
 
 def _step(power):

@@ -133,7 +133,8 @@ class _Plot:
                       if name in limits}
         rows = min(_HEIGHT, int((high - low) / step) + 1)
         for row in range(rows):
-            head = f"{round(high - row * step)} {self._letters['axis']}".rjust(_AXIS - 1) + " "
+            head = f"{_short(round(high - row * step))} {self._letters['axis']}".rjust(_AXIS - 1)
+            head += " "
             yield (head + self._signal_row(columns, high, step, row, row in thresholds)).rstrip()
 
     def _signal_row(self, columns, high, step, row, threshold):
@@ -206,6 +207,12 @@ class _Plot:
                 break
             text += f"{self._paint([(kind, letters)])} {words}  "
         return text.rstrip()
+
+
+def _short(dbm):
+    """A number that fits beside the axis."""
+    text = str(dbm)
+    return text if len(text) <= 5 else f"{dbm:.0e}".replace("e+0", "e").replace("e+", "e")
 
 
 def _elapsed(seconds):

@@ -72,8 +72,8 @@ def read(path):
     """The Sweep in this file, or in this folder's sweep.json; None when it holds something else."""
     if os.path.isdir(path):
         path = os.path.join(path, "sweep.json")
-    if path == "-":
-        return None
+    if not os.path.isfile(path):
+        return None  # a pipe can be read only once, and what is missing the next one names
     with open(path, "rb") as file:
         # A result's first line is an object of its own; a sweep may have one line or many.
         if b'"type"' in file.readline(4096).replace(b" ", b"")[:20]:

@@ -51,7 +51,9 @@ class Timeline:
 
     def __init__(self, header, records):
         self.header = header
-        self.thresholds = header.get("thresholds") or {}
+        # Whoever wrote the file: what is no number is no threshold.
+        self.thresholds = {name: value for name, value in (header.get("thresholds") or {}).items()
+                           if isinstance(value, (bool, int, float))}
         self.settings = header.get("settings") or header.get("properties") or {}
         self.label = header.get("label") or ""
         interfaces = header.get("interfaces") or {}

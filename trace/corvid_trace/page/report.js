@@ -177,7 +177,9 @@
 
   function wallText(run, t) {
     if (run.wall === null || run.wall === undefined) return "";
-    return new Date((run.wall + t) * 1000).toISOString().replace("T", " ").slice(0, 23) + " UTC";
+    const date = new Date((run.wall + t) * 1000);
+    if (isNaN(date)) return "";
+    return date.toISOString().replace("T", " ").slice(0, 23) + " UTC";
   }
 
   // ---- Window ------------------------------------------------------------------------------
@@ -242,7 +244,9 @@
     }, more.options);
   }
 
-  function decibelTicks(low, high, step) {
+  function decibelTicks(low, high, least) {
+    let step = least;
+    while ((high - low) / step > 12) step *= 2;
     const ticks = [];
     for (let v = Math.ceil(low / step) * step; v <= high; v += step) {
       ticks.push({v, label: String(v).replace("-", "−")});
@@ -609,7 +613,11 @@
         head.append(element("span", "chip", name + " = " + (value === null ? "default" : value)));
       }
       const facts = [elapsed(run.duration)];
-      if (run.energy !== null) facts.push(Math.round(run.energy).toLocaleString("en") + " mW·s");
+      if (run.energy !== null) {
+        const energy = run.energy < 1e9 ? Math.round(run.energy).toLocaleString("en")
+          : run.energy.toPrecision(3);
+        facts.push(energy + " mW·s");
+      }
       facts.push(run.changes + (run.changes === 1 ? " change" : " changes"));
       if (run.failed) facts.push(run.failed + " failed");
       head.append(element("span", "facts", facts.join(" · ")));
