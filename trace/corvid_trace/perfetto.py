@@ -20,7 +20,8 @@ def add_parser(subparsers):
         subparsers, "perfetto", run,
         "Makes a file that the platform's trace viewer opens: signal and power as counters, steps, "
         "channels and links as slices, events and commands as instants. Its times are those of the "
-        "result's monotonic clock, so that it lines up with a system trace.", EXAMPLES)
+        "result: CLOCK_MONOTONIC of the headset that recorded the walk, so that it lines up with a "
+        "system trace on that clock.", EXAMPLES)
     add_output_options(parser, "the trace events", "TRACE.json")
     parser.add_argument("results", nargs="+", metavar="RESULT")
 
