@@ -56,12 +56,12 @@ class CorvidWifiClient {
     /** For interface names and the station's bandwidth. These queries do not take netlinkLock_. */
     Nl80211Client* getNl80211Client() { return &nl80211Client_; }
 
-    // For reports: none of these waits for a command or an exchange.
+    // For reports: these do not wait for a command or a netlink request.
     const History& history() const { return history_; }
     /** The supplicant's sockets. */
     StateTree describeSockets();
     StateTree describeNetlink() const { return nl80211Client_.stats().describe(); }
-    /** What is under way to the supplicant or the kernel: a list of COMMANDs. */
+    /** The commands that wait for the supplicant or the kernel: a list of COMMANDs. */
     StateTree describePending();
 
     /** Not owned. The root sets itself before it creates managers, and null in its destructor. */
@@ -75,7 +75,7 @@ class CorvidWifiClient {
     void recordTask(const std::string& task) EXCLUDES(rootMutex_);
 
   private:
-    /** Sends `info` by `send`, and notes it in the history. */
+    /** Sends `info` through `send` and adds it to the history. */
     template <typename Info>
     bool sendNetlink_(const Info& info, const std::string& text,
                       int (Nl80211Client::*send)(const Info&));

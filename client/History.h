@@ -17,14 +17,14 @@ namespace Ursa::OS::Wifi {
 
 enum class HistoryKind : uint8_t { State, Event, Command, Netlink };
 
-/** How a command ended; Answered whatever the answer is. */
+/** How a command ended. */
 enum class CommandOutcome : uint8_t {
-    None,  ///< of what is no command
-    Answered,
+    None,      ///< the entry is no command
+    Answered,  ///< with any reply, also a refusal
     Pending,
     TimedOut,
     NotSent,
-    Failed,  ///< sent, then the connection failed, or the kernel refused
+    Failed,  ///< sent, but the connection failed or the kernel rejected it
     NotConnected,
     ReplyTooLong,
 };
@@ -32,15 +32,15 @@ enum class CommandOutcome : uint8_t {
 /** "ok" for Answered, "timeout", ... */
 const char* toString(CommandOutcome outcome);
 
-/** Something that happened. Texts are cut to what there is room for. */
+/** One entry of the history. Texts are cut to kTextSize bytes in all. */
 struct HistoryEntry {
     static constexpr size_t kTextSize = 82;
 
     Moment at;                   ///< of a command: when it was sent
-    const Task* task = nullptr;  ///< in which it happened; null: in none
+    const Task* task = nullptr;  ///< the task that it happened in; null: none
     uint32_t durationUs = 0;
-    uint32_t sinceFirstMs = 0;  ///< when it repeats: between the first one and this
-    int32_t thread = 0;
+    uint32_t sinceFirstMs = 0;  ///< if repeated: time from the first to the last
+    int32_t thread = 0;         ///< Linux thread id
     uint16_t repeats = 1;
     HistoryKind kind = HistoryKind::State;
     CommandOutcome outcome = CommandOutcome::None;
@@ -55,20 +55,20 @@ struct HistoryEntry {
     bool isAnswered() const { return outcome == CommandOutcome::Answered; }
 };
 
-/** A command as JSON's COMMAND, or as a line. */
+/** A command for a report: in JSON an object (COMMAND), in the text form a line. */
 StateTree toState(const HistoryEntry& command);
 
 /**
- * The last state changes, events and commands, in a fixed buffer, and each manager's last command.
- * Equal commands in a row share an entry, so that the signal polls do not push everything else out.
- * Secrets in an event are left out. Any thread; the mutex is held for the copying only.
+ * The last state changes, events and commands in a ring buffer, and each manager's last command.
+ * Equal consecutive commands share an entry, so that signal polls do not displace everything else.
+ * Secrets in events are removed. Any thread; the mutex is held only while an entry is copied.
  */
 class History {
   public:
     static constexpr size_t kCapacity = 128;
 
     struct Copy {
-        uint64_t total = 0;  ///< entries ever made: the number of the last one in the list
+        uint64_t total = 0;  ///< entries since the start, which is the last one's number
         std::vector<HistoryEntry> entries;
     };
 

@@ -14,20 +14,20 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * What has come of the requests to nl80211. One request at a time is noted, by the thread that
- * makes it; any thread reads, without waiting for an exchange.
+ * Counts nl80211 requests and their errors, for reports. One thread at a time notes its request;
+ * any thread reads, without waiting for the kernel.
  */
 class NetlinkStats {
   public:
     void begin(std::string_view text) EXCLUDES(mutex_);
-    /** `code`: 0 or a negative errno. `family`: its number, negative if it was not found. */
+    /** `code` is 0 or a negative errno, `family` the family's number, negative if not found. */
     void end(int code, int family) EXCLUDES(mutex_);
     void setName(NetInterfaceType type, const std::string& name) EXCLUDES(mutex_);
 
     StateTree describe() const EXCLUDES(mutex_);
-    /** The request that waits for its answer, as a COMMAND; null when there is none. */
+    /** The request that waits for its answer, as a COMMAND; nothing if there is none. */
     StateTree describePending() const EXCLUDES(mutex_);
-    /** "-95 Operation not supported"; empty when none has failed. */
+    /** "-95 Operation not supported"; empty if none has failed. */
     std::string lastFailure() const EXCLUDES(mutex_);
 
   private:
@@ -48,7 +48,7 @@ class NetlinkStats {
     int lastCode_ GUARDED_BY(mutex_) = 0;
     int64_t slowestNs_ GUARDED_BY(mutex_) = 0;
     std::string text_ GUARDED_BY(mutex_);
-    Moment since_ GUARDED_BY(mutex_);  ///< never: nothing is under way
+    Moment since_ GUARDED_BY(mutex_);  ///< start of the pending request; never: none
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -354,7 +354,7 @@ struct Nl80211Client::Request {
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
     int family = 0;     ///< as resolveFamily_ returns it
-    int status = -EIO;  ///< once it was sent, what came of it: 0 or a negative errno
+    int status = -EIO;  ///< the result after sending: 0 or a negative errno
 };
 
 // The operations

@@ -79,7 +79,7 @@ class Nl80211Client {
     static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
     int sendMsg_(Request& request) const;
 
-    /** Runs an operation on a fresh request, and notes it as `text`. Returns its result. */
+    /** Runs an operation on a new request, noted as `text` for reports. Returns its result. */
     template <typename Operation>
     int noted_(const std::string& text, Operation operation) REQUIRES(mutex_);
 

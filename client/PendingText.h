@@ -12,8 +12,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * What somebody waits for, and since when: written without a lock by one thread at a time, read by
- * any. A longer text is cut.
+ * The pending command and its start time. A sequence lock: one thread at a time writes without
+ * blocking, any thread reads. Texts are cut to kSize bytes.
  */
 class PendingText {
   public:
@@ -40,7 +40,7 @@ class PendingText {
 
     void clear() { sinceNs_.store(0, std::memory_order_relaxed); }
 
-    /** Nothing when nobody waits, or when the text changes all the time. */
+    /** std::nullopt if nothing is pending, or if writers interfere with every attempt to read. */
     std::optional<Value> get() const {
         constexpr int kAttempts = 100;
         for (int i = 0; i < kAttempts; ++i) {
@@ -69,7 +69,7 @@ class PendingText {
     std::atomic<uint32_t> version_{0};
     std::array<std::atomic<uint64_t>, kSize / sizeof(uint64_t)> words_ = {};
     std::atomic<size_t> length_{0};
-    std::atomic<int64_t> sinceNs_{0};  ///< 0: nobody waits
+    std::atomic<int64_t> sinceNs_{0};  ///< 0: nothing is pending
 };
 
 }  // namespace Ursa::OS::Wifi

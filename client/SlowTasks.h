@@ -12,8 +12,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Warns when somebody holds up the thread that delivers events for more than a second: once per
- * minute and kind, so that a device that is slow for long does not fill the log. Any thread.
+ * Warns if a subscriber or a client's callback blocks the thread that delivers events for more than
+ * a second; once per minute and kind, so that a slow device does not fill the log. Any thread.
  */
 class SlowTasks {
   public:
@@ -30,10 +30,10 @@ class SlowTasks {
         Moment last;
     };
 
-    /** Those of the process. */
+    /** The process's one object. */
     static SlowTasks& ofProcess();
 
-    /** Costs a comparison when it was quick. `name`: the task, or the client and its method. */
+    /** `name` is the task's, or the client's with its method. Only compares if it was quick. */
     void note(Kind kind, std::string_view name, int64_t durationNs) {
         if (durationNs > kLimitNs) {
             noteSlow_(kind, name, durationNs, Moment::now());

@@ -16,20 +16,20 @@
 
 namespace Ursa::OS::Wifi {
 
-/** The end of a supplicant's event name, as it is counted: "CONNECTED". */
+/** The last part of a supplicant event's name, used in reports: "CONNECTED". */
 const char* eventName(WifiClientCallbackType type);
 
 /**
- * What a supplicant socket has been through, for those who ask why it does not work; also feeds the
- * history. Events are noted by the loop thread, commands by one thread at a time. Any thread reads,
- * without waiting for a command.
+ * State, counters and errors of a supplicant socket, for reports; also adds to the history. The
+ * loop thread notes events, one thread at a time commands. Any thread reads, without waiting for a
+ * command.
  */
 class SocketStats {
   public:
     SocketStats(NetInterfaceType type, History& history) : type_(type), history_(history) {}
 
     void setPath(const std::string& path) EXCLUDES(mutex_);
-    /** `state` is a literal. */
+    /** `state` must be a string literal. */
     void setState(const char* state, bool isConnected) EXCLUDES(mutex_);
     void beginConnecting() EXCLUDES(mutex_);
     void addAttempt() EXCLUDES(mutex_);
@@ -41,11 +41,11 @@ class SocketStats {
                     int64_t startNs);
 
     StateTree describe() const EXCLUDES(mutex_);
-    /** The command that waits for its reply; null when there is none. */
+    /** The command that waits for its reply; nothing if there is none. */
     StateTree describePending() const;
 
   private:
-    /** Of which only one thread at a time adds. */
+    /** A counter that one thread at a time increments and any thread reads. */
     class Counter {
       public:
         void add() { value_.store(get() + 1, std::memory_order_relaxed); }

@@ -17,14 +17,14 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** What one thread does, for others to read. */
+/** The task that one thread runs; other threads read it. */
 struct Slot {
     std::atomic<int> thread{0};  ///< 0: the slot is free
     std::atomic<const Task*> task{nullptr};
     std::atomic<int64_t> sinceNs{0};
 };
 
-/** More threads than the daemon ever has; one that finds no free slot is not shown. */
+/** More threads than the daemon has; a thread that finds no free slot is not reported. */
 std::array<Slot, 16> slots;
 
 /** A thread's own slot, from its first task until it ends. */

@@ -9,18 +9,18 @@
 
 namespace Ursa::OS::Wifi {
 
-/** What a thread does in a manager's name: "TxPowerManager.onStaConnected". Lives for ever. */
+/** A named handler of a manager: "TxPowerManager.onStaConnected". Never destroyed. */
 class Task {
   public:
     enum class Kind {
-        Subscriber,  ///< holds up the listener thread
+        Subscriber,  ///< blocks the listener thread while it runs
         Other,
     };
 
-    /** Most managers, and so owners of tasks. */
+    /** The most owners (managers) that are told apart. */
     static constexpr size_t kMaxOwners = 24;
 
-    /** The one of that name and kind, made at the first call. Any thread. */
+    /** The task with that name and kind, created at the first call. Any thread. */
     static const Task& named(const std::string& name, Kind kind);
 
     Task(std::string name, Kind kind, size_t owner)
@@ -28,9 +28,9 @@ class Task {
 
     const std::string& name() const { return name_; }
     Kind kind() const { return kind_; }
-    /** The manager, the name's part before the dot. */
+    /** The manager: the part of the name before the dot. */
     std::string_view ownerName() const { return ownerOf(name_); }
-    /** The manager's number, below kMaxOwners, or kMaxOwners when there were too many. */
+    /** The manager's number, below kMaxOwners; kMaxOwners if there were too many managers. */
     size_t owner() const { return owner_; }
 
     static std::string_view ownerOf(std::string_view name) {
@@ -44,8 +44,8 @@ class Task {
 };
 
 /**
- * Marks what the calling thread does, for a scope. May be nested; the inner one counts. One that is
- * slow, and is a subscriber or inside of one, is told to SlowTasks.
+ * Marks the calling thread as running `task`, for a scope. May be nested; the inner one counts.
+ * Reports a slow subscriber, or a slow task inside one, to SlowTasks.
  */
 class TaskScope {
   public:
@@ -54,7 +54,7 @@ class TaskScope {
     TaskScope(const TaskScope&) = delete;
     TaskScope& operator=(const TaskScope&) = delete;
 
-    /** The calling thread's; null outside of any. */
+    /** The calling thread's task; null outside of any scope. */
     static const Task* current();
 
   private:
@@ -69,10 +69,10 @@ struct RunningTask {
     int64_t sinceNs = 0;  ///< monotonic
 };
 
-/** The threads that are inside a TaskScope now. Any thread, without a wait. */
+/** The threads that are inside a TaskScope now. Any thread; does not block. */
 std::vector<RunningTask> runningTasks();
 
-/** The calling thread's number; asks the kernel once per thread. */
+/** The calling thread's Linux id; one system call per thread. */
 int currentThread();
 
 }  // namespace Ursa::OS::Wifi

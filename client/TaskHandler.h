@@ -12,8 +12,8 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Wraps `handler` so that each call first notes `task` ("TxPowerManager.onP2pStarted") and its
- * thread in the task map, if that is another thread than last time, and runs in a TaskScope.
+ * Wraps `handler` so that each call runs in a TaskScope of `task` ("TxPowerManager.onP2pStarted").
+ * If its thread differs from the last call's, it is first noted in the task map.
  */
 template <typename T>
 std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client,

@@ -51,9 +51,9 @@ class WpaClient {
     bool sendCtrlCmd(const std::string& cmd, std::string& reply, NetInterfaceType ifType);
 
     const std::string& directory() const { return directory_; }
-    /** Of one kind's socket; null for a kind without one. Does not wait for a command. */
+    /** One socket, for reports; nothing for a kind without one. Does not wait for a command. */
     StateTree describe(NetInterfaceType ifType);
-    /** The command of that socket that waits for its reply; null when there is none. */
+    /** The socket's command that waits for its reply; nothing if there is none. */
     StateTree describePending(NetInterfaceType ifType);
 
   private:

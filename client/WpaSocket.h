@@ -41,7 +41,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     static constexpr std::chrono::milliseconds kReplyTimeout = std::chrono::seconds(10);
 
     /**
-     * `poll` is the owner's loop; `eventFd` posts to it. Both that and `history` must outlive the
+     * `poll` is the owner's loop; `eventFd` posts to it. `eventFd` and `history` must outlive the
      * socket. Starts in Stopped and does nothing until onSocketFileCreate(). May be released on any
      * thread: tasks on the loop hold it weakly.
      */
@@ -88,7 +88,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
      */
     bool sendCtrlCmd(const std::string& cmd, std::string& reply);
 
-    /** Does not wait, not even while a command does. Any thread. */
+    /** For reports. Does not wait for a running command. Any thread. */
     const SocketStats& stats() const { return stats_; }
 
   private:
@@ -123,7 +123,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     void notifyEvent_(const WpaEvent& event) REQUIRES(eventMutex_);
     void handleEventCallback_(WifiClientCallbackType type, const std::string& payload);
 
-    /** Without the bookkeeping. The outcome decides what `reply` is. */
+    /** sendCtrlCmd() without the statistics. `reply` is set according to the outcome. */
     CommandOutcome exchange_(const std::string& cmd, std::string& reply, int64_t startNs)
         REQUIRES(socketMutex_);
 

@@ -27,7 +27,7 @@ class ElnaBypassManager : public FeatureManager {
     bool _sendCommandSetElnaBypassMode(unsigned mode);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    std::atomic<int64_t> mode_{-1};  ///< that was sent last; -1: none
+    std::atomic<int64_t> mode_{-1};  ///< the mode sent last; -1: none
 };
 
 }  // namespace Ursa::OS::Wifi

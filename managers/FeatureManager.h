@@ -22,8 +22,8 @@ class FeatureManager {
     virtual bool dumpInfo(std::string& /*out*/) { return false; }
 
     /**
-     * The state for a report, as named parts. Asks nobody outside and takes no lock that is held
-     * across a command or a call, so that it answers while the manager hangs. Any thread.
+     * The state for a report, as named parts. Must not query other processes, nor take a lock that
+     * is held across a command or a call, so that it answers while the manager hangs. Any thread.
      */
     virtual StateTree describe() const { return StateTree::parts(); }
 };

@@ -58,7 +58,7 @@ class FrequencyBlockManager : public FeatureManager {
         const bool im3MitigationBand2g;
         /** From our last successful set until our next successful clear. */
         std::atomic<bool> blockedByUs{false};
-        /** What the controllers' list was after our last change of it. */
+        /** The controllers' blocklist after our last change of it. */
         ValueMutexBase<Sensors::ControllerWirelessFreqBlocklists, std::mutex> ranges;
     };
 
@@ -87,12 +87,12 @@ class FrequencyBlockManager : public FeatureManager {
 
     /** How the last update ended. */
     struct Update {
-        const char* result = nullptr;  ///< a literal; null: there was none
+        const char* result = nullptr;  ///< a string literal; null: no update yet
         Moment at;
     };
 
     // MHz, -1 for none. Written on the dispatcher thread only.
-    std::atomic<int32_t> blockedFreq_{-1};  ///< that was last applied, whatever the result
+    std::atomic<int32_t> blockedFreq_{-1};  ///< applied last, accepted by the service or not
     std::atomic<int32_t> staFreq_{-1};
     std::atomic<int32_t> p2pFreq_{-1};
     mutable ValueMutexBase<Update, std::mutex> lastUpdate_;

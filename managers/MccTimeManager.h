@@ -33,7 +33,7 @@ class MccTimeManager : public FeatureManager {
     bool _sendCommandMccQuota(unsigned value);
 
     const std::shared_ptr<CorvidWifiClient> client_;
-    std::atomic<int64_t> value_{-1};  ///< that was sent last; -1: none
+    std::atomic<int64_t> value_{-1};  ///< the share sent last, percent; -1: none
 };
 
 }  // namespace Ursa::OS::Wifi

@@ -43,7 +43,7 @@ class NoaManager : public FeatureManager {
         unsigned value1 = 0;
         unsigned value2 = 0;
     };
-    /** What was asked for last, if anything was. Written with mutex_ held. */
+    /** The last accepted schedule, if any. Written with mutex_ held. */
     mutable ValueMutexBase<std::optional<Schedule>, std::mutex> schedule_;
 
     std::unique_ptr<WifiClientCallback> subscription_;  ///< last: no handler runs once it has gone

@@ -42,7 +42,7 @@ class PerChainTxPower {
 
     /** The state for the dump, `prefix` before each line. */
     std::string dump(const std::string& prefix) const;
-    /** Any thread, without the owner\'s mutex: the parameters are set before there are others. */
+    /** For reports. Any thread, without the owner's mutex: the parameters no longer change then. */
     StateTree describe() const;
 
   private:

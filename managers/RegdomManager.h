@@ -33,7 +33,7 @@ class RegdomManager : public FeatureManager {
   private:
     void onRegdomUpdated(const std::string& event);
 
-    /** The last change that was understood. */
+    /** The last regulatory change that parsed. */
     struct Last {
         RegdomUpdatedResult result;
         Moment at;

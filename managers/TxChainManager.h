@@ -28,7 +28,7 @@ class TxChainManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     std::atomic<bool> enabled_{true};
-    std::atomic<int> chains_{-1};  ///< that were set last; -1: never
+    std::atomic<int> chains_{-1};  ///< the number of chains set last; -1: none
     std::unique_ptr<WifiClientCallback> subscription_;
 };
 

@@ -61,7 +61,7 @@ class TxPowerManager : public FeatureManager {
     void setP2pInfo(P2pInfo info);
 
     bool dumpInfo(std::string& out) override;
-    /** Without the handler mutex, as PerChainTxPower allows. */
+    /** For describe(), without handlerMutex_: PerChainTxPower allows that. */
     StateTree describe() const override EXCLUDES(configMutex_) NO_THREAD_SAFETY_ANALYSIS;
 
   private:

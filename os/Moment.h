@@ -5,7 +5,7 @@
 
 namespace Ursa::OS {
 
-/** A point in time by both clocks: the wall clock may have been set since. */
+/** A point in time on the monotonic and the wall clock, which may have been set since. */
 struct Moment {
     int64_t monotonicNs = 0;  ///< 0: never
     int64_t wallMs = 0;       ///< since the epoch
@@ -16,7 +16,7 @@ struct Moment {
         return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
     }
 
-    /** Now, at a monotonic time that the caller has just read. The wall clock's is a few ms old. */
+    /** Now, for a monotonic time that was just read. The wall time may be a few ms old. */
     static Moment at(int64_t monotonicNs) {
         timespec time;
         clock_gettime(CLOCK_REALTIME_COARSE, &time);

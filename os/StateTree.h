@@ -14,19 +14,19 @@
 namespace Ursa::OS {
 
 /**
- * A state to be shown: a value, a list, or named parts in their order. Written as JSON, or as
- * indented text for people. Texts from outside may hold anything: JSON escapes them and replaces
- * what is not UTF-8, the text form replaces control characters. One thread at a time.
+ * A state for a report: a value, a list, or named parts in order. Written as JSON or as indented
+ * text. Strings may contain any bytes: JSON escapes them and replaces invalid UTF-8, the text form
+ * replaces control characters. One thread at a time.
  */
 class StateTree {
   public:
-    /** Nothing: null, in the text "-". */
+    /** Nothing: null in JSON, "-" in the text form. */
     StateTree() = default;
     StateTree(bool value) : value_(value) {}  // NOLINT(google-explicit-constructor)
     StateTree(std::string value) : value_(std::move(value)) {}         // NOLINT
     StateTree(std::string_view value) : value_(std::string(value)) {}  // NOLINT
     StateTree(const char* value) : value_(std::string(value)) {}       // NOLINT
-    /** In JSON ages by both clocks, in the text how long ago and the time of day; or nothing. */
+    /** In JSON its age and both clocks, in the text form momentText(). Nothing for "never". */
     StateTree(const Moment& moment) {  // NOLINT(google-explicit-constructor)
         if (moment) {
             value_ = moment;
@@ -44,22 +44,22 @@ class StateTree {
     static StateTree list() { return StateTree(Elements{}); }
     static StateTree parts() { return StateTree(Parts{}); }
 
-    /** Only on parts(). Returns the part, for its own parts; valid until the next one is added. */
+    /** Only on parts(). Returns the new part; valid until the next one is added. */
     StateTree& set(std::string_view name, StateTree value);
     /** Only on list(). */
     StateTree& add(StateTree value);
 
     bool isNothing() const { return std::holds_alternative<std::monostate>(value_); }
 
-    /** In the text form this line stands for all of it. */
+    /** The text form is this line instead of the contents. */
     StateTree& asLine(std::string line) {
         line_ = std::move(line);
         return *this;
     }
 
-    /** One line without its end. */
+    /** One line, without a newline. */
     std::string json() const;
-    /** Lines, each ended; deeper parts are indented. */
+    /** Lines, each with its newline; deeper parts are indented. */
     std::string text() const;
 
   private:
@@ -70,7 +70,7 @@ class StateTree {
     explicit StateTree(Parts parts) : value_(std::move(parts)) {}
 
     void writeJson_(std::string& out, const Moment& now) const;
-    /** Behind "name:", on the same line if it is short, else on lines of its own. */
+    /** Appends the value after "name:", on the same line if it is short, else on further lines. */
     void writeText_(std::string& out, size_t indent, const Moment& now) const;
     std::string shortText_(const Moment& now) const;
     bool isShort_() const;
@@ -79,16 +79,16 @@ class StateTree {
     std::string line_;
 };
 
-/** A number of which -1 means that it is not known. */
+/** Nothing for -1, which stands for an unknown number. */
 inline StateTree knownOrNothing(int64_t value) {
     return value == -1 ? StateTree() : StateTree(value);
 }
 
-/** "0.4 ms", "4.2 s", "3 min": a duration for people, of nanoseconds. */
+/** A duration in nanoseconds as text: "0.4 ms", "4.2 s", "3 min". */
 std::string durationText(int64_t ns);
 /** "4.2 s ago (07:03:22.123)", or "never". The time of day is UTC. */
 std::string momentText(const Moment& moment, const Moment& now = Moment::now());
-/** Control characters replaced by blanks, and newlines by " / ": fit for one line. */
+/** `text` on one line: newlines become " / ", other control characters blanks. */
 std::string oneLine(std::string_view text);
 
 }  // namespace Ursa::OS

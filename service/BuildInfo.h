@@ -2,10 +2,10 @@
 
 namespace Ursa::OS::Wifi {
 
-/** Which daemon this is. */
+/** The daemon's version and origin. */
 struct BuildInfo {
     const char* version;
-    const char* commit;    ///< of the sources; "unknown" where the build does not tell
+    const char* commit;    ///< of the sources; "unknown" if the build does not set it
     const char* platform;  ///< "device" or "host"
 
     static BuildInfo ofProcess();

@@ -10,20 +10,20 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * How the registered clients take their callbacks: one that hangs is named by its process. Any
- * thread; the mutex is not held while a client is called.
+ * Calls, failures and durations of the registered clients' callbacks, for reports, which so name
+ * the process of a client that hangs. Any thread; the mutex is not held while a client is called.
  */
 class ClientStats {
   public:
-    /** What a client is known by. */
+    /** Identifies a client. */
     using Key = const void*;
 
-    /** `pid`: the process that registers it; 0 when unknown. */
+    /** `pid` is the process that registers it; 0 if unknown. */
     void add(Key client, int pid) EXCLUDES(mutex_);
-    /** One that is being called now is shown until that call has ended. */
+    /** A client that is being called stays listed until that call has ended. */
     void remove(Key client) EXCLUDES(mutex_);
 
-    /** `method` is a literal. */
+    /** `method` must be a string literal. */
     void beginCall(Key client, const char* method) EXCLUDES(mutex_);
     void endCall(Key client, bool success) EXCLUDES(mutex_);
 
@@ -39,7 +39,7 @@ class ClientStats {
         uint32_t failures = 0;
         int64_t slowestNs = 0;
         const char* slowestMethod = nullptr;
-        const char* method = nullptr;  ///< being called now; null: none
+        const char* method = nullptr;  ///< the method being called now; null: none
         Moment since;
         bool isGone = false;
     };

@@ -44,7 +44,7 @@ class CorvidWifiManager : public CorvidWifiManagerCallback, public CompositionRo
         return instance;
     }
 
-    /** The manager of a feature's number; null, without a warning, when it is off. Any thread. */
+    /** The manager of a feature by number; null, without a warning, if it is off. Any thread. */
     std::shared_ptr<FeatureManager> feature(size_t number) const;
 
     void mapTaskToPid(const std::string& task, int pid) override;

@@ -31,7 +31,7 @@ class CorvidWifiManagerCallback {
     /** Removes a callback. Returns false when it is not there. */
     bool unlink(const ::android::sp<ICallback>& callback) EXCLUDES(mutex_);
 
-    /** The registered clients, for a report. Waits for none of them. */
+    /** The registered clients, for a report. Does not wait for any of them. */
     StateTree describeClients() const { return stats_.describe(); }
 
   protected:

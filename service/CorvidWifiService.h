@@ -55,7 +55,7 @@ class CorvidWifiService : public IWifi {
         unregisterCorvidWifiManagerCallback_cb callback) override;
     Return<void> updateTxPowerConfig(bool allowed, updateTxPowerConfig_cb callback) override;
 
-    /** Writes a report into the handle's first descriptor; see DebugReport. */
+    /** Writes the DebugReport into the handle's first descriptor. */
     Return<void> debug(const hidl_handle& handle, const hidl_vec<hidl_string>& options) override;
 
   private:

@@ -13,21 +13,21 @@ class CorvidWifiClient;
 class CorvidWifiManager;
 
 /**
- * Answers the platform's debug call: gathers what the daemon knows about itself and writes it as
- * text or as JSON (docs/debug.md). Asks nobody outside and takes no lock that is held across a
- * call, so that it answers while everything else hangs. Called on the HIDL thread.
+ * Answers the platform's debug call: collects the daemon's state and writes it as text or JSON
+ * (docs/debug.md). Does not query other processes, nor take a lock that is held across a call, so
+ * that it answers while everything else hangs. Called on the HIDL thread.
  */
 class DebugReport {
   public:
-    /** Of JSON; counts up when a field goes or changes its meaning. */
+    /** Version of the JSON; incremented if a field is removed or changes its meaning. */
     static constexpr int kSchema = 1;
 
     DebugReport(CorvidWifiClient& client, const CorvidWifiManager& managers);
 
-    /** Options: "--json", "--help", names of sections; none: everything, as text. */
+    /** Options are "--json", "--help" and names of sections; without any, everything as text. */
     std::string write(const std::vector<std::string>& options) const;
 
-    /** What "--help" gives. */
+    /** The text for "--help". */
     static std::string help();
 
   private:

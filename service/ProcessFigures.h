@@ -5,7 +5,7 @@
 
 namespace Ursa::OS::Wifi {
 
-/** What the kernel tells of this process in /proc. What cannot be read is 0 or missing. */
+/** Figures of this process from /proc. What cannot be read is 0 or missing. */
 struct ProcessFigures {
     struct Thread {
         int id = 0;

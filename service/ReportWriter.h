@@ -6,9 +6,9 @@
 namespace Ursa::OS::Wifi {
 
 /**
- * Writes a text into a caller's descriptor, whatever that is: a pipe that nobody reads is given up
- * after `patience` without progress, a closed one and a full disk at once. Raises no SIGPIPE.
- * Returns whether all of it was written. Any thread.
+ * Writes a text into a caller's descriptor of any kind. Gives up after `patience` without progress
+ * (a pipe that nobody reads), or at once on an error (closed pipe, full disk). Raises no SIGPIPE.
+ * Returns whether everything was written. Any thread.
  */
 bool writeReport(int descriptor, std::string_view text, std::chrono::milliseconds patience);
 

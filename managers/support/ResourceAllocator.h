@@ -44,7 +44,7 @@ class ResourceAllocator {
         resources_.clear();
     }
 
-    /** A copy of what is there, by id. */
+    /** A copy of all resources, by id. */
     std::map<int, T> all() const {
         MutexLock lock(mutex_);
         return resources_;
