@@ -160,8 +160,9 @@ class LogTest(ImportTest):
                       "3.000  1  1 I CorvidWifi: X: rssi:-50 freq:99999999999999999999\n"
                       "4.000  1  1 I CorvidWifi: X: rssi:-1 freq:-1\n"
                       "5.000  1  1 I CorvidWifi: X: rssi:strong\n"
+                      f"5.000  1  1 I CorvidWifi: X: rssi:-50 freq:{'9' * 5000}\n"
                       "13-41 25:00:00.000  1  1 I CorvidWifi: y\n")
-        self.assert_unread(2, 3, 5, 6)
+        self.assert_unread(2, 3, 5, 6, 7)
 
     def test_clock_that_was_set_is_named_and_the_time_goes_on(self):
         lines = [f"{t}.000  1  1 I CorvidWifi: X: rssi:-{50 + i} freq:5180\n" for i, t in
@@ -391,7 +392,7 @@ class CommandTest(ImportTest):
 
     def test_trace_is_imported_as_it_is(self):
         lines = [{"type": "header", "format": "corvid-trace", "version": 1, **HEADER, "more": 1},
-                 sample(3, extra=True)]
+                 sample(3, extra=True), {"type": "step", "t": 4, "foot": "left"}]
         header, records = self.imported(lines, "--label", "another")
         self.assertEqual(header, {**lines[0], "label": "another"})
         self.assertEqual(records, lines[1:])

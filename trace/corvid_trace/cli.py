@@ -2,7 +2,6 @@
 
 import argparse
 import importlib
-import importlib.util
 import os
 import sys
 
@@ -44,11 +43,6 @@ class Parser(argparse.ArgumentParser):
         sys.exit(USAGE)
 
 
-def _available():
-    return [name for name, (module, _) in COMMANDS.items()
-            if importlib.util.find_spec(f"corvid_trace.{module}")]
-
-
 def _parser(asked):
     """The parser of all commands; only the one that is `asked` knows its own options."""
     parser = Parser(
@@ -56,8 +50,7 @@ def _parser(asked):
         description="Works on recorded walks of a headset: a walk is recorded once, and settings "
                     "of the daemon are tried on it at the desk.")
     subparsers = parser.add_subparsers(metavar="COMMAND", required=True, parser_class=Parser)
-    for name in _available():
-        module, summary = COMMANDS[name]
+    for name, (module, summary) in COMMANDS.items():
         if name == asked:
             importlib.import_module(f"corvid_trace.{module}").add_parser(subparsers)
         else:

@@ -294,9 +294,12 @@ class TraceWriter:
         self._file = OutputFile(path, force)
         self._put(header)
 
-    def write(self, record):
-        """Appends a record; its "t" may not be less than that of the one before."""
-        wrong = wrong_with_record(record)
+    def write(self, record, strict=True):
+        """Appends a record; its "t" may not be less than that of the one before.
+
+        Without `strict`, its type may be a later version's: for a record that was read.
+        """
+        wrong = wrong_with_record(record, strict)
         if not wrong and record["type"] in _RESULT_ONLY and not self._result:
             wrong = f'type is {_shown(record["type"])}, which only a result may have'
         if not wrong and record["t"] < self._last:

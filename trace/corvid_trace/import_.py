@@ -194,7 +194,7 @@ def _write(args, header, records, problems):
     try:
         with trace_format.TraceWriter(args.output, header, args.force) as writer:
             for record in itertools.chain((first,), records):
-                writer.write(anonymizer.record(record) if anonymizer else record)
+                writer.write(anonymizer.record(record) if anonymizer else record, strict=False)
                 counts[record["type"]] += 1
                 if counts.total() % 10000 == 0:
                     progress.show(f"{counts.total()} records")

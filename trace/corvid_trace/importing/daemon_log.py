@@ -7,11 +7,11 @@ from corvid_trace.importing.lines import shortened
 
 TAG = "CorvidWifi"
 
-_SIGNAL = re.compile(r"rssi:(-?\d+) freq:(-?\d+)")
-_REPORTED = re.compile(r"freq:(-?\d+) rssi:(-?\d+)")
+_SIGNAL = re.compile(r"rssi:(-?\d{1,9}) freq:(-?\d{1,9})\b")
+_REPORTED = re.compile(r"freq:(-?\d{1,9}) rssi:(-?\d{1,9})\b")
 _COMMAND = re.compile(r"(?:(STA|P2P) )?cmd:(.*) reply:(.*)", re.DOTALL)
-_P2P_FREQUENCY = re.compile(r"P2P Freq:-?\d+ newFreq:(-?\d+)")
-_SWITCH = re.compile(r"\[P2P\] freq:(\d+) width:(\d+)")
+_P2P_FREQUENCY = re.compile(r"P2P Freq:-?\d+ newFreq:(-?\d{1,9})\b")
+_SWITCH = re.compile(r"\[P2P\] freq:(\d{1,9}) width:(\d+)")
 
 
 class DaemonLog:

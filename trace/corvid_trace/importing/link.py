@@ -6,11 +6,11 @@ RSSI_DBM = range(-120, 1)
 FREQUENCIES_MHZ = range(2400, 7126)
 WIDTHS = {"20": 20, "40": 40, "80": 80, "160": 160, "80+80": "80+80"}
 
-_TRYING = re.compile(r"(?:SME: )?Trying to (?:authenticate|associate) with .* freq=(\d+) MHz\)")
-_FREQUENCY = re.compile(r"\bfreq=(\d+)")
+_TRYING = re.compile(r"(?:SME: )?Trying to (?:authenticate|associate) with .* freq=(\d{1,9}) MHz\)")
+_FREQUENCY = re.compile(r"\bfreq=(\d{1,9})\b")
 _WIDTH = re.compile(r"\b(?:ch_)?width=(80\+80|\d+)")
 _INTERFACE = re.compile(r"\bifname=(\S+)")
-_SIGNAL = re.compile(r"\bsignal=(-?\d+)")
+_SIGNAL = re.compile(r"\bsignal=(-?\d{1,9})\b")
 _GROUP = re.compile(r"P2P-GROUP-(STARTED|REMOVED) (\S+)")
 
 # The secrets of a group, which the supplicant's events tell.

@@ -19,7 +19,7 @@ _TAIL = r" +(?:[\w-]+ +)??(?P<pid>\d+) +(?P<tid>\d+) (?P<level>[VDIWEFS]) (?P<ta
 _CALENDAR = re.compile(
     r"(?:(?P<year>\d{4})-)?(?P<month>\d\d)-(?P<day>\d\d) (?P<time>\d\d:\d\d:\d\d\.\d{3,9})"
     r"(?: (?P<zone>[+-]\d{4}))?" + _TAIL, re.DOTALL)
-_SECONDS = re.compile(r" *(?P<seconds>\d+\.\d{3,9})" + _TAIL, re.DOTALL)
+_SECONDS = re.compile(r" *(?P<seconds>\d{1,12}\.\d{3,9})" + _TAIL, re.DOTALL)
 # The daemon's standard error on a host, and the lab's daemon.log.
 _HOST = re.compile(
     r"(?P<tag>[\w.-]+) (?P<level>[VDIWEFS]) (?P<month>\d\d)-(?P<day>\d\d) "

@@ -11,11 +11,11 @@ from corvid_trace.importing.link import FREQUENCIES_MHZ, RSSI_DBM, WIDTHS, Link
 
 NAME = "polls"
 
-_SECONDS = re.compile(r"\[?\s*(\d+(?:[.,]\d+)?)\]?(?:\s+\d+\.\d+)?:?")  # /proc/uptime has two
+_SECONDS = re.compile(r"\[?\s*(\d{1,12}(?:[.,]\d{1,9})?)\]?(?:\s+\d+\.\d+)?:?")  # /proc/uptime has two
 _CALENDAR = re.compile(
     r"(\d{4})-(\d\d)-(\d\d)[T ](\d\d:\d\d:\d\d)(?:[.,](\d+))?(?:\s*(Z|UTC|[+-]\d\d:?\d\d))?")
 # date without an option, in English.
-_DATE = re.compile(r"(?:Mon|Tue|Wed|Thu|Fri|Sat|Sun) (\w{3}) +(\d+) (\d\d:\d\d:\d\d)( [AP]M)? "
+_DATE = re.compile(r"(?:Mon|Tue|Wed|Thu|Fri|Sat|Sun) (\w{3}) +(\d\d?) (\d\d:\d\d:\d\d)( [AP]M)? "
                    r"(\w+) (\d{4})")
 _CLOCK = re.compile(r"(\d\d:\d\d:\d\d)(?:[.,](\d+))?")
 _MONTHS = "Jan Feb Mar Apr May Jun Jul Aug Sep Oct Nov Dec".split()

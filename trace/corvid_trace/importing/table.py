@@ -15,7 +15,10 @@ DEFAULT_FREQUENCY_MHZ = 5180
 
 
 def _cells(line, delimiter):
-    return [cell.strip() for cell in next(csv.reader([line], delimiter=delimiter), [])]
+    try:
+        return [cell.strip() for cell in next(csv.reader([line], delimiter=delimiter), [])]
+    except csv.Error as error:
+        raise ValueError(f"this is no row of a table: {error}") from error
 
 
 def _columns(line):
@@ -26,7 +29,10 @@ def _columns(line):
 
 
 def looks_so(line):
-    names, _ = _columns(line)
+    try:
+        names, _ = _columns(line)
+    except ValueError:
+        return False
     return all(name in names for name in NEEDED)
 
 
@@ -34,7 +40,10 @@ def records(lines, header, problems, options):
     """See the package. The first row connects; a row without rssi_dbm is a time without a link."""
     lines = iter(lines)
     number, first = next(lines, (1, ""))
-    names, delimiter = _columns(first)
+    try:
+        names, delimiter = _columns(first)
+    except ValueError as error:
+        raise FormatError(options.path, number, str(error)) from error
     missing = [name for name in NEEDED if name not in names]
     if missing:
         raise FormatError(options.path, number, f"the header line lacks {' and '.join(missing)}; "
@@ -49,9 +58,8 @@ def records(lines, header, problems, options):
     for number, text in lines:
         if not text.strip():
             continue
-        row = dict(zip(names, _cells(text, delimiter)))
         try:
-            t = _row(row, link)
+            t = _row(dict(zip(names, _cells(text, delimiter))), link)
         except ValueError as error:
             problems.add(number, str(error))
             continue
