@@ -14,6 +14,10 @@ COMMAND = os.path.join(SOURCE, "trace", "corvid-trace")
 HEADER = {"source": "import", "made_by": "a test", "label": "walk", "start_wall": None,
           "interfaces": {"sta": "wlan0"}, "properties": {}}
 
+# A header's whole line, of a walk whose daemon controls the station's power.
+CONTROLLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
+              "properties": {"persist.vendor.wifi.txpower.enable.sta": "true"}}
+
 
 def sample(t, rssi=-50, frequency=5180, **more):
     """A sample of a connected station."""

@@ -5,10 +5,7 @@ import json
 import os
 
 import guest
-from support import HEADER, SOURCE, FilesTest, sample
-
-ENABLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
-           "properties": {"persist.vendor.wifi.txpower.enable.sta": "true"}}
+from support import CONTROLLED, SOURCE, FilesTest, sample
 
 
 class GuestLabTest(FilesTest):
@@ -34,7 +31,7 @@ class GuestLabTest(FilesTest):
             [-45] * 12 + [-62] * 5 + [-80] * 5 + [-62] * 3 + [-50] * 5)]
         walk += [{"type": "sample", "t": t, "sta": None, "p2p": None} for t in range(30, 36)]
         walk += [sample(t, -58, 2437) for t in range(36, 44)]
-        self.assert_decides_alike(self.write("walk", [ENABLED, *walk]))
+        self.assert_decides_alike(self.write("walk", [CONTROLLED, *walk]))
 
     def test_recorded_walks_are_decided_alike(self):
         for walk in ("stairway", "two-rooms"):

@@ -4,11 +4,7 @@
 import json
 
 import guest
-from support import HEADER, FilesTest, sample
-
-ENABLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
-           "properties": {"persist.vendor.wifi.txpower.enable.sta": "true",
-                          "persist.vendor.wifi.telemetry.enable": "true"}}
+from support import CONTROLLED, FilesTest, sample
 
 # Down and up through all steps, a lost link, and another access point, in 40 s.
 WALK = [sample(t, rssi) for t, rssi in enumerate(
@@ -20,7 +16,7 @@ WALK += [sample(t, -58, 2437) for t in range(32, 40)]
 class GuestReplayTest(FilesTest):
 
     def replay(self, *words, walk=None):
-        self.write("walk", [ENABLED, *(walk or WALK)])
+        self.write("walk", [CONTROLLED, *(walk or WALK)])
         done = self.run_command("replay", "walk", "-o", "result", "--force", *words)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return self.read("result")
@@ -64,8 +60,9 @@ class GuestReplayTest(FilesTest):
         self.assertEqual(header["settings"]["persist.vendor.wifi.txpower.dbm.upper"], "18")
 
     def test_atoms_tell_the_time_of_the_trace(self):
-        self.write("walk", [{**ENABLED, "start_wall": 1_700_000_000}, *WALK])
-        self.assertEqual(self.run_command("replay", "walk", "-o", "result").returncode, 0)
+        self.write("walk", [{**CONTROLLED, "start_wall": 1_700_000_000}, *WALK])
+        done = self.run_command("replay", "walk", "-o", "result", "--set", "telemetry.enable=true")
+        self.assertEqual(done.returncode, 0)
         first = self.of_type(self.read("result"), "atom")[0]["values"][0]["int"]
         begun = 1_700_000_000_000 & 0xFFFFFFFF
         begun -= (begun & 0x80000000) << 1

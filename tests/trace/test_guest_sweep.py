@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Tests of sweeps in the machine."""
 
+import contextlib
 import json
 import os
+import pty
 import shlex
 import signal
 import subprocess
@@ -10,10 +12,8 @@ import sys
 import time
 
 import guest
-from support import COMMAND, HEADER, FilesTest, sample
+from support import COMMAND, CONTROLLED, FilesTest, sample
 
-ENABLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
-           "properties": {"persist.vendor.wifi.txpower.enable.sta": "true"}}
 VALUES = ("--set", "txpower.rssi.upper=-60,-50", "--set", "dbm.lower=3:5:1")
 ROWS = 6
 
@@ -22,7 +22,7 @@ class GuestSweepTest(FilesTest):
 
     def setUp(self):
         super().setUp()
-        self.write("walk", [ENABLED, *(sample(t, rssi) for t, rssi in enumerate(
+        self.write("walk", [CONTROLLED, *(sample(t, rssi) for t, rssi in enumerate(
             [-45] * 12 + [-57] * 6 + [-80] * 8))])
 
     def sweep(self, *words, folder="sweep"):
@@ -72,6 +72,19 @@ class GuestSweepTest(FilesTest):
         self.assertEqual(alone["front"], together["front"])
         for row in alone["rows"]:
             self.assertTrue(os.path.exists(self.path(os.path.join("all", row["result"]))), row)
+
+    def test_progress_is_shown_on_a_terminal_with_what_is_left(self):
+        outside, inside = pty.openpty()
+        self.addCleanup(os.close, outside)
+        with subprocess.Popen([sys.executable, "-B", COMMAND, "sweep", "walk", *VALUES, "-o", "sweep"],
+                              cwd=self.folder, stderr=inside) as process:
+            os.close(inside)
+            shown = b""
+            with contextlib.suppress(OSError):  # nobody has the other end any more
+                while chunk := os.read(outside, 4096):
+                    shown += chunk
+            self.assertEqual(process.wait(), 0)
+        self.assertRegex(shown.decode(), r"\[#{10} {10}\] 3 of 6 replays, \d+ s left")
 
     def test_rows_measure_what_their_settings_do(self):
         self.sweep()

@@ -5,17 +5,14 @@ import json
 import os
 import unittest
 
-from support import HEADER, FilesTest, sample
-
-ENABLED = {**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
-           "properties": {"persist.vendor.wifi.txpower.enable.sta": "true"}}
+from support import CONTROLLED, FilesTest, sample
 
 
 class ReplayTest(FilesTest):
 
     def setUp(self):
         super().setUp()
-        self.write("walk", [ENABLED, sample(0, -45), sample(1, -50)])
+        self.write("walk", [CONTROLLED, sample(0, -45), sample(1, -50)])
 
     def test_real_time_needs_no_virtual_machine(self):
         done = self.run_command("replay", "walk", "--real-time", "-o", "result",
@@ -35,7 +32,7 @@ class ReplayTest(FilesTest):
         self.assertFalse(os.path.exists(self.path("result")))
 
     def test_power_control_that_is_off_is_said(self):
-        self.write("walk", [{**ENABLED, "properties": {}}, sample(0, -45)])
+        self.write("walk", [{**CONTROLLED, "properties": {}}, sample(0, -45)])
         done = self.run_command("replay", "walk", "--real-time", "-o", "result")
         self.assertEqual(done.returncode, 0)
         self.assertIn("--set txpower.enable.sta=true", done.stderr)
@@ -55,12 +52,17 @@ class ReplayTest(FilesTest):
         self.assert_refused(done, 2, "0 to 80")
 
     def test_trace_without_anything_to_replay_is_refused(self):
-        self.write("walk", [ENABLED, {"type": "note", "t": 0, "text": "nothing"}])
+        self.write("walk", [CONTROLLED, {"type": "note", "t": 0, "text": "nothing"}])
         done = self.run_command("replay", "walk", "-o", "result")
         self.assert_refused(done, 1, "walk: there is nothing to replay")
 
+    def test_table_is_answered_with_the_command_that_reads_it(self):
+        self.write("walk", "time_s,rssi_dbm\n0,-50\n")
+        done = self.run_command("replay", "walk", "-o", "result")
+        self.assert_refused(done, 1, "walk:1: ", "corvid-trace import")
+
     def test_line_that_no_headset_can_play_is_named(self):
-        self.write("walk", [ENABLED, sample(0, -45), sample(1, -45, 60000)])
+        self.write("walk", [CONTROLLED, sample(0, -45), sample(1, -45, 60000)])
         done = self.run_command("replay", "walk", "-o", "result")
         self.assert_refused(done, 1, "walk:3: the frequency is 60000 MHz")
 

@@ -79,6 +79,7 @@ HEADER = {
     "properties": (TEXTS, _REQUIRED),
     "result": (BOOLEAN, _OPTIONAL),
     "settings": (TEXTS, _OPTIONAL),
+    "station_power": (BOOLEAN, _OPTIONAL),
     "thresholds": (OBJECT, _OPTIONAL),
 }
 

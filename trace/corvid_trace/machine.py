@@ -19,6 +19,7 @@ import time
 
 from corvid_trace import archive
 from corvid_trace.errors import TraceError
+from corvid_trace.output import Progress
 from corvid_trace.programs import SOURCE
 
 QEMU = "qemu-system-x86_64"
@@ -155,16 +156,19 @@ def _lab(command):
 class Player:
     """Plays scenarios in virtual time. Any number of threads may play at once."""
 
-    def __init__(self, programs):
+    def __init__(self, programs, progress=None):
+        """`progress` tells what takes seconds, once after a build."""
         if shutil.which(QEMU) is None:
             raise NoMachine(f"{QEMU} is not installed (Debian's package qemu-system-x86)")
         if not os.path.exists(os.path.join(programs.folder, "bin", archive.GUEST)):
             programs.find(archive.DAEMON)
             raise NoMachine(f"{archive.GUEST} is not built: the guest is a PC, on amd64 only")
+        self._progress = progress or Progress()
         self._files = archive.guest_files(programs)
         image = _lab("image_folder")
         self._kernel = os.path.join(image, "vmlinux")
         if not os.path.exists(self._kernel):
+            self._progress.show("downloading the guest's kernel")
             _lab("build_image")
         self._folder = os.path.join(os.path.dirname(image), "replay-" + self._fingerprint())
         self._machines = set()
@@ -208,7 +212,9 @@ class Player:
         with open(os.path.join(self._folder, "lock"), "w", encoding="utf-8") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
             if not os.path.exists(self._snapshot):
+                self._progress.show("making the guest's snapshot")
                 self._boot()
+                self._progress.clear()
         os.utime(self._folder)
         self._remove_old()
 

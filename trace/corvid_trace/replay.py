@@ -48,8 +48,13 @@ def run(args):
     properties = Properties(programs)
     changes = dict(properties.setting(word) for word in args.settings)
     trace = Trace(args.trace, properties)
-    player = _player(args, programs)
-    header, records = trace.play(player, changes, "corvid-trace replay", args.label)
+    progress = Progress()
+    try:
+        player = _player(args, programs, progress)
+        progress.show(f"replaying {trace.duration:.0f} s")
+        header, records = trace.play(player, changes, "corvid-trace replay", args.label)
+    finally:
+        progress.clear()
     with TraceWriter(args.output, header, args.force) as writer:
         for record in records:
             writer.write(record)
@@ -62,7 +67,7 @@ def run(args):
     return 0
 
 
-def _player(args, programs):
+def _player(args, programs, progress):
     if args.on == "lab":
         return LabPlayer(programs)
-    return ClockPlayer(programs, Progress()) if args.real_time else Player(programs)
+    return (ClockPlayer if args.real_time else Player)(programs, progress)

@@ -4,7 +4,7 @@ import hashlib
 
 from corvid_trace import format as trace_format
 from corvid_trace import outcome
-from corvid_trace.errors import TraceError
+from corvid_trace.errors import FormatError, TraceError
 from corvid_trace.results import short_property
 from corvid_trace.scenario import ScenarioMaker
 
@@ -14,7 +14,11 @@ class Trace:
 
     def __init__(self, path, properties):
         self.path = path
-        self.header, records = trace_format.read_trace(path)
+        try:
+            self.header, records = trace_format.read_trace(path)
+        except FormatError as error:
+            raise FormatError(path, error.line, f"{error.what} ('corvid-trace import' makes traces of "
+                                                "logs and tables)") from error
         self.records = outcome.own_records(records)
         if not any(record["type"] in ("sample", "supplicant") for record in self.records):
             raise TraceError(f"{path}: there is nothing to replay: no sample and no event")

@@ -148,8 +148,11 @@ class _Sweep:
         with sweeping.Part(path, self._plan, self._args.force) as part:
             missing = [number for number in wanted if number not in part.rows]
             if missing:
-                self._player = Player(self._programs)
-                self._replay(part, missing)
+                try:
+                    self._player = Player(self._programs, self._progress)
+                    self._replay(part, missing)
+                finally:
+                    self._progress.clear()
             rows = part.rows
         failed = sorted(number for number in rows if rows[number].get("error"))
         if not batch:
@@ -178,7 +181,6 @@ class _Sweep:
             raise
         finally:
             executor.shutdown()
-            self._progress.clear()
 
     def _show(self):
         left = ""
