@@ -74,7 +74,8 @@ class DamageTest(FilesTest):
         choose = random.Random(1)
         written = 0
         for number in range(ROUNDS):
-            content = self.damaged(choose, choose.choice(sources))
+            source = choose.choice(sources)
+            content = self.damaged(choose, source)
             words = ["import", self.write("input", content), "-o", self.path("trace"), "--force"]
             words += choose.choice([[], ["--anonymize"], ["--format", choose.choice(FORMATS)]])
             with self.subTest(number=number, words=words, content=content), \
@@ -86,8 +87,9 @@ class DamageTest(FilesTest):
                     written += 1
                     header, records = read_trace(self.path("trace"))
                     self.assertIsNone(wrong_with_header(header))
-                    self.assertEqual([wrong_with_record(record) for record in records
-                                      if wrong_with_record(record)], [])
+                    # What is read from a trace may be a later version's.
+                    wrong = [wrong_with_record(record, source is not trace) for record in records]
+                    self.assertEqual([what for what in wrong if what], [])
         self.assertGreater(written, ROUNDS / 4)
         self.assertLess(written, ROUNDS)
 

@@ -148,7 +148,7 @@ def _wrong_field(fields, name, table, where=""):
 
 
 def _wrong(fields, table, where=""):
-    """What is wrong with `fields`, or None. Fields that the table doesn't name are not looked at."""
+    """What is wrong with `fields`, or None. What the table doesn't name is not looked at."""
     for name, (_, required) in table.items():
         if name not in fields:
             if required:
@@ -214,7 +214,7 @@ def complain_to_stderr(path, line, what):
 
 
 def _lines(file, path):
-    """The lines of a file with their numbers, without end of line; and whether one ended the line."""
+    """(number, line without its end, whether it had one) of each line that is not blank."""
     number = 0
     while True:
         line = file.readline(MAX_LINE + 1)
@@ -230,8 +230,9 @@ def _lines(file, path):
 def read_trace(path, complain=complain_to_stderr, file=None):
     """Opens a trace or a result ("-": standard input): its header and an iterator of its Records.
 
-    `file` is the binary file where it is open already; it is closed at the end. Raises FormatError for a line that is none, and OSError. A last line that was cut off in the
-    middle, as by a headset that lost its power, is left away: `complain(path, line, what)`.
+    `file` is the binary file where it is open already; it is closed at the end. Raises FormatError for
+    a line that is none, and OSError. A last line that was cut off in the middle, as by a headset that
+    lost its power, is left away: `complain(path, line, what)`.
     """
     if file is None:
         file = sys.stdin.buffer if path == "-" else open(path, "rb")

@@ -24,8 +24,8 @@ class TraceClock:
     """Seconds of the file to seconds of the trace.
 
     Times since the machine's start stay as they are. Others become seconds since the first line,
-    whose time goes into the header as start_wall if it is since 1970. A clock that is set back or far ahead is reported as a
-    problem, and the trace's time goes on from where it was.
+    whose time goes into the header as start_wall if it is since 1970. A clock that is set back or far
+    ahead is reported as a problem, and the trace's time goes on from where it was.
     """
 
     def __init__(self, header, problems):

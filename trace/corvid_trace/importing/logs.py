@@ -15,7 +15,8 @@ NAME = "log"
 SUPPLICANT_TAG = "wpa_supplicant"
 
 # logcat -v threadtime | year (with zone and uid, if asked for), and -v epoch | monotonic.
-_TAIL = r" +(?:[\w-]+ +)??(?P<pid>\d+) +(?P<tid>\d+) (?P<level>[VDIWEFS]) (?P<tag>[^:]*?) *: ?(?P<text>.*)"
+_TAIL = (r" +(?:[\w-]+ +)??(?P<pid>\d+) +(?P<tid>\d+) (?P<level>[VDIWEFS]) "
+         r"(?P<tag>[^:]*?) *: ?(?P<text>.*)")
 _CALENDAR = re.compile(
     r"(?:(?P<year>\d{4})-)?(?P<month>\d\d)-(?P<day>\d\d) (?P<time>\d\d:\d\d:\d\d\.\d{3,9})"
     r"(?: (?P<zone>[+-]\d{4}))?" + _TAIL, re.DOTALL)

@@ -34,7 +34,7 @@ def _text(value):
 
 
 def records(lines, header, problems, options):
-    """See the package. The time is counted from the daemon's start; what prepares it is not kept."""
+    """See the package. Time is counted from the daemon's start; what prepares it is not kept."""
     header["interfaces"] = {"sta": options.sta_interface}
     header["result"] = True
     header["settings"] = header["properties"]
