@@ -381,6 +381,10 @@ class CommandTest(ImportTest):
         header, _ = self.imported(self.CSV, "--properties", self.path("list"))
         self.assertEqual(header["properties"], {"persist.vendor.wifi.scs.enable": "true",
                                                 "persist.vendor.wifi.a": "b c"})
+        # What the daemon did, it did with them.
+        header, _ = self.imported("1.000  1  1 I CorvidWifi: X: y\n", "--properties",
+                                  self.path("list"))
+        self.assertEqual(header["settings"], header["properties"])
         self.write("list", "persist\n")
         self.assert_refused(self.convert(self.CSV, "--properties", self.path("list"), "--force"), 1,
                             "list:1: ")

@@ -189,6 +189,8 @@ def _write(args, header, records, problems):
     first = next(records, None)
     if first is None:
         return counts
+    if header.get("result") and args.properties:
+        header["settings"] = header["properties"]
     if anonymizer:
         header = anonymizer.record(header)
     try:
