@@ -102,22 +102,23 @@ def te_files(root):
             if path.startswith(POLICY + "/") and path.endswith(".te")]
 
 
-def source_of(root, more=""):
-    """The whole policy in the order that checkpolicy wants."""
+def source_of(root):
+    """The whole policy in the order that checkpolicy wants, in two parts: a rule may stand between
+    them."""
     def text(path):
         return source_tree.read(root, path)
     body = "".join(text(path) for path in (
         f"{STAND_INS}/macros", f"{POLICY}/attributes", f"{STAND_INS}/platform.te",
-        *te_files(root))) + more + "\n"
+        *te_files(root)))
     expanded = subprocess.run(["m4"], input=body, capture_output=True, text=True, check=True)
-    return text(f"{STAND_INS}/classes") + expanded.stdout + text(f"{STAND_INS}/contexts")
+    return text(f"{STAND_INS}/classes") + expanded.stdout, text(f"{STAND_INS}/contexts")
 
 
-def compile_policy(root, binary, more=""):
+def compile_policy(source, binary, more=""):
     """What checkpolicy complains of; nothing if the policy compiles."""
     conf = binary + ".conf"
     with open(conf, "w", encoding="utf-8") as file:
-        file.write(source_of(root, more))
+        file.write(source[0] + more + "\n" + source[1])
     result = subprocess.run(["checkpolicy", "-M", "-c", "30", "-o", binary, conf],
                             stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
     if result.returncode == 0:
@@ -165,10 +166,10 @@ def check_others(binary):
     return complaints
 
 
-def check_neverallows(root, binary):
+def check_neverallows(source, binary):
     return [f"{POLICY}: no neverallow forbids '{rule}'"
             for rule in WIDENINGS
-            if "neverallow" not in (compile_policy(root, binary, rule) or "")]
+            if "neverallow" not in (compile_policy(source, binary, rule) or "")]
 
 
 def check_reasons(root):
@@ -260,14 +261,15 @@ def check(root, thorough=True):
     complaints += check_contexts(root, declared)
     with tempfile.TemporaryDirectory() as folder:
         binary = os.path.join(folder, "policy")
-        error = compile_policy(root, binary)
+        source = source_of(root)
+        error = compile_policy(source, binary)
         if error:
             complaints.append(f"{POLICY}: does not compile: {error}")
         else:
             complaints += check_permissions(binary)
             if thorough:
                 complaints += check_others(binary)
-                complaints += check_neverallows(root, os.path.join(folder, "wider"))
+                complaints += check_neverallows(source, os.path.join(folder, "wider"))
     return complaints
 
 

@@ -433,7 +433,12 @@ class DeviceTest(TreeTest):
                      check_device.DEVICE_MATRIX, check_device.MODULES,
                      check_device.DEVICE_MODULES, check_device.INTERFACE, check_device.ENTRY,
                      check_device.OBJECT, check_device.SOCKETS, check_device.STATISTICS,
-                     check_device.STATISTICS_HEADER):
+                     check_device.STATISTICS_HEADER, check_device.PAGE,
+                     "config/CorvidWifiProperties.h", "client/Android.bp",
+                     "managers/Android.bp", "tools/Android.bp",
+                     "device/sepolicy/hal_corvid_wifi_default.te", "docs/hung-calls.md",
+                     "tests/sepolicy/platform.te", "tests/structure/check_policy.py",
+                     "interface/Android.bp", "interface/current.txt", f"device/{check_device.DAEMON}.policy"):
             copy = os.path.join(self.root, path)
             os.makedirs(os.path.dirname(copy), exist_ok=True)
             shutil.copy(os.path.join(tree, path), copy)
@@ -474,6 +479,16 @@ class DeviceTest(TreeTest):
                  check_device.MODULES, "vintf_fragments"),
                 (check_device.DEVICE_MODULES, '-service.xml"]', '-service.html"]',
                  check_device.DEVICE_MODULES, check_device.MODULES),
+                (check_device.PAGE, "`libnl`", "`libutils`", check_device.PAGE, "libnl",
+                 "client/Android.bp"),
+                (check_device.PAGE, "`client/WpaClient.cpp`", "`client/Gone.cpp`",
+                 check_device.PAGE, "client/Gone.cpp"),
+                (check_device.PAGE, "txpower.enable.sta=", "txpower.enabled=", check_device.PAGE,
+                 "txpower.enabled"),
+                (check_device.PAGE, "ctl.restart vendor.", "ctl.restart ", check_device.PAGE,
+                 check_device.SCRIPT),
+                (check_device.PAGE, "device/device_compatibility_matrix.xml", "the other",
+                 check_device.PAGE, check_device.DEVICE_MATRIX),
                 (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
                  script, check_device.SOCKETS),
         ):
