@@ -1,12 +1,15 @@
 """What the commands' options have in common."""
 
 import argparse
+import textwrap
 
 _STATUS = "exit status: 0 done, 1 something is wrong with a file or what it says, 2 wrong usage"
 
 
 def add_command(subparsers, name, run, description, examples):
     """The parser of a command, whose run(args) returns the exit status. `examples` is for --help."""
+    if "\n" not in description:
+        description = textwrap.fill(description, 80)
     parser = subparsers.add_parser(
         name, description=description, epilog=f"examples:\n{examples}\n\n{_STATUS}",
         formatter_class=argparse.RawDescriptionHelpFormatter)

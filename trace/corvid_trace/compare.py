@@ -31,10 +31,10 @@ def add_parser(subparsers):
     parser.add_argument("results", nargs="+", metavar="RESULT")
 
 
-def add_below(parser):
+def add_below(parser, more=""):
     parser.add_argument("--below", type=int, metavar="DBM", default=measures.DEFAULT_BELOW,
                         help="the signal, dBm, under which a link counts as weak "
-                             "(default: %(default)s)")
+                             f"(default: %(default)s{more})")
 
 
 def run(args):

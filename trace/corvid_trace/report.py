@@ -29,7 +29,7 @@ def add_parser(subparsers):
         "map and front, with the runs behind them. The page is one file and needs no network.",
         EXAMPLES)
     add_output_options(parser, "the page", "PAGE")
-    compare.add_below(parser)
+    compare.add_below(parser, "; a sweep has its own")
     parser.add_argument("--runs", type=int, metavar="N", default=sweep_page.DEFAULT_RUNS,
                         help="of a sweep, put at most this many runs into the page, those "
                              "of the front first (default: %(default)s)")

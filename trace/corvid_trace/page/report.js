@@ -304,7 +304,7 @@
   }
 
   /** Signal with the thresholds in force and the bands between a step's two thresholds. */
-  function signalChart(view, withTimes) {
+  function signalChart(view) {
     const run = view.run;
     const limits = run.thresholds;
     const known = run.samples.dbm.filter((dbm) => dbm !== null);
@@ -327,7 +327,6 @@
     panel.dataset.thresholds = lines.length;
     panel.setAttribute("aria-label", "Signal, dBm");
     const chart = new Dygraph(panel, signalRows(run.samples, ...shown), common({
-      withTimes,
       y: {ticker: (a, b) => decibelTicks(a, b, 10)},
       options: {
         labels: ["t", "dBm"], valueRange: [low, high], colors: [color("signal")],
@@ -388,7 +387,7 @@
   }
 
   /** Power as sent, the station's filled with its step's colour. */
-  function powerChart(view, withTimes) {
+  function powerChart(view) {
     const run = view.run;
     const accepted = run.power.filter((change) => change[3]);
     const changes = accepted.map((change) => [change[0], 0, change[1]])
@@ -398,7 +397,6 @@
     const panel = makePanel(view, "power");
     panel.setAttribute("aria-label", "Power, dBm");
     const chart = new Dygraph(panel, stepRows(changes, 2, run.duration), common({
-      withTimes,
       y: {ticker: (a, b) => decibelTicks(Math.max(a, 0), b, 5)},
       options: {
         labels: ["t", "station", "P2P"], valueRange: [-1, most + 4],
@@ -440,7 +438,7 @@
     });
   }
 
-  function chainsChart(view, withTimes) {
+  function chainsChart(view) {
     const run = view.run;
     const rows = [[0, null, null], ...run.chains];
     const last = rows[rows.length - 1];
@@ -449,7 +447,6 @@
     panel.setAttribute("aria-label", "Limits per chain as sent, dBm");
     const values = run.chains.flatMap((row) => row.slice(1)).filter((value) => value !== null);
     view.add(panel, new Dygraph(panel, rows, common({
-      withTimes,
       y: {ticker: (a, b) => decibelTicks(Math.max(a, 0), b, 5)},
       options: {
         labels: ["t", "chain 0", "chain 1"], stepPlot: true,
@@ -581,9 +578,9 @@
     }
 
     draw() {
-      signalChart(this, false);
-      if (this.run.power.length || this.run.groupPower.length) powerChart(this, false);
-      if (this.run.chains.length) chainsChart(this, false);
+      signalChart(this);
+      if (this.run.power.length || this.run.groupPower.length) powerChart(this);
+      if (this.run.chains.length) chainsChart(this);
       lanesChart(this);
     }
 
