@@ -156,6 +156,9 @@ _TALK = Commands.test_talking_to_a_running_daemon_gives_what_the_readme_shows
 _BUILD = Commands.test_ninja_and_ctest_find_what_is_named
 _LAB = Commands.test_lab_has_the_words_that_its_readme_names
 _MUTANTS = "structure.MutantsScriptWorks"
+_TUNING = "trace.guest_tuning, in the virtual machine"
+_REPLAY = "trace.guest_replay, in the virtual machine"
+_SWEEP = "trace.guest_sweep, in the virtual machine"
 CHECKS = {
     "./run.sh": _PLAYED,
     "./test.sh": Commands.test_test_sh_takes_the_options_that_are_named,
@@ -174,7 +177,23 @@ CHECKS = {
     "ninja -C build managers_test": _BUILD,
     "build/bin/managers_test --gtest_filter='TxPowerManagerTest.*'": _BUILD,
     "tests/benchmarks/report.sh": "its programs: benchmarks",
+    "corvid-trace replay two-rooms.jsonl -o now.result": _TUNING,
+    "corvid-trace replay two-rooms.jsonl --set txpower.rssi.lower=-74 -o lower-74.result": _TUNING,
+    "corvid-trace plot now.result": _TUNING,
+    "corvid-trace compare --below -70 now.result lower-74.result": _TUNING,
+    "corvid-trace report now.result lower-74.result -o two.html": _TUNING,
+    "corvid-trace perfetto lower-74.result -o lower-74.json": _TUNING,
+    "corvid-trace sweep two-rooms.jsonl stairway.jsonl --below -70 --keep-results \\": _TUNING,
+    "corvid-trace report sweep -o sweep.html": _TUNING,
+    "corvid-trace replay walk.jsonl -o now.result": _REPLAY,
+    "corvid-trace replay walk.jsonl --set txpower.rssi.upper=-57 -o warm.result": _REPLAY,
+    "corvid-trace compare now.result warm.result": "trace.compare",
+    "corvid-trace sweep walk.jsonl --set txpower.rssi.upper=-60:-50:1 --set dbm.lower=3,5,7 "
+    "-o sweep": _SWEEP,
+    "corvid-trace sweep fleet/*.jsonl --set rssi.lower=-75:-65 -o sweep --jobs-file jobs": _SWEEP,
+    "corvid-trace merge sweep -o sweep": _SWEEP,
     "lab/lab.sh build": _LAB,
+    "lab/lab.sh play FILE": _LAB,
     "lab/lab.sh test": _LAB,
     "lab/lab.sh test power-walk": _LAB,
     "lab/lab.sh soak 24h": _LAB,

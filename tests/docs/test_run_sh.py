@@ -67,6 +67,31 @@ class RunSh(unittest.TestCase):
         self.assertIn("log I ", more)
         self.assertIn("\n8 expectations met\n", more)
 
+    def test_play_ends_with_its_report(self):
+        words = "--plain --no-dump --speed 10 power-group"
+        result = self.run_sh(f"{words} --report page.html")
+        self.assertEqual(result.returncode, 0, result.stdout)
+        page = os.path.join(self.checkout.path, "page.html")
+        self.assertEqual(result.stdout.splitlines()[-1], f"Report: {page}")
+        with open(page, encoding="utf-8") as file:
+            self.assertIn("DRIVER SET_TXPOWER", file.read())
+        again = self.run_sh(f"{words} --report page.html")
+        self.assertEqual((again.returncode, again.stdout), (1, f"run.sh: {page} is there already\n"))
+        self.assertNotIn("Report:", self.run_sh(f"{words} --no-report").stdout)
+
+    def test_signal_ends_the_play(self):
+        # When the daemon has been told its first power, and long before the scenario's end.
+        script = """
+            ./run.sh --plain --no-dump --report page.html power-walk >said &
+            until grep -q SET_TXPOWER said; do sleep 0.05; done
+            kill %1
+            wait
+            cat said"""
+        said = self.checkout.run(script).stdout
+        self.assertIn("\nReport: ", said)
+        self.assertNotIn("and comes back", said)
+        self.assertNotIn("expectations met", said)
+
     def test_paths_are_the_callers(self):
         result = self.checkout.run("mkdir here && cd here && ../run.sh --plain --no-dump "
                                    "--speed 10 --record r.jsonl ../sim/scenarios/kernel-trouble.scn")
