@@ -4,6 +4,7 @@
 import json
 
 import guest
+import odd_walks
 from support import CONTROLLED, FilesTest, sample
 
 # Down and up through all steps, a lost link, and another access point, in 40 s.
@@ -74,6 +75,14 @@ class GuestReplayTest(FilesTest):
         done = self.run_command("replay", "again", "-o", "result", "--force")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertEqual(self.read("result"), first)
+
+    def test_walk_that_makes_no_sense_is_played_to_its_end(self):
+        for seed in range(5):
+            with self.subTest(seed=seed):
+                walk = odd_walks.odd_walk(seed)
+                result = self.replay(walk=walk)
+                self.assertEqual(len(self.of_type(result, "note")),
+                                 sum(record["type"] == "note" for record in walk))
 
     def test_daemon_that_is_restarted_follows_the_link_again(self):
         walk = [sample(t, -50) for t in range(8)]

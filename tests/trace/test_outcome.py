@@ -27,6 +27,11 @@ class OutcomeTest(unittest.TestCase):
             {"type": "command", "t": 101, "interface": "wlan0", "text": "SIGNAL_POLL",
              "reply": "RSSI=-50\nFREQUENCY=5180"}])
 
+    def test_stations_interface_has_the_traces_name(self):
+        lines = [json.dumps(command(1, "SIGNAL_POLL"))]
+        records = list(outcome.records_of(lines, float, STEPS, "wlan1"))
+        self.assertEqual(records[0]["interface"], "wlan1")
+
     def test_power_command_is_a_decision_with_its_step(self):
         self.assertEqual(made_of(command(1, "DRIVER SET_TXPOWER 9"))[1], {
             "type": "power", "t": 101, "interface": "wlan0", "dbm": 9, "step": "middle",

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Tests of the scenario that a trace becomes."""
 
+import random
 import subprocess
 import unittest
 
@@ -8,6 +9,7 @@ from corvid_trace.errors import FormatError
 from corvid_trace.format import Record
 from corvid_trace.programs import Programs
 from corvid_trace.scenario import ScenarioMaker, quoted
+from odd_walks import odd_text, odd_walk
 from support import FilesTest, sample
 
 HEADER = {"interfaces": {"sta": "wlan0"}}
@@ -151,6 +153,16 @@ class OtherTest(unittest.TestCase):
         self.assertTrue(maker(sample(0)).text({"persist.vendor.wifi.a": "1"}).startswith(
             'property persist.vendor.wifi.a "1"\nsupplicant start\n'))
 
+    def test_daemon_that_is_started_at_once_is_given_time_to_end(self):
+        self.assertEqual(
+            lines(sample(0), {"type": "daemon", "t": 1, "state": "ended"},
+                  {"type": "daemon", "t": 1, "state": "started"}, sample(4))[1:],
+            [(2000, "daemon stop"), (2500, "daemon start")])
+
+    def test_walk_of_more_than_two_weeks_is_refused_with_its_line(self):
+        with self.assertRaisesRegex(FormatError, "walk:3: .*1209600 s at most"):
+            lines(sample(0), sample(1.3e6))
+
     def test_time_of_the_play_becomes_the_traces(self):
         self.assertEqual(maker(sample(500.0)).trace_time(3.25), 502.25)
 
@@ -173,6 +185,15 @@ class SimulatorTest(FilesTest):
         done = subprocess.run([Programs().find("corvid-sim"), "--check", path], text=True,
                               capture_output=True, check=False)
         self.assertEqual((done.returncode, done.stderr), (0, ""), text)
+
+    def test_simulator_understands_what_any_trace_becomes(self):
+        for seed in range(100):
+            text = maker(*odd_walk(seed)).text({"persist.vendor.wifi.a": odd_text(random.Random(seed))})
+            path = self.write("scenario", text)
+            done = subprocess.run([Programs().find("corvid-sim"), "--check", path], text=True,
+                                  capture_output=True, check=False)
+            # It may warn of the property.
+            self.assertEqual(done.returncode, 0, f"seed {seed}\n{done.stderr}\n{text}")
 
     def test_word_keeps_every_byte(self):
         self.assertEqual(quoted('a"b\\c\n\u00e4'), '"a\\"b\\\\c\\x0a\\xc3\\xa4"')

@@ -5,6 +5,7 @@ import json
 import re
 
 from corvid_trace.errors import TraceError
+from corvid_trace.scenario import STATION
 
 _POWER = re.compile(r"DRIVER SET_TXPOWER (\d+)$")
 
@@ -31,10 +32,11 @@ def power_of(t, interface, text, reply, thresholds):
             "accepted": reply is not None and reply.startswith("OK")}
 
 
-def records_of(lines, trace_time, thresholds):
+def records_of(lines, trace_time, thresholds, station=STATION):
     """The result's records in the simulator's, in the order of time.
 
-    `trace_time` turns seconds of the play into those of the trace. Raises TraceError when the play
+    `trace_time` turns seconds of the play into those of the trace, where the station's interface is
+    called `station`. Raises TraceError when the play
     went wrong: a line of the scenario failed, or the daemon ended.
     """
     for line in lines:
@@ -43,10 +45,11 @@ def records_of(lines, trace_time, thresholds):
         # A record of the preparation has the time since another start.
         t = trace_time(played["t"])
         if kind == "command":
-            command = {"type": "command", "t": t, "interface": played["socket"], "text": text,
+            interface = station if played["socket"] == STATION else played["socket"]
+            command = {"type": "command", "t": t, "interface": interface, "text": text,
                        "reply": _line(played.get("reply"))}
             yield command
-            power = power_of(t, command["interface"], text, command["reply"], thresholds)
+            power = power_of(t, interface, text, command["reply"], thresholds)
             if power:
                 yield power
         elif kind == "netlink":

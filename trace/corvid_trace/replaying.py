@@ -49,7 +49,8 @@ class Trace:
         station_power, thresholds = self._properties.in_force(settings)
         lines, errors, status = player.play(
             self._maker.text(settings), self.duration, self.header.get("start_wall"))
-        played = list(outcome.records_of(lines, self._maker.trace_time, thresholds))
+        played = list(outcome.records_of(lines, self._maker.trace_time, thresholds,
+                                          self._maker.station_name))
         if status != 0:
             raise TraceError(f"{self.path}: the simulated headset ended with status {status}" +
                              (": " + " ".join(errors) if errors else ""))

@@ -7,6 +7,7 @@ the sample that first shows it, or of the event or callback that tells of it.
 """
 
 import bisect
+import math
 import re
 
 from corvid_trace.errors import FormatError
@@ -31,10 +32,20 @@ _GROUP_UP = 0.2
 _LOWEST_DBM, _HIGHEST_DBM = -110, 0
 _LOWEST_MHZ, _HIGHEST_MHZ = 2400, 7200
 
-_FREQUENCY = re.compile(r"\bfreq=(\d+)")
-_WIDTH = re.compile(r"\b(?:ch_)?width=(\d+(?:\+\d+)?)")
+# The simulated station's interface, whatever the recorded one was called.
+STATION = "wlan0"
+
+# A daemon that was told to end has ended after so long, s.
+_DAEMON_END = 0.5
+
+# A longer walk is more likely a wrong time than a walk, s.
+_LONGEST = 14 * 24 * 3600
+
+_FREQUENCY = re.compile(r"\bfreq=([0-9]{1,5})\b")
+_WIDTH = re.compile(r"\b(?:ch_)?width=(20|40|80\+80|80|160)\b")
 _INTERFACE = re.compile(r"\bifname=(\S+)")
-_REASON = re.compile(r"\breason=(\w+)")
+_REASON_CODE = re.compile(r"\breason=([0-9]{1,4})\b")
+_REASON = re.compile(r"\breason=([A-Za-z0-9_-]{1,40})")
 _BSSID = re.compile(r"((?:[0-9a-f]{2}:){5}[0-9a-f]{2})", re.IGNORECASE)
 
 # What the simulated supplicant says by itself when something happens.
@@ -42,14 +53,15 @@ _SAID_ANYWAY = ("SME: Trying to", "Trying to associate", "Associated with", "WPA
                 "CTRL-EVENT-SUBNET-STATUS-UPDATE", "CTRL-EVENT-STARTED-CHANNEL-SWITCH", "AP-ENABLED",
                 "AP-DISABLED", "CTRL-EVENT-DSCP-POLICY", "CTRL-EVENT-ASSOC-STARTED")
 
-_REGDOM_WORD = re.compile(r"[A-Za-z0-9_]+$")
+_REGDOM_WORD = re.compile(r"[A-Za-z0-9_]{1,40}\Z")
 
 
 def quoted(text):
     """A word of a scenario with these characters."""
     escaped = text.replace("\\", "\\\\").replace('"', '\\"')
-    return '"' + "".join(c if " " <= c <= "~" else "".join(f"\\x{byte:02x}" for byte in c.encode())
-                         for c in escaped) + '"'
+    return '"' + "".join(
+        c if " " <= c <= "~" else "".join(f"\\x{byte:02x}" for byte in c.encode(errors="replace"))
+        for c in escaped) + '"'
 
 
 class _Station:
@@ -68,16 +80,20 @@ class ScenarioMaker:
     def __init__(self, path, header, records):
         self._path = path
         self._records = records
-        self._station_name = (header.get("interfaces") or {}).get("sta", "wlan0")
+        self.station_name = (header.get("interfaces") or {}).get("sta", STATION)
         group = (header.get("interfaces") or {}).get("p2p") or ""
         self._p2p_device = "p2p0" if group == "p2p0" else None
         self.start = records[0]["t"] if records else 0.0
         self.end = records[-1]["t"] if records else 0.0
+        if self.end - self.start > _LONGEST:
+            raise self._wrong(records[-1], f"t is {self.end}, {self.end - self.start:.0f} s after the "
+                                           f"first line; a replay is of {_LONGEST} s at most")
         self._lines = []  # (time on the trace's clock, number, text)
         self._station = _Station()
         self._group = None  # (frequency, width)
         self._group_ready = 0.0
         self._daemon_runs = True
+        self._daemon_ready = -math.inf
         self._supplicant_runs = True
         self._last_sample = None
         self._regdom = None
@@ -101,8 +117,10 @@ class ScenarioMaker:
             self._lines.sort(key=lambda line: line[:2])
         prepare = [f"property {name} {quoted(value)}" for name, value in settings.items()]
         prepare.append("supplicant start" + (f" p2p={self._p2p_device}" if self._p2p_device else ""))
-        timed = [f"at {round((t - self.start + LEAD) * 1000)}ms {text}" for t, _, text in self._lines]
-        return "\n".join([*prepare, *timed, f"at {round(self.duration * 1000)}ms end", ""])
+        timed = [(round((t - self.start + LEAD) * 1000), text) for t, _, text in self._lines]
+        # What had to wait for something may come behind the trace's end.
+        end = max([round(self.duration * 1000), *(ms for ms, _ in timed[-1:])])
+        return "\n".join([*prepare, *(f"at {ms}ms {text}" for ms, text in [*timed, (end, "end")]), ""])
 
     def trace_time(self, played):
         """The time on the trace's clock of a time of the play, s."""
@@ -236,6 +254,8 @@ class ScenarioMaker:
         runs = record["state"] == "started"
         if runs != self._daemon_runs:
             self._daemon_runs = runs
+            t = max(t, self._daemon_ready)
+            self._daemon_ready = t if runs else t + _DAEMON_END
             self._add(t, "daemon start" if runs else "daemon stop")
 
     def _on_callback(self, t, record):
@@ -249,13 +269,14 @@ class ScenarioMaker:
             else:
                 self._switch(t, frequency, width)
         elif event == "onAssocStarted":
-            self._add(t, f"assoc started ifname={self._station_name}")
+            if self._supplicant_runs:
+                self._add(t, f"assoc started ifname={STATION}")
         elif event == "onRegdomUpdated":
             self._change_regdom(t, record.get("init", ""), record.get("regdomType", ""),
                                 record.get("alpha2"))
 
     def _change_regdom(self, t, init, kind, country):
-        if not all(_REGDOM_WORD.match(word) for word in (init, kind)):
+        if not self._supplicant_runs or not all(map(_REGDOM_WORD.match, (init, kind))):
             return
         last, self._regdom = self._regdom, (t, init, kind)
         if last and last[1:] == (init, kind) and t - last[0] <= _SAME_CHANGE:
@@ -272,7 +293,7 @@ class ScenarioMaker:
         text = record["text"]
         named = _INTERFACE.search(text)
         interface = named[1] if named else record["interface"]
-        on_station = interface == self._station_name
+        on_station = interface == self.station_name
         if text.startswith("CTRL-EVENT-TERMINATING"):
             self._terminate(t)
         elif text.startswith("P2P-GROUP-STARTED"):
@@ -291,7 +312,7 @@ class ScenarioMaker:
             self._change_regdom(t, fields.get("init", ""), fields.get("type", ""),
                                 fields.get("alpha2"))
         elif on_station and self._supplicant_runs and not text.startswith(_SAID_ANYWAY):
-            self._add(t, f"event wlan0 {quoted(text)}")
+            self._add(t, f"event {STATION} {quoted(text)}")
 
     def _terminate(self, t):
         if self._supplicant_runs:
@@ -325,6 +346,6 @@ class ScenarioMaker:
                       bssid[1] if bssid else None)
 
     def _on_disconnected(self, t, text):
-        reason = _REASON.search(text)
+        reason = _REASON_CODE.search(text)
         self._disconnect(t, (f" reason={reason[1]}" if reason else "") +
                          ("" if "locally_generated=1" in text else " by=ap"))
