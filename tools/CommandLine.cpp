@@ -134,6 +134,7 @@ CommandLine readCommandLine(const std::vector<std::string>& words, const std::ve
     }
     if (line.word == nullptr) {
         std::vector<std::string> names;
+        names.reserve(table.size());
         for (const Word& word : table) {
             names.emplace_back(word.name);
         }

@@ -343,6 +343,15 @@ class CommandTest(ImportTest):
         self.assertEqual([json.loads(line)["type"] for line in done.stdout.splitlines()],
                          ["header", "sample"])
 
+    def test_half_of_a_surrogate_pair_passes(self):
+        lines = [{"type": "header", "format": "corvid-trace", "version": 1, **HEADER},
+                 {"type": "note", "t": 1, "text": "\ud800"}]
+        path = self.write("input", lines)
+        self.assertEqual(self.imported(lines)[1], lines[1:])
+        done = self.run_command("import", path, "-o", "-")
+        self.assertEqual((done.returncode, json.loads(done.stdout.splitlines()[1])),
+                         (0, lines[1]), done.stderr)
+
     def test_file_that_tells_nothing_is_refused_with_what_is_allowed(self):
         for content in (b"", b"\x00\xff\xfe" * 1000, b"hello\nworld\n", b"{}\n"):
             self.assert_refused(self.convert(content), 1, "--format", "simulator")

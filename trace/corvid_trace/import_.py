@@ -34,7 +34,7 @@ Times without a year or a zone, as of logcat -v threadtime, make a trace without
 EXAMPLES = """\
   adb logcat -v epoch -d CorvidWifi:D wpa_supplicant:D '*:S' > walk.txt
   corvid-trace import walk.txt -o walk.jsonl
-  corvid-trace import bugreport.txt --year 2025 --zone +0100 --anonymize -o walk.jsonl
+  corvid-trace import logcat.txt --year 2025 --zone +0100 --anonymize -o walk.jsonl
   adb shell getprop > properties.txt
   corvid-trace import walk.txt --properties properties.txt -o walk.jsonl
   corvid-trace import build/lab-runs/power-walk -o lab.jsonl

@@ -18,10 +18,13 @@ class OutputFile:
         self._path = path
         self._temporary = None
         self._own = path != "-"
+        # A half of a surrogate pair, which JSON may hold, stays as it is escaped there.
+        options = {"encoding": "utf-8", "newline": "", "errors": "backslashreplace"}
         if not self._own:
             self._file = sys.stdout
+            self._file.reconfigure(**options)
         elif os.path.exists(path) and not os.path.isfile(path):
-            self._file = open(path, "w", encoding="utf-8", newline="")
+            self._file = open(path, "w", **options)
         else:
             refuse_overwriting(path, force)
             folder, name = os.path.split(os.path.abspath(path))
@@ -30,8 +33,7 @@ class OutputFile:
             mask = os.umask(0)
             os.umask(mask)
             os.fchmod(descriptor, 0o666 & ~mask)
-            self._file = open(descriptor, "w", encoding="utf-8", newline="",
-                              errors="backslashreplace")
+            self._file = open(descriptor, "w", **options)
 
     def write(self, text):
         try:
