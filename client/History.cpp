@@ -14,7 +14,7 @@ uint32_t saturated(int64_t value) {
     return static_cast<uint32_t>(std::clamp<int64_t>(value, 0, UINT32_MAX));
 }
 
-/** Up to where an event's text may be kept: behind it come a network's secrets. */
+/** The part of an event's text before a network's secrets. */
 std::string_view withoutSecrets(std::string_view payload) {
     return payload.substr(0, std::min(payload.find(" psk="), payload.find(" passphrase=")));
 }

@@ -8,15 +8,6 @@ namespace {
 
 constexpr int64_t kMicrosecond = 1000;
 
-/** A time by the monotonic clock, as a moment: right as long as the wall clock is not set. */
-Moment momentOf(int64_t monotonicNs) {
-    if (monotonicNs == 0) {
-        return {};
-    }
-    const Moment now = Moment::now();
-    return {monotonicNs, now.wallMs - (now.monotonicNs - monotonicNs) / 1'000'000};
-}
-
 bool isRefusal(std::string_view reply) {
     return reply.substr(0, 4) == "FAIL" || reply.substr(0, 15) == "UNKNOWN COMMAND";
 }
@@ -118,7 +109,7 @@ StateTree SocketStats::describePending() const {
     }
     HistoryEntry entry;
     entry.kind = HistoryKind::Command;
-    entry.at = momentOf(pending->sinceNs);
+    entry.at = Moment::fromMonotonic(pending->sinceNs);
     entry.interfaceType = type_;
     entry.outcome = CommandOutcome::Pending;
     entry.setTexts(pending->text, {});
@@ -153,7 +144,7 @@ StateTree SocketStats::describe() const {
             events.set(eventName(static_cast<WifiClientCallbackType>(type)), count);
         }
     }
-    state.set("lastEvent", momentOf(lastEventNs_.load(std::memory_order_relaxed)));
+    state.set("lastEvent", Moment::fromMonotonic(lastEventNs_.load(std::memory_order_relaxed)));
     state.set("commands", commands_.get());
     state.set("timeouts", timeouts_.get());
     state.set("failures", failures_.get());

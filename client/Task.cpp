@@ -27,7 +27,7 @@ struct Slot {
 /** More threads than the daemon has; a thread that finds no free slot is not reported. */
 std::array<Slot, 16> slots;
 
-/** A thread's own slot, from its first task until it ends. */
+/** A thread's slot, from its first task until the thread ends. */
 class OwnSlot {
   public:
     OwnSlot() {

@@ -80,7 +80,8 @@ inline constexpr std::tuple kFeatures{
     /*  5 */
     Feature<class MccTimeManager>(property::cmd_mcc_p2p_increase_bw, property::cmd_mcc_quota)
         .shownUnder("p2p"),
-    /*  6 */ Feature<class ElnaBypassManager>(property::cmd_elna_bypass_mode).labelled("ElnaManager"),
+    /*  6 */
+    Feature<class ElnaBypassManager>(property::cmd_elna_bypass_mode).labelled("ElnaManager"),
     /*  7 */ Feature<class RegdomManager>().tellingClients(),
     /*  8 */ Feature<class ScsManager>(property::scs_enable),
     /*  9 */ Feature<class TxChainManager>(property::txchain_enable_p2p).shownUnder("p2p"),

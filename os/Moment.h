@@ -23,6 +23,15 @@ struct Moment {
         return {monotonicNs, time.tv_sec * INT64_C(1000) + time.tv_nsec / 1'000'000};
     }
     static Moment now() { return at(monotonicNow()); }
+    /** A past monotonic time, 0 for never; the wall time is right if the clock was not set since.
+     */
+    static Moment fromMonotonic(int64_t monotonicNs) {
+        if (monotonicNs == 0) {
+            return {};
+        }
+        const Moment current = now();
+        return {monotonicNs, current.wallMs - (current.monotonicNs - monotonicNs) / 1'000'000};
+    }
 
     explicit operator bool() const { return monotonicNs != 0; }
 };

@@ -74,12 +74,6 @@ std::string textOf(PropertyType type, int64_t value) {
     return type == PropertyType::Bool ? (value != 0 ? "true" : "false") : std::to_string(value);
 }
 
-/** A moment by the monotonic clock alone. */
-Moment momentOf(int64_t monotonicNs) {
-    const Moment now = Moment::now();
-    return {monotonicNs, now.wallMs - (now.monotonicNs - monotonicNs) / kMillisecond};
-}
-
 StateTree toState(const PropertyState& property) {
     const char* const origin = property.isMalformed() ? "malformed: default used"
                                : property.set         ? "set"
@@ -151,9 +145,9 @@ StateTree toState(const RunningTask& running) {
     StateTree state = StateTree::parts();
     state.set("task", running.task->name());
     state.set("thread", running.thread);
-    state.set("since", momentOf(running.sinceNs));
+    state.set("since", Moment::fromMonotonic(running.sinceNs));
     return state.asLine(running.task->name() + " on thread " + std::to_string(running.thread) +
-                        ", since " + momentText(momentOf(running.sinceNs)));
+                        ", since " + momentText(Moment::fromMonotonic(running.sinceNs)));
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-/** The numbers that a folder of /proc has as names. */
+/** The entries of a folder of /proc whose names are numbers. */
 std::vector<int> numbersIn(const char* path) {
     std::vector<int> numbers;
     const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(path));
@@ -39,7 +39,7 @@ ProcessFigures ProcessFigures::read() {
         std::getline(std::ifstream("/proc/self/task/" + std::to_string(id) + "/comm"), thread.name);
         figures.threads.push_back(std::move(thread));
     }
-    // Without the one that the look itself takes.
+    // Without the descriptor that reading the folder takes.
     figures.descriptors = std::max(static_cast<int>(numbersIn("/proc/self/fd").size()) - 1, 0);
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {

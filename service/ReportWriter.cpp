@@ -15,17 +15,17 @@ namespace Ursa::OS::Wifi {
 
 namespace {
 
-/** Keeps a SIGPIPE that the calling thread raises from having any effect. */
-class PipeSignalHeldBack {
+/** Blocks SIGPIPE on the calling thread for a scope, and discards one that was raised meanwhile. */
+class PipeSignalBlocked {
   public:
-    PipeSignalHeldBack() {
+    PipeSignalBlocked() {
         sigset_t pending;
         sigpending(&pending);
         wasPending_ = sigismember(&pending, SIGPIPE) == 1;
         const sigset_t pipe = pipeSignal_();
         pthread_sigmask(SIG_BLOCK, &pipe, &before_);
     }
-    ~PipeSignalHeldBack() {
+    ~PipeSignalBlocked() {
         if (!wasPending_) {
             const sigset_t pipe = pipeSignal_();
             const timespec none = {};
@@ -34,8 +34,8 @@ class PipeSignalHeldBack {
         }
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     }
-    PipeSignalHeldBack(const PipeSignalHeldBack&) = delete;
-    PipeSignalHeldBack& operator=(const PipeSignalHeldBack&) = delete;
+    PipeSignalBlocked(const PipeSignalBlocked&) = delete;
+    PipeSignalBlocked& operator=(const PipeSignalBlocked&) = delete;
 
   private:
     static sigset_t pipeSignal_() {
@@ -49,7 +49,7 @@ class PipeSignalHeldBack {
     bool wasPending_ = false;
 };
 
-/** A caller's descriptor whose writes do not wait, for a scope, as far as its kind can wait. */
+/** Makes a caller's descriptor non-blocking for a scope. */
 class Target {
   public:
     explicit Target(int descriptor) : descriptor_(descriptor), flags_(fcntl(descriptor, F_GETFL)) {
@@ -59,11 +59,14 @@ class Target {
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
 
-    /** Of a small piece: where the caller takes the flag back meanwhile, that does not wait. */
+    /**
+     * Writes at most PIPE_BUF bytes. After waitForRoom() that does not block, even if the caller
+     * has cleared O_NONBLOCK meanwhile.
+     */
     ssize_t write(std::string_view text) const {
         return ::write(descriptor_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
     }
-    /** False when there is none in time. */
+    /** Returns false if there is no room in time. */
     bool waitForRoom(std::chrono::milliseconds limit) const {
         pollfd waited = {descriptor_, POLLOUT, 0};
         return poll(&waited, 1, static_cast<int>(limit.count())) > 0;
@@ -77,9 +80,9 @@ class Target {
 }  // namespace
 
 bool writeReport(int descriptor, std::string_view text, std::chrono::milliseconds patience) {
-    const PipeSignalHeldBack held;
+    const PipeSignalBlocked blocked;
     const Target target(descriptor);
-    // A reader that takes a byte now and then must not hold the caller up for ever.
+    // A reader that takes a byte now and then must not block this thread for ever.
     const auto end = std::chrono::steady_clock::now() + 10 * patience;
     while (!text.empty()) {
         if (std::chrono::steady_clock::now() > end || !target.waitForRoom(patience)) {
