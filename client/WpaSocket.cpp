@@ -239,11 +239,12 @@ ConnectResult WpaSocket::connect_() {
     MutexLock lock(socketMutex_);
     const ConnectResult result = connection_.open(path_);
     if (result == ConnectResult::Connected && watchedFd_ < 0) {
-        watchedFd_ = connection_.monitorFd();
-        poll_->addFd(watchedFd_, EPOLLIN, [weak = weak_from_this()](int /*fd*/, int events) {
+        const int fd = connection_.monitorFd();
+        poll_->addFd(fd, EPOLLIN, [weak = weak_from_this()](int /*fd*/, int events) {
             const auto self = weak.lock();
             return self ? self->onSocketReady_(events) : PollAction::Continue;
         });
+        watchedFd_ = fd;
     }
     return result;
 }

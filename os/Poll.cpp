@@ -48,14 +48,20 @@ Poll::Poll() : epollFd_(retried([] { return epoll_create1(EPOLL_CLOEXEC); })) {
 int Poll::addFd(int fd, uint32_t events, Callback callback) {
     epoll_event event = {};
     event.events = events;
+    const auto shared = std::make_shared<Callback>(std::move(callback));
     {
         auto state = state_.lock();
         LOG_ALWAYS_FATAL_IF(state->fdMap.find(fd) != state->fdMap.end(),
                             "fd (%d) is already added to Poll", fd);
         const uint64_t token = makeToken(state->nextToken++, fd);  // epoll_event is packed
         event.data.u64 = token;
-        state->fdMap[fd] = token;
-        state->callbacks[token] = std::make_shared<Callback>(std::move(callback));
+        const auto added = state->callbacks.emplace(token, shared).first;
+        try {
+            state->fdMap.emplace(fd, token);
+        } catch (...) {
+            state->callbacks.erase(added);  // or there would be no descriptor to remove it by
+            throw;
+        }
         registered_.store(state->callbacks.size(), std::memory_order_release);
     }
     const int rc = retried([&] { return epoll_ctl(epollFd_.get(), EPOLL_CTL_ADD, fd, &event); });

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 #include <utility>
@@ -25,6 +26,7 @@
 #include "os/Poll.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/RefusedMemory.h"
 
 namespace Ursa::OS {
 
@@ -46,6 +48,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 /** A descriptor that is ready when the test says so. */
 class Source {
@@ -112,6 +115,34 @@ TEST(Poll, ReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
     source.signal();
     EXPECT_EQ(poll.poll(-1), 1);
     EXPECT_THAT(calls, ElementsAre(std::make_pair(source.fd(), static_cast<int>(EPOLLIN))));
+}
+
+TEST(Poll, DescriptorWhoseRegistrationWasRefusedMemoryIsNotRegistered) {
+    test::LogCapture log;
+    Poll poll;
+    const Source source;
+    source.signal();
+    std::atomic<int> calls{0};
+    bool happened = true;
+    int number = 1;
+    for (; happened; ++number) {
+        log.clear();
+        {
+            const test::RefusedMemory refused(number);
+            try {
+                poll.addFd(source.fd(), EPOLLIN, counting(calls));
+            } catch (const std::bad_alloc&) {
+            }
+            happened = refused.happened();
+        }
+        const int registered = happened ? 0 : 1;
+        EXPECT_EQ(PollTestPeer::registrations(poll), static_cast<size_t>(registered));
+        EXPECT_EQ(poll.poll(0), registered);
+        EXPECT_EQ(calls, registered);
+        poll.removeFd(source.fd());
+        EXPECT_THAT(log.messages(ANDROID_LOG_ERROR), SizeIs(happened ? 1 : 0));
+    }
+    EXPECT_GT(number, 3) << "hardly anything was refused";
 }
 
 TEST(Poll, HangUpIsReportedToTheCallback) {
