@@ -2,7 +2,6 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <iterator>
 #include <utility>
 
 #include <android-base/unique_fd.h>
@@ -60,7 +59,8 @@ class EventFd::Queue {
     }
 
     void close(Poll& poll) {
-        std::deque<Task> dropped;  // destroyed after the lock is released
+        std::deque<Task> dropped;  // both destroyed after the lock is released
+        std::deque<Task> droppedRest;
         const android::Mutex::Autolock lock(mutex_);
         if (phase_ == Phase::Open) {
             poll.removeFd(fd_);
@@ -68,6 +68,7 @@ class EventFd::Queue {
         phase_ = Phase::Closed;
         closes_++;
         dropped.swap(tasks_);
+        droppedRest.swap(rest_);
     }
 
   private:
@@ -77,16 +78,21 @@ class EventFd::Queue {
 
     /** Runs what is queued now; on the loop thread. */
     void run_() {
+        std::deque<Task> batch;  // allocates: if that fails, the loop comes again
         // Reads the eventfd before it takes the queue: a task posted in between finds woken_ set
         // and belongs to this batch.
         eventfd_t ignored = 0;
         eventfd_read(fd_, &ignored);
-        std::deque<Task> batch;
         unsigned closes = 0;
         {
             const android::Mutex::Autolock lock(mutex_);
-            batch.swap(tasks_);
-            woken_ = false;
+            if (rest_.empty()) {
+                batch.swap(tasks_);
+                woken_ = false;
+            } else {
+                batch.swap(rest_);
+                wake_();  // for those posted since
+            }
             closes = closes_;
         }
         try {
@@ -96,19 +102,18 @@ class EventFd::Queue {
                 task();
             }
         } catch (...) {
-            putBack_(batch, closes);
+            keepRest_(batch, closes);
             throw;
         }
     }
 
-    /** Puts the tasks behind one that threw ahead of those posted since. */
-    void putBack_(std::deque<Task>& batch, unsigned closes) {
+    /** Keeps the tasks behind one that threw, which may have done so for want of memory. */
+    void keepRest_(std::deque<Task>& batch, unsigned closes) {
         const android::Mutex::Autolock lock(mutex_);
         if (batch.empty() || closes_ != closes) {
             return;
         }
-        tasks_.insert(tasks_.begin(), std::make_move_iterator(batch.begin()),
-                      std::make_move_iterator(batch.end()));
+        rest_.swap(batch);
         woken_ = true;
         wake_();
     }
@@ -116,6 +121,7 @@ class EventFd::Queue {
     const android::base::unique_fd fd_;
     android::Mutex mutex_;
     std::deque<Task> tasks_ GUARDED_BY(mutex_);
+    std::deque<Task> rest_ GUARDED_BY(mutex_);  ///< of a batch that a task ended; runs first
     Phase phase_ GUARDED_BY(mutex_) = Phase::New;
     /** The eventfd is, or is about to be, written, and the loop has not taken the tasks since. */
     bool woken_ GUARDED_BY(mutex_) = false;

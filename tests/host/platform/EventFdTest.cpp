@@ -3,6 +3,7 @@
 #include <functional>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -12,10 +13,12 @@
 #include <ursa/os/EventFd.h>
 
 #include "os/Poll.h"
+#include "tests/support/RefusedMemory.h"
 
 namespace Ursa::OS {
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -244,6 +247,32 @@ TEST_F(EventFdTest, TaskThatClosesAndThrowsLeavesNoTasks) {
     EXPECT_EQ(held.use_count(), 1);
     eventFd_->open();
     drain();
+}
+
+TEST_F(EventFdTest, MemoryRefusedWhileTasksRunDelaysThem) {
+    notes_.reserve(10);
+    bool happened = true;
+    for (int number = 1; happened; ++number) {
+        notes_.clear();
+        eventFd_->post(note(1));
+        eventFd_->post([this] { eventFd_->post(note(3)); });
+        eventFd_->post(note(2));
+        {
+            const test::RefusedMemory refused(number);
+            try {
+                poll_->poll(0);
+            } catch (const std::bad_alloc&) {
+            }
+            happened = refused.happened();
+        }
+        drain();
+        // The task that posts may itself be the one that fails.
+        EXPECT_THAT(notes_, AnyOf(ElementsAre(1, 2, 3), ElementsAre(1, 2))) << number;
+        eventFd_->post(note(4));
+        drain();
+        EXPECT_EQ(notes_.back(), 4) << number;
+    }
+    EXPECT_THAT(notes_, ElementsAre(1, 2, 3, 4)) << "nothing was refused";
 }
 
 TEST_F(EventFdTest, TasksPostedBySeveralThreadsAllRun) {
