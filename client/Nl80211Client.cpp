@@ -65,7 +65,6 @@ struct Exchange {
     std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt;
     int lateReceives = 0;      ///< packets read after the deadline
     bool endReceived = false;  ///< a received packet contained the end of the dump
-    bool dropLogged = false;   ///< a handler has dropped the rest of that packet and logged why
 };
 
 /**
@@ -145,16 +144,12 @@ void dropPacket(unsigned char** bytes, ucred** credentials) {
  *  - The connection is broken, or the kernel dropped the answer (ENOBUFS: on a socket that is in no
  *    multicast group, a lost packet is the answer to the one pending request).
  *  - An error reply in the middle of a dump has set the status, but libnl waits for the dump's end.
- *  - The rest of a packet was dropped, and the dump's end with it: by a handler, which has logged
- *    why, or by libnl without memory for a message.
+ *  - A handler has dropped the rest of a packet, and the dump's end with it, and has logged why.
  * A packet too large for the buffer does not: it was consumed, and the next one is read.
  */
 int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** credentials) {
     Exchange& exchange = *currentExchange;
     if (exchange.status > 0 && exchange.endReceived) {
-        if (!exchange.dropLogged) {
-            WIFI_LOGE("Failed to receive netlink response: incomplete");
-        }
         exchange.status = -EBADMSG;
     }
     if (exchange.status <= 0) {
@@ -168,7 +163,6 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
             const Contents contents = contentsOf(*bytes, received, exchange.sequence);
             if (contents.message) {
                 exchange.endReceived = contents.end;
-                exchange.dropLogged = false;
                 return received;
             }
             dropPacket(bytes, credentials);
@@ -196,12 +190,6 @@ int receive(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, ucred** c
 int noteRequest(nl_msg* message, void* /*arg*/) {
     currentExchange->sequence = nlmsg_hdr(message)->nlmsg_seq;
     return NL_OK;
-}
-
-/** The result of a handler that drops the rest of a packet in the middle of a dump. */
-int stopAfterLogging() {
-    currentExchange->dropLogged = true;
-    return NL_STOP;
 }
 
 /** A message with its netlink and generic netlink headers; null, and logged, without memory. */
@@ -562,10 +550,13 @@ int Nl80211Client::sendMsg_(Request& request) const {
     nl_cb_set(callbacks, NL_CB_OVERRUN, NL_CB_CUSTOM, controlHandler, &exchange);
     nl_cb_overwrite_recv(callbacks, receive);
 
-    // Only the status counts: nl_recvmsgs also returns an error for a packet that is none of this
-    // request's, and returns success before the request is answered.
+    // But for that, only the status counts: nl_recvmsgs also returns an error for a packet that is
+    // none of this request's, and returns success before the request is answered.
     while (exchange.status > 0) {
-        nl_recvmsgs(request.socket.get(), callbacks);
+        if (nl_recvmsgs(request.socket.get(), callbacks) == -NLE_NOMEM && exchange.status > 0) {
+            WIFI_LOGE("Failed to receive netlink response: %s", nl_geterror(-NLE_NOMEM));
+            exchange.status = -ENOMEM;  // a message is lost that may have been the end
+        }
     }
 
     request.message.reset();
@@ -675,12 +666,12 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
     if (error < 0) {
         WIFI_LOGE("Error parsing netlink response: %d", error);
         result->error = error;
-        return stopAfterLogging();
+        return NL_STOP;
     }
     if (attributes[NL80211_ATTR_STA_INFO] == nullptr) {
         WIFI_LOGE("No STA info in netlink response");
         result->error = -1;
-        return stopAfterLogging();
+        return NL_STOP;
     }
 
     std::array<nlattr*, kStaInfoMax + 1> station{};
@@ -688,12 +679,12 @@ int Nl80211Client::stationHandler(nl_msg* message, void* arg) {
                          kStaInfoPolicy.data()) < 0) {
         WIFI_LOGE("Failed to parse STA info in netlink response");
         result->error = -1;
-        return stopAfterLogging();
+        return NL_STOP;
     }
     if (station[NL80211_STA_INFO_TX_BITRATE] == nullptr) {
         WIFI_LOGE("No NL80211_STA_INFO_TX_BITRATE");
         result->error = -1;
-        return stopAfterLogging();
+        return NL_STOP;
     }
 
     const std::optional<int> bandwidth = bandwidthCode(station[NL80211_STA_INFO_TX_BITRATE]);

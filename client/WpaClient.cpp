@@ -5,9 +5,12 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <regex>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 #include <sys/epoll.h>
@@ -28,6 +31,9 @@ const std::string kP2pSocketNamePattern = R"(\b(?:p2p-wlan0-\d+?|p2p0)\b)";
 /** How long the listener sleeps when nothing happens. */
 constexpr int kListenerTimeoutMs = 300'000;
 
+/** Between failures in a row: memory that is short now is not there at once. */
+constexpr std::chrono::milliseconds kPauseAfterFailures{100};
+
 constexpr size_t kInotifyBufferSize = 1536;
 
 /** Whether a file's whole name is that of a socket of this kind. */
@@ -40,6 +46,19 @@ bool isSocketName(const std::string& name, NetInterfaceType type) {
 struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+/**
+ * Null if there is none. Throws without memory or descriptors for it: it may well hold sockets, and
+ * nobody would look again.
+ */
+Directory openDirectory(const std::string& path) {
+    Directory directory(opendir(path.c_str()));
+    if (directory == nullptr && (errno == ENOMEM || errno == EMFILE || errno == ENFILE)) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return directory;
+}
 
 }  // namespace
 
@@ -122,7 +141,7 @@ void WpaClient::addSocket_(NetInterfaceType type) {
 }
 
 void WpaClient::findSocketFile_(NetInterfaceType type, WpaSocket& socket) {
-    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    const Directory directory = openDirectory(directory_);
     if (directory == nullptr) {
         return;
     }
@@ -270,16 +289,19 @@ void WpaClient::startListener_() {
 
 void WpaClient::listen_() {
     WIFI_LOGD("Wpa client starts listener thread.");
-    bool failed = false;
+    int failures = 0;  // in a row
     while (running_) {
         try {
-            if (std::exchange(failed, false)) {
+            if (failures > 0) {
                 startOver_();
             }
             poll_->poll(kListenerTimeoutMs);
+            failures = 0;
         } catch (const std::exception& error) {
             WIFI_LOGE("Listener failed and goes on: %s", error.what());
-            failed = true;
+            if (++failures > 1) {
+                std::this_thread::sleep_for(kPauseAfterFailures);
+            }
         }
     }
 }
@@ -384,7 +406,7 @@ void WpaClient::findSocketFileAgain_(NetInterfaceType type, WpaSocket& socket) {
     if (!known.path.empty() && identify_(known.path) == known) {
         newest = known;
     }
-    const std::unique_ptr<DIR, DirectoryCloser> directory(opendir(directory_.c_str()));
+    const Directory directory = openDirectory(directory_);
     while (const dirent* entry = directory == nullptr ? nullptr : readdir(directory.get())) {
         if (entry->d_type == DT_SOCK && isSocketName(entry->d_name, type)) {
             const SocketFile file = identify_(directory_ + entry->d_name);

@@ -30,7 +30,7 @@ using test::message;
 using test::number32;
 
 const std::string kTimedOut = "Nl80211Client: Failed to receive netlink response: timed out";
-const std::string kIncomplete = "Nl80211Client: Failed to receive netlink response: incomplete";
+const std::string kNoMemory = "Nl80211Client: Failed to receive netlink response: Out of memory";
 const std::string kNoSuchFamily = "Nl80211Client: nl80211 response has error code -2";
 
 /** `request` as another one, whose answers are not this one's. */
@@ -370,7 +370,17 @@ TEST_F(ExchangeEnd, MessageThatCannotBeKeptInThePacketOfTheDumpsEndIsLogged) {
     test::failNext(test::LibnlCall::Convert, 2);  // after the family's reply and its ACK
     EXPECT_EQ(client_.getNetInterfaceName(NetInterfaceType::P2P), nullptr);
     EXPECT_FALSE(test::isFaultPending());
-    EXPECT_THAT(errors(), ElementsAre(kIncomplete));
+    EXPECT_THAT(errors(), ElementsAre(kNoMemory));
+    expectNextCommandToSucceed();
+}
+
+TEST_F(ExchangeEnd, AcknowledgementThatCannotBeKeptFailsTheCommandAtOnce) {
+    kernel_.answer(
+        [](const NetlinkRequest& request) -> std::vector<Bytes> { return {ack(request)}; });
+    test::failNext(test::LibnlCall::Convert, 2);  // after the family's reply and its ACK
+    EXPECT_EQ(client_.sendGenericCommand(someCommand()), -1);
+    EXPECT_FALSE(test::isFaultPending());
+    EXPECT_THAT(errors(), ElementsAre(kNoMemory));
     expectNextCommandToSucceed();
 }
 
