@@ -17,6 +17,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -45,6 +46,17 @@ Function* next(Function* /*type*/, const char* name) {
         static auto* const found = ::host::next(::function, #function); \
         return found;                                                   \
     }())
+
+/** What `call` returns; without memory -1, and ENOMEM: its callers are C and know no exceptions. */
+template <typename Call>
+auto orNoMemory(Call call) -> decltype(call()) {
+    try {
+        return call();
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
 
 /** A netlink port that is unique in this process, and most likely among processes. */
 uint32_t newPort() {
@@ -258,10 +270,18 @@ using host::table;
 
 INTERPOSED int socket(int domain, int type, int protocol) noexcept {
     if (domain == AF_NETLINK && protocol == NETLINK_GENERIC) {
-        if (const std::optional<int> fd = host::connectToListener(type)) {
-            if (*fd >= 0) {
+        const auto fd = host::orNoMemory([&] { return host::connectToListener(type); });
+        if (fd && *fd >= 0) {
+            const int added = host::orNoMemory([&] {
                 table().add(*fd, type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK));
+                return 0;
+            });
+            if (added < 0) {
+                close(*fd);
+                return -1;
             }
+        }
+        if (fd) {
             return *fd;
         }
     }
@@ -320,8 +340,10 @@ INTERPOSED int setsockopt(int fd, int level, int option, const void* value,
 }
 
 INTERPOSED ssize_t sendmsg(int fd, const msghdr* message, int flags) {
-    return table().contains(fd) ? host::sendPacket(fd, *message, flags)
-                                : NEXT(sendmsg)(fd, message, flags);
+    if (!table().contains(fd)) {
+        return NEXT(sendmsg)(fd, message, flags);
+    }
+    return host::orNoMemory([&] { return host::sendPacket(fd, *message, flags); });
 }
 
 INTERPOSED ssize_t sendto(int fd, const void* bytes, size_t size, int flags,
@@ -330,7 +352,7 @@ INTERPOSED ssize_t sendto(int fd, const void* bytes, size_t size, int flags,
         return NEXT(sendto)(fd, bytes, size, flags, address, length);
     }
     iovec part = {const_cast<void*>(bytes), size};
-    return host::sendPacket(fd, host::messageOf(part), flags);
+    return host::orNoMemory([&] { return host::sendPacket(fd, host::messageOf(part), flags); });
 }
 
 INTERPOSED ssize_t send(int fd, const void* bytes, size_t size, int flags) {
@@ -338,12 +360,14 @@ INTERPOSED ssize_t send(int fd, const void* bytes, size_t size, int flags) {
         return NEXT(send)(fd, bytes, size, flags);
     }
     iovec part = {const_cast<void*>(bytes), size};
-    return host::sendPacket(fd, host::messageOf(part), flags);
+    return host::orNoMemory([&] { return host::sendPacket(fd, host::messageOf(part), flags); });
 }
 
 INTERPOSED ssize_t recvmsg(int fd, msghdr* message, int flags) {
-    return table().contains(fd) ? host::receivePacket(fd, *message, flags)
-                                : NEXT(recvmsg)(fd, message, flags);
+    if (!table().contains(fd)) {
+        return NEXT(recvmsg)(fd, message, flags);
+    }
+    return host::orNoMemory([&] { return host::receivePacket(fd, *message, flags); });
 }
 
 INTERPOSED ssize_t recvfrom(int fd, void* bytes, size_t size, int flags, sockaddr* address,
@@ -353,7 +377,8 @@ INTERPOSED ssize_t recvfrom(int fd, void* bytes, size_t size, int flags, sockadd
     }
     iovec part = {bytes, size};
     msghdr message = host::messageOf(part);
-    const ssize_t result = host::receivePacket(fd, message, flags);
+    const ssize_t result =
+        host::orNoMemory([&] { return host::receivePacket(fd, message, flags); });
     if (result >= 0) {
         host::writeAddress(0, address, length);
     }
@@ -366,5 +391,5 @@ INTERPOSED ssize_t recv(int fd, void* bytes, size_t size, int flags) {
     }
     iovec part = {bytes, size};
     msghdr message = host::messageOf(part);
-    return host::receivePacket(fd, message, flags);
+    return host::orNoMemory([&] { return host::receivePacket(fd, message, flags); });
 }
