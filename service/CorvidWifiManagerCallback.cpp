@@ -44,6 +44,7 @@ bool CorvidWifiManagerCallback::link(const sp<ICallback>& callback) {
     if (find_(callback) != callbacks_.end()) {
         return false;
     }
+    callbacks_.reserve(callbacks_.size() + 1);  // may fail, and then nothing is linked
     ignore(callback->linkToDeath(deathReceiver_, 0));
     callbacks_.push_back(callback);
     stats_.add(callback.get(), IPCThreadState::self()->getCallingPid());

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <exception>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -15,6 +16,7 @@
 #include "client/Task.h"
 #include "config/FeatureList.h"
 #include "managers/AllManagers.h"
+#include "os/Log.h"
 #include "service/ReportWriter.h"
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
@@ -42,6 +44,17 @@ Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
 managers::P2pDeviceType toDeviceType(P2pDeviceType type) {
     return type > P2pDeviceType::MIRACAST ? managers::P2pDeviceType::UNKNOWN
                                           : static_cast<managers::P2pDeviceType>(type);
+}
+
+/** What `call` returns; false if it throws, as it does without memory, which is logged. */
+template <typename Call>
+bool succeeds(Call call) {
+    try {
+        return call();
+    } catch (const std::exception& error) {
+        WIFI_LOGE("A call failed: %s", error.what());
+        return false;
+    }
 }
 
 /** One feature's part of the dump. */
@@ -84,7 +97,7 @@ template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
     const auto manager = manager_.get<Manager>();
     const managers::TaskScope scope(callOf<Manager>());
-    callback(makeStatus(manager != nullptr && call(*manager)));
+    callback(makeStatus(manager != nullptr && succeeds([&] { return call(*manager); })));
     return Void();
 }
 
@@ -95,13 +108,16 @@ Return<void> CorvidWifiService::clearScs(int32_t id, clearScs_cb callback) {
 
 Return<void> CorvidWifiService::dumpInfo(dumpInfo_cb callback) {
     std::string text;
-    for (const DumpPart& part : dumpParts(managers::kFeatures)) {
-        part.append(manager_, part.label, text);
-    }
-    text += "Process and Thread ID\n";
-    for (const auto& [task, pid] : manager_.copyTaskToPidMap()) {
-        text += "\t" + task + ": " + std::to_string(pid) + "\n";
-    }
+    succeeds([&] {
+        for (const DumpPart& part : dumpParts(managers::kFeatures)) {
+            part.append(manager_, part.label, text);
+        }
+        text += "Process and Thread ID\n";
+        for (const auto& [task, pid] : manager_.copyTaskToPidMap()) {
+            text += "\t" + task + ": " + std::to_string(pid) + "\n";
+        }
+        return true;
+    });
     callback(text);
     return Void();
 }
@@ -114,9 +130,12 @@ Return<void> CorvidWifiService::getP2pInfo(getP2pInfo_cb callback) {
 }
 
 Return<void> CorvidWifiService::getStaInfo(getStaInfo_cb callback) {
-    managers::StaInfo info = {};
+    managers::StaInfo info = {-1, -1, 0};
     const managers::TaskScope scope(callOf<managers::StaManager>());
-    manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
+    succeeds([&] {
+        manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
+        return true;
+    });
     const bool known = info.bandwidth >= 1 && info.bandwidth <= 5;
     callback({info.frequency, info.rssi, known ? static_cast<uint32_t>(info.bandwidth) : 0U});
     return Void();
@@ -131,7 +150,7 @@ Return<void> CorvidWifiService::isP2pPairedDeviceType(P2pDeviceType type,
 
 Return<void> CorvidWifiService::registerCorvidWifiManagerCallback(
     const sp<ICorvidWifiManagerCallback>& client, registerCorvidWifiManagerCallback_cb callback) {
-    callback(makeStatus(manager_.link(client)));
+    callback(makeStatus(succeeds([&] { return manager_.link(client); })));
     return Void();
 }
 
@@ -180,29 +199,43 @@ Return<void> CorvidWifiService::debug(const hidl_handle& handle,
     if (native == nullptr || native->numFds < 1) {
         return Void();
     }
-    const std::vector<std::string> words(options.begin(), options.end());
-    // What is not taken is lost: a reader that stops reading is none of the daemon's business.
-    managers::writeReport(native->data[0], report_.write(words), kReportPatience);
+    succeeds([&] {
+        const std::vector<std::string> words(options.begin(), options.end());
+        // What is not taken is lost: a reader that stops reading is none of the daemon's business.
+        managers::writeReport(native->data[0], report_.write(words), kReportPatience);
+        return true;
+    });
     return Void();
 }
 
-int32_t CorvidWifiService::setScs_(managers::ScsProfile profile) {
+template <typename MakeProfile>
+int32_t CorvidWifiService::setScs_(MakeProfile makeProfile) {
     const managers::TaskScope scope(callOf<managers::ScsManager>());
     const auto manager = manager_.get<managers::ScsManager>();
-    return manager == nullptr ? -1 : manager->set(profile);
+    int32_t id = -1;
+    succeeds([&] {
+        managers::ScsProfile profile = makeProfile();
+        id = manager == nullptr ? -1 : manager->set(profile);
+        return true;
+    });
+    return id;
 }
 
 Return<int32_t> CorvidWifiService::setScsV4(const ScsProfileV4& profile) {
     constexpr uint32_t kIpV4 = 0;
-    return setScs_({kIpV4, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
-                    0, profile.dscp, profile.protocol});
+    return setScs_([&]() -> managers::ScsProfile {
+        return {kIpV4, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
+                0,     profile.dscp,    profile.protocol};
+    });
 }
 
 Return<int32_t> CorvidWifiService::setScsV6(const ScsProfileV6& profile) {
     constexpr uint32_t kIpV6 = 1;
     // ScsProfile has no field for the flow label.
-    return setScs_({kIpV6, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
-                    0, profile.dscp, profile.protocol});
+    return setScs_([&]() -> managers::ScsProfile {
+        return {kIpV6, profile.localIp, profile.localPort, profile.remoteIp, profile.remotePort,
+                0,     profile.dscp,    profile.protocol};
+    });
 }
 
 Return<void> CorvidWifiService::startCsa(uint32_t channel, uint32_t bandwidth,
@@ -215,7 +248,7 @@ Return<void> CorvidWifiService::startCsa(uint32_t channel, uint32_t bandwidth,
 
 Return<void> CorvidWifiService::unregisterCorvidWifiManagerCallback(
     const sp<ICorvidWifiManagerCallback>& client, unregisterCorvidWifiManagerCallback_cb callback) {
-    callback(makeStatus(manager_.unlink(client)));
+    callback(makeStatus(succeeds([&] { return manager_.unlink(client); })));
     return Void();
 }
 

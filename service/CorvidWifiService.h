@@ -11,8 +11,7 @@
 
 namespace Ursa::OS::Wifi {
 class CorvidWifiClient;
-struct ScsProfile;
-}  // namespace Ursa::OS::Wifi
+}
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 
@@ -64,8 +63,9 @@ class CorvidWifiService : public IWifi {
     /** Answers code 0 if the manager exists and `call` returns true for it, else code 1. */
     template <typename Manager, typename Callback, typename Call>
     Return<void> answer_(const Callback& callback, Call call);
-    /** Returns the result of ScsManager::set(), or -1 without that manager. */
-    int32_t setScs_(Ursa::OS::Wifi::ScsProfile profile);
+    /** Returns the result of ScsManager::set(), or -1 without that manager or if it fails. */
+    template <typename MakeProfile>
+    int32_t setScs_(MakeProfile makeProfile);
 
     const std::shared_ptr<Ursa::OS::Wifi::CorvidWifiClient> client_;
     Ursa::OS::Wifi::CorvidWifiManager manager_;

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <thread>
 #include <utility>
 
@@ -61,7 +62,7 @@ class Server::Endpoint : public Watched {
         for (int i = 0; i < kBatch; ++i) {
             unique_fd client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC));
             if (client.ok()) {
-                server_.addClient_(std::move(client));
+                add_(std::move(client));
             } else if (errno == EMFILE || errno == ENFILE) {
                 // Left in the queue it would wake this thread again and again.
                 ALOGE("Refusing a connection: %s", strerror(errno));
@@ -75,6 +76,14 @@ class Server::Endpoint : public Watched {
     }
 
   private:
+    void add_(unique_fd client) {
+        try {
+            server_.addClient_(std::move(client));
+        } catch (const std::exception& error) {
+            ALOGE("Refusing a connection: %s", error.what());
+        }
+    }
+
     Server& server_;
     const Folder folder_;
     const unique_fd socket_;
@@ -101,12 +110,23 @@ class Server::Client : public Watched {
 
     void onReady(uint32_t /*events*/) override {
         lastActive_ = ++server_.clock_;
-        if (!sendRest_() || (!connection_.hasUnsent() && !receive_())) {
+        if (!goOn_()) {
             server_.removeClient_(key_);
         }
     }
 
   private:
+    /** Returns false if the connection must be closed. */
+    bool goOn_() {
+        try {
+            return sendRest_() && (connection_.hasUnsent() || receive_());
+        } catch (const std::exception& error) {
+            // Out of memory, or a method that throws: the others are served all the same.
+            logEnd(connection_, error.what());
+            return false;
+        }
+    }
+
     /** Returns false if the connection must be closed. */
     bool sendRest_() {
         if (!connection_.hasUnsent()) {
