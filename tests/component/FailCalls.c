@@ -1,7 +1,7 @@
 // Preloaded into a daemon: refuses it memory or a thread at one place of its way.
 //
 // FAIL_CALLS names a file that holds a struct FailCalls (FailCalls.h), shared with the test. Calls
-// are counted in all threads; the one with the number that the test asks for fails once.
+// are counted in all threads; those with the numbers that the test asks for fail.
 
 #define _GNU_SOURCE
 #include "tests/component/FailCalls.h"
@@ -37,8 +37,13 @@ __attribute__((constructor)) static void map_shared(void) {
 }
 
 static int fails(struct FailedCall* call) {
-    return shared != NULL && __atomic_add_fetch(&call->count, 1, __ATOMIC_SEQ_CST) ==
-                                 __atomic_load_n(&call->failAt, __ATOMIC_SEQ_CST);
+    if (shared == NULL) {
+        return 0;
+    }
+    const long number = __atomic_add_fetch(&call->count, 1, __ATOMIC_SEQ_CST);
+    const long first = __atomic_load_n(&call->firstFail, __ATOMIC_SEQ_CST);
+    return first != 0 && number >= first &&
+           number <= __atomic_load_n(&call->lastFail, __ATOMIC_SEQ_CST);
 }
 
 void* malloc(size_t size) {

@@ -4,8 +4,9 @@
 
 /** One kind of call. Plain numbers, changed with the compiler's atomic builtins. */
 struct FailedCall {
-    long count;  /**< calls until now */
-    long failAt; /**< the number of the call that fails; 0: none */
+    long count;     /**< calls until now */
+    long firstFail; /**< the number of the first call that fails; 0: none does */
+    long lastFail;  /**< the number of the last one */
 };
 
 struct FailCalls {

@@ -46,13 +46,7 @@ Headset::Headset(const std::string& daemon) : sim_({"--daemon", daemon}) {}
 
 Headset::~Headset() {
     checkDaemonOutput();
-    if (daemonPid_ > 0) {
-        // A daemon that is killed leaves the library's client sockets behind.
-        sim_.play("daemon kill");
-        for (const std::string& file : controlClientFiles(daemonPid_)) {
-            unlink(file.c_str());
-        }
-    }
+    killDaemon();
     if (::testing::Test::HasFailure()) {
         // What led there, for whoever reads the failure.
         std::string last;
@@ -78,12 +72,19 @@ void Headset::checkDaemonOutput() {
         }
     }
     if (!daemonMayEnd_) {
-        for (const SimRecord& record : sim_.records("program")) {
-            EXPECT_FALSE(contains(record.text(), "the daemon ended") ||
-                         contains(record.text(), "the daemon was killed"))
-                << record.text();
+        const auto end = daemonEnd();
+        EXPECT_FALSE(end) << end->text();
+    }
+}
+
+std::optional<SimRecord> Headset::daemonEnd() {
+    for (const SimRecord& record : sim_.records("program")) {
+        if (contains(record.text(), "the daemon ended") ||
+            contains(record.text(), "the daemon was killed")) {
+            return record;
         }
     }
+    return std::nullopt;
 }
 
 void Headset::play(const std::string& line) {
@@ -97,11 +98,26 @@ void Headset::playAll(const std::vector<std::string>& lines) {
     }
 }
 
-void Headset::startDaemon() {
+void Headset::launchDaemon() {
     forget();
     play("daemon start");
     const SimRecord started = expectRecord("program", "the daemon was started");
     daemonPid_ = std::stoi("0" + started["pid"]);
+}
+
+void Headset::killDaemon() {
+    if (daemonPid_ <= 0) {
+        return;
+    }
+    sim_.play("daemon kill");  // an error says that it does not run any more
+    for (const std::string& file : controlClientFiles(daemonPid_)) {
+        unlink(file.c_str());
+    }
+    daemonPid_ = -1;
+}
+
+void Headset::startDaemon() {
+    launchDaemon();
     // Registration leaves no line in the log: ask until there is an answer.
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (call("getP2pInfo").status == 3) {

@@ -66,6 +66,12 @@ class Headset {
 
     /** Starts the daemon and waits until it serves calls. */
     void startDaemon();
+    /** Starts the daemon and does not wait for it. */
+    void launchDaemon();
+    /** Kills the daemon, if it runs, and removes what it leaves behind. */
+    void killDaemon();
+    /** The record of the daemon's end among the records until now; empty: it runs. */
+    std::optional<simtest::SimRecord> daemonEnd();
     /** Starts the daemon and waits for its end; its exit status, -1 when it doesn't end. */
     int runDaemonToItsEnd();
     pid_t daemonPid() const { return daemonPid_; }
