@@ -8,8 +8,8 @@
 #include <chrono>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <regex>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -49,13 +49,13 @@ struct DirectoryCloser {
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
 /**
- * Null if there is none. Throws without memory or descriptors for it: it may well hold sockets, and
- * nobody would look again.
+ * Null if it cannot be read. Throws std::bad_alloc without memory for it: it may well hold sockets,
+ * and nobody would look again.
  */
 Directory openDirectory(const std::string& path) {
     Directory directory(opendir(path.c_str()));
-    if (directory == nullptr && (errno == ENOMEM || errno == EMFILE || errno == ENFILE)) {
-        throw std::system_error(errno, std::generic_category(), path);
+    if (directory == nullptr && errno == ENOMEM) {
+        throw std::bad_alloc();
     }
     return directory;
 }
