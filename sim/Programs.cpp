@@ -190,6 +190,14 @@ void Programs::stopMonitor(Done done) {
     monitor_->signal(SIGTERM);
 }
 
+std::string Programs::signalMonitor(int signal) const {
+    if (!monitor_) {
+        return "the monitor does not run";
+    }
+    monitor_->signal(signal);
+    return "";
+}
+
 void Programs::runClient(const std::vector<std::string>& arguments, const Done& done) {
     auto call = std::make_unique<RunningCall>();
     RunningCall* running = call.get();

@@ -56,6 +56,8 @@ class Programs {
     void startMonitor(const Done& done);
     /** Done when it has ended. */
     void stopMonitor(Done done);
+    /** Returns why it could not be sent, or an empty text. */
+    std::string signalMonitor(int signal) const;
     /** Runs corvid-wifi; done when it has ended. */
     void runClient(const std::vector<std::string>& arguments, const Done& done);
 

@@ -190,7 +190,7 @@ void Timeline::print(const Record& record) {
     } else if (record.kind == "callback") {
         line(record, Style::Good, "daemon > client", record.text);
     } else if (record.kind == "call") {
-        if (record.field("arguments") == "dump") {
+        if (record.field("output").find('\n') != std::string::npos) {
             output_.write("\n" + record.field("output") + "\n");
         } else {
             line(record, record.field("status") == "0" ? Style::Good : Style::Warning,

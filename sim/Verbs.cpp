@@ -572,9 +572,15 @@ Action daemon(Words& words) {
 }
 
 Action monitor(Words& words) {
-    const bool start = words.oneOf("action of the client", {"start", "stop"}) == "start";
+    const std::string_view what =
+        words.oneOf("action of the client", {"start", "stop", "suspend", "resume"});
     words.end();
-    return [start](Simulation& simulation, Done done) {
+    if (what == "suspend" || what == "resume") {
+        return atOnce([signal = what == "suspend" ? SIGSTOP : SIGCONT](Simulation& simulation) {
+            return simulation.programs.signalMonitor(signal);
+        });
+    }
+    return [start = what == "start"](Simulation& simulation, Done done) {
         if (start) {
             simulation.programs.startMonitor(done);
         } else {
@@ -599,6 +605,14 @@ Action call(Words& words) {
         if (const std::string wrong = words.checks().call(asked); !wrong.empty()) {
             words.fail(wrong);
         }
+    }
+    return runClient(std::move(arguments));
+}
+
+Action client(Words& words) {
+    std::vector<std::string> arguments = {words.word("the client's word")};
+    while (!words.atEnd()) {
+        arguments.push_back(words.word("argument"));
     }
     return runClient(std::move(arguments));
 }
@@ -754,11 +768,18 @@ const std::vector<Verb>& verbs() {
           {"daemon signal N", "sends it the signal of this number"}}},
         {"monitor",
          monitor,
-         {{"monitor start|stop", "a client that registers a callback and shows what it is told"}}},
+         {{"monitor start|stop", "a client that registers a callback and shows what it is told"},
+          {"monitor suspend|resume", "it hangs: what calls it back waits; or goes on"}}},
         {"call",
          call,
          {{"call METHOD [ARG ...]",
            "corvid-wifi call; what stands right below it waits for the answer"}},
+         Verb::Effect::Changes,
+         true},
+        {"client",
+         client,
+         {{"client WORD [ARG ...]",
+           "corvid-wifi with any word, such as status; waited for as well"}},
          Verb::Effect::Changes,
          true},
         {"dump", dump, {{"dump", "the daemon's dump"}}, Verb::Effect::Changes, true},

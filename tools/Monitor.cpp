@@ -3,9 +3,12 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <optional>
@@ -19,13 +22,31 @@
 #include "tools/Json.h"
 #include "tools/Methods.h"
 #include "tools/Mutex.h"
+#include "tools/Report.h"
 #include "tools/StopSignals.h"
 #include "tools/Subscription.h"
 #include "tools/WakeFd.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
+using ::android::sp;
+
 namespace {
+
+/** "2026-11-22T07:51:38.123Z", of now. */
+std::string timeOfDay() {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::duration_cast<milliseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    const time_t seconds = static_cast<time_t>(now.count() / 1000);
+    struct tm utc {};
+    gmtime_r(&seconds, &utc);
+    char day[32];
+    strftime(day, sizeof(day), "%Y-%m-%dT%H:%M:%S", &utc);
+    char text[48];
+    std::snprintf(text, sizeof(text), "%s.%03dZ", day, static_cast<int>(now.count() % 1000));
+    return text;
+}
 
 /**
  * Writes the lines. An event may arrive before the service's answer to the registration does: it
@@ -35,19 +56,20 @@ namespace {
 class EventWriter {
   public:
     /** `failed` wakes when a line can't be written. */
-    EventWriter(std::FILE* out, const WakeFd& failed) : out_(out), failed_(failed) {}
+    EventWriter(std::FILE* out, const WakeFd& failed, bool timestamps)
+        : out_(out), failed_(failed), timestamps_(timestamps) {}
 
     void registered() EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         registered_ = true;
-        write_(toLine({{"event", "registered"}}));
-        for (const std::string& line : waiting_) {
+        write_({{"event", "registered"}});
+        for (const Json& line : waiting_) {
             write_(line);
         }
         waiting_.clear();
     }
 
-    void event(std::string line) EXCLUDES(mutex_) {
+    void event(Json line) EXCLUDES(mutex_) {
         MutexLock lock(mutex_);
         if (registered_) {
             write_(line);
@@ -63,11 +85,14 @@ class EventWriter {
     }
 
   private:
-    void write_(const std::string& line) REQUIRES(mutex_) {
+    void write_(Json line) REQUIRES(mutex_) {
         if (error_ != 0) {
             return;
         }
-        if (std::fprintf(out_, "%s\n", line.c_str()) < 0 || std::fflush(out_) != 0) {
+        if (timestamps_) {
+            line["time"] = timeOfDay();
+        }
+        if (std::fprintf(out_, "%s\n", toLine(line).c_str()) < 0 || std::fflush(out_) != 0) {
             error_ = errno;
             failed_.wake();
         }
@@ -75,15 +100,16 @@ class EventWriter {
 
     std::FILE* const out_;
     const WakeFd& failed_;
+    const bool timestamps_;
     Mutex mutex_;
     bool registered_ GUARDED_BY(mutex_) = false;
     int error_ GUARDED_BY(mutex_) = 0;
-    std::vector<std::string> waiting_ GUARDED_BY(mutex_);
+    std::vector<Json> waiting_ GUARDED_BY(mutex_);
 };
 
 /** What the threads of the HIDL runtime use; it lives as long as the objects they call. */
 struct Shared {
-    explicit Shared(std::FILE* out) : writer(out, failed) {}
+    Shared(std::FILE* out, bool timestamps) : writer(out, failed, timestamps) {}
 
     WakeFd died;
     WakeFd failed;
@@ -93,12 +119,18 @@ struct Shared {
 /** What the main thread wakes for. */
 enum class Wake { Stop, Failed, Died };
 
-Wake waitForEnd(const WakeFd& stop, const Shared& shared) {
+/** Waits for it; until then, `look` is called twice a second, if it is one. */
+Wake waitForEnd(const WakeFd& stop, const Shared& shared, const std::function<void()>& look) {
+    constexpr int kBetweenLooksMs = 500;
     pollfd ends[] = {
         {shared.died.fd(), POLLIN, 0}, {shared.failed.fd(), POLLIN, 0}, {stop.fd(), POLLIN, 0}};
-    while (::poll(ends, std::size(ends), -1) < 0) {
-        if (errno != EINTR) {
+    int ready = 0;
+    while ((ready = ::poll(ends, std::size(ends), look ? kBetweenLooksMs : -1)) <= 0) {
+        if (ready < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
+        }
+        if (look) {
+            look();
         }
     }
     // A death counts before a signal: the callback is gone, there is nothing to unregister.
@@ -108,6 +140,29 @@ Wake waitForEnd(const WakeFd& stop, const Shared& shared) {
     return ends[1].revents != 0 ? Wake::Failed : Wake::Stop;
 }
 
+/** Hands on what is new in the service's history each time. */
+class HistoryFollower {
+  public:
+    HistoryFollower(sp<IWifi> service, EventWriter& writer)
+        : service_(std::move(service)), writer_(writer) {}
+
+    void look() {
+        const Json history = askReport(service_, {"history"}).value("history", Json::object());
+        for (const Json& entry : history.value("entries", Json::array())) {
+            const int64_t sequence = entry.value("sequence", int64_t{0});
+            if (sequence > last_) {
+                last_ = sequence;
+                writer_.event({{"history", entry}});
+            }
+        }
+    }
+
+  private:
+    const sp<IWifi> service_;
+    EventWriter& writer_;
+    int64_t last_ = 0;
+};
+
 MonitorEnd serviceDied() {
     std::fprintf(stderr, "corvid-wifi: the service died\n");
     return MonitorEnd::ServiceDied;
@@ -115,7 +170,8 @@ MonitorEnd serviceDied() {
 
 }  // namespace
 
-MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
+MonitorEnd monitor(const sp<IWifi>& service, std::FILE* out, const Deadline& deadline,
+                   const MonitorOptions& options) {
     // A reader that closes the pipe is an error to be handled: the callback must be unregistered.
     signal(SIGPIPE, SIG_IGN);
     const WakeFd stop;
@@ -123,9 +179,9 @@ MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
 
     // One thread of the runtime's own calls the callback; this one waits for the end.
     ::android::hardware::configureRpcThreadpool(1, false);
-    const auto shared = std::make_shared<Shared>(out);
+    const auto shared = std::make_shared<Shared>(out, options.timestamps);
     Subscription subscription(
-        &service, [shared](const Json& event) { shared->writer.event(toLine(event)); },
+        service, [shared](const Json& event) { shared->writer.event(event); },
         [shared] { shared->died.wake(); });
     if (const uint32_t code = subscription.start(); code != 0) {
         std::fprintf(stderr, "corvid-wifi: the service refused the callback (code %u)\n", code);
@@ -134,7 +190,17 @@ MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline) {
     deadline.stop();
     shared->writer.registered();
 
-    const Wake wake = waitForEnd(stop, *shared);
+    HistoryFollower follower(service, shared->writer);
+    const auto look = [&follower, &deadline] {
+        deadline.start();
+        follower.look();
+        deadline.stop();
+    };
+    if (options.history) {
+        look();
+    }
+    const Wake wake =
+        waitForEnd(stop, *shared, options.history ? std::function<void()>(look) : nullptr);
     if (wake == Wake::Died) {
         return serviceDied();
     }

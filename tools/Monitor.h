@@ -7,6 +7,12 @@
 
 namespace Ursa::OS::Wifi::Tools {
 
+/** What the lines hold beside the events. */
+struct MonitorOptions {
+    bool timestamps = false;  ///< "time" in each line: of the day, in UTC
+    bool history = false;     ///< the entries of the service's history, asked twice a second
+};
+
 /** How `monitor` ended. */
 enum class MonitorEnd {
     Stopped,      ///< by SIGINT or SIGTERM; the callback is unregistered
@@ -24,6 +30,7 @@ enum class MonitorEnd {
  * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
  * ServiceError if the service dies before the callback is registered.
  */
-MonitorEnd monitor(IWifi& service, std::FILE* out, const Deadline& deadline);
+MonitorEnd monitor(const ::android::sp<IWifi>& service, std::FILE* out, const Deadline& deadline,
+                   const MonitorOptions& options = {});
 
 }  // namespace Ursa::OS::Wifi::Tools

@@ -16,7 +16,9 @@
 #include "tools/Monitor.h"
 #include "tools/Print.h"
 #include "tools/Record.h"
+#include "tools/Report.h"
 #include "tools/Service.h"
+#include "tools/Troubles.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -29,6 +31,17 @@ namespace {
 /** One line: a value with its unit, or that it is not known. */
 void printValue(const char* label, bool known, const std::string& value) {
     print(std::string(label) + ": " + (known ? value : "unknown") + "\n");
+}
+
+/** Says on standard error what the service's report tells about a refusal, if anything. */
+void explainRefusal(const ::android::sp<IWifi>& service, const std::string& method) {
+    try {
+        if (const std::string why = whyRefused(askReport(service), method); !why.empty()) {
+            std::fprintf(stderr, "corvid-wifi: %s\n", why.c_str());
+        }
+    } catch (const ServiceError&) {
+        // The answer was printed; a service without a report says no more.
+    }
 }
 
 /** A method without arguments, as `call` prints it. */
@@ -52,8 +65,13 @@ int runCall(const CommandLine& line) {
         return kSuccess;
     }
     const Deadline deadline(line.timeout());
-    const Answer answer = call(*findService(line));
+    const auto service = findService(line);
+    const Answer answer = call(*service);
     print(answer.json + "\n");
+    if (!answer.success) {
+        std::fflush(stdout);
+        explainRefusal(service, line.arguments.front());
+    }
     return answer.success ? kSuccess : kFailure;
 }
 
@@ -89,7 +107,8 @@ int runDump(const CommandLine& line) {
 
 int runMonitor(const CommandLine& line) {
     const Deadline deadline(line.timeout());
-    switch (monitor(*findService(line), stdout, deadline)) {
+    const MonitorOptions options = {line.has("--timestamps"), line.has("--all")};
+    switch (monitor(findService(line), stdout, deadline, options)) {
         case MonitorEnd::Stopped:
             return kSuccess;
         case MonitorEnd::ServiceDied:

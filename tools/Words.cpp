@@ -5,6 +5,7 @@
 #include "tools/Debug.h"
 #include "tools/Json.h"
 #include "tools/Print.h"
+#include "tools/ReportWords.h"
 #include "tools/ServiceWords.h"
 #include "tools/Version.h"
 
@@ -118,8 +119,24 @@ const std::vector<Word>& allWords() {
          kReportSections.size(),
          runDebug},
         {"dump", "", "prints the state of every feature, in the fixed text", {}, 0, 0, runDump},
-        {"monitor", "", "prints each event as a line of JSON, until Ctrl-C", {}, 0, 0, runMonitor},
+        {"history", "", "prints the last state changes, events and commands", {}, 0, 0, runHistory},
+        {"monitor",
+         "",
+         "prints each event as a line of JSON, until Ctrl-C",
+         {{"--timestamps", "", "each line with the time of day"},
+          {"--all", "", "the service's history too, as it grows"}},
+         0,
+         0,
+         runMonitor},
         {"p2p", "", "prints the P2P group's channel", {}, 0, 0, runP2p},
+        {"props",
+         "[PATTERN] | set KEY VALUE",
+         "prints the daemon's properties: value, default, where it came from, when a change takes "
+         "effect; set changes one",
+         {},
+         0,
+         3,
+         runProps},
         {"record",
          "FILE",
          "writes a trace of the link for corvid-trace, until Ctrl-C; - is standard output. Each "
@@ -132,6 +149,20 @@ const std::vector<Word>& allWords() {
          1,
          runRecord},
         {"sta", "", "prints the station link's channel and signal", {}, 0, 0, runSta},
+        {"status",
+         "",
+         "prints one screen: link, power, features, and what is wrong",
+         {},
+         0,
+         0,
+         runStatus},
+        {"watch",
+         "",
+         "status again and again, until Ctrl-C",
+         {{"--interval", "TIME", "between two looks (1s; 100ms at least)"}},
+         0,
+         0,
+         runWatch},
         {"--help", "", "prints this", {}, 0, 0, runHelp},
         {"--version", "", "prints the version", {}, 0, 0, runVersion},
     };

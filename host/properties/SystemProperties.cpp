@@ -115,6 +115,24 @@ int __system_property_foreach(void (*callback)(const prop_info* property, void* 
     return 0;
 }
 
+int __system_property_set(const char* name, const char* value) {
+    if (*name == '\0' || *name == '.' || strchr(name, '/') != nullptr) {
+        errno = EINVAL;
+        return -1;
+    }
+    const std::string path = pathOf(name);
+    const std::string draft =
+        host::rootedPath("/dev/__properties__/", "." + std::to_string(getpid()) + "." + name);
+    if (!host::createParentFolders(draft) || !android::base::WriteStringToFile(value, draft) ||
+        rename(draft.c_str(), path.c_str()) != 0) {
+        const int error = errno;
+        unlink(draft.c_str());
+        errno = error;
+        return -1;
+    }
+    return 0;
+}
+
 int __system_property_get(const char* name, char* value) {
     const std::string text = readValue(pathOf(name)).substr(0, PROP_VALUE_MAX - 1);
     memcpy(value, text.c_str(), text.size() + 1);

@@ -86,7 +86,9 @@ TEST_P(Scenarios, MeetTheirExpectationsAndRecordWhatIsDocumented) {
               0)
         << output;
     EXPECT_THAT(output, HasSubstr(" expectations met\n"));
-    EXPECT_THAT(output, testing::Not(HasSubstr("warning  ")));
+    if (GetParam().name != "broken-property") {
+        EXPECT_THAT(output, testing::Not(HasSubstr("warning  ")));
+    }
 
     const auto documented = documentedRecords();
     std::set<std::string> undocumented;

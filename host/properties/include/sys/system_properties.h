@@ -43,6 +43,12 @@ int __system_property_foreach(void (*callback)(const prop_info* property, void* 
                               void* cookie);
 
 /**
+ * Sets the property; an empty value counts as one. Returns 0, or -1 with errno: the name is none
+ * (EINVAL), or the file can't be written.
+ */
+int __system_property_set(const char* name, const char* value);
+
+/**
  * Copies the value, cut to PROP_VALUE_MAX - 1 characters, and a NUL. Returns the number of
  * characters, 0 if the property is not set.
  */

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/CommandLine.h"
+#include "tools/Json.h"
+
+// The words that show the service's report on itself.
+
+namespace Ursa::OS::Wifi::Tools {
+
+int runStatus(const CommandLine& line);
+int runWatch(const CommandLine& line);
+int runHistory(const CommandLine& line);
+int runProps(const CommandLine& line);
+
+/** One screen: link, power, group, features, sockets, clients, and the troubles. */
+std::string statusText(const Json& report, const std::vector<std::string>& troubles, bool colour);
+
+/** One line for an entry of the history. */
+std::string historyLine(const Json& entry);
+
+/** Those of the report's properties whose name has the pattern (or fits it, with * or ?) in it. */
+std::vector<Json> propertiesLike(const Json& report, const std::string& pattern);
+std::string propertyTable(const std::vector<Json>& properties);
+
+/** What is wrong with `value` for the property, or nothing. */
+std::string wrongWithValue(const Json& property, const std::string& value);
+
+}  // namespace Ursa::OS::Wifi::Tools
