@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/BugReport.h"
 #include "tools/Debug.h"
 #include "tools/Json.h"
 #include "tools/Print.h"
@@ -101,6 +102,15 @@ Json jsonOf(const Named (&entries)[kCount]) {
 const std::vector<Word>& allWords() {
     constexpr size_t kAny = 100;
     static const std::vector<Word> words = {
+        {"bugreport",
+         "",
+         "packs status, report, dump, properties, logs, supplicant's and kernel's view into a "
+         "tar.gz",
+         {{"-o", "FILE", "its name (corvid-wifi-DATE-TIME.tar.gz)"},
+          {"--anonymize", "", "replaces addresses, SSIDs and passphrases"}},
+         0,
+         0,
+         runBugReport},
         {"call",
          "METHOD [ARG ...]",
          "calls a method of IWifi and prints the answer as JSON",

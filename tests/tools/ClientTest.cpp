@@ -132,8 +132,8 @@ TEST_F(ClientUsage, WrongUsageEndsWith2AndSaysWhatIsAllowed) {
         std::vector<std::string> words;
         std::vector<std::string> said;
     } cases[] = {
-        {{}, {"a command is missing", "call, dump, monitor, ", ", --help"}},
-        {{"frobnicate"}, {"\"frobnicate\"", "call, dump, monitor, ", ", --help"}},
+        {{}, {"a command is missing", "bugreport, call, debug, ", ", --help"}},
+        {{"frobnicate"}, {"\"frobnicate\"", "bugreport, call, debug, ", ", --help"}},
         {{"dmup"}, {"there is no command \"dmup\" (did you mean \"dump\"?)"}},
         {{"dump", "--jsno"}, {"there is no option --jsno (did you mean \"--json\"?)"}},
         {{"--lits", "call"}, {"there is no option --lits", "--json, --timeout, --wait"}},
@@ -141,7 +141,7 @@ TEST_F(ClientUsage, WrongUsageEndsWith2AndSaysWhatIsAllowed) {
         {{"dump", "--timeout"}, {"--timeout needs a value: --timeout SECONDS"}},
         {{"dump", "--timeout", "soon"}, {"--timeout is \"soon\"", "15, 1.5s, 250ms or 2min"}},
         {{"dump", "--timeout=-1"}, {"--timeout is \"-1\""}},
-        {{""}, {"there is no command \"\"", "call, dump"}},
+        {{""}, {"there is no command \"\"", "bugreport, call"}},
         {{"dump", "it"}, {"dump takes no arguments"}},
         {{"monitor", "it"}, {"monitor takes no arguments"}},
         {{"--help", "me"}, {"--help takes no arguments"}},

@@ -1,0 +1,151 @@
+#include "tools/BugReport.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "tools/Anonymizer.h"
+#include "tools/Json.h"
+#include "tools/Methods.h"
+#include "tools/Print.h"
+#include "tools/RunCommand.h"
+
+namespace Ursa::OS::Wifi::Tools {
+
+namespace {
+
+using std::chrono::seconds;
+namespace fs = std::filesystem;
+
+constexpr size_t kSmall = 200'000;
+constexpr size_t kLarge = 1'000'000;
+constexpr seconds kOwnLimit{4};
+constexpr seconds kToolLimit{3};
+constexpr seconds kTarLimit{10};
+
+/** This program; a child of its own can be given up where a call of the service can't. */
+std::string ownPath() {
+    char path[PATH_MAX];
+    const ssize_t length = readlink("/proc/self/exe", path, sizeof(path));
+    return length > 0 ? std::string(path, static_cast<size_t>(length)) : "corvid-wifi";
+}
+
+std::string rooted(const std::string& path) {
+    const char* root = std::getenv("CORVID_WIFI_ROOT");
+    return (root != nullptr ? root : "") + path;
+}
+
+/** A folder that goes with what is in it. */
+class WorkFolder {
+  public:
+    WorkFolder() {
+        const char* base = std::getenv("TMPDIR");
+        const char* fallback = access("/data/local/tmp", W_OK) == 0 ? "/data/local/tmp" : "/tmp";
+        path_ = std::string(base != nullptr ? base : fallback) + "/corvid-wifi-XXXXXX";
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::runtime_error("no folder " + path_ + ": " + std::strerror(errno));
+        }
+    }
+    ~WorkFolder() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    WorkFolder(const WorkFolder&) = delete;
+    WorkFolder& operator=(const WorkFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+std::string defaultName() {
+    const time_t now = time(nullptr);
+    struct tm local {};
+    localtime_r(&now, &local);
+    char name[64];
+    strftime(name, sizeof(name), "corvid-wifi-%Y%m%d-%H%M%S", &local);
+    return std::string(name) + ".tar.gz";
+}
+
+}  // namespace
+
+std::vector<BugReportItem> bugReportItems() {
+    const std::string self = ownPath();
+    const std::string sockets = rooted("/data/vendor/wifi/wpa/sockets");
+    const auto own = [&self](std::vector<std::string> words) {
+        words.insert(words.begin(), self);
+        words.emplace_back("--timeout=3");
+        return words;
+    };
+    return {
+        {"status.txt", own({"status"}), kSmall, kOwnLimit},
+        {"debug.txt", own({"debug"}), kSmall, kOwnLimit},
+        {"debug.json", own({"debug", "--json"}), kSmall, kOwnLimit},
+        {"properties.txt", own({"props"}), kSmall, kOwnLimit},
+        {"dump.txt", own({"dump"}), kSmall, kOwnLimit},
+        {"version.txt", {"sh", "-c", "'" + self + "' --version; uname -a"}, kSmall, kToolLimit},
+        {"daemon.log", {"logcat", "-d", "-t", "5000", "-s", "CorvidWifi"}, kLarge, kToolLimit},
+        {"supplicant.log",
+         {"logcat", "-d", "-t", "5000", "-s", "wpa_supplicant"},
+         kLarge,
+         kToolLimit},
+        {"supplicant.txt",
+         {"sh", "-c",
+          "for socket in '" + sockets +
+              "'/*; do [ -S \"$socket\" ] || continue; "
+              "echo \"${socket##*/}:\"; wpa_cli -p '" +
+              sockets +
+              "' -i \"${socket##*/}\" status; done; "
+              "ls -l '" +
+              sockets + "'"},
+         kSmall,
+         kToolLimit},
+        {"atoms.jsonl",
+         {"tail", "-c", "1000000", rooted("/data/misc/stats/atoms.jsonl")},
+         kLarge,
+         kToolLimit},
+        {"interfaces.txt", {"sh", "-c", "ip -s link; ip addr; iw dev"}, kSmall, kToolLimit},
+    };
+}
+
+int runBugReport(const CommandLine& line) {
+    const std::string file = line.has("-o") ? line.value("-o") : defaultName();
+    const WorkFolder work;
+    const std::string name = "corvid-wifi-bugreport";
+    const fs::path folder = fs::path(work.path()) / name;
+    fs::create_directory(folder);
+    Anonymizer anonymizer;
+    std::string contents;
+    Json items = Json::array();
+    for (const BugReportItem& item : bugReportItems()) {
+        CommandResult result = runCommand(item.command, item.size, item.limit);
+        if (line.has("--anonymize")) {
+            result.output = anonymizer.text(result.output);
+        }
+        std::ofstream(folder / item.name, std::ios::binary) << result.output;
+        const std::string state = result.failure.empty() ? "complete" : result.failure;
+        contents +=
+            item.name + ": " + std::to_string(result.output.size()) + " bytes, " + state + "\n";
+        items.push_back({{"name", item.name}, {"size", result.output.size()}, {"state", state}});
+    }
+    std::ofstream(folder / "contents.txt") << contents;
+    const CommandResult packed =
+        runCommand({"tar", "-czf", file, "-C", work.path(), name}, kSmall, kTarLimit);
+    if (!packed.failure.empty()) {
+        std::fprintf(stderr, "corvid-wifi: %s could not be written: %s (%s)\n", file.c_str(),
+                     packed.failure.c_str(), packed.output.c_str());
+        return kFailure;
+    }
+    print(line.has("--json") ? toLine({{"file", file}, {"items", items}}) + "\n"
+                             : contents + "written: " + file + "\n");
+    return kSuccess;
+}
+
+}  // namespace Ursa::OS::Wifi::Tools
