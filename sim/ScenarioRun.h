@@ -41,6 +41,9 @@ class ScenarioRun {
     void startStats();
     void startDaemon();
     void startTimed();
+    /** Plays the first timed line, once the daemon knows the supplicant that is there already. */
+    void playFirst();
+    bool daemonIsAttached() const;
     void playDue();
     /** Until when the lines wait for the call before them; the past if they need not. */
     EventLoop::Clock::time_point endOfWait() const;

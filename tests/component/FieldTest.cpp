@@ -1,7 +1,9 @@
 // What a field engineer asks a running headset by corvid-wifi.
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -13,7 +15,6 @@
 using component::Headset;
 using nlohmann::json;
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -21,7 +22,7 @@ class Field : public testing::Test {
   protected:
     /** Runs the client beside the daemon: what it prints on both outputs. Its status comes too. */
     std::string ask(const std::string& words) {
-        EXPECT_EQ(headset_.sim().play("client " + words), "");
+        headset_.sim().play("client " + words);  // an error for words that the client refuses
         const auto calls = headset_.sim().records("call");
         status_ = calls.empty() ? "none" : calls.back()["status"];
         return calls.empty() ? "" : calls.back()["output"];
@@ -60,11 +61,8 @@ TEST_F(Field, PropertyIsSetWithTheTimeAtWhichItTakesEffect) {
 TEST_F(Field, MistypedPropertyIsRefusedWithWhatWasMeant) {
     headset_.startDaemon();
     EXPECT_THAT(ask("props set persist.vendor.wifi.txpower.enabel.sta true"),
-                Not(HasSubstr("now")));
-    const auto last = headset_.sim().records("call").back();
-    EXPECT_EQ(last["status"], "2");
-    EXPECT_THAT(last["output"],
                 HasSubstr("did you mean \"persist.vendor.wifi.txpower.enable.sta\"?"));
+    EXPECT_EQ(status_, "2");
     EXPECT_THAT(ask("props set txpower.enable.sta yes"), HasSubstr("allowed is true or false"));
     EXPECT_EQ(propertyFile("persist.vendor.wifi.txpower.enable.sta"), "");
 }
