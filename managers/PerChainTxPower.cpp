@@ -35,11 +35,9 @@ const ChainLimits& PerChainTxPower::chooseLimits(int rssi, int freq) const {
 void PerChainTxPower::update(int rssi, int freq) {
     const ChainLimits& target = chooseLimits(rssi, freq);
     for (size_t chain = 0; chain < target.size(); ++chain) {
-        ChainLimits current = currentDbm_;
-        if (current[chain] != target[chain] &&
-            setSingleChainLimit_(current[chain], static_cast<int>(chain))) {
-            current[chain] = target[chain];
-            currentDbm_ = current;
+        std::atomic<unsigned>& current = currentDbm_[chain];
+        if (current != target[chain] && setSingleChainLimit_(current, static_cast<int>(chain))) {
+            current = target[chain];
         }
     }
 }
@@ -67,7 +65,7 @@ StateTree PerChainTxPower::describe() const {
     state.set("lowRssiUpper", lowRssiBoundUpper_);
     state.set("default", limits(defaultDbm_));
     state.set("low", limits(lowRssiDbm_));
-    state.set("current", limits(currentDbm_));
+    state.set("current", limits(current_()));
     return state;
 }
 
@@ -77,7 +75,7 @@ std::string PerChainTxPower::dump(const std::string& prefix) const {
            prefix + "  kLowRssiBoundUpper: " + std::to_string(lowRssiBoundUpper_) + "\n" +  //
            prefix + "  kPowerLimitDefaultDbmArray: " + toString(defaultDbm_) + "\n" +       //
            prefix + "  kPowerLimitLowRssiDbmArray: " + toString(lowRssiDbm_) + "\n" +       //
-           prefix + "  currentDbmArray: " + toString(currentDbm_) + "\n";
+           prefix + "  currentDbmArray: " + toString(current_()) + "\n";
 }
 
 }  // namespace Ursa::OS::Wifi

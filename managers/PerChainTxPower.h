@@ -47,13 +47,14 @@ class PerChainTxPower {
 
   private:
     bool setSingleChainLimit_(unsigned dbm, int chain);
+    ChainLimits current_() const { return {currentDbm_[0], currentDbm_[1]}; }
 
     const std::shared_ptr<CorvidWifiClient> client_;
     int lowRssiBoundLower_ = -85;
     int lowRssiBoundUpper_ = -75;
     ChainLimits defaultDbm_ = {20, 20};
     ChainLimits lowRssiDbm_ = {13, 20};
-    std::atomic<ChainLimits> currentDbm_{defaultDbm_};  ///< setParameters() does not change it
+    std::array<std::atomic<unsigned>, 2> currentDbm_{20U, 20U};  ///< one by one, like the commands
 };
 
 }  // namespace Ursa::OS::Wifi
