@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -45,6 +44,13 @@ constexpr std::chrono::milliseconds kRetry = 500ms;
 
 /** The station's interface: the daemon follows no other. */
 constexpr const char* kStation = "wlan0";
+
+/** A file's name without its ending: "walk" of "/data/walk.jsonl"; none of standard output. */
+std::string stemOf(const std::string& path) {
+    const std::string name = path == "-" ? "" : path.substr(path.rfind('/') + 1);
+    const size_t dot = name.rfind('.');
+    return dot == 0 ? name : name.substr(0, dot);
+}
 
 /** The kernel's P2P interfaces "p2p0" and "p2p-wlan0-N", of which the daemon follows one. */
 Json interfaces() {
@@ -345,9 +351,7 @@ RecordOptions readRecordOptions(const CommandLine& line) {
     if (options.path.empty()) {
         throw UsageError("record: FILE is empty; allowed is a path, or - for standard output");
     }
-    options.label = line.has("--label")   ? line.value("--label")
-                    : options.path != "-" ? std::string(std::filesystem::path(options.path).stem())
-                                          : "";
+    options.label = line.has("--label") ? line.value("--label") : stemOf(options.path);
     if (line.has("--interval")) {
         options.interval = readTime("--interval", line.value("--interval"));
         if (options.interval < kShortestInterval) {
