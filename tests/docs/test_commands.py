@@ -41,8 +41,8 @@ def blocks(path):
 
 def command_of(line):
     """The command that a line of a block is, or None."""
-    if not line.startswith(PROGRAMS):
-        return None
+    if not line.startswith(PROGRAMS) or line.split()[0].endswith(":"):
+        return None  # a program's message begins with its name too
     return re.split(r"\s{2,}|\s#", line)[0].strip()
 
 
@@ -144,6 +144,43 @@ class Commands(unittest.TestCase):
             self.assertIn("lab/lab.sh " + command.split()[1], usage)
         self.assertRegex(self.run_well("lab/lab.sh list"), r"(?m)^power-walk\t")
 
+    def test_field_guide_shows_what_status_says(self):
+        def pattern(line):
+            # Numbers and folders are of one run.
+            line = re.sub(r"behind \S*?/data/", "behind /data/", line.replace("trouble", "").strip())
+            return re.sub(r"\d+(\.\d+)?", "N", line)
+
+        with open(os.path.join(SOURCE, "docs", "field-guide.md"), encoding="utf-8") as file:
+            guide = file.read()
+        shown = [pattern(line) for line in re.findall(r"(?m)^    (?:trouble   |          )(.*)", guide)]
+        self.assertEqual(len(shown), 7)
+        said = set()
+        for name in sorted(os.listdir(os.path.join(SOURCE, "sim", "scenarios"))):
+            if name.startswith("broken-"):
+                output = self.run_well(f"./run.sh --plain --no-dump --speed 3 {name[:-4]}")
+                trouble = re.search(r"(?m)^trouble   .*\n(          .*\n)*", output)
+                said.update(pattern(line) for line in trouble[0].splitlines())
+        for line in shown:
+            self.assertIn(line, said)
+
+    def test_field_guides_commands_answer(self):
+        root = os.path.join(self.checkout.path, "field")
+        words = [command for path, command in shown_commands()
+                 if path == "docs/field-guide.md" and command.startswith("corvid-wifi ")]
+        self.assertGreater(len(words), 4)
+        asked = "; ".join(
+            f"echo ASKED {word}; timeout -s INT 2 build/bin/{word}; echo STATUS $?" for word in words)
+        result = self.checkout.run(
+            f"./run.sh --root {root} talk >/dev/null & export CORVID_WIFI_ROOT={root}; "
+            f"build/bin/corvid-wifi --wait status >/dev/null; sleep 1; {asked}; kill %1; wait")
+        statuses = re.findall(r"(?m)^STATUS (\d+)", result.stdout)
+        # Those that go on until Ctrl-C get one.
+        self.assertEqual([s for s in statuses if s not in ("0", "124")], [], result.stdout)
+        self.assertIn("link      5180 MHz", result.stdout)
+        self.assertIn("{\"event\":\"registered\",\"time\":", result.stdout)
+        self.assertIn("persist.vendor.wifi.txpower.enable.sta", result.stdout)
+        self.assertIn("written: corvid-wifi-", result.stdout)
+
     def test_test_sh_takes_the_options_that_are_named(self):
         usage = self.run_well("./test.sh --help")
         for option in ("--all", "-R", "-L"):
@@ -155,6 +192,7 @@ _PLAYED = Commands.test_run_sh_plays_what_the_readme_shows
 _TALK = Commands.test_talking_to_a_running_daemon_gives_what_the_readme_shows
 _BUILD = Commands.test_ninja_and_ctest_find_what_is_named
 _LAB = Commands.test_lab_has_the_words_that_its_readme_names
+_FIELD = Commands.test_field_guides_commands_answer
 _MUTANTS = "structure.MutantsScriptWorks"
 _TUNING = "trace.guest_tuning, in the virtual machine"
 _REPLAY = "trace.guest_replay, in the virtual machine"
@@ -192,6 +230,12 @@ CHECKS = {
     "-o sweep": _SWEEP,
     "corvid-trace sweep fleet/*.jsonl --set rssi.lower=-75:-65 -o sweep --jobs-file jobs": _SWEEP,
     "corvid-trace merge sweep -o sweep": _SWEEP,
+    "corvid-wifi status": _FIELD,
+    "corvid-wifi watch": _FIELD,
+    "corvid-wifi history": _FIELD,
+    "corvid-wifi monitor --all --timestamps": _FIELD,
+    "corvid-wifi props txpower": _FIELD,
+    "corvid-wifi bugreport --anonymize": _FIELD,
     "lab/lab.sh build": _LAB,
     "lab/lab.sh play FILE": _LAB,
     "lab/lab.sh test": _LAB,
