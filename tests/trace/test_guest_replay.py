@@ -2,6 +2,7 @@
 """Tests of replay in virtual time, in the machine."""
 
 import json
+import os
 
 import guest
 import odd_walks
@@ -75,6 +76,15 @@ class GuestReplayTest(FilesTest):
         done = self.run_command("replay", "again", "-o", "result", "--force")
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         self.assertEqual(self.read("result"), first)
+
+    def test_emulator_that_fails_is_quoted(self):
+        path = self.write("qemu-system-x86_64", "#!/bin/sh\necho no memory for the guest >&2\nexit 1\n")
+        os.chmod(path, 0o755)
+        self.write("walk", [CONTROLLED, *WALK])
+        done = self.run_command(
+            "replay", "walk", "-o", "result",
+            env={**os.environ, "PATH": f"{self.folder}:{os.environ['PATH']}"})
+        self.assert_refused(done, 1, "no memory for the guest", "--real-time")
 
     def test_walk_that_makes_no_sense_is_played_to_its_end(self):
         for seed in range(5):

@@ -10,6 +10,7 @@ import fcntl
 import hashlib
 import json
 import os
+import shlex
 import shutil
 import socket
 import subprocess
@@ -109,8 +110,9 @@ class Qemu:
 
     def command(self, name, **arguments):
         """Does a command of the monitor; what that returns."""
-        self._monitor.write(json.dumps({"execute": name, "arguments": arguments}) + "\n")
-        self._monitor.flush()
+        with contextlib.suppress(OSError):  # it has ended, which the answer says better
+            self._monitor.write(json.dumps({"execute": name, "arguments": arguments}) + "\n")
+            self._monitor.flush()
         while True:
             answer = self._read()
             if "return" in answer:
@@ -222,16 +224,18 @@ class Player:
     def _snapshot(self):
         return os.path.join(self._folder, "snapshot")
 
+    @property
+    def _disk(self):
+        return os.path.join(self._folder, "disk")
+
     def _boot(self):
         new = os.path.join(self._folder, "new")
+        with open(self._disk, "wb") as file:
+            file.write(archive.guest_archive(self._files))
         with tempfile.TemporaryDirectory(prefix="corvid-replay-") as work:
-            disk = os.path.join(work, "disk")
-            with open(disk, "wb") as file:
-                file.write(archive.guest_archive(self._files))
-            shutil.copyfile(disk, os.path.join(self._folder, "disk"))
             with self._qemu(work, "", _SOME_DAY, 1) as qemu:
                 qemu.wait_until(qemu.is_paused, "the guest's start")
-                qemu.command("migrate", uri=f"exec:cat >'{new}'")
+                qemu.command("migrate", uri=f"exec:cat >{shlex.quote(new)}")
                 states = ("completed", "failed", "cancelled")
                 qemu.wait_until(lambda: qemu.command("query-migrate").get("status") in states,
                                 "the snapshot")
@@ -258,8 +262,9 @@ class Player:
             path = os.path.join(work, name)
             with open(path, "w", encoding="utf-8") as file:
                 file.write(text)
-            arguments += ["-fw_cfg", f"name=opt/corvid/{name},file={path}"]
-        return Qemu(work, ["-kernel", self._kernel, "-initrd", os.path.join(self._folder, "disk"),
+            # QEMU takes a comma for the next option unless it is doubled.
+            arguments += ["-fw_cfg", f"name=opt/corvid/{name},file={path.replace(',', ',,')}"]
+        return Qemu(work, ["-kernel", self._kernel, "-initrd", self._disk,
                            "-append", _KERNEL_OPTIONS, *arguments,
                            "-debugcon", f"file:{os.path.join(work, 'output')}", *more])
 
@@ -272,7 +277,7 @@ class Player:
         os.utime(self._folder)
         with tempfile.TemporaryDirectory(prefix="corvid-replay-") as work:
             with self._qemu(work, scenario, wall, int(duration) + _OVERTIME,
-                            "-incoming", f"exec:cat '{self._snapshot}'") as qemu, \
+                            "-incoming", f"exec:cat {shlex.quote(self._snapshot)}") as qemu, \
                     self._running(qemu):
                 qemu.wait_until(qemu.is_paused, "restoring the guest")
                 qemu.command("cont")
