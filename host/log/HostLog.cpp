@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <android-base/no_destructor.h>
 #include <android-base/stringprintf.h>
 #include <android/log.h>
+#include <sys/system_properties.h>
 
 #include "TagFilter.h"
 
@@ -25,6 +27,57 @@ const host::TagFilter& tagFilter() {
         return host::TagFilter(words != nullptr ? words : "");
     }());
     return *filter;
+}
+
+/**
+ * The lowest level shown for the daemon's tag by the property log.tag.CorvidWifi, which goes before
+ * ANDROID_LOG_TAGS. The property is looked at once per second at most, by whoever asks then, so
+ * that it costs a look at the clock otherwise. Any thread.
+ */
+class TagProperty {
+  public:
+    static constexpr std::string_view kTag = "CorvidWifi";
+
+    /** An android_LogPriority; 0 when the property is not set, or to no level. */
+    int lowestShown() {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+        time_t next = nextLook_.load(std::memory_order_relaxed);
+        if (now.tv_sec >= next && nextLook_.compare_exchange_strong(next, now.tv_sec + 1)) {
+            lowest_.store(read_(), std::memory_order_relaxed);
+        }
+        return lowest_.load(std::memory_order_relaxed);
+    }
+
+  private:
+    static int read_() {
+        const int savedErrno = errno;
+        int lowest = 0;
+        if (const prop_info* property = __system_property_find("log.tag.CorvidWifi")) {
+            __system_property_read_callback(
+                property,
+                [](void* cookie, const char* /*name*/, const char* value, uint32_t /*serial*/) {
+                    *static_cast<int*>(cookie) = host::TagFilter::levelOf(value);
+                },
+                &lowest);
+        }
+        errno = savedErrno;
+        return lowest;
+    }
+
+    std::atomic<time_t> nextLook_{0};
+    std::atomic<int> lowest_{0};
+};
+
+TagProperty tagProperty;
+
+bool isShown(int priority, std::string_view tag) {
+    if (tag == TagProperty::kTag) {
+        if (const int lowest = tagProperty.lowestShown(); lowest != 0) {
+            return priority >= lowest;
+        }
+    }
+    return tagFilter().shows(priority, tag);
 }
 
 /**
@@ -90,7 +143,7 @@ void writeAll(std::string_view text) {
  */
 void printLine(const __android_logger_data* data, const char* message) {
     const char* tag = data->tag != nullptr ? data->tag : "";
-    if (!tagFilter().shows(data->priority, tag)) {
+    if (!isShown(data->priority, tag)) {
         return;
     }
     static constexpr char kLetters[] = "??VDIWEFS";
@@ -122,9 +175,17 @@ void printLine(const __android_logger_data* data, const char* message) {
 
 }  // namespace
 
+/**
+ * In the place of liblog's own, for liblog too: a line that is not shown is not formatted, whatever
+ * the property says by now.
+ */
+extern "C" int __android_log_is_loggable(int priority, const char* tag, int /*defaultPriority*/) {
+    return isShown(priority, tag != nullptr ? tag : "") ? 1 : 0;
+}
+
 /** Runs before the constructors of the program's own static objects, which may log already. */
 extern "C" [[gnu::constructor(101)]] void hostLogStart() {
     pthread_atfork(nullptr, nullptr, [] { stamp.forget(); });
-    __android_log_set_minimum_priority(tagFilter().lowestShown());
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(printLine);
 }

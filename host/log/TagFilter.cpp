@@ -15,18 +15,25 @@ TagFilter::TagFilter(std::string_view words) {
     }
 }
 
-void TagFilter::add_(std::string_view word) {
+int TagFilter::levelOf(std::string_view letter) {
     static constexpr std::string_view kLetters = "VDIWEFS";  // from ANDROID_LOG_VERBOSE upwards
+    if (letter.size() != 1) {
+        return 0;
+    }
+    const int upper = std::toupper(static_cast<unsigned char>(letter.front()));
+    const size_t level = kLetters.find(static_cast<char>(upper));
+    return level == std::string_view::npos ? 0 : ANDROID_LOG_VERBOSE + static_cast<int>(level);
+}
+
+void TagFilter::add_(std::string_view word) {
     const size_t colon = word.find(':');
-    if (colon == 0 || colon == std::string_view::npos || colon + 2 != word.size()) {
+    if (colon == 0 || colon == std::string_view::npos) {
         return;
     }
-    const int letter = std::toupper(static_cast<unsigned char>(word.back()));
-    const size_t level = kLetters.find(static_cast<char>(letter));
-    if (level == std::string_view::npos) {
+    const int lowest = levelOf(word.substr(colon + 1));
+    if (lowest == 0) {
         return;
     }
-    const int lowest = ANDROID_LOG_VERBOSE + static_cast<int>(level);
     const std::string tag(word.substr(0, colon));
     if (tag == "*") {
         lowestOfOthers_ = lowest;
@@ -38,14 +45,6 @@ void TagFilter::add_(std::string_view word) {
 bool TagFilter::shows(int priority, std::string_view tag) const {
     const auto entry = lowestByTag_.find(tag);
     return priority >= (entry != lowestByTag_.end() ? entry->second : lowestOfOthers_);
-}
-
-int TagFilter::lowestShown() const {
-    int lowest = lowestOfOthers_;
-    for (const auto& entry : lowestByTag_) {
-        lowest = std::min(lowest, entry.second);
-    }
-    return lowest;
 }
 
 }  // namespace host

@@ -22,8 +22,8 @@ class TagFilter {
     /** Whether a line of that priority (an android_LogPriority) and tag is shown. */
     bool shows(int priority, std::string_view tag) const;
 
-    /** The lowest priority that is shown for any tag; ANDROID_LOG_SILENT when nothing is. */
-    int lowestShown() const;
+    /** The android_LogPriority of "V", "d", ...; 0 for any other text. */
+    static int levelOf(std::string_view letter);
 
   private:
     void add_(std::string_view word);

@@ -3,21 +3,27 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <android-base/strings.h>
 #include <android-base/unique_fd.h>
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 
 #include "host/log/TagFilter.h"
+#include "tests/host/platform/TempRoot.h"
 
 namespace {
 
@@ -207,12 +213,57 @@ TEST(TagFilter, TagIsComparedAsAWhole) {
     EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
 }
 
-TEST(TagFilter, LowestLevelShownIsThatOfAnyTag) {
-    EXPECT_EQ(host::TagFilter("").lowestShown(), ANDROID_LOG_INFO);
-    EXPECT_EQ(host::TagFilter("CorvidWifi:V").lowestShown(), ANDROID_LOG_VERBOSE);
-    EXPECT_EQ(host::TagFilter("CorvidWifi:D *:E").lowestShown(), ANDROID_LOG_DEBUG);
-    EXPECT_EQ(host::TagFilter("CorvidWifi:D CorvidWifi:E").lowestShown(), ANDROID_LOG_INFO);
-    EXPECT_EQ(host::TagFilter("*:S").lowestShown(), ANDROID_LOG_SILENT);
+TEST(TagFilter, LevelIsALetterInEitherCase) {
+    EXPECT_EQ(host::TagFilter::levelOf("V"), ANDROID_LOG_VERBOSE);
+    EXPECT_EQ(host::TagFilter::levelOf("e"), ANDROID_LOG_ERROR);
+    EXPECT_EQ(host::TagFilter::levelOf("S"), ANDROID_LOG_SILENT);
+    for (const char* text : {"", "X", "VV", "debug", " ", "?"}) {
+        EXPECT_EQ(host::TagFilter::levelOf(text), 0) << text;
+    }
+}
+
+/** Whether the library would format a line of the daemon's; this process shows INFO and above. */
+bool isLoggable(int priority, const char* tag = "CorvidWifi") {
+    return __android_log_is_loggable(priority, tag, ANDROID_LOG_VERBOSE) != 0;
+}
+
+/** Waits until it is as wanted. Returns false after 5 s; it is to be there within one. */
+bool becomes(int priority, bool loggable) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (isLoggable(priority) != loggable) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+TEST(HostLog, PropertySetsTheLevelOfTheDaemonsTagWhileItRuns) {
+    const TempRoot root;
+    const std::string property = root.path("/dev/__properties__/log.tag.CorvidWifi");
+    std::filesystem::create_directories(root.path("/dev/__properties__"));
+    const auto set = [&](const std::string& value) {
+        std::ofstream(property + ".new") << value << "\n";
+        std::filesystem::rename(property + ".new", property);
+    };
+    set("D");
+    EXPECT_TRUE(becomes(ANDROID_LOG_DEBUG, true));
+    EXPECT_FALSE(isLoggable(ANDROID_LOG_VERBOSE));
+    EXPECT_FALSE(isLoggable(ANDROID_LOG_DEBUG, "Other"));
+    set("E");
+    EXPECT_TRUE(becomes(ANDROID_LOG_INFO, false));
+    EXPECT_TRUE(isLoggable(ANDROID_LOG_ERROR));
+    set("S");
+    EXPECT_TRUE(becomes(ANDROID_LOG_FATAL, false));
+    set("loud");  // no level: as if it were not set
+    EXPECT_TRUE(becomes(ANDROID_LOG_INFO, true));
+    EXPECT_FALSE(isLoggable(ANDROID_LOG_DEBUG));
+    set("v");
+    EXPECT_TRUE(becomes(ANDROID_LOG_VERBOSE, true));
+    std::filesystem::remove(property);
+    EXPECT_TRUE(becomes(ANDROID_LOG_DEBUG, false));
+    EXPECT_TRUE(isLoggable(ANDROID_LOG_INFO));
 }
 
 }  // namespace
