@@ -1,0 +1,137 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <string>
+#include <thread>
+
+#include <android-base/unique_fd.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include "service/ReportWriter.h"
+#include "tests/support/TempFolder.h"
+
+namespace Ursa::OS::Wifi {
+namespace {
+
+using namespace std::chrono_literals;
+using ::android::base::unique_fd;
+
+struct Pipe {
+    Pipe() { EXPECT_TRUE(::android::base::Pipe(&read, &write)); }
+    unique_fd read;
+    unique_fd write;
+};
+
+std::string readAll(const unique_fd& input) {
+    std::string all;
+    char part[1000];
+    for (ssize_t size = 0; (size = read(input.get(), part, sizeof(part))) > 0;) {
+        all.append(part, static_cast<size_t>(size));
+    }
+    return all;
+}
+
+TEST(ReportWriter, ReaderGetsAllOfATextThatIsLargerThanThePipe) {
+    Pipe pipe;
+    auto text = std::async(std::launch::async, [&] { return readAll(pipe.read); });
+    const std::string report(300'000, 'x');
+    EXPECT_TRUE(writeReport(pipe.write.get(), report, 10s));
+    EXPECT_EQ(fcntl(pipe.write.get(), F_GETFL) & O_NONBLOCK, 0) << "the caller's flags are changed";
+    pipe.write.reset();
+    EXPECT_EQ(text.get(), report);
+}
+
+TEST(ReportWriter, PipeThatNobodyReadsIsGivenUp) {
+    Pipe pipe;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(writeReport(pipe.write.get(), std::string(300'000, 'x'), 20ms));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 20ms);
+    EXPECT_EQ(fcntl(pipe.write.get(), F_GETFL) & O_NONBLOCK, 0) << "the caller's flags are changed";
+    pipe.write.reset();
+    EXPECT_GE(readAll(pipe.read).size(), 4096U);
+}
+
+TEST(ReportWriter, ReaderThatTakesAByteNowAndThenIsGivenUp) {
+    Pipe pipe;
+    auto reader = std::async(std::launch::async, [&] {
+        char page[4096];
+        int pages = 0;
+        for (; read(pipe.read.get(), page, sizeof(page)) > 0; ++pages) {
+            std::this_thread::sleep_for(10ms);
+        }
+        return pages;
+    });
+    EXPECT_FALSE(writeReport(pipe.write.get(), std::string(50'000'000, 'x'), 20ms));
+    pipe.write.reset();
+    EXPECT_GT(reader.get(), 0);
+}
+
+TEST(ReportWriter, ClosedPipeRaisesNoSignal) {
+    Pipe pipe;
+    pipe.read.reset();
+    EXPECT_FALSE(writeReport(pipe.write.get(), "text", 10s));  // else SIGPIPE has ended the test
+    sigset_t pending;
+    sigpending(&pending);
+    EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+}
+
+TEST(ReportWriter, SignalThatWasPendingStaysSo) {
+    sigset_t pipeSignal;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+    pthread_kill(pthread_self(), SIGPIPE);
+    Pipe pipe;
+    pipe.read.reset();
+    EXPECT_FALSE(writeReport(pipe.write.get(), "text", 10s));
+    const timespec none = {};
+    EXPECT_EQ(sigtimedwait(&pipeSignal, nullptr, &none), SIGPIPE);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST(ReportWriter, FullDiskIsGivenUpAtOnce) {
+    const unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    ASSERT_TRUE(full.ok());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(writeReport(full.get(), "text", 10s));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+}
+
+TEST(ReportWriter, DescriptorThatIsNoneOrCannotBeWrittenIsGivenUpAtOnce) {
+    EXPECT_FALSE(writeReport(-1, "text", 10s));
+    Pipe pipe;
+    EXPECT_FALSE(writeReport(pipe.read.get(), "text", 20ms));
+}
+
+TEST(ReportWriter, SocketAndFileAreWrittenToo) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const unique_fd reader(ends[0]);
+    unique_fd writer(ends[1]);
+    EXPECT_TRUE(writeReport(writer.get(), "to a socket", 10s));
+    writer.reset();
+    EXPECT_EQ(readAll(reader), "to a socket");
+
+    const test::TempFolder folder;
+    const unique_fd file(open(folder.file("report").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    EXPECT_TRUE(writeReport(file.get(), "to a file", 10s));
+    lseek(file.get(), 0, SEEK_SET);
+    EXPECT_EQ(readAll(file), "to a file");
+}
+
+TEST(ReportWriter, SocketWhosePeerHasGoneRaisesNoSignal) {
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const unique_fd writer(ends[1]);
+    close(ends[0]);
+    EXPECT_FALSE(writeReport(writer.get(), "text", 10s));
+}
+
+}  // namespace
+}  // namespace Ursa::OS::Wifi
