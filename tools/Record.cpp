@@ -24,6 +24,7 @@
 #include "tools/StopSignals.h"
 #include "tools/Subscription.h"
 #include "tools/TraceFile.h"
+#include "tools/Version.h"
 #include "tools/WakeFd.h"
 
 namespace Ursa::OS::Wifi::Tools {
@@ -221,6 +222,7 @@ class Recording {
                 {"version", 1},
                 {"source", "record"},
                 {"made_by", "corvid-wifi record"},
+                {"tool_version", kVersion},
                 {"label", options_.label},
                 {"interval_s", std::chrono::duration<double>(options_.interval).count()},
                 {"service", std::string(IWifi::descriptor) + "/default"},

@@ -112,6 +112,7 @@ TEST_F(Record, HeaderSaysWhatIsRecordedWithEveryPropertyOfTheDaemon) {
     EXPECT_EQ(header_["version"], 1);
     EXPECT_EQ(header_["source"], "record");
     EXPECT_EQ(header_["made_by"], "corvid-wifi record");
+    EXPECT_TRUE(header_["tool_version"].is_string());
     EXPECT_EQ(header_["label"], "stairs \"up\"");
     EXPECT_EQ(header_["interval_s"], 0.1);
     EXPECT_EQ(header_["interfaces"]["sta"], "wlan0");

@@ -45,7 +45,7 @@ class DocumentTest(unittest.TestCase):
         documented = {row[0] for row in rows(section(self.text, "Header"))} - {"field"}
         self.assertLessEqual(set(trace_format.HEADER) | {"type"}, documented)
         # The others are a recording's own.
-        self.assertEqual(documented - set(trace_format.HEADER) - {"type"}, {"interval_s", "service"})
+        self.assertEqual(documented - set(trace_format.HEADER) - {"type"}, {"tool_version", "interval_s", "service"})
 
     def test_every_type_has_its_rows(self):
         documented = {}
