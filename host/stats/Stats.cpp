@@ -3,6 +3,7 @@
 #include "Stats.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <log/log.h>
+#include <sys/stat.h>
 
 #include "AtomJson.h"
 #include "HostRoot.h"
@@ -36,8 +38,15 @@ Return<void> Stats::reportVendorAtom(const android::frameworks::stats::V1_0::Ven
     if (!file.ok() && errno == ENOENT && createParentFolders(path)) {
         file.reset(openFile());
     }
-    if (!file.ok() || !android::base::WriteStringToFd(*json + "\n", file.get())) {
-        ALOGE("Dropping atom %d: can't write %s: %s", atom.atomId, path.c_str(), strerror(errno));
+    struct stat before = {};
+    const bool isOpen = file.ok() && fstat(file.get(), &before) == 0;
+    if (isOpen && android::base::WriteStringToFd(*json + "\n", file.get())) {
+        return Void();
+    }
+    ALOGE("Dropping atom %d: can't write %s: %s", atom.atomId, path.c_str(), strerror(errno));
+    // On a full disk a part of the line may be there, and the next one would be behind it.
+    if (isOpen && ftruncate(file.get(), before.st_size) != 0) {
+        ALOGE("%s may end in a part of a line: %s", path.c_str(), strerror(errno));
     }
     return Void();
 }

@@ -1,10 +1,10 @@
-#include <signal.h>
-
+#include <csignal>
 #include <filesystem>
 #include <string>
 
 #include <android/frameworks/stats/1.0/IStats.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "tests/host/hidl/Programs.h"
 #include "tests/host/platform/TempRoot.h"
@@ -67,6 +67,31 @@ TEST_F(StatsdTest, AtomThatCannotBeWrittenIsDroppedAndLogged) {
     std::filesystem::remove(root_.path("/data"));
     report(2);
     EXPECT_EQ(lineOf(2), root_.read(kFile));
+}
+
+TEST_F(StatsdTest, AtomThatDoesNotFitOnTheDiskIsDroppedWholeAndLogged) {
+    // From some moment on the file is too large for this process: its writes end as on a full disk,
+    // the first of them with a part of the line written. The log is a file, too, but shorter.
+    std::signal(SIGXFSZ, SIG_IGN);
+    Program statsd("corvid-statsd");
+    ASSERT_EQ("ready", statsd.line());
+    std::string lines;
+    while (lines.size() < 4000) {
+        report(1);
+        lines += lineOf(1);
+    }
+    const rlimit full{lines.size() + 10, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(statsd.pid(), RLIMIT_FSIZE, &full, nullptr));
+    const std::string problem = ": can't write " + root_.path(kFile) + ": File too large";
+    for (const int32_t atom : {2, 3}) {
+        report(atom);
+        EXPECT_TRUE(statsd.waitForLog("Dropping atom " + std::to_string(atom) + problem));
+        EXPECT_EQ(lines, root_.read(kFile));
+    }
+    const rlimit roomy{RLIM_INFINITY, RLIM_INFINITY};
+    ASSERT_EQ(0, prlimit(statsd.pid(), RLIMIT_FSIZE, &roomy, nullptr));
+    report(4);
+    EXPECT_EQ(lines + lineOf(4), root_.read(kFile));
 }
 
 TEST_F(StatsdTest, SigtermAndSigintEndItWithStatus0) {
