@@ -11,6 +11,7 @@ import unittest
 
 import blueprint
 import check_android_bp
+import check_attributes
 import check_device
 import check_format
 import check_hal_docs
@@ -73,6 +74,46 @@ class BlueprintTest(unittest.TestCase):
                      "{}", "cc_binary { name: \"a\", name: \"b\" }", "a = $"):
             with self.subTest(text), self.assertRaises(blueprint.Error):
                 blueprint.parse(text)
+
+
+class AttributesTest(TreeTest):
+
+    ASKING = """
+        #if __has_attribute(retain)
+        #define KEPT __attribute__((retain))
+        #else
+        #define KEPT
+        #endif
+        KEPT int number = 1;
+    """
+
+    def complaints(self, **files):
+        """Of the files service/NAME.cpp."""
+        commands = []
+        for name, text in files.items():
+            self.write(f"service/{name}.cpp", text)
+            commands.append({"directory": self.root, "file": f"{self.root}/service/{name}.cpp",
+                             "command": f"c++ -o {name}.o -c service/{name}.cpp"})
+        self.write("build/compile_commands.json", json.dumps(commands))
+        return check_attributes.check(self.root, os.path.join(self.root, "build"))
+
+    def test_attribute_behind_its_question_is_fine(self):
+        self.assertEqual(self.complaints(asking=self.ASKING, other="int retain = 1;"), [])
+
+    def test_attribute_that_is_not_asked_for_is_found(self):
+        self.assert_complains(
+            self.complaints(asking=self.ASKING, other="int other __attribute__((used, retain));"),
+            "service/other.cpp", "retain")
+
+    def test_source_without_anything_for_an_old_compiler_is_found(self):
+        self.assert_complains(
+            self.complaints(asking="""
+                #if __has_attribute(retain)
+                #define KEPT __attribute__((retain))
+                #endif
+                KEPT int number = 1;
+            """),
+            "service/asking.cpp", "error")
 
 
 MODULE = """cc_library_static {
