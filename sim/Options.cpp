@@ -3,30 +3,44 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include <nlohmann/json.hpp>
+
 #include "sim/Nearest.h"
+#include "sim/Record.h"
 
 namespace sim {
 
 namespace {
 
-constexpr std::string_view kBegin = R"(usage: corvid-sim [OPTION ...] SCENARIO
-       corvid-sim [OPTION ...] --control
+constexpr std::string_view kVersion = "1.0.0";
+constexpr std::string_view kUsages[] = {"corvid-sim [OPTION ...] SCENARIO",
+                                        "corvid-sim [OPTION ...] --control"};
+constexpr std::string_view kSummary = "plays the headset around the Wi-Fi daemon";
+constexpr std::string_view kDescription =
+    "Plays the headset around the Wi-Fi daemon: supplicant, kernel side of nl80211, statistics "
+    "service and properties, from a file of timed lines (see sim/README.md) or from lines on "
+    "standard input.";
 
-Plays the headset around the Wi-Fi daemon: supplicant, kernel side of nl80211, statistics service
-and properties, from a file of timed lines (see sim/README.md) or from lines on standard input.
-
-)";
-constexpr std::string_view kEnd = R"(
-Environment: CORVID_WIFI_ROOT is the folder if --root is not given; ANDROID_LOG_TAGS chooses the
-lines of the daemon's log that are shown if --log is not (CorvidWifi:V shows all); NO_COLOR, and
-TERM=dumb, switch the colours off.
-
-Exit status: 0 played; 1 a line failed, something expected did not happen, the daemon ended, or
-what happens can't be written; 2 wrong usage or a line that is not understood.
-)";
+struct Named {
+    std::string_view name;
+    std::string_view what;
+};
+constexpr Named kEnvironment[] = {
+    {"CORVID_WIFI_ROOT", "the folder if --root is not given"},
+    {"ANDROID_LOG_TAGS",
+     "which lines of the daemon's log are shown if --log is not given; CorvidWifi:V shows all"},
+    {"NO_COLOR", "no colours; TERM=dumb does the same"},
+};
+constexpr Named kStatuses[] = {
+    {"0", "played"},
+    {"1",
+     "a line failed, something expected did not happen, the daemon ended, or what happens can't be "
+     "written"},
+    {"2", "wrong usage or a line that is not understood"},
+};
 constexpr double kSlowest = 0.1;
 constexpr double kFastest = 10;
-constexpr size_t kWhatColumn = 18;
+constexpr size_t kWhatColumn = 20;
 constexpr size_t kLineWidth = 100;
 
 void setSpeed(Options& options, const std::string& value) {
@@ -57,16 +71,16 @@ const OptionRow& rowOf(const std::string& name) {
     throw UsageError("unknown option " + name + didYouMean(name, {names.begin(), names.end()}));
 }
 
-/** The text in lines of the help, from the column `kWhatColumn` on. */
-std::string wrapped(std::string_view text) {
+/** The text in lines of the help, which begin at the column `indent`. */
+std::string wrapped(std::string_view text, size_t indent = kWhatColumn) {
     std::string out;
-    size_t column = kWhatColumn;
+    size_t column = indent;
     while (!text.empty()) {
         const size_t blank = std::min(text.find(' '), text.size());
         if (column + 1 + blank > kLineWidth) {
-            out.append("\n").append(kWhatColumn, ' ');
-            column = kWhatColumn;
-        } else if (column > kWhatColumn) {
+            out.append("\n").append(indent, ' ');
+            column = indent;
+        } else if (column > indent) {
             out += ' ';
             ++column;
         }
@@ -75,6 +89,22 @@ std::string wrapped(std::string_view text) {
         text.remove_prefix(std::min(blank + 1, text.size()));
     }
     return out;
+}
+
+/** A line of the help, or several. */
+std::string entry(std::string head, std::string_view what) {
+    head = "  " + head;
+    head.append(head.size() < kWhatColumn - 1 ? kWhatColumn - head.size() : 2, ' ');
+    return head + wrapped(what) + "\n";
+}
+
+template <size_t kCount>
+Json listOf(const Named (&entries)[kCount]) {
+    Json list = Json::array();
+    for (const Named& one : entries) {
+        list.push_back({{"name", one.name}, {"what", one.what}});
+    }
+    return list;
 }
 
 }  // namespace
@@ -107,6 +137,8 @@ const std::vector<OptionRow>& optionRows() {
          [](Options& options, const std::string&) { options.plain = true; }},
         {"lines", "", "show what a line of a scenario can be",
          [](Options& options, const std::string&) { options.lines = true; }},
+        {"help-json", "", "show this as JSON",
+         [](Options& options, const std::string&) { options.helpJson = true; }},
         {"help", "", "show this",
          [](Options& options, const std::string&) { options.help = true; }},
     };
@@ -137,7 +169,7 @@ Options readOptions(const std::vector<std::string>& words) {
             value = words[i];
         }
         row.set(options, value);
-        if (options.help || options.lines) {
+        if (options.help || options.helpJson || options.lines) {
             return options;
         }
     }
@@ -154,14 +186,41 @@ Options readOptions(const std::vector<std::string>& words) {
 }
 
 std::string optionsHelp() {
-    std::string text(kBegin);
-    for (const OptionRow& row : optionRows()) {
-        std::string head = "  --" + std::string(row.name);
-        head.append(row.value.empty() ? "" : " ").append(row.value);
-        head.append(head.size() < kWhatColumn - 1 ? kWhatColumn - head.size() : 2, ' ');
-        text += head + wrapped(row.what) + "\n";
+    std::string text;
+    for (const std::string_view usage : kUsages) {
+        text.append(text.empty() ? "usage: " : "       ").append(usage).append("\n");
     }
-    return text.append(kEnd);
+    text += "\n" + wrapped(kDescription, 0) + "\n\n";
+    for (const OptionRow& row : optionRows()) {
+        const std::string head = "--" + std::string(row.name) + (row.value.empty() ? "" : " ");
+        text += entry(head + std::string(row.value), row.what);
+    }
+    text += "\nEnvironment:\n";
+    for (const Named& one : kEnvironment) {
+        text += entry(std::string(one.name), one.what);
+    }
+    text += "\nExit status:\n";
+    for (const Named& one : kStatuses) {
+        text += entry(std::string(one.name), one.what);
+    }
+    return text;
+}
+
+std::string optionsJson() {
+    Json options = Json::array();
+    for (const OptionRow& row : optionRows()) {
+        options.push_back(
+            {{"name", "--" + std::string(row.name)}, {"value", row.value}, {"what", row.what}});
+    }
+    return lineOf({{"name", "corvid-sim"},
+                   {"summary", kSummary},
+                   {"version", kVersion},
+                   {"usage", kUsages},
+                   {"description", {kDescription}},
+                   {"words", Json::array()},
+                   {"options", options},
+                   {"statuses", listOf(kStatuses)},
+                   {"environment", listOf(kEnvironment)}});
 }
 
 }  // namespace sim

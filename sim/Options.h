@@ -22,6 +22,7 @@ struct Options {
     bool plain = false;
     bool lines = false;
     bool help = false;
+    bool helpJson = false;
 };
 
 /** One option of the command line, for reading it and for the help. */
@@ -46,5 +47,8 @@ Options readOptions(const std::vector<std::string>& words);
 
 /** What --help prints. */
 std::string optionsHelp();
+
+/** The same as a JSON object, of which man page and completions are made. */
+std::string optionsJson();
 
 }  // namespace sim

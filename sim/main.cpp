@@ -55,7 +55,7 @@ std::string ownFolder() {
 
 /** Beside the folder of the programs, or in it; empty if it is in neither. */
 std::string findLibrary(const std::string& bin, const std::string& name) {
-    for (const char* folder : {"/../lib/", "/"}) {
+    for (const char* folder : {"/../lib/", "/../lib/corvid-wifi/", "/"}) {
         const std::string library = bin + folder + name;
         if (access(library.c_str(), R_OK) == 0) {
             return fs::canonical(library);
@@ -242,6 +242,10 @@ End play(const sim::Options& options, std::optional<sim::Scenario> scenario,
 }
 
 int run(const sim::Options& options) {
+    if (options.helpJson) {
+        std::puts(sim::optionsJson().c_str());
+        return 0;
+    }
     if (options.help || options.lines) {
         std::fputs((options.help ? sim::optionsHelp() : sim::verbsHelp()).c_str(), stdout);
         return 0;

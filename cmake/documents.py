@@ -1,0 +1,107 @@
+#!/usr/bin/env python3
+"""documents.py man|bash|zsh DESCRIPTION.json OUT
+
+Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself.
+"""
+
+import json
+import sys
+
+
+def roff(text):
+    """Text as troff takes it: no line of it is a command, and a dash is one that can be typed."""
+    text = text.replace("\\", "\\e").replace("-", "\\-")
+    return "\n".join("\\&" + line if line.startswith((".", "'")) else line
+                     for line in text.split("\n"))
+
+
+def head(option):
+    return option["name"] + (" " + option["value"] if option["value"] else "")
+
+
+def man(about):
+    section = about.get("section", "1")
+    out = [f'.TH {about["name"].upper()} {section} "" "{about["version"]}"',
+           ".SH NAME", roff(f'{about["name"]} - {about["summary"]}'), ".SH SYNOPSIS"]
+    for usage in about["usage"]:
+        out += [".B " + roff(usage), ".br"]
+    for paragraph in about.get("description", []):
+        out += [".SH DESCRIPTION" if paragraph is about["description"][0] else ".PP",
+                roff(paragraph)]
+    if about.get("words"):
+        out.append(".SH COMMANDS")
+        for word in about["words"]:
+            out += [".TP", ".B " + roff((word["name"] + " " + word["arguments"]).strip()),
+                    roff(word["what"])]
+            for option in word["options"]:
+                out += [".RS", ".TP", ".B " + roff(head(option)), roff(option["what"]), ".RE"]
+    for title, entries in (("OPTIONS", about["options"]), ("EXIT STATUS", about["statuses"]),
+                           ("ENVIRONMENT", about["environment"]), ("FILES", about.get("files", []))):
+        if entries:
+            out.append(".SH " + title)
+        for entry in entries:
+            out += [".TP", ".B " + roff(head({"value": "", **entry})), roff(entry["what"])]
+    return "\n".join(out) + "\n"
+
+
+def bash(about):
+    name = about["name"]
+    function = "_" + name.replace("-", "_")
+    common = " ".join(option["name"] for option in about["options"])
+    valued = "|".join(option["name"] for option in about["options"] if option["value"])
+    cases = "".join(
+        f'        {word["name"]}) words+=" {" ".join(o["name"] for o in word["options"])}" ;;\n'
+        for word in about["words"] if word["options"])
+    words = " ".join(word["name"] for word in about["words"])
+    first = f"""    local word i
+    for ((i = 1; i < COMP_CWORD; ++i)); do
+        case ${{COMP_WORDS[i]}} in -*) ;; *) word=${{COMP_WORDS[i]}} && break ;; esac
+    done
+    [ -n "$word" ] || words+=" {words}"
+    case $word in
+{cases}        *) ;;
+    esac
+""" if about["words"] else ""
+    return f"""# bash completion of {name}
+{function}() {{
+    local current=${{COMP_WORDS[COMP_CWORD]}} before=${{COMP_WORDS[COMP_CWORD - 1]}} words="{common}"
+    case $before in {valued or "--"}) mapfile -t COMPREPLY < <(compgen -f -- "$current") && return ;; esac
+{first}    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+    [ ${{#COMPREPLY[@]}} -gt 0 ] || mapfile -t COMPREPLY < <(compgen -f -- "$current")
+}}
+complete -o filenames -F {function} {name}
+"""
+
+
+def quoted(text):
+    return "'" + text.replace("'", "'\\''") + "'"
+
+
+# What means something to zsh inside of a quoted text.
+ZSH_PLAIN = str.maketrans({":": ";", "'": None, '"': None})
+
+
+def zsh(about):
+    def described(option):
+        text = option["what"].replace("[", "(").replace("]", ")").replace(":", ";")
+        value = f":{option['value']}:_files" if option["value"] else ""
+        return quoted(f"{option['name']}[{text}]{value}")
+
+    lines = [f"#compdef {about['name']}", "_arguments \\"]
+    options = {}
+    for option in about["options"] + [o for word in about["words"] for o in word["options"]]:
+        options.setdefault(option["name"], option)
+    lines += [f"    {described(option)} \\" for option in options.values()]
+    if about["words"]:
+        words = " ".join(
+            f"{word['name']}\\:{quoted(word['what'].translate(ZSH_PLAIN))}" for word in about["words"])
+        lines.append('    "1:command:((' + words + '))" \\')
+    lines.append("    '*:file:_files'")
+    return "\n".join(lines) + "\n"
+
+
+if __name__ == "__main__":
+    with open(sys.argv[2], encoding="utf-8") as file:
+        description = json.load(file)
+    with open(sys.argv[3], "w", encoding="utf-8") as file:
+        file.write({"man": man, "bash": bash, "zsh": zsh}[sys.argv[1]](description))

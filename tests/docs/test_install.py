@@ -1,0 +1,97 @@
+"""`cmake --install` puts everything in its place, and what is installed works from there."""
+
+import json
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+from newcomer import BUILD
+
+DAEMON = "vendor.corvid.hardware.wifi@1.0-service"
+
+
+class Install(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.destination = tempfile.mkdtemp(prefix="corvid-install.")
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", "/usr"], check=True,
+                       stdout=subprocess.DEVNULL, env={**os.environ, "DESTDIR": cls.destination})
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.destination)
+
+    def path(self, *parts):
+        return os.path.join(self.destination, "usr", *parts)
+
+    def run_installed(self, *words):
+        return subprocess.run([self.path("bin", words[0]), *words[1:]], text=True, timeout=120,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+
+    def test_everything_is_in_its_place(self):
+        for parts in (("sbin", DAEMON), ("bin", "corvid-wifi"), ("bin", "corvid-sim"),
+                      ("bin", "corvid-statsd"), ("share", "man", "man1", "corvid-wifi.1"),
+                      ("share", "man", "man1", "corvid-sim.1"),
+                      ("share", "man", "man8", DAEMON + ".8"),
+                      ("share", "bash-completion", "completions", "corvid-wifi"),
+                      ("share", "zsh", "vendor-completions", "_corvid-wifi"),
+                      ("lib", "systemd", "system", "corvid-wifi.service")):
+            self.assertTrue(os.path.exists(self.path(*parts)), parts)
+
+    def test_nothing_leads_back_to_the_build(self):
+        for program in ("corvid-wifi", "corvid-sim", "corvid-statsd"):
+            section = subprocess.run(["readelf", "-d", self.path("bin", program)], text=True,
+                                     stdout=subprocess.PIPE, check=True).stdout
+            self.assertNotIn(BUILD, section)
+
+    def test_installed_simulator_plays_with_the_installed_daemon(self):
+        result = self.run_installed(
+            "corvid-sim", "--daemon", self.path("sbin", DAEMON), "--speed", "5", "--no-dump",
+            self.path("share", "corvid-wifi", "scenarios", "power-group.scn"))
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertIn("8 expectations met", result.stdout)
+
+    def test_man_page_and_completion_have_each_word_and_option(self):
+        about = json.loads(self.run_installed("corvid-wifi", "--help", "--json").stdout)
+        with open(self.path("share", "man", "man1", "corvid-wifi.1"), encoding="utf-8") as file:
+            page = file.read().replace("\\-", "-")
+        with open(self.path("share", "zsh", "vendor-completions", "_corvid-wifi"),
+                  encoding="utf-8") as file:
+            zsh = file.read()
+        for word in about["words"]:
+            self.assertIn("\n.B " + word["name"], page)
+            self.assertIn(word["name"] + "\\:", zsh)
+        for option in about["options"] + [o for word in about["words"] for o in word["options"]]:
+            self.assertIn("\n.B " + option["name"], page)
+            self.assertIn("'" + option["name"] + "[", zsh)
+
+    def complete(self, *words):
+        script = (f". {self.path('share', 'bash-completion', 'completions', 'corvid-wifi')}; "
+                  f"COMP_WORDS=(corvid-wifi {' '.join(words)}); COMP_CWORD={len(words)}; "
+                  '_corvid_wifi; echo "${COMPREPLY[*]}"')
+        return subprocess.run(["bash", "-c", script], text=True, check=True,
+                              stdout=subprocess.PIPE).stdout.split()
+
+    def test_bash_completes_words_and_their_options(self):
+        self.assertEqual(self.complete("st"), ["sta", "status"])
+        self.assertEqual(self.complete("bugreport", "--an"), ["--anonymize"])
+        self.assertEqual(self.complete("dump", "--js"), ["--json"])
+
+    def test_zsh_reads_its_completion(self):
+        if shutil.which("zsh") is None:
+            self.skipTest("there is no zsh")
+        for name in ("_corvid-wifi", "_corvid-sim"):
+            subprocess.run(["zsh", "-n", self.path("share", "zsh", "vendor-completions", name)],
+                           check=True)
+
+    def test_unit_starts_the_daemon_where_it_is_installed(self):
+        with open(self.path("lib", "systemd", "system", "corvid-wifi.service"),
+                  encoding="utf-8") as file:
+            unit = file.read()
+        self.assertRegex(unit, rf"(?m)^ExecStart=/usr(/local)?/sbin/{DAEMON}$")
+
+
+if __name__ == "__main__":
+    unittest.main()
