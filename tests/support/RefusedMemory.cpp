@@ -1,7 +1,6 @@
 #include "tests/support/RefusedMemory.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <new>
 
 namespace test {
@@ -24,18 +23,14 @@ bool RefusedMemory::happened() const { return untilRefused <= 0; }
 
 }  // namespace test
 
-// The library's other forms of them call these.
+// The linker puts the second one in place of `operator new` and names that the first (--wrap). A
+// replacement of the operator itself would collide with the sanitizers' own.
+void* originalNew(size_t size) asm("__real_" CORVID_OPERATOR_NEW);
+void* countedNew(size_t size) asm("__wrap_" CORVID_OPERATOR_NEW);
 
-void* operator new(size_t size) {
-    void* memory = nullptr;
-    if (!test::counting || --test::untilRefused != 0) {
-        memory = malloc(size > 0 ? size : 1);
-    }
-    if (memory == nullptr) {
+void* countedNew(size_t size) {
+    if (test::counting && --test::untilRefused == 0) {
         throw std::bad_alloc();
     }
-    return memory;
+    return originalNew(size);
 }
-
-void operator delete(void* memory) noexcept { free(memory); }
-void operator delete(void* memory, size_t /*size*/) noexcept { free(memory); }

@@ -4,7 +4,8 @@ namespace test {
 
 /**
  * For as long as it lives, one allocation by `new` of the thread that made it fails: the one with
- * this number, from 1. A program that uses it has the operators of RefusedMemory.cpp.
+ * this number, from 1. A program that uses it links refused_memory; what shared libraries allocate
+ * does not count.
  */
 class RefusedMemory {
   public:
