@@ -10,6 +10,11 @@ guest_packages=(busybox-static hostapd iw wireless-regdb wpasupplicant)
 guest_programs=(/usr/sbin/hostapd /usr/sbin/iw /sbin/iw /usr/sbin/wpa_supplicant /sbin/wpa_supplicant
     /usr/sbin/wpa_cli /sbin/wpa_cli /usr/sbin/hostapd_cli)
 
+# More of them for whoever works in its shell. They are an archive of their own: what a case does not
+# need, it need not unpack.
+shell_packages=(strace tcpdump)
+shell_programs=(/usr/bin/strace /usr/bin/tcpdump /usr/sbin/tcpdump)
+
 # Kernel modules of the guest: the radios and their ciphers, which the kernel asks for by algorithm,
 # so that nothing depends on them. What these depend on comes along.
 guest_modules=(mac80211_hwsim ccm cmac ctr)
@@ -22,13 +27,14 @@ wanted_packages() {
     [ -n "$kernel" ] || return 1
     local needed
     needed=$(apt-cache depends --recurse --no-recommends --no-suggests --no-conflicts --no-breaks \
-        --no-replaces --no-enhances --no-pre-depends "${guest_packages[@]}" |
+        --no-replaces --no-enhances --no-pre-depends "${guest_packages[@]}" \
+        "${shell_packages[@]}" |
         grep -E '^lib[a-z0-9.+-]*$' | sort -u)
     # shellcheck disable=SC2086  # one word per package
     comm -23 <(echo "$needed") <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' $needed \
         2>/dev/null | sed -n 's/^installed //p' | sort -u)
     echo "$kernel"
-    printf '%s\n' "${guest_packages[@]}"
+    printf '%s\n' "${guest_packages[@]}" "${shell_packages[@]}"
 }
 
 # download PACKAGE ...: into this folder. What apt knows of the archive may be older than the archive.
@@ -85,6 +91,19 @@ copy_libraries() {
             mkdir -p "$root$(dirname "$place")"
             cp -L "$path" "$root$place"
         done
+}
+
+# copy_programs ROOT SYSTEM PROGRAM ...: those that the folder SYSTEM has, with their libraries.
+copy_programs() {
+    local root=$1 system=$2 program programs=()
+    shift 2
+    for program in "$@"; do
+        if [ -f "$system$program" ]; then
+            cp "$system$program" "$root/usr/sbin/"
+            programs+=("$system$program")
+        fi
+    done
+    copy_libraries "$root" "$system" "${programs[@]}"
 }
 
 # load_order MODULES-FOLDER MODULE ...: their files, each after those it depends on.
@@ -149,14 +168,9 @@ make_image() {
     for program in $("$root/usr/bin/busybox" --list); do
         [ "$program" = busybox ] || ln -s busybox "$root/usr/bin/$program"
     done
-    local programs=()
-    for program in "${guest_programs[@]}"; do
-        if [ -f "$system$program" ]; then
-            cp "$system$program" "$root/usr/sbin/"
-            programs+=("$system$program")
-        fi
-    done
-    copy_libraries "$root" "$system" "${programs[@]}"
+    copy_programs "$root" "$system" "${guest_programs[@]}"
+    mkdir -p "$work/shell"/usr/{sbin,lib}
+    copy_programs "$work/shell" "$system" "${shell_programs[@]}"
 
     mkdir -p "$root/usr/lib/firmware" "$root/lab/modules"
     local file
@@ -179,9 +193,14 @@ make_image() {
     grep -qx mac80211_hwsim.ko "$root/lab/modules/order" ||
         fail "the kernel package has no simulated radios"
 
+    # What the guest has anyway.
+    (cd "$work/shell" && find . -type f) | while read -r file; do
+        [ ! -e "$root/$file" ] || rm "$work/shell/$file"
+    done
     pack "$root" >"$work/initrd"
+    pack "$work/shell" >"$work/shell.archive"
     rm -rf "$image"
     mkdir "$image"
-    mv "$work/vmlinux" "$work/initrd" "$image/"
+    mv "$work/vmlinux" "$work/initrd" "$work/shell.archive" "$image/"
     rm -rf "$work"
 }

@@ -136,8 +136,8 @@ stop() {
     exit 1
 }
 
-# Makes $disk: a RAM disk of the image's and the programs' archives, which the kernel unpacks one
-# after the other. It goes when this script ends.
+# make_disk [ARCHIVE ...]: makes $disk, a RAM disk of the image's and the programs' archives, and more
+# archives of the image, which the kernel unpacks one after the other. It goes when this script ends.
 make_disk() {
     local work
     need_tools qemu-system-x86_64 cpio strip
@@ -150,7 +150,7 @@ make_disk() {
     mkdir "$work/root"
     programs_archive "$work/programs" "$work/root"
     disk=$work/disk
-    cat "$(image_folder)/initrd" "$work/programs" >"$disk"
+    cat "$(image_folder)/initrd" "${@/#/$(image_folder)/}" "$work/programs" >"$disk"
     rm -rf "$work/programs" "$work/root"
 }
 
@@ -275,7 +275,7 @@ play() {
 
 shell() {
     local out=$logs/shell
-    make_disk
+    make_disk shell.archive
     rm -rf "$out"
     mkdir -p "$out"
     echo "lab: 'exit' ends the machine; so does Ctrl-A X"

@@ -29,6 +29,7 @@ cat <<'END'
 The station is connected; radios are wlan0 and p2p0 (the headset), wlan1 (access point), wlan2 (peer).
   tail -f /lab/log/daemon.log           what the daemon does (cut off by Ctrl-C)
   dump; call getStaInfo                 what it knows
+  tcpdump -ni wlan0, strace -fp $daemon what goes over the air, and what the daemon asks the kernel
   signal -75                            the access point goes away
   wpa wlan0 disconnect; connect         the link ends, and comes again
   wpa p2p0 p2p_group_add freq=5180      a P2P group starts, on the link's channel: the radio has one
