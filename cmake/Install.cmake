@@ -51,3 +51,19 @@ add_custom_target(documents ALL DEPENDS ${made})
 
 configure_file(service/corvid-wifi.service.in ${CMAKE_BINARY_DIR}/corvid-wifi.service @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/corvid-wifi.service DESTINATION lib/systemd/system)
+
+# A Debian package: cpack -G DEB, in the build folder.
+set(CPACK_PACKAGE_NAME corvid-wifi)
+set(CPACK_PACKAGE_VERSION 1.0.0)
+set(CPACK_PACKAGE_CONTACT "the maintainers of corvid-wifi <root@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Wi-Fi tuning daemon of a headset, with its simulator")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_GENERATOR DEB)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION net)
+set(CPACK_STRIP_FILES ON)
+# The libraries' packages are found by what the programs load; ours have none.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
+  ${CMAKE_LIBRARY_OUTPUT_DIRECTORY} ${ANDROID_LIBRARY_DIR})
+include(CPack)

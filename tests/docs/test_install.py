@@ -90,7 +90,30 @@ class Install(unittest.TestCase):
         with open(self.path("lib", "systemd", "system", "corvid-wifi.service"),
                   encoding="utf-8") as file:
             unit = file.read()
-        self.assertRegex(unit, rf"(?m)^ExecStart=/usr(/local)?/sbin/{DAEMON}$")
+        # systemd looks for it in the usual folders, whatever the prefix.
+        self.assertRegex(unit, rf"(?m)^ExecStart={DAEMON}$")
+
+
+class Package(unittest.TestCase):
+    def test_package_names_what_it_needs_and_holds_what_works(self):
+        with tempfile.TemporaryDirectory(prefix="corvid-package.") as folder:
+            subprocess.run(["cpack", "-G", "DEB", "-B", folder], cwd=BUILD, check=True,
+                           stdout=subprocess.DEVNULL)
+            package = os.path.join(folder, next(n for n in os.listdir(folder) if n.endswith(".deb")))
+            needs = subprocess.run(["dpkg-deb", "-f", package, "Depends"], text=True, check=True,
+                                   stdout=subprocess.PIPE).stdout
+            for library in ("libnl-3-200", "libnl-genl-3-200", "android-liblog", "libevent"):
+                self.assertIn(library, needs)
+            self.assertNotIn("backtrace", needs)
+            subprocess.run(["dpkg-deb", "-x", package, folder], check=True)
+            programs = os.path.join(folder, "usr")
+            result = subprocess.run(
+                [os.path.join(programs, "bin", "corvid-sim"), "--no-dump", "--speed", "5",
+                 "--daemon", os.path.join(programs, "sbin", DAEMON),
+                 os.path.join(programs, "share", "corvid-wifi", "scenarios", "power-group.scn")],
+                text=True, timeout=120, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                check=False)
+            self.assertIn("8 expectations met", result.stdout)
 
 
 if __name__ == "__main__":
