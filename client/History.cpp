@@ -85,14 +85,21 @@ void History::addState(NetInterfaceType interfaceType, std::string_view text) {
 }
 
 void History::addEvent(NetInterfaceType interfaceType, std::string_view name,
-                       std::string_view payload, int64_t nowNs) {
-    HistoryEntry entry;
-    entry.at = Moment::at(nowNs);
+                       std::string_view payload, const Moment& now) {
+    const std::string_view kept = withoutSecrets(payload);
+    const int thread = currentThread();
+    MutexLock lock(mutex_);
+    HistoryEntry& entry = next_();
+    entry.at = now;
+    entry.task = nullptr;
+    entry.durationUs = 0;
+    entry.sinceFirstMs = 0;
+    entry.thread = thread;
+    entry.repeats = 1;
     entry.kind = HistoryKind::Event;
+    entry.outcome = CommandOutcome::None;
     entry.interfaceType = interfaceType;
-    entry.thread = currentThread();
-    entry.setTexts(name, withoutSecrets(payload));
-    add_(entry);
+    entry.setTexts(name, kept);
 }
 
 void History::addCommand(HistoryKind kind, NetInterfaceType interfaceType, std::string_view text,

@@ -25,15 +25,17 @@ class PendingText {
     };
 
     void set(std::string_view text, int64_t sinceNs) {
-        Words words = {};
-        std::memcpy(words.data(), text.data(), std::min(text.size(), kSize));
+        const size_t length = std::min(text.size(), kSize);
+        Words words;
+        words[length == 0 ? 0 : (length - 1) / sizeof(uint64_t)] = 0;  // of which a part is copied
+        std::memcpy(words.data(), text.data(), length);
         const uint32_t version = version_.load(std::memory_order_relaxed);
         version_.store(version + 1, std::memory_order_relaxed);  // odd: being written
         std::atomic_thread_fence(std::memory_order_release);
-        for (size_t i = 0; i < words.size(); ++i) {
+        for (size_t i = 0; i * sizeof(uint64_t) < length; ++i) {
             words_[i].store(words[i], std::memory_order_relaxed);
         }
-        length_.store(std::min(text.size(), kSize), std::memory_order_relaxed);
+        length_.store(length, std::memory_order_relaxed);
         sinceNs_.store(sinceNs, std::memory_order_relaxed);
         version_.store(version + 2, std::memory_order_release);
     }

@@ -72,10 +72,10 @@ void SocketStats::setError(std::string_view text) {
 }
 
 void SocketStats::addEvent(WifiClientCallbackType type, std::string_view payload) {
-    const int64_t nowNs = Moment::monotonicNow();
+    const Moment now = Moment::coarseNow();
     events_[static_cast<size_t>(type)].add();
-    lastEventNs_.store(nowNs, std::memory_order_relaxed);
-    history_.addEvent(type_, eventName(type), payload, nowNs);
+    lastEventNs_.store(now.monotonicNs, std::memory_order_relaxed);
+    history_.addEvent(type_, eventName(type), payload, now);
 }
 
 void SocketStats::endCommand(std::string_view command, CommandOutcome outcome,

@@ -23,6 +23,12 @@ struct Moment {
         return {monotonicNs, time.tv_sec * INT64_C(1000) + time.tv_nsec / 1'000'000};
     }
     static Moment now() { return at(monotonicNow()); }
+    /** Now, by both clocks a few ms old, for a quarter of the time that now() takes. */
+    static Moment coarseNow() {
+        timespec time;
+        clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+        return at(time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec);
+    }
     /** A past monotonic time, 0 for never; the wall time is right if the clock was not set since.
      */
     static Moment fromMonotonic(int64_t monotonicNs) {

@@ -49,7 +49,7 @@ std::vector<std::string> textsOf(const History& history) {
 TEST(History, EntriesAreToldOldestFirst) {
     History history;
     history.addState(kSta, "socket Connected");
-    history.addEvent(kSta, "CONNECTED", "- Connection to 02:00:00:00:01:00", kSecond);
+    history.addEvent(kSta, "CONNECTED", "- Connection to 02:00:00:00:01:00", Moment{kSecond, 0});
     addCommand(history, "DRIVER SET_TXPOWER 9");
     const History::Copy copy = history.copy();
     EXPECT_EQ(copy.total, 3U);
@@ -116,9 +116,10 @@ TEST(History, TextThatIsTooLongIsCut) {
 TEST(History, SecretsOfAGroupAreNotKept) {
     History history;
     history.addEvent(NetInterfaceType::P2P, "GROUP-STARTED",
-                     "p2p0 GO ssid=\"DIRECT\" freq=2437 passphrase=\"secret\"", kSecond);
+                     "p2p0 GO ssid=\"DIRECT\" freq=2437 passphrase=\"secret\"", Moment{kSecond, 0});
     history.addEvent(NetInterfaceType::P2P, "GROUP-STARTED",
-                     "p2p0 client ssid=\"x\" freq=5180 psk=0123 passphrase=\"y\"", kSecond);
+                     "p2p0 client ssid=\"x\" freq=5180 psk=0123 passphrase=\"y\"",
+                     Moment{kSecond, 0});
     EXPECT_EQ(history.copy().entries[0].reply(), "p2p0 GO ssid=\"DIRECT\" freq=2437");
     EXPECT_EQ(history.copy().entries[1].reply(), "p2p0 client ssid=\"x\" freq=5180");
 }
