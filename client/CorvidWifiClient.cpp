@@ -19,8 +19,9 @@ std::string vendorText(const Nl80211VendorCmdInfo& info) {
 
 }  // namespace
 
-CorvidWifiClient::CorvidWifiClient(const std::string& socketDirectory)
-    : wpaClient_(history_, socketDirectory) {}
+CorvidWifiClient::CorvidWifiClient(const std::string& socketDirectory,
+                                   std::chrono::milliseconds replyTimeout)
+    : wpaClient_(history_, socketDirectory, replyTimeout) {}
 
 int CorvidWifiClient::registerWpaCallback(WifiClientCallbackType type,
                                           std::function<void(const std::string&)>& callback,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -21,8 +22,12 @@ namespace Ursa::OS::Wifi {
  */
 class CorvidWifiClient {
   public:
-    /** Starts to watch `socketDirectory` (with trailing slash) for the supplicant's sockets. */
-    explicit CorvidWifiClient(const std::string& socketDirectory = WpaClient::socketDirectory());
+    /**
+     * Starts to watch `socketDirectory` (with trailing slash) for the supplicant's sockets. A
+     * command waits for its reply as long as `replyTimeout`.
+     */
+    explicit CorvidWifiClient(const std::string& socketDirectory = WpaClient::socketDirectory(),
+                              std::chrono::milliseconds replyTimeout = WpaSocket::kReplyTimeout);
 
     CorvidWifiClient(const CorvidWifiClient&) = delete;
     CorvidWifiClient& operator=(const CorvidWifiClient&) = delete;

@@ -64,7 +64,8 @@ Directory openDirectory(const std::string& path) {
 
 const std::string& WpaClient::socketDirectory() { return kSocketDirectory; }
 
-WpaClient::WpaClient(History& history, std::string directory)
+WpaClient::WpaClient(History& history, std::string directory,
+                     std::chrono::milliseconds replyTimeout)
     : history_(history),
       directory_(std::move(directory)),
       poll_(std::make_shared<Poll>()),
@@ -72,8 +73,8 @@ WpaClient::WpaClient(History& history, std::string directory)
     eventFd_.open();
     startWpaSocketMonitor_();
     startListener_();
-    addSocket_(NetInterfaceType::STA);
-    addSocket_(NetInterfaceType::P2P);
+    addSocket_(NetInterfaceType::STA, replyTimeout);
+    addSocket_(NetInterfaceType::P2P, replyTimeout);
 }
 
 WpaClient::~WpaClient() {
@@ -131,8 +132,8 @@ std::shared_ptr<WpaSocket> WpaClient::requireSocket_(NetInterfaceType type, cons
     return socket;
 }
 
-void WpaClient::addSocket_(NetInterfaceType type) {
-    const auto socket = WpaSocket::create(type, poll_, eventFd_, history_);
+void WpaClient::addSocket_(NetInterfaceType type, std::chrono::milliseconds replyTimeout) {
+    const auto socket = WpaSocket::create(type, poll_, eventFd_, history_, {}, replyTimeout);
     {
         MutexLock lock(socketsMutex_);
         sockets_[type] = socket;

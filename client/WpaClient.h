@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -30,8 +31,12 @@ class WpaClient {
     /** Where the supplicant puts its sockets; ends with a slash. */
     static const std::string& socketDirectory();
 
-    /** Starts the listener thread and connects to sockets that are there already. */
-    explicit WpaClient(History& history, std::string directory = socketDirectory());
+    /**
+     * Starts the listener thread and connects to sockets that are there already. `replyTimeout` is
+     * the wait for the supplicant's reply to a command.
+     */
+    explicit WpaClient(History& history, std::string directory = socketDirectory(),
+                       std::chrono::milliseconds replyTimeout = WpaSocket::kReplyTimeout);
 
     /** Wakes and joins the listener thread. Waits for a running handler and its command. */
     ~WpaClient();
@@ -93,7 +98,7 @@ class WpaClient {
      */
     void startOver_();
     void stopListener_();
-    void addSocket_(NetInterfaceType type);
+    void addSocket_(NetInterfaceType type, std::chrono::milliseconds replyTimeout);
     /** Connects `socket` to its file if one is there already. */
     void findSocketFile_(NetInterfaceType type, WpaSocket& socket);
     PollAction onSocketUpdate_(int fd, int events);

@@ -41,6 +41,8 @@ namespace {
 constexpr char kSeparator = 0x1E;
 constexpr char kStaName[] = "wlan0";
 constexpr char kP2pName[] = "p2p-wlan0-0";
+/** What a command waits whose supplicant has gone: most of the time of an input that kills one. */
+constexpr auto kReplyTimeout = 20ms;
 /** More than anything takes on a busy machine. */
 constexpr auto kPatience = 60s;
 
@@ -63,7 +65,7 @@ class Daemon {
         for (const std::string& property : test::switchesOfEveryFeature()) {
             root_.setProperty(property, "true");
         }
-        client_ = std::make_shared<CorvidWifiClient>(root_.socketDirectory());
+        client_ = std::make_shared<CorvidWifiClient>(root_.socketDirectory(), kReplyTimeout);
         manager_ = std::make_unique<CorvidWifiManager>(client_);
         mark_ = std::make_unique<WifiClientCallback>(
             client_,
@@ -115,7 +117,7 @@ class Daemon {
                 removeFile_(text);
                 break;
             case 'r':
-                // A command whose supplicant dies before its answer waits 10 s for it.
+                // A command whose supplicant dies before its answer waits for the time-out.
                 waitForMarks_();
                 sta_.restart();
                 p2p_.restart();
