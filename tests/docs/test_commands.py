@@ -181,6 +181,13 @@ class Commands(unittest.TestCase):
         self.assertIn("persist.vendor.wifi.txpower.enable.sta", result.stdout)
         self.assertIn("written: corvid-wifi-", result.stdout)
 
+    def test_debug_takes_what_its_usage_names(self):
+        self.assertIn("\n  debug [NAME ...] ", self.run_well("build/bin/corvid-wifi --help"))
+        # Wrong words are refused before the service is looked for; these are not.
+        result = self.checkout.run("build/bin/corvid-wifi debug sockets netlink --json",
+                                   CORVID_WIFI_ROOT=self.checkout.path)
+        self.assertEqual(result.returncode, 3, result.stdout)
+
     def test_test_sh_takes_the_options_that_are_named(self):
         usage = self.run_well("./test.sh --help")
         for option in ("--all", "-R", "-L"):
@@ -230,6 +237,7 @@ CHECKS = {
     "-o sweep": _SWEEP,
     "corvid-trace sweep fleet/*.jsonl --set rssi.lower=-75:-65 -o sweep --jobs-file jobs": _SWEEP,
     "corvid-trace merge sweep -o sweep": _SWEEP,
+    "corvid-wifi debug [NAME ...] [--json]": Commands.test_debug_takes_what_its_usage_names,
     "corvid-wifi status": _FIELD,
     "corvid-wifi watch": _FIELD,
     "corvid-wifi history": _FIELD,
