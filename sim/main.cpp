@@ -56,7 +56,7 @@ std::string ownFolder() {
 /** Beside the folder of the programs, or in it; empty if it is in neither. */
 std::string findLibrary(const std::string& bin, const std::string& name) {
     for (const char* folder : {"/../lib/", "/../lib/corvid-wifi/", "/"}) {
-        const std::string library = bin + folder + name;
+        const std::string library = std::string(bin).append(folder).append(name);
         if (access(library.c_str(), R_OK) == 0) {
             return fs::canonical(library);
         }

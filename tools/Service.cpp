@@ -56,7 +56,7 @@ std::string forbiddenPath() {
     }
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(place.c_str()), closedir);
     while (const dirent* entry = folder == nullptr ? nullptr : readdir(folder.get())) {
-        const std::string path = place + "/" + entry->d_name;
+        std::string path = place + "/" + entry->d_name;
         struct stat status {};
         if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
             access(path.c_str(), W_OK) != 0 && errno == EACCES) {
