@@ -7,7 +7,7 @@ import subprocess
 import tempfile
 import unittest
 
-from newcomer import BUILD
+from newcomer import BUILD, SOURCE
 
 DAEMON = "vendor.corvid.hardware.wifi@1.0-service"
 
@@ -105,6 +105,10 @@ class Package(unittest.TestCase):
             for library in ("libnl-3-200", "libnl-genl-3-200", "android-liblog", "libevent"):
                 self.assertIn(library, needs)
             self.assertNotIn("backtrace", needs)
+            control = os.path.join(folder, "control")
+            subprocess.run(["dpkg-deb", "-e", package, control], check=True)
+            for script in ("postinst", "prerm", "postrm"):
+                self.assertTrue(os.access(os.path.join(control, script), os.X_OK), script)
             subprocess.run(["dpkg-deb", "-x", package, folder], check=True)
             programs = os.path.join(folder, "usr")
             result = subprocess.run(
@@ -114,6 +118,40 @@ class Package(unittest.TestCase):
                 text=True, timeout=120, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                 check=False)
             self.assertIn("8 expectations met", result.stdout)
+
+    def told_to_systemd(self, script, *arguments, runs=True):
+        """What a script of the package calls systemctl with."""
+        with tempfile.TemporaryDirectory(prefix="corvid-package.") as folder:
+            log = os.path.join(folder, "log")
+            with open(os.path.join(folder, "systemctl"), "w", encoding="utf-8") as file:
+                file.write(f'#!/bin/sh\necho "$*" >>{log}\n')
+            os.chmod(file.name, 0o755)
+            environment = {**os.environ, "PATH": f"{folder}:{os.environ['PATH']}",
+                           "SYSTEMD_RUNS": folder if runs else os.path.join(folder, "none")}
+            subprocess.run([os.path.join(SOURCE, "cmake", "debian", script), *arguments],
+                           check=True, env=environment)
+            if not os.path.exists(log):
+                return []
+            with open(log, encoding="utf-8") as file:
+                return file.read().splitlines()
+
+    def test_new_package_enables_and_starts_the_service(self):
+        told = self.told_to_systemd("postinst", "configure", "")
+        self.assertEqual(told[0], "--quiet enable corvid-wifi.service")
+        self.assertEqual(told[-1], "restart corvid-wifi.service")
+
+    def test_new_package_starts_nothing_where_systemd_does_not_run(self):
+        self.assertEqual(self.told_to_systemd("postinst", "configure", "", runs=False),
+                         ["--quiet enable corvid-wifi.service"])
+
+    def test_upgrade_leaves_it_to_the_administrator_whether_it_is_enabled(self):
+        told = self.told_to_systemd("postinst", "configure", "0.9")
+        self.assertNotIn("--quiet enable corvid-wifi.service", told)
+        self.assertEqual(told[-1], "restart corvid-wifi.service")
+
+    def test_removal_stops_the_service_and_an_upgrade_does_not(self):
+        self.assertEqual(self.told_to_systemd("prerm", "remove")[-1], "stop corvid-wifi.service")
+        self.assertEqual(self.told_to_systemd("prerm", "upgrade", "2.0"), [])
 
 
 if __name__ == "__main__":
