@@ -50,8 +50,9 @@ def bash(about):
     common = " ".join(option["name"] for option in about["options"])
     valued = "|".join(option["name"] for option in about["options"] if option["value"])
     cases = "".join(
-        f'        {word["name"]}) words+=" {" ".join(o["name"] for o in word["options"])}" ;;\n'
-        for word in about["words"] if word["options"])
+        f'        {word["name"]}) words+=" '
+        f'{" ".join([o["name"] for o in word["options"]] + word["choices"])}" ;;\n'
+        for word in about["words"] if word["options"] or word["choices"])
     words = " ".join(word["name"] for word in about["words"])
     first = f"""    local word i
     for ((i = 1; i < COMP_CWORD; ++i)); do
@@ -77,27 +78,32 @@ def quoted(text):
     return "'" + text.replace("'", "'\\''") + "'"
 
 
-# What means something to zsh inside of a quoted text.
-ZSH_PLAIN = str.maketrans({":": ";", "'": None, '"': None})
-
-
 def zsh(about):
     def described(option):
         text = option["what"].replace("[", "(").replace("]", ")").replace(":", ";")
         value = f":{option['value']}:_files" if option["value"] else ""
         return quoted(f"{option['name']}[{text}]{value}")
 
-    lines = [f"#compdef {about['name']}", "_arguments \\"]
-    options = {}
-    for option in about["options"] + [o for word in about["words"] for o in word["options"]]:
-        options.setdefault(option["name"], option)
-    lines += [f"    {described(option)} \\" for option in options.values()]
-    if about["words"]:
-        words = " ".join(
-            f"{word['name']}\\:{quoted(word['what'].translate(ZSH_PLAIN))}" for word in about["words"])
-        lines.append('    "1:command:((' + words + '))" \\')
-    lines.append("    '*:file:_files'")
-    return "\n".join(lines) + "\n"
+    def arguments(specifications):
+        return "_arguments " + " \\\n        ".join(specifications)
+
+    common = [described(option) for option in about["options"]]
+    lines = [f"#compdef {about['name']}"]
+    if not about["words"]:
+        return "\n".join([*lines, arguments([*common, "'*:file:_files'"])]) + "\n"
+    words = " ".join(quoted(f"{word['name']}:{word['what'].replace(':', ';')}")
+                     for word in about["words"])
+    lines += ["local curcontext=$curcontext state line",
+              f"local -a words_known=({words})",
+              arguments(["-C", *common, "'1:command:->command'", "'*::argument:->argument'"]),
+              "case $state in",
+              "    command) _describe command words_known ;;",
+              "    argument) case $words[1] in"]
+    for word in about["words"]:
+        own = [described(option) for option in word["options"]] + common
+        rest = f"'*:argument:({' '.join(word['choices'])})'" if word["choices"] else "'*:file:_files'"
+        lines.append(f"        {word['name']}) {arguments([*own, rest])} ;;")
+    return "\n".join([*lines, "    esac ;;", "esac"]) + "\n"
 
 
 if __name__ == "__main__":

@@ -38,6 +38,7 @@ struct Word {
     int (*run)(const CommandLine& line) = nullptr;  ///< returns an ExitStatus, or throws
     /** From the first argument on, words are arguments even if they begin with "-". */
     bool argumentsMayBeOptions = false;
+    std::vector<std::string> choices = {};  ///< what an argument can be; empty: anything
 };
 
 /** A parsed command line. */

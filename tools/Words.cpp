@@ -5,6 +5,7 @@
 #include "tools/BugReport.h"
 #include "tools/Debug.h"
 #include "tools/Json.h"
+#include "tools/Methods.h"
 #include "tools/Print.h"
 #include "tools/ReportWords.h"
 #include "tools/ServiceWords.h"
@@ -88,6 +89,14 @@ Json jsonOf(const std::vector<Option>& options) {
     return list;
 }
 
+std::vector<std::string> methodNames() {
+    std::vector<std::string> names;
+    for (const Method& method : allMethods()) {
+        names.push_back(method.name);
+    }
+    return names;
+}
+
 template <size_t kCount>
 Json jsonOf(const Named (&entries)[kCount]) {
     Json list = Json::array();
@@ -119,7 +128,8 @@ const std::vector<Word>& allWords() {
          0,
          kAny,
          runCall,
-         true},
+         true,
+         methodNames()},
         {"debug",
          "[NAME ...]",
          "prints what the service knows about itself: sta, p2p, power, coex, sockets, netlink, "
@@ -127,7 +137,9 @@ const std::vector<Word>& allWords() {
          {},
          0,
          kReportSections.size(),
-         runDebug},
+         runDebug,
+         false,
+         {kReportSections.begin(), kReportSections.end()}},
         {"dump", "", "prints the state of every feature, in the fixed text", {}, 0, 0, runDump},
         {"history", "", "prints the last state changes, events and commands", {}, 0, 0, runHistory},
         {"monitor",
@@ -211,7 +223,8 @@ std::string helpJson() {
         words.push_back({{"name", word.name},
                          {"arguments", word.arguments},
                          {"what", word.what},
-                         {"options", jsonOf(word.options)}});
+                         {"options", jsonOf(word.options)},
+                         {"choices", word.choices}});
     }
     return toLine({{"name", "corvid-wifi"},
                    {"summary", kSummary},

@@ -2,9 +2,13 @@
 
 import json
 import os
+import pty
+import select
 import shutil
+import signal
 import subprocess
 import tempfile
+import time
 import unittest
 
 from newcomer import BUILD, SOURCE
@@ -62,7 +66,7 @@ class Install(unittest.TestCase):
             zsh = file.read()
         for word in about["words"]:
             self.assertIn("\n.B " + word["name"], page)
-            self.assertIn(word["name"] + "\\:", zsh)
+            self.assertIn("'" + word["name"] + ":", zsh)
         for option in about["options"] + [o for word in about["words"] for o in word["options"]]:
             self.assertIn("\n.B " + option["name"], page)
             self.assertIn("'" + option["name"] + "[", zsh)
@@ -79,12 +83,42 @@ class Install(unittest.TestCase):
         self.assertEqual(self.complete("bugreport", "--an"), ["--anonymize"])
         self.assertEqual(self.complete("dump", "--js"), ["--json"])
 
-    def test_zsh_reads_its_completion(self):
-        if shutil.which("zsh") is None:
-            self.skipTest("there is no zsh")
-        for name in ("_corvid-wifi", "_corvid-sim"):
-            subprocess.run(["zsh", "-n", self.path("share", "zsh", "vendor-completions", name)],
-                           check=True)
+    def test_bash_completes_methods_and_sections(self):
+        self.assertEqual(self.complete("call", "startC"), ["startCsa"])
+        self.assertEqual(self.complete("debug", "sta", "netl"), ["netlink"])
+
+    def typed_into_zsh(self, line, wanted, limit=60):
+        """What zsh shows for a typed line, until `wanted` is in it or the time is over."""
+        process, terminal = pty.fork()
+        if process == 0:
+            os.execvpe("zsh", ["zsh", "-f"], {**os.environ, "TERM": "dumb", "HOME": self.destination})
+        shown = ""
+        try:
+            folder = self.path("share", "zsh", "vendor-completions")
+            os.write(terminal, f"fpath=({folder} $fpath); autoload -Uz compinit; compinit -u -D; "
+                     "PS1='re''ady> '\n".encode())
+            end = time.monotonic() + limit
+            sent = False
+            while time.monotonic() < end and not (sent and wanted in shown):
+                if select.select([terminal], [], [], 1)[0]:
+                    shown += os.read(terminal, 4096).decode(errors="replace")
+                if not sent and "ready> " in shown:
+                    shown = ""
+                    os.write(terminal, line.encode())
+                    sent = True
+        finally:
+            os.close(terminal)
+            os.kill(process, signal.SIGKILL)
+            os.waitpid(process, 0)
+        return shown
+
+    def test_zsh_completes_commands_arguments_and_options(self):
+        for line, wanted in (("corvid-wifi stat\t", "corvid-wifi status"),
+                             ("corvid-wifi call startC\t", "call startCsa"),
+                             ("corvid-wifi bugreport --anon\t", "--anonymize"),
+                             ("corvid-wifi debug sta netl\t", "sta netlink"),
+                             ("corvid-sim --reco\t", "corvid-sim --record")):
+            self.assertIn(wanted, self.typed_into_zsh(line, wanted), line)
 
     def test_unit_starts_the_daemon_where_it_is_installed(self):
         with open(self.path("lib", "systemd", "system", "corvid-wifi.service"),
