@@ -45,7 +45,14 @@ foreach(program corvid-wifi corvid-sim)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 endforeach()
 set(daemon vendor.corvid.hardware.wifi@1.0-service)
-document(man ${CMAKE_SOURCE_DIR}/service/manual.json ${daemon}.8)
+# The daemon's page lists the properties as the daemon has them.
+add_custom_command(OUTPUT ${documents}/${daemon}.json
+  COMMAND corvid-properties > ${documents}/properties.json
+  COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/cmake/documents.py with-properties
+    ${CMAKE_SOURCE_DIR}/service/manual.json ${documents}/${daemon}.json ${documents}/properties.json
+  DEPENDS corvid-properties ${CMAKE_SOURCE_DIR}/service/manual.json
+    ${CMAKE_SOURCE_DIR}/cmake/documents.py VERBATIM)
+document(man ${documents}/${daemon}.json ${daemon}.8)
 install(FILES ${documents}/${daemon}.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 add_custom_target(documents ALL DEPENDS ${made})
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """documents.py man|bash|zsh DESCRIPTION.json OUT
+documents.py with-properties DESCRIPTION.json OUT PROPERTIES.json
 
-Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself.
+Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself; or
+adds the list that corvid-properties prints to a table.
 """
 
 import json
@@ -36,7 +38,8 @@ def man(about):
             for option in word["options"]:
                 out += [".RS", ".TP", ".B " + roff(head(option)), roff(option["what"]), ".RE"]
     for title, entries in (("OPTIONS", about["options"]), ("EXIT STATUS", about["statuses"]),
-                           ("ENVIRONMENT", about["environment"]), ("FILES", about.get("files", []))):
+                           ("ENVIRONMENT", about["environment"]), ("FILES", about.get("files", [])),
+                           ("PROPERTIES", about.get("properties", []))):
         if entries:
             out.append(".SH " + title)
         for entry in entries:
@@ -106,8 +109,19 @@ def zsh(about):
     return "\n".join([*lines, "    esac ;;", "esac"]) + "\n"
 
 
+def with_properties(about):
+    """The table, with an entry for each property of the daemon."""
+    with open(sys.argv[4], encoding="utf-8") as file:
+        listed = json.load(file)["properties"]
+    properties = [{"name": entry["name"],
+                   "what": f"{entry['meaning']} (type {entry['type']}, default {entry['default']}, a "
+                           f"change takes effect: {entry['effect']})"} for entry in listed]
+    return json.dumps({**about, "properties": properties})
+
+
 if __name__ == "__main__":
     with open(sys.argv[2], encoding="utf-8") as file:
         description = json.load(file)
     with open(sys.argv[3], "w", encoding="utf-8") as file:
-        file.write({"man": man, "bash": bash, "zsh": zsh}[sys.argv[1]](description))
+        kinds = {"man": man, "bash": bash, "zsh": zsh, "with-properties": with_properties}
+        file.write(kinds[sys.argv[1]](description))

@@ -1,5 +1,6 @@
-// corvid-properties: prints, as one JSON object, every system property of the daemon with its type,
-// and the power settings that are in force below $CORVID_WIFI_ROOT, as the daemon reads them there.
+// corvid-properties: prints, as one JSON object, every system property of the daemon with all that
+// its list tells, and the power settings that are in force below $CORVID_WIFI_ROOT, as the daemon
+// reads them there.
 
 #include <cstdio>
 #include <exception>
@@ -12,12 +13,31 @@
 namespace {
 
 using Json = nlohmann::ordered_json;
+using Ursa::OS::Wifi::PropertyEffect;
 using Ursa::OS::Wifi::TxPowerSettings;
+
+const char* effectName(PropertyEffect effect) {
+    switch (effect) {
+        case PropertyEffect::Restart:
+            return "restart";
+        case PropertyEffect::FirstUse:
+            return "first use";
+        case PropertyEffect::AtOnce:
+            return "at once";
+        case PropertyEffect::Both:
+            return "both";
+    }
+    return "";
+}
 
 Json allProperties() {
     Json list = Json::array();
-#define CORVID_WIFI_LIST_(type, accessor, property, ...) \
-    list.push_back(Json{{"name", "persist.vendor.wifi." property}, {"type", #type}});
+#define CORVID_WIFI_LIST_(type, accessor, property, fallback, effect, meaning) \
+    list.push_back(Json{{"name", "persist.vendor.wifi." property},             \
+                        {"type", #type},                                       \
+                        {"default", #fallback},                                \
+                        {"effect", effectName(PropertyEffect::effect)},        \
+                        {"meaning", meaning}});
     CORVID_WIFI_PROPERTIES(CORVID_WIFI_LIST_, CORVID_WIFI_LIST_)
 #undef CORVID_WIFI_LIST_
     return list;

@@ -3,6 +3,7 @@
 import json
 import os
 import pty
+import re
 import select
 import shutil
 import signal
@@ -70,6 +71,18 @@ class Install(unittest.TestCase):
         for option in about["options"] + [o for word in about["words"] for o in word["options"]]:
             self.assertIn("\n.B " + option["name"], page)
             self.assertIn("'" + option["name"] + "[", zsh)
+
+    def test_daemons_page_lists_each_property(self):
+        with open(self.path("share", "man", "man8", DAEMON + ".8"), encoding="utf-8") as file:
+            page = file.read().replace("\\-", "-")
+        with open(os.path.join(SOURCE, "docs", "properties.md"), encoding="utf-8") as file:
+            listed = re.findall(r"(?m)^\| `(persist[^`]+)` \| \w+ \| `([^`]+)` \| [^|]+ \| (.*) \|$",
+                                file.read())
+        self.assertGreater(len(listed), 40)
+        for name, default, meaning in listed:
+            entry = page.partition(f"\n.B {name}\n")[2].partition("\n")[0]
+            self.assertIn(meaning, entry, name)
+            self.assertIn(f"default {default}, ", entry, name)
 
     def complete(self, *words):
         script = (f". {self.path('share', 'bash-completion', 'completions', 'corvid-wifi')}; "
