@@ -37,6 +37,7 @@ std::string baseName(const std::string& path) { return path.substr(path.rfind('/
 struct Programs::RunningCall {
     std::unique_ptr<Child> child;
     std::string output;
+    std::string errors;
 };
 
 Programs::Programs(EventLoop& loop, Recorder& recorder, DeviceFiles& files, ProgramPaths paths)
@@ -202,20 +203,24 @@ void Programs::runClient(const std::vector<std::string>& arguments, const Done& 
     auto call = std::make_unique<RunningCall>();
     RunningCall* running = call.get();
     const std::string words = joined(arguments);
-    const auto onLine = [running](bool, const std::string& line) {
-        running->output += line + "\n";
+    const auto onLine = [running](bool isError, const std::string& line) {
+        std::string& text = isError ? running->errors : running->output;
+        text += (text.empty() ? "" : "\n") + line;
     };
     const auto onEnd = [this, running, words, done](int status) {
-        if (!running->output.empty()) {
-            running->output.pop_back();
+        const bool both = !running->output.empty() && !running->errors.empty();
+        Record record("call",
+                      words + " -> " + running->output + (both ? "\n" : "") + running->errors);
+        record.with("arguments", words)
+            .with("output", running->output)
+            .with("status", WIFEXITED(status) ? WEXITSTATUS(status) : -1);
+        if (!running->errors.empty()) {
+            record.with("errors", running->errors);
         }
-        recorder_.add(Record("call", words + " -> " + running->output)
-                          .with("arguments", words)
-                          .with("output", running->output)
-                          .with("status", WIFEXITED(status) ? WEXITSTATUS(status) : -1));
+        recorder_.add(record);
         const bool wrong = WIFEXITED(status) && WEXITSTATUS(status) == kWrongUsage;
         const std::string error =
-            wrong ? running->output.substr(0, running->output.find('\n')) : "";
+            wrong ? running->errors.substr(0, running->errors.find('\n')) : "";
         calls_.erase(std::find_if(calls_.begin(), calls_.end(),
                                   [running](const auto& c) { return c.get() == running; }));
         done(error);

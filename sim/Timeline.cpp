@@ -190,12 +190,7 @@ void Timeline::print(const Record& record) {
     } else if (record.kind == "callback") {
         line(record, Style::Good, "daemon > client", record.text);
     } else if (record.kind == "call") {
-        if (record.field("output").find('\n') != std::string::npos) {
-            output_.write("\n" + record.field("output") + "\n");
-        } else {
-            line(record, record.field("status") == "0" ? Style::Good : Style::Warning,
-                 "client > daemon", record.text);
-        }
+        call(record);
     } else if (record.kind == "log") {
         log(record);
     } else if (record.kind == "output") {
@@ -253,6 +248,20 @@ void Timeline::log(const Record& record) {
          : letter == 'W'                ? Style::Warning
                                         : Style::Faint,
          std::string("log ") + letter, printable(record.text));
+}
+
+void Timeline::call(const Record& record) {
+    const std::string output = record.field("output");
+    const std::string errors = record.field("errors");
+    if (output.find('\n') != std::string::npos) {
+        output_.write("\n" + output + "\n");
+        return;
+    }
+    line(record, record.field("status") == "0" ? Style::Good : Style::Warning, "client > daemon",
+         record.field("arguments") + " -> " + (output.empty() ? errors : output));
+    if (!output.empty() && !errors.empty()) {
+        line(record, Style::Faint, "client > daemon", errors);
+    }
 }
 
 void Timeline::atom(const Record& record) {

@@ -56,6 +56,7 @@ class Timeline {
     void command(const Record& record);
     void netlink(const Record& record);
     void log(const Record& record);
+    void call(const Record& record);
     void atom(const Record& record);
 
     Output& output_;

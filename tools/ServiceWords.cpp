@@ -33,10 +33,18 @@ void printValue(const char* label, bool known, const std::string& value) {
     print(std::string(label) + ": " + (known ? value : "unknown") + "\n");
 }
 
+/** Milliseconds on the clock of the service's report. */
+int64_t monotonicMs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
 /** Says on standard error what the service's report tells about a refusal, if anything. */
-void explainRefusal(const ::android::sp<IWifi>& service, const std::string& method) {
+void explainRefusal(const ::android::sp<IWifi>& service, const std::string& method,
+                    int64_t calledAtMs) {
     try {
-        if (const std::string why = whyRefused(askReport(service), method); !why.empty()) {
+        if (const std::string why = whyRefused(askReport(service), method, calledAtMs);
+            !why.empty()) {
             std::fprintf(stderr, "corvid-wifi: %s\n", why.c_str());
         }
     } catch (const ServiceError&) {
@@ -66,11 +74,12 @@ int runCall(const CommandLine& line) {
     }
     const Deadline deadline(line.timeout());
     const auto service = findService(line);
+    const int64_t calledAtMs = monotonicMs();
     const Answer answer = call(*service);
     print(answer.json + "\n");
     if (!answer.success) {
         std::fflush(stdout);
-        explainRefusal(service, line.arguments.front());
+        explainRefusal(service, line.arguments.front(), calledAtMs);
     }
     return answer.success ? kSuccess : kFailure;
 }

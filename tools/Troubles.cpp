@@ -218,7 +218,7 @@ Troubles troublesOf(const Json& report, const std::map<std::string, std::string>
     return troubles;
 }
 
-std::string whyRefused(const Json& report, const std::string& method) {
+std::string whyRefused(const Json& report, const std::string& method, int64_t calledAtMs) {
     const auto* const entry =
         std::find_if(std::begin(kMethods), std::end(kMethods),
                      [&method](const MethodOf& one) { return one.method == method; });
@@ -243,7 +243,7 @@ std::string whyRefused(const Json& report, const std::string& method) {
         return name + " is off: set " + allSwitches + " and restart";
     }
     const Json& command = partOf(feature->second, "lastCommand");
-    if (command.is_object() && agoMs(partOf(command, "at")) < kTooLongMs) {
+    if (command.is_object() && numberOf(partOf(command, "at"), "monotonicMs") >= calledAtMs) {
         const std::string outcome = textOf(command, "outcome");
         const std::string reply = textOf(command, "reply");
         return name + " sent " + toLine(textOf(command, "text")) + ": " +

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,7 +22,10 @@ std::string nameOf(const Json& socket);
 std::vector<std::string> troublesOf(const Json& report,
                                     const std::map<std::string, std::string>& setProperties);
 
-/** Why the service may have refused a call of `method`: a sentence, or nothing. */
-std::string whyRefused(const Json& report, const std::string& method);
+/**
+ * Why the service may have refused a call of `method` that was made at `calledAtMs` (monotonic
+ * clock) and told no reason: a sentence, or nothing.
+ */
+std::string whyRefused(const Json& report, const std::string& method, int64_t calledAtMs);
 
 }  // namespace Ursa::OS::Wifi::Tools

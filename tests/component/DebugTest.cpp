@@ -171,8 +171,10 @@ TEST_F(Debug, SlowClientIsWarnedOfWithItsProcess) {
                                 std::to_string(monitor.pid()) + " took ");
     headset_.expectLog("W", "SlowTasks: subscriber RegdomManager.onRegdomUpdated took ");
     const Json slow = json("threads").at("threads").at("slow");
-    EXPECT_EQ(slow.size(), 2U);
-    EXPECT_GE(slow.at(0).at("longestMs"), 1000);
+    EXPECT_GE(slow.size(), 2U);  // on a busy machine something else may have been slow, too
+    for (const Json& one : slow) {
+        EXPECT_GE(one.at("longestMs"), 1000);
+    }
 }
 
 TEST_F(Debug, WritersDescriptorMayBeAnything) {

@@ -25,7 +25,12 @@ class Field : public testing::Test {
         headset_.sim().play("client " + words);  // an error for words that the client refuses
         const auto calls = headset_.sim().records("call");
         status_ = calls.empty() ? "none" : calls.back()["status"];
-        return calls.empty() ? "" : calls.back()["output"];
+        if (calls.empty()) {
+            return "";
+        }
+        const std::string output = calls.back()["output"];
+        const std::string errors = calls.back()["errors"];
+        return output + (output.empty() || errors.empty() ? "" : "\n") + errors;
     }
 
     std::string propertyFile(const std::string& name) {

@@ -202,7 +202,7 @@ TEST(Troubles, MistypedPropertiesAreNamedWithWhatWasMeant) {
 }
 
 TEST(Refusal, FeatureThatIsOffIsNamedWithItsSwitches) {
-    EXPECT_EQ(whyRefused(wellReport(), "startCsa"),
+    EXPECT_EQ(whyRefused(wellReport(), "startCsa", 1000),
               "ChannelSwitchManager is off: set persist.vendor.wifi.cmd.cs.p2p.corvid or "
               "persist.vendor.wifi.cmd.cs.p2p.ecsa and restart");
 }
@@ -210,16 +210,21 @@ TEST(Refusal, FeatureThatIsOffIsNamedWithItsSwitches) {
 TEST(Refusal, AnswerOfTheDriverIsTold) {
     Json report = wellReport();
     report["power"]["TxPowerManager"]["lastCommand"]["reply"] = "FAIL";
-    EXPECT_EQ(whyRefused(report, "updateTxPowerConfig"),
+    EXPECT_EQ(whyRefused(report, "updateTxPowerConfig", 1000),
               "TxPowerManager sent \"DRIVER SET_TXPOWER 9\": the answer was \"FAIL\"");
+}
+
+TEST(Refusal, CommandFromBeforeTheCallIsNoReason) {
+    EXPECT_EQ(whyRefused(wellReport(), "updateTxPowerConfig", 1001),
+              "TxPowerManager sent nothing to the driver; connected supplicant sockets: wlan0");
 }
 
 TEST(Refusal, CommandThatWasNotSentIsToldWithTheSockets) {
     Json report = wellReport();
     report["power"]["TxPowerManager"]["lastCommand"] = nullptr;
-    EXPECT_EQ(whyRefused(report, "updateTxPowerConfig"),
+    EXPECT_EQ(whyRefused(report, "updateTxPowerConfig", 1000),
               "TxPowerManager sent nothing to the driver; connected supplicant sockets: wlan0");
-    EXPECT_EQ(whyRefused(report, "getStaInfo"), "");
+    EXPECT_EQ(whyRefused(report, "getStaInfo", 1000), "");
 }
 
 TEST(Status, ScreenHasARowForEachPart) {
