@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,13 @@ class SlowTasks {
     static SlowTasks& ofProcess();
 
     /** `name` is the task's, or the client's with its method. Only compares if it was quick. */
-    void note(Kind kind, std::string_view name, int64_t durationNs) {
+    void note(Kind kind, std::string_view name, int64_t durationNs) noexcept {
         if (durationNs > kLimitNs) {
-            noteSlow_(kind, name, durationNs, Moment::now());
+            try {
+                noteSlow_(kind, name, durationNs, Moment::now());
+            } catch (const std::exception&) {
+                // Out of memory: the report lacks this one.
+            }
         }
     }
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "client/CorvidWifiClient.h"
-#include "client/Task.h"
 #include "managers/support/TelemetryEventLogger.h"
 #include "os/Log.h"
 
@@ -134,7 +133,7 @@ void StaManager::workerThread_() {
     failures_ = 0;
     int pause = kSamplePeriodSeconds;
     StaResult result = {"", -1, -1};
-    const TaskScope scope(Task::named("StaManager.worker", Task::Kind::Other));
+    const TaskScope scope(workerTask_);
     while (sleep_(pause)) {
         guarded([&] { pause = sample_(result); });
     }

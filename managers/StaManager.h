@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "client/CallbackMap.h"
+#include "client/Task.h"
 #include "client/WifiClientCallback.h"
 #include "managers/FeatureManager.h"
 #include "managers/support/StationSignal.h"
@@ -98,6 +99,8 @@ class StaManager : public FeatureManager {
 
     const std::shared_ptr<CorvidWifiClient> client_;
     const std::chrono::milliseconds second_;
+    /** Looked up here: the worker's thread must not fail for want of memory. */
+    const Task& workerTask_ = Task::named("StaManager.worker", Task::Kind::Other);
 
     /** Held by the connected and disconnected handlers: they start, stop and join the worker. */
     Mutex handlerMutex_;

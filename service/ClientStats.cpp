@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "client/SlowTasks.h"
@@ -46,7 +47,8 @@ void ClientStats::beginCall(Key client, const char* method) {
 }
 
 void ClientStats::endCall(Key client, bool success) {
-    std::string name;
+    int pid = 0;
+    const char* method = nullptr;
     int64_t duration = 0;
     {
         MutexLock lock(mutex_);
@@ -56,19 +58,23 @@ void ClientStats::endCall(Key client, bool success) {
         }
         Record& record = found->second;
         duration = Moment::monotonicNow() - record.since.monotonicNs;
-        name = std::string(record.method) + " of process " + std::to_string(record.pid);
+        pid = record.pid;
+        method = std::exchange(record.method, nullptr);
         ++record.calls;
         record.failures += success ? 0 : 1;
         if (duration > record.slowestNs) {
             record.slowestNs = duration;
-            record.slowestMethod = record.method;
+            record.slowestMethod = method;
         }
-        record.method = nullptr;
         if (record.isGone) {
             records_.erase(found);
         }
     }
-    SlowTasks::ofProcess().note(SlowTasks::Kind::Callback, name, duration);
+    if (duration > SlowTasks::kLimitNs) {
+        SlowTasks::ofProcess().note(SlowTasks::Kind::Callback,
+                                    std::string(method) + " of process " + std::to_string(pid),
+                                    duration);
+    }
 }
 
 StateTree ClientStats::describe_(const Record& record) {

@@ -44,10 +44,11 @@ bool CorvidWifiManagerCallback::link(const sp<ICallback>& callback) {
     if (find_(callback) != callbacks_.end()) {
         return false;
     }
-    callbacks_.reserve(callbacks_.size() + 1);  // may fail, and then nothing is linked
+    // These may fail for want of memory, and then nothing is linked.
+    callbacks_.reserve(callbacks_.size() + 1);
+    stats_.add(callback.get(), IPCThreadState::self()->getCallingPid());
     ignore(callback->linkToDeath(deathReceiver_, 0));
     callbacks_.push_back(callback);
-    stats_.add(callback.get(), IPCThreadState::self()->getCallingPid());
     return true;
 }
 

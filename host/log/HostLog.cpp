@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -53,13 +54,17 @@ class TagProperty {
     static int read_() {
         const int savedErrno = errno;
         int lowest = 0;
-        if (const prop_info* property = __system_property_find("log.tag.CorvidWifi")) {
-            __system_property_read_callback(
-                property,
-                [](void* cookie, const char* /*name*/, const char* value, uint32_t /*serial*/) {
-                    *static_cast<int*>(cookie) = host::TagFilter::levelOf(value);
-                },
-                &lowest);
+        try {
+            if (const prop_info* property = __system_property_find("log.tag.CorvidWifi")) {
+                __system_property_read_callback(
+                    property,
+                    [](void* cookie, const char* /*name*/, const char* value, uint32_t /*serial*/) {
+                        *static_cast<int*>(cookie) = host::TagFilter::levelOf(value);
+                    },
+                    &lowest);
+            }
+        } catch (const std::exception&) {
+            // Out of memory, which is just what a line may be about to say.
         }
         errno = savedErrno;
         return lowest;

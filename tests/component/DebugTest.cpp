@@ -98,7 +98,9 @@ TEST_F(Debug, ReportOfARunningHeadsetIsPrinted) {
     EXPECT_THAT(text, HasSubstr("state: Connected"));
     const Json all = json();
     EXPECT_EQ(all.at("process").at("pid"), headset_.daemonPid());
-    EXPECT_EQ(all.at("threads").at("count"), 2);
+    // The main thread and the listener; the thread sanitizer's runtime may have one of its own.
+    EXPECT_THAT(all.at("threads").at("count").get<int>(),
+                testing::AllOf(testing::Ge(2), testing::Le(3)));
     EXPECT_EQ(client({"debug", "sokets"}, 2), "");
 }
 

@@ -61,6 +61,15 @@ def timeline_lines(text):
     return found
 
 
+def same_line(shown, played):
+    """Whether two lines are the same but for 2 dB of the signal."""
+    signal = re.compile(r"RSSI=(-?\d+)")
+    if signal.sub("", shown) != signal.sub("", played):
+        return False
+    return all(abs(int(one) - int(other)) <= 2
+               for one, other in zip(signal.findall(shown), signal.findall(played)))
+
+
 class Commands(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -84,15 +93,16 @@ class Commands(unittest.TestCase):
     def test_run_sh_plays_what_the_readme_shows(self):
         shown = [line for block in blocks("README.md") for line in timeline_lines("\n".join(block))]
         self.assertGreater(len(shown), 30)
-        played = timeline_lines(self.run_well("./run.sh --speed 5 --plain"))
-        # The README leaves lines out, and changes none; a busy machine makes them late.
+        played = timeline_lines(self.run_well("./run.sh --speed 2 --plain"))
+        # The README leaves lines out, and changes none. A busy machine makes them late, and a signal
+        # that rises or falls is another one by then.
         position = 0
         for time, words in shown:
-            words_played = [words for _, words in played[position:]]
-            self.assertIn(words, words_played, f"{time} is not played behind the line before")
-            position += words_played.index(words)
-            self.assertLess(abs(played[position][0] - time), 1.5, words)
-            position += 1
+            found = next((place for place in range(position, len(played))
+                          if same_line(words, played[place][1])), None)
+            self.assertIsNotNone(found, f"{time} {words} is not played behind the line before")
+            self.assertLess(abs(played[found][0] - time), 1.5, words)
+            position = found + 1
 
     def test_run_sh_ends_with_the_expectations(self):
         output = self.run_well("./run.sh --speed 10 --plain power-walk")
