@@ -168,7 +168,7 @@ TEST(Refused, MemoryAnywhereOnTheRoadOfAnEventNeverLeavesADaemonThatIsStuck) {
     RecordProperty("calls", std::to_string(calls));
     RecordProperty("ended", std::to_string(ended));
     // Nothing of ours ends the process, only libraries do: seldom.
-    EXPECT_LT(ended, calls / 4);
+    EXPECT_LE(ended, 8);
 }
 
 TEST(Refused, ThreadAnywhereOnTheRoadOfAnEventIsLoggedAndTheDaemonGoesOn) {
