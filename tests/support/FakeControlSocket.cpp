@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <memory>
 #include <utility>
 
 namespace test {
@@ -77,6 +78,23 @@ size_t FakeControlSocket::sendEvent(std::string_view event) {
     std::promise<size_t> taken;
     thread_.run([&] {
         supplicant_.send(name_, std::string(event), [&](size_t count) { taken.set_value(count); });
+    });
+    return taken.get_future().get();
+}
+
+size_t FakeControlSocket::sendEvents(const std::vector<std::string>& events) {
+    std::promise<size_t> taken;
+    thread_.run([&] {
+        auto left = std::make_shared<size_t>(events.size());
+        auto total = std::make_shared<size_t>(0);
+        for (const std::string& event : events) {
+            supplicant_.send(name_, event, [&taken, left, total](size_t count) {
+                *total += count;
+                if (--*left == 0) {
+                    taken.set_value(*total);
+                }
+            });
+        }
     });
     return taken.get_future().get();
 }

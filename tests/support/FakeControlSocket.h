@@ -61,6 +61,12 @@ class FakeControlSocket {
      */
     size_t sendEvent(std::string_view event);
 
+    /**
+     * The same for several datagrams, with one change of threads (not on the socket's thread).
+     * Returns how many were taken in all. Not more than fit into a peer's queue (10 by default).
+     */
+    size_t sendEvents(const std::vector<std::string>& events);
+
     /** Makes the kernel report a reset connection, once, to every attached peer. */
     void resetConnections();
 
