@@ -21,14 +21,11 @@ enum class MonitorEnd {
 };
 
 /**
- * Registers a callback and writes {"event":"registered"}, then each event as a line of JSON, to
- * `out`, until SIGINT, SIGTERM or the service's death. Each line is flushed. A second signal of the
- * same kind ends the process at once, even if the service hangs; so does `deadline`, which runs
- * during each call of the service. If the reader of `out` closes it, SIGPIPE ends the process after
- * the callback is unregistered.
- *
- * Call it on the main thread, once. Events arrive on a thread of the HIDL runtime. Throws
- * ServiceError if the service dies before the callback is registered.
+ * Registers a callback and writes {"event":"registered"}, then each event as a flushed line of
+ * JSON, to `out`, until SIGINT, SIGTERM or the service's death. A second signal of the same kind
+ * ends the process at once; so does `deadline`, which runs during each call. If the reader closes
+ * `out`, SIGPIPE ends the process after unregistering. Main thread, once; events arrive on a thread
+ * of the HIDL runtime. Throws ServiceError if the service dies before the registration.
  */
 MonitorEnd monitor(const ::android::sp<IWifi>& service, std::FILE* out, const Deadline& deadline,
                    const MonitorOptions& options = {});
