@@ -34,12 +34,11 @@ std::string valueText(const Json& object, const char* field, const char* unit) {
 
 Json stateOf(const std::map<std::string, Json>& features, const char* name) {
     const auto feature = features.find(name);
-    const Json none = Json::object();
     if (feature == features.end()) {
-        return none;
+        return Json::object();
     }
     const auto state = feature->second.find("state");
-    return state != feature->second.end() && state->is_object() ? *state : none;
+    return state != feature->second.end() && state->is_object() ? *state : Json::object();
 }
 
 std::string linkText(const Json& sta) {

@@ -72,7 +72,8 @@ def main():
     expect("lab#" in shell.ask("signal -75; traffic"), "signal")
     said = shell.ask("call getStaInfo")
     expect('{"frequency":5180,"rssi":-75,"bandwidth":3}' in said, said)
-    said = shell.ask("tail -n 20 /lab/log/daemon.log")
+    said = shell.ask("for i in $(seq 60); do grep -q reply:OK /lab/log/daemon.log && break; sleep 1; "
+                     "done; grep SET_TXPOWER /lab/log/daemon.log")
     expect("TxPowerManager: STA cmd:DRIVER SET_TXPOWER 20 reply:OK" in said, said)
 
     # The greeting's own hint works right after the boot.
