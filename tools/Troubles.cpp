@@ -41,43 +41,93 @@ bool isRefusal(const Json& command) {
     return reply.rfind("FAIL", 0) == 0 || reply.rfind("UNKNOWN COMMAND", 0) == 0;
 }
 
-void addSockets(const Json& report, Troubles& troubles) {
-    const Json& all = partOf(report, "sockets");
-    const std::string folder = textOf(all, "directory");
-    const Json& sockets = partOf(all, "sockets");
-    bool hasSta = false;
-    for (const Json& socket : sockets) {
-        const std::string name = nameOf(socket);
-        const std::string state = textOf(socket, "state");
-        const bool isConnected = state == "Connected";
-        hasSta = hasSta || (textOf(socket, "interface") == "STA" && isConnected);
-        const Json& error = partOf(socket, "lastError");
-        if (const Json& pending = partOf(socket, "pending");
-            pending.is_object() && numberOf(pending, "durationUs") > kTooLongMs * 1000) {
-            troubles.push_back("the supplicant does not answer on " + name + ": " +
-                               textOf(pending, "text") + " waits for " +
-                               durationText(numberOf(pending, "durationUs") / 1000) +
-                               " (stopped, or busy)");
-        } else if (numberOf(socket, "timeouts") > 0) {
-            troubles.push_back("the supplicant did not answer " +
-                               std::to_string(numberOf(socket, "timeouts")) + " of " +
-                               std::to_string(numberOf(socket, "commands")) + " commands on " +
-                               name + " (stopped, or busy)");
-        }
-        if (state == "Connecting") {
-            const std::string what = textOf(error, "text");
-            troubles.push_back("no supplicant behind " + textOf(socket, "path") + ": " +
-                               std::to_string(numberOf(socket, "attempts")) + " attempts in " +
-                               durationText(std::max<int64_t>(0, agoMs(partOf(socket, "since")))) +
-                               (what.empty() ? "" : ", " + what) +
-                               " (a socket file left by a crash?)");
+/** The last command to the supplicant on an interface, of all features; null if there is none. */
+Json lastCommandOn(const Json& report, const std::string& interface) {
+    Json last;
+    for (const auto& [name, feature] : featuresOf(report)) {
+        const Json& command = partOf(feature, "lastCommand");
+        if (textOf(command, "channel") == "supplicant" &&
+            textOf(command, "interface") == interface &&
+            (last.is_null() || numberOf(partOf(command, "at"), "monotonicMs") >
+                                   numberOf(partOf(last, "at"), "monotonicMs"))) {
+            last = command;
         }
     }
-    const bool connecting = std::any_of(troubles.begin(), troubles.end(), [](const auto& trouble) {
-        return trouble.rfind("no supplicant behind", 0) == 0;
-    });
-    if (!hasSta && !connecting) {
-        troubles.push_back("no supplicant: there is no socket of a station interface in " + folder);
+    return last;
+}
+
+/** What became of a command that never reached the supplicant; empty for any other. */
+std::string whyLost(const Json& command) {
+    const std::string outcome = textOf(command, "outcome");
+    if (outcome == "not-sent") {
+        return "was not sent";
+    }
+    return outcome == "failed" ? "failed" : outcome == "not-connected" ? "found no connection" : "";
+}
+
+/** Of a socket that is connected: whether commands get through, and are answered. */
+void addCommands(const Json& report, const Json& socket, Troubles& troubles) {
+    const std::string name = nameOf(socket);
+    const std::string commands = std::to_string(numberOf(socket, "commands")) + " commands ";
+    const Json last = lastCommandOn(report, textOf(socket, "interface"));
+    const std::string lost = whyLost(last);
+    // One from before the connection says nothing about it.
+    if (textOf(socket, "state") == "Connected" && !lost.empty() &&
+        numberOf(socket, "failures") > 0 &&
+        numberOf(partOf(last, "at"), "monotonicMs") >=
+            numberOf(partOf(socket, "since"), "monotonicMs")) {
+        troubles.push_back("the supplicant on " + name + " is gone: " + textOf(last, "text") + " " +
+                           lost + " " + agoText(partOf(last, "at")) + ", " +
+                           std::to_string(numberOf(socket, "failures")) + " of " + commands +
+                           "failed (a crash?)");
+    }
+    if (const Json& pending = partOf(socket, "pending");
+        pending.is_object() && numberOf(pending, "durationUs") > kTooLongMs * 1000) {
+        troubles.push_back("the supplicant does not answer on " + name + ": " +
+                           textOf(pending, "text") + " waits for " +
+                           durationText(numberOf(pending, "durationUs") / 1000) +
+                           " (stopped, or busy)");
+    } else if (numberOf(socket, "timeouts") > 0) {
+        troubles.push_back("the supplicant did not answer " +
+                           std::to_string(numberOf(socket, "timeouts")) + " of " + commands +
+                           "on " + name + " (stopped, or busy)");
+    }
+}
+
+/** Of a socket that has a file but no connection: the attempts. True if it is one. */
+bool addAttempts(const Json& socket, Troubles& troubles) {
+    const std::string path = textOf(socket, "path");
+    const std::string state = textOf(socket, "state");
+    const std::string error = textOf(partOf(socket, "lastError"), "text");
+    const std::string time = durationText(std::max<int64_t>(0, agoMs(partOf(socket, "since"))));
+    if (state == "Connecting") {
+        troubles.push_back("no supplicant behind " + path + ": " +
+                           std::to_string(numberOf(socket, "attempts")) + " attempts in " + time +
+                           (error.empty() ? "" : ", " + error) +
+                           " (a socket file left by a crash?)");
+        return true;
+    }
+    if (state == "Stopped" && !path.empty()) {
+        troubles.push_back("nobody answers behind " + path + ": given up " + time + " ago" +
+                           (error.empty() ? "" : ", last error: " + error));
+        return true;
+    }
+    return false;
+}
+
+void addSockets(const Json& report, Troubles& troubles) {
+    const Json& all = partOf(report, "sockets");
+    bool hasSta = false;
+    bool hasFile = false;
+    for (const Json& socket : partOf(all, "sockets")) {
+        hasSta = hasSta ||
+                 (textOf(socket, "interface") == "STA" && textOf(socket, "state") == "Connected");
+        addCommands(report, socket, troubles);
+        hasFile = addAttempts(socket, troubles) || hasFile;
+    }
+    if (!hasSta && !hasFile) {
+        troubles.push_back("no supplicant: there is no socket of a station interface in " +
+                           textOf(all, "directory"));
     }
 }
 

@@ -120,9 +120,56 @@ TEST(Troubles, SocketThatNobodyListensOnIsNamedWithItsAttempts) {
                             "in 3.0 s, Failed to open. (a socket file left by a crash?)"));
 }
 
+TEST(Troubles, SupplicantThatNoLongerTakesCommandsIsNamedWithTheLastOne) {
+    Json report = wellReport();
+    report["sockets"]["sockets"][0]["failures"] = 2;
+    EXPECT_THAT(troublesOf(report, kNoProperties), IsEmpty()) << "it may be well again";
+    Json& command = report["sta"]["StaManager"]["lastCommand"];
+    command = {{"at", momentOf(3500)},  {"interface", "STA"},    {"channel", "supplicant"},
+               {"text", "SIGNAL_POLL"}, {"outcome", "not-sent"}, {"reply", "ERROR: SEND-RECV"}};
+    EXPECT_THAT(troublesOf(report, kNoProperties),
+                ElementsAre("the supplicant on wlan0 is gone: SIGNAL_POLL was not sent 3.5 s ago, "
+                            "2 of 20 commands failed (a crash?)"));
+    for (const char* outcome : {"failed", "not-connected"}) {
+        command["outcome"] = outcome;
+        EXPECT_THAT(troublesOf(report, kNoProperties),
+                    ElementsAre(HasSubstr("the supplicant on wlan0 is gone: SIGNAL_POLL ")));
+    }
+    Json answered = command;
+    answered["outcome"] = "ok";
+    answered["at"]["monotonicMs"] = 1001;
+    report["power"]["TxPowerManager"]["lastCommand"] = answered;
+    EXPECT_THAT(troublesOf(report, kNoProperties), IsEmpty()) << "a later one was answered";
+}
+
+TEST(Troubles, CommandThatFailedBeforeTheSocketWasConnectedIsNoTrouble) {
+    Json report = wellReport();
+    report["sockets"]["sockets"][0]["failures"] = 1;
+    report["sockets"]["sockets"][0]["since"]["monotonicMs"] = 1001;
+    report["sta"]["StaManager"]["lastCommand"] = {
+        {"at", momentOf(3500)},  {"interface", "STA"},         {"channel", "supplicant"},
+        {"text", "SIGNAL_POLL"}, {"outcome", "not-connected"}, {"reply", ""}};
+    EXPECT_THAT(troublesOf(report, kNoProperties), IsEmpty());
+}
+
+TEST(Troubles, SocketThatWasGivenUpIsNamedWithItsLastError) {
+    Json report = wellReport();
+    Json& socket = report["sockets"]["sockets"][0];
+    socket["state"] = "Stopped";
+    socket["since"] = momentOf(12'000);
+    EXPECT_THAT(troublesOf(report, kNoProperties),
+                ElementsAre("nobody answers behind /data/vendor/wifi/wpa/sockets/wlan0: given up "
+                            "12 s ago"));
+    socket["lastError"] = {{"text", "Failed to open."}, {"at", momentOf(12'020)}};
+    EXPECT_THAT(troublesOf(report, kNoProperties),
+                ElementsAre("nobody answers behind /data/vendor/wifi/wpa/sockets/wlan0: given up "
+                            "12 s ago, last error: Failed to open."));
+}
+
 TEST(Troubles, NoSocketAtAllMeansNoSupplicant) {
     Json report = wellReport();
     report["sockets"]["sockets"][0]["state"] = "Stopped";
+    report["sockets"]["sockets"][0]["path"] = nullptr;
     EXPECT_THAT(troublesOf(report, kNoProperties),
                 ElementsAre("no supplicant: there is no socket of a station interface in "
                             "/data/vendor/wifi/wpa/sockets/"));
