@@ -106,7 +106,9 @@ void History::addCommand(HistoryKind kind, NetInterfaceType interfaceType, std::
                          CommandOutcome outcome, std::string_view reply, int64_t startNs,
                          int64_t endNs) {
     HistoryEntry entry;
-    entry.at = Moment::at(startNs);
+    entry.at = Moment::at(endNs);
+    entry.at.monotonicNs = startNs;
+    entry.at.wallMs -= (endNs - startNs) / kMillisecond;
     entry.task = TaskScope::current();
     entry.kind = kind;
     entry.outcome = outcome;

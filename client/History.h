@@ -79,6 +79,7 @@ class History {
     void addState(NetInterfaceType interfaceType, std::string_view text) EXCLUDES(mutex_);
     void addEvent(NetInterfaceType interfaceType, std::string_view name, std::string_view payload,
                   const Moment& now) EXCLUDES(mutex_);
+    /** `endNs` was just read from the monotonic clock. */
     void addCommand(HistoryKind kind, NetInterfaceType interfaceType, std::string_view text,
                     CommandOutcome outcome, std::string_view reply, int64_t startNs, int64_t endNs)
         EXCLUDES(mutex_);

@@ -86,6 +86,18 @@ TEST(History, EqualCommandsInARowShareAnEntryWithTheLastReply) {
     EXPECT_EQ(entry.at.monotonicNs, 11 * kSecond);
 }
 
+TEST(History, CommandsTimesAreThoseAtWhichItWasSent) {
+    History history;
+    const Moment end = Moment::now();
+    const int64_t startNs = end.monotonicNs - 3 * kSecond;
+    history.addCommand(HistoryKind::Command, kSta, "SIGNAL_POLL", CommandOutcome::TimedOut, "",
+                       startNs, end.monotonicNs);
+    const Moment at = history.copy().entries[0].at;
+    EXPECT_EQ(at.monotonicNs, startNs);
+    EXPECT_GE(at.wallMs, end.wallMs - 3000);
+    EXPECT_LT(at.wallMs, end.wallMs - 3000 + 2000) << "the clock may have gone on meanwhile";
+}
+
 TEST(History, CommandsThatDifferHaveEntriesOfTheirOwn) {
     History history;
     addCommand(history, "SIGNAL_POLL");
