@@ -2,6 +2,9 @@
 
 #include <map>
 #include <string>
+#include <string_view>
+
+#include "tools/Json.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -11,10 +14,14 @@ namespace Ursa::OS::Wifi::Tools {
  */
 class Anonymizer {
   public:
-    std::string text(const std::string& original);
+    /** Lines that are JSON stay it. */
+    std::string text(std::string_view original);
 
   private:
-    std::string standIn(const std::string& kind, const std::string& original);
+    std::string standIn_(const std::string& kind, const std::string& original);
+    /** A line that is no JSON. */
+    std::string line_(const std::string& original);
+    Json json_(const Json& original);
 
     std::map<std::string, std::map<std::string, std::string>> standIns_;  ///< by kind, by original
 };

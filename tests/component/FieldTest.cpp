@@ -18,6 +18,9 @@ using testing::HasSubstr;
 
 namespace {
 
+/** What the simulated supplicant calls its groups. */
+constexpr const char* kGroupName = "DIRECT-BI";
+
 class Field : public testing::Test {
   protected:
     /** Runs the client beside the daemon: what it prints on both outputs. Its status comes too. */
@@ -125,6 +128,27 @@ TEST_F(Field, BugReportHoldsEveryItemAndSaysWhatIsMissing) {
     const std::string text{std::istreambuf_iterator<char>(status), {}};
     EXPECT_THAT(text, HasSubstr("5180 MHz"));
     EXPECT_EQ(std::system(("grep -rq HomeNet " + folder).c_str()) != 0, true) << "a name is left";
+}
+
+TEST_F(Field, AnonymousBugReportHasNoNameOfAGroupAndItsReportIsJson) {
+    headset_.play("supplicant start p2p=p2p0");
+    headset_.startDaemon();
+    headset_.play("expect attach p2p0 within 20s");
+    headset_.play("p2p start freq=2437");
+    headset_.play("expect log \"P2P event(GROUP-STARTED\" within 20s");
+    ASSERT_THAT(ask("debug --json history"), HasSubstr(kGroupName));
+    const std::string file = headset_.sim().root() + "/report.tar.gz";
+    ask("bugreport --anonymize -o " + file);
+    EXPECT_EQ(status_, "0");
+    const std::string folder = headset_.sim().root() + "/unpacked";
+    std::filesystem::create_directory(folder);
+    ASSERT_EQ(std::system(("tar -xzf " + file + " -C " + folder).c_str()), 0);
+    EXPECT_NE(std::system((std::string("grep -rq ") + kGroupName + " " + folder).c_str()), 0)
+        << "the group's name is left";
+    std::ifstream in(folder + "/corvid-wifi-bugreport/debug.json");
+    const json report = json::parse(in, nullptr, false);
+    ASSERT_TRUE(report.is_object());
+    EXPECT_THAT(report["history"].dump(), HasSubstr("ssid-"));
 }
 
 TEST_F(Field, BugReportOfADaemonThatIsStoppedEndsAndSaysSo) {

@@ -8,6 +8,7 @@
 
 #include "tools/Anonymizer.h"
 #include "tools/BugReport.h"
+#include "tools/Json.h"
 #include "tools/RunCommand.h"
 
 using namespace ::Ursa::OS::Wifi::Tools;
@@ -75,6 +76,65 @@ TEST(Anonymizer, NamesGetStandInsThatStayTheSame) {
               "SME: Trying to authenticate with 02:00:00:00:00:01 (SSID='ssid-1' freq=5180 MHz)\n"
               "2001:db8::1 at 13:47:18 127.0.0.1 ff:ff:ff:ff:ff:ff\n");
     EXPECT_EQ(anonymizer.text("192.168.49.1"), "192.0.2.2");
+}
+
+TEST(Anonymizer, NameWithBlanksCommasAndQuotesIsReplacedAsAWhole) {
+    Anonymizer anonymizer;
+    EXPECT_EQ(anonymizer.text("ssid=Home, sweet \"Home\"\nid=0\n"), "ssid=ssid-1\nid=0\n");
+    EXPECT_EQ(anonymizer.text("ssid=\"Home, sweet \\\"Home\\\"\" freq=2437"),
+              "ssid=\"ssid-2\" freq=2437");
+    EXPECT_EQ(anonymizer.text("(SSID='Bob's, his' freq=5180 MHz)"),
+              "(SSID='ssid-3' freq=5180 MHz)");
+    EXPECT_EQ(anonymizer.text("Trying to associate with SSID 'Net'"),
+              "Trying to associate with SSID 'ssid-4'");
+    EXPECT_EQ(anonymizer.text("\t\tssid Cafe Net\n"), "\t\tssid ssid-5\n") << "as iw shows it";
+    EXPECT_EQ(anonymizer.text("GROUP-STARTED p2p0 GO ssid=\"DIRECT-a\n"),
+              "GROUP-STARTED p2p0 GO ssid=\"ssid-6\n")
+        << "cut off";
+}
+
+TEST(Anonymizer, SecretWithBlanksIsReplacedAsAWhole) {
+    Anonymizer anonymizer;
+    EXPECT_EQ(anonymizer.text("passphrase=\"open the door\" go_dev_addr=02:00:00:00:01:00"),
+              "passphrase=\"secret\" go_dev_addr=02:00:00:00:00:01");
+    EXPECT_EQ(anonymizer.text("passphrase=open the door\nid=0"), "passphrase=secret\nid=0");
+    EXPECT_EQ(anonymizer.text("psk=" + std::string(64, 'a') + " freq=2437"),
+              "psk=secret freq=2437");
+    EXPECT_EQ(anonymizer.text("key_mgmt=WPA2-PSK\nssid=\nid=0"), "key_mgmt=WPA2-PSK\nssid=\nid=0");
+}
+
+TEST(Anonymizer, JsonStaysJson) {
+    Anonymizer anonymizer;
+    const Json report = {
+        {"schema", 1},
+        {"ssid", "Home Net"},
+        {"none", nullptr},
+        {"entries",
+         {{{"text", "GROUP-STARTED p2p0 GO ssid=\"DIRECT-ab cd\" freq=2437"}},
+          {{"reply", "bssid=02:11:22:33:44:55\nssid=Home Net\nid=0"}, {"passphrase", "a b"}}}}};
+    const std::string text = anonymizer.text(report.dump() + "\nssid=DIRECT-ab cd\n");
+    const Json expected = {
+        {"schema", 1},
+        {"ssid", "ssid-1"},
+        {"none", nullptr},
+        {"entries",
+         {{{"text", "GROUP-STARTED p2p0 GO ssid=\"ssid-2\" freq=2437"}},
+          {{"reply", "bssid=02:00:00:00:00:01\nssid=ssid-1\nid=0"}, {"passphrase", "secret"}}}}};
+    EXPECT_EQ(text, expected.dump() + "\nssid=ssid-2\n");
+}
+
+TEST(Anonymizer, JsonThatIsCutOffKeepsNoName) {
+    Anonymizer anonymizer;
+    const std::string line = R"({"text":"GO ssid=\"DIRECT-ab\" freq=2437","reply":"ssid=Net\nid)";
+    EXPECT_THAT(anonymizer.text(line), Not(HasSubstr("DIRECT")));
+    EXPECT_THAT(anonymizer.text(line), Not(HasSubstr("Net")));
+    EXPECT_THAT(anonymizer.text(line), HasSubstr(" freq=2437"));
+}
+
+TEST(Anonymizer, LineOfAMegabyteIsNoTrouble) {
+    Anonymizer anonymizer;
+    EXPECT_EQ(anonymizer.text("ssid=" + std::string(1'000'000, 'x') + "\nid=0"),
+              "ssid=ssid-1\nid=0");
 }
 
 }  // namespace
