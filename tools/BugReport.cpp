@@ -1,5 +1,6 @@
 #include "tools/BugReport.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,6 +17,8 @@
 #include "tools/Methods.h"
 #include "tools/Print.h"
 #include "tools/RunCommand.h"
+#include "tools/StopSignals.h"
+#include "tools/WakeFd.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -64,6 +67,21 @@ class WorkFolder {
   private:
     std::string path_;
 };
+
+/** Why it was not written; empty if it was. */
+std::string write(const fs::path& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    errno = 0;
+    if (out << text << std::flush) {
+        return "";
+    }
+    return std::string("not written: ") + std::strerror(errno);
+}
+
+bool isSet(const WakeFd& wake) {
+    pollfd waited = {wake.fd(), POLLIN, 0};
+    return poll(&waited, 1, 0) > 0;
+}
 
 std::string defaultName() {
     const time_t now = time(nullptr);
@@ -117,6 +135,9 @@ std::vector<BugReportItem> bugReportItems() {
 
 int runBugReport(const CommandLine& line) {
     const std::string file = line.has("-o") ? line.value("-o") : defaultName();
+    // The work folder holds data, and must not stay behind.
+    const WakeFd stop;
+    const StopSignals signals(stop);
     const WorkFolder work;
     const std::string name = "corvid-wifi-bugreport";
     const fs::path folder = fs::path(work.path()) / name;
@@ -125,17 +146,27 @@ int runBugReport(const CommandLine& line) {
     std::string contents;
     Json items = Json::array();
     for (const BugReportItem& item : bugReportItems()) {
-        CommandResult result = runCommand(item.command, item.size, item.limit);
+        CommandResult result = runCommand(item.command, item.size, item.limit, stop.fd());
+        if (isSet(stop)) {
+            std::fprintf(stderr, "corvid-wifi: interrupted; no report was written\n");
+            return kFailure;
+        }
         if (line.has("--anonymize")) {
             result.output = anonymizer.text(result.output);
         }
-        std::ofstream(folder / item.name, std::ios::binary) << result.output;
-        const std::string state = result.failure.empty() ? "complete" : result.failure;
+        std::string state = result.failure.empty() ? "complete" : result.failure;
+        if (const std::string failure = write(folder / item.name, result.output);
+            !failure.empty()) {
+            state = failure;
+        }
         contents +=
             item.name + ": " + std::to_string(result.output.size()) + " bytes, " + state + "\n";
         items.push_back({{"name", item.name}, {"size", result.output.size()}, {"state", state}});
     }
-    std::ofstream(folder / "contents.txt") << contents;
+    if (const std::string failure = write(folder / "contents.txt", contents); !failure.empty()) {
+        std::fprintf(stderr, "corvid-wifi: contents.txt %s\n", failure.c_str());
+        return kFailure;
+    }
     const CommandResult packed =
         runCommand({"tar", "-czf", file, "-C", work.path(), name}, kSmall, kTarLimit);
     if (!packed.failure.empty()) {

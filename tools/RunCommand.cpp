@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <optional>
 
 #include <android-base/unique_fd.h>
 #include <sys/wait.h>
@@ -33,19 +34,40 @@ constexpr int kNotRun = 127;
     _exit(kNotRun);
 }
 
-std::string secondsText(std::chrono::milliseconds time) {
-    return std::to_string((time.count() + 999) / 1000) + " s";
+/** How long a process that was killed may take to go. */
+constexpr std::chrono::seconds kUntilKilled{1};
+constexpr std::chrono::milliseconds kBetweenLooks{10};
+
+std::chrono::milliseconds leftUntil(Clock::time_point end) {
+    return std::max(std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()),
+                    std::chrono::milliseconds(0));
 }
 
+/** What ends a command before its time. */
+struct Limits {
+    std::chrono::milliseconds time;
+    Clock::time_point end;
+    int stopFd;
+
+    std::string lateText() const {
+        return "not ended within " + std::to_string((time.count() + 999) / 1000) + " s";
+    }
+};
+
 /** Reads to the end, the limit or the size; says which it was, if not the end. */
-std::string readAll(int fd, size_t size, std::chrono::milliseconds limit, std::string& output) {
-    const auto end = Clock::now() + limit;
+std::string readAll(int fd, size_t size, const Limits& limits, std::string& output) {
     std::array<char, 16384> part{};
     while (true) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-        pollfd waited = {fd, POLLIN, 0};
-        if (left.count() <= 0 || poll(&waited, 1, static_cast<int>(left.count())) == 0) {
-            return "not ended within " + secondsText(limit);
+        const auto left = leftUntil(limits.end);
+        pollfd waited[] = {{fd, POLLIN, 0}, {limits.stopFd, POLLIN, 0}};
+        if (left.count() == 0 || poll(waited, 2, static_cast<int>(left.count())) == 0) {
+            return limits.lateText();
+        }
+        if (waited[1].revents != 0) {
+            return "interrupted";
+        }
+        if (waited[0].revents == 0) {
+            continue;
         }
         const ssize_t count = read(fd, part.data(), part.size());
         if (count == 0) {
@@ -61,10 +83,27 @@ std::string readAll(int fd, size_t size, std::chrono::milliseconds limit, std::s
     }
 }
 
+/** The status of a process that has ended by `end`; nothing if it has not, or is to stop. */
+std::optional<int> statusBy(pid_t pid, Clock::time_point end, int stopFd) {
+    while (true) {
+        int status = 0;
+        const pid_t ended = waitpid(pid, &status, WNOHANG);
+        if (ended == pid) {
+            return status;
+        }
+        pollfd stop = {stopFd, POLLIN, 0};
+        if ((ended < 0 && errno != EINTR) || Clock::now() >= end ||
+            poll(&stop, 1, static_cast<int>(kBetweenLooks.count())) > 0) {
+            return std::nullopt;
+        }
+    }
+}
+
 }  // namespace
 
 CommandResult runCommand(const std::vector<std::string>& words, size_t size,
-                         std::chrono::milliseconds limit) {
+                         std::chrono::milliseconds limit, int stopFd) {
+    const Limits limits{limit, Clock::now() + limit, stopFd};
     CommandResult result;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
@@ -86,15 +125,21 @@ CommandResult runCommand(const std::vector<std::string>& words, size_t size,
         become(arguments, output.get());
     }
     output.reset();
-    result.failure = readAll(input.get(), size, limit, result.output);
-    // With what it started; nothing is left to be killed if it ended.
-    if (!result.failure.empty()) {
+    result.failure = readAll(input.get(), size, limits, result.output);
+    std::optional<int> ended;
+    if (result.failure.empty()) {
+        // It may have closed its outputs and still run.
+        ended = statusBy(pid, limits.end, stopFd);
+        result.failure = ended ? "" : limits.lateText();
+    }
+    if (!ended) {
+        // With what it started.
         kill(-pid, SIGKILL);
         kill(pid, SIGKILL);
+        ended = statusBy(pid, Clock::now() + kUntilKilled, -1);
+        result.failure += ended ? "" : ", and it could not be killed";
     }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    const int status = ended.value_or(0);
     if (result.failure.empty() && WIFEXITED(status) && WEXITSTATUS(status) == kNotRun) {
         result.failure = "there is no " + words.front() + " here";
     } else if (result.failure.empty() && status != 0) {

@@ -14,9 +14,10 @@ struct CommandResult {
 
 /**
  * Runs the program (looked for in PATH) with the words behind it, without input. It is killed after
- * `limit`, and when it writes more than `size` bytes. Blocks until then.
+ * `limit`, when it writes more than `size` bytes, and when `stopFd`, if it is one, has input.
+ * Blocks until then, and a second longer for one that can't be killed, which is left.
  */
 CommandResult runCommand(const std::vector<std::string>& words, size_t size,
-                         std::chrono::milliseconds limit);
+                         std::chrono::milliseconds limit, int stopFd = -1);
 
 }  // namespace Ursa::OS::Wifi::Tools

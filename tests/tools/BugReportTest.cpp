@@ -1,15 +1,22 @@
 // The parts of which a bug report is made: commands with their limits, and stand-ins for names.
 
 #include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/Program.h"
+#include "tests/tools/Client.h"
 #include "tools/Anonymizer.h"
 #include "tools/BugReport.h"
 #include "tools/Json.h"
 #include "tools/RunCommand.h"
+#include "tools/WakeFd.h"
 
 using namespace ::Ursa::OS::Wifi::Tools;
 using namespace std::chrono_literals;
@@ -44,6 +51,24 @@ TEST(RunCommand, CommandThatHangsIsKilledWithWhatItStarted) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 100s);
 }
 
+TEST(RunCommand, CommandThatClosesItsOutputsAndRunsOnIsKilled) {
+    const auto begin = std::chrono::steady_clock::now();
+    const CommandResult result =
+        runCommand({"sh", "-c", "exec >/dev/null 2>&1; sleep 1000"}, kSize, 200ms);
+    EXPECT_EQ(result.failure, "not ended within 1 s");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 100s);
+}
+
+TEST(RunCommand, CommandIsKilledWhenItIsToStop) {
+    const WakeFd stop;
+    stop.wake();
+    for (const char* script : {"sleep 1000", "exec >/dev/null 2>&1; sleep 1000"}) {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_NE(runCommand({"sh", "-c", script}, kSize, 1000s, stop.fd()).failure, "");
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, 100s);
+    }
+}
+
 TEST(RunCommand, OutputIsCutAtTheSize) {
     const CommandResult result = runCommand({"sh", "-c", "yes | head -c 5000"}, kSize, 10s);
     EXPECT_EQ(result.output.size(), kSize);
@@ -59,6 +84,44 @@ TEST(BugReport, ItemsHoldFiveMegabytesAndTakeAMinuteAtMost) {
     }
     EXPECT_LE(size, 5'000'000U);
     EXPECT_LE(limit, 60s);
+}
+
+using ClientBugReport = ::test::Client;
+
+TEST_F(ClientBugReport, ItemThatCannotBeWrittenIsNamed) {
+    const std::string folder = root_ + "/data/misc/stats";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/atoms.jsonl") << std::string(50'000, 'x');
+    options_.environment.push_back("TMPDIR=" + root_);
+    // Files of a few KB at most; the archive goes to a device, which has no limit.
+    ::test::Program limited({"/bin/sh", "-c",
+                             std::string("ulimit -f 8; trap '' XFSZ; exec '") + CORVID_WIFI +
+                                 "' bugreport --json -o /dev/null"},
+                            options_);
+    const Json made = Json::parse(limited.readOutput());
+    EXPECT_EQ(limited.wait(), 0);
+    Json atoms;
+    for (const Json& item : made["items"]) {
+        atoms = item["name"] == "atoms.jsonl" ? item : atoms;
+    }
+    EXPECT_EQ(atoms["state"], "not written: File too large");
+}
+
+TEST_F(ClientBugReport, InterruptedReportLeavesNothingBehind) {
+    startService();
+    service_->signal(SIGSTOP);  // the first item waits for it
+    const std::string folder = root_ + "/tmp";
+    std::filesystem::create_directory(folder);
+    options_.environment.push_back("TMPDIR=" + folder);
+    const auto report = start({"bugreport", "-o", root_ + "/report.tar.gz"});
+    while (std::filesystem::is_empty(folder)) {
+        std::this_thread::sleep_for(1ms);
+    }
+    report->signal(SIGINT);
+    EXPECT_EQ(report->wait(), 1);
+    EXPECT_THAT(report->readError(), HasSubstr("interrupted"));
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    EXPECT_FALSE(std::filesystem::exists(root_ + "/report.tar.gz"));
 }
 
 TEST(Anonymizer, NamesGetStandInsThatStayTheSame) {
