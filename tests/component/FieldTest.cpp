@@ -135,7 +135,8 @@ TEST_F(Field, AnonymousBugReportHasNoNameOfAGroupAndItsReportIsJson) {
     headset_.startDaemon();
     headset_.play("expect attach p2p0 within 20s");
     headset_.play("p2p start freq=2437");
-    headset_.play("expect log \"P2P event(GROUP-STARTED\" within 20s");
+    headset_.expectRecord("event", "P2P-GROUP-STARTED");
+    headset_.settle();
     ASSERT_THAT(ask("debug --json history"), HasSubstr(kGroupName));
     const std::string file = headset_.sim().root() + "/report.tar.gz";
     ask("bugreport --anonymize -o " + file);
