@@ -30,34 +30,27 @@ std::string fieldText(const Json& entry, const char* field) {
     return value != entry.end() && value->is_string() ? value->get<std::string>() : "";
 }
 
-/** In one line: an answer's lines stand beside each other. */
-std::string inOneLine(std::string text) {
-    for (char& c : text) {
-        c = c == '\n' ? ' ' : c;
-    }
-    return text;
-}
-
 }  // namespace
 
 std::string historyLine(const Json& entry) {
     char head[64];
     std::snprintf(head, sizeof(head), "%s  %-3s %-7s  ",
                   clockText(entry.value("at", Json())).c_str(),
-                  fieldText(entry, "interface").c_str(), fieldText(entry, "kind").c_str());
-    std::string text = head + inOneLine(fieldText(entry, "text"));
+                  printable(fieldText(entry, "interface")).c_str(),
+                  printable(fieldText(entry, "kind")).c_str());
+    std::string text = head + printable(fieldText(entry, "text"));
     const std::string outcome = fieldText(entry, "outcome");
     if (outcome == "ok") {
-        text += " -> " + inOneLine(fieldText(entry, "reply"));
+        text += " -> " + printable(fieldText(entry, "reply"));
     } else if (!outcome.empty()) {
-        text += " -> (" + outcome + ")";
+        text += " -> (" + printable(outcome) + ")";
     }
     const auto duration = entry.find("durationUs");
     if (duration != entry.end() && duration->is_number()) {
         text += "  " + toLine(*duration) + " us";
     }
     const std::string by = fieldText(entry, "by");
-    text += by.empty() ? "" : "  [" + by + "]";
+    text += by.empty() ? "" : "  [" + printable(by) + "]";
     const int64_t repeats = entry.value("repeats", int64_t{1});
     return text + (repeats > 1 ? "  (" + std::to_string(repeats) + " times)" : "");
 }

@@ -1,6 +1,7 @@
 // props and props set.
 
 #include <fnmatch.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <array>
@@ -78,7 +79,13 @@ std::string wrongWithValue(const Json& property, const std::string& value) {
     int number = 0;
     unsigned unsignedNumber = 0;
     if (type == "bool") {
-        return value == "true" || value == "false" ? "" : "true or false";
+        // As the daemon reads it.
+        for (const char* word : {"true", "false", "1", "0"}) {
+            if (strcasecmp(value.c_str(), word) == 0) {
+                return "";
+            }
+        }
+        return "true or false";
     }
     if (type == "int") {
         return ::android::base::ParseInt(value, &number)

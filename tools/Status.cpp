@@ -22,8 +22,9 @@ namespace {
 
 constexpr size_t kLabelWidth = 10;
 
-std::string row(const std::string& label, const std::string& text) {
-    return label + std::string(kLabelWidth - label.size(), ' ') + text + "\n";
+std::string row(const std::string& label, const std::string& text, bool isRed = false) {
+    return label + std::string(kLabelWidth - label.size(), ' ') + (isRed ? "\033[1;31m" : "") +
+           printable(text) + (isRed ? "\033[0m" : "") + "\n";
 }
 
 /** A number with its unit, or "unknown". */
@@ -151,7 +152,7 @@ std::string statusText(const Json& report, const std::vector<std::string>& troub
     }
     std::string label = "trouble";
     for (const std::string& trouble : troubles) {
-        text += row(label, colour ? "\033[1;31m" + trouble + "\033[0m" : trouble);
+        text += row(label, trouble, colour);
         label.clear();
     }
     return text;

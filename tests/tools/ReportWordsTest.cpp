@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tools/Print.h"
 #include "tools/Report.h"
 #include "tools/ReportWords.h"
 #include "tools/Troubles.h"
@@ -320,7 +321,9 @@ TEST(Props, ValueMustFitTheType) {
     EXPECT_EQ(wrongWithValue(number, "20"), "");
     EXPECT_THAT(wrongWithValue(number, "-1"), HasSubstr("from 0 to 4294967295"));
     EXPECT_THAT(wrongWithValue(number, "20dBm"), HasSubstr("a whole number"));
-    EXPECT_EQ(wrongWithValue(flag, "false"), "");
+    for (const char* value : {"true", "false", "1", "0", "TRUE"}) {
+        EXPECT_EQ(wrongWithValue(flag, value), "") << value;
+    }
     EXPECT_EQ(wrongWithValue(flag, "yes"), "true or false");
 }
 
@@ -343,6 +346,32 @@ TEST(History, LineHasTimeWhatAndAnswer) {
     pending["outcome"] = "timeout";
     pending["repeats"] = 1;
     EXPECT_THAT(historyLine(pending), HasSubstr("-> (timeout)  350 us"));
+}
+
+TEST(Printable, ControlCharactersAndWhatIsNoUtf8AreShownAsText) {
+    EXPECT_EQ(printable("Caf\xC3\xA9 \xE2\x86\x92 \\"), "Caf\xC3\xA9 \xE2\x86\x92 \\");
+    EXPECT_EQ(printable("\033[2J\r\x7F\t"), "\\x1b[2J\\x0d\\x7f\\x09");
+    EXPECT_EQ(printable("a\nb"), "a b");
+    EXPECT_EQ(printable("\xC2\x9B"
+                        "2J\xC2\xA0"),
+              "\\x9b2J\xC2\xA0")
+        << "a CSI of one character";
+    EXPECT_EQ(printable("\xFF\xC2"), "\xEF\xBF\xBD\xEF\xBF\xBD");
+}
+
+TEST(Printable, HostileTextOfAReportDoesNotReachTheTerminal) {
+    const std::string hostile =
+        "wlan0\033]0;title\a\r\xC2\x9B"
+        "2J";
+    const std::string shown = "wlan0\\x1b]0;title\\x07\\x0d\\x9b2J";
+    Json report = wellReport();
+    report["sockets"]["sockets"][0]["path"] = "/" + hostile;
+    EXPECT_THAT(statusText(report, {}, false), HasSubstr("sockets   " + shown + " Connected"));
+    EXPECT_THAT(statusText(report, {hostile}, true),
+                HasSubstr("trouble   \033[1;31m" + shown + "\033[0m\n"));
+    const Json entry = {{"kind", "event"}, {"at", momentOf(100)}, {"interface", "STA"},
+                        {"text", hostile}, {"outcome", "ok"},     {"reply", hostile}};
+    EXPECT_THAT(historyLine(entry), HasSubstr("  " + shown + " -> " + shown));
 }
 
 TEST(Duration, UnitFitsTheLength) {
