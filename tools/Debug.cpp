@@ -1,7 +1,6 @@
 #include "tools/Debug.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -26,8 +25,6 @@ using ::android::hardware::hidl_vec;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /** Makes the call on a thread of its own, which a service that hangs may keep for ever. */
 std::future<bool> callDebug(const sp<IWifi>& service, std::vector<std::string> options,
                             unique_fd output) {
@@ -49,27 +46,16 @@ std::future<bool> callDebug(const sp<IWifi>& service, std::vector<std::string> o
 
 }  // namespace
 
-std::string askDebug(const sp<IWifi>& service, const std::vector<std::string>& options,
-                     std::chrono::milliseconds limit) {
+std::string askDebug(const sp<IWifi>& service, const std::vector<std::string>& options) {
     unique_fd input;
     unique_fd output;
     if (!::android::base::Pipe(&input, &output)) {
         throw std::runtime_error(std::string("no pipe: ") + strerror(errno));
     }
-    const Clock::time_point end = Clock::now() + limit;
     std::future<bool> answered = callDebug(service, options, std::move(output));
     std::string text;
     std::array<char, 4096> part;
     while (true) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-        const bool isLimited = limit.count() > 0;
-        pollfd waited = {input.get(), POLLIN, 0};
-        if ((isLimited && left <= 0) ||
-            poll(&waited, 1, isLimited ? static_cast<int>(left) : -1) == 0) {
-            throw ServiceError("the service has not answered within " +
-                               std::to_string(limit.count()) +
-                               " ms: it serves one call at a time, and another one is waiting");
-        }
         const ssize_t size = read(input.get(), part.data(), part.size());
         if (size == 0) {
             break;
@@ -79,7 +65,7 @@ std::string askDebug(const sp<IWifi>& service, const std::vector<std::string>& o
         }
     }
     if (!answered.get()) {
-        throw ServiceError("the service died while it was asked");
+        throw ServiceDied("the service died while it was asked");
     }
     return text;
 }

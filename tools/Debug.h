@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <chrono>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,10 +18,8 @@ constexpr std::array<std::string_view, 10> kReportSections = {
 
 /**
  * What the service's debug call writes for `options` ("--json", names of sections). Throws
- * ServiceError when the service goes away, or does not answer within `limit` (0: none): it serves
- * one call at a time, and the one before may be waiting.
+ * ServiceDied when the service goes away. The caller's Deadline limits it.
  */
-std::string askDebug(const ::android::sp<IWifi>& service, const std::vector<std::string>& options,
-                     std::chrono::milliseconds limit);
+std::string askDebug(const ::android::sp<IWifi>& service, const std::vector<std::string>& options);
 
 }  // namespace Ursa::OS::Wifi::Tools

@@ -24,6 +24,11 @@ class ServiceError : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/** It died during a call. */
+class ServiceDied : public ServiceError {
+    using ServiceError::ServiceError;
+};
+
 /** Throws a ServiceError if the call was not answered. */
 void requireAnswer(const ::android::hardware::details::return_status& result);
 

@@ -140,7 +140,7 @@ Wake waitForEnd(const WakeFd& stop, const Shared& shared, const std::function<vo
     return ends[1].revents != 0 ? Wake::Failed : Wake::Stop;
 }
 
-/** Hands on what is new in the service's history each time. */
+/** Hands on what is new in the service's history, or has repeated, each time. */
 class HistoryFollower {
   public:
     HistoryFollower(sp<IWifi> service, EventWriter& writer)
@@ -150,8 +150,10 @@ class HistoryFollower {
         const Json history = askReport(service_, {"history"}).value("history", Json::object());
         for (const Json& entry : history.value("entries", Json::array())) {
             const int64_t sequence = entry.value("sequence", int64_t{0});
-            if (sequence > last_) {
+            const int64_t repeats = entry.value("repeats", int64_t{1});
+            if (sequence > last_ || (sequence == last_ && repeats > repeats_)) {
                 last_ = sequence;
+                repeats_ = repeats;
                 writer_.event({{"history", entry}});
             }
         }
@@ -161,6 +163,7 @@ class HistoryFollower {
     const sp<IWifi> service_;
     EventWriter& writer_;
     int64_t last_ = 0;
+    int64_t repeats_ = 0;  ///< of the last one, which goes on as long as nothing else happens
 };
 
 MonitorEnd serviceDied() {
@@ -196,11 +199,15 @@ MonitorEnd monitor(const sp<IWifi>& service, std::FILE* out, const Deadline& dea
         follower.look();
         deadline.stop();
     };
-    if (options.history) {
-        look();
+    Wake wake = Wake::Died;
+    try {
+        if (options.history) {
+            look();
+        }
+        wake = waitForEnd(stop, *shared, options.history ? std::function<void()>(look) : nullptr);
+    } catch (const ServiceDied&) {
+        deadline.stop();
     }
-    const Wake wake =
-        waitForEnd(stop, *shared, options.history ? std::function<void()>(look) : nullptr);
     if (wake == Wake::Died) {
         return serviceDied();
     }

@@ -19,9 +19,7 @@ constexpr int64_t kDay = 24 * kHour;
 Json askReport(const ::android::sp<IWifi>& service, const std::vector<std::string>& sections) {
     std::vector<std::string> options = sections;
     options.emplace_back("--json");
-    // The caller's Deadline limits it.
-    Json report =
-        Json::parse(askDebug(service, options, std::chrono::milliseconds(0)), nullptr, false);
+    Json report = Json::parse(askDebug(service, options), nullptr, false);
     if (!report.is_object() || !report.contains("schema")) {
         throw ServiceError("the service has no report on itself: it is older than this client");
     }

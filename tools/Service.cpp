@@ -69,8 +69,9 @@ std::string forbiddenPath() {
 }  // namespace
 
 Deadline::Deadline(milliseconds limit) : limit_(limit) {
-    lateMessage = "corvid-wifi: the service did not answer within " + inSeconds(limit) +
-                  ": it hangs or is stopped\n";
+    lateMessage =
+        "corvid-wifi: the service did not answer within " + inSeconds(limit) +
+        ": it hangs or is stopped, or another call keeps it (it serves one call at a time)\n";
     struct sigaction action {};
     action.sa_handler = onLate;
     sigaction(SIGALRM, &action, nullptr);

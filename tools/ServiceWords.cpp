@@ -100,7 +100,7 @@ int runDebug(const CommandLine& line) {
         options.emplace_back("--json");
     }
     const Deadline deadline(line.timeout());
-    print(askDebug(findService(line), options, std::chrono::milliseconds(0)));
+    print(askDebug(findService(line), options));
     return kSuccess;
 }
 

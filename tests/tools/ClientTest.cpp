@@ -245,6 +245,7 @@ TEST_F(ClientUsage, StoppedServiceIsGivenUpAfterTheTimeout) {
         const Outcome result = run({word, "--timeout", "250ms"});
         EXPECT_EQ(result.status, 5) << word;
         EXPECT_THAT(result.error, HasSubstr("the service did not answer within 0.25 s"));
+        EXPECT_THAT(result.error, HasSubstr("it serves one call at a time"));
     }
     kill(service_->pid(), SIGCONT);
 }
@@ -507,6 +508,37 @@ TEST_F(ClientMonitor, DeathOfTheServiceEndsItWith4) {
     startMonitor();
     service_->signal(SIGKILL);
     EXPECT_EQ(service_->wait(), kSigKilled);
+    EXPECT_EQ(monitor_->wait(), 4);
+    EXPECT_THAT(monitor_->readError(), HasSubstr("the service died"));
+}
+
+TEST_F(ClientMonitor, EntryOfTheHistoryIsShownOnceAndAgainWhenItRepeats) {
+    const auto report = [](int sequence, int repeats) {
+        return "report {\"schema\":1,\"history\":{\"entries\":[{\"sequence\":" +
+               std::to_string(sequence) + ",\"repeats\":" + std::to_string(repeats) + "}]}}";
+    };
+    const auto shown = [](int sequence, int repeats) {
+        return "{\"history\":{\"sequence\":" + std::to_string(sequence) +
+               ",\"repeats\":" + std::to_string(repeats) + "}}";
+    };
+    tell(report(7, 1));
+    monitor_ = start({"monitor", "--all"});
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"registered"})");
+    EXPECT_EQ(service_->readLine(), "register");
+    EXPECT_EQ(monitor_->readLine(), shown(7, 1));
+    tell(report(7, 2));
+    EXPECT_EQ(monitor_->readLine(), shown(7, 2));
+    tell(report(8, 1));
+    EXPECT_EQ(monitor_->readLine(), shown(8, 1));
+}
+
+TEST_F(ClientMonitor, DeathOfTheServiceWhileItIsAskedForItsHistoryEndsItWith4) {
+    tell("report {\"schema\":1,\"history\":{\"entries\":[{\"sequence\":1}]}}");
+    monitor_ = start({"monitor", "--all"});
+    EXPECT_EQ(monitor_->readLine(), R"({"event":"registered"})");
+    EXPECT_EQ(service_->readLine(), "register");
+    EXPECT_EQ(monitor_->readLine(), R"({"history":{"sequence":1}})");
+    tell("die");
     EXPECT_EQ(monitor_->wait(), 4);
     EXPECT_THAT(monitor_->readError(), HasSubstr("the service died"));
 }

@@ -6,6 +6,7 @@
 //   p2p FREQUENCY BANDWIDTH            answer this to getP2pInfo
 //   sta FREQUENCY RSSI BANDWIDTH       answer this to getStaInfo
 //   text HEX                           answer these bytes to dumpInfo
+//   report JSON                        write this in the debug call
 //   channel FREQUENCY WIDTH true|false call the clients' onChannelSwitch
 //   assoc                              call the clients' onAssocStarted
 //   regdom HEX HEX HEX                 call the clients' onRegdomUpdated with these bytes
@@ -25,7 +26,9 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/file.h>
 #include <android-base/thread_annotations.h>
+#include <cutils/native_handle.h>
 #include <hidl/HidlTransportSupport.h>
 #include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
 
@@ -34,6 +37,9 @@
 namespace {
 
 using ::android::sp;
+using ::android::hardware::hidl_handle;
+using ::android::hardware::hidl_string;
+using ::android::hardware::hidl_vec;
 using ::android::hardware::interfacesEqual;
 using ::android::hardware::Return;
 using ::android::hardware::Void;
@@ -91,6 +97,14 @@ class FakeWifiService : public IWifi {
 
     Return<void> clearScs(int32_t id, clearScs_cb callback) override {
         return answer("clearScs", {id}, callback);
+    }
+    Return<void> debug(const hidl_handle& handle, const hidl_vec<hidl_string>& /*o*/) override {
+        MutexLock lock(mutex_);
+        if (die_) {
+            ::_exit(0);
+        }
+        ::android::base::WriteStringToFd(report_, handle->data[0]);
+        return Void();
     }
     Return<void> dumpInfo(dumpInfo_cb callback) override {
         note("dumpInfo");
@@ -204,6 +218,8 @@ class FakeWifiService : public IWifi {
             std::string hex;
             words >> hex;
             text_ = fromHex(hex);
+        } else if (verb == "report") {
+            std::getline(words >> std::ws, report_);
         } else if (verb == "early") {
             early_ = true;
         } else if (verb == "die") {
@@ -254,6 +270,7 @@ class FakeWifiService : public IWifi {
     StaInfo sta_ GUARDED_BY(mutex_) = {-1, -1, 0};
     int32_t id_ GUARDED_BY(mutex_) = 0;
     std::string text_ GUARDED_BY(mutex_);
+    std::string report_ GUARDED_BY(mutex_);
     bool early_ GUARDED_BY(mutex_) = false;
     bool die_ GUARDED_BY(mutex_) = false;
     std::vector<sp<ICorvidWifiManagerCallback>> clients_ GUARDED_BY(mutex_);
