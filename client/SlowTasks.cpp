@@ -22,14 +22,18 @@ void SlowTasks::noteSlow_(Kind kind, std::string_view name, int64_t durationNs, 
         auto entry = std::find_if(entries_.begin(), entries_.end(), [&](const Entry& known) {
             return known.kind == kind && known.name == name;
         });
-        if (entry == entries_.end() && entries_.size() < kMaxNames) {
+        if (entry == entries_.end()) {
+            if (entries_.size() == kMaxNames) {
+                entries_.erase(std::min_element(entries_.begin(), entries_.end(),
+                                                [](const Entry& a, const Entry& b) {
+                                                    return a.last.monotonicNs < b.last.monotonicNs;
+                                                }));
+            }
             entry = entries_.insert(entries_.end(), {kind, std::string(name), 0, 0, {}});
         }
-        if (entry != entries_.end()) {
-            ++entry->count;
-            entry->longestNs = std::max(entry->longestNs, durationNs);
-            entry->last = now;
-        }
+        ++entry->count;
+        entry->longestNs = std::max(entry->longestNs, durationNs);
+        entry->last = now;
         int64_t& warned = warnedNs_[static_cast<size_t>(kind)];
         if (warned != 0 && now.monotonicNs - warned < kQuietNs) {
             return;

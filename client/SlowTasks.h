@@ -54,7 +54,7 @@ class SlowTasks {
         EXCLUDES(mutex_);
 
     mutable Mutex mutex_;
-    std::vector<Entry> entries_ GUARDED_BY(mutex_);  ///< at most kMaxNames
+    std::vector<Entry> entries_ GUARDED_BY(mutex_);  ///< the last kMaxNames
     std::array<int64_t, 2> warnedNs_ GUARDED_BY(mutex_) = {0, 0};
 };
 
