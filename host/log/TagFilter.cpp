@@ -15,12 +15,12 @@ TagFilter::TagFilter(std::string_view words) {
     }
 }
 
-int TagFilter::levelOf(std::string_view letter) {
+int TagFilter::levelOf(std::string_view word) {
     static constexpr std::string_view kLetters = "VDIWEFS";  // from ANDROID_LOG_VERBOSE upwards
-    if (letter.size() != 1) {
+    if (word.empty()) {
         return 0;
     }
-    const int upper = std::toupper(static_cast<unsigned char>(letter.front()));
+    const int upper = std::toupper(static_cast<unsigned char>(word.front()));
     const size_t level = kLetters.find(static_cast<char>(upper));
     return level == std::string_view::npos ? 0 : ANDROID_LOG_VERBOSE + static_cast<int>(level);
 }

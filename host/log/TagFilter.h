@@ -12,8 +12,8 @@ namespace host {
 /**
  * Which log lines are shown, from ANDROID_LOG_TAGS: words "TAG:LEVEL", separated by blanks. TAG `*`
  * is every tag without a word of its own (INFO and above without one). LEVEL is V, D, I, W, E, F or
- * S (silent), in either case. The last word about a tag counts; other words are ignored. Immutable,
- * so any thread may use it.
+ * S (silent), in either case, or a word that begins with it ("DEBUG"). The last word about a tag
+ * counts; other words are ignored. Immutable, so any thread may use it.
  */
 class TagFilter {
   public:
@@ -22,8 +22,8 @@ class TagFilter {
     /** Whether a line of that priority (an android_LogPriority) and tag is shown. */
     bool shows(int priority, std::string_view tag) const;
 
-    /** The android_LogPriority of "V", "d", ...; 0 for any other text. */
-    static int levelOf(std::string_view letter);
+    /** The android_LogPriority of "V", "d", "debug", ...: of the first letter. 0 for another. */
+    static int levelOf(std::string_view word);
 
   private:
     void add_(std::string_view word);

@@ -196,7 +196,7 @@ TEST(HostLog, FileAndLineAreShownBeforeTheText) {
 
 TEST(TagFilter, UnknownWordsAreIgnored) {
     const host::TagFilter filter(
-        "CorvidWifi CorvidWifi: :V CorvidWifi:Q : CorvidWifi::V CorvidWifi:VV *:Q * Other:d");
+        "CorvidWifi CorvidWifi: :V CorvidWifi:Q : CorvidWifi::V CorvidWifi:XV *:Q * Other:d");
     EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
     EXPECT_TRUE(filter.shows(ANDROID_LOG_INFO, "CorvidWifi"));
     EXPECT_TRUE(filter.shows(ANDROID_LOG_DEBUG, "Other"));
@@ -213,11 +213,13 @@ TEST(TagFilter, TagIsComparedAsAWhole) {
     EXPECT_FALSE(filter.shows(ANDROID_LOG_DEBUG, "CorvidWifi"));
 }
 
-TEST(TagFilter, LevelIsALetterInEitherCase) {
+TEST(TagFilter, LevelIsTheFirstLetterInEitherCase) {
     EXPECT_EQ(host::TagFilter::levelOf("V"), ANDROID_LOG_VERBOSE);
     EXPECT_EQ(host::TagFilter::levelOf("e"), ANDROID_LOG_ERROR);
     EXPECT_EQ(host::TagFilter::levelOf("S"), ANDROID_LOG_SILENT);
-    for (const char* text : {"", "X", "VV", "debug", " ", "?"}) {
+    EXPECT_EQ(host::TagFilter::levelOf("VERBOSE"), ANDROID_LOG_VERBOSE);
+    EXPECT_EQ(host::TagFilter::levelOf("debug"), ANDROID_LOG_DEBUG);
+    for (const char* text : {"", "X", "XV", " ", "?"}) {
         EXPECT_EQ(host::TagFilter::levelOf(text), 0) << text;
     }
 }
