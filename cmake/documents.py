@@ -59,7 +59,7 @@ def bash(about):
     words = " ".join(word["name"] for word in about["words"])
     first = f"""    local word i
     for ((i = 1; i < COMP_CWORD; ++i)); do
-        case ${{COMP_WORDS[i]}} in -*) ;; *) word=${{COMP_WORDS[i]}} && break ;; esac
+        case ${{COMP_WORDS[i]}} in {valued or "--"}) ((++i)) ;; -*) ;; *) word=${{COMP_WORDS[i]}} && break ;; esac
     done
     [ -n "$word" ] || words+=" {words}"
     case $word in

@@ -95,6 +95,8 @@ class Install(unittest.TestCase):
         self.assertEqual(self.complete("st"), ["sta", "status"])
         self.assertEqual(self.complete("bugreport", "--an"), ["--anonymize"])
         self.assertEqual(self.complete("dump", "--js"), ["--json"])
+        self.assertEqual(self.complete("--timeout", "5", "bugreport", "--an"), ["--anonymize"])
+        self.assertEqual(self.complete("--timeout", "5", "st"), ["sta", "status"])
 
     def test_bash_completes_methods_and_sections(self):
         self.assertEqual(self.complete("call", "startC"), ["startCsa"])
@@ -174,6 +176,7 @@ class Package(unittest.TestCase):
                 file.write(f'#!/bin/sh\necho "$*" >>{log}\n')
             os.chmod(file.name, 0o755)
             environment = {**os.environ, "PATH": f"{folder}:{os.environ['PATH']}",
+                           "CORVID_STATE": os.path.join(folder, "state"),
                            "SYSTEMD_RUNS": folder if runs else os.path.join(folder, "none")}
             subprocess.run([os.path.join(SOURCE, "cmake", "debian", script), *arguments],
                            check=True, env=environment)
@@ -199,6 +202,14 @@ class Package(unittest.TestCase):
     def test_removal_stops_the_service_and_an_upgrade_does_not(self):
         self.assertEqual(self.told_to_systemd("prerm", "remove")[-1], "stop corvid-wifi.service")
         self.assertEqual(self.told_to_systemd("prerm", "upgrade", "2.0"), [])
+
+    def test_service_stays_enabled_until_the_package_is_purged(self):
+        # dpkg tells postinst the version that was configured last, also after a removal.
+        for arguments in (("prerm", "remove"), ("postrm", "remove"),
+                          ("postinst", "configure", "1.0")):
+            self.assertNotIn("disable", " ".join(self.told_to_systemd(*arguments)))
+        self.assertIn("--quiet disable corvid-wifi.service",
+                      self.told_to_systemd("postrm", "purge"))
 
 
 if __name__ == "__main__":
