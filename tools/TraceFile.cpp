@@ -82,14 +82,22 @@ void TraceFile::append_(const Json& line) {
         }
         if (count < 0) {
             error_ = errno;
-            // It fails on a pipe, from which nothing can be taken back.
-            [[maybe_unused]] const int cut = ::ftruncate(fd_, wholeSize_);
+            takeBack_(static_cast<off_t>(text.size() - left.size()));
             failed_.wake();
             return;
         }
         left.remove_prefix(static_cast<size_t>(count));
     }
-    wholeSize_ += static_cast<off_t>(text.size());
+}
+
+void TraceFile::takeBack_(off_t size) const {
+    // Standard output may be a file with other text in front. A pipe has no position, and nothing
+    // can be taken back from it. Nothing of a line was written: with >> the position may still be
+    // 0.
+    const off_t end = size > 0 ? ::lseek(fd_, 0, SEEK_CUR) : -1;
+    if (end >= size) {
+        [[maybe_unused]] const int cut = ::ftruncate(fd_, end - size);
+    }
 }
 
 }  // namespace Ursa::OS::Wifi::Tools

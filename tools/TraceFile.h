@@ -36,12 +36,13 @@ class TraceFile {
 
   private:
     void append_(const Json& line) REQUIRES(mutex_);
+    /** Cuts the last `size` bytes off, those of a line that is not whole. */
+    void takeBack_(off_t size) const REQUIRES(mutex_);
 
     ::android::base::unique_fd ownFd_;
     const int fd_;
     const WakeFd& failed_;
     Mutex mutex_;
-    off_t wholeSize_ GUARDED_BY(mutex_) = 0;  ///< up to the last whole line, bytes
     int error_ GUARDED_BY(mutex_) = 0;
 };
 

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -10,8 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include "tests/support/TempFolder.h"
 #include "tools/TraceFile.h"
@@ -83,6 +87,55 @@ TEST_F(TraceFiles, FileThatIsThereIsRefusedOrOverwritten) {
     TraceFile file(path_, Existing::Overwrite, failed_);
     file.write("note", {});
     EXPECT_EQ(lines().size(), 1U);
+}
+
+/** Standard output is the end of a file that can grow to a size, until this goes. */
+class FullOutput {
+  public:
+    FullOutput(const std::string& path, rlim_t size) {
+        std::fflush(stdout);
+        const ::android::base::unique_fd file(::open(path.c_str(), O_WRONLY | O_APPEND));
+        ::dup2(file.get(), STDOUT_FILENO);
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit = {size, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullOutput() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        ::dup2(output_.get(), STDOUT_FILENO);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FullOutput(const FullOutput&) = delete;
+    FullOutput& operator=(const FullOutput&) = delete;
+
+  private:
+    const ::android::base::unique_fd output_{::dup(STDOUT_FILENO)};
+    void (*const handler_)(int) = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before_ = {};
+};
+
+TEST_F(TraceFiles, LineCutOnStandardOutputIsTakenBackAndWhatStoodThereBeforeStays) {
+    std::ofstream(path_) << "earlier\n";
+    {
+        const FullOutput output(path_, 150);
+        TraceFile file("-", Existing::Refuse, failed_);
+        file.write("note", {{"text", "fits"}});
+        file.write("note", {{"text", std::string(100, 'x')}});
+    }
+    ASSERT_EQ(lines().size(), 2U);
+    EXPECT_EQ(lines()[0], "earlier");
+    EXPECT_EQ(Json::parse(lines()[1])["text"], "fits");
+    EXPECT_TRUE(woken());
+}
+
+TEST_F(TraceFiles, LineOfWhichNothingIsWrittenLeavesWhatStoodThereBefore) {
+    std::ofstream(path_) << "earlier\n";
+    {
+        const FullOutput output(path_, 8);
+        TraceFile file("-", Existing::Refuse, failed_);
+        file.write("note", {});
+    }
+    EXPECT_EQ(lines(), std::vector<std::string>{"earlier"});
 }
 
 TEST_F(TraceFiles, FullDiskWakesAndEndsTheWriting) {
