@@ -37,7 +37,8 @@ class ImportTest(FilesTest):
 
     def assert_unread(self, *lines):
         """The lines that were named are these, in this order."""
-        named = [line.split(":")[1] for line in self.said.splitlines() if "read as" not in line]
+        named = [line.split(":")[1] for line in self.said.splitlines()
+                 if "read as" not in line and "MHz is taken" not in line]
         self.assertEqual(named, [str(line) for line in lines], self.said)
 
 
@@ -63,6 +64,13 @@ class LogTest(ImportTest):
         self.assertEqual(len(self.only(records, "log")), 3)
         self.assert_unread()
 
+    def test_last_line_that_the_file_ends_in_is_named_and_left_away(self):
+        cut = self.EPOCH.removesuffix("K\n")
+        self.assertEqual(self.only(self.imported(cut)[1], "command"), [])
+        self.assert_unread(5)
+        self.imported(self.EPOCH + "1763793606.000  9  9 D SomethingElse: cu")
+        self.assert_unread()
+
     def test_every_form_of_a_time_gives_the_same_walk(self):
         expected = self.samples(self.EPOCH)
         for stamps, options in (
@@ -77,7 +85,7 @@ class LogTest(ImportTest):
                   "2025-11-22 06:40:05.260000 +0000  wifi "), ())):
             lines = self.EPOCH.splitlines()
             text = "\n".join([lines[0]] + [stamp + line.split(None, 1)[1]
-                                           for stamp, line in zip(stamps, lines[1:])])
+                                           for stamp, line in zip(stamps, lines[1:])]) + "\n"
             self.assertEqual(self.samples(text, *options), expected, stamps[0])
             self.assert_unread()
 
@@ -318,9 +326,31 @@ class TableTest(ImportTest):
         self.assertEqual([record["t"] for record in records], [0, 1])
 
     def test_rows_that_cannot_be_are_named(self):
-        self.imported("time_s,rssi_dbm,freq_mhz,mood\n0,-50,5180,good\nx,-50,5180\n1,5,5180\n"
-                      "2,nan,5180\n3,-50,5180.5\n4,-50,1\n5\n-1,-50,5180\n6,-50,inf\n7,-51,5180\n")
-        self.assert_unread(1, 3, 4, 5, 6, 7, 8, 9, 10)
+        self.imported("time_s,rssi_dbm,freq_mhz,mood\n0,-50,5180,good\nx,-50,5180,\n1,5,5180,\n"
+                      "2,nan,5180,\n3,-50,5180.5,\n4,-50,1,\n-1,-50,5180,\n6,-50,inf,\n7,-51,5180,\n")
+        self.assert_unread(1, 3, 4, 5, 6, 7, 8, 9)
+
+    def test_row_with_another_number_of_cells_than_the_header_line_is_named(self):
+        samples = self.samples("time_s,rssi_dbm,freq_mhz\n0,-50,5180\n1\n2,-51\n3,-52,5180,80\n"
+                               "4,,\n5,-53,5200\n")
+        self.assertEqual([t for t, _, _ in samples], [0, 4, 5])
+        self.assert_unread(3, 4, 5)
+
+    def test_frequency_that_is_missing_in_a_row_with_a_signal_is_named(self):
+        samples = self.samples("time_s,rssi_dbm,freq_mhz\n0,-50,2437\n1,-51,\n2,-52,2437\n")
+        self.assertEqual(samples, [(0, link(-50, 2437), None), (2, link(-52, 2437), None)])
+        self.assert_unread(3)
+
+    def test_column_that_is_there_twice_is_named_and_the_first_counts(self):
+        samples = self.samples("time_s,rssi_dbm,freq_mhz,rssi_dbm\n0,-50,5180,-70\n")
+        self.assertEqual(samples, [(0, link(-50), None)])
+        self.assert_unread(1)
+
+    def test_channel_that_is_taken_for_want_of_a_column_is_said_once(self):
+        self.samples("time_s,rssi_dbm\n0,-50\n1,-51\n", "--strict")
+        self.assertEqual(self.said.count("there is no column freq_mhz; 5180 MHz is taken"), 1)
+        self.samples("time_s,rssi_dbm,freq_mhz\n0,-50,2437\n")
+        self.assertNotIn("is taken", self.said)
 
     def test_header_line_that_lacks_a_column_is_refused(self):
         self.assert_refused(self.convert("seconds,rssi_dbm\n0,-50\n", "--format", "csv"), 1,

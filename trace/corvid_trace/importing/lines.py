@@ -24,6 +24,10 @@ class Problems:
             place = line if isinstance(line, str) else f"{self._path}:{line}"
             self._say(f"{place}: {what}")
 
+    def tell(self, what):
+        """Says what people should know of the file, which is no problem."""
+        self._say(f"{self._path}: {what}")
+
     def finish(self):
         if self._limit is not None and self.count > self._limit:
             self._say(f"{self._path}: {self.count - self._limit} more of these; --show-all names "
@@ -42,6 +46,8 @@ class Lines:
         self._file = file
         self._problems = problems
         self._number = 0
+        # Whether the line that came last lacks its end: the file may be cut there.
+        self.cut = False
 
     def __iter__(self):
         while True:
@@ -58,6 +64,7 @@ class Lines:
             if b"\0" in line:
                 self._problems.add(self._number, "this is no line of a text")
                 continue
+            self.cut = not line.endswith(b"\n")
             yield self._number, line.decode("utf-8", "backslashreplace").rstrip("\r\n")
 
 

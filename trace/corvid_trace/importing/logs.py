@@ -48,7 +48,9 @@ def records(lines, header, problems, options):
     reader = LogReader(header, problems, options)
     for number, text in lines:
         line = parser.parse(number, text)
-        if line:
+        if line and lines.cut and reader.reads(line):
+            problems.add(number, "the file ends inside this line; it is left away")
+        elif line:
             yield from reader.records(number, line)
 
 
@@ -103,6 +105,10 @@ class LogReader:
         self._link = Link(options.sta_interface)
         self._daemon = daemon_log.DaemonLog(self._link, problems)
         header["interfaces"] = {"sta": options.sta_interface}
+
+    def reads(self, line):
+        """Whether a LogLine is of one of the programs that are looked at."""
+        return line.tag in (daemon_log.TAG, SUPPLICANT_TAG)
 
     def records(self, number, line):
         """Those of one LogLine; `number` names it in problems."""

@@ -1,4 +1,7 @@
-"""A table with a header line: time_s,rssi_dbm and, if there is more than one channel, freq_mhz."""
+"""A table with a header line: time_s,rssi_dbm and, if there is more than one channel, freq_mhz.
+
+Every row has as many cells as the header line; nothing is guessed for one that has not.
+"""
 
 import csv
 import math
@@ -52,6 +55,10 @@ def records(lines, header, problems, options):
         if name not in NEEDED + OPTIONAL:
             problems.add(number, f"the column {shortened(name)} is not read; allowed are "
                                  f"{', '.join(NEEDED + OPTIONAL)}")
+    for name in sorted({name for name in names if names.count(name) > 1}):
+        problems.add(number, f"the column {shortened(name)} is there more than once; the first counts")
+    if "freq_mhz" not in names:
+        problems.tell(f"there is no column freq_mhz; {DEFAULT_FREQUENCY_MHZ} MHz is taken")
     header["interfaces"] = {"sta": options.sta_interface}
     link = Link(options.sta_interface)
     start = last = None
@@ -59,7 +66,7 @@ def records(lines, header, problems, options):
         if not text.strip():
             continue
         try:
-            t = _row(dict(zip(names, _cells(text, delimiter))), link)
+            t = _row(_by_name(names, _cells(text, delimiter)), link)
         except ValueError as error:
             problems.add(number, str(error))
             continue
@@ -73,25 +80,32 @@ def records(lines, header, problems, options):
         yield link.sample(round(t - start, 6), always=True)
 
 
-def _number(row, name, default=None):
-    text = row.get(name) or default
+def _by_name(names, cells):
+    if len(cells) != len(names):
+        raise ValueError(f"the row has {len(cells)} cells; the header line has {len(names)}")
+    # Of a name that is there twice the first cell stays.
+    return dict(zip(reversed(names), reversed(cells)))
+
+
+def _number(row, name):
+    text = row[name]
     try:
         value = float(text)
-    except (TypeError, ValueError):
+    except ValueError:
         value = math.nan
     if not math.isfinite(value):
-        raise ValueError(f"{name} is {shortened(text or '')}; allowed is a number")
+        raise ValueError(f"{name} is {shortened(text)}; allowed is a number")
     return value
 
 
 def _row(row, link):
     """Tells the link what a row says; its time. Raises ValueError before anything is changed."""
     t = _number(row, "time_s")
-    if not row.get("rssi_dbm") and "rssi_dbm" in row:
+    if not row["rssi_dbm"]:
         link.disconnect()
         return t
     rssi = _number(row, "rssi_dbm")
-    frequency = _number(row, "freq_mhz", str(DEFAULT_FREQUENCY_MHZ))
+    frequency = _number(row, "freq_mhz") if "freq_mhz" in row else DEFAULT_FREQUENCY_MHZ
     width = row.get("width_mhz") or None
     if not RSSI_DBM[0] <= rssi <= RSSI_DBM[-1]:
         raise ValueError(f"rssi_dbm is {rssi:g}; allowed is {RSSI_DBM[0]} to {RSSI_DBM[-1]}")
