@@ -120,6 +120,16 @@ class FileTest(PageTest):
         self.assertEqual(self.added(records)["runs"][0]["group"],
                          [[1000, 2000, 5745, None], [2000, 3000, 2412, 20]])
 
+    def test_channel_switch_of_another_interface_begins_no_group(self):
+        records = [sample(0), event(1, "CTRL-EVENT-CHANNEL-SWITCH freq=2412 ifname=wlan1 width=20"),
+                   end(2)]
+        self.assertEqual(self.added(records)["runs"][0]["group"], [])
+
+    def test_width_of_two_channels_apart_stays_one(self):
+        records = [sample(0), event(1, "CTRL-EVENT-CHANNEL-SWITCH freq=5500 ch_width=80+80 MHz"),
+                   end(2)]
+        self.assertEqual(Timeline(RESULT_LINE, records).signal[-1].width, "80+80")
+
     @staticmethod
     def added(records):
         timeline = Timeline(RESULT_LINE, records)

@@ -2,12 +2,14 @@
 
 import re
 
+from corvid_trace.importing.link import WIDTHS
+
 STEPS = ("upper", "middle", "lower")
 
 _POWER = re.compile(r"DRIVER SET_TXPOWER (\d+)$")
 _CHAIN_LIMIT = re.compile(r"DRIVER SET_PER_CHAIN_TX_PWR_LIMIT band \d+ chain (\d) power (\d+)$")
 _FREQUENCY = re.compile(r"\bfreq=(\d+)")
-_WIDTH = re.compile(r"\b(?:ch_)?width=(\d+)")
+_WIDTH = re.compile(r"\b(?:ch_)?width=(80\+80|\d+)")
 _INTERFACE = re.compile(r"\bifname=(\S+)")
 
 
@@ -171,7 +173,9 @@ class Timeline:
         if frequency is None:
             return
         if (named.group(1) if named else interface) != self.station:
-            self._group_is(t, frequency, width)
+            # It may be of an access point, too: only a group that is there moves.
+            if self.group and self.group[-1][1] is not None:
+                self._group_is(t, frequency, width)
         elif self.signal and self.signal[-1].connected:
             last = self.signal[-1]
             self.signal.append(Signal(t, True, last.rssi, frequency, width or last.width))
@@ -222,5 +226,4 @@ class Timeline:
 def _channel(text):
     frequency = _FREQUENCY.search(text)
     width = _WIDTH.search(text)
-    return (int(frequency.group(1)) if frequency else None,
-            int(width.group(1)) if width else None)
+    return int(frequency[1]) if frequency else None, WIDTHS.get(width[1]) if width else None
