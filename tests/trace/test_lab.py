@@ -38,6 +38,13 @@ class CaseTest(unittest.TestCase):
         self.assertEqual(lines("at 1500ms rssi -60", "at 2000ms channel switch freq=5200 width=80"),
                          ["wait_until 1500", "hear -60", "switch_channel 2000 5200"])
 
+    def test_properties_change_before_the_daemon_starts_again(self):
+        self.assertEqual(
+            lines("at 1000ms daemon stop", "at 2000ms unset persist.vendor.wifi.a",
+                  'at 2000ms property persist.vendor.wifi.b "2"', "at 2000ms daemon start"),
+            ["wait_until 1000", "stop_daemon", "rm -f /dev/__properties__/persist.vendor.wifi.a",
+             "property b 2", "wait_until 2000", "start_daemon"])
+
     def test_daemon_stops_and_starts(self):
         self.assertEqual(lines("at 1000ms daemon stop", "at 2000ms daemon start"),
                          ["wait_until 1000", "stop_daemon", "wait_until 2000", "start_daemon"])

@@ -15,9 +15,10 @@ from support import FilesTest, sample
 HEADER = {"interfaces": {"sta": "wlan0"}}
 
 
-def maker(*records, header=None):
+def maker(*records, header=None, properties=()):
     return ScenarioMaker("walk", header or HEADER,
-                         [Record(record, number) for number, record in enumerate(records, 2)])
+                         [Record(record, number) for number, record in enumerate(records, 2)],
+                         properties)
 
 
 def lines(*records, header=None):
@@ -132,6 +133,34 @@ class OtherTest(unittest.TestCase):
                   {"type": "daemon", "t": 3, "state": "started"}, sample(4))[1:],
             [(2000, "daemon stop"), (4000, "daemon start")])
 
+    def restarted(self, properties, settings, changes=None, known=("a", "b", "c"), ended=True):
+        """The scenario's lines between the daemon's end, if it was seen, and its start."""
+        records = [sample(0), {"type": "daemon", "t": 1, "state": "ended"},
+                   {"type": "daemon", "t": 3, "state": "started", "properties": properties}]
+        if not ended:
+            del records[1]
+        text = maker(*records, properties=known).text(settings, changes).splitlines()
+        return text[text.index(next(line for line in text if "daemon stop" in line)):-1]
+
+    def test_properties_that_changed_at_a_restart_are_set_before_the_daemon_starts(self):
+        self.assertEqual(self.restarted({"a": "1", "b": "3"}, {"a": "1", "b": "2", "c": "x"}),
+                         ["at 2000ms daemon stop", "at 4000ms unset c", 'at 4000ms property b "3"',
+                          "at 4000ms daemon start"])
+
+    def test_property_that_was_set_for_the_play_stays_at_a_restart(self):
+        for properties in ({"a": "5"}, {}):
+            self.assertEqual(self.restarted(properties, {"a": "1"}, {"a": "9"}),
+                             ["at 2000ms daemon stop", "at 4000ms daemon start"])
+
+    def test_property_of_no_daemon_is_not_set_at_a_restart(self):
+        self.assertEqual(self.restarted({"odd name": "5"}, {}),
+                         ["at 2000ms daemon stop", "at 4000ms daemon start"])
+
+    def test_daemon_that_started_with_other_properties_has_ended_unseen(self):
+        self.assertEqual(self.restarted({"a": "2"}, {"a": "1"}, ended=False),
+                         ["at 4000ms daemon stop", 'at 4500ms property a "2"',
+                          "at 4500ms daemon start"])
+
     def test_supplicant_that_ends_is_there_again_for_the_next_link(self):
         self.assertEqual(
             lines(sample(0), event(1, "CTRL-EVENT-TERMINATING "), without_link(1), sample(2))[1:],
@@ -176,11 +205,13 @@ class SimulatorTest(FilesTest):
             event(3, "CTRL-EVENT-DISCONNECTED bssid=02:00:00:00:00:01 reason=4"),
             event(4, 'odd "text" \\ \x01\u00e4'), with_group(5, 2437), with_group(6, 5180),
             with_group(7, None), {"type": "daemon", "t": 8, "state": "ended"},
-            {"type": "daemon", "t": 9, "state": "started"},
+            {"type": "daemon", "t": 9, "state": "started", "properties": {"log.tag.CorvidWifi": "V"}},
             {"type": "callback", "t": 9, "event": "onAssocStarted"},
             event(10, "CTRL-EVENT-REGDOM-CHANGE init=CORE type=WORLD"),
             event(11, "CTRL-EVENT-TERMINATING"), sample(12),
+            properties=("log.tag.CorvidWifi",),
         ).text({"persist.vendor.wifi.txpower.enable.sta": "true"})
+        self.assertIn("unset persist.vendor.wifi.txpower.enable.sta", text)
         path = self.write("scenario", text)
         done = subprocess.run([Programs().find("corvid-sim"), "--check", path], text=True,
                               capture_output=True, check=False)

@@ -99,7 +99,7 @@ _GROUP = {
 RECORDS = {
     "sample": {"sta": (_STATION, _REQUIRED), "p2p": (_GROUP, _REQUIRED)},
     "callback": {"event": (TEXT, _REQUIRED)},
-    "daemon": {"state": (one_of("started", "ended"), _REQUIRED)},
+    "daemon": {"state": (one_of("started", "ended"), _REQUIRED), "properties": (TEXTS, _OPTIONAL)},
     "supplicant": {"interface": (TEXT, _REQUIRED), "text": (TEXT, _REQUIRED)},
     "note": {"text": (TEXT, _REQUIRED)},
     "end": {"reason": (TEXT, _REQUIRED)},

@@ -138,7 +138,7 @@ class Case:
         self._lines = []
         self._linked_once = False
         self._end = 0
-        self._handlers = {"property": self._set, "supplicant": self._run_supplicant,
+        self._handlers = {"property": self._set, "unset": self._unset, "supplicant": self._run_supplicant,
                           "connect": self._connect, "disconnect": self._disconnect,
                           "rssi": self._hear, "channel": self._switch, "daemon": self._run_daemon,
                           "p2p start": self._start_group, "p2p stop": self._stop_group,
@@ -162,9 +162,14 @@ class Case:
     def _add(self, at, *lines):
         self._lines += [f"wait_until {at}", *lines]
 
+    # In front of all, or before the daemon starts again at the same time.
+
     def _set(self, _, words):
         name = words[1][len(PROPERTY_PREFIX):]
         self._lines.append(f"property {name} {shlex.quote(words[2])}")
+
+    def _unset(self, _, words):
+        self._lines.append(f"rm -f /dev/__properties__/{shlex.quote(words[1])}")
 
     def _run_supplicant(self, at, words):
         if at is None:

@@ -22,7 +22,7 @@ class Trace:
         self.records = outcome.own_records(records)
         if not any(record["type"] in ("sample", "supplicant") for record in self.records):
             raise TraceError(f"{path}: there is nothing to replay: no sample and no event")
-        self._maker = ScenarioMaker(path, self.header, self.records)
+        self._maker = ScenarioMaker(path, self.header, self.records, properties)
         self._properties = properties
         recorded = self.header.get("properties") or {}
         self.recorded = {name: value for name, value in recorded.items() if name in properties}
@@ -41,14 +41,14 @@ class Trace:
         return {**self.recorded, **changes}
 
     def scenario(self, changes):
-        return self._maker.text(self.settings(changes))
+        return self._maker.text(self.recorded, changes)
 
     def play(self, player, changes, made_by, label=None):
         """Plays the trace; (header, records) of the result."""
         settings = self.settings(changes)
         station_power, thresholds = self._properties.in_force(settings)
         lines, errors, status = player.play(
-            self._maker.text(settings), self.duration, self.header.get("start_wall"))
+            self.scenario(changes), self.duration, self.header.get("start_wall"))
         played = list(outcome.records_of(lines, self._maker.trace_time, thresholds,
                                           self._maker.station_name))
         if status != 0:

@@ -64,6 +64,13 @@ def quoted(text):
         for c in escaped) + '"'
 
 
+def _property_lines(before, after):
+    """What makes of the properties `before` those `after`."""
+    return ([f"unset {name}" for name in before if name not in after] +
+            [f"property {name} {quoted(value)}" for name, value in after.items()
+             if before.get(name) != value])
+
+
 class _Station:
     """What the simulated station does; None for what nobody has said."""
 
@@ -75,10 +82,14 @@ class _Station:
 
 
 class ScenarioMaker:
-    """Turns a trace's records, a list, into the lines of a scenario."""
+    """Turns a trace's records, a list, into the lines of a scenario.
 
-    def __init__(self, path, header, records):
+    Of the properties that change in the trace, those of other names than `properties` holds are left away.
+    """
+
+    def __init__(self, path, header, records, properties=()):
         self._path = path
+        self._properties = properties
         self._records = records
         self.station_name = (header.get("interfaces") or {}).get("sta", STATION)
         group = (header.get("interfaces") or {}).get("p2p") or ""
@@ -89,6 +100,7 @@ class ScenarioMaker:
             raise self._wrong(records[-1], f"t is {self.end}, {self.end - self.start:.0f} s after the "
                                            f"first line; a replay is of {_LONGEST} s at most")
         self._lines = []  # (time on the trace's clock, number, text)
+        self._restarts = {}  # the properties that are set from a line on, by its number
         self._station = _Station()
         self._group = None  # (frequency, width)
         self._group_ready = 0.0
@@ -107,8 +119,10 @@ class ScenarioMaker:
         """How long the play takes, s."""
         return LEAD + self.end - self.start + _REST
 
-    def text(self, settings):
-        """The scenario with these properties set."""
+    def text(self, settings, changes=None):
+        """The scenario with these properties set, of which `changes` stay whatever the trace says."""
+        changes = changes or {}
+        settings = {**settings, **changes}
         if not self._lines:
             for record in self._records:
                 handler = getattr(self, "_on_" + record["type"], None)
@@ -117,7 +131,15 @@ class ScenarioMaker:
             self._lines.sort(key=lambda line: line[:2])
         prepare = [f"property {name} {quoted(value)}" for name, value in settings.items()]
         prepare.append("supplicant start" + (f" p2p={self._p2p_device}" if self._p2p_device else ""))
-        timed = [(round((t - self.start + LEAD) * 1000), text) for t, _, text in self._lines]
+        timed = []
+        for t, number, text in self._lines:
+            ms = round((t - self.start + LEAD) * 1000)
+            if number in self._restarts:
+                wanted = {name: value for name, value in self._restarts[number].items()
+                          if name in self._properties} | changes
+                timed += [(ms, line) for line in _property_lines(settings, wanted)]
+                settings = wanted
+            timed.append((ms, text))
         # What had to wait for something may come behind the trace's end.
         end = max([round(self.duration * 1000), *(ms for ms, _ in timed[-1:])])
         return "\n".join([*prepare, *(f"at {ms}ms {text}" for ms, text in [*timed, (end, "end")]), ""])
@@ -252,11 +274,19 @@ class ScenarioMaker:
 
     def _on_daemon(self, t, record):
         runs = record["state"] == "started"
+        properties = record.get("properties") if runs else None
+        if properties is not None and self._daemon_runs:
+            self._run_daemon(t, False)  # nobody saw it end, yet it has started with others
         if runs != self._daemon_runs:
-            self._daemon_runs = runs
-            t = max(t, self._daemon_ready)
-            self._daemon_ready = t if runs else t + _DAEMON_END
-            self._add(t, "daemon start" if runs else "daemon stop")
+            self._run_daemon(t, runs)
+            if properties is not None:
+                self._restarts[len(self._lines) - 1] = properties
+
+    def _run_daemon(self, t, runs):
+        self._daemon_runs = runs
+        t = max(t, self._daemon_ready)
+        self._daemon_ready = t if runs else t + _DAEMON_END
+        self._add(t, "daemon start" if runs else "daemon stop")
 
     def _on_callback(self, t, record):
         event = record["event"]
