@@ -5,6 +5,7 @@ import itertools
 import json
 import os
 import re
+import shlex
 import unittest
 
 import browser
@@ -161,6 +162,11 @@ class FileTest(PageTest):
         self.assert_refused(self.run_command("report", "bad.result", "-o", "p"), 1,
                             "bad.result:1: ")
         self.assertFalse(os.path.exists(self.path("p")))
+
+    def test_folder_without_a_sweep_is_told_what_is_missing(self):
+        os.makedirs(self.path("sweep"))
+        self.assert_refused(self.run_command("report", "sweep", "-o", "p"), 1,
+                            "sweep: there is no sweep.json")
 
 
 class DayTest(PageTest):
@@ -482,6 +488,12 @@ class SweepTest(BrowserTest):
                       page.run("document.querySelector('#point code').textContent"))
         self.assertEqual(page.run("document.querySelectorAll('.run').length"), 0)
         self.assert_quiet(page)
+
+    def test_shown_command_quotes_what_a_shell_would_take_apart(self):
+        trace = "a walk $(of) Ann's.jsonl"
+        page = self.open(self.page(self.sweep(traces=(trace,), keep=False)))
+        shown = page.run("document.querySelector('#point code').textContent")
+        self.assertEqual(shlex.split(shown)[2], trace)
 
     def test_only_so_many_runs_as_wanted_are_in_the_page(self):
         self.page(self.sweep(), "--runs", "2")

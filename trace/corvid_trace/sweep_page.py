@@ -5,7 +5,7 @@ import json
 import os
 
 from corvid_trace import compare, measures
-from corvid_trace.errors import FormatError
+from corvid_trace.errors import FormatError, TraceError
 from corvid_trace.page_data import PageData
 from corvid_trace.results import Result, load_timeline, short_names, short_property
 
@@ -71,7 +71,10 @@ class Sweep:
 def read(path):
     """The Sweep in this file, or in this folder's sweep.json; None when it holds something else."""
     if os.path.isdir(path):
-        path = os.path.join(path, "sweep.json")
+        folder, path = path, os.path.join(path, "sweep.json")
+        if not os.path.exists(path):
+            raise TraceError(f"{folder}: there is no sweep.json in this folder; corvid-trace sweep writes "
+                             "it at its end, and corvid-trace merge of a sweep's parts")
     if not os.path.isfile(path):
         return None  # a pipe can be read only once, and what is missing the next one names
     with open(path, "rb") as file:

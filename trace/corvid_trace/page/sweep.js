@@ -89,11 +89,21 @@
 
   // ---- Heat map ----------------------------------------------------------------------------
 
+  /** A sweep may have more points than a function may have arguments. */
+  function extent(values) {
+    let low = Infinity, high = -Infinity;
+    for (const value of values) {
+      if (value < low) low = value;
+      if (value > high) high = value;
+    }
+    return {low, high};
+  }
+
   function drawHeat() {
     byId("heat-title").textContent = titleOf(chosen.measure);
     const known = sweep.points.map((point) => valueOf(point, chosen.measure))
       .filter((value) => value !== null);
-    const low = Math.min(...known), high = Math.max(...known);
+    const {low, high} = extent(known);
     const table = element("table", "heat");
     const head = table.createTHead().insertRow();
     const rows = chosen.down ? sweep.settings[chosen.down] : [""];
@@ -148,7 +158,7 @@
   }
 
   function scale(values, from, to) {
-    const low = Math.min(...values), high = Math.max(...values);
+    const {low, high} = extent(values);
     const room = (high - low || Math.abs(high) || 1) * 0.06;
     const a = low - room, b = high + room;
     const at = (value) => from + (value - a) / (b - a) * (to - from);
@@ -209,6 +219,11 @@
     }
   }
 
+  /** A word as a shell reads it. */
+  function quoted(text) {
+    return /^[\w@%+=:,./-]+$/.test(text) ? text : "'" + text.replaceAll("'", "'\\''") + "'";
+  }
+
   // ---- A point -----------------------------------------------------------------------------
 
   function showPoint() {
@@ -230,10 +245,11 @@
     }
     if (!runs.length) {
       const trace = chosen.trace || sweep.traces[0];
-      const sets = names.map((name, i) => "--set " + name + "=" + point.values[i]).join(" ");
+      const sets = names.map((name, i) => "--set " + quoted(name + "=" + point.values[i]))
+        .join(" ");
       box.append(element("p", "facts", "Its runs are not in this page. This makes one:"));
       const line = element("p");
-      line.append(element("code", "", "corvid-trace replay " + trace + " " + sets + " -o point-" +
+      line.append(element("code", "", "corvid-trace replay " + quoted(trace) + " " + sets + " -o point-" +
         chosen.point + ".result"));
       box.append(line);
     }
