@@ -103,6 +103,19 @@ class GuestReplayTest(FilesTest):
                   if record["text"] == "service: Starting native wifi service."]
         self.assertEqual([round(t) for t in starts], [-1, 10])
 
+    def test_daemon_that_is_restarted_with_other_properties_obeys_them(self):
+        properties = {**CONTROLLED["properties"], "persist.vendor.wifi.txpower.dbm.upper": "18"}
+        walk = [*(sample(t, -50) for t in range(8)), {"type": "daemon", "t": 8, "state": "ended"},
+                {"type": "daemon", "t": 10, "state": "started", "properties": properties},
+                {"type": "sample", "t": 12, "sta": None, "p2p": None},
+                *(sample(t, -50) for t in range(13, 20))]
+        powers = [(power["t"] > 9, power["dbm"]) for power in
+                  self.of_type(self.replay(walk=walk), "power")]
+        self.assertEqual(sorted(set(powers)), [(False, 20), (True, 18)])
+
+        result = self.replay("--set", "dbm.upper=17", walk=walk)
+        self.assertEqual({power["dbm"] for power in self.of_type(result, "power")}, {17})
+
 
 if __name__ == "__main__":
     guest.main()

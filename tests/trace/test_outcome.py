@@ -5,7 +5,7 @@ import json
 import unittest
 
 from corvid_trace import outcome
-from corvid_trace.errors import TraceError
+from corvid_trace.errors import FormatError, TraceError
 from support import sample
 
 STEPS = {"dbm_upper": 20, "dbm_middle": 9, "dbm_lower": 5}
@@ -36,6 +36,11 @@ class OutcomeTest(unittest.TestCase):
         self.assertEqual(made_of(command(1, "DRIVER SET_TXPOWER 9"))[1], {
             "type": "power", "t": 101, "interface": "wlan0", "dbm": 9, "step": "middle",
             "accepted": True})
+
+    def test_line_that_the_simulator_did_not_end_is_named(self):
+        lines = [json.dumps(command(1, "PING")), '{"t":1.5,"kind":"comm']
+        with self.assertRaisesRegex(FormatError, "record:2: the line is not whole"):
+            list(outcome.records_of(lines, float, STEPS))
 
     def test_power_of_no_step_has_none(self):
         self.assertIsNone(made_of(command(1, "DRIVER SET_TXPOWER 12"))[1]["step"])

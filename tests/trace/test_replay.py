@@ -1,11 +1,27 @@
 #!/usr/bin/env python3
 """Tests of replay by the clock, and of what it refuses."""
 
+import contextlib
 import json
 import os
+import subprocess
+import sys
+import time
 import unittest
 
-from support import CONTROLLED, FilesTest, sample
+from corvid_trace.programs import DAEMON, Programs
+from support import COMMAND, CONTROLLED, FilesTest, sample
+
+
+def processes_with(mark):
+    """The programs of all processes that have this in their environment."""
+    found = []
+    for number in filter(str.isdigit, os.listdir("/proc")):
+        with contextlib.suppress(OSError):  # another user's, or it has ended
+            with open(f"/proc/{number}/environ", "rb") as file:
+                if mark.encode() in file.read().split(b"\0"):
+                    found.append(os.readlink(f"/proc/{number}/exe"))
+    return found
 
 
 class ReplayTest(FilesTest):
@@ -42,6 +58,47 @@ class ReplayTest(FilesTest):
         done = self.run_command("replay", "walk", "--real-time", "-o", "result")
         self.assert_refused(done, 1, "result", "--force")
         self.assertEqual(self.read("result"), "precious")
+
+    def test_folder_that_is_missing_is_named_before_the_replay(self):
+        for command, *words in (("replay", "walk"), ("report", "walk")):
+            done = self.run_command(command, *words, "-o", "nowhere/result",
+                                    env={**os.environ, "PATH": "/nowhere"})
+            self.assert_refused(done, 1, "nowhere/result: there is no folder nowhere")
+
+    def test_same_property_twice_is_wrong_usage(self):
+        done = self.run_command("replay", "walk", "--set", "dbm.lower=3", "--set",
+                                "txpower.dbm.lower=4", "-o", "result")
+        self.assert_refused(done, 2, "txpower.dbm.lower has a value already")
+
+    def test_simulator_that_dies_in_the_middle_of_a_line_is_said(self):
+        os.makedirs(self.path("build/bin"))
+        real = Programs()
+        for name in (DAEMON, "corvid-properties"):
+            os.symlink(real.find(name), self.path("build/bin/" + name))
+        # Its arguments are those of headset.py: --record is the fifth.
+        self.write("build/bin/corvid-sim", "#!/bin/sh\nprintf '{\"t\":1,\"te\\303' >\"$6\"\nkill -9 $$\n")
+        os.chmod(self.path("build/bin/corvid-sim"), 0o755)
+        done = self.run_command("replay", "walk", "--real-time", "-o", "result",
+                                env={**os.environ, "CORVID_BUILD": self.path("build")})
+        self.assert_refused(done, 1, "walk: the play's record:1: the line is not whole",
+                            "ended with status -9")
+        self.assertFalse(os.path.exists(self.path("result")))
+
+    def test_no_process_stays_after_a_signal_to_end(self):
+        self.write("walk", [CONTROLLED, sample(0, -45), sample(600, -50)])
+        mark = f"CORVID_TEST_MARK={self.folder}"
+        name, value = mark.split("=")
+        with subprocess.Popen([sys.executable, "-B", COMMAND, "replay", "walk", "--real-time", "-o",
+                               "result"], cwd=self.folder, stderr=subprocess.PIPE, text=True,
+                              env={**os.environ, name: value}) as process:
+            while len(processes_with(mark)) < 3:  # the command, the simulator, the daemon
+                self.assertIsNone(process.poll())
+                time.sleep(0.01)
+            process.terminate()
+            _, said = process.communicate()
+        self.assertEqual((process.returncode, said), (130, "corvid-trace: interrupted\n"))
+        self.assertEqual(processes_with(mark), [])
+        self.assertFalse(os.path.exists(self.path("result")))
 
     def test_setting_that_fits_several_properties_is_wrong_usage(self):
         done = self.run_command("replay", "walk", "--set", "upper=3", "-o", "result")

@@ -3,7 +3,8 @@
 import argparse
 import textwrap
 
-_STATUS = "exit status: 0 done, 1 something is wrong with a file or what it says, 2 wrong usage"
+_STATUS = ("exit status: 0 done, 1 something is wrong with a file or what it says, 2 wrong usage,\n"
+           "130 interrupted by Ctrl-C or SIGTERM")
 
 
 def add_command(subparsers, name, run, description, examples):

@@ -3,6 +3,7 @@
 import argparse
 import importlib
 import os
+import signal
 import sys
 
 from corvid_trace.errors import TraceError, UsageError
@@ -28,7 +29,7 @@ INTERRUPTED = 130
 
 EPILOG = """\
 exit status: 0 done, 1 something is wrong with a file or with what it says, 2 wrong usage,
-130 interrupted by Ctrl-C
+130 interrupted by Ctrl-C or SIGTERM
 
 'corvid-trace COMMAND --help' has the options of a command, with examples.
 docs/trace-format.md describes traces and results.
@@ -62,6 +63,8 @@ def main(words):
     """Runs the command line `words`; the exit status."""
     asked = next((word for word in words if not word.startswith("-")), None)
     args = _parser(asked).parse_args(words)
+    # As Ctrl-C: what a command has started ends with it.
+    signal.signal(signal.SIGTERM, signal.default_int_handler)
     try:
         status = args.run(args)
         sys.stdout.flush()

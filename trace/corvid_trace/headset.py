@@ -36,7 +36,8 @@ class ClockPlayer:
                 said = errors.read().splitlines()
             lines = []
             if os.path.exists(record):
-                with open(record, encoding="utf-8") as file:
+                # Who died while writing may leave half a character.
+                with open(record, encoding="utf-8", errors="replace") as file:
                     lines = file.read().splitlines()
         return lines, said, status
 

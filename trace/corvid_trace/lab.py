@@ -279,19 +279,31 @@ class LabPlayer:
             path = os.path.join(work, name + ".sh")
             with open(path, "w", encoding="utf-8") as file:
                 file.write(case.text())
-            done = subprocess.run([os.path.join(SOURCE, "lab", "lab.sh"), "play", path],
-                                  env={**os.environ, "CORVID_BUILD": self._folder}, text=True,
-                                  stdin=subprocess.DEVNULL, capture_output=True, check=False)
+            status, said = _run([os.path.join(SOURCE, "lab", "lab.sh"), "play", path],
+                                {**os.environ, "CORVID_BUILD": self._folder})
         logs = os.path.join(self._folder, "lab-runs", name)
         try:
-            if done.returncode != 0:
-                raise TraceError("the lab's play failed: " +
-                                 " | ".join((done.stdout + done.stderr).splitlines()[-5:]))
+            if status != 0:
+                raise TraceError("the lab's play failed: " + " | ".join(said.splitlines()[-5:]))
             begin, wall = map(int, _read(logs, "play")[0].split())
             records = play_records(begin, wall, _read(logs, "requests"), _read(logs, "daemon"))
         finally:
             shutil.rmtree(logs, ignore_errors=True)
         return [json.dumps(record) for record in records], [], 0
+
+
+def _run(command, environment):
+    """(status, output with the errors behind) of a command, which is told to end when this one is."""
+    with subprocess.Popen(command, env=environment, text=True, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        try:
+            out, errors = process.communicate()
+        except BaseException:
+            # It ends its machines, which a kill would leave behind.
+            process.terminate()
+            process.communicate()
+            raise
+    return process.returncode, out + errors
 
 
 def _read(folder, name):

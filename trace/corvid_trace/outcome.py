@@ -4,7 +4,7 @@ import heapq
 import json
 import re
 
-from corvid_trace.errors import TraceError
+from corvid_trace.errors import FormatError, TraceError
 from corvid_trace.scenario import STATION
 
 _POWER = re.compile(r"DRIVER SET_TXPOWER (\d+)$")
@@ -37,10 +37,13 @@ def records_of(lines, trace_time, thresholds, station=STATION):
 
     `trace_time` turns seconds of the play into those of the trace, where the station's interface is
     called `station`. Raises TraceError when the play
-    went wrong: a line of the scenario failed, or the daemon ended.
+    went wrong: a line of the scenario failed, the daemon ended, or a line is not whole.
     """
-    for line in lines:
-        played = json.loads(line)
+    for number, line in enumerate(lines, 1):
+        try:
+            played = json.loads(line)
+        except ValueError as error:
+            raise FormatError("the play's record", number, f"the line is not whole: {error}") from error
         kind, text = played["kind"], played["text"]
         # A record of the preparation has the time since another start.
         t = trace_time(played["t"])

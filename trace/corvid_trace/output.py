@@ -26,7 +26,7 @@ class OutputFile:
         elif os.path.exists(path) and not os.path.isfile(path):
             self._file = open(path, "w", **options)
         else:
-            refuse_overwriting(path, force)
+            check_output(path, force)
             folder, name = os.path.split(os.path.abspath(path))
             descriptor, self._temporary = tempfile.mkstemp(prefix=f".{name}.", dir=folder)
             # As open() would have made it: mkstemp lets nobody else read it.
@@ -75,6 +75,14 @@ def refuse_overwriting(path, force):
     """Raises TraceError when `path` is there already and `force` is not given."""
     if not force and os.path.lexists(path):
         raise TraceError(f"{path}: the file is there already; --force writes over it")
+
+
+def check_output(path, force):
+    """Raises TraceError when a file can't be written at `path`, before the work for it is done."""
+    refuse_overwriting(path, force)
+    folder = os.path.dirname(path) or "."
+    if not os.path.isdir(folder):
+        raise TraceError(f"{path}: there is no folder {folder}")
 
 
 def wants_color(stream):

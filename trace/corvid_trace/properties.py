@@ -93,6 +93,14 @@ class Properties:
         name, value = self._split(word)
         return name, self.check(name, value)
 
+    def settings(self, words):
+        """{full name: value} of words KEY=VALUE."""
+        return _by_name(words, self.setting)
+
+    def choices_of(self, words):
+        """{full name: values} of words KEY=VALUES."""
+        return _by_name(words, self.choices)
+
     def choices(self, word):
         """(full name, values) of a word KEY=VALUE,VALUE,... or KEY=FROM:TO:STEP."""
         name, text = self._split(word)
@@ -109,6 +117,16 @@ class Properties:
         if not equals or not key:
             raise UsageError(f"--set {word}: allowed is KEY=VALUE, such as txpower.rssi.upper=-57")
         return self.find(key), value
+
+
+def _by_name(words, read):
+    settings = {}
+    for word in words:
+        name, value = read(word)
+        if name in settings:
+            raise UsageError(f"--set {word}: {name} has a value already")
+        settings[name] = value
+    return settings
 
 
 def _range(name, text):

@@ -7,7 +7,7 @@ from corvid_trace.format import TraceWriter
 from corvid_trace.headset import ClockPlayer
 from corvid_trace.lab import LabPlayer
 from corvid_trace.machine import Player
-from corvid_trace.output import Progress, refuse_overwriting
+from corvid_trace.output import Progress, check_output
 from corvid_trace.programs import Programs
 from corvid_trace.properties import Properties
 from corvid_trace.replaying import Trace
@@ -43,10 +43,10 @@ def add_parser(subparsers):
 
 
 def run(args):
-    refuse_overwriting(args.output, args.force)
+    check_output(args.output, args.force)
     programs = Programs()
     properties = Properties(programs)
-    changes = dict(properties.setting(word) for word in args.settings)
+    changes = properties.settings(args.settings)
     trace = Trace(args.trace, properties)
     progress = Progress()
     try:

@@ -49,11 +49,15 @@ class Trace:
         station_power, thresholds = self._properties.in_force(settings)
         lines, errors, status = player.play(
             self.scenario(changes), self.duration, self.header.get("start_wall"))
-        played = list(outcome.records_of(lines, self._maker.trace_time, thresholds,
-                                          self._maker.station_name))
+        ended = f"the simulated headset ended with status {status}" + (
+            ": " + " ".join(errors) if errors else "")
+        try:
+            played = list(outcome.records_of(lines, self._maker.trace_time, thresholds,
+                                             self._maker.station_name))
+        except FormatError as error:
+            raise TraceError(f"{self.path}: {error}; {ended}") from error
         if status != 0:
-            raise TraceError(f"{self.path}: the simulated headset ended with status {status}" +
-                             (": " + " ".join(errors) if errors else ""))
+            raise TraceError(f"{self.path}: {ended}")
         header = {"source": "import", "start_wall": None, "interfaces": {}, "properties": {},
                   **self.header, "made_by": made_by, "result": True, "settings": settings,
                   "thresholds": thresholds, "station_power": station_power,

@@ -7,7 +7,7 @@ import os
 from corvid_trace import compare, measures, sweep_page
 from corvid_trace.arguments import add_command, add_output_options
 from corvid_trace.errors import TraceError, UsageError
-from corvid_trace.output import OutputFile, refuse_overwriting
+from corvid_trace.output import OutputFile, check_output
 from corvid_trace.page_data import PageData
 from corvid_trace.results import differing_settings, load, short_property
 
@@ -40,7 +40,7 @@ def add_parser(subparsers):
 def run(args):
     if args.runs < 0:
         raise UsageError(f"--runs is {args.runs}; allowed is a number from 0")
-    refuse_overwriting(args.output, args.force or args.output == "-")
+    check_output(args.output, args.force or args.output == "-")
     sweep = sweep_page.read(args.results[0])
     if sweep and len(args.results) > 1:
         raise UsageError("a sweep is drawn alone, without other files")
