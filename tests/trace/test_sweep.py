@@ -5,11 +5,15 @@ import json
 import os
 import shlex
 import unittest
+import unittest.mock
 
 from corvid_trace import measures, sweeping
 from corvid_trace.errors import FormatError, TraceError
+from corvid_trace.programs import Programs
+from corvid_trace.properties import Properties
+from corvid_trace.replaying import Trace
 from corvid_trace.sweeping import Part, Plan
-from support import HEADER, FilesTest, sample
+from support import COMMAND, HEADER, FilesTest, sample
 
 UPPER, LOWER = "persist.vendor.wifi.txpower.rssi.upper", "persist.vendor.wifi.txpower.dbm.lower"
 FRONT = ("energy_mws", "below_not_upper_s")
@@ -231,19 +235,55 @@ class CommandTest(FilesTest):
         self.write("walk", [{**HEADER, "type": "header", "format": "corvid-trace", "version": 1},
                             sample(0), sample(1)])
 
-    def sweep(self, *words):
-        return self.run_command("sweep", "walk", "-o", "sweep", *words)
+    def sweep(self, *words, **environment):
+        return self.run_command("sweep", "walk", "-o", "sweep", *words,
+                                env={**os.environ, **environment})
 
     def test_jobs_file_has_a_command_of_its_own_for_each_batch(self):
         done = self.sweep("--set", "rssi.upper=-60:-51:1", "--set", "dbm.lower=3,5", "--below",
-                          "-72", "--jobs-file", "jobs", "--batch-size", "8")
+                          "-72", "--jobs-file", "jobs", "--batch-size", "8",
+                          CORVID_BUILD=Programs().folder)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         jobs = [shlex.split(line) for line in self.read("jobs").splitlines()]
         self.assertEqual(len(jobs), 3)
-        self.assertEqual(jobs[2][1:], [
-            "sweep", "walk", "--set", "rssi.upper=-60:-51:1", "--set", "dbm.lower=3,5", "--below",
+        self.assertEqual(jobs[2], [
+            "env", f"CORVID_BUILD={Programs().folder}", COMMAND, "sweep", "walk", "--set", "rssi.upper=-60:-51:1", "--set", "dbm.lower=3,5", "--below",
             "-72", "--front", "energy_mws,below_not_upper_s", "--jobs", "1", "--batch", "3/3",
             "-o", "sweep"])
+
+    def test_missing_virtual_machine_is_said_with_the_way_out_and_nothing_is_begun(self):
+        done = self.sweep("--set", "dbm.lower=3", PATH="/nowhere")
+        self.assert_refused(done, 1, "qemu-system-x86_64 is not installed",
+                            "corvid-trace replay --real-time")
+        self.assertFalse(os.path.exists(self.path("sweep/part.jsonl")))
+
+    def test_rows_that_were_there_before_stay_without_the_machine(self):
+        # The plan of the very sweep, with one of two rows.
+        with unittest.mock.patch("corvid_trace.sweep.Player", side_effect=TraceError("no machine")):
+            for row in (None, 0):
+                path = self.path("sweep/part.jsonl")
+                plan = Plan([self.path("walk")], [self.digest()], {LOWER: ["3", "4"]}, -75, FRONT)
+                if row is not None:
+                    with Part(path, plan) as part:
+                        part.add(a_row(plan, row))
+                done = self.run_here("sweep", self.path("walk"), "--set", "dbm.lower=3,4", "-o",
+                                     self.path("sweep"))
+                self.assert_refused(done, 1, "no machine")
+                self.assertEqual(os.path.exists(path), row is not None)
+
+    def digest(self):
+        return Trace(self.path("walk"), Properties(Programs())).digest()
+
+    def test_what_another_sweep_has_left_is_not_written_over(self):
+        os.makedirs(self.path("sweep"))
+        for name in ("rows.csv", "sweep.json", "results"):
+            self.write(os.path.join("sweep", name), "precious")
+            done = self.sweep("--set", "dbm.lower=3", PATH="/nowhere")
+            self.assert_refused(done, 1, os.path.join("sweep", name), "--force")
+            self.assertEqual(os.listdir(self.path("sweep")), [name])
+            done = self.sweep("--set", "dbm.lower=3", "--force", PATH="/nowhere")
+            self.assert_refused(done, 1, "is not installed")
+            os.unlink(self.path(os.path.join("sweep", name)))
 
     def test_jobs_file_is_not_written_over(self):
         self.write("jobs", "precious")
@@ -251,7 +291,7 @@ class CommandTest(FilesTest):
 
     def test_same_property_twice_is_wrong_usage(self):
         self.assert_refused(self.sweep("--set", "dbm.lower=3", "--set", "txpower.dbm.lower=4"), 2,
-                            "txpower.dbm.lower has values already")
+                            "txpower.dbm.lower has a value already")
 
     def test_front_needs_two_known_measures(self):
         self.assert_refused(self.sweep("--set", "dbm.lower=3", "--front", "energy_mws"), 2,

@@ -55,8 +55,8 @@ class NoMachine(TraceError):
     """Why replays in virtual time can't run here."""
 
     def __init__(self, why):
-        super().__init__(f"replay in virtual time can't run: {why}; --real-time replays by the "
-                         "clock, without a virtual machine")
+        super().__init__(f"replay in virtual time can't run: {why}; 'corvid-trace replay "
+                         "--real-time' replays one trace by the clock, without a virtual machine")
 
 
 class Qemu:
@@ -282,7 +282,7 @@ class Player:
                 qemu.wait_until(qemu.is_paused, "restoring the guest")
                 qemu.command("cont")
                 qemu.wait_for_end()
-            with open(os.path.join(work, "output"), encoding="utf-8") as file:
+            with open(os.path.join(work, "output"), encoding="utf-8", errors="replace") as file:
                 lines = file.read().splitlines()
             if not lines or not lines[-1].startswith("end "):
                 raise TraceError("the virtual machine has ended in the middle of the play; its "

@@ -4,7 +4,6 @@ import concurrent.futures
 import os
 import re
 import shlex
-import signal
 import sys
 import threading
 import time
@@ -15,7 +14,7 @@ from corvid_trace.compare import add_below
 from corvid_trace.errors import TraceError, UsageError
 from corvid_trace.format import TraceWriter
 from corvid_trace.machine import Player
-from corvid_trace.output import OutputFile, Progress
+from corvid_trace.output import OutputFile, Progress, refuse_overwriting
 from corvid_trace.programs import Programs
 from corvid_trace.properties import Properties
 from corvid_trace.replaying import Trace
@@ -71,7 +70,7 @@ def run(args):
     programs = Programs()
     properties = Properties(programs)
     front = _front(args.front)
-    settings = _settings(properties, args.settings)
+    settings = properties.choices_of(args.settings)
     traces = [Trace(path, properties) for path in args.traces]
     plan = sweeping.Plan(args.traces, [trace.digest() for trace in traces], settings, args.below,
                          front)
@@ -80,16 +79,6 @@ def run(args):
     if args.jobs_file:
         return _write_jobs(args, plan)
     return _Sweep(args, plan, traces, programs, properties).run(batch)
-
-
-def _settings(properties, words):
-    settings = {}
-    for word in words:
-        name, values = properties.choices(word)
-        if name in settings:
-            raise UsageError(f"--set {word}: {name} has values already")
-        settings[name] = values
-    return settings
 
 
 def _front(words):
@@ -112,9 +101,11 @@ def _batch(word):
 
 def _write_jobs(args, plan):
     count = -(-plan.rows // args.batch_size)
+    build = os.environ.get("CORVID_BUILD")
     with OutputFile(args.jobs_file, args.force) as file:
         for number in range(1, count + 1):
-            words = [sys.argv[0], "sweep", *args.traces]
+            words = ["env", f"CORVID_BUILD={build}"] if build else []
+            words += [sys.argv[0], "sweep", *args.traces]
             for word in args.settings:
                 words += ["--set", word]
             words += ["--below", str(args.below), "--front", args.front, "--jobs", "1",
@@ -141,15 +132,14 @@ class _Sweep:
         self._stopped = threading.Event()
 
     def run(self, batch):
-        # A batch system ends its jobs so; what is done stays, as after Ctrl-C.
-        signal.signal(signal.SIGTERM, signal.default_int_handler)
         wanted = self._plan.batch(*batch) if batch else range(self._plan.rows)
         path = sweeping.part_path(self._args.output, batch)
+        self._refuse_foreign(path, batch)
         with sweeping.Part(path, self._plan, self._args.force) as part:
             missing = [number for number in wanted if number not in part.rows]
             if missing:
                 try:
-                    self._player = Player(self._programs, self._progress)
+                    self._player = self._player_or_nothing(part)
                     self._replay(part, missing)
                 finally:
                     self._progress.clear()
@@ -161,6 +151,21 @@ class _Sweep:
             raise TraceError(f"{path}: {len(failed)} of {len(wanted)} replays failed; the first, "
                              f"{failed[0]}: {rows[failed[0]]['error']}")
         return 0
+
+    def _refuse_foreign(self, path, batch):
+        """A sweep that only begins doesn't write over what another one has left in its folder."""
+        # Batches share their folder.
+        if not batch and not sweeping.is_begun(path):
+            for name in (sweeping.TABLE, sweeping.SUMMARY, sweeping.RESULTS):
+                refuse_overwriting(os.path.join(self._args.output, name), self._args.force)
+
+    def _player_or_nothing(self, part):
+        """A Player; where there can be none, no file of a sweep that never began stays."""
+        try:
+            return Player(self._programs, self._progress)
+        except TraceError:
+            part.forget()
+            raise
 
     def _replay(self, part, missing):
         self._asked = len(missing)

@@ -80,6 +80,11 @@ def part_path(folder, batch=None):
     return os.path.join(folder, f"{_PART}-{number:0{len(str(of))}}-of-{of}{_ENDING}")
 
 
+def is_begun(path):
+    """Whether a part's file is there, with its plan at least."""
+    return os.path.isfile(path) and os.path.getsize(path) > 0
+
+
 def parts_below(path):
     """The part files of a folder, or the one file that `path` is."""
     if not os.path.isdir(path):
@@ -122,7 +127,7 @@ class Part:
     def _take_up(self):
         if self._force:
             self._file.truncate(0)
-        if os.path.getsize(self._path) == 0:
+        if not is_begun(self._path):
             self._put({"format": PART_FORMAT, "version": VERSION, **self._plan.as_object()})
             return
         plan, self.rows, length = read_part(self._path)
@@ -132,6 +137,11 @@ class Part:
         # A failed replay is tried again.
         self.rows = {number: row for number, row in self.rows.items() if not row.get("error")}
         self._file.truncate(length)
+
+    def forget(self):
+        """Removes the file when no row is in it."""
+        if not self.rows:
+            os.unlink(self._path)
 
     def add(self, row):
         self.rows[row["id"]] = row
