@@ -247,6 +247,7 @@ CHECKS = {
     "-o sweep": _SWEEP,
     "corvid-trace sweep fleet/*.jsonl --set rssi.lower=-75:-65 -o sweep --jobs-file jobs": _SWEEP,
     "corvid-trace merge sweep -o sweep": _SWEEP,
+    "corvid-trace import hour.csv -o hour.jsonl": "trace.import",
     "corvid-wifi debug [NAME ...] [--json]": Commands.test_debug_takes_what_its_usage_names,
     "corvid-wifi status": _FIELD,
     "corvid-wifi watch": _FIELD,
