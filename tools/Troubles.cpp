@@ -269,6 +269,9 @@ Troubles troublesOf(const Json& report, const std::map<std::string, std::string>
 }
 
 std::string whyRefused(const Json& report, const std::string& method, int64_t calledAtMs) {
+    if (method == "setP2pPairedDeviceType") {
+        return "nothing is tuned for this type: only HALBERD and MIRACAST are taken";
+    }
     const auto* const entry =
         std::find_if(std::begin(kMethods), std::end(kMethods),
                      [&method](const MethodOf& one) { return one.method == method; });

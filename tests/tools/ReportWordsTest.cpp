@@ -267,6 +267,11 @@ TEST(Refusal, CommandFromBeforeTheCallIsNoReason) {
               "TxPowerManager sent nothing to the driver; connected supplicant sockets: wlan0");
 }
 
+TEST(Refusal, TypesOfPairedDevicesThatAreTakenAreNamed) {
+    EXPECT_EQ(whyRefused(wellReport(), "setP2pPairedDeviceType", 1000),
+              "nothing is tuned for this type: only HALBERD and MIRACAST are taken");
+}
+
 TEST(Refusal, CommandThatWasNotSentIsToldWithTheSockets) {
     Json report = wellReport();
     report["power"]["TxPowerManager"]["lastCommand"] = nullptr;
