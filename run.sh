@@ -26,7 +26,7 @@ END
 # The options: those with a value behind them, and those without. All but --report and --no-report
 # are the simulator's.
 with_value=(--root --record --speed --log --daemon --report)
-without_value=(--control --check --no-stats --no-dump --plain --lines --help-json --no-report)
+without_value=(--control --check --no-stats --no-dump --plain --lines --help-json --version --no-report)
 
 is_one_of() {
     local word=$1 known
@@ -97,7 +97,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 if is_one_of --control "${options[@]}" || is_one_of --lines "${options[@]}" ||
-    is_one_of --help-json "${options[@]}"; then
+    is_one_of --help-json "${options[@]}" || is_one_of --version "${options[@]}"; then
     [ -z "$scenario" ] || fail "a scenario is not played with that option; see ./run.sh --help"
     play=()
 else

@@ -139,6 +139,8 @@ const std::vector<OptionRow>& optionRows() {
          [](Options& options, const std::string&) { options.lines = true; }},
         {"help-json", "", "show this as JSON",
          [](Options& options, const std::string&) { options.helpJson = true; }},
+        {"version", "", "show the version",
+         [](Options& options, const std::string&) { options.version = true; }},
         {"help", "", "show this",
          [](Options& options, const std::string&) { options.help = true; }},
     };
@@ -169,7 +171,7 @@ Options readOptions(const std::vector<std::string>& words) {
             value = words[i];
         }
         row.set(options, value);
-        if (options.help || options.helpJson || options.lines) {
+        if (options.help || options.helpJson || options.lines || options.version) {
             return options;
         }
     }
@@ -184,6 +186,8 @@ Options readOptions(const std::vector<std::string>& words) {
     }
     return options;
 }
+
+std::string versionText() { return "corvid-sim " + std::string(kVersion) + "\n"; }
 
 std::string optionsHelp() {
     std::string text;

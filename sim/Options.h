@@ -23,6 +23,7 @@ struct Options {
     bool lines = false;
     bool help = false;
     bool helpJson = false;
+    bool version = false;
 };
 
 /** One option of the command line, for reading it and for the help. */
@@ -44,6 +45,9 @@ const std::vector<OptionRow>& optionRows();
 
 /** Parses `words`, those after the program's name. Throws UsageError. */
 Options readOptions(const std::vector<std::string>& words);
+
+/** "corvid-sim 1.0.0", a line. */
+std::string versionText();
 
 /** What --help prints. */
 std::string optionsHelp();

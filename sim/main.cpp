@@ -246,6 +246,10 @@ int run(const sim::Options& options) {
         std::puts(sim::optionsJson().c_str());
         return 0;
     }
+    if (options.version) {
+        std::fputs(sim::versionText().c_str(), stdout);
+        return 0;
+    }
     if (options.help || options.lines) {
         std::fputs((options.help ? sim::optionsHelp() : sim::verbsHelp()).c_str(), stdout);
         return 0;

@@ -401,6 +401,12 @@ TEST(Usage, WrongUsageIsNamedAndMakesTheStatus2) {
     }
 }
 
+TEST(Usage, VersionIsALineWithTheProgramsName) {
+    std::string output_;
+    EXPECT_EQ(runSim({"--version"}, output_), 0);
+    EXPECT_THAT(output_, testing::MatchesRegex("corvid-sim [0-9.]+\n"));
+}
+
 TEST(Usage, LinesShowsWhatALineOfAScenarioCanBe) {
     std::string output_;
     EXPECT_EQ(runSim({"--lines"}, output_), 0);
