@@ -1,9 +1,11 @@
 // The parts of which a bug report is made: commands with their limits, and stand-ins for names.
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -88,6 +90,12 @@ TEST(BugReport, ItemsHoldFiveMegabytesAndTakeAMinuteAtMost) {
 
 using ClientBugReport = ::test::Client;
 
+bool isAsleep(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text((std::istreambuf_iterator<char>(file)), {});
+    return text.find(") S ") != std::string::npos;
+}
+
 TEST_F(ClientBugReport, ItemThatCannotBeWrittenIsNamed) {
     const std::string folder = root_ + "/data/misc/stats";
     std::filesystem::create_directories(folder);
@@ -114,7 +122,16 @@ TEST_F(ClientBugReport, InterruptedReportLeavesNothingBehind) {
     std::filesystem::create_directory(folder);
     options_.environment.push_back("TMPDIR=" + folder);
     const auto report = start({"bugreport", "-o", root_ + "/report.tar.gz"});
-    while (std::filesystem::is_empty(folder)) {
+    // The report's own folder: the thread sanitizer puts a file there for a moment at its start,
+    // and loses signals that come in the middle of fork().
+    const auto hasBegun = [&] {
+        return std::any_of(std::filesystem::recursive_directory_iterator(folder), {},
+                           [](const auto& entry) {
+                               return entry.path().filename() == "corvid-wifi-bugreport";
+                           }) &&
+               isAsleep(report->pid());
+    };
+    while (!hasBegun()) {
         std::this_thread::sleep_for(1ms);
     }
     report->signal(SIGINT);
