@@ -232,6 +232,7 @@ CHECKS = {
     "ninja -C build managers_test": _BUILD,
     "build/bin/managers_test --gtest_filter='TxPowerManagerTest.*'": _BUILD,
     "tests/benchmarks/report.sh": "its programs: benchmarks",
+    "tests/benchmarks/report.sh --against main": "benchmarks.Against",
     "corvid-trace replay two-rooms.jsonl -o now.result": _TUNING,
     "corvid-trace replay two-rooms.jsonl --set txpower.rssi.lower=-74 -o lower-74.result": _TUNING,
     "corvid-trace plot now.result": _TUNING,
