@@ -91,7 +91,7 @@ TEST_F(Field, HistoryShowsTheCommandWithItsAnswer) {
     headset_.play("property persist.vendor.wifi.txpower.enable.sta true");
     headset_.play("supplicant start");
     headset_.startDaemon();
-    headset_.play("expect attach wlan0 within 20s");
+    headset_.expectConnection();
     headset_.play("connect freq=5180 rssi=-48");
     headset_.play("expect command \"DRIVER SET_TXPOWER 20\" within 20s");
     headset_.play("expect log \"DRIVER SET_TXPOWER 20 reply\" within 20s");
@@ -101,7 +101,7 @@ TEST_F(Field, HistoryShowsTheCommandWithItsAnswer) {
 TEST_F(Field, BugReportHoldsEveryItemAndSaysWhatIsMissing) {
     headset_.play("supplicant start");
     headset_.startDaemon();
-    headset_.play("expect attach wlan0 within 20s");
+    headset_.expectConnection();
     headset_.play("connect freq=5180 rssi=-48 ssid=HomeNet");
     headset_.play("expect command SIGNAL_POLL within 20s");
     const std::string file = headset_.sim().root() + "/report.tar.gz";
@@ -133,7 +133,7 @@ TEST_F(Field, BugReportHoldsEveryItemAndSaysWhatIsMissing) {
 TEST_F(Field, AnonymousBugReportHasNoNameOfAGroupAndItsReportIsJson) {
     headset_.play("supplicant start p2p=p2p0");
     headset_.startDaemon();
-    headset_.play("expect attach p2p0 within 20s");
+    headset_.expectConnection("p2p0");
     headset_.play("p2p start freq=2437");
     headset_.expectRecord("event", "P2P-GROUP-STARTED");
     headset_.settle();

@@ -1,5 +1,5 @@
-// Preloaded into a daemon: its first flock(), by which it takes its service's name, waits until
-// somebody opens the FIFO that HOLD_FLOCK names for writing.
+// Preloaded into a daemon: its first flock(), by which it takes its service's name, prints "held"
+// and waits until somebody opens the FIFO that HOLD_FLOCK names for writing.
 
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -12,6 +12,10 @@
 int flock(int fd, int operation) {
     const char* path = getenv("HOLD_FLOCK");
     if (path != NULL) {
+        static const char kHeld[] = "held\n";
+        if (write(STDERR_FILENO, kHeld, sizeof(kHeld) - 1) < 0) {
+            _exit(1);
+        }
         const int holder = open(path, O_RDONLY | O_CLOEXEC);
         unsetenv("HOLD_FLOCK");
         if (holder >= 0) {

@@ -102,6 +102,23 @@ class Held : public testing::Test {
                 {}});
     }
 
+    /**
+     * Until the second_ daemon is connected as well as held: the listener thread may connect before
+     * the main thread has made the managers, which would miss the events that come then.
+     */
+    void waitUntilItIsConnectedAndHeld(const Headset& headset) {
+        const std::string connected =
+            "Connected to supplicant socket: " + headset.socketFolder() + "/wlan0";
+        bool isConnected = false;
+        bool isHeld = false;
+        while (!isConnected || !isHeld) {
+            const auto line = second_->readLine();
+            ASSERT_TRUE(line) << "the daemon ended";
+            isConnected = isConnected || line->find(connected) != std::string::npos;
+            isHeld = isHeld || *line == "held";
+        }
+    }
+
     /** Reads the second_ daemon's log up to a line with `text`. */
     void readUpTo(const std::string& text) {
         for (auto line = second_->readLine(); line; line = second_->readLine()) {
@@ -141,7 +158,7 @@ TEST_F(Held, EndsWhileConnectedAndEventsAreInFlight) {
     headset.playAll(component::everythingOn());
     headset.playAll({"stats start", "supplicant start p2p=p2p0"});
     start(headset);
-    readUpTo("Connected to supplicant socket: " + headset.socketFolder() + "/wlan0");
+    waitUntilItIsConnectedAndHeld(headset);
     headset.expectConnection("wlan0");
     headset.play("connect freq=5180 width=80");
     readUpTo("StaManager: STA event(CONNECTED)");
@@ -162,7 +179,7 @@ TEST_F(Held, EndsWhileTheSensorLibraryHangs) {
     headset.playAll({"supplicant start", "property persist.vendor.wifi.mipiclock.enable true",
                      "property debug.sensors.camera.notify hang"});
     start(headset);
-    readUpTo("Connected to supplicant socket: " + headset.socketFolder() + "/wlan0");
+    waitUntilItIsConnectedAndHeld(headset);
     headset.expectConnection("wlan0");
     headset.play("connect freq=5745");
     readUpTo("MipiClockManager: (1/5) notify new clock:1");
@@ -178,7 +195,7 @@ TEST_F(Held, EndsWhileTheSupplicantComesAndGoes) {
     Headset headset;
     headset.playAll({"stats start", "supplicant start p2p=p2p0"});
     start(headset);
-    readUpTo("Connected to supplicant socket: " + headset.socketFolder() + "/wlan0");
+    waitUntilItIsConnectedAndHeld(headset);
     headset.playAll({"connect freq=5180", "supplicant restart", "supplicant crash"});
     readUpTo("Failed to open wpa_supplicant control interface.");
     release();
