@@ -13,6 +13,7 @@ usage() {
 usage: lab/lab.sh build             makes the guest's image, once: downloads a kernel and tools
        lab/lab.sh test [CASE ...]   runs these cases, or all, two at a time
        lab/lab.sh soak DURATION     plays so much of a headset's day, from 10min on: 90min, 24h
+       lab/lab.sh day               plays a day of ordinary use, and says what it cost
        lab/lab.sh shell             a console in the guest, with everything running
        lab/lab.sh play FILE         runs a case that is not in lab/cases
        lab/lab.sh log [CASE]        shows the logs of the case's last run, or where all are
@@ -39,7 +40,7 @@ logs=$build/lab-runs
 daemon='vendor.corvid.hardware.wifi@1.0-service'
 # The guest's programs from the build folder.
 programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-confine lab-events lab-expect
-    lab-traffic VtsHalCorvidWifiV1_0TargetTest)
+    lab-sample lab-traffic VtsHalCorvidWifiV1_0TargetTest)
 preloads=(libconfined.so libdriver-commands.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
@@ -67,6 +68,9 @@ time_of() {
     [ -z "${CORVID_LAB_ACCEL:-}" ] || time=${time:-real}
     echo "${time:-virtual}"
 }
+
+# radios_of CASE: the kernel's option for it, if it asks for more of them than the others.
+radios_of() { sed -n 's/^# radios: \([0-9]\)$/ lab.radios=\1/p' "$(case_file "$1")"; }
 
 # Those that may take long first: the last to be started is then a short one.
 longest_first() {
@@ -184,12 +188,12 @@ collect() {
     rm -f "$1/logs.tar.gz"
 }
 
-# run_case NAME [SECONDS]: its output; the result is its exit status. SECONDS is how long it is to
-# play, if it is one that can be told. A second run of the same case in this build folder waits for
-# the first.
+# run_case NAME [SECONDS [ACCOUNT]]: its output; the result is its exit status. SECONDS is how long it
+# is to play, if it is one that can be told, and ACCOUNT one of those that "day" can give. A second
+# run of the same case in this build folder waits for the first.
 run_case() (
-    name=$1 duration=${2:-} out=$logs/$1
-    exec 8>"$logs/.$name.lock"
+    name=$1 duration=${2:-} account=${3:-} out=$logs/$1${3:+-$3}
+    exec 8>"$logs/.$(basename "$out").lock"
     flock 8
     limit=$(limit_of "$name") status=
     trap stop INT TERM HUP
@@ -201,7 +205,8 @@ run_case() (
     # The guest ends a case that takes too long; the limit here is for a guest that does not, or whose
     # virtual time passes more slowly than the host's.
     guest "$(time_of "$name")" $((limit + 300)) \
-        "lab.case=$name lab.limit=$limit${duration:+ lab.duration=$duration}" \
+        "lab.case=$name lab.limit=$limit${duration:+ lab.duration=$duration}\
+${account:+ lab.account=$account}$(radios_of "$name")" \
         -serial "file:$out/console.log" -serial stdio -serial "file:$out/logs.tar.gz" \
         -serial "file:$out/status" </dev/null | tee "$out/output.log" &
     wait $! || true
@@ -227,6 +232,22 @@ soak() {
     make_disk
     run_case soak $seconds &
     wait $!
+}
+
+# day: what one costs.
+day() {
+    [ $# -eq 0 ] || fail "day takes no arguments"
+    make_disk
+    local account runs=() run
+    echo "24 hours, two times: 20 minutes of two processors"
+    for account in timed counted; do
+        run_case day 86400 $account >"$logs/.day-$account.output" &
+        runs+=($!)
+    done
+    for run in "${runs[@]}"; do
+        wait "$run" || fail "the day failed: $(tail -n 3 "$logs"/.day-*.output)"
+    done
+    lab/day.py "$logs/day-timed" "$logs/day-counted"
 }
 
 test_cases() {
@@ -301,6 +322,7 @@ case $command in
     build) build_lab && echo "lab: the image is in $(image_folder)" ;;
     test) test_cases "$@" ;;
     soak) soak "$@" ;;
+    day) day "$@" ;;
     play) play "$@" ;;
     shell) shell ;;
     log) show_log "$@" ;;

@@ -14,13 +14,7 @@ period_s=3600
 allowance=16
 [ $period_s -ge 3600 ] || allowance=32
 
-# All but per-chain limits, which are sent in place of the power steps: the radio has none.
-for feature in cmd.cs.p2p.ecsa cmd.cs.p2p.corvid cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota \
-    cmd.mcc.p2p.increase.bw devparams.enable frequency.block.enable mipiclock.enable scs.enable \
-    txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p \
-    txpower.enable.handtracking telemetry.enable powerjump.detect.enable im3.mitigation.band2g; do
-    property $feature true
-done
+every_feature
 
 failure='{"code":1,"description":""}'
 success='{"code":0,"description":""}'

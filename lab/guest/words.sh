@@ -19,6 +19,13 @@ pass=correct-horse
 country=US
 # Whether the driver numbers its answers ("OK 170.3"): set, each can be told from another's.
 numbered_answers=
+# Which of the daemon's lines are in its log.
+log_tags="*:D"
+# Whether the logs sta, p2p and requests are kept. If not, the supplicant has no monitor but the
+# daemon.
+followed=yes
+# What the supplicant spends for the answers to private commands, which are the lab's: nanoseconds.
+answers_time=/lab/answers-time
 # How long anything may take that is waited for, seconds. Emulation on a busy machine is slow.
 patience=60
 
@@ -177,6 +184,19 @@ property() {
     mv "/dev/__properties__/.new" "/dev/__properties__/persist.vendor.wifi.$1"
 }
 
+# every_feature: on, but for per-chain limits, which are sent in place of the power steps: the radio
+# has none.
+every_feature() {
+    local feature
+    for feature in cmd.cs.p2p.ecsa cmd.cs.p2p.corvid cmd.elna.bypass.mode cmd.noa.p2p \
+        cmd.mcc.quota cmd.mcc.p2p.increase.bw devparams.enable frequency.block.enable \
+        mipiclock.enable scs.enable txchain.enable.p2p txchain.qualcomm txpower.enable.sta \
+        txpower.enable.p2p txpower.enable.handtracking telemetry.enable powerjump.detect.enable \
+        im3.mitigation.band2g; do
+        property $feature true
+    done
+}
+
 # background LOG COMMAND ...: its output goes to the log. $pid is its process.
 background() {
     local log
@@ -192,7 +212,7 @@ start_daemon() {
         expect statistics ready
     fi
     # shellcheck disable=SC2086  # one word per option
-    ANDROID_LOG_TAGS="*:D" background daemon lab-confine ${policies:+-p $policies} $confinement \
+    ANDROID_LOG_TAGS=$log_tags background daemon lab-confine ${policies:+-p $policies} $confinement \
         $service vendor.corvid.hardware.wifi@1.0-service
     daemon=$pid
     until_true $as_wifi corvid-wifi call getP2pInfo
@@ -243,13 +263,17 @@ config_methods=virtual_push_button
 p2p_no_group_iface=1
 p2p_go_intent=15
 END
-    touch "$(log_of requests)"
-    LAB_REQUEST_LOG=$(log_of requests) LAB_NUMBERED_ANSWERS=$numbered_answers \
+    local log=
+    [ -z "$followed" ] || log=$(log_of requests)
+    touch "$(log_of requests)" $answers_time
+    chown $wifi $answers_time
+    LAB_REQUEST_LOG=$log LAB_ANSWERS_TIME=$answers_time LAB_NUMBERED_ANSWERS=$numbered_answers \
         LD_PRELOAD=/usr/lib/libdriver-commands.so background supplicant \
         lab-confine -c NET_ADMIN,NET_RAW $service wpa_supplicant -t -D nl80211 \
         -i wlan0 -c /lab/etc/wlan0.conf -N -i p2p0 -c /lab/etc/p2p0.conf
     supplicant=$pid
     followers=
+    [ -n "$followed" ] || return 0
     follow sta wlan0
     follow p2p p2p0
 }

@@ -10,6 +10,9 @@
  * The answer is OK. "SET_TXPOWER dBm" really sets the interface's transmit power, and its answer is
  * FAIL where that fails. With LAB_NUMBERED_ANSWERS in the environment each answer has a number
  * behind it, process and request ("OK 170.3"), by which it can be told from another request's.
+ *
+ * The file that LAB_ANSWERS_TIME names, if it is there, has what these answers have cost the
+ * supplicant: nanoseconds of a processor.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -65,7 +68,7 @@ static const char* set_power(const char* interface, int dbm) {
 /* The answer brings the line's end; NULL where the supplicant itself answers. */
 static void record(const char* interface, const char* request, const char* answer) {
     const char* path = getenv("LAB_REQUEST_LOG");
-    FILE* log = path != NULL ? fopen(path, "ae") : NULL;
+    FILE* log = path != NULL && path[0] != '\0' ? fopen(path, "ae") : NULL;
     if (log != NULL) {
         struct timespec now;
         clock_gettime(CLOCK_BOOTTIME, &now);
@@ -73,6 +76,25 @@ static void record(const char* interface, const char* request, const char* answe
                 request, answer != NULL ? " -> " : "", answer != NULL ? answer : "\n");
         fclose(log);
     }
+}
+
+static long processor_time_ns(void) {
+    struct timespec time;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return (long)time.tv_sec * 1000000000 + time.tv_nsec;
+}
+
+/* The supplicant has one thread. */
+static void add_to_time(long spent_ns) {
+    static int file = -1;
+    static long sum_ns;
+    const char* path = getenv("LAB_ANSWERS_TIME");
+    if (path == NULL || (file == -1 && (file = open(path, O_WRONLY | O_CLOEXEC)) == -1)) {
+        return;
+    }
+    sum_ns += spent_ns;
+    dprintf(file, "%ld\n", sum_ns);
+    lseek(file, 0, SEEK_SET);
 }
 
 static void answer_driver_command(int fd, const char* interface, const char* request,
@@ -115,7 +137,9 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct sockaddr* 
         record(interface, request, NULL);
         return received;
     }
+    const long start_ns = processor_time_ns();
     answer_driver_command(fd, interface, request, from, *length);
+    add_to_time(processor_time_ns() - start_ns);
     /* To the supplicant, nothing came. */
     errno = EAGAIN;
     return -1;
