@@ -262,6 +262,7 @@ CHECKS = {
     "lab/lab.sh test power-walk": _LAB,
     "lab/lab.sh soak 24h": _LAB,
     "lab/lab.sh day": _LAB,
+    "tests/benchmarks/growth.py": "benchmarks.growth",
     "lab/lab.sh shell": _LAB,
     "lab/lab.sh log power-walk": _LAB,
     "tests/mutants/mutants.py": _MUTANTS,
