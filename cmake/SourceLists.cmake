@@ -1,5 +1,5 @@
-# The sources of everything that the device builds too, written to build/source-lists/MODULE so
-# that a test can compare them with the Android.bp files.
+# The sources of everything that the device builds too, written to build/source-lists/MODULE below
+# the CMakeLists.txt they stand in, so that a test can compare them with the Android.bp files.
 set_property(GLOBAL PROPERTY CORVID_DEVICE_TARGETS "")
 
 # device_target(TARGET): an Android.bp module builds the same sources. The module has the name of
@@ -16,7 +16,7 @@ endfunction()
 # write_source_list(MODULE FOLDER FILES...): FILES are absolute or relative to FOLDER.
 function(write_source_list module folder)
   set(lines "")
-  foreach(source ${ARGN})
+  foreach(source CMakeLists.txt ${ARGN})
     get_filename_component(path ${source} ABSOLUTE BASE_DIR ${folder})
     file(RELATIVE_PATH path ${CMAKE_SOURCE_DIR} ${path})
     string(APPEND lines "${path}\n")

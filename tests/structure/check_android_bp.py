@@ -3,53 +3,118 @@
 
 The Android.bp files build what CMake builds: every module with sources has a source list that
 CMake has written, with the same files, and the other way round. Every source file of the device's
-folders is in one of them. bpfmt accepts every Android.bp file and would not change it.
+folders is in one of them. Each property is one that the module's type knows (soong.py), and what a
+module names of this tree, another module or a file, is there. bpfmt accepts every Android.bp file and
+would not change it.
 """
 
+import glob
 import os
 import shutil
 import subprocess
 import sys
 
 import blueprint
+import soong
 import source_tree
 
+# The properties that name modules, with the types that such a module may have.
+LINKED = ("cc_library", "cc_library_static")
+NAMING = {
+    "defaults": ("cc_defaults",),
+    "header_libs": ("cc_library_headers",),
+    "shared_libs": ("cc_library", "cc_library_shared", "hidl_interface"),
+    "static_libs": LINKED,
+    "whole_static_libs": LINKED,
+    "init_rc": ("filegroup",),
+    "vintf_fragments": ("filegroup",),
+}
 
-def module_sources(root, complaints):
-    """The sources of each module with any: {module name: [paths relative to root]}."""
-    modules = {}
+
+def parse(root, complaints):
+    """Every module: [(path of the Android.bp, type, properties)]."""
+    modules = []
     for path in source_tree.files(root):
         if os.path.basename(path) != "Android.bp":
             continue
-        folder = os.path.dirname(path)
         try:
-            parsed = blueprint.parse(source_tree.read(root, path))
+            modules += [(path, *module)
+                        for module in blueprint.parse(source_tree.read(root, path))]
         except blueprint.Error as error:
             complaints.append(f"{path}: {error}")
-            continue
-        for kind, properties in parsed:
-            if "srcs" not in properties or kind == "filegroup":
-                continue
-            name = properties.get("name")
-            if kind == "cc_defaults" or name is None:
-                complaints.append(f"{path}: {kind} {name} has srcs; they belong into a named "
-                                  "module, where they can be compared")
-            elif name in modules:
-                complaints.append(f"{path}: there is another module {name}")
-            else:
-                modules[name] = [
-                    os.path.normpath(os.path.join(folder, source))
-                    for source in properties["srcs"]
-                ]
     return modules
 
 
+def module_sources(parsed, complaints):
+    """The sources of each module with any: {module name: (its Android.bp, [paths relative to root])}."""
+    modules = {}
+    for path, kind, properties in parsed:
+        if "srcs" not in properties or kind == "filegroup":
+            continue
+        name = properties.get("name")
+        if kind == "cc_defaults" or name is None:
+            complaints.append(f"{path}: {kind} {name} has srcs; they belong into a named "
+                              "module, where they can be compared")
+        elif name in modules:
+            complaints.append(f"{path}: there is another module {name} in {modules[name][0]}")
+        else:
+            modules[name] = (path, [
+                os.path.normpath(os.path.join(os.path.dirname(path), source))
+                for source in properties["srcs"]
+            ])
+    return modules
+
+
+def unknown_properties(parsed):
+    """Complaints about what Soong would not take."""
+    return [
+        f"{path}: {properties.get('name')}: {complaint} (by tests/structure/soong.py)"
+        for path, kind, properties in parsed
+        for complaint in soong.complaints(kind, properties)
+    ]
+
+
+def missing_modules(parsed):
+    """Complaints about modules of this tree that are named, but not there or of another type. Which
+    the platform's are is not known here: ours have the product in their name."""
+    types = {properties.get("name"): (kind, path) for path, kind, properties in parsed}
+    complaints = []
+    for path, _, properties in parsed:
+        here = f"{path}: {properties.get('name')}"
+        for naming, allowed in NAMING.items():
+            for name in properties.get(naming, []):
+                name = name.lstrip(":")
+                kind, place = types.get(name, (None, None))
+                if kind is None:
+                    if naming == "defaults" or "corvid" in name:
+                        complaints.append(f"{here} has {name} in {naming}, but no Android.bp has "
+                                          "a module of that name")
+                elif kind not in allowed:
+                    complaints.append(f"{here} has {name} in {naming}, but in {place} it is a "
+                                      f"{kind}")
+    return complaints
+
+
+def missing_files(root, parsed):
+    """Complaints about files beside an Android.bp that it names, but that are not there."""
+    return [
+        f"{path}: {properties.get('name')} has {name} in {naming}, but there is no "
+        f"{os.path.join(os.path.dirname(path), name)}"
+        for path, _, properties in parsed
+        for naming in ("srcs", "corpus", "data")
+        for name in properties.get(naming, [])
+        if not name.startswith(":") and
+        not glob.glob(os.path.join(root, os.path.dirname(path), name))
+    ]
+
+
 def source_lists(folder):
-    """What CMake has written: {target's name: [paths relative to the source tree]}."""
-    return {
-        name: source_tree.read(folder, name).split()
-        for name in sorted(os.listdir(folder))
-    }
+    """What CMake has written: {target's name: (its CMakeLists.txt, [paths relative to the tree])}."""
+    lists = {}
+    for name in sorted(os.listdir(folder)):
+        place, *sources = source_tree.read(folder, name).split()
+        lists[name] = (place, sources)
+    return lists
 
 
 def compare(modules, lists):
@@ -57,27 +122,28 @@ def compare(modules, lists):
     complaints = []
     for name in sorted(modules.keys() | lists.keys()):
         if name not in lists:
-            complaints.append(f"{name}: a module of an Android.bp that CMake does not build; "
-                              "add the target with device_target(TARGET)")
+            complaints.append(f"{modules[name][0]}: {name} is built by no CMakeLists.txt; add the "
+                              "target with device_target(TARGET)")
         elif name not in modules:
-            complaints.append(f"{name}: built by CMake as a device's target, but no Android.bp "
+            complaints.append(f"{lists[name][0]}: {name} is a device's target, but no Android.bp "
                               "has a module with that name and srcs")
         else:
-            device, host = modules[name], lists[name]
+            blueprint_file, device = modules[name]
+            cmake_file, host = lists[name]
             for source in sorted(set(host) - set(device)):
-                complaints.append(f"{name}: {source} is missing in the Android.bp")
+                complaints.append(f"{blueprint_file}: {name} lacks {source}, which {cmake_file} has")
             for source in sorted(set(device) - set(host)):
-                complaints.append(f"{name}: {source} is missing in the CMakeLists.txt")
+                complaints.append(f"{cmake_file}: {name} lacks {source}, which {blueprint_file} has")
             for source in sorted({s for s in device if device.count(s) > 1}):
-                complaints.append(f"{name}: {source} is twice in the Android.bp")
+                complaints.append(f"{blueprint_file}: {name} has {source} twice")
     return complaints
 
 
-def unlisted(root, lists):
+def unlisted(root, *builds):
     """Complaints about sources of the device's folders that nothing builds."""
-    listed = {source for sources in lists.values() for source in sources}
+    listed = {source for build in builds for _, sources in build.values() for source in sources}
     return [
-        f"{path}: no target that the device builds too has this source"
+        f"{path}: neither an Android.bp nor a CMakeLists.txt has this source"
         for path in source_tree.files(root)
         if path.split(os.sep)[0] in source_tree.DEVICE_FOLDERS + ("interface",) and
         path.endswith((".cpp", ".c", ".hal")) and path not in listed
@@ -104,12 +170,14 @@ def formatting(root):
 
 def check(root, lists_folder):
     complaints = []
-    modules = module_sources(root, complaints)
+    parsed = parse(root, complaints)
+    modules = module_sources(parsed, complaints)
     lists = source_lists(lists_folder)
     if not modules or not lists:
         complaints.append(f"found {len(modules)} modules and {len(lists)} source lists: there is "
                           "nothing to compare")
-    return complaints + compare(modules, lists) + unlisted(root, lists) + formatting(root)
+    complaints += unknown_properties(parsed) + missing_modules(parsed) + missing_files(root, parsed)
+    return complaints + compare(modules, lists) + unlisted(root, modules, lists) + formatting(root)
 
 
 if __name__ == "__main__":

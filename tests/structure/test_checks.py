@@ -21,6 +21,7 @@ import check_policy
 import check_properties
 import check_tidy
 import check_words
+import soong
 
 
 class TreeTest(unittest.TestCase):
@@ -129,7 +130,12 @@ class AndroidBpTest(TreeTest):
         super().setUp()
         self.write("os/Android.bp", MODULE)
         self.write("os/Poll.cpp", "")
-        self.write("build/source-lists/libcorvidwifi_os", "os/Poll.cpp\n")
+        self.list("libcorvidwifi_os", "os/Poll.cpp")
+
+    def list(self, target, *sources):
+        """What CMake writes of a target."""
+        place = os.path.join(os.path.dirname(sources[0]), "CMakeLists.txt")
+        self.write(f"build/source-lists/{target}", "\n".join((place, *sources)) + "\n")
 
     def check(self):
         return check_android_bp.check(self.root, os.path.join(self.root, "build/source-lists"))
@@ -139,38 +145,84 @@ class AndroidBpTest(TreeTest):
 
     def test_a_source_that_only_cmake_has_is_found(self):
         self.write("os/Log.cpp", "")
-        self.write("build/source-lists/libcorvidwifi_os", "os/Poll.cpp\nos/Log.cpp\n")
-        self.assert_complains(self.check(), "os/Log.cpp is missing in the Android.bp")
+        self.list("libcorvidwifi_os", "os/Poll.cpp", "os/Log.cpp")
+        self.assert_complains(self.check(), "os/Android.bp", "os/CMakeLists.txt", "os/Log.cpp")
 
     def test_a_source_that_only_the_device_has_is_found(self):
-        self.write("os/Android.bp", MODULE.replace('["Poll.cpp"]', '["Log.cpp", "Poll.cpp"]'))
-        self.assertIn("libcorvidwifi_os: os/Log.cpp is missing in the CMakeLists.txt",
-                      self.check())
+        self.write("os/Android.bp", MODULE.replace(
+            '["Poll.cpp"]', '[\n        "Log.cpp",\n        "Poll.cpp",\n    ]'))
+        self.write("os/Log.cpp", "")
+        self.assert_complains(self.check(), "os/CMakeLists.txt", "os/Android.bp", "os/Log.cpp")
 
     def test_a_source_that_is_listed_twice_is_found(self):
         self.write("os/Android.bp", MODULE.replace(
             '["Poll.cpp"]', '[\n        "Poll.cpp",\n        "Poll.cpp",\n    ]'))
-        self.assert_complains(self.check(), "os/Poll.cpp is twice")
+        self.assert_complains(self.check(), "os/Poll.cpp twice")
 
     def test_a_module_without_a_target_is_found(self):
         self.write("tools/Android.bp", MODULE.replace("_os", "_tools"))
-        self.assert_complains(self.check(), "libcorvidwifi_tools", "CMake does not build")
+        self.write("tools/Poll.cpp", "")
+        self.assert_complains([complaint for complaint in self.check() if "_tools" in complaint],
+                              "tools/Android.bp", "no CMakeLists.txt")
 
     def test_a_target_without_a_module_is_found(self):
-        self.write("build/source-lists/libcorvidwifi_tools", "tools/main.cpp\n")
-        self.assert_complains(self.check(), "libcorvidwifi_tools", "no Android.bp")
+        self.list("libcorvidwifi_tools", "tools/main.cpp")
+        self.assert_complains(self.check(), "tools/CMakeLists.txt", "no Android.bp")
 
     def test_a_source_that_nothing_builds_is_found(self):
         self.write("managers/StaManager.cpp", "")
-        self.assert_complains(self.check(), "managers/StaManager.cpp", "no target")
+        self.assert_complains(self.check(), "managers/StaManager.cpp", "neither")
 
     def test_sources_in_defaults_are_found(self):
-        self.write("tools/Android.bp", MODULE.replace("cc_library_static", "cc_defaults"))
+        self.write("os/Android.bp", MODULE + MODULE.replace("cc_library_static", "\ncc_defaults"))
         self.assert_complains(self.check(), "cc_defaults", "has srcs")
 
     def test_two_modules_of_one_name_are_found(self):
-        self.write("tools/Android.bp", MODULE)
-        self.assert_complains(self.check(), "another module libcorvidwifi_os")
+        self.write("os/tools/Android.bp", MODULE.replace("Poll.cpp", "../Poll.cpp"))
+        self.assert_complains(self.check(), "os/tools/Android.bp", "libcorvidwifi_os",
+                              "in os/Android.bp")
+
+    def assert_module_complains(self, text, *parts):
+        """Of one more module, a `text` in brackets of any indentation."""
+        formatted = subprocess.run(["bpfmt", "-o"], input=text + "\n", capture_output=True,
+                                   text=True, check=True).stdout
+        self.write("os/Android.bp", MODULE + "\n" + formatted)
+        self.assert_complains(self.check(), "os/Android.bp: other", *parts)
+
+    def test_a_property_that_the_type_does_not_know_is_found(self):
+        for text, found in (
+                ('cc_fuzz { name: "other", corpora: ["*.cpp"] }', "cc_fuzz has no property corpora"),
+                ('cc_defaults { name: "other", sanitize: { cfl: true } }', "sanitize.cfl"),
+                ('cc_library_headers { name: "other", test_suites: ["vts"] }', "test_suites"),
+                ('cc_program { name: "other" }', "no module type cc_program"),
+                ('filegroup { name: "other", vendor: "true" }', "true or false, not a string"),
+                ('cc_defaults { name: "other", cflags: "-Wall" }', "a list of strings"),
+                ('cc_defaults { name: "other", sanitize: true }', "a map")):
+            with self.subTest(text):
+                self.assert_module_complains(text, found, "tests/structure/soong.py")
+
+    def test_properties_of_every_depth_are_known(self):
+        self.assertEqual(soong.complaints("cc_test", {
+            "name": "a", "vendor": True, "cflags": ["-Wall"],
+            "target": {"android": {"shared_libs": ["b"], "sanitize": {"diag": {"cfi": True}}}},
+        }), [])
+
+    def test_a_module_that_is_not_there_or_of_another_type_is_found(self):
+        for text, *found in (
+                ('cc_defaults { name: "other", defaults: ["none"] }', "none in defaults",
+                 "no Android.bp"),
+                ('cc_defaults { name: "other", static_libs: ["libcorvidwifi_none"] }',
+                 "libcorvidwifi_none in static_libs", "no Android.bp"),
+                ('cc_defaults { name: "other", shared_libs: ["libcorvidwifi_os"] }',
+                 "libcorvidwifi_os in shared_libs", "in os/Android.bp it is a cc_library_static"),
+                ('cc_defaults { name: "other", init_rc: [":corvid.rc"] }', "corvid.rc in init_rc",
+                 "no Android.bp")):
+            with self.subTest(text):
+                self.assert_module_complains(text, *found)
+
+    def test_a_file_that_is_not_there_is_found(self):
+        self.assert_module_complains('filegroup { name: "other", srcs: ["none.rc"] }',
+                                     "none.rc in srcs", "no os/none.rc")
 
     def test_nothing_to_compare_is_no_success(self):
         os.remove(os.path.join(self.root, "os/Android.bp"))
