@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <ostream>
 #include <stdexcept>
@@ -35,7 +36,10 @@ std::vector<std::string> controlClientFiles(pid_t pid) {
     return files;
 }
 
-std::string daemonPath() { return CORVID_DAEMON_PATH; }
+std::string daemonPath() {
+    const char* const other = std::getenv("CORVID_DAEMON");
+    return other != nullptr ? other : CORVID_DAEMON_PATH;
+}
 std::string clientPath() { return CORVID_CLIENT_PATH; }
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {

@@ -17,7 +17,8 @@ namespace component {
 /** More than anything takes that is not prescribed to take longer, also on a busy machine. */
 constexpr std::chrono::seconds kPatience{30};
 
-/** Path of the daemon under test. */
+/** Path of the daemon under test; the environment's CORVID_DAEMON may name a wrapper that becomes
+ * it. */
 std::string daemonPath();
 /** Path of corvid-wifi. */
 std::string clientPath();
