@@ -1,9 +1,17 @@
 # Warnings, sanitizers and the compiler cache, for every target of the project.
 
-set(CORVID_SANITIZE "" CACHE STRING "Sanitizer build: empty, 'address' (with undefined) or 'thread'")
-set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread)
+set(CORVID_SANITIZE "" CACHE STRING
+  "Sanitizer build: empty, 'address' (with undefined), 'thread' or 'integer'")
+set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread integer)
+option(CORVID_LIBCXX "Build with libc++, the platform's C++ library (clang)" OFF)
 option(CORVID_FUZZ "Build the libFuzzer targets too (clang)" OFF)
 option(CORVID_WERROR "Treat warnings as errors" ON)
+
+# Whether this is the build that has everything, also what does not depend on how it is compiled.
+set(CORVID_PLAIN ON)
+if(CORVID_SANITIZE OR CORVID_LIBCXX OR CMAKE_CROSSCOMPILING)
+  set(CORVID_PLAIN OFF)
+endif()
 
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -35,13 +43,24 @@ if(CORVID_SANITIZE STREQUAL "address")
 elseif(CORVID_SANITIZE STREQUAL "thread")
   add_compile_options(-fsanitize=thread)
   add_link_options(-fsanitize=thread)
+elseif(CORVID_SANITIZE STREQUAL "integer")
+  # As Soong does for integer_overflow: of the device's sources (device_target), not of headers of
+  # the C++ library. What wraps around ends the process.
+  set(integer_sanitizer -fsanitize=signed-integer-overflow,unsigned-integer-overflow)
+  set(CORVID_DEVICE_OPTIONS ${integer_sanitizer} -fno-sanitize-recover=all
+    -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/integer-ignored.txt)
+  add_link_options(${integer_sanitizer})
 elseif(CORVID_SANITIZE)
-  message(FATAL_ERROR "CORVID_SANITIZE is '${CORVID_SANITIZE}': use address or thread")
+  message(FATAL_ERROR "CORVID_SANITIZE is '${CORVID_SANITIZE}': use address, thread or integer")
 else()
   # Line numbers are what a backtrace needs, and all that is worth a quarter of the time to compile.
   # For a debugger: -DCMAKE_BUILD_TYPE=Debug.
   add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-O2;-g1>" -ffunction-sections -fdata-sections)
   add_link_options(-Wl,--gc-sections)
+endif()
+if(CORVID_LIBCXX)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-stdlib=libc++>)
+  add_link_options(-stdlib=libc++)
 endif()
 if(CORVID_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # what libFuzzer sees of the code it runs

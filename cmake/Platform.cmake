@@ -19,6 +19,13 @@ foreach(lib log base utils cutils)
     IMPORTED_LOCATION ${ANDROID_${lib}_LIBRARY}
     INTERFACE_INCLUDE_DIRECTORIES ${ANDROID_INCLUDE_DIR})
 endforeach()
+if(CORVID_LIBCXX)
+  add_library(libbase_with_libcxx STATIC
+    ${CMAKE_SOURCE_DIR}/tests/support/LibbaseWithLibcxx.cpp)
+  target_include_directories(libbase_with_libcxx SYSTEM PRIVATE ${ANDROID_INCLUDE_DIR})
+  target_link_libraries(libbase_with_libcxx PRIVATE corvid_warnings)
+  set_target_properties(Android::base PROPERTIES INTERFACE_LINK_LIBRARIES libbase_with_libcxx)
+endif()
 get_filename_component(ANDROID_LIBRARY_DIR ${ANDROID_log_LIBRARY} DIRECTORY)
 set(CMAKE_BUILD_RPATH ${ANDROID_LIBRARY_DIR})
 

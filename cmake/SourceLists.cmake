@@ -3,8 +3,10 @@
 set_property(GLOBAL PROPERTY CORVID_DEVICE_TARGETS "")
 
 # device_target(TARGET): an Android.bp module builds the same sources. The module has the name of
-# what the target builds: its OUTPUT_NAME where it has one, else the target's own.
+# what the target builds: its OUTPUT_NAME where it has one, else the target's own. It is compiled
+# with what a sanitizer build has for the device's sources alone.
 function(device_target target)
+  target_compile_options(${target} PRIVATE ${CORVID_DEVICE_OPTIONS})
   set_property(GLOBAL APPEND PROPERTY CORVID_DEVICE_TARGETS ${target})
 endfunction()
 

@@ -13,7 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include <android-base/stringprintf.h>
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -148,8 +147,8 @@ class WpaSocketTest : public testing::Test {
         return turnUntil(socket, State::Idle) && turnUntil(socket, State::Connected);
     }
 
-    size_t count(int priority, const char* kind, const std::string& text) const {
-        return log_.count(priority, android::base::StringPrintf("[WPA-%s] %s", kind, text.c_str()));
+    size_t count(int priority, const std::string& kind, const std::string& text) const {
+        return log_.count(priority, "[WPA-" + kind + "] " + text);
     }
     size_t errors(const std::string& text) const { return count(ANDROID_LOG_ERROR, "STA", text); }
     size_t warnings(const std::string& text) const { return count(ANDROID_LOG_WARN, "STA", text); }

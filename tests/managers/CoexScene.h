@@ -1,12 +1,13 @@
 #pragma once
 
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <android-base/file.h>
 
 #include "managers/CoexManager.h"
 #include "tests/support/ManagerTest.h"
@@ -56,13 +57,12 @@ class CoexScene : public ManagerTest {
     }
     /** A file of the library's state; empty when there is none. */
     std::string sensorFile(const std::string& name) const {
-        std::string content;
-        android::base::ReadFileToString(root_.path() + "/data/vendor/sensors/" + name, &content);
-        return content;
+        std::ifstream file(root_.path() + "/data/vendor/sensors/" + name);
+        return {std::istreambuf_iterator<char>(file), {}};
     }
     void setSensorFile(const std::string& name, const std::string& content) const {
         std::filesystem::create_directories(root_.path() + "/data/vendor/sensors");
-        android::base::WriteStringToFile(content, root_.path() + "/data/vendor/sensors/" + name);
+        std::ofstream(root_.path() + "/data/vendor/sensors/" + name) << content;
     }
 
     /** What `source` logged since the last clear(): "D last clock:-1 new clock:0". */

@@ -8,14 +8,15 @@
 #include <csignal>
 #include <cstdint>
 #include <functional>
+#include <iomanip>
 #include <memory>
 #include <new>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include <android-base/stringprintf.h>
 #include <android-base/unique_fd.h>
 #include <android/log.h>
 #include <gmock/gmock.h>
@@ -77,13 +78,14 @@ uint64_t token(uint32_t count, int fd) {
 }
 
 std::string notFoundLine(uint64_t value) {
-    return android::base::StringPrintf("Unable to find callback for epoll_event token %016lx",
-                                       static_cast<unsigned long>(value));
+    std::ostringstream line;
+    line << "Unable to find callback for epoll_event token " << std::hex << std::setw(16)
+         << std::setfill('0') << value;
+    return line.str();
 }
 
 std::string notAddedLine(int fd) {
-    return android::base::StringPrintf("cannot removeFd fd (%d), not added or no longer in Poll",
-                                       fd);
+    return "cannot removeFd fd (" + std::to_string(fd) + "), not added or no longer in Poll";
 }
 
 TEST(Poll, WaitingForEverWithNothingRegisteredReturnsMinus22) {
@@ -488,10 +490,9 @@ TEST(Poll, RemovingADescriptorThatWasClosedFirstIsLoggedAndTolerated) {
     poll.addFd(number, EPOLLIN, [](int, int) { return PollAction::Continue; });
     source.close();
     poll.removeFd(number);
-    EXPECT_THAT(
-        log.messages(ANDROID_LOG_ERROR),
-        ElementsAre(android::base::StringPrintf(
-            "epoll_ctl returned EBADF; fd (%d) closed before removing from epoll!", number)));
+    EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
+                ElementsAre("epoll_ctl returned EBADF; fd (" + std::to_string(number) +
+                            ") closed before removing from epoll!"));
     EXPECT_EQ(PollTestPeer::registrations(poll), 0u);
 }
 
