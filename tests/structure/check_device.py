@@ -241,14 +241,15 @@ def check_integration(root, facts, compare):
         if not os.path.exists(os.path.join(root, path)):
             compare.complaints.append(f"{PAGE}: names {path}, which is not there")
     for path in source_tree.files(root):
-        if os.path.basename(path) != "Android.bp" or not path.startswith(
-                ("Android", "client", "managers", "service", "tools")):
+        if os.path.basename(path) != "Android.bp":
             continue
         for _, properties in blueprint.parse(facts.text(path)):
-            for library in properties.get("shared_libs", []) + properties.get("header_libs", []):
+            for library in [library for kind in ("shared_libs", "static_libs", "header_libs",
+                                                 "interfaces")
+                            for library in properties.get(kind, [])]:
                 if f"`{library}`" not in page and "corvid" not in library:
                     compare.complaints.append(f"{PAGE}: does not name {library}, which {path} "
-                                              "links")
+                                              "needs")
     properties = facts.text("config/CorvidWifiProperties.h")
     for name in re.findall(r"`((?:cmd|devparams|powerjump|scs|telemetry|txchain|txpower)\.[\w.]+)`|"
                            r"persist\.vendor\.wifi\.([\w.]+)", page):

@@ -24,10 +24,12 @@ CONFIGURATIONS = {
     "gcc-c++20": ("g++", "-fsyntax-only -std=c++20"),
     "clang-13": ("clang++-13", "-fsyntax-only -std=c++17"),
     "clang-14-strict": ("clang++-14", "-fsyntax-only -std=c++17 -pedantic"),
+    "clang-14-no-rtti": ("clang++-14", "-fsyntax-only -std=c++17 -fno-rtti"),
     "clang-16": ("clang++-16", "-fsyntax-only -std=c++17"),
     "clang-19-c++20": ("clang++-19", "-fsyntax-only -std=c++20"),
     "libc++": ("clang++-14", "-fsyntax-only -std=c++17 -stdlib=libc++"),
     "fortify": ("clang++-14", "-c -std=c++17 -O2 -D_FORTIFY_SOURCE=2 -ftrapv"),
+    "gcc-fortify": ("g++", "-c -std=c++17 -O2 -D_FORTIFY_SOURCE=2 -ftrapv"),
     "cfi": ("clang++-14", "-c -std=c++17 -O1 -fsanitize=cfi -flto=thin -fvisibility=hidden"),
     "integer-overflow": (
         "clang++-14", "-c -std=c++17 -O1 -fsanitize=signed-integer-overflow,"

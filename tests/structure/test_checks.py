@@ -528,7 +528,7 @@ class DeviceTest(TreeTest):
                      check_device.OBJECT, check_device.SOCKETS, check_device.STATISTICS,
                      check_device.STATISTICS_HEADER, check_device.PAGE,
                      "config/CorvidWifiProperties.h", "client/Android.bp",
-                     "managers/Android.bp", "tools/Android.bp",
+                     "managers/Android.bp", "tools/Android.bp", "tests/Android.bp",
                      "device/sepolicy/hal_corvid_wifi_default.te", "docs/hung-calls.md",
                      "tests/sepolicy/platform.te", "tests/structure/check_policy.py",
                      "interface/Android.bp", "interface/current.txt", f"device/{check_device.DAEMON}.policy"):
