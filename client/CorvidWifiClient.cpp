@@ -52,13 +52,13 @@ bool CorvidWifiClient::sendGenericNlCmd(Nl80211GenericCmdInfo& info) {
 
 template <typename Info>
 bool CorvidWifiClient::sendNetlink_(const Info& info, const std::string& text,
-                                    int (Nl80211Client::*send)(const Info&)) {
+                                    int (Nl80211Client::*send)(const Info&, int* error)) {
     const int64_t startNs = Moment::monotonicNow();
-    const bool sent = (nl80211Client_.*send)(info) == 0;
+    int error = 0;
+    const bool sent = (nl80211Client_.*send)(info, &error) == 0;
     history_.addCommand(HistoryKind::Netlink, info.interfaceType, text,
                         sent ? CommandOutcome::Answered : CommandOutcome::Failed,
-                        sent ? "" : nl80211Client_.stats().lastFailure(), startNs,
-                        Moment::monotonicNow());
+                        sent ? "" : errorText(error), startNs, Moment::monotonicNow());
     return sent;
 }
 

@@ -83,7 +83,7 @@ class CorvidWifiClient {
     /** Sends `info` through `send` and adds it to the history. */
     template <typename Info>
     bool sendNetlink_(const Info& info, const std::string& text,
-                      int (Nl80211Client::*send)(const Info&));
+                      int (Nl80211Client::*send)(const Info&, int* error));
 
     History history_;
     RecursiveMutex supplicantLock_;

@@ -15,6 +15,8 @@ StateTree nameOf(const std::string& name) { return name.empty() ? StateTree() : 
 
 }  // namespace
 
+std::string errorText(int code) { return std::to_string(code) + " " + strerror(-code); }
+
 void NetlinkStats::begin(std::string_view text) {
     MutexLock lock(mutex_);
     ++requests_;
@@ -28,7 +30,6 @@ void NetlinkStats::end(int code, int family) {
     slowestNs_ = std::max(slowestNs_, now.monotonicNs - since_.monotonicNs);
     since_ = {};
     family_ = family;
-    lastCode_ = code;
     if (code < 0 && (failures_.size() < kMaxCodes || failures_.count(code) != 0)) {
         Failures& failures = failures_[code];
         ++failures.count;
@@ -39,11 +40,6 @@ void NetlinkStats::end(int code, int family) {
 void NetlinkStats::setName(NetInterfaceType type, const std::string& name) {
     MutexLock lock(mutex_);
     names_[static_cast<size_t>(type)] = name;
-}
-
-std::string NetlinkStats::lastFailure() const {
-    MutexLock lock(mutex_);
-    return lastCode_ == 0 ? "" : std::to_string(lastCode_) + " " + strerror(-lastCode_);
 }
 
 StateTree NetlinkStats::pending_() const {
@@ -87,8 +83,8 @@ StateTree NetlinkStats::describe() const {
         entry.set("text", strerror(-code));
         entry.set("count", failure.count);
         entry.set("last", failure.last);
-        entry.asLine(std::to_string(code) + " " + strerror(-code) + ": " +
-                     std::to_string(failure.count) + ", the last " + momentText(failure.last));
+        entry.asLine(errorText(code) + ": " + std::to_string(failure.count) + ", the last " +
+                     momentText(failure.last));
     }
     state.set("slowestUs", slowestNs_ / kMicrosecond);
     state.set("pending", pending_());

@@ -13,6 +13,9 @@
 
 namespace Ursa::OS::Wifi {
 
+/** "-95 Operation not supported", for a negative errno. */
+std::string errorText(int code);
+
 /**
  * Counts nl80211 requests and their errors, for reports. One thread at a time notes its request;
  * any thread reads, without waiting for the kernel.
@@ -27,8 +30,6 @@ class NetlinkStats {
     StateTree describe() const EXCLUDES(mutex_);
     /** The request that waits for its answer, as a COMMAND; nothing if there is none. */
     StateTree describePending() const EXCLUDES(mutex_);
-    /** "-95 Operation not supported"; empty if none has failed. */
-    std::string lastFailure() const EXCLUDES(mutex_);
 
   private:
     struct Failures {
@@ -45,7 +46,6 @@ class NetlinkStats {
     int family_ GUARDED_BY(mutex_) = -1;
     std::array<std::string, 2> names_ GUARDED_BY(mutex_);
     std::map<int, Failures> failures_ GUARDED_BY(mutex_);  ///< by code, at most kMaxCodes
-    int lastCode_ GUARDED_BY(mutex_) = 0;
     int64_t slowestNs_ GUARDED_BY(mutex_) = 0;
     std::string text_ GUARDED_BY(mutex_);
     Moment since_ GUARDED_BY(mutex_);  ///< start of the pending request; never: none

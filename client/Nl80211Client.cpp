@@ -342,40 +342,45 @@ struct Nl80211Client::Request {
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
     int family = 0;     ///< as resolveFamily_ returns it
-    int status = -EIO;  ///< the result after sending: 0 or a negative errno
+    int status = -EIO;  ///< the operation's result: 0 or a negative errno
 };
 
 // The operations
 
-int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info) {
+int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info, int* error) {
     const MutexLock lock(mutex_);
-    return noted_("command " + std::to_string(info.cmd), [&](Request& request) {
+    const auto send = [&](Request& request) {
         if (initState_(request) != 0 || constructGenericMsg_(request, info) != 0) {
             return -1;
         }
         return sendMsg_(request);
-    });
+    };
+    return noted_("command " + std::to_string(info.cmd), send, error);
 }
 
 template <typename Operation>
-int Nl80211Client::noted_(const std::string& text, Operation operation) {
+int Nl80211Client::noted_(const std::string& text, Operation operation, int* error) {
     stats_.begin(text);
     Request request;
     const int result = operation(request);
-    stats_.end(result == 0 ? 0 : request.status, request.family);
+    stats_.end(request.status, request.family);
+    if (error != nullptr) {
+        *error = request.status;
+    }
     return result;
 }
 
-int Nl80211Client::sendVendorCommand(const Nl80211VendorCmdInfo& info) {
+int Nl80211Client::sendVendorCommand(const Nl80211VendorCmdInfo& info, int* error) {
     const MutexLock lock(mutex_);
     const std::string text =
         "vendor command " + std::to_string(info.subcmd) + (info.command.empty() ? "" : " ");
-    return noted_(text + info.command, [&](Request& request) {
+    const auto send = [&](Request& request) {
         if (initState_(request) != 0 || constructVendorMsg_(request, info) != 0) {
             return -1;
         }
         return sendMsg_(request);
-    });
+    };
+    return noted_(text + info.command, send, error);
 }
 
 const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {

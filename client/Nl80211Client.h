@@ -36,12 +36,14 @@ class Nl80211Client {
 
     /**
      * Sends `info`, whose `ifname` must be set, and waits for the kernel's answer. Returns 0, or -1
-     * on any failure. A missing interface is sent as index 0, which the kernel rejects.
+     * on any failure, and in `error`, unless it is null, 0 or a negative errno. A missing interface
+     * is sent as index 0, which the kernel rejects.
      */
-    int sendGenericCommand(const Nl80211GenericCmdInfo& info) EXCLUDES(mutex_);
+    int sendGenericCommand(const Nl80211GenericCmdInfo& info, int* error = nullptr)
+        EXCLUDES(mutex_);
 
     /** As above for a vendor command. */
-    int sendVendorCommand(const Nl80211VendorCmdInfo& info) EXCLUDES(mutex_);
+    int sendVendorCommand(const Nl80211VendorCmdInfo& info, int* error = nullptr) EXCLUDES(mutex_);
 
     /**
      * The last interface in the kernel's list whose name begins with "wlan" (STA) or "p2p" (P2P),
@@ -79,9 +81,12 @@ class Nl80211Client {
     static int constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info);
     int sendMsg_(Request& request) const;
 
-    /** Runs an operation on a new request, noted as `text` for reports. Returns its result. */
+    /**
+     * Runs an operation on a new request, noted as `text` for reports. Returns its result, and in
+     * `error`, unless it is null, 0 or a negative errno.
+     */
     template <typename Operation>
-    int noted_(const std::string& text, Operation operation) REQUIRES(mutex_);
+    int noted_(const std::string& text, Operation operation, int* error = nullptr) REQUIRES(mutex_);
 
     // libnl's callbacks, one for each kind of answer; they run inside sendMsg_. They return NL_SKIP
     // (go on to the next message) or NL_STOP (drop the rest of this packet).

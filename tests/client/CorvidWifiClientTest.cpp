@@ -453,6 +453,9 @@ TEST_F(CorvidWifiClientNetlink, VendorCommandThatTheDriverRefusesIsLogged) {
     EXPECT_EQ(
         log_.count(ANDROID_LOG_ERROR, "CorvidWifiClient: Failed to send vendor command to driver."),
         1u);
+    const HistoryEntry noted = client_.history().copy().entries.back();
+    EXPECT_EQ(noted.text(), "vendor 0x001018/1 P2P_ECSA 5180");
+    EXPECT_EQ(noted.reply(), "-95 Operation not supported");
 }
 
 TEST_F(CorvidWifiClientNetlink, GenericCommandIsSentToTheInterfaceWithoutALineHere) {

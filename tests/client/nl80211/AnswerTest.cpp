@@ -120,6 +120,23 @@ TEST_F(Answer, ErrorFailsAVendorCommand) {
     EXPECT_THAT(errors(), ElementsAre("Nl80211Client: nl80211 response has error code -95"));
 }
 
+TEST_F(Answer, ErrnoComesBackWithTheResultOfItsOwnCommand) {
+    kernel_.answer([](const NetlinkRequest& request) -> std::vector<Bytes> {
+        return {request.cmd == NL80211_CMD_VENDOR ? error(request, -EOPNOTSUPP) : ack(request)};
+    });
+    Nl80211VendorCmdInfo refused;
+    refused.ifname = "lo";
+    int vendorError = 1;
+    int genericError = 1;
+    EXPECT_EQ(client_.sendVendorCommand(refused, &vendorError), -1);
+    EXPECT_EQ(client_.sendGenericCommand(someCommand(), &genericError), 0);
+    EXPECT_EQ(vendorError, -EOPNOTSUPP);
+    EXPECT_EQ(genericError, 0);
+    failNext(LibnlCall::MessageAlloc);
+    EXPECT_EQ(client_.sendGenericCommand(someCommand(), &genericError), -1);
+    EXPECT_EQ(genericError, -EIO);
+}
+
 TEST_F(Answer, ExtendedAckBehindTheWholeRequestIsLogged) {
     EXPECT_EQ(
         resultOf([](const NetlinkRequest& request) -> std::vector<Bytes> {
