@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 
 #include "client/History.h"
 
@@ -17,23 +18,27 @@ StateTree nameOf(const std::string& name) { return name.empty() ? StateTree() : 
 
 std::string errorText(int code) { return std::to_string(code) + " " + strerror(-code); }
 
-void NetlinkStats::begin(std::string_view text) {
+void NetlinkStats::begin_(std::string_view text) {
     MutexLock lock(mutex_);
-    ++requests_;
     text_ = text;
+    ++requests_;
     since_ = Moment::now();
 }
 
-void NetlinkStats::end(int code, int family) {
+void NetlinkStats::end_(const Result& result) noexcept {
     const Moment now = Moment::now();
     MutexLock lock(mutex_);
     slowestNs_ = std::max(slowestNs_, now.monotonicNs - since_.monotonicNs);
     since_ = {};
-    family_ = family;
-    if (code < 0 && (failures_.size() < kMaxCodes || failures_.count(code) != 0)) {
-        Failures& failures = failures_[code];
-        ++failures.count;
-        failures.last = now;
+    family_ = result.family;
+    if (result.code < 0 && (failures_.size() < kMaxCodes || failures_.count(result.code) != 0)) {
+        try {
+            Failures& failures = failures_[result.code];
+            ++failures.count;
+            failures.last = now;
+        } catch (const std::exception&) {
+            // Out of memory: the report lacks this one.
+        }
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -22,9 +24,27 @@ std::string errorText(int code);
  */
 class NetlinkStats {
   public:
-    void begin(std::string_view text) EXCLUDES(mutex_);
-    /** `code` is 0 or a negative errno, `family` the family's number, negative if not found. */
-    void end(int code, int family) EXCLUDES(mutex_);
+    struct Result {
+        int code = -EIO;  ///< 0 or a negative errno
+        int family = -1;  ///< the family's number, negative if not found
+    };
+
+    /** Notes a request for a scope, also one that an exception leaves; `result` at its end. */
+    class Pending {
+      public:
+        Pending(NetlinkStats& stats, std::string_view text, const Result& result)
+            : stats_(stats), result_(result) {
+            stats_.begin_(text);
+        }
+        ~Pending() { stats_.end_(result_); }
+        Pending(const Pending&) = delete;
+        Pending& operator=(const Pending&) = delete;
+
+      private:
+        NetlinkStats& stats_;
+        const Result& result_;
+    };
+
     void setName(NetInterfaceType type, const std::string& name) EXCLUDES(mutex_);
 
     StateTree describe() const EXCLUDES(mutex_);
@@ -39,6 +59,8 @@ class NetlinkStats {
 
     static constexpr size_t kMaxCodes = 64;
 
+    void begin_(std::string_view text) EXCLUDES(mutex_);
+    void end_(const Result& result) noexcept EXCLUDES(mutex_);
     StateTree pending_() const REQUIRES(mutex_);
 
     mutable Mutex mutex_;

@@ -341,8 +341,7 @@ struct Nl80211Client::Request {
     NetlinkSocket socket;
     NetlinkCallbacks callbacks;
     NetlinkMessage message;
-    int family = 0;     ///< as resolveFamily_ returns it
-    int status = -EIO;  ///< the operation's result: 0 or a negative errno
+    NetlinkStats::Result result;
 };
 
 // The operations
@@ -360,12 +359,11 @@ int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info, int* er
 
 template <typename Operation>
 int Nl80211Client::noted_(const std::string& text, Operation operation, int* error) {
-    stats_.begin(text);
     Request request;
+    const NetlinkStats::Pending pending(stats_, text, request.result);
     const int result = operation(request);
-    stats_.end(request.status, request.family);
     if (error != nullptr) {
-        *error = request.status;
+        *error = request.result.code;
     }
     return result;
 }
@@ -398,7 +396,7 @@ const char* Nl80211Client::getNetInterfaceName(NetInterfaceType type) {
         if (initState_(request) != 0) {
             return -1;
         }
-        request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_INTERFACE);
+        request.message = newMessage(request.result.family, NLM_F_DUMP, NL80211_CMD_GET_INTERFACE);
         if (request.message == nullptr) {
             return -1;
         }
@@ -434,7 +432,7 @@ int Nl80211Client::getStaBandwidth() {
         if (initState_(request) != 0) {
             return -1;
         }
-        request.message = newMessage(request.family, NLM_F_DUMP, NL80211_CMD_GET_STATION);
+        request.message = newMessage(request.result.family, NLM_F_DUMP, NL80211_CMD_GET_STATION);
         if (request.message == nullptr) {
             return -1;
         }
@@ -469,7 +467,7 @@ int Nl80211Client::initState_(Request& request) const {
     }
     nl_socket_set_nonblocking(socket);
     // Not checked: if the family does not exist, the kernel answers the request with an error.
-    request.family = resolveFamily_(socket);
+    request.result.family = resolveFamily_(socket);
     request.callbacks.reset(nl_cb_alloc(NL_CB_DEFAULT));
     if (request.callbacks == nullptr) {
         WIFI_LOGE("Failed to allocate netlink callback.");
@@ -492,7 +490,7 @@ int Nl80211Client::resolveFamily_(nl_sock* socket) const {
 // Messages
 
 int Nl80211Client::constructGenericMsg_(Request& request, const Nl80211GenericCmdInfo& info) {
-    request.message = newMessage(request.family, info.flags, info.cmd);
+    request.message = newMessage(request.result.family, info.flags, info.cmd);
     nl_msg* message = request.message.get();
     if (message == nullptr) {
         return -1;
@@ -504,7 +502,7 @@ int Nl80211Client::constructGenericMsg_(Request& request, const Nl80211GenericCm
 }
 
 int Nl80211Client::constructVendorMsg_(Request& request, const Nl80211VendorCmdInfo& info) {
-    request.message = newMessage(request.family, 0, NL80211_CMD_VENDOR);
+    request.message = newMessage(request.result.family, 0, NL80211_CMD_VENDOR);
     nl_msg* message = request.message.get();
     if (message == nullptr) {
         return -1;
@@ -565,7 +563,7 @@ int Nl80211Client::sendMsg_(Request& request) const {
     }
 
     request.message.reset();
-    request.status = exchange.status;
+    request.result.code = exchange.status;
     return exchange.status == 0 ? 0 : -1;
 }
 

@@ -24,6 +24,20 @@ class PendingText {
         int64_t sinceNs = 0;  ///< monotonic
     };
 
+    /** Sets the text for a scope, also one that an exception leaves. */
+    class Scope {
+      public:
+        Scope(PendingText& pending, std::string_view text, int64_t sinceNs) : pending_(pending) {
+            pending_.set(text, sinceNs);
+        }
+        ~Scope() { pending_.clear(); }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+
+      private:
+        PendingText& pending_;
+    };
+
     void set(std::string_view text, int64_t sinceNs) {
         const size_t length = std::min(text.size(), kSize);
         Words words;

@@ -78,10 +78,9 @@ void SocketStats::addEvent(WifiClientCallbackType type, std::string_view payload
     history_.addEvent(type_, eventName(type), payload, now);
 }
 
-void SocketStats::endCommand(std::string_view command, CommandOutcome outcome,
+void SocketStats::addCommand(std::string_view command, CommandOutcome outcome,
                              std::string_view reply, int64_t startNs) {
     const int64_t endNs = Moment::monotonicNow();
-    pending_.clear();
     commands_.add();
     switch (outcome) {
         case CommandOutcome::Answered:

@@ -36,8 +36,11 @@ class SocketStats {
     void setError(std::string_view text) EXCLUDES(mutex_);
     void addEvent(WifiClientCallbackType type, std::string_view payload);
 
-    void beginCommand(std::string_view command, int64_t nowNs) { pending_.set(command, nowNs); }
-    void endCommand(std::string_view command, CommandOutcome outcome, std::string_view reply,
+    /** The command is reported as waiting for its reply for as long as the result lives. */
+    PendingText::Scope pending(std::string_view command, int64_t startNs) {
+        return {pending_, command, startNs};
+    }
+    void addCommand(std::string_view command, CommandOutcome outcome, std::string_view reply,
                     int64_t startNs);
 
     StateTree describe() const EXCLUDES(mutex_);

@@ -79,9 +79,8 @@ bool WpaSocket::unregisterEventCallback(WifiClientCallbackType type, int handle)
 bool WpaSocket::sendCtrlCmd(const std::string& cmd, std::string& reply) {
     MutexLock lock(socketMutex_);
     const int64_t startNs = Moment::monotonicNow();
-    stats_.beginCommand(cmd, startNs);
     const CommandOutcome outcome = exchange_(cmd, reply, startNs);
-    stats_.endCommand(cmd, outcome, reply, startNs);
+    stats_.addCommand(cmd, outcome, reply, startNs);
     return outcome == CommandOutcome::Answered;
 }
 
@@ -90,6 +89,7 @@ CommandOutcome WpaSocket::exchange_(const std::string& cmd, std::string& reply, 
         reply = "ERROR: NOT-CONNECTED";
         return CommandOutcome::NotConnected;
     }
+    const PendingText::Scope pending = stats_.pending(cmd, startNs);
     const std::chrono::steady_clock::time_point start{std::chrono::nanoseconds(startNs)};
     switch (connection_.request(cmd, reply, start)) {
         case RequestResult::Replied:

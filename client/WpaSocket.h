@@ -123,7 +123,7 @@ class WpaSocket : public std::enable_shared_from_this<WpaSocket> {
     void notifyEvent_(const WpaEvent& event) REQUIRES(eventMutex_);
     void handleEventCallback_(WifiClientCallbackType type, const std::string& payload);
 
-    /** sendCtrlCmd() without the statistics. `reply` is set according to the outcome. */
+    /** sendCtrlCmd() without noting the outcome. `reply` is set according to it. */
     CommandOutcome exchange_(const std::string& cmd, std::string& reply, int64_t startNs)
         REQUIRES(socketMutex_);
 

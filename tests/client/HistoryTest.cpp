@@ -1,4 +1,5 @@
 #include <atomic>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "client/History.h"
+#include "client/NetlinkStats.h"
 #include "client/PendingText.h"
 #include "client/SlowTasks.h"
 #include "client/Task.h"
@@ -203,6 +205,30 @@ TEST(PendingText, IsThereFromSetToClearAndNeverTorn) {
     }
     stop = true;
     writer.join();
+}
+
+TEST(PendingText, ScopeThatAnExceptionLeavesClearsIt) {
+    PendingText pending;
+    try {
+        const PendingText::Scope scope(pending, "SIGNAL_POLL", 7);
+        EXPECT_TRUE(pending.get());
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+    }
+    EXPECT_FALSE(pending.get());
+}
+
+TEST(NetlinkStats, RequestThatAnExceptionEndsHasFailedAndIsNoLongerPending) {
+    NetlinkStats stats;
+    NetlinkStats::Result result;
+    try {
+        const NetlinkStats::Pending pending(stats, "interfaces", result);
+        EXPECT_FALSE(stats.describePending().isNothing());
+        throw std::bad_alloc();
+    } catch (const std::bad_alloc&) {
+    }
+    EXPECT_TRUE(stats.describePending().isNothing());
+    EXPECT_THAT(stats.describe().text(), testing::HasSubstr("-5 Input/output error: 1, the last "));
 }
 
 TEST(Task, InnerScopeCountsUntilItEnds) {

@@ -377,6 +377,14 @@ TEST_F(Answer, ClosedConnectionFailsTheOperation) {
                   kFamilyReceives);
 }
 
+TEST_F(Answer, FamilyThatWasNotAskedForIsNotReported) {
+    EXPECT_EQ(client_.sendGenericCommand(someCommand()), 0);
+    EXPECT_THAT(client_.stats().describe().json(), testing::HasSubstr(R"("familyId":28)"));
+    failNext(LibnlCall::SocketAlloc);
+    EXPECT_EQ(client_.sendGenericCommand(someCommand()), -1);
+    EXPECT_THAT(client_.stats().describe().json(), testing::HasSubstr(R"("familyId":null)"));
+}
+
 TEST_F(Answer, MissingSocketOrMessageFailsVendorCommandAndBandwidth) {
     Nl80211VendorCmdInfo info;
     info.ifname = "lo";
