@@ -1,6 +1,8 @@
 #include "service/ClientStats.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -37,7 +39,7 @@ void ClientStats::remove(Key client) {
     }
 }
 
-void ClientStats::beginCall(Key client, const char* method) {
+void ClientStats::beginCall_(Key client, const char* method) {
     MutexLock lock(mutex_);
     const auto found = records_.find(client);
     if (found != records_.end()) {
@@ -46,7 +48,7 @@ void ClientStats::beginCall(Key client, const char* method) {
     }
 }
 
-void ClientStats::endCall(Key client, bool success) {
+void ClientStats::endCall_(Key client, bool success) noexcept {
     int pid = 0;
     const char* method = nullptr;
     int64_t duration = 0;
@@ -71,9 +73,9 @@ void ClientStats::endCall(Key client, bool success) {
         }
     }
     if (duration > SlowTasks::kLimitNs) {
-        SlowTasks::ofProcess().note(SlowTasks::Kind::Callback,
-                                    std::string(method) + " of process " + std::to_string(pid),
-                                    duration);
+        std::array<char, 64> name;
+        snprintf(name.data(), name.size(), "%s of process %d", method, pid);
+        SlowTasks::ofProcess().note(SlowTasks::Kind::Callback, name.data(), duration);
     }
 }
 

@@ -18,14 +18,29 @@ class ClientStats {
     /** Identifies a client. */
     using Key = const void*;
 
+    /** A client's callback while it runs. It has failed unless succeed() was called. */
+    class Call {
+      public:
+        /** `method` must be a string literal. */
+        Call(ClientStats& stats, Key client, const char* method) : stats_(stats), client_(client) {
+            stats_.beginCall_(client_, method);
+        }
+        ~Call() { stats_.endCall_(client_, success_); }
+        Call(const Call&) = delete;
+        Call& operator=(const Call&) = delete;
+
+        void succeed() { success_ = true; }
+
+      private:
+        ClientStats& stats_;
+        const Key client_;
+        bool success_ = false;
+    };
+
     /** `pid` is the process that registers it; 0 if unknown. */
     void add(Key client, int pid) EXCLUDES(mutex_);
     /** A client that is being called stays listed until that call has ended. */
     void remove(Key client) EXCLUDES(mutex_);
-
-    /** `method` must be a string literal. */
-    void beginCall(Key client, const char* method) EXCLUDES(mutex_);
-    void endCall(Key client, bool success) EXCLUDES(mutex_);
 
     /** A list, in the order of registration. */
     StateTree describe() const EXCLUDES(mutex_);
@@ -44,6 +59,8 @@ class ClientStats {
         bool isGone = false;
     };
 
+    void beginCall_(Key client, const char* method) EXCLUDES(mutex_);
+    void endCall_(Key client, bool success) noexcept EXCLUDES(mutex_);
     static StateTree describe_(const Record& record);
 
     mutable Mutex mutex_;

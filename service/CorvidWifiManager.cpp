@@ -146,10 +146,11 @@ void CorvidWifiManager::unlinkCallback_() {
 template <typename Call>
 void CorvidWifiManager::callClients_(const char* method, Call call) {
     for (const sp<ICallback>& callback : copyCallbacks_()) {
-        stats_.beginCall(callback.get(), method);
+        ClientStats::Call noted(stats_, callback.get(), method);
         const Return<void> result = call(callback);
-        stats_.endCall(callback.get(), result.isOk());
-        if (!result.isOk()) {
+        if (result.isOk()) {
+            noted.succeed();
+        } else {
             WIFI_LOGE("Failed to call IWifi %s: %s", method, result.description().c_str());
         }
     }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <future>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -275,6 +276,18 @@ TEST_F(DebugReportTest, ReportComesWhileTheSupplicantDoesNotAnswer) {
     EXPECT_EQ(all.at("sta").at("StaManager").at("running").at("task"), "StaManager.onStaConnected");
     EXPECT_EQ(all.at("threads").at("pending").at(0).at("text"), "SIGNAL_POLL");
     sta_.crash();  // the command fails, so that the test ends
+}
+
+TEST_F(DebugReportTest, ClientsCallThatAnExceptionEndsHasFailedAndIsOver) {
+    start();
+    const sp<FakeClient> client = new FakeClient;
+    client->onCall = [] { throw std::bad_alloc(); };
+    registerClient(client);
+    sta_.sendEvent("CTRL-EVENT-REGDOM-CHANGE init=USER type=COUNTRY alpha2=DE");
+    ASSERT_TRUE(test::waitUntil([&] { return json({"clients"})["clients"][0]["calls"] == 1; }));
+    const Json failed = json({"clients"}).at("clients").at(0);
+    EXPECT_EQ(failed.at("current"), nullptr);
+    EXPECT_EQ(failed.at("failures"), 1);
 }
 
 TEST_F(DebugReportTest, ClientThatHangsIsTold) {
