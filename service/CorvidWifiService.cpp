@@ -30,7 +30,7 @@ namespace {
 /** How long the reader of a report may stop reading. Meanwhile no other call is served. */
 constexpr std::chrono::milliseconds kReportPatience{200};
 
-/** What the thread does while it serves a call of a manager. */
+/** What the thread does while it serves a call of a manager. The first call allocates. */
 template <typename Manager>
 const managers::Task& callOf() {
     static const managers::Task& task = managers::Task::named(
@@ -96,8 +96,11 @@ CorvidWifiService::CorvidWifiService(std::shared_ptr<managers::CorvidWifiClient>
 template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
     const auto manager = manager_.get<Manager>();
-    const managers::TaskScope scope(callOf<Manager>());
-    callback(makeStatus(manager != nullptr && succeeds([&] { return call(*manager); })));
+    const auto serve = [&] {
+        const managers::TaskScope scope(callOf<Manager>());
+        return call(*manager);
+    };
+    callback(makeStatus(manager != nullptr && succeeds(serve)));
     return Void();
 }
 
@@ -131,8 +134,8 @@ Return<void> CorvidWifiService::getP2pInfo(getP2pInfo_cb callback) {
 
 Return<void> CorvidWifiService::getStaInfo(getStaInfo_cb callback) {
     managers::StaInfo info = {-1, -1, 0};
-    const managers::TaskScope scope(callOf<managers::StaManager>());
     succeeds([&] {
+        const managers::TaskScope scope(callOf<managers::StaManager>());
         manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
         return true;
     });
@@ -210,10 +213,10 @@ Return<void> CorvidWifiService::debug(const hidl_handle& handle,
 
 template <typename MakeProfile>
 int32_t CorvidWifiService::setScs_(MakeProfile makeProfile) {
-    const managers::TaskScope scope(callOf<managers::ScsManager>());
     const auto manager = manager_.get<managers::ScsManager>();
     int32_t id = -1;
     succeeds([&] {
+        const managers::TaskScope scope(callOf<managers::ScsManager>());
         managers::ScsProfile profile = makeProfile();
         id = manager == nullptr ? -1 : manager->set(profile);
         return true;

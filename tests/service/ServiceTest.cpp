@@ -21,6 +21,7 @@
 #include "tests/support/DeviceRoot.h"
 #include "tests/support/FeatureSwitches.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/RefusedMemory.h"
 #include "tests/support/ScriptedNl80211.h"
 #include "tests/support/ScriptedSupplicant.h"
 #include "tests/support/WaitUntil.h"
@@ -141,6 +142,22 @@ class ServiceTest : public testing::Test {
     sp<CorvidWifiService> service_;
     const sp<FakeClient> client_ = new FakeClient;
 };
+
+// First, because what is made once is made in a process's first call.
+TEST_F(ServiceTest, FirstCallOfAManagerThatIsRefusedMemoryFails) {
+    switchOn("txpower.enable.sta");
+    start();
+    bool happened = true;
+    int number = 1;
+    for (; happened; ++number) {
+        const test::RefusedMemory refused(number);
+        const uint32_t code =
+            codeOf([&](auto callback) { return service_->updateTxPowerConfig(true, callback); });
+        happened = refused.happened();
+        EXPECT_EQ(code, happened ? 1U : 0U) << "refused allocation " << number;
+    }
+    EXPECT_GT(number, 2) << "nothing was refused";
+}
 
 // Dump
 
