@@ -53,11 +53,20 @@ class PipeSignalBlocked {
 class Target {
   public:
     explicit Target(int descriptor) : descriptor_(descriptor), flags_(fcntl(descriptor, F_GETFL)) {
-        fcntl(descriptor_, F_SETFL, flags_ | O_NONBLOCK);
+        if (isOpen()) {
+            fcntl(descriptor_, F_SETFL, flags_ | O_NONBLOCK);
+        }
     }
-    ~Target() { fcntl(descriptor_, F_SETFL, flags_); }
+    ~Target() {
+        if (isOpen()) {
+            fcntl(descriptor_, F_SETFL, flags_);
+        }
+    }
     Target(const Target&) = delete;
     Target& operator=(const Target&) = delete;
+
+    /** poll() would wait for a descriptor that is none. */
+    bool isOpen() const { return flags_ >= 0; }
 
     /**
      * Writes at most PIPE_BUF bytes. After waitForRoom() that does not block, even if the caller
@@ -66,15 +75,25 @@ class Target {
     ssize_t write(std::string_view text) const {
         return ::write(descriptor_, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
     }
-    /** Returns false if there is no room in time. */
+    /** Returns false if there is no room in time, whatever signals are handled meanwhile. */
     bool waitForRoom(std::chrono::milliseconds limit) const {
-        pollfd waited = {descriptor_, POLLOUT, 0};
-        return poll(&waited, 1, static_cast<int>(limit.count())) > 0;
+        using std::chrono::milliseconds;
+        const auto end = std::chrono::steady_clock::now() + limit;
+        while (true) {
+            const milliseconds left =
+                std::max(std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now()),
+                         milliseconds::zero());
+            pollfd waited = {descriptor_, POLLOUT, 0};
+            const int ready = poll(&waited, 1, static_cast<int>(left.count()));
+            if (ready >= 0 || errno != EINTR) {
+                return ready > 0;
+            }
+        }
     }
 
   private:
     const int descriptor_;
-    const int flags_;  ///< the caller's
+    const int flags_;  ///< the caller's; negative: not a descriptor
 };
 
 }  // namespace
@@ -82,6 +101,9 @@ class Target {
 bool writeReport(int descriptor, std::string_view text, std::chrono::milliseconds patience) {
     const PipeSignalBlocked blocked;
     const Target target(descriptor);
+    if (!target.isOpen()) {
+        return false;
+    }
     // A reader that takes a byte now and then must not block this thread for ever.
     const auto end = std::chrono::steady_clock::now() + 10 * patience;
     while (!text.empty()) {
