@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <exception>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -33,7 +33,8 @@ const host::TagFilter& tagFilter() {
 /**
  * The lowest level shown for the daemon's tag by the property log.tag.CorvidWifi, which goes before
  * ANDROID_LOG_TAGS. The property is looked at once per second at most, by whoever asks then, so
- * that it costs a look at the clock otherwise. Any thread.
+ * that it costs a look at the clock otherwise. Any thread, and inside a signal handler: the look
+ * allocates nothing and takes no lock.
  */
 class TagProperty {
   public:
@@ -53,21 +54,10 @@ class TagProperty {
   private:
     static int read_() {
         const int savedErrno = errno;
-        int lowest = 0;
-        try {
-            if (const prop_info* property = __system_property_find("log.tag.CorvidWifi")) {
-                __system_property_read_callback(
-                    property,
-                    [](void* cookie, const char* /*name*/, const char* value, uint32_t /*serial*/) {
-                        *static_cast<int*>(cookie) = host::TagFilter::levelOf(value);
-                    },
-                    &lowest);
-            }
-        } catch (const std::exception&) {
-            // Out of memory, which is just what a line may be about to say.
-        }
+        char value[PROP_VALUE_MAX];
+        __system_property_get("log.tag.CorvidWifi", value);
         errno = savedErrno;
-        return lowest;
+        return host::TagFilter::levelOf(value);
     }
 
     std::atomic<time_t> nextLook_{0};
@@ -113,8 +103,14 @@ class Stamp {
     static constexpr size_t kIdsLength = sizeof("-2147483648 -2147483648 ") - 1;
 
     void makeTime_(time_t time) {
+        // localtime_r() takes a lock: a signal handler that logs must not interrupt it.
+        sigset_t all;
+        sigset_t before;
+        sigfillset(&all);
+        pthread_sigmask(SIG_BLOCK, &all, &before);
         struct tm local = {};
         localtime_r(&time, &local);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
         char when[kTimeLength + 1];
         strftime(when, sizeof(when), "%m-%d %H:%M:%S ", &local);
         std::copy_n(when, kTimeLength, text_);  // without the NUL
@@ -191,6 +187,9 @@ extern "C" int __android_log_is_loggable(int priority, const char* tag, int /*de
 /** Runs before the constructors of the program's own static objects, which may log already. */
 extern "C" [[gnu::constructor(101)]] void hostLogStart() {
     pthread_atfork(nullptr, nullptr, [] { stamp.forget(); });
+    // These allocate, and the first line may be a signal handler's.
+    tagFilter();
+    tzset();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(printLine);
 }

@@ -2,7 +2,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <climits>
+#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <set>
@@ -45,10 +49,16 @@ Table& table() {
     return *theTable;
 }
 
-/** The file that a property is; empty for a name that would leave the folder. */
+constexpr std::string_view kFolder = "/dev/__properties__/";
+
+/** Not a name that would leave the folder. */
+bool isUsable(std::string_view name) {
+    return !name.empty() && name.find('/') == std::string_view::npos;
+}
+
+/** The file that a property is; empty for a name that is not usable. */
 std::string pathOf(std::string_view name) {
-    const bool usable = !name.empty() && name.find('/') == std::string_view::npos;
-    return usable ? host::rootedPath("/dev/__properties__/", name) : std::string();
+    return isUsable(name) ? host::rootedPath(kFolder, name) : std::string();
 }
 
 /**
@@ -61,14 +71,22 @@ bool isSet(const std::string& path) {
            euidaccess(path.c_str(), R_OK) == 0;
 }
 
+/** A property's file; no descriptor when it is not set. */
+android::base::unique_fd openFile(const char* path) {
+    // O_NONBLOCK: a FIFO in the folder is no property, and must not hang its reader.
+    android::base::unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status = {};
+    if (fd >= 0 && (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))) {
+        fd.reset();
+    }
+    return fd;
+}
+
 /** The value of a property; empty when it is not set. */
 std::string readValue(const std::string& path) {
-    // O_NONBLOCK: a FIFO in the folder is no property, and must not hang its reader.
-    const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status = {};
+    const android::base::unique_fd fd = openFile(path.c_str());
     std::string value;
-    if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) ||
-        !android::base::ReadFdToString(fd, &value)) {
+    if (fd < 0 || !android::base::ReadFdToString(fd, &value)) {
         return {};
     }
     if (!value.empty() && value.back() == '\n') {
@@ -94,7 +112,7 @@ void __system_property_read_callback(const prop_info* property,
 
 int __system_property_foreach(void (*callback)(const prop_info* property, void* cookie),
                               void* cookie) {
-    const std::string folder = host::rootedPath("/dev/__properties__/");
+    const std::string folder = host::rootedPath(kFolder);
     std::set<std::string> names;
     {
         const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
@@ -122,7 +140,7 @@ int __system_property_set(const char* name, const char* value) {
     }
     const std::string path = pathOf(name);
     const std::string draft =
-        host::rootedPath("/dev/__properties__/", "." + std::to_string(getpid()) + "." + name);
+        host::rootedPath(kFolder, "." + std::to_string(getpid()) + "." + name);
     if (!host::createParentFolders(draft) || !android::base::WriteStringToFile(value, draft) ||
         rename(draft.c_str(), path.c_str()) != 0) {
         const int error = errno;
@@ -133,8 +151,21 @@ int __system_property_set(const char* name, const char* value) {
     return 0;
 }
 
+// Allocates nothing and takes no lock: the log asks it inside a signal handler too.
 int __system_property_get(const char* name, char* value) {
-    const std::string text = readValue(pathOf(name)).substr(0, PROP_VALUE_MAX - 1);
-    memcpy(value, text.c_str(), text.size() + 1);
-    return static_cast<int>(text.size());
+    size_t length = 0;
+    std::array<char, PATH_MAX> path;
+    if (isUsable(name) && host::rootedPath(path, kFolder, name)) {
+        const android::base::unique_fd fd = openFile(path.data());
+        ssize_t count = 0;
+        while (fd >= 0 && (count = TEMP_FAILURE_RETRY(
+                               read(fd, value + length, PROP_VALUE_MAX - length))) > 0) {
+            length += static_cast<size_t>(count);
+        }
+    }
+    if (length > 0 && value[length - 1] == '\n') {
+        --length;
+    }
+    value[std::min<size_t>(length, PROP_VALUE_MAX - 1)] = '\0';
+    return static_cast<int>(strlen(value));
 }

@@ -391,6 +391,35 @@ INSTANTIATE_TEST_SUITE_P(
                     plainCall("updateTxPowerConfig", {"updateTxPowerConfig", "true"})),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(Refused, LineOfASignalHandlerNeedsNoMemoryAlsoWhenItsLevelIsLookedUp) {
+    if (kSanitized) {
+        GTEST_SKIP() << "the sanitizer's allocator stands before ours";
+    }
+    RefusingDaemon daemon;
+    Headset headset(daemon.script());
+    headset.startDaemon();
+    const auto signalUntil = [&](bool shown) {
+        return test::waitUntil([&] {
+            headset.forget();
+            headset.play("daemon signal 12");
+            const auto seen = headset.sim().waitFor(
+                [](const simtest::SimRecord& record) {
+                    return record.text().find("Received a signal: 12") != std::string::npos;
+                },
+                100ms);
+            return seen.has_value() == shown;
+        });
+    };
+    ASSERT_TRUE(signalUntil(true));
+    RefusingDaemon::refuse(daemon.calls->memory, 0);
+    // Nothing else is logged: the level is looked up inside the handler.
+    headset.play("property log.tag.CorvidWifi E");
+    EXPECT_TRUE(signalUntil(false));
+    headset.play("property log.tag.CorvidWifi V");
+    EXPECT_TRUE(signalUntil(true));
+    EXPECT_EQ(RefusingDaemon::refuse(daemon.calls->memory, 0), 0);
+}
+
 TEST(Refused, AllMemoryForASecondLeavesAFewLinesAndNoDaemonThatIsStuck) {
     if (kSanitized) {
         GTEST_SKIP() << "the sanitizer's allocator stands before ours";
