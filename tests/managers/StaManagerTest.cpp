@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -442,6 +444,28 @@ TEST_F(StaManagerTest, EachEventIsReportedWithTheSignalOfAFreshPoll) {
                                               "116183 \"WIFI_STA_CHANNEL_SWITCH\" 5745 -61",
                                               "116183 \"WIFI_STA_DISCONNECTED\" -1 -1"));
     EXPECT_EQ(polls(), 2U) << "a disconnection is not polled";
+}
+
+TEST_F(StaManagerTest, AnEventIsReportedWithTheTimeBeforeItsPoll) {
+    const auto stats = test::startRecordingStats();
+    const auto nowMs = [] {
+        const auto now = std::chrono::system_clock::now().time_since_epoch();
+        return static_cast<uint32_t>(std::chrono::duration_cast<milliseconds>(now).count());
+    };
+    std::atomic<uint32_t> polled{0};
+    sta_.socket().answerCommands([&](const std::string&) {
+        polled = nowMs();
+        test::waitUntil([&] { return nowMs() != polled; });
+        return kSignal;
+    });
+    StaManager manager(client_, kForEver);
+    for (const char* const event : {kConnected, kChannelSwitch}) {
+        const uint32_t before = nowMs();
+        deliverSta(event);
+        // As differences, which are right across the wrap of 32 bits too.
+        const auto value = static_cast<uint32_t>(stats->atoms().back().values[0].intValue());
+        EXPECT_LE(value - before, polled - before) << event;
+    }
 }
 
 TEST_F(StaManagerTest, EventsAreReportedWithMinusOneWhenThePollFails) {

@@ -177,6 +177,14 @@ TEST_F(TxPowerOfStation, TheStationsToggleStopsItsCommands) {
     EXPECT_THAT(staCommands(), ElementsAre("DRIVER SET_TXPOWER 20"));
 }
 
+TEST_F(TxPowerOfBoth, TheStationsToggleDoesNotStopTheGroupsCommands) {
+    manager_->toggleFeature(false, NetInterfaceType::STA);
+    p2pStarted(2437);
+    p2pRemoved();
+    EXPECT_THAT(p2pCommands(), ElementsAre("DRIVER SET_TXPOWER 12", "DRIVER SET_TXPOWER 20"));
+    EXPECT_THAT(staCommands(), IsEmpty());
+}
+
 TEST_F(TxPowerOfBoth, OtherTogglesAreIgnored) {
     manager_->toggleFeature(false, static_cast<NetInterfaceType>(2));
     sample(-40, 5180);
