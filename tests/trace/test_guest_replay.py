@@ -109,9 +109,9 @@ class GuestReplayTest(FilesTest):
                 {"type": "daemon", "t": 10, "state": "started", "properties": properties},
                 {"type": "sample", "t": 12, "sta": None, "p2p": None},
                 *(sample(t, -50) for t in range(13, 20))]
-        powers = [(power["t"] > 9, power["dbm"]) for power in
+        powers = [(power["t"] > 9, power["dbm"], power["step"]) for power in
                   self.of_type(self.replay(walk=walk), "power")]
-        self.assertEqual(sorted(set(powers)), [(False, 20), (True, 18)])
+        self.assertEqual(sorted(set(powers)), [(False, 20, "upper"), (True, 18, "upper")])
 
         result = self.replay("--set", "dbm.upper=17", walk=walk)
         self.assertEqual({power["dbm"] for power in self.of_type(result, "power")}, {17})

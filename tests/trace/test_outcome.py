@@ -2,6 +2,7 @@
 """Tests of what becomes of the simulator's records in a result."""
 
 import json
+import math
 import unittest
 
 from corvid_trace import outcome
@@ -9,11 +10,12 @@ from corvid_trace.errors import FormatError, TraceError
 from support import sample
 
 STEPS = {"dbm_upper": 20, "dbm_middle": 9, "dbm_lower": 5}
+ALWAYS = [(-math.inf, STEPS)]
 
 
 def made_of(*records):
     return list(outcome.records_of([json.dumps(record) for record in records],
-                                   lambda played: played + 100, STEPS))
+                                   lambda played: played + 100, ALWAYS))
 
 
 def command(t, text, reply="OK\n"):
@@ -29,7 +31,7 @@ class OutcomeTest(unittest.TestCase):
 
     def test_stations_interface_has_the_traces_name(self):
         lines = [json.dumps(command(1, "SIGNAL_POLL"))]
-        records = list(outcome.records_of(lines, float, STEPS, "wlan1"))
+        records = list(outcome.records_of(lines, float, ALWAYS, "wlan1"))
         self.assertEqual(records[0]["interface"], "wlan1")
 
     def test_power_command_is_a_decision_with_its_step(self):
@@ -40,10 +42,17 @@ class OutcomeTest(unittest.TestCase):
     def test_line_that_the_simulator_did_not_end_is_named(self):
         lines = [json.dumps(command(1, "PING")), '{"t":1.5,"kind":"comm']
         with self.assertRaisesRegex(FormatError, "record:2: the line is not whole"):
-            list(outcome.records_of(lines, float, STEPS))
+            list(outcome.records_of(lines, float, ALWAYS))
 
     def test_power_of_no_step_has_none(self):
         self.assertIsNone(made_of(command(1, "DRIVER SET_TXPOWER 12"))[1]["step"])
+
+    def test_power_has_the_name_of_its_step_after_a_restart_with_other_ones(self):
+        lines = [json.dumps(command(t, "DRIVER SET_TXPOWER 9")) for t in (1, 2)]
+        other = {**STEPS, "dbm_middle": 12, "dbm_lower": 9}
+        records = outcome.records_of(lines, float, [*ALWAYS, (1.5, other)])
+        self.assertEqual([record["step"] for record in records if record["type"] == "power"],
+                         ["middle", "lower"])
 
     def test_power_of_several_steps_is_the_highest(self):
         self.assertEqual(outcome.step_of(9, {**STEPS, "dbm_upper": 9}), "upper")

@@ -271,6 +271,14 @@ class CommandTest(FilesTest):
                 self.assert_refused(done, 1, "no machine")
                 self.assertEqual(os.path.exists(path), row is not None)
 
+    def test_digest_changes_with_a_recorded_property(self):
+        digests = set()
+        for value in ("3", "4"):
+            self.write("walk", [{**HEADER, "type": "header", "format": "corvid-trace", "version": 1,
+                                 "properties": {LOWER: value}}, sample(0), sample(1)])
+            digests.add(self.digest())
+        self.assertEqual(len(digests), 2)
+
     def digest(self):
         return Trace(self.path("walk"), Properties(Programs())).digest()
 

@@ -1,5 +1,6 @@
 """Makes the records of a result of what the simulated headset has recorded."""
 
+import bisect
 import heapq
 import json
 import re
@@ -36,9 +37,11 @@ def records_of(lines, trace_time, thresholds, station=STATION):
     """The result's records in the simulator's, in the order of time.
 
     `trace_time` turns seconds of the play into those of the trace, where the station's interface is
-    called `station`. Raises TraceError when the play
-    went wrong: a line of the scenario failed, the daemon ended, or a line is not whole.
+    called `station`. `thresholds` is [(t, thresholds from then on), ...] in the order of time, the
+    first before everything. Raises TraceError when the play went wrong: a line of the scenario
+    failed, the daemon ended, or a line is not whole.
     """
+    since = [t for t, _ in thresholds]
     for number, line in enumerate(lines, 1):
         try:
             played = json.loads(line)
@@ -52,7 +55,8 @@ def records_of(lines, trace_time, thresholds, station=STATION):
             command = {"type": "command", "t": t, "interface": interface, "text": text,
                        "reply": _line(played.get("reply"))}
             yield command
-            power = power_of(t, interface, text, command["reply"], thresholds)
+            power = power_of(t, interface, text, command["reply"],
+                             thresholds[bisect.bisect(since, t) - 1][1])
             if power:
                 yield power
         elif kind == "netlink":

@@ -1,6 +1,7 @@
 """What replay and sweep share: a trace that is read once, and plays of it with settings."""
 
 import hashlib
+import math
 
 from corvid_trace import format as trace_format
 from corvid_trace import outcome
@@ -24,8 +25,7 @@ class Trace:
             raise TraceError(f"{path}: there is nothing to replay: no sample and no event")
         self._maker = ScenarioMaker(path, self.header, self.records, properties)
         self._properties = properties
-        recorded = self.header.get("properties") or {}
-        self.recorded = {name: value for name, value in recorded.items() if name in properties}
+        self.recorded = self._known(self.header.get("properties") or {})
 
     @property
     def duration(self):
@@ -34,7 +34,7 @@ class Trace:
 
     def digest(self):
         """Changes with what is replayed."""
-        return hashlib.sha256(self._maker.text({}).encode()).hexdigest()[:16]
+        return hashlib.sha256(self.scenario({}).encode()).hexdigest()[:16]
 
     def settings(self, changes):
         """The properties that are set in a play: the recorded ones, and the changes to them."""
@@ -47,12 +47,14 @@ class Trace:
         """Plays the trace; (header, records) of the result."""
         settings = self.settings(changes)
         station_power, thresholds = self._properties.in_force(settings)
+        changed = [(t, self._properties.in_force(later)[1]) for t, later in self._restarts(changes)]
         lines, errors, status = player.play(
             self.scenario(changes), self.duration, self.header.get("start_wall"))
         ended = f"the simulated headset ended with status {status}" + (
             ": " + " ".join(errors) if errors else "")
         try:
-            played = list(outcome.records_of(lines, self._maker.trace_time, thresholds,
+            played = list(outcome.records_of(lines, self._maker.trace_time,
+                                             [(-math.inf, thresholds), *changed],
                                              self._maker.station_name))
         except FormatError as error:
             raise TraceError(f"{self.path}: {error}; {ended}") from error
@@ -63,6 +65,18 @@ class Trace:
                   "thresholds": thresholds, "station_power": station_power,
                   "label": label or self.label(changes)}
         return header, list(outcome.merged(self.records, played))
+
+    def _restarts(self, changes):
+        """(t, properties set from then on) where the trace's daemon starts with others."""
+        for record in self.records:
+            if record["type"] != "daemon" or record["state"] != "started":
+                continue
+            properties = record.get("properties")
+            if properties is not None:
+                yield record["t"], self._known(properties) | changes
+
+    def _known(self, recorded):
+        return {name: value for name, value in recorded.items() if name in self._properties}
 
     def label(self, changes):
         """The trace's label, with what was changed."""
