@@ -103,8 +103,11 @@ Child::~Child() {
 }
 
 void Child::signal(int number) const {
-    if (pid_ > 0) {
-        kill(pid_, number);
+    if (pid_ > 0 && kill(pid_, number) == 0 && number == SIGSTOP) {
+        // Until all its threads have stopped, one of them may still handle what comes.
+        siginfo_t end;
+        TEMP_FAILURE_RETRY(
+            waitid(P_PID, static_cast<id_t>(pid_), &end, WSTOPPED | WEXITED | WNOWAIT));
     }
 }
 

@@ -34,6 +34,7 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
+    /** After SIGSTOP it runs no more when this returns. */
     void signal(int number) const;
     pid_t pid() const { return pid_; }
 

@@ -155,7 +155,16 @@ std::string Program::readAll_(const unique_fd& fd, std::string& buffer) {
     return std::move(buffer);
 }
 
-void Program::signal(int number) const { require(::kill(pid_, number) == 0, "kill"); }
+void Program::signal(int number) const {
+    require(::kill(pid_, number) == 0, "kill");
+    if (number == SIGSTOP) {
+        // Until all its threads have stopped, one of them may still handle what comes.
+        siginfo_t end;
+        require(TEMP_FAILURE_RETRY(::waitid(P_PID, static_cast<id_t>(pid_), &end,
+                                            WSTOPPED | WEXITED | WNOWAIT)) == 0,
+                "waitid");
+    }
+}
 
 int Program::wait() {
     if (!status_) {

@@ -45,6 +45,7 @@ class Program {
     /** Lets go of the reading end of its standard output. */
     void closeOutput() { out_.reset(); }
 
+    /** After SIGSTOP it runs no more when this returns. */
     void signal(int number) const;
     /**
      * Waits for its end: the exit status, or 128 and the signal that killed it as a shell says.
