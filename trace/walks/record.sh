@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Makes the walks beside this file anew: plays each scenario on the simulated headset, in real time
-# and all at once, while corvid-wifi records it. Needs the built programs (CORVID_BUILD: build).
+# record.sh [WALK ...]: makes these walks beside this file anew, or all of them: plays each scenario
+# on the simulated headset, in real time and all at once, while corvid-wifi records it. Needs the
+# built programs (CORVID_BUILD: build).
 set -euo pipefail
 build=$(realpath "${CORVID_BUILD:-$(dirname "$0")/../../build}")
 cd "$(dirname "$0")"
@@ -23,7 +24,10 @@ record() {
     rm -rf "$root"
 }
 
-for scenario in *.scn; do
+if [[ $# = 0 ]]; then
+    set -- *.scn
+fi
+for scenario; do
     record "${scenario%.scn}" &
 done
 wait
