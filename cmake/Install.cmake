@@ -50,6 +50,7 @@ add_custom_command(OUTPUT ${documents}/${daemon}.json
   COMMAND corvid-properties > ${documents}/properties.json
   COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/cmake/documents.py with-properties
     ${CMAKE_SOURCE_DIR}/service/manual.json ${documents}/${daemon}.json ${documents}/properties.json
+    ${PROJECT_VERSION}
   DEPENDS corvid-properties ${CMAKE_SOURCE_DIR}/service/manual.json
     ${CMAKE_SOURCE_DIR}/cmake/documents.py VERBATIM)
 document(man ${documents}/${daemon}.json ${daemon}.8)
@@ -61,7 +62,7 @@ install(FILES ${CMAKE_BINARY_DIR}/corvid-wifi.service DESTINATION lib/systemd/sy
 
 # A Debian package: cpack -G DEB, in the build folder.
 set(CPACK_PACKAGE_NAME corvid-wifi)
-set(CPACK_PACKAGE_VERSION 1.0.0)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "the maintainers of corvid-wifi <root@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Wi-Fi tuning daemon of a headset, with its simulator")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """documents.py man|bash|zsh DESCRIPTION.json OUT
-documents.py with-properties DESCRIPTION.json OUT PROPERTIES.json
+documents.py with-properties DESCRIPTION.json OUT PROPERTIES.json VERSION
 
 Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself; or
-adds the list that corvid-properties prints to a table.
+adds the list that corvid-properties prints, and the version, to a table.
 """
 
 import json
@@ -110,13 +110,13 @@ def zsh(about):
 
 
 def with_properties(about):
-    """The table, with an entry for each property of the daemon."""
+    """The table, with the version and an entry for each property of the daemon."""
     with open(sys.argv[4], encoding="utf-8") as file:
         listed = json.load(file)["properties"]
     properties = [{"name": entry["name"],
                    "what": f"{entry['meaning']} (type {entry['type']}, default {entry['default']}, a "
                            f"change takes effect: {entry['effect']})"} for entry in listed]
-    return json.dumps({**about, "properties": properties})
+    return json.dumps({**about, "version": sys.argv[5], "properties": properties})
 
 
 if __name__ == "__main__":

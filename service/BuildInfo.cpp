@@ -1,5 +1,7 @@
 #include "service/BuildInfo.h"
 
+#include <corvid_wifi_version.h>
+
 #if __has_include(<corvid_build_info.h>)
 #include <corvid_build_info.h>
 #endif
@@ -7,7 +9,7 @@
 namespace Ursa::OS::Wifi {
 
 BuildInfo BuildInfo::ofProcess() {
-    BuildInfo info = {"1.0.0", "unknown", "host"};
+    BuildInfo info = {CORVID_WIFI_VERSION, "unknown", "host"};
 #ifdef CORVID_WIFI_COMMIT
     info.commit = CORVID_WIFI_COMMIT;
 #endif

@@ -1,5 +1,7 @@
 #include "sim/Options.h"
 
+#include <corvid_wifi_version.h>
+
 #include <algorithm>
 #include <cstdlib>
 
@@ -12,7 +14,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::string_view kVersion = "1.0.0";
 constexpr std::string_view kUsages[] = {"corvid-sim [OPTION ...] SCENARIO",
                                         "corvid-sim [OPTION ...] --control"};
 constexpr std::string_view kSummary = "plays the headset around the Wi-Fi daemon";
@@ -187,7 +188,7 @@ Options readOptions(const std::vector<std::string>& words) {
     return options;
 }
 
-std::string versionText() { return "corvid-sim " + std::string(kVersion) + "\n"; }
+std::string versionText() { return "corvid-sim " CORVID_WIFI_VERSION "\n"; }
 
 std::string optionsHelp() {
     std::string text;
@@ -218,7 +219,7 @@ std::string optionsJson() {
     }
     return lineOf({{"name", "corvid-sim"},
                    {"summary", kSummary},
-                   {"version", kVersion},
+                   {"version", CORVID_WIFI_VERSION},
                    {"usage", kUsages},
                    {"description", {kDescription}},
                    {"words", Json::array()},

@@ -46,7 +46,7 @@ const std::vector<OptionRow>& optionRows();
 /** Parses `words`, those after the program's name. Throws UsageError. */
 Options readOptions(const std::vector<std::string>& words);
 
-/** "corvid-sim 1.0.0", a line. */
+/** The program's name and version, a line. */
 std::string versionText();
 
 /** What --help prints. */

@@ -1,5 +1,6 @@
 #include "tools/Record.h"
 
+#include <corvid_wifi_version.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -24,7 +25,6 @@
 #include "tools/StopSignals.h"
 #include "tools/Subscription.h"
 #include "tools/TraceFile.h"
-#include "tools/Version.h"
 #include "tools/WakeFd.h"
 
 namespace Ursa::OS::Wifi::Tools {
@@ -222,7 +222,7 @@ class Recording {
                 {"version", 1},
                 {"source", "record"},
                 {"made_by", "corvid-wifi record"},
-                {"tool_version", kVersion},
+                {"tool_version", CORVID_WIFI_VERSION},
                 {"label", options_.label},
                 {"interval_s", std::chrono::duration<double>(options_.interval).count()},
                 {"service", std::string(IWifi::descriptor) + "/default"},

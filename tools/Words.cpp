@@ -1,5 +1,7 @@
 #include "tools/Words.h"
 
+#include <corvid_wifi_version.h>
+
 #include <algorithm>
 
 #include "tools/BugReport.h"
@@ -9,7 +11,6 @@
 #include "tools/Print.h"
 #include "tools/ReportWords.h"
 #include "tools/ServiceWords.h"
-#include "tools/Version.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -47,8 +48,8 @@ int runHelp(const CommandLine& line) {
 }
 
 int runVersion(const CommandLine& line) {
-    print(line.has("--json") ? toLine({{"version", kVersion}}) + "\n"
-                             : std::string("corvid-wifi ") + kVersion + "\n");
+    print(line.has("--json") ? toLine({{"version", CORVID_WIFI_VERSION}}) + "\n"
+                             : "corvid-wifi " CORVID_WIFI_VERSION "\n");
     return kSuccess;
 }
 
@@ -228,7 +229,7 @@ std::string helpJson() {
     }
     return toLine({{"name", "corvid-wifi"},
                    {"summary", kSummary},
-                   {"version", kVersion},
+                   {"version", CORVID_WIFI_VERSION},
                    {"usage", {"corvid-wifi [OPTION ...] COMMAND [ARG ...]"}},
                    {"words", words},
                    {"options", jsonOf(commonOptions())},

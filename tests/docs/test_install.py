@@ -84,6 +84,18 @@ class Install(unittest.TestCase):
             self.assertIn(meaning, entry, name)
             self.assertIn(f"default {default}, ", entry, name)
 
+    def test_everything_has_the_version_of_the_one_file(self):
+        with open(os.path.join(SOURCE, "version.txt"), encoding="utf-8") as file:
+            version = file.read().strip()
+        for program in ("corvid-wifi", "corvid-sim"):
+            self.assertEqual(self.run_installed(program, "--version").stdout,
+                             f"{program} {version}\n")
+        for page in (("man1", "corvid-wifi.1"), ("man1", "corvid-sim.1"), ("man8", DAEMON + ".8")):
+            with open(self.path("share", "man", *page), encoding="utf-8") as file:
+                self.assertIn(f' "" "{version}"\n', file.readline())
+        with open(self.path("sbin", DAEMON), "rb") as file:
+            self.assertIn(version.encode() + b"\0", file.read())
+
     def complete(self, *words):
         script = (f". {self.path('share', 'bash-completion', 'completions', 'corvid-wifi')}; "
                   f"COMP_WORDS=(corvid-wifi {' '.join(words)}); COMP_CWORD={len(words)}; "

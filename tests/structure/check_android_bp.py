@@ -26,6 +26,7 @@ NAMING = {
     "shared_libs": ("cc_library", "cc_library_shared", "hidl_interface"),
     "static_libs": LINKED,
     "whole_static_libs": LINKED,
+    "generated_headers": ("genrule",),
     "init_rc": ("filegroup",),
     "vintf_fragments": ("filegroup",),
 }
@@ -49,7 +50,7 @@ def module_sources(parsed, complaints):
     """The sources of each module with any: {module name: (its Android.bp, [paths relative to root])}."""
     modules = {}
     for path, kind, properties in parsed:
-        if "srcs" not in properties or kind == "filegroup":
+        if "srcs" not in properties or kind in ("filegroup", "genrule"):
             continue
         name = properties.get("name")
         if kind == "cc_defaults" or name is None:

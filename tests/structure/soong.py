@@ -104,6 +104,9 @@ MODULES = {
     "cc_library_shared": _LIBRARY,
     "cc_library_static": _LIBRARY,
     "cc_test": _TEST,
+    "genrule": {**_EVERY,
+                **_all(LIST, "srcs exclude_srcs out tools tool_files export_include_dirs"),
+                **_all(STRING, "cmd")},
     "filegroup": {**_EVERY, **_all(LIST, "srcs exclude_srcs"), **_all(STRING, "path")},
     "hidl_interface": {
         **_EVERY,
