@@ -7,13 +7,14 @@ cd "$(dirname "$0")"
 
 usage() {
     cat <<'END'
-usage: ./test.sh [--all | --arm64 | --armhf] [OPTION ...] [-- CTEST-OPTION ...]
+usage: ./test.sh [--all | --arm64 | --armhf | --package] [OPTION ...] [-- CTEST-OPTION ...]
 
 Installs what is missing, builds, and runs the tests, the virtual machine's included.
 
   --all      also under the address and the thread sanitizer, and clang-tidy
   --arm64    in place of that the tests compiled for arm64, by emulation
   --armhf    the same for a machine with words of 32 bits
+  --package  in place of that the Debian package, in a fresh Debian; as root, and a few minutes
   -R REGEX   only tests whose names match: ./test.sh -R TxPower
   -E REGEX   no tests whose names match
   -L REGEX   only tests with such a label (lab, tidy)
@@ -28,6 +29,7 @@ END
 
 all=false
 machine=
+package=false
 jobs=$((4 * $(nproc)))
 jobs_given=false
 without=()  # labels
@@ -41,6 +43,7 @@ while [ $# -gt 0 ]; do
             ;;
         --all) all=true ;;
         --arm64 | --armhf) machine=${1#--} ;;
+        --package) package=true ;;
         -V | -N) options+=("$1") ;;
         -R | -E | -L | -LE | -j)
             [ $# -ge 2 ] || fail "$1 needs a value; see ./test.sh --help"
@@ -93,6 +96,14 @@ emulated() {
 if [ -n "$machine" ]; then
     emulated "$machine"
     exit
+fi
+
+# Not one of ctest's tests: it unpacks a Debian, and boots it.
+if $package; then
+    install_packages packages.txt
+    install_packages tests/install/packages.txt
+    build gcc
+    CORVID_BUILD=$PWD/build CORVID_PACKAGE=required exec python3 -B tests/install/test_fresh_debian.py -v
 fi
 
 # One run of ctest over the tests of every build folder, so that there is one summary.

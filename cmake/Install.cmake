@@ -45,26 +45,53 @@ foreach(program corvid-wifi corvid-sim)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 endforeach()
 set(daemon vendor.corvid.hardware.wifi@1.0-service)
-# The daemon's page lists the properties as the daemon has them.
-add_custom_command(OUTPUT ${documents}/${daemon}.json
+add_custom_command(OUTPUT ${documents}/properties.json
   COMMAND corvid-properties > ${documents}/properties.json
-  COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/cmake/documents.py with-properties
-    ${CMAKE_SOURCE_DIR}/service/manual.json ${documents}/${daemon}.json ${documents}/properties.json
-    ${PROJECT_VERSION}
-  DEPENDS corvid-properties ${CMAKE_SOURCE_DIR}/service/manual.json
-    ${CMAKE_SOURCE_DIR}/cmake/documents.py VERBATIM)
-document(man ${documents}/${daemon}.json ${daemon}.8)
-install(FILES ${documents}/${daemon}.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  DEPENDS corvid-properties VERBATIM)
+
+# described(PROGRAM SECTION DESCRIPTION [PROPERTIES]): the page of a program that has no words of its
+# own. The daemon's lists its properties, as the daemon has them.
+function(described program section description)
+  add_custom_command(OUTPUT ${documents}/${program}.json
+    COMMAND ${Python3_EXECUTABLE} -B ${CMAKE_SOURCE_DIR}/cmake/documents.py complete
+      ${description} ${documents}/${program}.json ${PROJECT_VERSION} ${ARGN}
+    DEPENDS ${description} ${ARGN} ${CMAKE_SOURCE_DIR}/cmake/documents.py VERBATIM)
+  document(man ${documents}/${program}.json ${program}.${section})
+  install(FILES ${documents}/${program}.${section} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+  set(made ${made} PARENT_SCOPE)
+endfunction()
+described(${daemon} 8 ${CMAKE_SOURCE_DIR}/service/manual.json ${documents}/properties.json)
+described(corvid-statsd 1 ${CMAKE_SOURCE_DIR}/host/stats/manual.json)
 add_custom_target(documents ALL DEPENDS ${made})
 
+# The unit allows the system calls that the daemon's seccomp policies do. These are in force from its
+# main on; so the start of a dynamic program comes beside, and what other processors have in the place
+# of access, mkdir and readlink.
+set(system_calls arch_prctl execve faccessat mkdirat readlink readlinkat)
+foreach(policy device/${daemon}.policy lab/guest/host.policy)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${policy})
+  file(STRINGS ${policy} calls REGEX "^[a-z0-9_]+: 1$")
+  list(TRANSFORM calls REPLACE ": 1$" "")
+  list(APPEND system_calls ${calls})
+endforeach()
+list(SORT system_calls)
+list(JOIN system_calls " " system_calls)
 configure_file(service/corvid-wifi.service.in ${CMAKE_BINARY_DIR}/corvid-wifi.service @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/corvid-wifi.service DESTINATION lib/systemd/system)
 
 # A Debian package: cpack -G DEB, in the build folder.
 set(CPACK_PACKAGE_NAME corvid-wifi)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+# Whoever builds a package for others says who they are: cpack -D CPACK_PACKAGE_CONTACT=...
 set(CPACK_PACKAGE_CONTACT "the maintainers of corvid-wifi <root@localhost>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Wi-Fi tuning daemon of a headset, with its simulator")
+set(CPACK_PACKAGE_DESCRIPTION "The daemon tunes a headset's Wi-Fi radio: it follows the
+supplicant's control sockets and answers what happens on the link with
+commands to the driver. On a host it runs as a service, with a folder of
+its own for the device's root.
+
+With it come corvid-wifi, which asks the daemon and tells it what to do,
+and corvid-sim, which plays a headset around it from scenario files.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -79,4 +106,6 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_SOURCE_DIR}/cmake/debian/postinst
   ${CMAKE_SOURCE_DIR}/cmake/debian/prerm ${CMAKE_SOURCE_DIR}/cmake/debian/postrm)
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS wpasupplicant)
+# What Debian wants of a package's files.
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_SOURCE_DIR}/cmake/debian/Prepare.cmake)
 include(CPack)

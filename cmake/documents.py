@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """documents.py man|bash|zsh DESCRIPTION.json OUT
-documents.py with-properties DESCRIPTION.json OUT PROPERTIES.json VERSION
+documents.py complete DESCRIPTION.json OUT VERSION [PROPERTIES.json]
 
-Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself; or
-adds the list that corvid-properties prints, and the version, to a table.
+Makes a man page, or a completion for bash or zsh, of the table that a program prints of itself. A
+table that stands in a file is completed first: with the version, and with the daemon's properties
+as corvid-properties prints them.
 """
 
 import json
@@ -109,19 +110,22 @@ def zsh(about):
     return "\n".join([*lines, "    esac ;;", "esac"]) + "\n"
 
 
-def with_properties(about):
-    """The table, with the version and an entry for each property of the daemon."""
-    with open(sys.argv[4], encoding="utf-8") as file:
-        listed = json.load(file)["properties"]
-    properties = [{"name": entry["name"],
-                   "what": f"{entry['meaning']} (type {entry['type']}, default {entry['default']}, a "
-                           f"change takes effect: {entry['effect']})"} for entry in listed]
-    return json.dumps({**about, "version": sys.argv[5], "properties": properties})
+def complete(about):
+    """The table, with the version, and an entry for each property that is listed."""
+    about["version"] = sys.argv[4]
+    if len(sys.argv) > 5:
+        with open(sys.argv[5], encoding="utf-8") as file:
+            listed = json.load(file)["properties"]
+        about["properties"] += [
+            {"name": entry["name"],
+             "what": f"{entry['meaning']} (type {entry['type']}, default {entry['default']}, a change takes "
+                     f"effect: {entry['effect']})"} for entry in listed]
+    return json.dumps(about)
 
 
 if __name__ == "__main__":
     with open(sys.argv[2], encoding="utf-8") as file:
         description = json.load(file)
     with open(sys.argv[3], "w", encoding="utf-8") as file:
-        kinds = {"man": man, "bash": bash, "zsh": zsh, "with-properties": with_properties}
+        kinds = {"man": man, "bash": bash, "zsh": zsh, "complete": complete}
         file.write(kinds[sys.argv[1]](description))
