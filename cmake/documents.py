@@ -110,6 +110,16 @@ def zsh(about):
     return "\n".join([*lines, "    esac ;;", "esac"]) + "\n"
 
 
+def values(entry):
+    if entry["type"] == "bool":
+        return "true or false"
+    lowest, highest = entry["lowest"], entry["highest"]
+    if highest == 2147483647:
+        return f"{lowest} and more"
+    return f"{lowest} to {highest}" if highest - lowest > 1 else \
+        " or ".join(str(value) for value in range(lowest, highest + 1))
+
+
 def complete(about):
     """The table, with the version, and an entry for each property that is listed."""
     about["version"] = sys.argv[4]
@@ -118,7 +128,7 @@ def complete(about):
             listed = json.load(file)["properties"]
         about["properties"] += [
             {"name": entry["name"],
-             "what": f"{entry['meaning']} (type {entry['type']}, default {entry['default']}, a change takes "
+             "what": f"{entry['meaning']} ({values(entry)}, default {entry['default']}, a change takes "
                      f"effect: {entry['effect']})"} for entry in listed]
     return json.dumps(about)
 

@@ -114,14 +114,16 @@ constexpr PropertyType typeOf() {
 }
 
 template <typename T>
-PropertyState stateOf(const char* name, T fallback, PropertyEffect effect, const char* meaning,
-                      std::optional<T> parsed, Index property) {
+PropertyState stateOf(const char* name, T fallback, const PropertyRange& range,
+                      PropertyEffect effect, const char* meaning, std::optional<T> parsed,
+                      Index property) {
     PropertyState state;
     state.name = name;
     state.type = typeOf<T>();
     state.fallback = static_cast<int64_t>(fallback);
     state.effect = effect;
     state.meaning = meaning;
+    state.range = range;
     state.set = rawValue(name);
     if (state.set && parsed) {
         state.parsed = static_cast<int64_t>(*parsed);
@@ -133,12 +135,12 @@ PropertyState stateOf(const char* name, T fallback, PropertyEffect effect, const
 
 }  // namespace
 
-#define CORVID_WIFI_DEFINE_(type, accessor, name, fallback, effect, meaning)                    \
+#define CORVID_WIFI_DEFINE_(type, accessor, name, fallback, range, effect, meaning)             \
     type corvid_wifi_##accessor(type defaultValue) {                                            \
         const auto value = android::sysprop::CorvidWifiProperties::accessor();                  \
         return noteRead<PropertyEffect::effect>(Index::accessor, value.value_or(defaultValue)); \
     }
-#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name, fallback, effect, meaning)               \
+#define CORVID_WIFI_DEFINE_FLAG_(type, accessor, name, fallback, range, effect, meaning)        \
     type corvid_wifi_##accessor(bool defaultValue) {                                            \
         const auto value = android::sysprop::CorvidWifiProperties::accessor();                  \
         return noteRead<PropertyEffect::effect>(Index::accessor, value.value_or(defaultValue)); \
@@ -149,10 +151,10 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_FLAG_)
 
 std::vector<PropertyState> readStates() {
     std::vector<PropertyState> states;
-#define CORVID_WIFI_STATE_(type, accessor, name, fallback, effect, meaning)                       \
-    states.push_back(stateOf<type>("persist.vendor.wifi." name, fallback, PropertyEffect::effect, \
-                                   meaning, android::sysprop::CorvidWifiProperties::accessor(),   \
-                                   Index::accessor));
+#define CORVID_WIFI_STATE_(type, accessor, name, fallback, range, effect, meaning)            \
+    states.push_back(stateOf<type>(                                                           \
+        "persist.vendor.wifi." name, fallback, PropertyRanges::range, PropertyEffect::effect, \
+        meaning, android::sysprop::CorvidWifiProperties::accessor(), Index::accessor));
     CORVID_WIFI_PROPERTIES(CORVID_WIFI_STATE_, CORVID_WIFI_STATE_)
 #undef CORVID_WIFI_STATE_
     return states;

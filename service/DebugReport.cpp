@@ -89,6 +89,11 @@ StateTree toState(const PropertyState& property) {
     state.set("inForce",
               property.inForce ? valueOf(property.type, *property.inForce) : StateTree());
     state.set("description", property.meaning);
+    if (property.type != PropertyType::Bool) {
+        state.set("lowest", property.range.lowest);
+        state.set("highest", property.range.highest);
+        state.set("otherwise", property.range.otherwise);
+    }
 
     std::string line = std::string(property.name) + " = " + textOf(property.type, property.value());
     line += property.isMalformed() ? " (\"" + *property.set + "\" is malformed: default used)"

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <optional>
 
 #include <android-base/parseint.h>
 #include <sys/system_properties.h>
@@ -29,6 +31,42 @@ std::string fieldText(const Json& property, const char* field) {
         return "-";
     }
     return value->is_string() ? value->get<std::string>() : toLine(*value);
+}
+
+struct Range {
+    int64_t lowest;
+    int64_t highest;
+};
+
+/** What makes sense; what the type holds, if the daemon is too old to tell. */
+Range rangeOf(const Json& property) {
+    const std::string type = property.value("type", std::string());
+    if (type == "bool") {
+        return {0, 1};
+    }
+    const bool isSigned = type == "int";
+    return {property.value("lowest", isSigned ? int64_t{INT32_MIN} : 0),
+            property.value("highest", isSigned ? int64_t{INT32_MAX} : int64_t{UINT32_MAX})};
+}
+
+/** As the daemon reads a value of the type. */
+std::optional<int64_t> parse(const std::string& type, const std::string& value) {
+    if (type == "bool") {
+        for (const char* word : {"true", "false", "1", "0"}) {
+            if (strcasecmp(value.c_str(), word) == 0) {
+                return word[0] == 't' || word[0] == '1' ? 1 : 0;
+            }
+        }
+        return std::nullopt;
+    }
+    if (type == "int") {
+        int number = 0;
+        return ::android::base::ParseInt(value, &number) ? std::optional<int64_t>(number)
+                                                         : std::nullopt;
+    }
+    unsigned number = 0;
+    return ::android::base::ParseUint(value, &number) ? std::optional<int64_t>(number)
+                                                      : std::nullopt;
 }
 
 /** The property of that name, with or without what all names begin with. Throws UsageError. */
@@ -74,27 +112,34 @@ int set(const CommandLine& line) {
 
 }  // namespace
 
-std::string wrongWithValue(const Json& property, const std::string& value) {
-    const std::string type = property.value("type", std::string());
-    int number = 0;
-    unsigned unsignedNumber = 0;
-    if (type == "bool") {
-        // As the daemon reads it.
-        for (const char* word : {"true", "false", "1", "0"}) {
-            if (strcasecmp(value.c_str(), word) == 0) {
-                return "";
-            }
-        }
+std::string valuesOf(const Json& property) {
+    if (property.value("type", std::string()) == "bool") {
         return "true or false";
     }
-    if (type == "int") {
-        return ::android::base::ParseInt(value, &number)
-                   ? ""
-                   : "a whole number from -2147483648 to 2147483647";
+    const Range range = rangeOf(property);
+    return range.lowest == range.highest ? std::to_string(range.lowest) + " alone"
+                                         : "a whole number from " + std::to_string(range.lowest) +
+                                               " to " + std::to_string(range.highest);
+}
+
+std::string otherwiseOf(const Json& property) {
+    return "the daemon checks only the type: " +
+           property.value("otherwise", std::string("it takes it as it is"));
+}
+
+bool isInRange(const Json& property, int64_t value) {
+    const Range range = rangeOf(property);
+    return range.lowest <= value && value <= range.highest;
+}
+
+std::string wrongWithValue(const Json& property, const std::string& value) {
+    const std::optional<int64_t> parsed = parse(property.value("type", std::string()), value);
+    if (!parsed) {
+        return valuesOf(property) + " (the daemon takes its default " +
+               fieldText(property, "default") + " for anything else)";
     }
-    return ::android::base::ParseUint(value, &unsignedNumber)
-               ? ""
-               : "a whole number from 0 to 4294967295";
+    return isInRange(property, *parsed) ? ""
+                                        : valuesOf(property) + " (" + otherwiseOf(property) + ")";
 }
 
 std::vector<Json> propertiesLike(const Json& report, const std::string& pattern) {

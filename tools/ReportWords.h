@@ -25,7 +25,14 @@ std::string historyLine(const Json& entry);
 std::vector<Json> propertiesLike(const Json& report, const std::string& pattern);
 std::string propertyTable(const std::vector<Json>& properties);
 
-/** What is wrong with `value` for the property, or nothing. */
+/** Which values make sense for the property. */
+std::string valuesOf(const Json& property);
+bool isInRange(const Json& property, int64_t value);
+
+/** What the daemon does with a value out of range. */
+std::string otherwiseOf(const Json& property);
+
+/** What is allowed in place of `value`, and what the daemon does with that; empty if it is fine. */
 std::string wrongWithValue(const Json& property, const std::string& value);
 
 }  // namespace Ursa::OS::Wifi::Tools

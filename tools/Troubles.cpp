@@ -6,6 +6,7 @@
 
 #include "tools/Nearest.h"
 #include "tools/Report.h"
+#include "tools/ReportWords.h"
 
 namespace Ursa::OS::Wifi::Tools {
 
@@ -203,6 +204,10 @@ void addProperties(const Json& report, const std::map<std::string, std::string>&
                                ", which is no " + textOf(property, "type") +
                                ": the daemon takes its default " +
                                toLine(partOf(property, "default")));
+        } else if (const Json& value = partOf(property, "value");
+                   value.is_number() && !isInRange(property, value.get<int64_t>())) {
+            troubles.push_back(name + " is " + toLine(value) + ", not " + valuesOf(property) +
+                               "; " + otherwiseOf(property));
         }
         const Json& inForce = partOf(property, "inForce");
         if (!inForce.is_null() && inForce != partOf(property, "value")) {

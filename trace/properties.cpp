@@ -15,6 +15,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Ursa::OS::Wifi::PropertyEffect;
 using Ursa::OS::Wifi::TxPowerSettings;
+namespace PropertyRanges = Ursa::OS::Wifi::PropertyRanges;
 
 const char* effectName(PropertyEffect effect) {
     switch (effect) {
@@ -32,11 +33,13 @@ const char* effectName(PropertyEffect effect) {
 
 Json allProperties() {
     Json list = Json::array();
-#define CORVID_WIFI_LIST_(type, accessor, property, fallback, effect, meaning) \
-    list.push_back(Json{{"name", "persist.vendor.wifi." property},             \
-                        {"type", #type},                                       \
-                        {"default", #fallback},                                \
-                        {"effect", effectName(PropertyEffect::effect)},        \
+#define CORVID_WIFI_LIST_(type, accessor, property, fallback, range, effect, meaning) \
+    list.push_back(Json{{"name", "persist.vendor.wifi." property},                    \
+                        {"type", #type},                                              \
+                        {"default", #fallback},                                       \
+                        {"lowest", PropertyRanges::range.lowest},                     \
+                        {"highest", PropertyRanges::range.highest},                   \
+                        {"effect", effectName(PropertyEffect::effect)},               \
                         {"meaning", meaning}});
     CORVID_WIFI_PROPERTIES(CORVID_WIFI_LIST_, CORVID_WIFI_LIST_)
 #undef CORVID_WIFI_LIST_

@@ -140,6 +140,13 @@ TEST_F(Properties, EveryPropertyOfTheListHasARow) {
 #undef EXPECT_ROW
 }
 
+TEST_F(Properties, EachDefaultIsInItsRange) {
+    for (const PropertyState& state : readStates()) {
+        EXPECT_GE(state.fallback, state.range.lowest) << state.name;
+        EXPECT_LE(state.fallback, state.range.highest) << state.name;
+    }
+}
+
 TEST_F(Properties, PropertyThatIsNotSetGivesTheCallersDefault) {
     for (const Property& entry : kProperties) {
         SCOPED_TRACE(entry.name);

@@ -76,13 +76,14 @@ class Install(unittest.TestCase):
         with open(self.path("share", "man", "man8", DAEMON + ".8"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
         with open(os.path.join(SOURCE, "docs", "properties.md"), encoding="utf-8") as file:
-            listed = re.findall(r"(?m)^\| `(persist[^`]+)` \| \w+ \| `([^`]+)` \| [^|]+ \| (.*) \|$",
+            listed = re.findall(r"(?m)^\| `(persist[^`]+)` \| \w+ \| ([^|]+) \| `([^`]+)` \| [^|]+ \| (.*) \|$",
                                 file.read())
         self.assertGreater(len(listed), 40)
-        for name, default, meaning in listed:
+        for name, values, default, meaning in listed:
             entry = page.partition(f"\n.B {name}\n")[2].partition("\n")[0]
             self.assertIn(meaning, entry, name)
             self.assertIn(f"default {default}, ", entry, name)
+            self.assertIn(f"({values}, ", entry, name)
 
     def test_everything_has_the_version_of_the_one_file(self):
         with open(os.path.join(SOURCE, "version.txt"), encoding="utf-8") as file:

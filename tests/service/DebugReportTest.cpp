@@ -240,6 +240,10 @@ TEST_F(DebugReportTest, PropertyThatIsMalformedOrChangedSinceTheStartIsTold) {
     EXPECT_EQ(changed.at("inForce"), false);
     EXPECT_EQ(changed.at("takesEffect"), "at restart");
     EXPECT_EQ(property("txpower.dbm.p2p").at("inForce"), nullptr) << "not read yet";
+    EXPECT_EQ(property("txpower.dbm.p2p").at("lowest"), 0);
+    EXPECT_EQ(property("txpower.dbm.p2p").at("highest"), 60);
+    EXPECT_EQ(property("txpower.dbm.p2p").at("otherwise"), "it sends it to the driver");
+    EXPECT_EQ(changed.count("lowest"), 0U) << "of a switch";
     const std::string text = report({"properties"});
     EXPECT_THAT(text, HasSubstr("persist.vendor.wifi.devparams.enable = false (\"yes\" is "
                                 "malformed: default used)"));

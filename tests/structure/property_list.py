@@ -10,12 +10,13 @@ PREFIX = "persist.vendor.wifi."
 CONTEXT_TYPES = {"bool": "bool", "int": "int", "unsigned": "uint"}
 EFFECTS = {"Restart": "restart", "FirstUse": "first use", "AtOnce": "at once", "Both": "both"}
 
-Property = collections.namedtuple("Property", "type accessor name line meaning default effect")
+Property = collections.namedtuple("Property", "type accessor name line meaning default range effect")
 
 _ENTRY = re.compile(r"""
     \b[PF]\(\s*(?P<type>\w+)\s*,\s*(?P<accessor>\w+)\s*,\s*"(?P<name>[^"]*)"\s*,
-    \s*(?P<default>-?\w+)\s*,\s*(?P<effect>\w+)\s*,\s*(?P<meaning>"[^"]+"(?:\s*"[^"]+")*)\s*\)
+    \s*(?P<default>-?\w+)\s*,\s*(?P<range>\w+)\s*,\s*(?P<effect>\w+)\s*,\s*(?P<meaning>"[^"]+"(?:\s*"[^"]+")*)\s*\)
     | \b(?P<other>[PF]\([^,]*,[^,]*,[^,)]*)""", re.VERBOSE)
+_RANGE = re.compile(r"PropertyRange (\w+)\{(-?\d+), (-?\d+),")
 
 
 def parse(text, complaints):
@@ -25,13 +26,16 @@ def parse(text, complaints):
         complaints.append(f"{LIST}: there is no CORVID_WIFI_PROPERTIES")
         return []
     end = re.compile(r"[^\\]\n").search(text, begin.end())
+    ranges = {name: (int(lowest), int(highest)) for name, lowest, highest in _RANGE.findall(text)}
     macro = text[begin.end():end.end() if end else len(text)].replace("\\\n", " \n")
     found = []
     for match in _ENTRY.finditer(macro):
         line = text.count("\n", 0, begin.end() + match.end()) + 1
         if match["other"] or match["effect"] not in EFFECTS:
-            complaints.append(f"{LIST}:{line}: {match.group()!r} lacks its default, meaning or "
-                              f"{' or '.join(EFFECTS)}")
+            complaints.append(f"{LIST}:{line}: {match.group()!r} lacks its default, range, meaning "
+                              f"or {' or '.join(EFFECTS)}")
+        elif match["range"] not in ranges:
+            complaints.append(f"{LIST}:{line}: there is no PropertyRange {match['range']}")
         elif match["type"] not in CONTEXT_TYPES:
             complaints.append(f"{LIST}:{line}: {match['name']} has type {match['type']}, not "
                               f"{' or '.join(CONTEXT_TYPES)}")
@@ -39,8 +43,19 @@ def parse(text, complaints):
             default = {"true": "on", "false": "off"}.get(match["default"], match["default"])
             meaning = "".join(re.findall(r'"([^"]+)"', match["meaning"]))
             found.append(Property(match["type"], match["accessor"], PREFIX + match["name"], line,
-                                  meaning, default, EFFECTS[match["effect"]]))
+                                  meaning, default, ranges[match["range"]],
+                                  EFFECTS[match["effect"]]))
     return found
+
+
+def shown_values(entry):
+    if entry.type == "bool":
+        return "true or false"
+    lowest, highest = entry.range
+    if highest == 2147483647:
+        return f"{lowest} and more"
+    return f"{lowest} to {highest}" if highest - lowest > 1 else \
+        " or ".join(str(value) for value in range(lowest, highest + 1))
 
 
 def shown_default(entry):
@@ -50,10 +65,10 @@ def shown_default(entry):
 _BEFORE_TABLE = """# System properties
 
 These are the daemon's tunable values. `setprop` on the device, or `property` in the lab, sets one; it
-survives a reboot. A value that does not parse counts as not set. Only the type is checked: the driver
-is sent any value of that type.
+survives a reboot. A value that does not parse counts as not set. The daemon checks only the type: the
+driver is sent any value of that type. `corvid-wifi props set` refuses one outside the values below.
 
-| type | values |
+| type | what parses |
 |---|---|
 | bool | `true`, `false`, `1`, `0` |
 | int | -2147483648 to 2147483647, also hexadecimal: `0x1F` |
@@ -72,16 +87,16 @@ stricter: it refuses a value that does not fit the type in `device/sepolicy/prop
 This page and `device/sepolicy/property_contexts` are generated from `config/CorvidWifiProperties.h` by
 `tests/structure/check_properties.py . --write`.
 
-| property | type | default | takes effect | meaning |
-|---|---|---|---|---|
+| property | type | values | default | takes effect | meaning |
+|---|---|---|---|---|---|
 """
 
 
 def documentation(properties):
     """docs/properties.md"""
     table = [
-        f"| `{entry.name}` | {CONTEXT_TYPES[entry.type]} | {shown_default(entry)} | "
-        f"{entry.effect} | {entry.meaning} |" for entry in properties
+        f"| `{entry.name}` | {CONTEXT_TYPES[entry.type]} | {shown_values(entry)} | "
+        f"{shown_default(entry)} | {entry.effect} | {entry.meaning} |" for entry in properties
     ]
     return _BEFORE_TABLE + "\n".join(table) + "\n"
 

@@ -420,13 +420,16 @@ class HalFrozenTest(TreeTest):
 
 
 PROPERTIES = """#define CORVID_WIFI_PROPERTIES(P, F) \\
-    P(bool, cmd_scan, "cmd.scan", false, Both, "scans") \\
+    P(bool, cmd_scan, "cmd.scan", false, Flag, Both, "scans") \\
     \\
-    P(unsigned, dbm_upper, "dbm.upper", 20, FirstUse, "upper step, " \\
+    P(unsigned, dbm_upper, "dbm.upper", 20, Step, FirstUse, "upper step, " \\
       "dBm") \\
     \\
-    F(int, which, "which", 0, AtOnce, "which")
+    F(int, which, "which", 0, Count, AtOnce, "which")
 P(not, of, "the list")
+inline constexpr PropertyRange Flag{0, 1, "default"};
+inline constexpr PropertyRange Step{0, 60, "sent"};
+inline constexpr PropertyRange Count{0, 2147483647, "sent"};
 """
 
 USES = """ReadOnce<unsigned> upper{Sysprop::corvid_wifi_dbm_upper,
@@ -476,20 +479,21 @@ class PropertiesTest(TreeTest):
 
     def test_a_time_of_effect_that_the_code_does_not_keep_is_found(self):
         for path, old, new, place in (
-                (self.LIST, "20, FirstUse", "20, AtOnce", "managers/A.cpp:1"),
-                (self.LIST, "false, Both", "false, AtOnce", "config/FeatureList.h:1"),
-                (self.LIST, "false, Both", "false, FirstUse", "config/FeatureList.h:1"),
-                (self.LIST, "0, AtOnce", "0, Both", "config/FeatureList.h")):
+                (self.LIST, "Step, FirstUse", "Step, AtOnce", "managers/A.cpp:1"),
+                (self.LIST, "Flag, Both", "Flag, AtOnce", "config/FeatureList.h:1"),
+                (self.LIST, "Flag, Both", "Flag, FirstUse", "config/FeatureList.h:1"),
+                (self.LIST, "Count, AtOnce", "Count, Both", "config/FeatureList.h")):
             with self.subTest(new):
                 self.change(path, old, new)
                 self.assertEqual([place in complaint for complaint in self.check()][:1], [True])
                 self.change(path, new, old)
 
     def test_an_entry_without_its_parts_is_found(self):
-        for parts in ('"scans"', 'false, "scans"', 'false, Sometimes, "scans"', 'false, Both',
-                      'false, Both, ""'):
+        for parts in ('"scans"', 'false, "scans"', 'false, Flag, "scans"', 'false, Both, "scans"',
+                      'false, Flag, Sometimes, "scans"', 'false, Flag, Both', 'false, Flag, Both, ""',
+                      'false, Often, Both, "scans"'):
             with self.subTest(parts):
-                self.write(self.LIST, PROPERTIES.replace('false, Both, "scans"', parts))
+                self.write(self.LIST, PROPERTIES.replace('false, Flag, Both, "scans"', parts))
                 self.assertIn(self.LIST + ":2", self.check()[0])
 
     def test_a_made_file_that_was_changed_or_removed_is_found(self):

@@ -249,6 +249,20 @@ TEST(Troubles, MistypedPropertiesAreNamedWithWhatWasMeant) {
                     "set to \"true\" (did you mean \"persist.vendor.wifi.txpower.enable.sta\"?)"));
 }
 
+TEST(Troubles, ValueOutOfRangeIsNamedWithWhatTheDaemonDoesWithIt) {
+    Json report = wellReport();
+    report["properties"][0].update({{"set", "200"},
+                                    {"value", 200},
+                                    {"inForce", 200},
+                                    {"origin", "set"},
+                                    {"lowest", 0},
+                                    {"highest", 60},
+                                    {"otherwise", "it sends it to the driver"}});
+    EXPECT_THAT(troublesOf(report, kNoProperties),
+                ElementsAre("persist.vendor.wifi.txpower.dbm.upper is 200, not a whole number from "
+                            "0 to 60; the daemon checks only the type: it sends it to the driver"));
+}
+
 TEST(Refusal, FeatureThatIsOffIsNamedWithItsSwitches) {
     EXPECT_EQ(whyRefused(wellReport(), "startCsa", 1000),
               "ChannelSwitchManager is off: set persist.vendor.wifi.cmd.cs.p2p.corvid or "
@@ -324,12 +338,29 @@ TEST(Props, ValueMustFitTheType) {
     const Json& number = report["properties"][0];
     const Json& flag = report["properties"][1];
     EXPECT_EQ(wrongWithValue(number, "20"), "");
-    EXPECT_THAT(wrongWithValue(number, "-1"), HasSubstr("from 0 to 4294967295"));
-    EXPECT_THAT(wrongWithValue(number, "20dBm"), HasSubstr("a whole number"));
+    EXPECT_EQ(wrongWithValue(number, "0x14"), "");
+    for (const char* value : {"20dBm", "-1", ""}) {
+        EXPECT_THAT(wrongWithValue(number, value), HasSubstr("takes its default 20")) << value;
+    }
     for (const char* value : {"true", "false", "1", "0", "TRUE"}) {
         EXPECT_EQ(wrongWithValue(flag, value), "") << value;
     }
-    EXPECT_EQ(wrongWithValue(flag, "yes"), "true or false");
+    EXPECT_EQ(wrongWithValue(flag, "yes"),
+              "true or false (the daemon takes its default false for anything else)");
+}
+
+TEST(Props, ValueMustBeInThePropertysRange) {
+    Json report = wellReport();
+    Json& number = report["properties"][0];
+    EXPECT_EQ(wrongWithValue(number, "4294967295"), "") << "from a daemon that names no range";
+    number.update({{"lowest", 0}, {"highest", 60}, {"otherwise", "it sends it to the driver"}});
+    EXPECT_EQ(wrongWithValue(number, "0"), "");
+    EXPECT_EQ(wrongWithValue(number, "60"), "");
+    EXPECT_EQ(wrongWithValue(number, "61"),
+              "a whole number from 0 to 60 (the daemon checks only the type: it sends it to the "
+              "driver)");
+    number.update({{"type", "int"}, {"lowest", 0}, {"highest", 0}});
+    EXPECT_THAT(wrongWithValue(number, "-1"), HasSubstr("0 alone"));
 }
 
 TEST(History, LineHasTimeWhatAndAnswer) {
