@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -32,6 +33,12 @@ constexpr size_t kLarge = 1'000'000;
 constexpr seconds kOwnLimit{4};
 constexpr seconds kToolLimit{3};
 constexpr seconds kTarLimit{10};
+/** Of one socket, which is asked by itself: a supplicant that hangs hides no other. */
+constexpr seconds kSocketLimit{2};
+/** A headset has three at most: station, P2P device and P2P group. */
+constexpr size_t kMostSockets = 4;
+constexpr size_t kSocketSize = 20'000;
+constexpr const char* kDaemon = "vendor.corvid.hardware.wifi@1.0-service";
 
 /** This program; a child of its own can be given up where a call of the service can't. */
 std::string ownPath() {
@@ -92,6 +99,44 @@ std::string defaultName() {
     return std::string(name) + ".tar.gz";
 }
 
+/** What a program has logged since the machine's start, where systemd keeps it. */
+std::vector<std::string> journalOf(const char* program) {
+    return {"journalctl", "--boot",     "--lines=5000",
+            "--quiet",    "--no-pager", std::string("--identifier=") + program};
+}
+
+/** The supplicant's sockets, by name. */
+std::vector<std::string> socketsIn(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code failure;
+    for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end;
+         entry.increment(failure)) {
+        std::error_code gone;
+        if (entry->is_socket(gone)) {
+            names.push_back(entry->path().filename());
+        }
+    }
+    std::sort(names.begin(), names.end());
+    names.resize(std::min(names.size(), kMostSockets));
+    return names;
+}
+
+/** An item's command, or what stands for it; says of both why there is nothing. */
+CommandResult run(const BugReportItem& item, int stopFd) {
+    CommandResult result = runCommand(item.command, item.size, item.limit, stopFd);
+    if (result.isMissing && !item.otherwise.empty()) {
+        const std::string missing = result.failure;
+        result = runCommand(item.otherwise, item.size, item.limit, stopFd);
+        if (!result.failure.empty()) {
+            result.failure = missing + "; " + item.otherwise.front() + ": " + result.failure;
+        }
+    }
+    if (result.failure.empty() && result.output.empty()) {
+        result.failure = "there is nothing in it";
+    }
+    return result;
+}
+
 }  // namespace
 
 std::vector<BugReportItem> bugReportItems() {
@@ -102,35 +147,37 @@ std::vector<BugReportItem> bugReportItems() {
         words.emplace_back("--timeout=3");
         return words;
     };
-    return {
+    std::vector<BugReportItem> items = {
         {"status.txt", own({"status"}), kSmall, kOwnLimit},
         {"debug.txt", own({"debug"}), kSmall, kOwnLimit},
         {"debug.json", own({"debug", "--json"}), kSmall, kOwnLimit},
         {"properties.txt", own({"props"}), kSmall, kOwnLimit},
         {"dump.txt", own({"dump"}), kSmall, kOwnLimit},
         {"version.txt", {"sh", "-c", "'" + self + "' --version; uname -a"}, kSmall, kToolLimit},
-        {"daemon.log", {"logcat", "-d", "-t", "5000", "-s", "CorvidWifi"}, kLarge, kToolLimit},
+        {"daemon.log",
+         {"logcat", "-d", "-t", "5000", "-s", "CorvidWifi"},
+         kLarge,
+         kToolLimit,
+         journalOf(kDaemon)},
         {"supplicant.log",
          {"logcat", "-d", "-t", "5000", "-s", "wpa_supplicant"},
          kLarge,
-         kToolLimit},
-        {"supplicant.txt",
-         {"sh", "-c",
-          "for socket in '" + sockets +
-              "'/*; do [ -S \"$socket\" ] || continue; "
-              "echo \"${socket##*/}:\"; wpa_cli -p '" +
-              sockets +
-              "' -i \"${socket##*/}\" status; done; "
-              "ls -l '" +
-              sockets + "'"},
-         kSmall,
-         kToolLimit},
+         kToolLimit,
+         journalOf("wpa_supplicant")},
+        {"sockets.txt", {"ls", "-l", sockets}, kSmall, kToolLimit},
         {"atoms.jsonl",
          {"tail", "-c", "1000000", rooted("/data/misc/stats/atoms.jsonl")},
          kLarge,
          kToolLimit},
         {"interfaces.txt", {"sh", "-c", "ip -s link; ip addr; iw dev"}, kSmall, kToolLimit},
     };
+    for (const std::string& name : socketsIn(sockets)) {
+        items.push_back({"supplicant-" + name + ".txt",
+                         {"wpa_cli", "-p", sockets, "-i", name, "status"},
+                         kSocketSize,
+                         kSocketLimit});
+    }
+    return items;
 }
 
 int runBugReport(const CommandLine& line) {
@@ -146,7 +193,7 @@ int runBugReport(const CommandLine& line) {
     std::string contents;
     Json items = Json::array();
     for (const BugReportItem& item : bugReportItems()) {
-        CommandResult result = runCommand(item.command, item.size, item.limit, stop.fd());
+        CommandResult result = run(item, stop.fd());
         if (isSet(stop)) {
             std::fprintf(stderr, "corvid-wifi: interrupted; no report was written\n");
             return kFailure;

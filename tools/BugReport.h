@@ -14,9 +14,12 @@ struct BugReportItem {
     std::vector<std::string> command;
     size_t size;                      ///< bytes at most
     std::chrono::milliseconds limit;  ///< how long it may take
+    /** Run in its place where there is no such program, as on a host. */
+    std::vector<std::string> otherwise = {};
 };
 
-/** Every file, in the order in which they are made. */
+/** Every file, in the order in which they are made; one for each of the supplicant's sockets now.
+ */
 std::vector<BugReportItem> bugReportItems();
 
 /**

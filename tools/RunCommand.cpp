@@ -107,7 +107,7 @@ CommandResult runCommand(const std::vector<std::string>& words, size_t size,
     CommandResult result;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
-        return {"", std::string("no pipe: ") + std::strerror(errno)};
+        return {"", std::string("no pipe: ") + std::strerror(errno), false};
     }
     const unique_fd input(ends[0]);
     unique_fd output(ends[1]);
@@ -119,7 +119,7 @@ CommandResult runCommand(const std::vector<std::string>& words, size_t size,
     arguments.push_back(nullptr);
     const pid_t pid = fork();
     if (pid < 0) {
-        return {"", std::string("no process: ") + std::strerror(errno)};
+        return {"", std::string("no process: ") + std::strerror(errno), false};
     }
     if (pid == 0) {
         become(arguments, output.get());
@@ -142,6 +142,7 @@ CommandResult runCommand(const std::vector<std::string>& words, size_t size,
     const int status = ended.value_or(0);
     if (result.failure.empty() && WIFEXITED(status) && WEXITSTATUS(status) == kNotRun) {
         result.failure = "there is no " + words.front() + " here";
+        result.isMissing = true;
     } else if (result.failure.empty() && status != 0) {
         result.failure = WIFEXITED(status) ? "status " + std::to_string(WEXITSTATUS(status))
                                            : "killed by signal " + std::to_string(WTERMSIG(status));

@@ -8,8 +8,9 @@ namespace Ursa::OS::Wifi::Tools {
 
 /** How a command went. */
 struct CommandResult {
-    std::string output;   ///< of both outputs, up to the size that was allowed
-    std::string failure;  ///< why it is not all there; empty if it is
+    std::string output;      ///< of both outputs, up to the size that was allowed
+    std::string failure;     ///< why it is not all there; empty if it is
+    bool isMissing = false;  ///< there is no such program
 };
 
 /**

@@ -6,13 +6,18 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <string>
 #include <thread>
 
+#include <android-base/unique_fd.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 #include "tests/support/Program.h"
+#include "tests/support/TempFolder.h"
 #include "tests/tools/Client.h"
 #include "tools/Anonymizer.h"
 #include "tools/BugReport.h"
@@ -77,7 +82,25 @@ TEST(RunCommand, OutputIsCutAtTheSize) {
     EXPECT_EQ(result.failure, "cut at 1000 bytes");
 }
 
+/** Leaves a socket file in the supplicant's folder below the root. */
+void makeSocket(const std::string& root, const std::string& name) {
+    const std::string folder = root + "/data/vendor/wifi/wpa/sockets";
+    std::filesystem::create_directories(folder);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    const std::string path = folder + "/" + name;
+    ASSERT_LT(path.size(), sizeof(address.sun_path));
+    path.copy(address.sun_path, path.size());
+    const ::android::base::unique_fd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+}
+
 TEST(BugReport, ItemsHoldFiveMegabytesAndTakeAMinuteAtMost) {
+    const ::test::TempFolder root;
+    for (const char* name : {"wlan0", "p2p0", "p2p-wlan0-0", "wlan1", "wlan2"}) {
+        makeSocket(root.path(), name);
+    }
+    setenv("CORVID_WIFI_ROOT", root.path().c_str(), 1);
     size_t size = 0;
     std::chrono::milliseconds limit{0};
     for (const BugReportItem& item : bugReportItems()) {
@@ -113,6 +136,76 @@ TEST_F(ClientBugReport, ItemThatCannotBeWrittenIsNamed) {
         atoms = item["name"] == "atoms.jsonl" ? item : atoms;
     }
     EXPECT_EQ(atoms["state"], "not written: File too large");
+}
+
+/** A bug report where these programs are found before the machine's own. */
+class ClientBugReportWith : public ::test::Client {
+  protected:
+    ClientBugReportWith() {
+        std::filesystem::create_directory(root_ + "/bin");
+        options_.environment.push_back("PATH=" + root_ + "/bin:/usr/bin:/bin");
+    }
+
+    void script(const std::string& name, const std::string& text) {
+        const std::string path = root_ + "/bin/" + name;
+        std::ofstream(path) << "#!/bin/sh\n" << text << "\n";
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    }
+
+    /** Makes one, and unpacks it. */
+    void report() {
+        const std::string file = root_ + "/report.tar.gz";
+        const auto made = run({"bugreport", "--json", "-o", file});
+        ASSERT_EQ(made.status, 0) << made.error;
+        const Json told = Json::parse(made.output);
+        for (const Json& item : told["items"]) {
+            states_[item["name"]] = item["state"];
+        }
+        ASSERT_EQ(std::system(("tar -xzf " + file + " -C " + root_).c_str()), 0);
+    }
+
+    std::string text(const std::string& name) const {
+        std::ifstream file(root_ + "/corvid-wifi-bugreport/" + name);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    std::map<std::string, std::string> states_;
+};
+
+TEST_F(ClientBugReportWith, LogsAreTheJournalsWhereThereIsNoLogcat) {
+    script("journalctl", "echo \"journal: $*\"");
+    report();
+    EXPECT_EQ(states_["daemon.log"], "complete");
+    EXPECT_THAT(text("daemon.log"),
+                HasSubstr("--identifier=vendor.corvid.hardware.wifi@1.0-service"));
+    EXPECT_THAT(text("supplicant.log"), HasSubstr("--identifier=wpa_supplicant"));
+}
+
+TEST_F(ClientBugReportWith, LogcatGoesBeforeTheJournal) {
+    script("logcat", "echo \"logcat: $*\"");
+    script("journalctl", "echo \"journal: $*\"");
+    report();
+    EXPECT_THAT(text("daemon.log"), HasSubstr("logcat: -d -t 5000 -s CorvidWifi"));
+}
+
+TEST_F(ClientBugReportWith, JournalThatFailsOrIsEmptySaysSo) {
+    script("journalctl", "case $* in *wpa_supplicant) exit 0 ;; esac; echo no journal; exit 1");
+    report();
+    EXPECT_EQ(states_["daemon.log"], "there is no logcat here; journalctl: status 1");
+    EXPECT_EQ(text("daemon.log"), "no journal\n");
+    EXPECT_EQ(states_["supplicant.log"], "there is nothing in it");
+}
+
+TEST_F(ClientBugReportWith, SupplicantThatHangsHidesNeitherTheFolderNorTheOtherSocket) {
+    makeSocket(root_, "p2p0");
+    makeSocket(root_, "wlan0");
+    script("wpa_cli", "case $* in *p2p0*) exec sleep 1000 ;; esac; echo wpa_state=COMPLETED");
+    report();
+    EXPECT_EQ(states_["sockets.txt"], "complete");
+    EXPECT_THAT(text("sockets.txt"), HasSubstr("wlan0"));
+    EXPECT_EQ(states_["supplicant-p2p0.txt"], "not ended within 2 s");
+    EXPECT_EQ(states_["supplicant-wlan0.txt"], "complete");
+    EXPECT_EQ(text("supplicant-wlan0.txt"), "wpa_state=COMPLETED\n");
 }
 
 TEST_F(ClientBugReport, InterruptedReportLeavesNothingBehind) {
