@@ -1,8 +1,18 @@
 #include "tools/Print.h"
 
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string_view>
+
 #include "tools/Json.h"
 
 namespace Ursa::OS::Wifi::Tools {
+
+bool knowsEscapes(int descriptor) {
+    const char* terminal = std::getenv("TERM");
+    return isatty(descriptor) != 0 && (terminal == nullptr || std::string_view(terminal) != "dumb");
+}
 
 std::string printable(const std::string& text) {
     const std::string valid = Json::parse(toLine(Json(text))).get<std::string>();

@@ -21,6 +21,7 @@
 
 #include "tools/Json.h"
 #include "tools/Methods.h"
+#include "tools/Print.h"
 #include "tools/Properties.h"
 #include "tools/StopSignals.h"
 #include "tools/Subscription.h"
@@ -176,7 +177,7 @@ class Progress {
     }
 
   private:
-    const bool shown_ = isatty(STDERR_FILENO) != 0;
+    const bool shown_ = knowsEscapes(STDERR_FILENO);
 };
 
 /** A sample for people. */

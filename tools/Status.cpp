@@ -90,9 +90,7 @@ std::string clientsText(const Json& report) {
 
 bool wantsColour() {
     const char* none = std::getenv("NO_COLOR");
-    const char* terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) != 0 && (none == nullptr || *none == '\0') &&
-           (terminal == nullptr || std::string_view(terminal) != "dumb");
+    return knowsEscapes(STDOUT_FILENO) && (none == nullptr || *none == '\0');
 }
 
 Json statusJson(const Json& report, const std::vector<std::string>& troubles) {
@@ -177,7 +175,7 @@ int runWatch(const CommandLine& line) {
     const StopSignals signals(stop);
     const Deadline deadline(line.timeout());
     const auto service = findService(line);
-    const bool clears = isatty(STDOUT_FILENO) != 0 && !line.has("--json");
+    const bool clears = knowsEscapes(STDOUT_FILENO) && !line.has("--json");
     while (true) {
         deadline.start();
         const Json report = askReport(service);

@@ -37,6 +37,10 @@ constexpr Named kEnvironment[] = {
     {"CORVID_WIFI_ROOT",
      "on a host, the folder that stands for the device's root; the service is found in the same "
      "one"},
+    {"ANDROID_LOG_TAGS", "on a host, the lowest level of the client's own log that is shown"},
+    {"NO_COLOR", "no colours, as where standard output is no terminal"},
+    {"TERM", "dumb: no colours, and watch writes one screen below the other"},
+    {"TMPDIR", "where bugreport keeps its parts until it packs them"},
 };
 
 constexpr size_t kWhatColumn = 26;

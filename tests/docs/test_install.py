@@ -85,6 +85,29 @@ class Install(unittest.TestCase):
             self.assertIn(f"default {default}, ", entry, name)
             self.assertIn(f"({values}, ", entry, name)
 
+    def test_each_page_has_each_variable_that_the_program_reads(self):
+        for page, folders in (("man1/corvid-wifi.1", ("tools", "host/log", "host/root")),
+                              ("man1/corvid-sim.1", ("sim", "host/log")),
+                              ("man1/corvid-statsd.1", ("host/stats", "host/log", "host/root")),
+                              (f"man8/{DAEMON}.8", ("os", "config", "client", "managers", "service",
+                                                    "host/log", "host/root", "host/hidl"))):
+            with open(self.path("share", "man", page), encoding="utf-8") as file:
+                described = file.read().partition(".SH ENVIRONMENT")[2].partition(".SH ")[0]
+            found = subprocess.run(
+                ["grep", "-rhoE", "--include=*.cpp", r'getenv\("[A-Z_]+"', *folders], cwd=SOURCE,
+                text=True, stdout=subprocess.PIPE, check=True).stdout
+            for name in set(re.findall('"(.+)"', found)):
+                self.assertIn(name, described, page)
+
+    def test_pages_of_the_simulator_and_the_daemon_are_complete(self):
+        about = json.loads(self.run_installed("corvid-sim", "--help-json").stdout)
+        with open(self.path("share", "man", "man1", "corvid-sim.1"), encoding="utf-8") as file:
+            page = file.read().replace("\\-", "-")
+        for option in about["options"]:
+            self.assertIn("\n.B " + option["name"], page)
+        with open(self.path("share", "man", "man8", DAEMON + ".8"), encoding="utf-8") as file:
+            self.assertIn("\n.B log.tag.CorvidWifi\n", file.read())
+
     def test_everything_has_the_version_of_the_one_file(self):
         with open(os.path.join(SOURCE, "version.txt"), encoding="utf-8") as file:
             version = file.read().strip()

@@ -1,7 +1,9 @@
 // corvid-wifi as a script meets it: its output and its exit status, with a service that records
 // what it is asked.
 
+#include <pty.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <chrono>
@@ -20,6 +22,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "tests/support/Program.h"
 #include "tests/tools/Client.h"
@@ -32,6 +35,7 @@ using ::test::Program;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
+using ::testing::Not;
 
 constexpr int kSigKilled = 128 + SIGKILL;
 constexpr int kSigPiped = 128 + SIGPIPE;
@@ -588,6 +592,43 @@ TEST_F(ClientMonitor, ReaderThatWasNeverThereEndsItQuietlyAfterItHasUnregistered
     EXPECT_THAT(monitor_->readError(), IsEmpty());
     EXPECT_EQ(service_->readLine(), "register");
     EXPECT_EQ(service_->readLine(), "unregister");
+}
+
+/** What corvid-wifi shows on a terminal of that kind, until `wanted` stands there twice. */
+std::string shownOnTerminal(const std::string& kind, const std::string& root,
+                            const std::vector<const char*>& words, const std::string& wanted) {
+    int terminal = -1;
+    const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        setenv("TERM", kind.c_str(), 1);
+        setenv("CORVID_WIFI_ROOT", root.c_str(), 1);
+        std::vector<char*> arguments = {const_cast<char*>(CORVID_WIFI)};
+        for (const char* word : words) {
+            arguments.push_back(const_cast<char*>(word));
+        }
+        arguments.push_back(nullptr);
+        execv(CORVID_WIFI, arguments.data());
+        _exit(1);
+    }
+    std::string shown;
+    char part[1000];
+    ssize_t count = 0;
+    while (shown.find(wanted) == shown.rfind(wanted) &&
+           (count = read(terminal, part, sizeof(part))) > 0) {
+        shown.append(part, static_cast<size_t>(count));
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    close(terminal);
+    return shown;
+}
+
+TEST_F(Client, WatchClearsTheScreenOfATerminalThatKnowsHowAlone) {
+    startService();
+    tell(R"(report {"schema":1})");
+    const std::vector<const char*> watch = {"watch", "--interval", "100ms"};
+    EXPECT_THAT(shownOnTerminal("xterm", root_, watch, "trouble"), HasSubstr("\033["));
+    EXPECT_THAT(shownOnTerminal("dumb", root_, watch, "trouble"), Not(HasSubstr("\033")));
 }
 
 TEST_F(ClientMonitor, TwoMonitorsAreBothToldOfAnEvent) {
