@@ -85,6 +85,15 @@ std::string write(const fs::path& path, const std::string& text) {
     return std::string("not written: ") + std::strerror(errno);
 }
 
+/** Why there can't be such a file, which is better known before the work than after; or nothing. */
+std::string whyUnwritable(const std::string& file) {
+    const fs::path folder = fs::path(file).parent_path();
+    const std::string checked = access(file.c_str(), F_OK) == 0 ? file
+                                : folder.empty()                ? "."
+                                                                : folder.string();
+    return access(checked.c_str(), W_OK) == 0 ? "" : std::strerror(errno);
+}
+
 bool isSet(const WakeFd& wake) {
     pollfd waited = {wake.fd(), POLLIN, 0};
     return poll(&waited, 1, 0) > 0;
@@ -182,6 +191,10 @@ std::vector<BugReportItem> bugReportItems() {
 
 int runBugReport(const CommandLine& line) {
     const std::string file = line.has("-o") ? line.value("-o") : defaultName();
+    if (const std::string why = whyUnwritable(file); !why.empty()) {
+        std::fprintf(stderr, "corvid-wifi: %s can't be written: %s\n", file.c_str(), why.c_str());
+        return kFailure;
+    }
     // The work folder holds data, and must not stay behind.
     const WakeFd stop;
     const StopSignals signals(stop);

@@ -98,8 +98,8 @@ CommandLine readCommandLine(const std::vector<std::string>& words, const std::ve
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string& word = words[i];
         const bool isOption = word.size() > 1 && word[0] == '-';
-        const bool mayBeOption =
-            line.word == nullptr || !line.word->argumentsMayBeOptions || line.arguments.empty();
+        const bool mayBeOption = line.word == nullptr || !line.word->argumentsMayBeOptions ||
+                                 line.arguments.empty() || word.rfind("--", 0) == 0;
         // A negative number is none.
         if (!isOption || !mayBeOption) {
             if (line.word == nullptr) {

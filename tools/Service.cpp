@@ -48,6 +48,17 @@ std::string meetingPlace() {
     return std::string(root != nullptr ? root : "") + "/dev/hwbinder";
 }
 
+/** Says where a host's client has looked if nobody has told it; empty on the device. */
+std::string rootHint() {
+#ifdef __ANDROID__
+    return "";
+#else
+    return std::getenv("CORVID_WIFI_ROOT") != nullptr
+               ? ""
+               : " in " + meetingPlace() + " (CORVID_WIFI_ROOT names another root)";
+#endif
+}
+
 /** The first path that this process may not use; empty if there is none. */
 std::string forbiddenPath() {
     const std::string place = meetingPlace();
@@ -105,9 +116,9 @@ sp<IWifi> findService(const CommandLine& line) {
         }
         const bool over = limit.count() > 0 && steady_clock::now() - begin + kBetweenLooks > limit;
         if (!line.has("--wait") || over) {
-            throw ServiceError(std::string("the service ") + IWifi::descriptor +
-                               "/default is not available" +
-                               (line.has("--wait") ? " after " + inSeconds(limit) : ""));
+            throw ServiceError(
+                std::string("the service ") + IWifi::descriptor + "/default is not available" +
+                (line.has("--wait") ? " after " + inSeconds(limit) : "") + rootHint());
         }
         std::this_thread::sleep_for(kBetweenLooks);
     }

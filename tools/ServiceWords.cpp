@@ -14,6 +14,7 @@
 #include "tools/Json.h"
 #include "tools/Methods.h"
 #include "tools/Monitor.h"
+#include "tools/Nearest.h"
 #include "tools/Print.h"
 #include "tools/Record.h"
 #include "tools/Report.h"
@@ -88,11 +89,9 @@ int runDebug(const CommandLine& line) {
     for (const std::string& name : line.arguments) {
         if (std::find(kReportSections.begin(), kReportSections.end(), name) ==
             kReportSections.end()) {
-            std::string allowed;
-            for (const std::string_view section : kReportSections) {
-                allowed += (allowed.empty() ? "" : ", ") + std::string(section);
-            }
-            throw UsageError("debug knows no " + toLine(name) + "; allowed are " + allowed);
+            const std::vector<std::string> allowed(kReportSections.begin(), kReportSections.end());
+            throw UsageError("debug knows no " + toLine(name) + didYouMean(name, allowed) +
+                             "; allowed are " + joined(allowed));
         }
     }
     std::vector<std::string> options = line.arguments;

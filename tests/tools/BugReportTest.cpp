@@ -28,6 +28,7 @@
 using namespace ::Ursa::OS::Wifi::Tools;
 using namespace std::chrono_literals;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
 
 namespace {
@@ -206,6 +207,17 @@ TEST_F(ClientBugReportWith, SupplicantThatHangsHidesNeitherTheFolderNorTheOtherS
     EXPECT_EQ(states_["supplicant-p2p0.txt"], "not ended within 2 s");
     EXPECT_EQ(states_["supplicant-wlan0.txt"], "complete");
     EXPECT_EQ(text("supplicant-wlan0.txt"), "wpa_state=COMPLETED\n");
+}
+
+TEST_F(ClientBugReport, FileThatCannotBeWrittenIsRefusedBeforeAnythingIsAsked) {
+    startService();
+    service_->signal(SIGSTOP);  // whatever asks it waits
+    const auto made = run({"bugreport", "-o", root_ + "/nowhere/report.tar.gz"});
+    EXPECT_EQ(made.status, 1);
+    EXPECT_EQ(made.error,
+              "corvid-wifi: " + root_ +
+                  "/nowhere/report.tar.gz can't be written: No such file or directory\n");
+    EXPECT_THAT(made.output, IsEmpty());
 }
 
 TEST_F(ClientBugReport, InterruptedReportLeavesNothingBehind) {

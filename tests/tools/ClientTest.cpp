@@ -155,6 +155,8 @@ TEST_F(ClientUsage, WrongUsageEndsWith2AndSaysWhatIsAllowed) {
         {{"call", "startCsa", "36"}, {"takes 2 arguments, not 1", "startCsa CHANNEL BANDWIDTH"}},
         {{"call", "startCsa", "36", "80", "1"}, {"takes 2 arguments, not 3", "CHANNEL BANDWIDTH"}},
         {{"call", "getStaInfo", "x"}, {"takes 0 arguments, not 1"}},
+        {{"call", "getStaInfo", "--jsno"}, {"no option --jsno (did you mean \"--json\"?)"}},
+        {{"debug", "socket"}, {"did you mean \"sockets\"?", "allowed are sta, p2p, "}},
         {{"call", "clearScs"}, {"takes 1 argument, not 0"}},
         {{"call", "getstainfo"}, {"did you mean \"getStaInfo\"?", "allowed are clearScs, "}},
         {{"call", "strtaCsa"}, {"did you mean \"startCsa\"?"}},
@@ -193,6 +195,19 @@ TEST_F(ClientUsage, CommandWithoutTheServiceEndsWith3AndSaysSo) {
         EXPECT_THAT(result.error,
                     HasSubstr("vendor.corvid.hardware.wifi@1.0::IWifi/default is not available"));
     }
+}
+
+TEST_F(ClientUsage, OptionMayStandBehindAMethodsArguments) {
+    const Outcome result = run({"call", "startCsa", "36", "80", "--json", "--timeout", "1"});
+    EXPECT_EQ(result.status, 3) << result.error;
+}
+
+TEST_F(ClientUsage, ServiceIsLookedForWhereTheMessageSaysWithoutARoot) {
+    options_.environment = {};
+    Program client({"/usr/bin/env", "-u", "CORVID_WIFI_ROOT", CORVID_WIFI, "dump"}, options_);
+    EXPECT_THAT(client.readError(),
+                HasSubstr("in /dev/hwbinder (CORVID_WIFI_ROOT names another root)"));
+    EXPECT_EQ(client.wait(), 3);
 }
 
 TEST_F(ClientUsage, HelpBehindACommandIsTheHelp) {
