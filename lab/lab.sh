@@ -239,7 +239,7 @@ day() {
     [ $# -eq 0 ] || fail "day takes no arguments"
     make_disk
     local account runs=() run
-    echo "24 hours, two times: 20 minutes of two processors"
+    echo "24 hours, two times: six minutes of a processor each"
     for account in timed counted; do
         run_case day 86400 $account >"$logs/.day-$account.output" &
         runs+=($!)
