@@ -82,6 +82,13 @@ class Headset(contextlib.ExitStack):
         super().__init__()
         self.root = tempfile.mkdtemp(prefix="corvid-growth-")
         self.callback(shutil.rmtree, self.root)
+        try:
+            self._start_all()
+        except BaseException:
+            self.close()
+            raise
+
+    def _start_all(self):
         for folder in ("dev/hwbinder", "dev/__properties__", "data/vendor/wifi/wpa/sockets"):
             os.makedirs(os.path.join(self.root, folder))
         for feature in FEATURES:

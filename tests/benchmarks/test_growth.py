@@ -64,6 +64,10 @@ class Growth(unittest.TestCase):
             self.assertEqual(result.returncode, 1)
             self.assertIn(f"/bin/{program} is not built", result.stderr)
 
+    def test_headset_that_cannot_start_leaves_no_folder(self):
+        self.growth("levels", CORVID_BUILD=self.folder, TMPDIR=self.folder)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith("corvid")], [])
+
     def test_plot_that_is_none_is_refused(self):
         result = self.growth("memory")
         self.assertEqual(result.returncode, 2)
