@@ -151,9 +151,9 @@ CORVID_WIFI_PROPERTIES(CORVID_WIFI_DEFINE_, CORVID_WIFI_DEFINE_FLAG_)
 
 std::vector<PropertyState> readStates() {
     std::vector<PropertyState> states;
-#define CORVID_WIFI_STATE_(type, accessor, name, fallback, range, effect, meaning)            \
-    states.push_back(stateOf<type>(                                                           \
-        "persist.vendor.wifi." name, fallback, PropertyRanges::range, PropertyEffect::effect, \
+#define CORVID_WIFI_STATE_(type, accessor, name, fallback, range, effect, meaning)               \
+    states.push_back(stateOf<type>(                                                              \
+        "persist.vendor.wifi." name, fallback, PropertyRanges::k##range, PropertyEffect::effect, \
         meaning, android::sysprop::CorvidWifiProperties::accessor(), Index::accessor));
     CORVID_WIFI_PROPERTIES(CORVID_WIFI_STATE_, CORVID_WIFI_STATE_)
 #undef CORVID_WIFI_STATE_

@@ -10,9 +10,9 @@
 #include <vector>
 
 // All properties: P(type, accessor, name after "persist.vendor.wifi.", default that the daemon
-// falls back to, one of PropertyRanges, PropertyEffect, meaning), and F for a number whose default
-// is passed as a bool. docs/properties.md and device/sepolicy/property_contexts are generated from
-// this list.
+// falls back to, one of PropertyRanges without its k, PropertyEffect, meaning), and F for a number
+// whose default is passed as a bool. docs/properties.md and device/sepolicy/property_contexts are
+// generated from this list.
 #define CORVID_WIFI_PROPERTIES(P, F)                                                             \
     P(bool, cmd_cs_p2p_ecsa, "cmd.cs.p2p.ecsa", false, Flag, Both,                               \
       "P2P channel switch by the vendor netlink command; wins over the next")                    \
@@ -129,15 +129,15 @@ struct PropertyRange {
 
 namespace PropertyRanges {
 
-inline constexpr PropertyRange Flag{0, 1, "it takes the default"};
+inline constexpr PropertyRange kFlag{0, 1, "it takes the default"};
 // No band allows more than 30 dBm; a step can be in half dBm.
-inline constexpr PropertyRange Step{0, 60, "it sends it to the driver"};
-inline constexpr PropertyRange ChainLimit{0, 30, "it sends it to the driver"};
-inline constexpr PropertyRange Signal{-127, 0, "it compares the signal with it"};
-inline constexpr PropertyRange Count{0, 2147483647, "it takes it for 4294967296 more"};
-inline constexpr PropertyRange Config{0, 1, "it logs that, and sends the driver nothing"};
-inline constexpr PropertyRange UlMu{0, 0, "it does not send it"};
-inline constexpr PropertyRange Switch{0, 1, "it does not send it"};
+inline constexpr PropertyRange kStep{0, 60, "it sends it to the driver"};
+inline constexpr PropertyRange kChainLimit{0, 30, "it sends it to the driver"};
+inline constexpr PropertyRange kSignal{-127, 0, "it compares the signal with it"};
+inline constexpr PropertyRange kCount{0, 2147483647, "it takes it for 4294967296 more"};
+inline constexpr PropertyRange kConfig{0, 1, "it logs that, and sends the driver nothing"};
+inline constexpr PropertyRange kUlMu{0, 0, "it does not send it"};
+inline constexpr PropertyRange kSwitch{0, 1, "it does not send it"};
 
 }  // namespace PropertyRanges
 
@@ -147,7 +147,7 @@ struct PropertyState {
     PropertyType type = PropertyType::Bool;
     PropertyEffect effect = PropertyEffect::Restart;
     const char* meaning = nullptr;
-    PropertyRange range = PropertyRanges::Flag;
+    PropertyRange range = PropertyRanges::kFlag;
     int64_t fallback = 0;                 ///< the default
     std::optional<std::string> set = {};  ///< its text; nothing when it is not set
     std::optional<int64_t> parsed = {};   ///< nothing also for a text that does not parse

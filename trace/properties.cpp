@@ -37,8 +37,8 @@ Json allProperties() {
     list.push_back(Json{{"name", "persist.vendor.wifi." property},                    \
                         {"type", #type},                                              \
                         {"default", #fallback},                                       \
-                        {"lowest", PropertyRanges::range.lowest},                     \
-                        {"highest", PropertyRanges::range.highest},                   \
+                        {"lowest", PropertyRanges::k##range.lowest},                  \
+                        {"highest", PropertyRanges::k##range.highest},                \
                         {"effect", effectName(PropertyEffect::effect)},               \
                         {"meaning", meaning}});
     CORVID_WIFI_PROPERTIES(CORVID_WIFI_LIST_, CORVID_WIFI_LIST_)

@@ -16,7 +16,7 @@ _ENTRY = re.compile(r"""
     \b[PF]\(\s*(?P<type>\w+)\s*,\s*(?P<accessor>\w+)\s*,\s*"(?P<name>[^"]*)"\s*,
     \s*(?P<default>-?\w+)\s*,\s*(?P<range>\w+)\s*,\s*(?P<effect>\w+)\s*,\s*(?P<meaning>"[^"]+"(?:\s*"[^"]+")*)\s*\)
     | \b(?P<other>[PF]\([^,]*,[^,]*,[^,)]*)""", re.VERBOSE)
-_RANGE = re.compile(r"PropertyRange (\w+)\{(-?\d+), (-?\d+),")
+_RANGE = re.compile(r"PropertyRange k(\w+)\{(-?\d+), (-?\d+),")
 
 
 def parse(text, complaints):
@@ -35,7 +35,7 @@ def parse(text, complaints):
             complaints.append(f"{LIST}:{line}: {match.group()!r} lacks its default, range, meaning "
                               f"or {' or '.join(EFFECTS)}")
         elif match["range"] not in ranges:
-            complaints.append(f"{LIST}:{line}: there is no PropertyRange {match['range']}")
+            complaints.append(f"{LIST}:{line}: there is no PropertyRange k{match['range']}")
         elif match["type"] not in CONTEXT_TYPES:
             complaints.append(f"{LIST}:{line}: {match['name']} has type {match['type']}, not "
                               f"{' or '.join(CONTEXT_TYPES)}")

@@ -427,9 +427,9 @@ PROPERTIES = """#define CORVID_WIFI_PROPERTIES(P, F) \\
     \\
     F(int, which, "which", 0, Count, AtOnce, "which")
 P(not, of, "the list")
-inline constexpr PropertyRange Flag{0, 1, "default"};
-inline constexpr PropertyRange Step{0, 60, "sent"};
-inline constexpr PropertyRange Count{0, 2147483647, "sent"};
+inline constexpr PropertyRange kFlag{0, 1, "default"};
+inline constexpr PropertyRange kStep{0, 60, "sent"};
+inline constexpr PropertyRange kCount{0, 2147483647, "sent"};
 """
 
 USES = """ReadOnce<unsigned> upper{Sysprop::corvid_wifi_dbm_upper,
