@@ -1,5 +1,6 @@
 #include "managers/MccTimeManager.h"
 
+#include <cstdint>
 #include <string>
 #include <utility>
 
@@ -53,8 +54,10 @@ bool MccTimeManager::_sendCommandMccQuota(unsigned value) {
         WIFI_LOGE("cannot find P2P interface");
         return false;
     }
-    const std::string command = std::string("DRIVER MCC_QUOTA set iface ") + ifname + " quota " +
-                                std::to_string(100U - value);
+    // Wraps above 100, by a conversion: an image ends a process whose subtraction overflows.
+    const auto rest = static_cast<unsigned>(int64_t{100} - value);
+    const std::string command =
+        std::string("DRIVER MCC_QUOTA set iface ") + ifname + " quota " + std::to_string(rest);
     std::string reply;
     const bool sent = client_->sendWpaCtrlCmd(command, reply, NetInterfaceType::STA);
     WIFI_LOGI("cmd:%s reply:%s", command.c_str(), reply.c_str());

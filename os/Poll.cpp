@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 #include <sys/epoll.h>
@@ -53,7 +54,10 @@ int Poll::addFd(int fd, uint32_t events, Callback callback) {
         auto state = state_.lock();
         LOG_ALWAYS_FATAL_IF(state->fdMap.find(fd) != state->fdMap.end(),
                             "fd (%d) is already added to Poll", fd);
-        const uint64_t token = makeToken(state->nextToken++, fd);  // epoll_event is packed
+        const uint32_t number = state->nextToken;
+        // Begins anew after the last; an image ends a process whose addition overflows.
+        state->nextToken = number == std::numeric_limits<uint32_t>::max() ? 0 : number + 1;
+        const uint64_t token = makeToken(number, fd);  // epoll_event is packed
         event.data.u64 = token;
         const auto added = state->callbacks.emplace(token, shared).first;
         try {
