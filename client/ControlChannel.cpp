@@ -43,8 +43,8 @@ void ControlChannel::waitInReceive(std::chrono::milliseconds timeout) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const std::chrono::microseconds rest = timeout - seconds;
     timeval limit = {};
-    limit.tv_sec = seconds.count();
-    limit.tv_usec = rest.count();
+    limit.tv_sec = static_cast<time_t>(seconds.count());
+    limit.tv_usec = static_cast<suseconds_t>(rest.count());
     if (setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) == 0) {
         fcntl(fd(), F_SETFL, fcntl(fd(), F_GETFL) & ~O_NONBLOCK);
     }

@@ -36,8 +36,8 @@ bool ReconnectTimer::set(int64_t delayMs) {
     if (delayMs == 0) {
         expiry.it_value.tv_nsec = 1;
     } else if (delayMs > 0) {
-        expiry.it_value.tv_sec = delayMs / 1000;
-        expiry.it_value.tv_nsec = (delayMs % 1000) * 1'000'000;
+        expiry.it_value.tv_sec = static_cast<time_t>(delayMs / 1000);
+        expiry.it_value.tv_nsec = static_cast<long>(delayMs % 1000) * 1'000'000;
     }
     if (timerfd_settime(fd_.get(), 0, &expiry, nullptr) != 0) {
         WPA_LOG(E, type_, "Failed to config wpa socket reconnect timer with delay = %ld ms: err %d",

@@ -62,7 +62,7 @@ void writeString(std::string& out, std::string_view text) {
 }
 
 std::string timeOfDay(int64_t wallMs) {
-    const time_t seconds = wallMs / 1000;
+    const auto seconds = static_cast<time_t>(wallMs / 1000);
     tm parts = {};
     gmtime_r(&seconds, &parts);
     std::array<char, 40> text;

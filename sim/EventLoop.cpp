@@ -33,7 +33,7 @@ timeval timevalOf(EventLoop::Clock::duration delay) {
     using std::chrono::microseconds;
     const auto left = std::max(std::chrono::ceil<microseconds>(delay), microseconds(0)).count();
     constexpr int64_t kPerSecond = 1'000'000;
-    return {left / kPerSecond, left % kPerSecond};
+    return {static_cast<time_t>(left / kPerSecond), static_cast<suseconds_t>(left % kPerSecond)};
 }
 
 /** Files and /dev/null, which epoll refuses, are. */

@@ -73,7 +73,8 @@ TEST_F(FeatureSwitches, SwitchThatDoesNotParseCountsAsOff) {
 }
 
 TEST_F(FeatureSwitches, UnknownNumberIsOn) {
-    for (const unsigned long number : {kFeatureTable.size(), kFeatureTable.size() + 1, ULONG_MAX}) {
+    for (const unsigned long number :
+         std::vector<unsigned long>{kFeatureTable.size(), kFeatureTable.size() + 1, ULONG_MAX}) {
         EXPECT_TRUE(IsFeatureEnabled(number)) << number;
     }
 }

@@ -39,7 +39,9 @@ struct alignas(8) hidl_pointer {
 
   private:
     T* pointer_ = nullptr;
-    static_assert(sizeof(void*) == 8, "hosts are 64-bit machines");
+#if UINTPTR_MAX == UINT32_MAX
+    [[maybe_unused]] uint32_t otherHalf_ = 0;
+#endif
 };
 
 /** A thread-safe map. */
