@@ -3,11 +3,11 @@
 
 Compiles the daemon's own sources, without a warning, as the platform's toolchains do: clang of several
 ages, libc++ in the place of libstdc++, other standards, and the code generation that an image asks
-for. Says how long each took. A compiler that is not installed is named and left out. By hand: it takes
-minutes for each.
+for. Says how long each took. A compiler that is not installed is named and left out. The sources of a
+folder are compiled as one, which takes an eighth of the time; that each has the includes it needs is
+shown by the other builds. By hand.
 """
 
-import concurrent.futures
 import json
 import os
 import shlex
@@ -34,6 +34,10 @@ CONFIGURATIONS = {
     "integer-overflow": (
         "clang++-14", "-c -std=c++17 -O1 -fsanitize=signed-integer-overflow,"
         "unsigned-integer-overflow -fsanitize-trap=all"),
+    # With the folder of an arm64 build.
+    "shadow-call-stack": (
+        "clang++-14", "--target=aarch64-linux-gnu -c -std=c++17 -O2 -fsanitize=shadow-call-stack "
+        "-ffixed-x18"),
 }
 
 
@@ -67,14 +71,29 @@ def commands(build):
     return found
 
 
-def compile_one(compiler, options, command, out):
-    path, folder, arguments, source = command
+def compile_together(compiler, options, sources, folder):
+    """Compiles sources of one folder as one, or, where they do not go together (two have a constant of
+    one name), in halves. Returns what single ones are complained of: [(path, text)]."""
+    directory, arguments = sources[0][1], max((source[2] for source in sources), key=len)
+    file = sources[0][3]
+    if len(sources) > 1:
+        file = os.path.join(folder, f"{sources[0][0].replace('/', '_')}_{len(sources)}.cpp")
+        with open(file, "w", encoding="utf-8") as out:
+            for _, there, _, source in sources:
+                out.write(f'#include "{os.path.join(there, source)}"\n')
     clang = ["-Wthread-safety"] if "clang" in compiler else ["-Wno-attributes"]
     result = subprocess.run(
-        ["nice", compiler, *arguments, *clang, *options, source,
-         *(["-o", out] if "-c" in options else [])],
-        cwd=folder, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
-    return path, result.returncode, result.stderr
+        ["nice", compiler, *arguments, *clang, *options, file,
+         *(["-o", f"{file}.o" if len(sources) > 1 else os.path.join(folder, "one.o")]
+           if "-c" in options else [])],
+        cwd=directory, stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    if result.returncode == 0:
+        return []
+    if len(sources) == 1:
+        return [(sources[0][0], result.stderr)]
+    middle = len(sources) // 2
+    return [complaint for half in (sources[:middle], sources[middle:])
+            for complaint in compile_together(compiler, options, half, folder)]
 
 
 def check(build, names):
@@ -88,20 +107,21 @@ def check(build, names):
             print(f"{name}: {compiler} is not installed")
             continue
         start = time.monotonic()
-        with tempfile.TemporaryDirectory() as folder, \
-                concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-            results = list(pool.map(
-                lambda item, compiler=compiler, options=options, folder=folder: compile_one(
-                    compiler, options.split(), item[1], os.path.join(folder, f"{item[0]}.o")),
-                enumerate(known)))
-        failed = [(path, text) for path, status, text in results if status != 0]
-        print(f"{name}: {len(results) - len(failed)} of {len(results)} sources, "
+        failed = []
+        with tempfile.TemporaryDirectory() as folder:
+            for part in DEVICE_FOLDERS:
+                sources = [source for source in known if source[0].split(os.sep)[0] == part]
+                if sources:
+                    failed += compile_together(compiler, options.split(), sources, folder)
+        print(f"{name}: {len(known) - len(failed)} of {len(known)} sources, "
               f"{time.monotonic() - start:.0f} s", flush=True)
         complaints += [f"{name}: {path}:\n{text}" for path, text in failed]
     return complaints
 
 
 if __name__ == "__main__":
-    for complaint in (found := check(sys.argv[1], sys.argv[2:] or list(CONFIGURATIONS))):
+    for complaint in (found := check(sys.argv[1], sys.argv[2:] or
+                                      [name for name in CONFIGURATIONS
+                                       if name != "shadow-call-stack"])):
         print(complaint, file=sys.stderr)
     sys.exit(1 if found else 0)

@@ -114,10 +114,14 @@ TEST_F(GenericCommand, AttributeThatDoesNotFitFailsTheCommandUnsent) {
 }
 
 TEST_F(GenericCommand, SpanOver4GibFailsTheCommandUnsent) {
+    if (sizeof(size_t) == sizeof(uint32_t)) {
+        GTEST_SKIP() << "no span is that long here";
+    }
     // Its length is a small number in 32 bits.
+    const auto length = static_cast<size_t>((uint64_t{1} << 32) + 1);
     const uint8_t byte = 0;
     Nl80211GenericCmdInfo info = someCommand();
-    info.attributes = {{51, gsl::span<const uint8_t>(&byte, (size_t{1} << 32) + 1)}};
+    info.attributes = {{51, gsl::span<const uint8_t>(&byte, length)}};
     EXPECT_EQ(client_.sendGenericCommand(info), -1);
     EXPECT_THAT(kernel_.requests(), IsEmpty());
 }
