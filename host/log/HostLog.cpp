@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -15,8 +14,8 @@
 #include <android-base/no_destructor.h>
 #include <android-base/stringprintf.h>
 #include <android/log.h>
-#include <sys/system_properties.h>
 
+#include "PolledProperty.h"
 #include "TagFilter.h"
 
 namespace {
@@ -30,45 +29,14 @@ const host::TagFilter& tagFilter() {
     return *filter;
 }
 
-/**
- * The lowest level shown for the daemon's tag by the property log.tag.CorvidWifi, which goes before
- * ANDROID_LOG_TAGS. The property is looked at once per second at most, by whoever asks then, so
- * that it costs a look at the clock otherwise. Any thread, and inside a signal handler: the look
- * allocates nothing and takes no lock.
- */
-class TagProperty {
-  public:
-    static constexpr std::string_view kTag = "CorvidWifi";
+constexpr std::string_view kDaemonTag = "CorvidWifi";
 
-    /** An android_LogPriority; 0 when the property is not set, or to no level. */
-    int lowestShown() {
-        timespec now = {};
-        clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-        time_t next = nextLook_.load(std::memory_order_relaxed);
-        if (now.tv_sec >= next && nextLook_.compare_exchange_strong(next, now.tv_sec + 1)) {
-            lowest_.store(read_(), std::memory_order_relaxed);
-        }
-        return lowest_.load(std::memory_order_relaxed);
-    }
-
-  private:
-    static int read_() {
-        const int savedErrno = errno;
-        char value[PROP_VALUE_MAX];
-        __system_property_get("log.tag.CorvidWifi", value);
-        errno = savedErrno;
-        return host::TagFilter::levelOf(value);
-    }
-
-    std::atomic<time_t> nextLook_{0};
-    std::atomic<int> lowest_{0};
-};
-
-TagProperty tagProperty;
+/** The lowest level shown for the daemon's tag; 0: what ANDROID_LOG_TAGS says. */
+host::PolledProperty daemonLevel("log.tag.CorvidWifi", host::TagFilter::levelOf);
 
 bool isShown(int priority, std::string_view tag) {
-    if (tag == TagProperty::kTag) {
-        if (const int lowest = tagProperty.lowestShown(); lowest != 0) {
+    if (tag == kDaemonTag) {
+        if (const int lowest = daemonLevel.value(); lowest != 0) {
             return priority >= lowest;
         }
     }
