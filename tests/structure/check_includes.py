@@ -34,7 +34,7 @@ EXCEPTIONS = {("host/eventfd/", "os/Poll.h"), ("host/root/", "os/DevicePath.h"),
 # The libraries that a folder of the daemon may include, as the beginnings of their headers' names.
 _EVERYWHERE = ("android-base/",)
 LIBRARIES = {
-    "os": ("log/",),
+    "os": ("cutils/trace.h", "log/"),
     "config": ("sys/system_properties.h",),
     "client": ("gsl/", "netlink/", "ursa/os/EventFd.h", "wpa_ctrl.h"),
     "managers": (
