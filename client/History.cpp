@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "client/WithoutSecrets.h"
+
 namespace Ursa::OS::Wifi {
 
 namespace {
@@ -12,11 +14,6 @@ constexpr int64_t kMillisecond = 1'000'000;
 
 uint32_t saturated(int64_t value) {
     return static_cast<uint32_t>(std::clamp<int64_t>(value, 0, UINT32_MAX));
-}
-
-/** The part of an event's text before a network's secrets. */
-std::string_view withoutSecrets(std::string_view payload) {
-    return payload.substr(0, std::min(payload.find(" psk="), payload.find(" passphrase=")));
 }
 
 }  // namespace

@@ -28,6 +28,7 @@
 
 #include "client/NetlinkHandles.h"
 #include "os/Log.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -359,6 +360,7 @@ int Nl80211Client::sendGenericCommand(const Nl80211GenericCmdInfo& info, int* er
 
 template <typename Operation>
 int Nl80211Client::noted_(const std::string& text, Operation operation, int* error) {
+    const TraceSlice slice([&] { return TraceName("nl80211", text); });
     Request request;
     const NetlinkStats::Pending pending(stats_, text, request.result);
     const int result = operation(request);

@@ -8,12 +8,14 @@
 
 #include "client/CorvidWifiClient.h"
 #include "client/Task.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
 /**
- * Wraps `handler` so that each call runs in a TaskScope of `task` ("TxPowerManager.onP2pStarted").
- * If its thread differs from the last call's, it is first noted in the task map.
+ * Wraps `handler` so that each call runs in a TaskScope and a trace slice of `task`
+ * ("TxPowerManager.onP2pStarted"). If its thread differs from the last call's, it is first noted in
+ * the task map.
  */
 template <typename T>
 std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client,
@@ -27,6 +29,7 @@ std::function<void(T)> taskHandler(std::shared_ptr<CorvidWifiClient> client,
             client->recordTask(task->name());
             lastThread->store(thread, std::memory_order_relaxed);
         }
+        const TraceSlice slice([&]() -> const std::string& { return task->name(); });
         const TaskScope scope(*task);
         handler(value);
     };

@@ -8,7 +8,9 @@
 
 #include <sys/epoll.h>
 
+#include "client/WithoutSecrets.h"
 #include "client/WpaLog.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -78,6 +80,7 @@ bool WpaSocket::unregisterEventCallback(WifiClientCallbackType type, int handle)
 
 bool WpaSocket::sendCtrlCmd(const std::string& cmd, std::string& reply) {
     MutexLock lock(socketMutex_);
+    const TraceSlice slice([&] { return TraceName(toString(type_), withoutSecrets(cmd)); });
     const int64_t startNs = Moment::monotonicNow();
     const CommandOutcome outcome = exchange_(cmd, reply, startNs);
     stats_.addCommand(cmd, outcome, reply, startNs);
@@ -326,6 +329,8 @@ bool WpaSocket::receiveEvent_() {
 }
 
 void WpaSocket::notifyEvent_(const WpaEvent& event) {
+    const TraceSlice slice =
+        TraceSlice::outermost([&] { return TraceName(toString(type_), eventName(event.type)); });
     stats_.addEvent(event.type, event.payload);
     handleEventCallback_(event.type, std::string(event.payload));
 }

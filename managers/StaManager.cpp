@@ -7,6 +7,7 @@
 #include "client/CorvidWifiClient.h"
 #include "managers/support/TelemetryEventLogger.h"
 #include "os/Log.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -140,6 +141,7 @@ void StaManager::workerThread_() {
 }
 
 int StaManager::sample_(StaResult& result) {
+    const TraceSlice slice = TraceSlice::outermost([] { return TraceName("StaManager.sample"); });
     const StationSignal signal = pollSignal_();
     if (signal.isKnown()) {
         if (result.event.empty()) {  // built once, not for each sample

@@ -8,6 +8,7 @@
 #include "managers/P2pManager.h"
 #include "managers/support/WifiBand.h"
 #include "os/Log.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -131,6 +132,10 @@ bool TxPowerManager::setTxPower_(unsigned value, NetInterfaceType interfaceType)
     const std::string command = "DRIVER SET_TXPOWER " + std::to_string(power);
     std::string reply;
     const bool sent = client_->sendWpaCtrlCmd(command, reply, interfaceType);
+    if (sent) {
+        const bool isSta = interfaceType == NetInterfaceType::STA;
+        traceCounter(isSta ? "STA power (dBm)" : "P2P power (dBm)", static_cast<int32_t>(power));
+    }
     WIFI_LOGI("%s cmd:%s reply:%s", toString(interfaceType), command.c_str(), reply.c_str());
     return sent;
 }

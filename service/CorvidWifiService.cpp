@@ -17,6 +17,7 @@
 #include "config/FeatureList.h"
 #include "managers/AllManagers.h"
 #include "os/Log.h"
+#include "os/Trace.h"
 #include "service/ReportWriter.h"
 
 namespace vendor::corvid::hardware::wifi::V1_0::implementation {
@@ -24,6 +25,7 @@ namespace vendor::corvid::hardware::wifi::V1_0::implementation {
 using ::android::hardware::Void;
 
 namespace managers = ::Ursa::OS::Wifi;
+using ::Ursa::OS::TraceSlice;
 
 namespace {
 
@@ -37,6 +39,18 @@ const managers::Task& callOf() {
         std::string(managers::typeName<Manager>()) + ".call", managers::Task::Kind::Other);
     return task;
 }
+
+/** Marks the thread as serving a call of a manager, for a scope. */
+class CallScope {
+  public:
+    explicit CallScope(const managers::Task& task)
+        : slice_(TraceSlice::outermost([&]() -> const std::string& { return task.name(); })),
+          task_(task) {}
+
+  private:
+    const TraceSlice slice_;
+    const managers::TaskScope task_;
+};
 
 Status makeStatus(bool success) { return {success ? 0U : 1U, ""}; }
 
@@ -97,7 +111,7 @@ template <typename Manager, typename Callback, typename Call>
 Return<void> CorvidWifiService::answer_(const Callback& callback, Call call) {
     const auto manager = manager_.get<Manager>();
     const auto serve = [&] {
-        const managers::TaskScope scope(callOf<Manager>());
+        const CallScope scope(callOf<Manager>());
         return call(*manager);
     };
     callback(makeStatus(manager != nullptr && succeeds(serve)));
@@ -135,7 +149,7 @@ Return<void> CorvidWifiService::getP2pInfo(getP2pInfo_cb callback) {
 Return<void> CorvidWifiService::getStaInfo(getStaInfo_cb callback) {
     managers::StaInfo info = {-1, -1, 0};
     succeeds([&] {
-        const managers::TaskScope scope(callOf<managers::StaManager>());
+        const CallScope scope(callOf<managers::StaManager>());
         manager_.get<managers::StaManager>()->getStaInfo(info);  // this slot is never switched off
         return true;
     });
@@ -216,7 +230,7 @@ int32_t CorvidWifiService::setScs_(MakeProfile makeProfile) {
     const auto manager = manager_.get<managers::ScsManager>();
     int32_t id = -1;
     succeeds([&] {
-        const managers::TaskScope scope(callOf<managers::ScsManager>());
+        const CallScope scope(callOf<managers::ScsManager>());
         managers::ScsProfile profile = makeProfile();
         id = manager == nullptr ? -1 : manager->set(profile);
         return true;

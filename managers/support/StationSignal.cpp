@@ -4,6 +4,7 @@
 
 #include "client/CorvidWifiClient.h"
 #include "client/SupplicantParser.h"
+#include "os/Trace.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -15,6 +16,9 @@ StationSignal pollStationSignal(CorvidWifiClient& client) {
             parsed([&] { return getRssiAndFreq(reply, signal.rssi, signal.frequency); });
         signal.outcome =
             known ? StationSignal::Outcome::Known : StationSignal::Outcome::NotUnderstood;
+        if (known) {
+            traceCounter("STA RSSI (dBm)", signal.rssi);
+        }
     }
     return signal;
 }
