@@ -46,6 +46,15 @@ constexpr int kChannelSpacing = 5;  ///< MHz
 constexpr int kNoFrequency = -1;
 constexpr int kNoChannel = -2;
 
+/** An update of the list, for reports. A negative index clears the list. */
+std::string updateText(int channelIndex) {
+    if (channelIndex < 0) {
+        return "clear";
+    }
+    const FrequencyMap& channel = kChannels[static_cast<size_t>(channelIndex)];
+    return "block " + std::to_string(channel.startFreq) + " - " + std::to_string(channel.endFreq);
+}
+
 std::unique_ptr<Sensors::ControllerProvider> getProvider() {
     WIFI_LOGD("ControllerProvider: getting a controller provider");
     auto provider = BoundedWorker::mayHang([] { return Sensors::createControllerProvider(); });
@@ -163,34 +172,45 @@ void FrequencyBlockManager::updateFrequencyBlock_() {
     if (chosen == blockedFreq_) {
         return;
     }
-    BoundedWorker worker([weak = std::weak_ptr<CorvidWifiClient>(client_), shared = shared_,
-                          index = channelIndex(chosen)] {
-        if (const auto client = weak.lock()) {
-            client->recordTask("FrequencyBlockManager.worker");
-        }
-        return setFrequencyBlockByChannel_(*shared, index);
-    });
+    const int index = channelIndex(chosen);
+    lastAttempt_.begin(updateText(index));
+    BoundedWorker worker(
+        [weak = std::weak_ptr<CorvidWifiClient>(client_), shared = shared_, index] {
+            if (const auto client = weak.lock()) {
+                client->recordTask("FrequencyBlockManager.worker");
+            }
+            return setFrequencyBlockByChannel_(*shared, index);
+        });
     if (!worker.isStarted()) {
+        lastAttempt_.end(CommandOutcome::NotSent, "no thread");
         return;  // the next event tries again, as after a time-out
     }
     const auto result = worker.wait(limit_);
     if (!result) {
         WIFI_LOGE("ControllerProvider: no response");
         *lastUpdate_.lock() = {"no response", Moment::now()};
+        lastAttempt_.end(CommandOutcome::TimedOut, "no response");
         worker.giveUp();
         return;  // the next event tries again
     }
     blockedFreq_ = chosen;  // also if the service refused it: only a time-out is tried again
     *lastUpdate_.lock() = {*result ? "ok" : "failed", Moment::now()};
+    if (*result) {
+        lastAttempt_.end(CommandOutcome::Answered);
+    } else {
+        lastAttempt_.end(CommandOutcome::Failed, shared_->failure.load());
+    }
 }
 
 bool FrequencyBlockManager::setFrequencyBlockByChannel_(Shared& shared, int channelIndex) {
     const auto provider = getProvider();
     if (provider == nullptr) {
+        shared.failure = "no controller provider";
         return false;
     }
     ControllerWirelessFreqBlocklists list;
     if (!BoundedWorker::mayHang([&] { return provider->getWirelessFreqBlocklists(list); })) {
+        shared.failure = "getWirelessFreqBlocklists() failed";
         WIFI_LOGE("ControllerProvider: getWirelessFreqBlocklists() failed");
         return false;
     }
@@ -212,6 +232,7 @@ bool FrequencyBlockManager::clearBlock_(Sensors::ControllerProvider& provider, S
     }
     WIFI_LOGI("ControllerProvider: clear all blocked frequencies");
     if (!BoundedWorker::mayHang([&] { return provider.clearWirelessFreqBlocklists(); })) {
+        shared.failure = "clearWirelessFreqBlocklists() failed";
         WIFI_LOGE("ControllerProvider: clearWirelessFreqBlocklists() failed");
         return false;
     }
@@ -235,6 +256,7 @@ bool FrequencyBlockManager::addBlock_(Sensors::ControllerProvider& provider, Sha
         list.push_back({im3->startFreq, im3->endFreq});
     }
     if (!BoundedWorker::mayHang([&] { return provider.setWirelessFreqBlocklists(list); })) {
+        shared.failure = "setWirelessFreqBlocklists() failed";
         WIFI_LOGE("ControllerProvider: setWirelessFreqBlocklists() failed");
         return false;
     }
@@ -282,6 +304,7 @@ StateTree FrequencyBlockManager::describe() const {
     const Update last = *lastUpdate_.lock();
     state.set("lastResult", last.result == nullptr ? StateTree() : StateTree(last.result));
     state.set("at", last.at);
+    state.set("lastAttempt", lastAttempt_.describe());
     return state;
 }
 

@@ -11,6 +11,7 @@
 
 #include "managers/CoexManager.h"
 #include "managers/FeatureManager.h"
+#include "managers/support/LastCall.h"
 #include "os/Moment.h"
 #include "os/ValueMutex.h"
 
@@ -58,6 +59,8 @@ class FrequencyBlockManager : public FeatureManager {
         const bool im3MitigationBand2g;
         /** From our last successful set until our next successful clear. */
         std::atomic<bool> blockedByUs{false};
+        /** Why the last update failed; a string literal. */
+        std::atomic<const char*> failure{""};
         /** The controllers' blocklist after our last change of it. */
         ValueMutexBase<Sensors::ControllerWirelessFreqBlocklists, std::mutex> ranges;
     };
@@ -96,6 +99,7 @@ class FrequencyBlockManager : public FeatureManager {
     std::atomic<int32_t> staFreq_{-1};
     std::atomic<int32_t> p2pFreq_{-1};
     mutable ValueMutexBase<Update, std::mutex> lastUpdate_;
+    LastCall lastAttempt_;
 
     std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };

@@ -145,6 +145,7 @@ void MipiClockManager::notifyListener_(int32_t newClock) {
 }
 
 bool MipiClockManager::notifySensorService_(int32_t clock) {
+    lastAttempt_.begin(std::string("notifyMipiClock ") + kCameraName + " " + toText(clock));
     BoundedWorker worker([weak = std::weak_ptr<CorvidWifiClient>(client_), clock] {
         if (const auto client = weak.lock()) {
             client->recordTask("MipiClockManager.worker");
@@ -152,14 +153,21 @@ bool MipiClockManager::notifySensorService_(int32_t clock) {
         return notifyCameraProvider_(clock);
     });
     if (!worker.isStarted()) {
+        lastAttempt_.end(CommandOutcome::NotSent, "no thread");
         return false;
     }
     const auto result = worker.wait(limit_);
     if (!result) {
+        lastAttempt_.end(CommandOutcome::TimedOut, "no response");
         WIFI_LOGE("CameraProvider: no response");
         WIFI_LOGD("CameraProvider: killing woker");
         worker.giveUp();
         return false;
+    }
+    if (*result) {
+        lastAttempt_.end(CommandOutcome::Answered);
+    } else {
+        lastAttempt_.end(CommandOutcome::Failed, "no camera provider");
     }
     return *result;
 }
@@ -187,6 +195,7 @@ StateTree MipiClockManager::describe() const {
                                            : StateTree(clock == kClock384 ? "384 MHz" : "398 MHz"));
     state.set("accepted", attempts.accepted);
     state.set("attemptsFailed", attempts.failed);
+    state.set("lastAttempt", lastAttempt_.describe());
     return state;
 }
 

@@ -9,6 +9,7 @@
 
 #include "managers/CoexManager.h"
 #include "managers/FeatureManager.h"
+#include "managers/support/LastCall.h"
 #include "os/Moment.h"
 #include "os/ValueMutex.h"
 
@@ -61,6 +62,7 @@ class MipiClockManager : public FeatureManager {
         int failed = 0;
     };
     mutable ValueMutexBase<Attempts, std::mutex> attempts_;
+    LastCall lastAttempt_;
     std::atomic<bool> ending_{false};
     std::vector<CoexRegistration> registrations_;  ///< last: no action runs once it has gone
 };

@@ -1,6 +1,9 @@
+#include <array>
 #include <iterator>
 #include <map>
 #include <thread>
+
+#include <nlohmann/json.hpp>
 
 #include "managers/FrequencyBlockManager.h"
 #include "tests/managers/CoexScene.h"
@@ -461,6 +464,42 @@ TEST_F(FrequencyBlockManagerTest, TheFrequencyCountsAsBlockedWhateverTheResult) 
         stationDisconnected();
         ASSERT_EQ(blocklist(), "") << failure.operation;
     }
+}
+
+TEST_F(FrequencyBlockManagerTest, LastAttemptIsReportedWithWhatWasSentAndHowItEnded) {
+    start();
+    const auto lastAttempt = [this] {
+        return nlohmann::json::parse(manager_->describe().json()).at("lastAttempt");
+    };
+    EXPECT_EQ(lastAttempt(), nullptr);
+    stationConnected(2412);
+    EXPECT_EQ(lastAttempt().at("text"), "block 2402 - 2430");
+    EXPECT_EQ(lastAttempt().at("outcome"), "ok");
+    EXPECT_EQ(lastAttempt().at("reply"), "");
+    EXPECT_GE(lastAttempt().at("at").at("agoMs"), 0);
+
+    int channel = 2412;
+    for (const auto& [operation, behaviour, reason] : std::vector<std::array<const char*, 3>>{
+             {"controller.create", "null", "no controller provider"},
+             {"controller.get", "fail", "getWirelessFreqBlocklists() failed"},
+             {"controller.set", "fail", "setWirelessFreqBlocklists() failed"}}) {
+        steer(operation, behaviour);
+        stationConnected(channel += 5);
+        EXPECT_EQ(lastAttempt().at("outcome"), "failed");
+        EXPECT_EQ(lastAttempt().at("reply"), reason);
+        steer(operation, "ok");
+    }
+    steer("controller.clear", "fail");
+    stationDisconnected();
+    EXPECT_EQ(lastAttempt().at("text"), "clear");
+    EXPECT_EQ(lastAttempt().at("reply"), "clearWirelessFreqBlocklists() failed");
+
+    start(kHangs);
+    steer("controller.get", "hang");
+    stationConnected(2412);
+    EXPECT_EQ(lastAttempt().at("outcome"), "timeout");
+    EXPECT_EQ(lastAttempt().at("reply"), "no response");
+    EXPECT_GE(lastAttempt().at("durationUs"), 300'000);
 }
 
 TEST_F(FrequencyBlockManagerTest, AClearThatFailsLeavesTheBlockOursForTheNextOne) {

@@ -1,3 +1,5 @@
+#include <nlohmann/json.hpp>
+
 #include "managers/MipiClockManager.h"
 #include "tests/managers/CoexScene.h"
 #include "tests/support/Descriptors.h"
@@ -213,6 +215,44 @@ TEST_F(MipiClockManagerTest, WithoutACameraProviderItTriesFiveTimesAndReportsIt)
     EXPECT_EQ(clocks(), "worldTracking 0\n");
     EXPECT_THAT(stats->reports(),
                 ElementsAre("119925 \"MIPI_CLOCK_EVENT\" 0 0", "119925 \"MIPI_CLOCK_EVENT\" 1 0"));
+}
+
+TEST_F(MipiClockManagerTest, LastAttemptIsReportedWithWhatWasSentAndHowItEnded) {
+    start();
+    const auto lastAttempt = [this] {
+        return nlohmann::json::parse(manager_->describe().json()).at("lastAttempt");
+    };
+    EXPECT_EQ(lastAttempt(), nullptr);
+    stationConnected(5180);
+    EXPECT_EQ(lastAttempt().at("text"), "notifyMipiClock worldTracking 384 mhz");
+    EXPECT_EQ(lastAttempt().at("outcome"), "ok");
+    EXPECT_EQ(lastAttempt().at("reply"), "");
+    EXPECT_GE(lastAttempt().at("at").at("agoMs"), 0);
+
+    steer("camera.create", "null");
+    stationConnected(5745);
+    EXPECT_EQ(lastAttempt().at("text"), "notifyMipiClock worldTracking 398 mhz");
+    EXPECT_EQ(lastAttempt().at("outcome"), "failed");
+    EXPECT_EQ(lastAttempt().at("reply"), "no camera provider");
+
+    start(kHangs);
+    steer("camera.create", "hang");
+    stationConnected(5745);
+    EXPECT_EQ(lastAttempt().at("outcome"), "timeout");
+    EXPECT_GE(lastAttempt().at("durationUs"), 300'000);
+    EXPECT_THAT(manager_->describe().text(),
+                testing::HasSubstr("lastAttempt: notifyMipiClock worldTracking 398 mhz  -> timeout "
+                                   "(no response), "));
+}
+
+TEST_F(MipiClockManagerTest, AttemptUnderWayIsReportedAsPending) {
+    start(seconds(2));
+    steer("camera.notify", "hang");
+    sta_.answer("SIGNAL_POLL", "RSSI=-50\nFREQUENCY=5745\n");
+    coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
+    ASSERT_TRUE(log_.waitFor("MipiClockManager: CameraProvider: calling API"));
+    const auto state = nlohmann::json::parse(manager_->describe().json());
+    EXPECT_EQ(state.at("lastAttempt").at("outcome"), "pending");
 }
 
 TEST_F(MipiClockManagerTest, WithoutAStatisticsServiceTheClockIsSetAllTheSame) {
