@@ -74,17 +74,18 @@ std::string textOf(PropertyType type, int64_t value) {
     return type == PropertyType::Bool ? (value != 0 ? "true" : "false") : std::to_string(value);
 }
 
+const char* originOf(const PropertyState& property) {
+    return property.isMalformed() ? "malformed: default used" : property.set ? "set" : "default";
+}
+
 StateTree toState(const PropertyState& property) {
-    const char* const origin = property.isMalformed() ? "malformed: default used"
-                               : property.set         ? "set"
-                                                      : "default";
     StateTree state = StateTree::parts();
     state.set("name", property.name);
     state.set("type", toString(property.type));
     state.set("default", valueOf(property.type, property.fallback));
     state.set("set", property.set);
     state.set("value", valueOf(property.type, property.value()));
-    state.set("origin", origin);
+    state.set("origin", originOf(property));
     state.set("takesEffect", toString(property.effect));
     state.set("inForce",
               property.inForce ? valueOf(property.type, *property.inForce) : StateTree());
@@ -103,6 +104,50 @@ StateTree toState(const PropertyState& property) {
         line += ", in force is " + textOf(property.type, *property.inForce) + " until a restart";
     }
     return state.asLine(line + ", takes effect " + toString(property.effect));
+}
+
+/** A feature's switch with the value that it had at the daemon's start. */
+StateTree toState(const PropertyState& property, bool valueAtStart) {
+    const bool isChanged = (property.value() != 0) != valueAtStart;
+    const char* const value = valueAtStart ? "true" : "false";
+    // Only a property that is set can be true. Where a false one came from is not known any more.
+    const StateTree origin = !isChanged     ? StateTree(originOf(property))
+                             : valueAtStart ? StateTree("set")
+                                            : StateTree();
+    StateTree state = StateTree::parts();
+    state.set("name", property.name);
+    state.set("value", valueAtStart);
+    state.set("origin", origin);
+    state.set("changedTo", isChanged ? StateTree(!valueAtStart) : StateTree());
+    const std::string line = std::string(property.name) + " = " + value;
+    return state.asLine(isChanged ? line + " at the start, since changed: it counts at a restart"
+                                  : line + " (" + originOf(property) + ")");
+}
+
+/**
+ * The switches that made a feature on or off: of one that is on the first that was true, of one
+ * that is off all. The value at the start of a switch that is read each time is what it is now.
+ */
+StateTree deciding(const FeatureInfo& info, bool isOn,
+                   const std::vector<PropertyState>& properties) {
+    StateTree all = StateTree::list();
+    for (const FeatureInfo::Switch entry : info.switches) {
+        if (entry == nullptr) {
+            continue;
+        }
+        const auto property =
+            std::find_if(properties.begin(), properties.end(), [&](const PropertyState& state) {
+                return std::string_view(state.name) == entry->name;
+            });
+        const bool wasTrue = isOn && property->inForce.value_or(0) != 0;
+        if (wasTrue) {
+            StateTree one = StateTree::list();
+            one.add(toState(*property, true));
+            return one;
+        }
+        all.add(toState(*property, false));
+    }
+    return all;
 }
 
 StateTree toState(const HistoryEntry& entry, uint64_t sequence) {
@@ -237,16 +282,17 @@ StateTree DebugReport::process_() const {
 }
 
 StateTree DebugReport::features_(std::string_view section) const {
+    const std::vector<PropertyState> properties = Sysprop::readStates();
     StateTree features = StateTree::parts();
     for (size_t number = 0; number < kFeatureTable.size(); ++number) {
         if (kFeatureTable[number].section == section) {
-            features.set(kFeatureTable[number].managerName, feature_(number));
+            features.set(kFeatureTable[number].managerName, feature_(number, properties));
         }
     }
     return features;
 }
 
-StateTree DebugReport::feature_(size_t number) const {
+StateTree DebugReport::feature_(size_t number, const std::vector<PropertyState>& properties) const {
     const FeatureInfo& info = kFeatureTable[number];
     const std::shared_ptr<FeatureManager> manager = managers_.feature(number);
     StateTree feature = StateTree::parts();
@@ -257,6 +303,7 @@ StateTree DebugReport::feature_(size_t number) const {
             switches.add(entry->name);
         }
     }
+    feature.set("decidedBy", deciding(info, manager != nullptr, properties));
     if (manager == nullptr) {
         feature.set("state", {});
         feature.set("running", {});

@@ -11,6 +11,7 @@ namespace Ursa::OS::Wifi {
 
 class CorvidWifiClient;
 class CorvidWifiManager;
+struct PropertyState;
 
 /**
  * Answers the platform's debug call: collects the daemon's state and writes it as text or JSON
@@ -41,7 +42,7 @@ class DebugReport {
     StateTree describe_(const std::vector<std::string>& names) const;
     StateTree process_() const;
     StateTree features_(std::string_view section) const;
-    StateTree feature_(size_t number) const;
+    StateTree feature_(size_t number, const std::vector<PropertyState>& properties) const;
     StateTree sta_() const { return features_("sta"); }
     StateTree p2p_() const { return features_("p2p"); }
     StateTree power_() const { return features_("power"); }

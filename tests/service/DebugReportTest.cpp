@@ -159,6 +159,57 @@ TEST_F(DebugReportTest, EveryFeatureIsInOneSectionWithItsSwitches) {
     EXPECT_EQ(scs.at("switches").at(0), "persist.vendor.wifi.scs.enable");
 }
 
+TEST_F(DebugReportTest, SwitchThatDecidedAFeatureIsToldWithItsSource) {
+    switchOn("txpower.enable.p2p");
+    root_.setProperty("persist.vendor.wifi.devparams.enable", "yes");
+    root_.setProperty("persist.vendor.wifi.telemetry.enable", "false");
+    start();
+    const Json all = json();
+    const auto decidedBy = [&](const char* section, const char* feature) {
+        std::vector<std::string> lines;
+        for (const Json& entry : all.at(section).at(feature).at("decidedBy")) {
+            lines.push_back(entry.at("name").get<std::string>().substr(20) + " " +
+                            entry.at("value").dump() + " " + entry.at("origin").dump());
+            EXPECT_EQ(entry.at("changedTo"), nullptr);
+        }
+        return lines;
+    };
+    EXPECT_THAT(decidedBy("power", "TxPowerManager"),
+                testing::ElementsAre("txpower.enable.p2p true \"set\""));
+    EXPECT_THAT(decidedBy("p2p", "ChannelSwitchManager"),
+                testing::ElementsAre("cmd.cs.p2p.corvid false \"default\"",
+                                     "cmd.cs.p2p.ecsa false \"default\""));
+    EXPECT_THAT(decidedBy("sta", "DevParamsManager"),
+                testing::ElementsAre("devparams.enable false \"malformed: default used\""));
+    EXPECT_THAT(decidedBy("sta", "TelemetryManager"),
+                testing::ElementsAre("telemetry.enable false \"set\""));
+    EXPECT_THAT(decidedBy("sta", "StaManager"), testing::IsEmpty()) << "always on";
+}
+
+TEST_F(DebugReportTest, SwitchThatWasChangedSinceTheStartIsTold) {
+    switchOn("telemetry.enable");
+    start();
+    switchOn("scs.enable");
+    switchOn("cmd.noa.p2p");
+    root_.setProperty("persist.vendor.wifi.telemetry.enable", "false");
+    const Json all = json();
+    const auto decided = [&](const char* section, const char* feature) {
+        return all.at(section).at(feature).at("decidedBy").at(0);
+    };
+    for (const Json& off : {decided("sta", "ScsManager"), decided("p2p", "NoaManager")}) {
+        EXPECT_EQ(off.at("value"), false);
+        EXPECT_EQ(off.at("origin"), nullptr);
+        EXPECT_EQ(off.at("changedTo"), true);
+    }
+    const Json on = decided("sta", "TelemetryManager");
+    EXPECT_EQ(on.at("value"), true);
+    EXPECT_EQ(on.at("origin"), "set");
+    EXPECT_EQ(on.at("changedTo"), false);
+    EXPECT_THAT(report({"sta"}),
+                testing::HasSubstr("persist.vendor.wifi.scs.enable = false at the "
+                                   "start, since changed: it counts at a restart"));
+}
+
 TEST_F(DebugReportTest, StateOfEveryFeatureIsTold) {
     for (const std::string& property : test::switchesOfEveryFeature()) {
         root_.setProperty(property, "true");
