@@ -179,6 +179,28 @@ class Install(unittest.TestCase):
         self.assertRegex(unit, rf"(?m)^ExecStart={DAEMON}$")
 
 
+    def test_unit_leaves_the_daemon_what_the_device_leaves_it(self):
+        with open(self.path("lib", "systemd", "system", "corvid-wifi.service"),
+                  encoding="utf-8") as file:
+            unit = dict(line.split("=", 1) for line in file.read().splitlines()
+                        if "=" in line and not line.startswith("#"))
+        with open(os.path.join(SOURCE, "device", DAEMON + ".rc"), encoding="utf-8") as file:
+            init = file.read()
+        for name, pattern in (("CapabilityBoundingSet", r"capabilities (\w+)$"),
+                              ("LimitNOFILE", r"rlimit nofile (\d+) \d+$"),
+                              ("MemoryMax", r"memcg.limit_in_bytes (\d+)$"),
+                              ("RestartSec", r"restart_period (\d+)$")):
+            wanted = re.search(rf"(?m)^ +{pattern}", init).group(1)
+            given = unit[name].replace("CAP_", "").replace("32M", str(32 << 20))
+            self.assertEqual(given, wanted, name)
+        allowed = unit["SystemCallFilter"].split()
+        for policy in (f"device/{DAEMON}.policy", "lab/guest/host.policy"):
+            with open(os.path.join(SOURCE, policy), encoding="utf-8") as file:
+                calls = re.findall(r"(?m)^(\w+): 1$", file.read())
+            self.assertGreater(len(calls), 10)
+            self.assertLessEqual(set(calls), set(allowed), policy)
+
+
 class Package(unittest.TestCase):
     def test_package_names_what_it_needs_and_holds_what_works(self):
         with tempfile.TemporaryDirectory(prefix="corvid-package.") as folder:
