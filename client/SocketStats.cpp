@@ -2,6 +2,8 @@
 
 #include <optional>
 
+#include "client/StartsWith.h"
+
 namespace Ursa::OS::Wifi {
 
 namespace {
@@ -9,7 +11,7 @@ namespace {
 constexpr int64_t kMicrosecond = 1000;
 
 bool isRefusal(std::string_view reply) {
-    return reply.substr(0, 4) == "FAIL" || reply.substr(0, 15) == "UNKNOWN COMMAND";
+    return startsWith(reply, "FAIL") || startsWith(reply, "UNKNOWN COMMAND");
 }
 
 }  // namespace

@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <ctime>
 #include <map>
 #include <memory>
 #include <utility>
 
 #include "client/SlowTasks.h"
+#include "os/Moment.h"
 #include "os/Mutex.h"
 
 namespace Ursa::OS::Wifi {
@@ -59,12 +59,6 @@ Slot& ownSlot() {
     return *slot.operator->();
 }
 
-int64_t coarseNow() {
-    timespec time;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
-    return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
-}
-
 }  // namespace
 
 const Task& Task::named(const std::string& name, Kind kind) {
@@ -86,7 +80,7 @@ TaskScope::TaskScope(const Task& task)
     : outer_(ownSlot().task.load(std::memory_order_relaxed)),
       outerSince_(ownSlot().sinceNs.load(std::memory_order_relaxed)) {
     Slot& slot = ownSlot();
-    slot.sinceNs.store(coarseNow(), std::memory_order_relaxed);
+    slot.sinceNs.store(Moment::coarseMonotonicNow(), std::memory_order_relaxed);
     slot.task.store(&task, std::memory_order_release);
 }
 
@@ -101,7 +95,7 @@ TaskScope::~TaskScope() {
     };
     if (isSubscriber(task) || isSubscriber(outer_)) {
         SlowTasks::ofProcess().note(SlowTasks::Kind::Subscriber, task->name(),
-                                    coarseNow() - sinceNs);
+                                    Moment::coarseMonotonicNow() - sinceNs);
     }
 }
 

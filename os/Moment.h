@@ -10,25 +10,17 @@ struct Moment {
     int64_t monotonicNs = 0;  ///< 0: never
     int64_t wallMs = 0;       ///< since the epoch
 
-    static int64_t monotonicNow() {
-        timespec time;
-        clock_gettime(CLOCK_MONOTONIC, &time);
-        return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
-    }
+    static int64_t monotonicNow() { return nanoseconds_(CLOCK_MONOTONIC); }
+    /** A few ms old, for a fraction of the time. */
+    static int64_t coarseMonotonicNow() { return nanoseconds_(CLOCK_MONOTONIC_COARSE); }
 
     /** Now, for a monotonic time that was just read. The wall time may be a few ms old. */
     static Moment at(int64_t monotonicNs) {
-        timespec time;
-        clock_gettime(CLOCK_REALTIME_COARSE, &time);
-        return {monotonicNs, time.tv_sec * INT64_C(1000) + time.tv_nsec / 1'000'000};
+        return {monotonicNs, nanoseconds_(CLOCK_REALTIME_COARSE) / 1'000'000};
     }
     static Moment now() { return at(monotonicNow()); }
     /** Now, by both clocks a few ms old, for a quarter of the time that now() takes. */
-    static Moment coarseNow() {
-        timespec time;
-        clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
-        return at(time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec);
-    }
+    static Moment coarseNow() { return at(coarseMonotonicNow()); }
     /** A past monotonic time, 0 for never; the wall time is right if the clock was not set since.
      */
     static Moment fromMonotonic(int64_t monotonicNs) {
@@ -40,6 +32,13 @@ struct Moment {
     }
 
     explicit operator bool() const { return monotonicNs != 0; }
+
+  private:
+    static int64_t nanoseconds_(clockid_t clock) {
+        timespec time;
+        clock_gettime(clock, &time);
+        return time.tv_sec * INT64_C(1'000'000'000) + time.tv_nsec;
+    }
 };
 
 }  // namespace Ursa::OS
