@@ -143,7 +143,7 @@ bool CommandChannel::connect_() {
     if (!channel_.open(path_)) {
         return false;
     }
-    channel_.waitInReceive(timeout_);
+    channel_.waitInReceive(timeout_ / 2);  // the other half may be spent waiting for room
     return true;
 }
 

@@ -10,6 +10,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
 
 #include "client/ControlChannel.h"
 #include "tests/client/ControlPeer.h"
@@ -182,6 +185,26 @@ TEST_F(CommandChannelTest, FullQueueIsWaitedForWithinTheTimeout) {
         peer_.receive();
     }
     EXPECT_EQ(ask("GET country"), "re GET country");
+}
+
+TEST_F(CommandChannelTest, WaitInReceiveLeavesHalfOfTheTimeForTheWaitForRoom) {
+    channel_.close();
+    CommandChannel patient(kLong);
+    ASSERT_TRUE(patient.open(path_));
+    int connections = 0;
+    for (int fd = 0; fd < 1024; ++fd) {
+        sockaddr_un peer = {};
+        socklen_t length = sizeof(peer);
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &length) == 0 &&
+            peer.sun_path == path_) {
+            ++connections;
+            timeval limit = {};
+            length = sizeof(limit);
+            ASSERT_EQ(getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length), 0);
+            EXPECT_EQ(std::chrono::seconds(limit.tv_sec), kLong / 2);
+        }
+    }
+    EXPECT_EQ(connections, 1);
 }
 
 TEST_F(CommandChannelTest, CommandGoesOnWhenTheQueueHasRoomAgain) {
