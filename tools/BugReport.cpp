@@ -162,7 +162,7 @@ std::vector<BugReportItem> bugReportItems() {
         {"debug.json", own({"debug", "--json"}), kSmall, kOwnLimit},
         {"properties.txt", own({"props"}), kSmall, kOwnLimit},
         {"dump.txt", own({"dump"}), kSmall, kOwnLimit},
-        {"version.txt", {"sh", "-c", "'" + self + "' --version; uname -a"}, kSmall, kToolLimit},
+        {"version.txt", {"sh", "-c", "\"$0\" --version; uname -a", self}, kSmall, kToolLimit},
         {"daemon.log",
          {"logcat", "-d", "-t", "5000", "-s", "CorvidWifi"},
          kLarge,
@@ -227,8 +227,10 @@ int runBugReport(const CommandLine& line) {
         std::fprintf(stderr, "corvid-wifi: contents.txt %s\n", failure.c_str());
         return kFailure;
     }
+    // To tar, a name with a colon before any slash is another machine's file.
+    const std::string target = file.rfind('/', 0) == 0 ? file : "./" + file;
     const CommandResult packed =
-        runCommand({"tar", "-czf", file, "-C", work.path(), name}, kSmall, kTarLimit);
+        runCommand({"tar", "-czf", target, "-C", work.path(), name}, kSmall, kTarLimit);
     if (!packed.failure.empty()) {
         std::fprintf(stderr, "corvid-wifi: %s could not be written: %s (%s)\n", file.c_str(),
                      packed.failure.c_str(), packed.output.c_str());

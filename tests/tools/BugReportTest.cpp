@@ -220,6 +220,18 @@ TEST_F(ClientBugReport, FileThatCannotBeWrittenIsRefusedBeforeAnythingIsAsked) {
     EXPECT_THAT(made.output, IsEmpty());
 }
 
+TEST_F(ClientBugReport, NameWithAColonIsAFileOfThisMachine) {
+    const std::string folder = root_ + "/reports";
+    std::filesystem::create_directory(folder);
+    ::test::Program report(
+        {"/bin/sh", "-c",
+         "cd '" + folder + "'; exec '" CORVID_WIFI "' bugreport --json -o 12:30.tar.gz"},
+        options_);
+    report.readOutput();
+    EXPECT_EQ(report.wait(), 0);
+    EXPECT_GT(std::filesystem::file_size(folder + "/12:30.tar.gz"), 0U);
+}
+
 TEST_F(ClientBugReport, InterruptedReportLeavesNothingBehind) {
     startService();
     service_->signal(SIGSTOP);  // the first item waits for it
