@@ -43,6 +43,11 @@ std::optional<unsigned> parse(const char* text) {
     return base::ParseUint(text, &value) ? std::optional(value) : std::nullopt;
 }
 
+template <>
+std::optional<std::string> parse(const char* text) {
+    return text;
+}
+
 template <typename T>
 std::optional<T> read(const char* name) {
     std::optional<T> value;
@@ -93,19 +98,6 @@ std::optional<int64_t> lastRead(Index property) {
     return read == 0 ? std::nullopt : std::optional(read >> 1);
 }
 
-std::optional<std::string> rawValue(const char* name) {
-    std::optional<std::string> value;
-    if (const prop_info* property = __system_property_find(name)) {
-        __system_property_read_callback(
-            property,
-            [](void* cookie, const char* /*name*/, const char* text, uint32_t /*serial*/) {
-                *static_cast<std::optional<std::string>*>(cookie) = text;
-            },
-            &value);
-    }
-    return value;
-}
-
 template <typename T>
 constexpr PropertyType typeOf() {
     return std::is_same_v<T, bool>  ? PropertyType::Bool
@@ -124,7 +116,7 @@ PropertyState stateOf(const char* name, T fallback, const PropertyRange& range,
     state.effect = effect;
     state.meaning = meaning;
     state.range = range;
-    state.set = rawValue(name);
+    state.set = ::android::sysprop::CorvidWifiProperties::read<std::string>(name);
     if (state.set && parsed) {
         state.parsed = static_cast<int64_t>(*parsed);
     }

@@ -94,6 +94,15 @@ class WpaClientTest : public testing::Test {
                             "] Connected to supplicant socket: " + path(name));
     }
 
+    /** A client's start on a new directory, which then goes. Returns whether it was noticed. */
+    bool startAndRemove(const std::string& directory) {
+        std::filesystem::create_directories(directory);
+        client_ = std::make_unique<WpaClient>(history_, directory + "/");
+        std::filesystem::remove(directory);
+        return waitForLine(
+            "WpaClient: Wpa socket directory has been removed: waiting for the next one");
+    }
+
     bool send(NetInterfaceType kind, std::string& reply) {
         return client_->sendCtrlCmd("PING", reply, kind);
     }
@@ -323,11 +332,7 @@ TEST_F(WpaClientTest, DirectoryThatTheSupplicantRemovesItselfIsWatchedAgainWhenI
 
 TEST_F(WpaClientTest, NextDirectoryMayBeRenamedIntoItsPlace) {
     const std::string directory = path("sockets");
-    std::filesystem::create_directory(directory);
-    client_ = std::make_unique<WpaClient>(history_, directory + "/");
-    std::filesystem::remove(directory);
-    ASSERT_TRUE(
-        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    ASSERT_TRUE(startAndRemove(directory));
     log_.clear();
     std::filesystem::create_directory(path("prepared"));
     const test::FakeControlSocket sta(path("prepared/wlan0"));
@@ -338,11 +343,7 @@ TEST_F(WpaClientTest, NextDirectoryMayBeRenamedIntoItsPlace) {
 
 TEST_F(WpaClientTest, SocketThatIsOlderThanTheWatchOfTheNextDirectoryIsFound) {
     const std::string directory = path("sockets");
-    std::filesystem::create_directory(directory);
-    client_ = std::make_unique<WpaClient>(history_, directory + "/");
-    std::filesystem::remove(directory);
-    ASSERT_TRUE(
-        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    ASSERT_TRUE(startAndRemove(directory));
     // The whole folder in one step, with the socket in it.
     std::filesystem::create_directory(path("prepared"));
     const test::FakeControlSocket sta(path("prepared") + "/wlan0");
@@ -363,11 +364,7 @@ TEST_F(WpaClientTest, DirectoryThatIsRemovedWithItsParentIsGivenUpWithALine) {
 }
 
 TEST_F(WpaClientTest, ParentThatGoesAfterTheDirectoryIsGivenUpWithALine) {
-    std::filesystem::create_directories(path("wpa/sockets"));
-    client_ = std::make_unique<WpaClient>(history_, path("wpa/sockets/"));
-    std::filesystem::remove(path("wpa/sockets"));
-    ASSERT_TRUE(
-        waitForLine("WpaClient: Wpa socket directory has been removed: waiting for the next one"));
+    ASSERT_TRUE(startAndRemove(path("wpa/sockets")));
     std::filesystem::remove(path("wpa"));
     EXPECT_TRUE(
         waitForLine("WpaClient: Wpa socket directory has been removed with its parent: no "

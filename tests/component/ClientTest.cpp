@@ -22,13 +22,12 @@
 #include <vendor/corvid/hardware/wifi/1.0/IWifi.h>
 
 #include "tests/component/Headset.h"
+#include "tests/support/IdleCallback.h"
 #include "tests/support/Program.h"
 
 using namespace std::chrono_literals;
 using android::sp;
-using android::hardware::hidl_string;
 using android::hardware::Return;
-using android::hardware::Void;
 using component::Headset;
 using component::LogLine;
 using test::Program;
@@ -170,22 +169,11 @@ TEST_F(Clients, ThatComeAndDieAHundredTimesLeaveNothingBehind) {
     EXPECT_LE(after.threads(), before.threads() + 1);
 }
 
-/** A client in this process. */
-class Listener : public ICorvidWifiManagerCallback {
-  public:
-    Return<void> onChannelSwitch(int32_t, int32_t, bool) override { return Void(); }
-    Return<void> onAssocStarted() override { return Void(); }
-    Return<void> onRegdomUpdated(const hidl_string&, const hidl_string&,
-                                 const hidl_string&) override {
-        return Void();
-    }
-};
-
 TEST_F(Clients, CanRegisterOnceAndUnregisterOnce) {
     setenv("CORVID_WIFI_ROOT", headset_.root().c_str(), 1);
     const sp<IWifi> service = IWifi::tryGetService();
     ASSERT_NE(service, nullptr);
-    const sp<ICorvidWifiManagerCallback> listener = new Listener();
+    const sp<ICorvidWifiManagerCallback> listener = new test::IdleCallback;
     const auto codeOf = [&](auto method) {
         uint32_t code = 99;
         const Return<void> result =

@@ -22,15 +22,13 @@
 #include "tests/component/FailCalls.h"
 #include "tests/component/Features.h"
 #include "tests/component/Headset.h"
+#include "tests/support/IdleCallback.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/WaitUntil.h"
 #include "tools/Methods.h"
 
 using namespace std::chrono_literals;
 using android::sp;
-using android::hardware::hidl_string;
-using android::hardware::Return;
-using android::hardware::Void;
 using component::Headset;
 using Ursa::OS::Wifi::Tools::bindCall;
 using Ursa::OS::Wifi::Tools::IWifi;
@@ -289,19 +287,9 @@ std::string setAndClearScs(IWifi& service) {
     return set + clear(service).json;
 }
 
-class Listener : public ICorvidWifiManagerCallback {
-  public:
-    Return<void> onChannelSwitch(int32_t, int32_t, bool) override { return Void(); }
-    Return<void> onAssocStarted() override { return Void(); }
-    Return<void> onRegdomUpdated(const hidl_string&, const hidl_string&,
-                                 const hidl_string&) override {
-        return Void();
-    }
-};
-
 /** The codes of a registration and its end. */
 std::string registerAndUnregister(IWifi& service) {
-    const sp<ICorvidWifiManagerCallback> listener = new Listener();
+    const sp<ICorvidWifiManagerCallback> listener = new test::IdleCallback;
     std::string codes;
     for (auto method :
          {&IWifi::registerCorvidWifiManagerCallback, &IWifi::unregisterCorvidWifiManagerCallback}) {

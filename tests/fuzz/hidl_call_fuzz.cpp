@@ -27,6 +27,7 @@
 
 #include "host/hidl/src/Frame.h"
 #include "tests/fuzz/Check.h"
+#include "tests/support/IdleCallback.h"
 
 using namespace vendor::corvid::hardware::wifi::V1_0;
 using android::sp;
@@ -51,17 +52,6 @@ constexpr size_t kMostSent = 253;
 class Deaths : public android::hardware::hidl_death_recipient {
   public:
     void serviceDied(uint64_t, const android::wp<android::hidl::base::V1_0::IBase>&) override {}
-};
-
-/** A client's object, as it arrives: it is called. */
-class Client : public ICorvidWifiManagerCallback {
-  public:
-    Return<void> onChannelSwitch(int32_t, int32_t, bool) override { return Void(); }
-    Return<void> onAssocStarted() override { return Void(); }
-    Return<void> onRegdomUpdated(const hidl_string&, const hidl_string&,
-                                 const hidl_string&) override {
-        return Void();
-    }
 };
 
 /** An object of this process without an interface of ours. */
@@ -186,8 +176,8 @@ class Service : public IWifi {
 sp<IBinder> object(const ObjectId& id) {
     static const std::array<sp<IBinder>, 7> objects = {
         nullptr,
-        new BnHwCorvidWifiManagerCallback(new Client),
-        new BnHwCorvidWifiManagerCallback(new Client),
+        new BnHwCorvidWifiManagerCallback(new test::IdleCallback),
+        new BnHwCorvidWifiManagerCallback(new test::IdleCallback),
         new BnHwWifi(new Service),
         new Stranger,
         new Remote(android::DEAD_OBJECT),
