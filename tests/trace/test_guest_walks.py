@@ -5,11 +5,38 @@ import concurrent.futures
 import glob
 import json
 import os
+import threading
+import time
 
 import guest
 from support import SOURCE, FilesTest
 
 WALKS = sorted(glob.glob(os.path.join(SOURCE, "trace", "walks", "*.jsonl")))
+
+
+class Lateness:
+    """How much later than it wanted a thread woke at worst, s, while this was entered."""
+
+    def __init__(self):
+        self.longest = 0.0
+        self._ended = threading.Event()
+        self._thread = threading.Thread(target=self._watch)
+
+    def _watch(self):
+        wanted = 0.05
+        before = time.monotonic()
+        while not self._ended.wait(wanted):
+            now = time.monotonic()
+            self.longest = max(self.longest, now - before - wanted)
+            before = now
+
+    def __enter__(self):
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._ended.set()
+        self._thread.join()
 
 
 class GuestWalksTest(FilesTest):
@@ -26,16 +53,29 @@ class GuestWalksTest(FilesTest):
 
     def test_daemon_decides_in_virtual_time_as_in_real_time(self):
         self.assertGreaterEqual(len(WALKS), 4)
-        with concurrent.futures.ThreadPoolExecutor(len(WALKS)) as executor:
-            by_the_clock = list(executor.map(
-                lambda walk: self.decisions(walk, "--real-time"), WALKS))
-        for walk, (commands, times) in zip(WALKS, by_the_clock):
-            with self.subTest(os.path.basename(walk)):
-                virtual_commands, virtual_times = self.decisions(walk)
-                self.assertListEqual(virtual_commands, commands)
-                self.assertGreater(len(times), 5)
-                for virtual, real in zip(virtual_times, times):
-                    self.assertAlmostEqual(virtual, real, delta=0.5)
+        virtual = {walk: self.decisions(walk) for walk in WALKS}
+        left = WALKS
+        for last in (False, False, True):
+            with Lateness() as lateness, \
+                    concurrent.futures.ThreadPoolExecutor(len(left)) as executor:
+                by_the_clock = list(executor.map(
+                    lambda walk: self.decisions(walk, "--real-time", "--force"), left))
+            # On a machine that stands still for longer the daemon finds another sample.
+            may_repeat = lateness.longest > 0.1 and not last
+            differing = []
+            for walk, (commands, times) in zip(left, by_the_clock):
+                virtual_commands, virtual_times = virtual[walk]
+                if may_repeat and virtual_commands != commands:
+                    differing.append(walk)
+                    continue
+                with self.subTest(os.path.basename(walk)):
+                    self.assertListEqual(virtual_commands, commands)
+                    self.assertGreater(len(times), 5)
+                    for virtual_time, real in zip(virtual_times, times):
+                        self.assertAlmostEqual(virtual_time, real, delta=0.5)
+            left = differing
+            if not left:
+                break
 
 
 if __name__ == "__main__":
