@@ -197,8 +197,9 @@ int noteRequest(nl_msg* message, void* /*arg*/) {
 NetlinkMessage newMessage(int family, int flags, uint8_t cmd) {
     NetlinkMessage message(nlmsg_alloc());
     // Port and sequence number are filled in when it is sent. A fresh message has room for headers.
+    // The acknowledgement is asked for here because the socket does not (initState_).
     if (message == nullptr || genlmsg_put(message.get(), NL_AUTO_PORT, NL_AUTO_SEQ, family, 0,
-                                          flags, cmd, 0) == nullptr) {
+                                          flags | NLM_F_ACK, cmd, 0) == nullptr) {
         WIFI_LOGE("Failed to allocate netlink message.");
         return nullptr;
     }
@@ -463,6 +464,9 @@ int Nl80211Client::initState_(Request& request) const {
     // kernel's largest packet makes that unnecessary.
     nl_socket_set_msg_buf_size(socket, kMaxPacketBytes);
     nl_socket_disable_msg_peek(socket);
+    // Otherwise libnl asks for an acknowledgement of the family look-up too, which has a reply, and
+    // receives it with one more system call.
+    nl_socket_disable_auto_ack(socket);
     if (genl_connect(socket) < 0) {
         WIFI_LOGE("Failed to connect to generic netlink.");
         return -1;

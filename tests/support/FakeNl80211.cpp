@@ -20,15 +20,22 @@ FakeNl80211::Answer emptyAnswer(const NetlinkRequest& request) {
     return {{isDump ? done(request) : ack(request)}};
 }
 
-/** The controller's answer to CTRL_CMD_GETFAMILY, in two packets as the kernel sends it. */
+/**
+ * The controller's answer to CTRL_CMD_GETFAMILY. As the kernel's, its acknowledgement is a packet
+ * of its own, which is sent only if it is asked for.
+ */
 FakeNl80211::Answer familyAnswer(const NetlinkRequest& request) {
-    return {{reply(request, CTRL_CMD_NEWFAMILY,
-                   concat({attribute(CTRL_ATTR_FAMILY_NAME, terminatedText("nl80211")),
-                           attribute(CTRL_ATTR_FAMILY_ID, number16(FakeNl80211::kFamily)),
-                           attribute(CTRL_ATTR_VERSION, number32(1)),
-                           attribute(CTRL_ATTR_HDRSIZE, number32(0)),
-                           attribute(CTRL_ATTR_MAXATTR, number32(301))})),
-             ack(request)}};
+    FakeNl80211::Answer answer = {
+        {reply(request, CTRL_CMD_NEWFAMILY,
+               concat({attribute(CTRL_ATTR_FAMILY_NAME, terminatedText("nl80211")),
+                       attribute(CTRL_ATTR_FAMILY_ID, number16(FakeNl80211::kFamily)),
+                       attribute(CTRL_ATTR_VERSION, number32(1)),
+                       attribute(CTRL_ATTR_HDRSIZE, number32(0)),
+                       attribute(CTRL_ATTR_MAXATTR, number32(301))}))}};
+    if ((request.flags & NLM_F_ACK) != 0) {
+        answer.packets.push_back(ack(request));
+    }
+    return answer;
 }
 
 FakeNl80211::Answer noFamily(const NetlinkRequest& request) { return {{error(request, -ENOENT)}}; }

@@ -39,8 +39,8 @@ class Answer : public Nl80211Test {
   protected:
     using Packets = std::function<std::vector<Bytes>(const NetlinkRequest&)>;
 
-    /** The packets with the family's number: the reply and its acknowledgement. */
-    static constexpr int kFamilyReceives = 2;
+    /** The packets with the family's number: the reply. */
+    static constexpr int kFamilyReceives = 1;
 
     /** The result of a command that is answered like this. */
     int resultOf(const Packets& packets) {
