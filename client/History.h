@@ -72,7 +72,7 @@ class History {
         std::vector<HistoryEntry> entries;
     };
 
-    History() = default;
+    History() { entries_.reserve(kCapacity); }
     History(const History&) = delete;
     History& operator=(const History&) = delete;
 
@@ -89,15 +89,19 @@ class History {
     std::optional<HistoryEntry> lastCommandOf(std::string_view manager) const EXCLUDES(mutex_);
 
   private:
-    using Entries = std::array<HistoryEntry, kCapacity>;
-    static_assert(sizeof(Entries) <= size_t{16} * 1024);
+    static_assert(sizeof(HistoryEntry) * kCapacity <= size_t{16} * 1024);
 
-    HistoryEntry& next_() REQUIRES(mutex_) { return entries_[total_++ % kCapacity]; }
+    /** The oldest entry's place, or a new one until all are in use. */
+    HistoryEntry& next_() REQUIRES(mutex_) {
+        const size_t place = total_++ % kCapacity;
+        return place < entries_.size() ? entries_[place] : entries_.emplace_back();
+    }
     void add_(const HistoryEntry& entry) EXCLUDES(mutex_);
 
     mutable Mutex mutex_;
     uint64_t total_ GUARDED_BY(mutex_) = 0;
-    Entries entries_ GUARDED_BY(mutex_);
+    /** Reserved but not written beforehand: its pages cost memory only once they are in use. */
+    std::vector<HistoryEntry> entries_ GUARDED_BY(mutex_);
     /** By Task::owner(). */
     std::array<HistoryEntry, Task::kMaxOwners> lastCommands_ GUARDED_BY(mutex_);
 };
