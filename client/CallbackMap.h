@@ -67,6 +67,11 @@ class CallbackMap {
   public:
     using Callback = std::function<void(T)>;
 
+    CallbackMap() = default;
+    ~CallbackMap() { keepSnapshot_(nullptr); }
+    CallbackMap(const CallbackMap&) = delete;
+    CallbackMap& operator=(const CallbackMap&) = delete;
+
     /**
      * Returns the handle, 0 to 2,147,483,646, or -1 when the map is full. `callback` is not copied:
      * it must not move until it is unregistered.
@@ -79,12 +84,13 @@ class CallbackMap {
         if (handle == -1) {
             return -1;
         }
+        // Handles count up, so the new one usually goes to the end.
         {
             ExclusiveLock elementsLock(elementsMutex_);
-            elements_.emplace(handle, std::move(element));
+            elements_.emplace_hint(elements_.end(), handle, std::move(element));
         }
-        active_.insert(handle);
-        generation_.fetch_add(1, std::memory_order_release);
+        active_.insert(active_.end(), handle);
+        countChange_();
         return handle;
     }
 
@@ -104,13 +110,14 @@ class CallbackMap {
 
     /** Calls every active subscriber. A subscriber's exception reaches the caller of trigger(). */
     void trigger(T value) {
-        const auto snapshot = copyActive_();
+        auto snapshot = takeSnapshot_();
         for (const auto& [handle, element] : snapshot->elements) {
             if (snapshot->generation == generation_.load(std::memory_order_acquire) ||
                 isActive_(handle)) {
                 element->call(value);
             }
         }
+        keepSnapshot_(std::move(snapshot));
         clearInactive_();
     }
 
@@ -126,22 +133,26 @@ class CallbackMap {
     };
 
     /** The most handles, active plus inactive. */
-    static constexpr int kCapacity = 64;
+    static constexpr size_t kCapacity = 64;
     /** The last handle before they start again from 0. */
     static constexpr int kLastHandle = 0x7FFFFFFE;
 
     /** -1 when the map is full. */
     int getNewHandle_() REQUIRES(activeMutex_) {
-        SharedLock inactiveLock(inactiveMutex_);
-        if (kCapacity <= static_cast<int>(active_.size() + inactive_.size())) {
+        const size_t inactive = inactiveCount_.load(std::memory_order_acquire);
+        if (kCapacity <= active_.size() + inactive) {
             return -1;
         }
         while (true) {
-            if (counter_.fetch_add(1) == kLastHandle) {
-                counter_.store(0);
+            int handle = counter_.load(std::memory_order_relaxed) + 1;
+            if (handle > kLastHandle) {
+                handle = 0;
+                wrapped_ = true;
             }
-            const int handle = counter_.load();
-            if (active_.count(handle) == 0 && inactive_.count(handle) == 0) {
+            counter_.store(handle, std::memory_order_relaxed);
+            // No number is used again before the first wrap.
+            if (!wrapped_ ||
+                (active_.count(handle) == 0 && !setContains_(CallbackSet::Inactive, handle))) {
                 return handle;
             }
         }
@@ -155,33 +166,50 @@ class CallbackMap {
             return false;
         }
         ExclusiveLock inactiveLock(inactiveMutex_);
-        inactive_.insert(active_.extract(found));  // moved, so that nothing can fail in between
-        inactiveCount_.store(inactive_.size());
-        generation_.fetch_add(1, std::memory_order_release);
+        // Moved, so that nothing can fail in between.
+        inactive_.insert(inactive_.end(), active_.extract(found));
+        inactiveCount_.store(inactive_.size(), std::memory_order_release);
+        countChange_();
         return true;
     }
 
-    /** The active subscribers. The copy is made once and reused until one of the sets changes. */
-    std::shared_ptr<const Snapshot> copyActive_() {
+    /** Outdates the snapshot. */
+    void countChange_() REQUIRES(activeMutex_) {
+        const uint64_t generation = generation_.load(std::memory_order_relaxed);
+        generation_.store(generation + 1, std::memory_order_release);
+    }
+
+    /**
+     * The active subscribers. The copy is made once and reused until one of the sets changes. It is
+     * taken out for a trigger; one that runs at the same time makes a copy of its own.
+     */
+    std::unique_ptr<const Snapshot> takeSnapshot_() {
+        std::unique_ptr<const Snapshot> kept(
+            snapshot_.exchange(nullptr, std::memory_order_acq_rel));
         const uint64_t generation = generation_.load(std::memory_order_acquire);
-        MutexLock lock(snapshotMutex_);
-        if (snapshot_ == nullptr || snapshot_->generation != generation) {
-            auto snapshot = std::make_shared<Snapshot>();
-            snapshot->generation = generation;
-            SharedLock activeLock(activeMutex_);
-            SharedLock elementsLock(elementsMutex_);
-            snapshot->elements.reserve(active_.size());
-            for (const int handle : active_) {
-                snapshot->elements.emplace_back(handle, elements_.at(handle));
-            }
-            snapshot_ = std::move(snapshot);
+        if (kept != nullptr && kept->generation == generation) {
+            return kept;
         }
-        return snapshot_;
+        auto snapshot = std::make_unique<Snapshot>();
+        snapshot->generation = generation;
+        SharedLock activeLock(activeMutex_);
+        SharedLock elementsLock(elementsMutex_);
+        snapshot->elements.reserve(active_.size());
+        for (const int handle : active_) {
+            snapshot->elements.emplace_back(handle, elements_.at(handle));
+        }
+        return snapshot;
+    }
+
+    /** Keeps a snapshot for the next trigger, instead of one that another trigger has kept. */
+    void keepSnapshot_(std::unique_ptr<const Snapshot> snapshot) {
+        const std::unique_ptr<const Snapshot> replaced(
+            snapshot_.exchange(snapshot.release(), std::memory_order_acq_rel));
     }
 
     /** Frees the numbers of unregistered handles. */
     void clearInactive_() {
-        if (inactiveCount_.load() == 0) {
+        if (inactiveCount_.load(std::memory_order_acquire) == 0) {
             return;
         }
         ExclusiveLock inactiveLock(inactiveMutex_);
@@ -197,7 +225,7 @@ class CallbackMap {
             }
             handle = inactive_.erase(handle);
         }
-        inactiveCount_.store(inactive_.size());
+        inactiveCount_.store(inactive_.size(), std::memory_order_release);
     }
 
     std::shared_ptr<Element> findElement_(int handle) {
@@ -220,23 +248,27 @@ class CallbackMap {
         return inactive_.count(handle) != 0;
     }
 
-    std::atomic<int> counter_{-1};
+    std::atomic<int> counter_{-1};  ///< the last handle; written under activeMutex_
 
     // Lock order: activeMutex_, inactiveMutex_, elementsMutex_.
     SharedMutex activeMutex_;
     std::set<int> active_ GUARDED_BY(activeMutex_);
+    bool wrapped_ GUARDED_BY(activeMutex_) = false;  ///< the handles have started again from 0
     SharedMutex inactiveMutex_ ACQUIRED_AFTER(activeMutex_);
     std::set<int> inactive_ GUARDED_BY(inactiveMutex_);
     SharedMutex elementsMutex_ ACQUIRED_AFTER(inactiveMutex_);
     std::map<int, std::shared_ptr<Element>> elements_ GUARDED_BY(elementsMutex_);
 
-    /** Size of inactive_, so that a trigger without ended subscriptions takes no lock. */
+    /** Size of inactive_, for whoever does not have the lock. */
     std::atomic<size_t> inactiveCount_{0};
 
-    /** Counts changes of the sets; a snapshot with the same number is up to date. */
+    /**
+     * Counts changes of the sets, under activeMutex_; a snapshot with the same number is up to
+     * date.
+     */
     std::atomic<uint64_t> generation_{0};
-    Mutex snapshotMutex_;
-    std::shared_ptr<const Snapshot> snapshot_ GUARDED_BY(snapshotMutex_);
+    /** Owned; null while a trigger uses it. */
+    std::atomic<const Snapshot*> snapshot_{nullptr};
 };
 
 }  // namespace Ursa::OS::Wifi
