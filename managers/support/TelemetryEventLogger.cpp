@@ -39,16 +39,22 @@ int32_t wrappedTimeMs() {
 
 }  // namespace
 
-TelemetryEventLogger::TelemetryEventLogger(TelemetryEventType type) {
-    addAtomValue_(wrappedTimeMs());
-    addAtomValue(toString(type));
-}
+TelemetryEventLogger::TelemetryEventLogger(TelemetryEventType type)
+    : type_(type), timeMs_(wrappedTimeMs()) {}
 
-void TelemetryEventLogger::addAtomValue(const std::string& value) {
-    values_.emplace_back().stringValue(value);
-}
+void TelemetryEventLogger::addAtomValue(const std::string& value) { append_().stringValue(value); }
 
-void TelemetryEventLogger::addAtomValue_(int32_t value) { values_.emplace_back().intValue(value); }
+void TelemetryEventLogger::addAtomValue_(int32_t value) { append_().intValue(value); }
+
+TelemetryEventLogger::Value& TelemetryEventLogger::append_() {
+    if (values_.empty()) {
+        constexpr size_t kValues = 4;  // of every report
+        values_.reserve(kValues);
+        values_.emplace_back().intValue(timeMs_);
+        values_.emplace_back().stringValue(toString(type_));
+    }
+    return values_.emplace_back();
+}
 
 bool TelemetryEventLogger::reportStaManagerEvent(int freq, int rssi) {
     addAtomValue_(freq);

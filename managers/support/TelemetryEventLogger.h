@@ -22,7 +22,10 @@ enum class TelemetryEventType : int32_t {
  */
 class TelemetryEventLogger {
   public:
-    /** Adds the time and the type's name; a type outside the enumeration is sent as "UNKNOWN". */
+    /**
+     * Notes the time, the first value, and the type, whose name is the second; a type outside the
+     * enumeration is sent as "UNKNOWN".
+     */
     explicit TelemetryEventLogger(TelemetryEventType type);
 
     void addAtomValue(const std::string& value);
@@ -37,8 +40,12 @@ class TelemetryEventLogger {
     using Value = ::android::frameworks::stats::V1_0::VendorAtom::Value;
 
     void addAtomValue_(int32_t value);
+    /** The next value. The first two are made here: a signal poll waits behind the constructor. */
+    Value& append_();
     bool reportAtom(int atomId);
 
+    const TelemetryEventType type_;
+    const int32_t timeMs_;  ///< low 32 bits of the time since the epoch
     std::vector<Value> values_;
 };
 
