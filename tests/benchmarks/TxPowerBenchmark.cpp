@@ -1,6 +1,7 @@
 // A signal sample's way through the station's power control, until the new power step's command is
 // at the supplicant: against a C program's loop that answers an event with a command and does
 // nothing else, and against a C program that takes the same steps (property, decision, log line).
+// And a new connection's way to the question for its signal, against the same loop.
 
 #include <fcntl.h>
 #include <sched.h>
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -36,6 +38,7 @@ using Ursa::OS::Wifi::CorvidWifiClient;
 using Ursa::OS::Wifi::NetInterfaceType;
 using Ursa::OS::Wifi::StaManager;
 using Ursa::OS::Wifi::TxPowerManager;
+using Ursa::OS::Wifi::WifiClientCallbackType;
 
 /**
  * The worker's unit of time, so far back that its wait between two samples ends before the machine
@@ -200,6 +203,59 @@ class BareLoop {
     std::thread loop_;
 };
 
+/** A station manager alone, which asks for the signal at every new connection. */
+class ConnectingStation {
+  public:
+    ConnectingStation() : peer_(root_.socketDirectory() + "wlan0") {
+        peer_.serve();
+        client_ = std::make_shared<CorvidWifiClient>(root_.socketDirectory());
+        std::string reply;
+        while (!client_->sendWpaCtrlCmd("PING", reply, NetInterfaceType::STA)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        client_->setCompositionRoot(&composition_);
+        composition_.sta = std::make_shared<StaManager>(client_);
+        handle_ = client_->registerWpaCallback(WifiClientCallbackType::WPA_STA_SCAN_RESULTS,
+                                               answer_, NetInterfaceType::STA);
+        peer_.stop();
+    }
+
+    ~ConnectingStation() {
+        peer_.serve();  // somebody answers while everything goes
+        client_->unregisterWpaCallback(WifiClientCallbackType::WPA_STA_SCAN_RESULTS, handle_,
+                                       NetInterfaceType::STA);
+        composition_.sta.reset();
+        client_->setCompositionRoot(nullptr);
+        client_.reset();
+    }
+
+    /** From the event to the arrival of the question. */
+    double connect() {
+        const double start = now(Clock::Wall);
+        peer_.send("<3>CTRL-EVENT-CONNECTED - Connection to 02:00:00:00:00:01 completed");
+        const Peer::Request poll = peer_.receive();
+        const double end = now(Clock::Wall);
+        require(poll.text == kPoll);
+        peer_.reply(poll, kReply);
+        // The connection has more to do. Its thread takes the next event when it is done.
+        peer_.send(kEvent);
+        peer_.reply(peer_.receive(), "OK\n");
+        sched_yield();  // lets it get back to its wait
+        return end - start;
+    }
+
+  private:
+    test::DeviceRoot root_;
+    test::FakeCompositionRoot composition_;
+    Peer peer_;
+    std::shared_ptr<CorvidWifiClient> client_;
+    int handle_ = -1;
+    std::function<void(const std::string&)> answer_ = [this](const std::string&) {
+        std::string reply;
+        client_->sendWpaCtrlCmd("PING", reply, NetInterfaceType::STA);
+    };
+};
+
 /** The C program that takes the daemon's steps. */
 class BareSampler {
   public:
@@ -261,6 +317,26 @@ void sampleToCommand(benchmark::State& state) {
            kNoTarget);
 }
 BENCHMARK(sampleToCommand)->UseManualTime();
+
+void connectionToPoll(benchmark::State& state) {
+    constexpr int kConnections = 20;
+    const OneProcessor oneProcessor;
+    const WrittenLog log;
+    ConnectingStation station;
+    BareLoop bare;
+    Rounds rounds;
+    for ([[maybe_unused]] auto _ : state) {
+        double subject = 0;
+        double baseline = 0;
+        for (int i = 0; i < kConnections; ++i) {
+            baseline += bare.takeEvent();
+            subject += station.connect();
+        }
+        rounds.add(state, subject, baseline);
+    }
+    report(state, "New connection to its signal poll / bare C loop", rounds, kConnections, 1.50);
+}
+BENCHMARK(connectionToPoll)->UseManualTime();
 
 }  // namespace
 }  // namespace corvid::benchmarks
