@@ -63,7 +63,7 @@ void subscribe(benchmark::State& state) {
     }
 
     compare(
-        state, "CallbackMap, register and unregister, 20 there / signals2", 1.60, Clock::ThreadCpu,
+        state, "CallbackMap, register and unregister, 20 there / signals2", 1.40, Clock::ThreadCpu,
         200,
         [&] {
             for (int i = 0; i < kPairs; ++i) {

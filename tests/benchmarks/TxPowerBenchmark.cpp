@@ -334,7 +334,7 @@ void connectionToPoll(benchmark::State& state) {
         }
         rounds.add(state, subject, baseline);
     }
-    report(state, "New connection to its signal poll / bare C loop", rounds, kConnections, 1.50);
+    report(state, "New connection to its signal poll / bare C loop", rounds, kConnections, 1.20);
 }
 BENCHMARK(connectionToPoll)->UseManualTime();
 
