@@ -291,7 +291,8 @@ bool ScsManager::sendRequestFrameToDriver(const requestFrame& frame) {
     info.cmd = NL80211_CMD_FRAME;
     info.attributes = {
         {NL80211_ATTR_MGMT_SUBTYPE, kActionSubtype},
-        {NL80211_ATTR_FRAME, gsl::span<const uint8_t>(frame.bytes.data(), frame.size)},
+        {NL80211_ATTR_FRAME,
+         gsl::span<const uint8_t>(frame.bytes.data(), static_cast<size_t>(frame.size))},
     };
     return client_->sendGenericNlCmd(info);
 }
