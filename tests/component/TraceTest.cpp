@@ -58,11 +58,16 @@ class Tracing : public testing::Test {
 
     std::string path() const { return headset_.root() + "/data/misc/trace/corvid-wifi.json"; }
 
-    /** The trace, which must be complete JSON at any time. */
+    /** The trace. Read anew if the daemon wrote between two reads of the file. */
     Json events() const {
-        std::ifstream file(path());
-        const std::string text((std::istreambuf_iterator<char>(file)), {});
-        return Json::parse(text);
+        const auto end = std::chrono::steady_clock::now() + component::kPatience;
+        while (true) {
+            std::ifstream file(path());
+            const std::string text((std::istreambuf_iterator<char>(file)), {});
+            if (Json::accept(text) || std::chrono::steady_clock::now() > end) {
+                return Json::parse(text);
+            }
+        }
     }
 
     /** The slices of all threads that lie in no other. */
