@@ -4,7 +4,7 @@
 Compiles the daemon's own sources, without a warning, as the platform's toolchains do: clang of several
 ages, libc++ in the place of libstdc++, other standards, and the code generation that an image asks
 for. Says how long each took. A compiler that is not installed is named and left out. The sources of a
-folder are compiled as one, which takes an eighth of the time; that each has the includes it needs is
+folder are compiled as one, which takes much less time; that each has the includes it needs is
 shown by the other builds. By hand.
 """
 
