@@ -39,7 +39,7 @@ bool ControlChannel::open(const std::string& path) {
     return isOpen();
 }
 
-void ControlChannel::waitInReceive(std::chrono::milliseconds timeout) {
+void ControlChannel::waitInReceive(std::chrono::microseconds timeout) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
     const std::chrono::microseconds rest = timeout - seconds;
     timeval limit = {};
@@ -143,7 +143,8 @@ bool CommandChannel::connect_() {
     if (!channel_.open(path_)) {
         return false;
     }
-    channel_.waitInReceive(timeout_ / 2);  // the other half may be spent waiting for room
+    // The other half may be spent waiting for room.
+    channel_.waitInReceive(std::chrono::microseconds(timeout_) / 2);
     return true;
 }
 

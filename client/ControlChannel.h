@@ -39,10 +39,10 @@ class ControlChannel {
     wpa_ctrl* get() const { return connection_.get(); }
 
     /**
-     * Makes the socket blocking with a receive time-out, so that request() waits inside recv() and
-     * saves a poll() per reply.
+     * Makes the socket blocking with a receive time-out, from 1 us, so that request() waits inside
+     * recv() and saves a poll() per reply.
      */
-    void waitInReceive(std::chrono::milliseconds timeout);
+    void waitInReceive(std::chrono::microseconds timeout);
 
     /** Whether a message or a socket error is waiting. Does not block. */
     bool hasUnread() const;

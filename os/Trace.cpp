@@ -7,7 +7,8 @@ void TraceName::add_(std::string_view part) {
         text_[length_++] = ' ';
     }
     for (const char c : part.substr(0, kMaxSize - length_)) {
-        const bool isControl = (c >= 0 && c < ' ') || c == '\x7f';
+        const auto byte = static_cast<unsigned char>(c);  // a char has no sign on ARM
+        const bool isControl = byte < ' ' || byte == 0x7f;
         text_[length_++] = isControl ? ' ' : c;
     }
 }
