@@ -103,7 +103,6 @@ thread_local Stop* stopInRename = nullptr;
 #ifndef SANITIZED
 thread_local Stop* stopInDelete = nullptr;
 thread_local int deletesBeforeStop = 0;
-thread_local bool isStepAtDelete = false;
 #endif
 
 }  // namespace
@@ -120,9 +119,6 @@ extern "C" int rename(const char* from, const char* to) noexcept {
 void operator delete(void* memory) noexcept {
     if (stopInDelete != nullptr && deletesBeforeStop-- == 0) {
         std::exchange(stopInDelete, nullptr)->reach();
-    }
-    if (std::exchange(isStepAtDelete, false)) {
-        raise(SIGTRAP);
     }
     free(memory);
 }
@@ -183,8 +179,7 @@ bool useService(Sensors::ControllerWirelessFreqBlocklist added) {
 #if defined(__x86_64__) && !defined(SANITIZED)
 /**
  * Runs one thread instruction by instruction, by the processor's trap flag, and stops it at the one
- * that is asked for. Instructions are counted apart for SIGALRM unblocked and blocked. On its way
- * to one with it unblocked, it runs the others at full speed up to the next delete.
+ * that is asked for. Instructions are counted apart for SIGALRM unblocked and blocked.
  */
 class Stepper {
   public:
@@ -232,10 +227,7 @@ class Stepper {
         }
         std::atomic<long>& count = isUnblocked ? unblocked_ : blocked_;
         if (++count != (isUnblocked ? stopAt_.unblocked : stopAt_.blocked)) {
-            const bool isSkipped = !isUnblocked && unblocked_ > 0 && stopAt_.unblocked != 0 &&
-                                   !std::exchange(hasSkipped_, true);
-            isStepAtDelete = isStepAtDelete || isSkipped;
-            return isSkipped;
+            return false;
         }
         stop_.reach();
         return true;
@@ -246,7 +238,6 @@ class Stepper {
     Stop& stop_;
     const Count stopAt_;
     std::atomic<bool> isStepping_{false};
-    bool hasSkipped_ = false;
     std::atomic<long> unblocked_{0};
     std::atomic<long> blocked_{0};
 };
