@@ -40,11 +40,12 @@ TEST(EventLoop, TimersRunAtTheirTimeAndNotBefore) {
 TEST(EventLoop, CancelledTimerDoesNotRun) {
     EventLoop loop;
     bool ran = false;
-    const EventLoop::TimerId late = loop.after(1ms, [&] { ran = true; });
+    EventLoop::TimerId late{};
     loop.after({}, [&] {
         std::this_thread::sleep_for(2ms);  // it is due by now
         loop.cancel(late);
     });
+    late = loop.after(1ms, [&] { ran = true; });
     loop.after(10ms, [&] { loop.stop(); });
     loop.run();
     EXPECT_FALSE(ran);
