@@ -43,6 +43,13 @@ std::chrono::milliseconds leftUntil(Clock::time_point end) {
                     std::chrono::milliseconds(0));
 }
 
+bool isReadable(int fd, std::chrono::milliseconds limit) {
+    pollfd waited = {fd, POLLIN, 0};
+    return poll(&waited, 1, static_cast<int>(limit.count())) > 0;
+}
+
+constexpr const char* kInterrupted = "interrupted";
+
 /** What ends a command before its time. */
 struct Limits {
     std::chrono::milliseconds time;
@@ -64,7 +71,7 @@ std::string readAll(int fd, size_t size, const Limits& limits, std::string& outp
             return limits.lateText();
         }
         if (waited[1].revents != 0) {
-            return "interrupted";
+            return kInterrupted;
         }
         if (waited[0].revents == 0) {
             continue;
@@ -91,9 +98,8 @@ std::optional<int> statusBy(pid_t pid, Clock::time_point end, int stopFd) {
         if (ended == pid) {
             return status;
         }
-        pollfd stop = {stopFd, POLLIN, 0};
         if ((ended < 0 && errno != EINTR) || Clock::now() >= end ||
-            poll(&stop, 1, static_cast<int>(kBetweenLooks.count())) > 0) {
+            isReadable(stopFd, kBetweenLooks)) {
             return std::nullopt;
         }
     }
@@ -130,7 +136,9 @@ CommandResult runCommand(const std::vector<std::string>& words, size_t size,
     if (result.failure.empty()) {
         // It may have closed its outputs and still run.
         ended = statusBy(pid, limits.end, stopFd);
-        result.failure = ended ? "" : limits.lateText();
+        if (!ended) {
+            result.failure = isReadable(stopFd, {}) ? kInterrupted : limits.lateText();
+        }
     }
     if (!ended) {
         // With what it started.

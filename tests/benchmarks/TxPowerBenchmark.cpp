@@ -117,6 +117,16 @@ class SampleAsker {
     bool strong_ = false;
 };
 
+/** A client of the supplicant that answers in the folder, once it is connected. */
+std::shared_ptr<CorvidWifiClient> connectedClient(const std::string& folder) {
+    auto client = std::make_shared<CorvidWifiClient>(folder);
+    std::string reply;
+    while (!client->sendWpaCtrlCmd("PING", reply, NetInterfaceType::STA)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return client;
+}
+
 /**
  * A connected station whose worker asks for the next sample as soon as the last one is dealt with.
  * Between two samples it waits for the answer.
@@ -126,11 +136,7 @@ class Station {
     Station() : peer_(root_.socketDirectory() + "wlan0") {
         root_.setProperty("persist.vendor.wifi.txpower.enable.sta", "true");
         peer_.serve();
-        client_ = std::make_shared<CorvidWifiClient>(root_.socketDirectory());
-        std::string reply;
-        while (!client_->sendWpaCtrlCmd("PING", reply, NetInterfaceType::STA)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        client_ = connectedClient(root_.socketDirectory());
         client_->setCompositionRoot(&composition_);
         composition_.sta = std::make_shared<StaManager>(client_, kNoWait);
         txPower_ = std::make_unique<TxPowerManager>(client_);
@@ -208,11 +214,7 @@ class ConnectingStation {
   public:
     ConnectingStation() : peer_(root_.socketDirectory() + "wlan0") {
         peer_.serve();
-        client_ = std::make_shared<CorvidWifiClient>(root_.socketDirectory());
-        std::string reply;
-        while (!client_->sendWpaCtrlCmd("PING", reply, NetInterfaceType::STA)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        client_ = connectedClient(root_.socketDirectory());
         client_->setCompositionRoot(&composition_);
         composition_.sta = std::make_shared<StaManager>(client_);
         handle_ = client_->registerWpaCallback(WifiClientCallbackType::WPA_STA_SCAN_RESULTS,

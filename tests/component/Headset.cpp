@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "tests/component/Features.h"
+
 namespace component {
 
 using simtest::SimRecord;
@@ -128,6 +130,14 @@ void Headset::startDaemon() {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the daemon does not register";
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+}
+
+void Headset::startWithEveryFeature() {
+    playAll(everythingOn());
+    playAll({"stats start", "supplicant start p2p=p2p0"});
+    startDaemon();
+    expectConnection("wlan0");
+    expectConnection("p2p0");
 }
 
 int Headset::runDaemonToItsEnd() {

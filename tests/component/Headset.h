@@ -67,6 +67,8 @@ class Headset {
 
     /** Starts the daemon and waits until it serves calls. */
     void startDaemon();
+    /** The same with every feature on, connected to a station's and a P2P device's socket. */
+    void startWithEveryFeature();
     /** Starts the daemon and does not wait for it. */
     void launchDaemon();
     /** Kills the daemon, if it runs, and removes what it leaves behind. */

@@ -172,11 +172,7 @@ TEST(Refused, MemoryAnywhereOnTheRoadOfAnEventNeverLeavesADaemonThatIsStuck) {
 TEST(Refused, ThreadAnywhereOnTheRoadOfAnEventIsLoggedAndTheDaemonGoesOn) {
     RefusingDaemon daemon;
     Headset headset(daemon.script());
-    headset.playAll(component::everythingOn());
-    headset.playAll({"stats start", "supplicant start p2p=p2p0"});
-    headset.startDaemon();
-    headset.expectConnection("wlan0");
-    headset.expectConnection("p2p0");
+    headset.startWithEveryFeature();
     ASSERT_EQ(playEvents(headset), Outcome::GoesOn);
     // At least these: the station's worker, and one for the sensor service.
     constexpr long kCalls = 2;
@@ -415,11 +411,7 @@ TEST(Refused, AllMemoryForASecondLeavesAFewLinesAndNoDaemonThatIsStuck) {
     RefusingDaemon daemon;
     Headset headset(daemon.script());
     headset.expectDaemonToEnd();
-    headset.playAll(component::everythingOn());
-    headset.playAll({"stats start", "supplicant start p2p=p2p0"});
-    headset.startDaemon();
-    headset.expectConnection("wlan0");
-    headset.expectConnection("p2p0");
+    headset.startWithEveryFeature();
     ASSERT_EQ(playEvents(headset), Outcome::GoesOn);
     headset.forget();
     RefusingDaemon::refuse(daemon.calls->memory, 1, LONG_MAX);

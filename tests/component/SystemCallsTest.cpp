@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/component/Features.h"
 #include "tests/component/Headset.h"
 #include "tests/support/Program.h"
 #include "tests/support/TempFolder.h"
@@ -78,11 +77,7 @@ TEST(SystemCalls, ConnectionWithEveryFeatureOnTakesAtMostNinety) {
     }
     const TracedDaemon daemon;
     Headset headset(daemon.script());
-    headset.playAll(component::everythingOn());
-    headset.playAll({"stats start", "supplicant start p2p=p2p0"});
-    headset.startDaemon();
-    headset.expectConnection("wlan0");
-    headset.expectConnection("p2p0");
+    headset.startWithEveryFeature();
     headset.settle();
 
     const size_t before = daemon.calls().size();
