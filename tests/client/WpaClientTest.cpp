@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <malloc.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -11,6 +10,7 @@
 #include <future>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,6 +25,7 @@
 #include "os/DevicePath.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/FakeControlSocket.h"
+#include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TempFolder.h"
 
@@ -631,9 +632,7 @@ TEST_F(WpaClientTest, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehi
     Listener listener;
     client_->registerEventCallback(WifiClientCallbackType::WPA_STA_SCAN_RESULTS, listener.callback,
                                    kSta);
-    int descriptors = 0;
-    int threads = 0;
-    size_t memory = 0;
+    std::optional<test::Footprint> before;
     for (size_t i = 1; i <= 1000; ++i) {
         test::FakeControlSocket supplicant(path("wlan0"));
         ASSERT_TRUE(supplicant.waitForAttached(1)) << i;
@@ -644,13 +643,12 @@ TEST_F(WpaClientTest, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehi
         }
         log_.clear();
         if (i == 50) {
-            descriptors = test::openDescriptors();
-            threads = test::runningThreads();
-            memory = mallinfo2().uordblks;
+            before.emplace();
         } else if (i == 1000) {
-            EXPECT_EQ(test::openDescriptors(), descriptors);
-            EXPECT_EQ(test::runningThreads(), threads);
-            EXPECT_LT(mallinfo2().uordblks, memory + 65'536);  // of which 950 payloads
+            const test::Footprint now;
+            EXPECT_EQ(now.descriptors, before->descriptors);
+            EXPECT_EQ(now.threads, before->threads);
+            EXPECT_LT(now.grownSince(*before), 65'536);  // of which 950 payloads
         }
     }
 }

@@ -1,12 +1,12 @@
 // The connection machine: the states, the reconnect timer, and the two connections.
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,6 +15,7 @@
 
 #include "tests/client/WpaSocketFixture.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/Footprint.h"
 
 namespace Ursa::OS::Wifi {
 namespace {
@@ -342,9 +343,7 @@ TEST_F(WpaSocketState, FileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
 }
 
 TEST_F(WpaSocketState, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBehind) {
-    int descriptors = 0;
-    int threads = 0;
-    size_t memory = 0;
+    std::optional<test::Footprint> before;
     for (int i = 0; i <= 1000; ++i) {
         test::FakeControlSocket supplicant(path_);
         ASSERT_TRUE(connect(socket_)) << i;
@@ -354,13 +353,12 @@ TEST_F(WpaSocketState, SupplicantThatCrashesAndRestarts1000TimesLeavesNothingBeh
         log_.clear();
         disconnected_.payloads.clear();
         if (i == 20) {  // every lazily made thing exists by now
-            descriptors = test::openDescriptors();
-            threads = test::runningThreads();
-            memory = mallinfo2().uordblks;
+            before.emplace();
         } else if (i == 1000) {
-            EXPECT_EQ(test::openDescriptors(), descriptors);
-            EXPECT_EQ(test::runningThreads(), threads);
-            EXPECT_LT(mallinfo2().uordblks, memory + 16'384);
+            const test::Footprint now;
+            EXPECT_EQ(now.descriptors, before->descriptors);
+            EXPECT_EQ(now.threads, before->threads);
+            EXPECT_LT(now.grownSince(*before), 16'384);
         }
     }
     EXPECT_EQ(state(), State::Connected);

@@ -1,4 +1,3 @@
-#include <malloc.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
@@ -19,7 +18,9 @@
 #include <sys/syscall.h>
 
 #include "managers/support/BoundedWorker.h"
+#include "tests/support/Counted.h"
 #include "tests/support/Descriptors.h"
+#include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/NoNewThreads.h"
 #include "tests/support/WaitUntil.h"
@@ -42,18 +43,6 @@ constexpr milliseconds kShort{1};
         pause();
     }
 }
-
-/** Counts how many of them there are. */
-class Counted {
-  public:
-    explicit Counted(std::atomic<int>& count) : count_(count) { ++count_; }
-    ~Counted() { --count_; }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-
-  private:
-    std::atomic<int>& count_;
-};
 
 /** A gate that starts closed. */
 class Gate {
@@ -104,7 +93,7 @@ void expectAHungCallToBeEnded() {
     std::atomic<int> counted{0};
     {
         std::atomic<pid_t> thread{0};
-        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker worker([&thread, held = std::make_shared<test::Counted>(counted)] {
             thread = gettid();
             BoundedWorker::mayHang([] { hang(); });
             return true;
@@ -136,9 +125,9 @@ TEST(BoundedWorker, CallRunsOnAThreadOfItsOwnThatHasEndedWhenTheResultIsThere) {
 TEST(BoundedWorker, HungCallThatIsGivenUpIsUnwoundAndItsThreadEnds) {
     std::atomic<int> counted{0};
     std::atomic<pid_t> thread{0};
-    auto held = std::make_shared<Counted>(counted);
+    auto held = std::make_shared<test::Counted>(counted);
     BoundedWorker worker([&, held] {
-        const Counted onTheStack(counted);
+        const test::Counted onTheStack(counted);
         thread = gettid();
         BoundedWorker::mayHang([] { hang(); });
         return true;
@@ -159,7 +148,7 @@ TEST(BoundedWorker, WorkerWithoutAThreadHasNoResultAndLogsWhy) {
     bool called = false;
     {
         const test::NoNewThreads limit;
-        BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted)] {
             called = true;
             return true;
         });
@@ -191,7 +180,7 @@ TEST(BoundedWorker, DestructorOfAWorkerWhoseCallHangsGivesItUp) {
     std::atomic<int> counted{0};
     {
         std::atomic<pid_t> thread{0};
-        BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker worker([&thread, held = std::make_shared<test::Counted>(counted)] {
             thread = gettid();
             BoundedWorker::mayHang([] { hang(); });
             return true;
@@ -206,7 +195,7 @@ TEST(BoundedWorker, WorkerGivenUpBeforeItsCallFinishesItsOwnWorkAndMakesNoCall) 
     std::atomic<bool> called{false};
     std::atomic<int> counted{0};
     Gate givenUp;
-    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+    BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted)] {
         givenUp.pass();  // returns early if a signal's handler ran
         worked = true;
         BoundedWorker::mayHang([&] { called = true; });
@@ -227,7 +216,7 @@ TEST(BoundedWorker, WorkerGivenUpBetweenTwoCallsFinishesItsOwnWorkAndMakesNoSeco
     std::atomic<int> counted{0};
     Gate returned;
     Gate givenUp;
-    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+    BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted)] {
         BoundedWorker::mayHang([] {});
         returned.open();
         givenUp.pass();
@@ -251,7 +240,7 @@ TEST(BoundedWorker, GivenUpCallThatKeepsTheAlarmOutEndsWhenItLetsItIn) {
     std::atomic<int> counted{0};
     Gate computing;
     Gate givenUp;
-    BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+    BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted)] {
         BoundedWorker::mayHang([&] {
             const sigset_t before = blockAlarm();
             computing.open();
@@ -295,7 +284,7 @@ TEST(BoundedWorker, AlarmFromOutsideDoesNotEndACallThatWasNotGivenUp) {
 TEST(BoundedWorker, AlarmFromOutsideDoesNotKeepGivingUpFromEndingACall) {
     std::atomic<int> counted{0};
     std::atomic<pid_t> thread{0};
-    BoundedWorker worker([&thread, held = std::make_shared<Counted>(counted)] {
+    BoundedWorker worker([&thread, held = std::make_shared<test::Counted>(counted)] {
         thread = gettid();
         BoundedWorker::mayHang([] { hang(); });
         return true;
@@ -345,7 +334,7 @@ TEST(BoundedWorker, ResultAfterTheLimitIsLost) {
     std::atomic<int> counted{0};
     Gate givenUp;
     {
-        BoundedWorker worker([&, held = std::make_shared<Counted>(counted)] {
+        BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted)] {
             givenUp.pass();
             return true;
         });
@@ -408,15 +397,15 @@ TEST(BoundedWorker, ThousandTimeOutsOfHungCallsLeaveNothingBehind) {
     constexpr int kBytes = 4096;
     const auto timeOut = [&] {
         std::atomic<pid_t> thread{0};
-        BoundedWorker worker(
-            [&, held = std::make_shared<Counted>(counted), memory = std::vector<char>(kBytes)] {
-                std::array<char, kBytes> stack;
-                stack.fill(memory.front());
-                ++hung;
-                thread = gettid();
-                BoundedWorker::mayHang([] { hang(); });
-                return stack.back() == '\0';
-            });
+        BoundedWorker worker([&, held = std::make_shared<test::Counted>(counted),
+                              memory = std::vector<char>(kBytes)] {
+            std::array<char, kBytes> stack;
+            stack.fill(memory.front());
+            ++hung;
+            thread = gettid();
+            BoundedWorker::mayHang([] { hang(); });
+            return stack.back() == '\0';
+        });
         ASSERT_TRUE(waitUntilItHangs(thread));
         EXPECT_EQ(worker.wait(kShort), std::nullopt);
         worker.giveUp();
@@ -426,9 +415,7 @@ TEST(BoundedWorker, ThousandTimeOutsOfHungCallsLeaveNothingBehind) {
     }
     // A sanitizer may have a thread of its own.
     EXPECT_TRUE(test::waitUntil([&] { return counted == 0 && test::runningThreads() <= 2; }));
-    const int threads = test::runningThreads();
-    const int descriptors = test::openDescriptors();
-    const size_t bytes = mallinfo2().uordblks;
+    const test::Footprint before;
     hung = 0;
 
     for (int i = 0; i < 1000; ++i) {
@@ -436,15 +423,15 @@ TEST(BoundedWorker, ThousandTimeOutsOfHungCallsLeaveNothingBehind) {
     }
 
     EXPECT_TRUE(test::waitUntil([&] { return counted == 0; })) << counted;
-    EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= threads; }));
-    const auto grown = static_cast<long>(mallinfo2().uordblks) - static_cast<long>(bytes);
-    std::cout << "after 1000 time-outs, " << hung << " of them inside the call: " << threads
-              << " threads before, " << test::runningThreads() << " now; " << descriptors
-              << " descriptors before, " << test::openDescriptors() << " now; " << grown
+    EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= before.threads; }));
+    const test::Footprint now;
+    std::cout << "after 1000 time-outs, " << hung << " of them inside the call: " << before.threads
+              << " threads before, " << now.threads << " now; " << before.descriptors
+              << " descriptors before, " << now.descriptors << " now; " << now.grownSince(before)
               << " more bytes allocated\n";
-    EXPECT_EQ(test::openDescriptors(), descriptors);
+    EXPECT_EQ(now.descriptors, before.descriptors);
     // Under a sanitizer these are other allocators' figures, and 0.
-    EXPECT_LT(grown, 64 * 1024) << "one closure in 64 was left behind, or more";
+    EXPECT_LT(now.grownSince(before), 64 * 1024) << "one closure in 64 was left behind, or more";
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // use files when the signal comes, where a thread can't be ended without ending the process.
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <stdio.h>
@@ -28,8 +27,10 @@
 #include <vrsensors/Sensors.h>
 
 #include "managers/support/BoundedWorker.h"
+#include "tests/support/Counted.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/DeviceRoot.h"
+#include "tests/support/Footprint.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/support/WaitsIn.h"
 
@@ -137,25 +138,6 @@ constexpr int kTimeOuts = 1000;
 constexpr milliseconds kShort{0};
 constexpr std::chrono::seconds kLong{30};
 
-/** Counts the closures that are still there. */
-class Counted {
-  public:
-    explicit Counted(std::atomic<int>& count) : count_(count) { ++count_; }
-    ~Counted() { --count_; }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
-
-  private:
-    std::atomic<int>& count_;
-};
-
-/** What a time-out could leave behind. */
-struct Footprint {
-    int threads = test::runningThreads();
-    int descriptors = test::openDescriptors();
-    size_t bytes = mallinfo2().uordblks;  // 0 under a sanitizer
-};
-
 /** All that the managers call, as they do. */
 bool useService(Sensors::ControllerWirelessFreqBlocklist added) {
     const auto camera = BoundedWorker::mayHang([] { return Sensors::createCameraProvider(); });
@@ -259,9 +241,8 @@ class SlowService : public testing::Test {
 
     /** A worker whose closure is counted until it is gone. */
     BoundedWorker start(std::function<bool()> call) {
-        return BoundedWorker([call = std::move(call), held = std::make_shared<Counted>(closures_)] {
-            return call();
-        });
+        return BoundedWorker([call = std::move(call), held = std::make_shared<test::Counted>(
+                                                          closures_)] { return call(); });
     }
 
     /** Gives up `call` when it has reached `stop`, and lets it go on. */
@@ -293,14 +274,14 @@ class SlowService : public testing::Test {
         EXPECT_TRUE(test::waitUntil([&] { return closures_ == 0; })) << "a closure is left";
     }
 
-    void expectNothingLeft(const Footprint& before) {
+    void expectNothingLeft(const test::Footprint& before) {
         EXPECT_TRUE(test::waitUntil([&] { return test::runningThreads() <= before.threads; }));
-        const Footprint now;
+        const test::Footprint now;
         std::cout << "threads " << before.threads << " -> " << now.threads << ", descriptors "
                   << before.descriptors << " -> " << now.descriptors << ", bytes allocated "
                   << before.bytes << " -> " << now.bytes << "\n";
         EXPECT_LE(now.descriptors, before.descriptors + kSanitizerDescriptors);
-        EXPECT_LT(static_cast<long>(now.bytes) - static_cast<long>(before.bytes), 64 * 1024);
+        EXPECT_LT(now.grownSince(before), 64 * 1024);
     }
 
     test::DeviceRoot root_;
@@ -321,7 +302,7 @@ TEST_F(SlowService, TimeOutInRenameEndsTheThreadOnly) {
         });
     };
     timeOut();
-    const Footprint before;
+    const test::Footprint before;
     for (int i = 0; i < kTimeOuts; ++i) {
         timeOut();
     }
@@ -354,7 +335,7 @@ TEST_F(SlowService, TimeOutInAFilesOpenEndsTheThreadOnly) {
         expectEnded();
     };
     timeOut();
-    const Footprint before;
+    const test::Footprint before;
     for (int i = 0; i < kTimeOuts; ++i) {
         timeOut();
     }
@@ -378,7 +359,7 @@ TEST_F(SlowService, TimeOutInADestructorEndsTheThreadOnly) {
         });
     };
     timeOut(0);
-    const Footprint before;
+    const test::Footprint before;
     for (int i = 0; i < kTimeOuts; ++i) {
         timeOut(i % 100);
     }
@@ -397,7 +378,7 @@ TEST_F(SlowService, TimeOutAnywhereInParsingAndFormattingEndsTheThreadOnly) {
         return std::chrono::duration_cast<microseconds>(steady_clock::now() - begin);
     };
     timeInFull();
-    const Footprint before;
+    const test::Footprint before;
     int timeOuts = 0;
     microseconds inFull{0};
     for (int i = 0; i < 10 * kTimeOuts && timeOuts < kTimeOuts; ++i) {
@@ -433,7 +414,7 @@ TEST_F(SlowService, TimeOutOfAStoppedProcessEndsTheThreadOnly) {
             return isTimeOut;
         };
         timeOut();
-        const Footprint before;
+        const test::Footprint before;
         int timeOuts = 0;
         for (int i = 0; i < 10 * kTimeOuts && timeOuts < kTimeOuts; ++i) {
             timeOuts += timeOut() ? 1 : 0;
