@@ -66,10 +66,10 @@ while [ $# -gt 0 ]; do
 done
 case $jobs in '' | *[!0-9]* | 0) fail "-j needs a number from 1; see ./test.sh --help" ;; esac
 
-# emulated MACHINE: builds for it, and runs what an emulator of the processor can run. The kernel stays
-# this machine's, so a few tests are left out; cmake/cross/left-out.txt says why.
+# emulated MACHINE: builds for it, and runs what an emulator of the processor can run. The kernel
+# stays this machine's, so some tests are left out; cmake/cross/left-out.txt says why.
 emulated() {
-    local machine=$1 list=cmake/cross/left-out.txt folder=build-$1 prefix names name known left_out
+    local machine=$1
     . cmake/system-root.sh
     # Emulation keeps a processor busy where a program would wait.
     $jobs_given || jobs=$(nproc)
@@ -79,21 +79,11 @@ emulated() {
     make_root "$machine"
     CORVID_SYSTEM_ROOT=$(root_folder "$machine")
     export CORVID_SYSTEM_ROOT
+    build gcc  # it says which tests there are to be
     build "$machine"
-    names=$(sed -n "s/^\([A-Za-z][A-Za-z0-9_./]*\) .*/\1/p" $list)
-    known=$(ctest --test-dir "$folder" -N)
-    prefix=$(sed -n 's/^ *Test *#1: \([^.]*\)\..*/\1/p' <<<"$known")
-    for name in $names; do
-        grep -qF ": $prefix.$name" <<<"$known" || fail "$list: there is no test $name"
-    done
-    echo "Left out, since the emulator is no $machine machine ($list):"
-    sed -n 's/^[A-Za-z]/  &/p' $list
-    names=$(xargs <<<"$names")
-    left_out="^$prefix\\.(${names// /|})(/.*)?\$"
-    ctest --test-dir "$folder" -j "$jobs" --output-on-failure --no-label-summary \
-        -E "$left_out${excluded:+|$excluded}" "${options[@]}" </dev/null
-    known=$(sed -n 's/^ *Test *#[0-9]*: //p' <<<"$known")
-    echo "$machine: $(grep -cE "$left_out" <<<"$known") of $(wc -l <<<"$known") tests left out, $SECONDS s"
+    cmake/cross/run_tests.py "$machine" build "build-$machine" \
+        ${excluded:+--exclude "$excluded"} -j "$jobs" "${options[@]}"
+    echo "$machine: $SECONDS s"
 }
 if [ -n "$machine" ]; then
     emulated "$machine"

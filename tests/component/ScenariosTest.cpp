@@ -73,8 +73,8 @@ std::map<std::string, std::set<std::string>> documentedRecords() {
 class Scenarios : public testing::TestWithParam<Play> {};
 
 TEST_P(Scenarios, MeetTheirExpectationsAndRecordWhatIsDocumented) {
-    if ((CORVID_SANITIZED || CORVID_EMULATED) && GetParam().speed != std::string("1")) {
-        GTEST_SKIP() << "a sanitizer or emulation makes the daemon too slow for a higher speed";
+    if (CORVID_SANITIZED && GetParam().speed != std::string("1")) {
+        GTEST_SKIP() << "a sanitizer makes the daemon too slow for a higher speed";
     }
     const simtest::TempFolder folder;
     const std::string file = SCENARIO_FOLDER "/" + GetParam().name + ".scn";
