@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -17,20 +18,29 @@ namespace Ursa::OS::Wifi::Tools {
 
 using ::android::sp;
 using std::chrono::milliseconds;
-using std::chrono::steady_clock;
 
 namespace {
 
 /** How often the service is looked for while waiting. */
 constexpr milliseconds kBetweenLooks{50};
 
-/** What the handler prints. It is set before the timer is. */
-std::string lateMessage;
+/** How the process ends when the time limit is over. */
+struct Late {
+    std::string message;
+    int status;
+};
+
+Late noAnswer{"", kNoAnswer};
+Late noService{"", kNoService};
+/** Which of them it is at present. The signal handler reads it. */
+std::atomic<const Late*> late = &noAnswer;
+static_assert(std::atomic<const Late*>::is_always_lock_free);
 
 void onLate(int /*signal*/) {
-    const ssize_t ignored = write(STDERR_FILENO, lateMessage.data(), lateMessage.size());
+    const Late& end = *late.load();
+    const ssize_t ignored = write(STDERR_FILENO, end.message.data(), end.message.size());
     static_cast<void>(ignored);
-    _exit(kNoAnswer);
+    _exit(end.status);
 }
 
 std::string inSeconds(milliseconds time) {
@@ -80,7 +90,7 @@ std::string forbiddenPath() {
 }  // namespace
 
 Deadline::Deadline(milliseconds limit) : limit_(limit) {
-    lateMessage =
+    noAnswer.message =
         "corvid-wifi: the service did not answer within " + inSeconds(limit) +
         ": it hangs or is stopped, or another call keeps it (it serves one call at a time)\n";
     struct sigaction action {};
@@ -93,7 +103,7 @@ Deadline::~Deadline() { stop(); }
 
 void Deadline::start() const {
     itimerval timer{};
-    timer.it_value.tv_sec = limit_.count() / 1000;
+    timer.it_value.tv_sec = static_cast<time_t>(limit_.count() / 1000);
     timer.it_value.tv_usec = static_cast<suseconds_t>(limit_.count() % 1000 * 1000);
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
@@ -104,22 +114,23 @@ void Deadline::stop() const {
 }
 
 sp<IWifi> findService(const CommandLine& line) {
-    const milliseconds limit = line.timeout();
-    const auto begin = steady_clock::now();
+    const std::string missing =
+        std::string("the service ") + IWifi::descriptor + "/default is not available";
+    noService.message =
+        "corvid-wifi: " + missing + " after " + inSeconds(line.timeout()) + rootHint() + "\n";
     while (true) {
         if (sp<IWifi> service = IWifi::tryGetService(); service != nullptr) {
+            late = &noAnswer;
             return service;
         }
         if (const std::string path = forbiddenPath(); !path.empty()) {
             throw ServiceError("permission denied: " + path + " (user " +
                                std::to_string(geteuid()) + ")");
         }
-        const bool over = limit.count() > 0 && steady_clock::now() - begin + kBetweenLooks > limit;
-        if (!line.has("--wait") || over) {
-            throw ServiceError(
-                std::string("the service ") + IWifi::descriptor + "/default is not available" +
-                (line.has("--wait") ? " after " + inSeconds(limit) : "") + rootHint());
+        if (!line.has("--wait")) {
+            throw ServiceError(missing + rootHint());
         }
+        late = &noService;
         std::this_thread::sleep_for(kBetweenLooks);
     }
 }

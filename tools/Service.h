@@ -8,9 +8,9 @@
 namespace Ursa::OS::Wifi::Tools {
 
 /**
- * Ends the process with kNoAnswer, and a line on standard error, if the service does not answer
- * within `limit` (0: no limit); a hung call cannot be cancelled otherwise. Uses SIGALRM, so there
- * is one object at a time.
+ * Ends the process with a line on standard error and kNoAnswer (kNoService while findService
+ * waits), if the service does not answer within `limit` (0: no limit); a hung call cannot be
+ * cancelled otherwise. Uses SIGALRM, so there is one object at a time.
  */
 class Deadline {
   public:
@@ -29,8 +29,8 @@ class Deadline {
 };
 
 /**
- * Finds the service; with --wait waits for it, at most --timeout. Throws ServiceError, whose text
- * distinguishes a missing permission from a missing service.
+ * Finds the service; with --wait waits for it until the Deadline ends the process. Throws
+ * ServiceError, whose text distinguishes a missing permission from a missing service.
  */
 ::android::sp<IWifi> findService(const CommandLine& line);
 
