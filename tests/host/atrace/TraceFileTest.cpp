@@ -59,7 +59,7 @@ class TraceFileTest : public testing::Test {
 
     void add(const std::string& name) { file_.add(TraceEvent::sliceBegin(name)); }
 
-    size_t size() const { return fs::file_size(root_.path(kPath)); }
+    size_t size() const { return static_cast<size_t>(fs::file_size(root_.path(kPath))); }
 
     static constexpr char kPath[] = "/data/misc/trace/test.json";
     const std::string previous_ = TraceFile::previousPath(kPath);

@@ -154,7 +154,7 @@ TEST(HostLog, TimeOfALineIsThatOfItsSecond) {
         const std::string time = android::base::Join(std::vector{fields.at(2), fields.at(3)}, ' ');
         times.insert(time);
         // The second may have ended between the number's making and the line's.
-        const time_t second = std::stoll(fields.back());
+        const auto second = static_cast<time_t>(std::stoll(fields.back()));
         EXPECT_THAT(time, AnyOf(localTime(second), localTime(second + 1)));
     }
     EXPECT_THAT(times, SizeIs(Ge(2u)));
