@@ -10,7 +10,6 @@
 #include <functional>
 #include <iomanip>
 #include <memory>
-#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,56 +21,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 
 #include "os/Poll.h"
+#include "tests/os/PollPeer.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/RefusedMemory.h"
 
 namespace Ursa::OS {
-
-class PollTestPeer {
-  public:
-    static int epollFd(const Poll& poll) { return poll.epollFd_.get(); }
-    static void setNextToken(Poll& poll, uint32_t next) { poll.state_.lock()->nextToken = next; }
-    static size_t registrations(Poll& poll) { return poll.state_.lock()->callbacks.size(); }
-    static float callbacksLoadFactor(Poll& poll) {
-        return poll.state_.lock()->callbacks.max_load_factor();
-    }
-    static float fdMapLoadFactor(Poll& poll) { return poll.state_.lock()->fdMap.max_load_factor(); }
-    static void dispatch(Poll& poll, uint64_t token, uint32_t events) {
-        poll.dispatch(token, events);
-    }
-};
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
-
-/** A descriptor that is ready when the test says so. */
-class Source {
-  public:
-    int fd() const { return fd_.get(); }
-    void signal() const { eventfd_write(fd_.get(), 1); }
-    void drain() const {
-        eventfd_t ignored = 0;
-        eventfd_read(fd_.get(), &ignored);
-    }
-    void close() { fd_.reset(); }
-
-  private:
-    android::base::unique_fd fd_{eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)};
-};
-
-Poll::Callback counting(std::atomic<int>& calls, PollAction action = PollAction::Continue) {
-    return [&calls, action](int, int) {
-        ++calls;
-        return action;
-    };
-}
 
 uint64_t token(uint32_t count, int fd) {
     return (static_cast<uint64_t>(count) << 32) | static_cast<uint32_t>(fd);
@@ -117,34 +78,6 @@ TEST(Poll, ReadyDescriptorRunsItsCallbackWithTheDescriptorAndTheEvents) {
     source.signal();
     EXPECT_EQ(poll.poll(-1), 1);
     EXPECT_THAT(calls, ElementsAre(std::make_pair(source.fd(), static_cast<int>(EPOLLIN))));
-}
-
-TEST(Poll, DescriptorWhoseRegistrationWasRefusedMemoryIsNotRegistered) {
-    test::LogCapture log;
-    Poll poll;
-    const Source source;
-    source.signal();
-    std::atomic<int> calls{0};
-    bool happened = true;
-    int number = 1;
-    for (; happened; ++number) {
-        log.clear();
-        {
-            const test::RefusedMemory refused(number);
-            try {
-                poll.addFd(source.fd(), EPOLLIN, counting(calls));
-            } catch (const std::bad_alloc&) {
-            }
-            happened = refused.happened();
-        }
-        const int registered = happened ? 0 : 1;
-        EXPECT_EQ(PollTestPeer::registrations(poll), static_cast<size_t>(registered));
-        EXPECT_EQ(poll.poll(0), registered);
-        EXPECT_EQ(calls, registered);
-        poll.removeFd(source.fd());
-        EXPECT_THAT(log.messages(ANDROID_LOG_ERROR), SizeIs(happened ? 1 : 0));
-    }
-    EXPECT_GT(number, 3) << "hardly anything was refused";
 }
 
 TEST(Poll, HangUpIsReportedToTheCallback) {
