@@ -409,12 +409,12 @@ TEST_F(WpaSocketEvents, KindThatTheSocketNeverProducesIsAccepted) {
 
 TEST_F(WpaSocketEvents, SubscribersExceptionDoesNotEndTheLoop) {
     connectAs(NetInterfaceType::STA);
-    std::function<void(const std::string&)> throwing = [](const std::string& payload) {
-        (void)std::stoi(payload);
+    std::function<void(const std::string&)> throwing = [](const std::string&) {
+        throw std::runtime_error("no number");
     };
     socket_->registerEventCallback(Type::WPA_STA_SCAN_RESULTS, throwing);
     EXPECT_NO_THROW(receive("<3>CTRL-EVENT-SCAN-RESULTS none"));
-    EXPECT_EQ(errors("A subscriber of type 0 failed: stoi"), 1u);
+    EXPECT_EQ(errors("A subscriber of type 0 failed: no number"), 1u);
     receive(kConnected);
     EXPECT_THAT(events_, ElementsAre(Pair(Type::WPA_STA_SCAN_RESULTS, "none"),
                                      Pair(Type::WPA_STA_CONNECTED, kConnectedPayload)));

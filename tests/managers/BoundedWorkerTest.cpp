@@ -159,8 +159,8 @@ TEST(BoundedWorker, WorkerWithoutAThreadHasNoResultAndLogsWhy) {
     EXPECT_FALSE(called);
     EXPECT_EQ(counted, 0);
     EXPECT_THAT(log.messages(ANDROID_LOG_ERROR),
-                testing::ElementsAre("BoundedWorker: Failed to start a thread: Resource "
-                                     "temporarily unavailable"));
+                testing::ElementsAre("BoundedWorker: Failed to start a thread: " +
+                                     test::NoNewThreads::refusal()));
     BoundedWorker worker([] { return true; });
     EXPECT_TRUE(worker.isStarted());
     EXPECT_EQ(worker.wait(kLong), true);

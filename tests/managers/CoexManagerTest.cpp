@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "managers/CoexManager.h"
@@ -323,11 +324,11 @@ TEST_F(CoexManagerTest, AnActionThatWaitsHoldsUpNeitherTheListenerNorWhoSignals)
 
 TEST_F(CoexManagerTest, ASubscribersExceptionDoesNotEndTheDispatcher) {
     Subscriber throwing(coex(), CoexEventType::WIFI_P2P_CONNECTED,
-                        [](const CoexAction& action) { (void)std::stoi(action.data); });
+                        [](const CoexAction&) { throw std::runtime_error("no number"); });
     Recorder recorder(coex());
     coex().signalEvent(CoexEventType::WIFI_P2P_CONNECTED, "none");
     dispatch(CoexEventType::WIFI_STA_CONNECTED, "next");
-    EXPECT_THAT(errors(), ElementsAre("CoexManager: A subscriber of type 3 failed: stoi"));
+    EXPECT_THAT(errors(), ElementsAre("CoexManager: A subscriber of type 3 failed: no number"));
     EXPECT_THAT(recorder.events(), ElementsAre("0 next"));
 }
 

@@ -569,8 +569,8 @@ TEST_F(FrequencyBlockManagerTest, IfNoThreadStartsTheNextEventTriesAgain) {
         const test::NoNewThreads limit;
         stationConnected(2437);
     }
-    EXPECT_THAT(errors(), ElementsAre("BoundedWorker: Failed to start a thread: Resource "
-                                      "temporarily unavailable"));
+    EXPECT_THAT(errors(), ElementsAre("BoundedWorker: Failed to start a thread: " +
+                                      test::NoNewThreads::refusal()));
     EXPECT_EQ(blocklist(), "");
     stationConnected(2437);
     EXPECT_EQ(blocklist(), "2420 2454\n");

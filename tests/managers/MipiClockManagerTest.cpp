@@ -347,9 +347,8 @@ TEST_F(MipiClockManagerTest, IfNoThreadStartsItTriesFiveTimesAndTheNextEventTrie
         ASSERT_TRUE(log_.waitFor("MipiClockManager: notification failed 5 times"));
         settle();
     }
-    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR,
-                         "BoundedWorker: Failed to start a thread: Resource temporarily "
-                         "unavailable"),
+    EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "BoundedWorker: Failed to start a thread: " +
+                                                test::NoNewThreads::refusal()),
               5U);
     EXPECT_EQ(log_.count(ANDROID_LOG_ERROR, "MipiClockManager: CameraProvider: no response"), 0U);
     stationConnected(5745);

@@ -4,6 +4,9 @@
 
 #include <cstddef>
 #include <limits>
+#include <string>
+#include <system_error>
+#include <thread>
 
 namespace test {
 
@@ -21,6 +24,17 @@ class NoNewThreads {
     ~NoNewThreads() {
         pthread_setattr_default_np(&before_);
         pthread_attr_destroy(&before_);
+    }
+
+    /** What std::thread then throws says; each C++ library has words of its own. */
+    static std::string refusal() {
+        const NoNewThreads limit;
+        try {
+            std::thread([] {}).join();
+        } catch (const std::system_error& error) {
+            return error.what();
+        }
+        return "no refusal";
     }
 
     NoNewThreads(const NoNewThreads&) = delete;
