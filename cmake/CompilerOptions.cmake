@@ -60,7 +60,9 @@ else()
 endif()
 if(CORVID_LIBCXX)
   add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-stdlib=libc++>)
-  add_link_options(-stdlib=libc++)
+  # Before the unwinder that Debian's libc++ brings along: glibc's pthread_exit unwinds with libgcc's,
+  # and the two know nothing of each other's frames. In one program there is to be one.
+  add_link_options(-stdlib=libc++ -Wl,--no-as-needed -lgcc_s)
 endif()
 if(CORVID_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link)  # what libFuzzer sees of the code it runs

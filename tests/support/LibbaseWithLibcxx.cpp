@@ -6,7 +6,9 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <android-base/file.h>
@@ -75,6 +77,15 @@ std::vector<std::string> Split(const std::string& text, const std::string& delim
         }
         begin = end + 1;
     }
+}
+
+template std::string Join(const std::vector<std::string>&, char);
+
+std::string Basename(const std::string& path) { return std::filesystem::path(path).filename(); }
+
+std::string GetExecutablePath() {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error);
 }
 
 }  // namespace android::base
