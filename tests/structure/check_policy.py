@@ -36,12 +36,12 @@ MAY = {
     "hal_corvid_wifi_client:binder": "call transfer",
     "hal_corvid_wifi_client:fd": "use",
     # a bug report's pipe, and what the report tells of the process
-    "dumpstate:fd": "use",
     "dumpstate:fifo_file": "write",
     f"{DAEMON}:dir": "getattr open read search",
     f"{DAEMON}:file": "getattr open read",
     "hwbinder_device:chr_file": "ioctl map open read write",
     "hwservicemanager:binder": "call transfer",
+    "hwservicemanager_prop:file": "getattr map open read",
     # its properties, which it never sets
     "vendor_corvid_wifi_prop:file": "getattr map open read",
     # the supplicant's sockets
@@ -64,25 +64,43 @@ MAY = {
     "hal_vrsensors_server:fd": "use",
 }
 
-# Rules that must not compile.
-WIDENINGS = (
-    f"allow {DAEMON} default_prop:property_service set;",
-    f"allow {DAEMON} vendor_corvid_wifi_prop:property_service set;",
-    f"allow {DAEMON} self:capability net_raw;",
-    f"allow {DAEMON} self:capability2 block_suspend;",
-    f"allow {DAEMON} self:tcp_socket create;",
-    f"allow {DAEMON} self:packet_socket create;",
-    f"allow {DAEMON} self:netlink_route_socket create;",
-    f"allow {DAEMON} self:udp_socket connect;",
-    f"allow {DAEMON} wpa_data_file:file write;",
-    f"allow {DAEMON} vendor_data_file:dir add_name;",
-    f"allow {DAEMON} vendor_data_file:sock_file create;",
-    f"allow {DAEMON} vendor_shell_exec:file execute_no_trans;",
-    f"allow shell {DAEMON}:process transition;",
-    f"allow untrusted_app {SERVICE}:hwservice_manager find;",
-    f"allow headset_app {SERVICE}:hwservice_manager add;",
-    "allow headset_app vendor_corvid_wifi_prop:property_service set;",
-)
+# What other domains may with the daemon and its service: {source, target and class: permissions}.
+OTHERS_MAY = {
+    f"init {DAEMON}:process": "transition",
+    f"hal_corvid_wifi_client {DAEMON}:binder": "call transfer",
+    f"hal_corvid_wifi_client {SERVICE}:hwservice_manager": "find",
+    f"{DAEMON} {SERVICE}:hwservice_manager": "add find",
+    f"hwservicemanager {DAEMON}:binder": "call transfer",
+    f"hal_wifi_supplicant_server {DAEMON}:unix_dgram_socket": "sendto",
+    f"hal_corvid_wifi_client {DAEMON}:fd": "use",
+    # in answer to the daemon's calls
+    f"stats_service_server {DAEMON}:binder": "transfer",
+}
+# A bug report is a client, and in tests/sepolicy an app.
+CLIENTS = {"dumpstate", "headset_app"}
+
+# What a neverallow forbids: rules with these would not compile, in no image.
+FORBIDDEN = {
+    f"{DAEMON} default_prop:property_service": "set",
+    f"{DAEMON} vendor_corvid_wifi_prop:property_service": "set",
+    f"{DAEMON} {DAEMON}:capability":
+        "chown dac_override fowner kill net_bind_service net_raw setgid setuid sys_admin sys_nice "
+        "sys_ptrace",
+    f"{DAEMON} {DAEMON}:capability2": "block_suspend mac_admin syslog wake_alarm",
+    f"{DAEMON} {DAEMON}:netlink_route_socket": "create",
+    f"{DAEMON} {DAEMON}:packet_socket": "create",
+    f"{DAEMON} {DAEMON}:rawip_socket": "create",
+    f"{DAEMON} {DAEMON}:tcp_socket": "create",
+    f"{DAEMON} {DAEMON}:udp_socket": "bind connect write",
+    f"{DAEMON} wpa_data_file:file": "append create execute link rename unlink write",
+    f"{DAEMON} vendor_data_file:dir": "add_name create remove_name write",
+    f"{DAEMON} vendor_data_file:sock_file": "create unlink write",
+    f"{DAEMON} vendor_shell_exec:file": "execute_no_trans",
+    f"shell {DAEMON}:process": "dyntransition transition",
+    f"untrusted_app {SERVICE}:hwservice_manager": "find",
+    f"headset_app {SERVICE}:hwservice_manager": "add",
+    "headset_app vendor_corvid_wifi_prop:property_service": "set",
+}
 
 # Calls that SELinux decides on. A source that makes one is named above a rule.
 DECIDED = re.compile(
@@ -135,30 +153,44 @@ def allowed(binary, *options):
                 r"^allow (\S+) (\S+):(\S+) (?:\{ (.+?) \}|(\S+));$", printed, re.MULTILINE)]
 
 
-def check_permissions(binary):
+def differences(may, wanted, who):
+    """Complaints about permissions that are given and not listed, or the other way round; both are
+    {key: permissions}."""
     complaints = []
-    may = {}
-    for _, target, kind, permissions in allowed(binary, "-s", DAEMON):
-        may.setdefault(f"{target}:{kind}", set()).update(permissions)
-    for key in sorted(may.keys() | MAY.keys()):
-        wanted = set(MAY.get(key, "").split())
+    for key in sorted(may.keys() | wanted.keys()):
+        listed = set(wanted.get(key, "").split())
         given = may.get(key, set())
-        for permission in sorted(given - wanted):
-            complaints.append(f"{POLICY}: gives {DAEMON} {key} {permission}, which "
-                              "tests/structure/check_policy.py does not list")
-        for permission in sorted(wanted - given):
-            complaints.append(f"{POLICY}: does not give {DAEMON} {key} {permission}, which "
-                              "tests/structure/check_policy.py lists")
+        complaints += [f"{POLICY}: gives {who}{key} {permission}, which "
+                       "tests/structure/check_policy.py does not list"
+                       for permission in sorted(given - listed)]
+        complaints += [f"{POLICY}: does not give {who}{key} {permission}, which "
+                       "tests/structure/check_policy.py lists"
+                       for permission in sorted(listed - given)]
     return complaints
 
 
+def check_permissions(binary):
+    """What the daemon may."""
+    may = {}
+    for _, target, kind, permissions in allowed(binary, "-s", DAEMON):
+        may.setdefault(f"{target}:{kind}", set()).update(permissions)
+    return differences(may, MAY, f"{DAEMON} ")
+
+
 def check_others(binary):
-    """What other domains may."""
-    complaints = []
-    finders = {source for source, _, _, permissions in
-               allowed(binary, "-t", SERVICE, "-c", "hwservice_manager", "-p", "find", "-dt")}
-    if finders != {"hal_corvid_wifi_client", "hal_corvid_wifi_server"}:
-        complaints.append(f"{POLICY}: {SERVICE} is found by {sorted(finders)}")
+    """What other domains may with the daemon, its service and its properties."""
+    may = {}
+    for target in (DAEMON, SERVICE):
+        for source, _, kind, permissions in allowed(binary, "-t", target, "-dt"):
+            if (source, target) != (DAEMON, DAEMON):
+                may.setdefault(f"{source} {target}:{kind}", set()).update(permissions)
+    complaints = differences(may, OTHERS_MAY, "")
+    members = subprocess.run(["seinfo", "-a", "hal_corvid_wifi_client", "-x", binary],
+                             stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                             check=True).stdout
+    clients = set(re.findall(r"^\t+(\w+)$", members, re.MULTILINE))
+    if clients != CLIENTS:
+        complaints.append(f"{POLICY}: clients are {sorted(clients)}, not {sorted(CLIENTS)}")
     setters = {source for source, _, _, _ in
                allowed(binary, "-t", "vendor_corvid_wifi_prop", "-c", "property_service", "-dt")}
     if setters != {"vendor_init"}:
@@ -167,9 +199,15 @@ def check_others(binary):
 
 
 def check_neverallows(source, binary):
-    return [f"{POLICY}: no neverallow forbids '{rule}'"
-            for rule in WIDENINGS
-            if "neverallow" not in (compile_policy(source, binary, rule) or "")]
+    """Compiles all that is forbidden at once: checkpolicy names each rule that a neverallow hits."""
+    more = "\n".join(f"allow {key} {{ {permissions} }};" for key, permissions in FORBIDDEN.items())
+    error = compile_policy(source, binary, more) or ""
+    hit = {}
+    for key, permissions in re.findall(r"violated by allow (\S+ \S+) \{ (.+?) \};", error):
+        hit.setdefault(key, set()).update(permissions.split())
+    return [f"{POLICY}: no neverallow forbids 'allow {key} {permission};'"
+            for key, permissions in FORBIDDEN.items()
+            for permission in permissions.split() if permission not in hit.get(key, ())]
 
 
 def check_reasons(root):

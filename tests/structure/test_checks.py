@@ -664,6 +664,8 @@ class PolicyTest(TreeTest):
         for rule, part in (
                 (f"allow {check_policy.DAEMON} wpa_data_file:dir rename;", "dir rename"),
                 (f"allow {check_policy.DAEMON} self:capability net_raw;", "neverallow"),
+                # As a HAL's server it would come under what the platform forbids all of them.
+                (f"hal_server_domain({check_policy.DAEMON}, hal_corvid_wifi)", "neverallow"),
                 ("set_prop(shell, vendor_corvid_wifi_prop)", "neverallow")):
             with self.subTest(rule):
                 complaints = self.complaints_with(self.TE, "# What no later",
@@ -676,10 +678,34 @@ class PolicyTest(TreeTest):
                                  "{ getattr open read search }"),
             "does not give", "wpa_data_file:dir watch")
 
+    def test_a_right_that_others_need_is_missed(self):
+        for path, rule, *parts in (
+                ("device/sepolicy/hal_corvid_wifi.te",
+                 "binder_call(hal_corvid_wifi_client, hal_corvid_wifi_default)\n",
+                 "hal_corvid_wifi_client hal_corvid_wifi_default:binder call"),
+                ("device/sepolicy/hal_corvid_wifi.te",
+                 "hal_client_domain(dumpstate, hal_corvid_wifi)\n", "clients are ['headset_app']"),
+                (self.TE, "allow hal_wifi_supplicant_server hal_corvid_wifi_default:"
+                 "unix_dgram_socket sendto;\n", "hal_wifi_supplicant_server", "sendto")):
+            with self.subTest(rule):
+                complaints = self.complaints_with(path, rule, "", thorough=True)
+                self.assertTrue(complaints and all(part in complaints[0] for part in parts),
+                                complaints)
+
+    def test_a_right_that_others_do_not_need_is_found(self):
+        rule = "allow headset_app hal_corvid_wifi_default:process signal;"
+        self.assert_complains(
+            self.complaints_with(self.TE, "# What no later",
+                                 f"# service/service.cpp: main\n{rule}\n\n# What no later", True),
+            "gives headset_app hal_corvid_wifi_default:process signal")
+
     def test_a_missing_neverallow_is_found(self):
         rule = f"neverallow {check_policy.DAEMON} self:udp_socket {{ bind connect write }};\n"
-        self.assert_complains(self.complaints_with(self.TE, rule, "", thorough=True),
-                              "no neverallow forbids", "udp_socket connect")
+        complaints = self.complaints_with(self.TE, rule, "", thorough=True)
+        self.assertEqual(len(complaints), 3, complaints)
+        for permission, complaint in zip(("bind", "connect", "write"), complaints):
+            self.assertIn(f"no neverallow forbids 'allow {check_policy.DAEMON} {check_policy.DAEMON}"
+                          f":udp_socket {permission};'", complaint)
 
     def test_contexts_that_disagree_are_found(self):
         for path, old, new, *parts in (
