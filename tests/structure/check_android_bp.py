@@ -4,8 +4,8 @@
 The Android.bp files build what CMake builds: every module with sources has a source list that
 CMake has written, with the same files, and the other way round. Every source file of the device's
 folders is in one of them. Each property is one that the module's type knows (soong.py), and what a
-module names of this tree, another module or a file, is there. bpfmt accepts every Android.bp file and
-would not change it.
+module names of this tree, another module or a file, is there. Every program and library is built
+with SANITIZERS, every test is in a suite. bpfmt accepts every Android.bp file and would not change it.
 """
 
 import glob
@@ -30,6 +30,9 @@ NAMING = {
     "init_rc": ("filegroup",),
     "vintf_fragments": ("filegroup",),
 }
+
+# What the platform builds its own vendor daemons with.
+SANITIZERS = ("cfi", "integer_overflow")
 
 
 def parse(root, complaints):
@@ -109,6 +112,41 @@ def missing_files(root, parsed):
     ]
 
 
+def unsanitized(parsed):
+    """Complaints about modules with code that neither they nor their defaults sanitize."""
+    modules = {properties.get("name"): properties for _, _, properties in parsed}
+
+    def has(name, sanitizer):
+        properties = modules.get(name, {})
+        value = properties.get("sanitize", {}).get(sanitizer)
+        return value if value is not None else any(
+            has(defaults, sanitizer) for defaults in properties.get("defaults", []))
+
+    return [
+        f"{path}: {properties['name']}: sanitize.{sanitizer} is not true, here or in its defaults"
+        for path, kind, properties in parsed
+        if kind in ("cc_binary", "cc_fuzz", "cc_library_static", "cc_test")
+        for sanitizer in SANITIZERS if not has(properties["name"], sanitizer)
+    ]
+
+
+def suites(parsed):
+    """Complaints about tests that no suite has."""
+    defaults = {properties.get("name"): properties for _, kind, properties in parsed
+                if kind == "cc_defaults"}
+    complaints = []
+    for path, kind, properties in parsed:
+        if kind != "cc_test":
+            continue
+        name = properties.get("name")
+        inherited = [suite for other in properties.get("defaults", [])
+                     for suite in defaults.get(other, {}).get("test_suites", [])]
+        for suite in ("device-tests", *(("vts",) if name.startswith("Vts") else ())):
+            if suite not in properties.get("test_suites", []) + inherited:
+                complaints.append(f"{path}: {name} is not in the test suite {suite}")
+    return complaints
+
+
 def source_lists(folder):
     """What CMake has written: {target's name: (its CMakeLists.txt, [paths relative to the tree])}."""
     lists = {}
@@ -178,6 +216,7 @@ def check(root, lists_folder):
         complaints.append(f"found {len(modules)} modules and {len(lists)} source lists: there is "
                           "nothing to compare")
     complaints += unknown_properties(parsed) + missing_modules(parsed) + missing_files(root, parsed)
+    complaints += unsanitized(parsed) + suites(parsed)
     return complaints + compare(modules, lists) + unlisted(root, modules, lists) + formatting(root)
 
 

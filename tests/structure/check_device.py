@@ -26,6 +26,7 @@ INTERFACE = "interface/wifi/1.0/Android.bp"
 ENTRY = "service/service.cpp"
 OBJECT = "service/CorvidWifiService.h"
 SOCKETS = "client/WpaClient.cpp"
+REPORT = "tools/BugReport.cpp"
 STATISTICS = "managers/support/TelemetryEventLogger.cpp"
 STATISTICS_HEADER = "managers/support/TelemetryEventLogger.h"
 PAGE = "docs/integration.md"
@@ -61,6 +62,7 @@ class Facts:
         self.instance = self.found(ENTRY, r'registerAsService\("(\w+)"\)')
         self.interface = self.found(OBJECT, r"class CorvidWifiService : public (\w+)")
         self.sockets = self.found(SOCKETS, r'devicePath\("([^"]+)"\)')
+        self.report_sockets = self.found(REPORT, r'sockets = rooted\("([^"]+)"\)')
         self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(\)")
         self.statistics_package = self.found(STATISTICS_HEADER,
                                              r"#include <(android/[\w./]+)/I\w+\.h>")
@@ -157,9 +159,11 @@ def check_script(facts, compare):
         for line, words in section[2] if words[0] == "mkdir" and len(words) == 5
     }
     wanted = (facts.sockets or "").rstrip("/")
+    for place, folder in ((SOCKETS, wanted), (REPORT, facts.report_sockets)):
+        if folder not in folders:
+            compare.complaints.append(f"{SCRIPT}: makes no folder {folder} on post-fs-data, with "
+                                      f"mode, owner and group; {place} looks for sockets there")
     if wanted not in folders:
-        compare.complaints.append(f"{SCRIPT}: makes no folder {wanted} on post-fs-data, with mode, "
-                                  f"owner and group; {SOCKETS} looks for sockets there")
         return
     line, (_, owner, group) = folders[wanted]
     compare.same(f"{SCRIPT}:{line}", "the folder's owner", owner,

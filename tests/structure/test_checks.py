@@ -120,6 +120,10 @@ class AttributesTest(TreeTest):
 MODULE = """cc_library_static {
     name: "libcorvidwifi_os",
     srcs: ["Poll.cpp"],
+    sanitize: {
+        cfi: true,
+        integer_overflow: true,
+    },
 }
 """
 
@@ -191,7 +195,9 @@ class AndroidBpTest(TreeTest):
 
     def test_a_property_that_the_type_does_not_know_is_found(self):
         for text, found in (
-                ('cc_fuzz { name: "other", corpora: ["*.cpp"] }', "cc_fuzz has no property corpora"),
+                ('cc_fuzz { name: "other", corpora: ["*.cpp"], '
+                 'sanitize: { cfi: true, integer_overflow: true } }',
+                 "cc_fuzz has no property corpora"),
                 ('cc_defaults { name: "other", sanitize: { cfl: true } }', "sanitize.cfl"),
                 ('cc_library_headers { name: "other", test_suites: ["vts"] }', "test_suites"),
                 ('cc_program { name: "other" }', "no module type cc_program"),
@@ -206,6 +212,24 @@ class AndroidBpTest(TreeTest):
             "name": "a", "vendor": True, "cflags": ["-Wall"],
             "target": {"android": {"shared_libs": ["b"], "sanitize": {"diag": {"cfi": True}}}},
         }), [])
+
+    def test_a_module_without_its_sanitizers_is_found(self):
+        base = ("os/Android.bp", "cc_defaults",
+                {"name": "base", "sanitize": {"cfi": True, "integer_overflow": True}})
+        module = ("os/Android.bp", "cc_binary", {"name": "other", "defaults": ["base"]})
+        self.assertEqual(check_android_bp.unsanitized([base, module]), [])
+        del base[2]["sanitize"]["cfi"]
+        self.assert_complains(check_android_bp.unsanitized([base, module]), "os/Android.bp: other",
+                              "sanitize.cfi")
+
+    def test_a_test_that_no_suite_runs_is_found(self):
+        for text, found in (
+                ('cc_test { name: "other", test_suites: ["vts"] }', "device-tests"),
+                ('cc_test { name: "VtsOther", test_suites: ["device-tests"] }', "vts")):
+            with self.subTest(text):
+                complaints = check_android_bp.suites(
+                    [("tests/Android.bp", *blueprint.parse(text)[0])])
+                self.assert_complains(complaints, "tests/Android.bp", found)
 
     def test_a_module_that_is_not_there_or_of_another_type_is_found(self):
         for text, *found in (
@@ -529,7 +553,8 @@ class DeviceTest(TreeTest):
         for path in (check_device.SCRIPT, check_device.MANIFEST, check_device.FRAMEWORK_MATRIX,
                      check_device.DEVICE_MATRIX, check_device.MODULES,
                      check_device.DEVICE_MODULES, check_device.INTERFACE, check_device.ENTRY,
-                     check_device.OBJECT, check_device.SOCKETS, check_device.STATISTICS,
+                     check_device.OBJECT, check_device.SOCKETS, check_device.REPORT,
+                     check_device.STATISTICS,
                      check_device.STATISTICS_HEADER, check_device.PAGE,
                      "config/CorvidWifiProperties.h", "client/Android.bp",
                      "managers/Android.bp", "tools/Android.bp", "tests/Android.bp",
@@ -551,7 +576,6 @@ class DeviceTest(TreeTest):
                 (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
                 (script, "user wifi", "user system", script, "(user)"),
                 (script, "group wifi inet", "group inet", script, "does not give"),
-                (script, "wpa/sockets", "wpa/socket", script, check_device.SOCKETS),
                 (script, "restart_period", "restart_after", script, "no option"),
                 (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
                 (script, "    capabilities", "    #", script, "no capabilities"),
@@ -588,6 +612,8 @@ class DeviceTest(TreeTest):
                  check_device.PAGE, check_device.DEVICE_MATRIX),
                 (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
                  script, check_device.SOCKETS),
+                (check_device.REPORT, "/data/vendor/wifi/wpa/sockets", "/data/misc/wifi",
+                 script, check_device.REPORT),
         ):
             with self.subTest(path=path, new=new):
                 with open(os.path.join(self.root, path), encoding="utf-8") as file:
@@ -597,6 +623,15 @@ class DeviceTest(TreeTest):
                 complaints = check_device.check(self.root)
                 self.write(path, text)
                 self.assert_complains(complaints, *places)
+
+    def test_a_folder_that_the_script_does_not_make_names_all_who_look_there(self):
+        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
+            self.write(check_device.SCRIPT, file.read().replace("wpa/sockets", "wpa/socket"))
+        complaints = check_device.check(self.root)
+        self.assertEqual(len(complaints), 2, complaints)
+        for complaint, place in zip(complaints, (check_device.SOCKETS, check_device.REPORT)):
+            self.assertIn(check_device.SCRIPT, complaint)
+            self.assertIn(place, complaint)
 
     def test_a_missing_file_is_named(self):
         for path in (check_device.SCRIPT, check_device.MANIFEST, check_device.SOCKETS):
