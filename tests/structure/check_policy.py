@@ -5,7 +5,7 @@ The SELinux policy in device/sepolicy compiles, against the stand-ins in tests/s
 platform declares. The daemon may do what is listed here and nothing else, and a rule that gives it
 more does not compile. Each rule has above it the source and the word that need it ("# os/Poll.cpp:
 epoll_wait"), and each call that needs a rule is named above one. The contexts agree with the policy,
-the init script and the interface.
+the init script and the interface; init gives the daemon the policy's capabilities.
 """
 
 import os
@@ -177,6 +177,21 @@ def check_permissions(binary):
     return differences(may, MAY, f"{DAEMON} ")
 
 
+def check_capabilities(root, binary):
+    """Those that init gives the daemon are those that the policy does."""
+    for _, words, body in check_device.sections(source_tree.read(root, check_device.SCRIPT)):
+        for line, option in body:
+            if words[0] == "service" and option[0] == "capabilities":
+                of_script = {name.lower() for name in option[1:]}
+                of_policy = {name for kind in ("capability", "capability2") for _, _, _, names in
+                             allowed(binary, "-s", DAEMON, "-t", DAEMON, "-c", kind)
+                             for name in names}
+                if of_script != of_policy:
+                    return [f"{check_device.SCRIPT}:{line}: the capabilities are "
+                            f"{sorted(of_script)}, but {POLICY} allows {sorted(of_policy)}"]
+    return []
+
+
 def check_others(binary):
     """What other domains may with the daemon, its service and its properties."""
     may = {}
@@ -210,6 +225,12 @@ def check_neverallows(source, binary):
             for permission in permissions.split() if permission not in hit.get(key, ())]
 
 
+def code_of(root, path):
+    """A source without its comments."""
+    return re.sub(r"//[^\n]*|/\*.*?\*/", lambda comment: re.sub(r"[^\n]", "", comment.group()),
+                  source_tree.read(root, path), flags=re.DOTALL)
+
+
 def check_reasons(root):
     """Rules without code and code without rules."""
     complaints = []
@@ -238,14 +259,14 @@ def check_reasons(root):
                 file = os.path.join(root, source)
                 if not os.path.exists(file):
                     complaints.append(f"{path}:{place}: there is no {source}")
-                elif not re.search(rf"\b{word}\b", source_tree.read(root, source)):
+                elif not re.search(rf"\b{word}\b", code_of(root, source)):
                     complaints.append(f"{path}:{place}: a rule for {word} in {source}, which has "
                                       "no such word")
     for path in source_tree.files(root):
         if path.split(os.sep)[0] not in ("os", "config", "client", "managers", "service") or \
                 not path.endswith(".cpp"):
             continue
-        text = re.sub(r"//[^\n]*", "", source_tree.read(root, path))
+        text = code_of(root, path)
         for match in DECIDED.finditer(text):
             word = next(group for group in match.groups() if group)
             # A function of the source's own that is called like one of the system's.
@@ -304,7 +325,7 @@ def check(root, thorough=True):
         if error:
             complaints.append(f"{POLICY}: does not compile: {error}")
         else:
-            complaints += check_permissions(binary)
+            complaints += check_permissions(binary) + check_capabilities(root, binary)
             if thorough:
                 complaints += check_others(binary)
                 complaints += check_neverallows(source, os.path.join(folder, "wider"))

@@ -681,8 +681,12 @@ class PolicyTest(TreeTest):
                 ("# client/Nl80211Client.cpp: genl_connect", "# client/Gone.cpp: genl_connect",
                  "there is no client/Gone.cpp"),
                 ("Client.cpp: NL80211_CMD_VENDOR", "Client.cpp: NL80211_CMD_ROAM",
-                 "has no such word")):
+                 "has no such word"),
+                # a word that stands in a comment only
+                ("Client.cpp: NL80211_CMD_VENDOR", "Client.cpp: FLAG", "has no such word")):
             with self.subTest(new):
+                self.write("client/Nl80211Client.cpp",
+                           self.read("client/Nl80211Client.cpp") + "// A FLAG.\n/* FLAG */\n")
                 self.assertTrue(any(part in complaint and self.TE in complaint for complaint in
                                     self.complaints_with(self.TE, old, new)))
 
@@ -706,6 +710,14 @@ class PolicyTest(TreeTest):
                 complaints = self.complaints_with(self.TE, "# What no later",
                                                   f"{reason}{rule}\n\n# What no later")
                 self.assert_complains(complaints, part, "device/sepolicy")
+
+    def test_another_capability_in_the_init_script_is_found(self):
+        for now in ("NET_ADMIN NET_RAW", "SYS_NICE"):
+            with self.subTest(now):
+                self.assert_complains(
+                    self.complaints_with(check_device.SCRIPT, "capabilities NET_ADMIN",
+                                         f"capabilities {now}"),
+                    check_device.SCRIPT, now.split()[-1].lower(), "device/sepolicy", "net_admin")
 
     def test_a_right_that_the_code_needs_is_missed(self):
         self.assert_complains(
