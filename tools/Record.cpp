@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -49,7 +50,7 @@ constexpr const char* kStation = "wlan0";
 
 /** A file's name without its ending: "walk" of "/data/walk.jsonl"; none of standard output. */
 std::string stemOf(const std::string& path) {
-    const std::string name = path == "-" ? "" : path.substr(path.rfind('/') + 1);
+    const std::string name = path == "-" ? "" : std::filesystem::path(path).filename().string();
     const size_t dot = name.rfind('.');
     return dot == 0 ? name : name.substr(0, dot);
 }

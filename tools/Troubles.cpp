@@ -1,6 +1,7 @@
 #include "tools/Troubles.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <optional>
 
@@ -260,7 +261,8 @@ std::map<std::string, Json> featuresOf(const Json& report) {
 
 std::string nameOf(const Json& socket) {
     const std::string path = textOf(socket, "path");
-    return path.empty() ? textOf(socket, "interface") : path.substr(path.rfind('/') + 1);
+    return path.empty() ? textOf(socket, "interface")
+                        : std::filesystem::path(path).filename().string();
 }
 
 Troubles troublesOf(const Json& report, const std::map<std::string, std::string>& setProperties) {

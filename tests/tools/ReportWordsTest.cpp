@@ -176,6 +176,12 @@ TEST(Troubles, NoSocketAtAllMeansNoSupplicant) {
                             "/data/vendor/wifi/wpa/sockets/"));
 }
 
+TEST(Troubles, SocketIsNamedByItsFileOrElseByItsInterface) {
+    EXPECT_EQ(nameOf({{"path", "/data/vendor/wifi/wpa/sockets/wlan0"}}), "wlan0");
+    EXPECT_EQ(nameOf({{"path", "wlan1"}}), "wlan1");
+    EXPECT_EQ(nameOf({{"path", ""}, {"interface", "STA"}}), "STA");
+}
+
 TEST(Troubles, ClientThatHangsIsNamedByItsProcess) {
     Json report = wellReport();
     report["clients"] = {{{"pid", 412},
