@@ -17,7 +17,7 @@
 
 // The linker's --wrap leads the daemon's calls of NAME to __wrap_NAME, and __real_NAME to libnl.
 // libnl's calls of its own functions are not affected. The exception is nlmsg_convert, which only
-// libnl calls: the program's definition comes ahead of the library's.
+// libnl calls: the program's definition comes ahead of the library's, if the library can see it.
 
 namespace test {
 
@@ -110,7 +110,7 @@ int __wrap_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, uc
     return received;
 }
 
-nl_msg* nlmsg_convert(nlmsghdr* header) {
+[[gnu::visibility("default")]] nl_msg* nlmsg_convert(nlmsghdr* header) {
     static const auto convert =
         reinterpret_cast<nl_msg* (*)(nlmsghdr*)>(dlsym(RTLD_NEXT, "nlmsg_convert"));
     return takeFault(LibnlCall::Convert) ? nullptr : convert(header);
