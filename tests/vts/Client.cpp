@@ -64,15 +64,11 @@ uint32_t WifiTest::pair(P2pDeviceType type) {
 }
 
 StaInfo WifiTest::station() {
-    StaInfo found = {};
-    EXPECT_TRUE(service_->getStaInfo([&](const StaInfo& info) { found = info; }).isOk());
-    return found;
+    return answerOf<StaInfo>([&](const auto& answer) { return service_->getStaInfo(answer); });
 }
 
 P2pInfo WifiTest::group() {
-    P2pInfo found = {};
-    EXPECT_TRUE(service_->getP2pInfo([&](const P2pInfo& info) { found = info; }).isOk());
-    return found;
+    return answerOf<P2pInfo>([&](const auto& answer) { return service_->getP2pInfo(answer); });
 }
 
 std::string WifiTest::dump() {

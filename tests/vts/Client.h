@@ -47,19 +47,26 @@ class WifiTest : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    /** Makes a call that answers with a status; fails the test unless it answers once, in time. */
-    template <typename Call>
-    uint32_t statusOf(Call call) {
+    /** Makes a call; fails the test unless it is answered once, in time. Returns the answer. */
+    template <typename Answer, typename Call>
+    Answer answerOf(Call call) {
         int answers = 0;
-        Status answer = {};
+        Answer answer = {};
         const auto start = std::chrono::steady_clock::now();
-        const auto result = call([&](const Status& status) {
+        const auto result = call([&](const Answer& given) {
             ++answers;
-            answer = status;
+            answer = given;
         });
         EXPECT_TRUE(result.isOk()) << result.description();
         EXPECT_EQ(answers, 1);
         EXPECT_LT(std::chrono::steady_clock::now() - start, kLongestCall);
+        return answer;
+    }
+
+    /** The same for a call that answers with a status; returns its code. */
+    template <typename Call>
+    uint32_t statusOf(Call call) {
+        const Status answer = answerOf<Status>(call);
         EXPECT_TRUE(answer.code == kDone || answer.code == kFailed) << answer.code;
         EXPECT_EQ(std::string(answer.description), "");
         return answer.code;

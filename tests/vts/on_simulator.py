@@ -2,7 +2,8 @@
 """on_simulator.py BUILD_FOLDER LINE ... [-- OPTION ...]
 
 Runs the interface's tests against the daemon on the simulated headset, on which the lines have been
-played. The options are the test program's.
+played. The options are the test program's. With --change, and only then, requests that can't be
+undone come to the supplicant or the kernel.
 """
 
 import json
@@ -10,10 +11,16 @@ import os
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 DAEMON = "vendor.corvid.hardware.wifi@1.0-service"
 PROGRAM = "VtsHalCorvidWifiV1_0TargetTest"
+# How the records of what a client's call changed begin.
+CHANGES = {
+    "command": ("DRIVER SET_ELNABYPASS_MODE", "DRIVER MCC_QUOTA", "CORVID_P2P_CHAN_SWITCH"),
+    "netlink": ("VENDOR", "FRAME"),
+}
 
 
 def played(simulator, lines):
@@ -40,6 +47,16 @@ def served(programs, environment):
     return False
 
 
+def changes(records):
+    """What was asked of the radio, of the simulator's records up to their end."""
+    found = []
+    for text in records:
+        record = json.loads(text)
+        if record["text"].startswith(CHANGES.get(record["kind"], ())):
+            found.append(record["text"])
+    return found
+
+
 def main(build, arguments):
     end = arguments.index("--") if "--" in arguments else len(arguments)
     lines, options = arguments[:end], arguments[end + 1:]
@@ -53,12 +70,16 @@ def main(build, arguments):
             played(simulator, lines + ["daemon start"])
             if not served(programs, environment):
                 sys.exit("the daemon does not serve")
-            # The simulator's records are read to the end, so that it does not wait for a reader.
-            with subprocess.Popen(["cat"], stdin=simulator.stdout,
-                                  stdout=subprocess.DEVNULL):
-                status = subprocess.run([os.path.join(programs, PROGRAM), *options],
-                                        env=environment, check=False).returncode
-                simulator.stdin.close()
+            # They are read all the time, so that the simulator does not wait for a reader.
+            asked = []
+            reader = threading.Thread(target=lambda: asked.extend(changes(simulator.stdout)))
+            reader.start()
+            status = subprocess.run([os.path.join(programs, PROGRAM), *options],
+                                    env=environment, check=False).returncode
+            simulator.stdin.close()
+            reader.join()
+    if bool(asked) != ("--change" in options):
+        sys.exit(f"what can't be undone was asked for: {asked}")
     sys.exit(status)
 
 
