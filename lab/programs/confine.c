@@ -95,7 +95,7 @@ static unsigned idOf(const char* name) {
             return kIds[i].id;
         }
     }
-    fail("there is no user or group %s", name);
+    fail("no number is known for the user or group %s (kIds in lab/programs/confine.c)", name);
 }
 
 static unsigned long long capabilityOf(const char* name) {
