@@ -240,7 +240,7 @@ def check_integration(root, facts, compare):
         folder = os.path.dirname(path)
         if path not in page and not (folder != "device" and folder in page):
             compare.complaints.append(f"{PAGE}: does not say what {path} is for")
-    for path in re.findall(r"`((?:client|device|docs|interface|managers|service|sim|tests|tools)/"
+    for path in re.findall(r"`((?:client|device|docs|interface|lab|managers|service|sim|tests|tools)/"
                            r"[\w@./-]+)`", page):
         if not os.path.exists(os.path.join(root, path)):
             compare.complaints.append(f"{PAGE}: names {path}, which is not there")

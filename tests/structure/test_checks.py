@@ -560,6 +560,7 @@ class DeviceTest(TreeTest):
                      "managers/Android.bp", "tools/Android.bp", "tests/Android.bp",
                      "device/sepolicy/hal_corvid_wifi_default.te", "docs/hung-calls.md",
                      "tests/sepolicy/platform.te", "tests/structure/check_policy.py",
+                     "lab/guest/words.sh", "lab/programs/confine.c",
                      "interface/Android.bp", "interface/current.txt", f"device/{check_device.DAEMON}.policy"):
             copy = os.path.join(self.root, path)
             os.makedirs(os.path.dirname(copy), exist_ok=True)
