@@ -169,23 +169,21 @@ def differences(may, wanted, who):
     return complaints
 
 
-def check_permissions(binary):
-    """What the daemon may."""
+def rights_of_daemon(binary):
+    """{target and class: set of permissions}."""
     may = {}
     for _, target, kind, permissions in allowed(binary, "-s", DAEMON):
         may.setdefault(f"{target}:{kind}", set()).update(permissions)
-    return differences(may, MAY, f"{DAEMON} ")
+    return may
 
 
-def check_capabilities(root, binary):
+def check_capabilities(root, may):
     """Those that init gives the daemon are those that the policy does."""
+    of_policy = may.get(f"{DAEMON}:capability", set()) | may.get(f"{DAEMON}:capability2", set())
     for _, words, body in check_device.sections(source_tree.read(root, check_device.SCRIPT)):
         for line, option in body:
             if words[0] == "service" and option[0] == "capabilities":
                 of_script = {name.lower() for name in option[1:]}
-                of_policy = {name for kind in ("capability", "capability2") for _, _, _, names in
-                             allowed(binary, "-s", DAEMON, "-t", DAEMON, "-c", kind)
-                             for name in names}
                 if of_script != of_policy:
                     return [f"{check_device.SCRIPT}:{line}: the capabilities are "
                             f"{sorted(of_script)}, but {POLICY} allows {sorted(of_policy)}"]
@@ -194,11 +192,11 @@ def check_capabilities(root, binary):
 
 def check_others(binary):
     """What other domains may with the daemon, its service and its properties."""
+    rules = allowed(binary)
     may = {}
-    for target in (DAEMON, SERVICE):
-        for source, _, kind, permissions in allowed(binary, "-t", target, "-dt"):
-            if (source, target) != (DAEMON, DAEMON):
-                may.setdefault(f"{source} {target}:{kind}", set()).update(permissions)
+    for source, target, kind, permissions in rules:
+        if target in (DAEMON, SERVICE) and (source, target) != (DAEMON, DAEMON):
+            may.setdefault(f"{source} {target}:{kind}", set()).update(permissions)
     complaints = differences(may, OTHERS_MAY, "")
     members = subprocess.run(["seinfo", "-a", "hal_corvid_wifi_client", "-x", binary],
                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
@@ -206,8 +204,8 @@ def check_others(binary):
     clients = set(re.findall(r"^\t+(\w+)$", members, re.MULTILINE))
     if clients != CLIENTS:
         complaints.append(f"{POLICY}: clients are {sorted(clients)}, not {sorted(CLIENTS)}")
-    setters = {source for source, _, _, _ in
-               allowed(binary, "-t", "vendor_corvid_wifi_prop", "-c", "property_service", "-dt")}
+    setters = {source for source, target, kind, _ in rules
+               if (target, kind) == ("vendor_corvid_wifi_prop", "property_service")}
     if setters != {"vendor_init"}:
         complaints.append(f"{POLICY}: vendor_corvid_wifi_prop is set by {sorted(setters)}")
     return complaints
@@ -325,7 +323,8 @@ def check(root, thorough=True):
         if error:
             complaints.append(f"{POLICY}: does not compile: {error}")
         else:
-            complaints += check_permissions(binary) + check_capabilities(root, binary)
+            may = rights_of_daemon(binary)
+            complaints += differences(may, MAY, f"{DAEMON} ") + check_capabilities(root, may)
             if thorough:
                 complaints += check_others(binary)
                 complaints += check_neverallows(source, os.path.join(folder, "wider"))
