@@ -3,7 +3,8 @@
 
 Who may include what. A folder of the daemon includes its own headers and those of the folders below
 it, always by their path from the root; the platform's headers by the device's own names; and of
-other libraries only the folder's own. None of them knows of host/.
+other libraries only the folder's own. None of them knows of host/. Nor does tests/vts, which knows the
+interface alone.
 """
 
 import os
@@ -23,6 +24,7 @@ MAY_INCLUDE = {
     "host": (),
     "sim": ("host",),
     "trace": (),
+    "tests/vts": (),
 }
 
 # Not a rule of a whole folder: the event descriptor posts to a Poll, a host finds the device's paths
@@ -62,6 +64,7 @@ LIBRARIES = {
         "utils/",
         "vendor/corvid/hardware/wifi/",
     ),
+    "tests/vts": ("cutils/native_handle.h", "gtest/", "hidl/", "vendor/corvid/hardware/wifi/"),
 }
 
 # Headers of C, C++ and the kernel: no folder, or one of these.
@@ -74,14 +77,18 @@ _FOLDERS = tuple(MAY_INCLUDE) + ("tests",)
 _INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"])([^>"\n]+)[>"]', re.MULTILINE)
 
 
+def _folder_of(path):
+    return "tests/vts" if path.startswith("tests/vts/") else path.split("/")[0]
+
+
 def _is_system(header):
     return header not in _LIBRARY_HEADERS and ("/" not in header or header.startswith(_SYSTEM))
 
 
 def _complaint(root, path, quoted, header):
     """What is wrong with one include, or None."""
-    folder = path.split("/")[0]
-    target = header.split("/")[0] if "/" in header else None
+    folder = _folder_of(path)
+    target = _folder_of(header) if "/" in header else None
     if ".." in header.split("/"):
         return "includes go by the path from the root, not by .."
 
@@ -112,8 +119,7 @@ def check(root):
     complaints = []
     sources = 0
     for path in source_tree.files(root):
-        folder = path.split("/")[0]
-        if folder not in _FOLDERS or not path.endswith((".h", ".hpp", ".c", ".cpp")):
+        if _folder_of(path) not in _FOLDERS or not path.endswith((".h", ".hpp", ".c", ".cpp")):
             continue
         sources += 1
         text = source_tree.read(root, path)

@@ -286,6 +286,7 @@ class IncludesTest(TreeTest):
             ("host/eventfd/EventFd.cpp", '"os/Poll.h"'),
             ("sim/Stage.cpp", '"host/root/HostRoot.h"'),
             ("tests/os/PollTest.cpp", '"os/Poll.h"'),
+            ("tests/vts/Test.cpp", "<hidl/HidlSupport.h>"),
         ):
             with self.subTest(path=path, include=include):
                 self.assertEqual(self.check(path, include), [])
@@ -309,6 +310,10 @@ class IncludesTest(TreeTest):
             ("host/stats/Stats.cpp", '"os/Poll.h"', "host/ may include"),
             ("host/stats/Stats.cpp", '"client/WpaClient.h"', "host/ may include"),
             ("sim/Stage.cpp", '"client/WpaClient.h"', "sim/ may include"),
+            ("tests/vts/Test.cpp", '"client/WpaClient.h"', "tests/vts/ may include tests/vts/ only"),
+            ("tests/vts/Test.cpp", '"tests/support/TempFolder.h"', "tests/vts/ may include"),
+            ("tests/vts/Test.cpp", '"host/root/HostRoot.h"', "the device's own names"),
+            ("tests/vts/Test.cpp", "<wpa_ctrl.h>", "may not use this library"),
         ):
             with self.subTest(path=path, include=include):
                 self.assert_complains(self.check(path, include), f"{path}:2: ", part)
