@@ -165,7 +165,10 @@ def check_script(facts, compare):
                                       f"mode, owner and group; {place} looks for sockets there")
     if wanted not in folders:
         return
-    line, (_, owner, group) = folders[wanted]
+    line, (mode, owner, group) = folders[wanted]
+    if not re.fullmatch("0?7[0-7]0", mode):
+        compare.complaints.append(f"{SCRIPT}:{line}: the folder's mode is {mode}; {SOCKETS} follows "
+                                  "it as its owner, and the sockets are for owner and group only")
     compare.same(f"{SCRIPT}:{line}", "the folder's owner", owner,
                  f"{SCRIPT}:{options['user'][0][0]} (user)", user)
     if group not in options["group"][0][1]:

@@ -582,6 +582,8 @@ class DeviceTest(TreeTest):
                 (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
                 (script, "user wifi", "user system", script, "(user)"),
                 (script, "group wifi inet", "group inet", script, "does not give"),
+                (script, "sockets 0770", "sockets 0777", script, "0777", check_device.SOCKETS),
+                (script, "sockets 0770", "sockets 0670", script, "0670", check_device.SOCKETS),
                 (script, "restart_period", "restart_after", script, "no option"),
                 (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
                 (script, "    capabilities", "    #", script, "no capabilities"),
