@@ -1,0 +1,146 @@
+#!/usr/bin/env python3
+"""Shows that check_policy.py can fail, and that it doesn't when it shouldn't. Apart from the other
+checks, since each way to fail is a policy to compile."""
+
+import os
+import shutil
+import unittest
+
+import check_device
+import check_policy
+from test_checks import TreeTest
+
+
+class PolicyTest(TreeTest):
+    """On a copy of the tree's policy and sources."""
+
+    TE = "device/sepolicy/hal_corvid_wifi_default.te"
+
+    def setUp(self):
+        super().setUp()
+        tree = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+        for folder in ("device", "tests/sepolicy", "os", "config", "client", "managers",
+                       "service"):
+            shutil.copytree(os.path.join(tree, folder), os.path.join(self.root, folder))
+
+    def read(self, path):
+        with open(os.path.join(self.root, path), encoding="utf-8") as file:
+            return file.read()
+
+    def complaints_with(self, path, old, new, thorough=False):
+        """What is complained of when the file has `new` for `old`."""
+        text = self.read(path)
+        self.assertIn(old, text)
+        self.write(path, text.replace(old, new))
+        complaints = check_policy.check(self.root, thorough)
+        self.write(path, text)
+        return complaints
+
+    def test_the_trees_policy_is_fine(self):
+        self.assertEqual(check_policy.check(self.root), [])
+
+    def test_a_rule_without_a_reason_is_found(self):
+        complaints = self.complaints_with(self.TE, "# client/WpaClient.cpp: lstat\n",
+                                          "# Because.\n")
+        self.assertEqual(len(complaints), 2, complaints)
+        self.assertIn("client/WpaClient.cpp:", complaints[0])
+        self.assertIn("says which code needs it", complaints[1])
+
+    def test_a_rule_whose_code_is_gone_is_found(self):
+        for old, new, part in (
+                ("# client/Nl80211Client.cpp: genl_connect", "# client/Gone.cpp: genl_connect",
+                 "there is no client/Gone.cpp"),
+                ("Client.cpp: NL80211_CMD_VENDOR", "Client.cpp: NL80211_CMD_ROAM",
+                 "has no such word"),
+                # a word that stands in a comment only
+                ("Client.cpp: NL80211_CMD_VENDOR", "Client.cpp: FLAG", "has no such word")):
+            with self.subTest(new):
+                self.write("client/Nl80211Client.cpp",
+                           self.read("client/Nl80211Client.cpp") + "// A FLAG.\n/* FLAG */\n")
+                self.assertTrue(any(part in complaint and self.TE in complaint for complaint in
+                                    self.complaints_with(self.TE, old, new)))
+
+    def test_code_without_a_rule_is_found(self):
+        for call in ('system("reboot");', 'FILE* f = fopen("/data/x", "w");', "::open(path, 0);",
+                     "IStats::getService();", "std::ofstream out(path);"):
+            with self.subTest(call):
+                self.write("managers/New.cpp", f"// One line.\nvoid f() {{ {call} }}\n")
+                self.assert_complains(check_policy.check(self.root, False), "managers/New.cpp:2",
+                                      "needs a rule", "device/sepolicy")
+
+    def test_a_wider_rule_is_found(self):
+        reason = "# service/service.cpp: main\n"
+        for rule, part in (
+                (f"allow {check_policy.DAEMON} wpa_data_file:dir rename;", "dir rename"),
+                (f"allow {check_policy.DAEMON} self:capability net_raw;", "neverallow"),
+                # As a HAL's server it would come under what the platform forbids all of them.
+                (f"hal_server_domain({check_policy.DAEMON}, hal_corvid_wifi)", "neverallow"),
+                ("set_prop(shell, vendor_corvid_wifi_prop)", "neverallow")):
+            with self.subTest(rule):
+                complaints = self.complaints_with(self.TE, "# What no later",
+                                                  f"{reason}{rule}\n\n# What no later")
+                self.assert_complains(complaints, part, "device/sepolicy")
+
+    def test_another_capability_in_the_init_script_is_found(self):
+        for now in ("NET_ADMIN NET_RAW", "SYS_NICE"):
+            with self.subTest(now):
+                self.assert_complains(
+                    self.complaints_with(check_device.SCRIPT, "capabilities NET_ADMIN",
+                                         f"capabilities {now}"),
+                    check_device.SCRIPT, now.split()[-1].lower(), "device/sepolicy", "net_admin")
+
+    def test_a_right_that_the_code_needs_is_missed(self):
+        self.assert_complains(
+            self.complaints_with(self.TE, "{ getattr open read search watch }",
+                                 "{ getattr open read search }"),
+            "does not give", "wpa_data_file:dir watch")
+
+    def test_a_right_that_others_need_is_missed(self):
+        for path, rule, *parts in (
+                ("device/sepolicy/hal_corvid_wifi.te",
+                 "binder_call(hal_corvid_wifi_client, hal_corvid_wifi_default)\n",
+                 "hal_corvid_wifi_client hal_corvid_wifi_default:binder call"),
+                ("device/sepolicy/hal_corvid_wifi.te",
+                 "hal_client_domain(dumpstate, hal_corvid_wifi)\n", "clients are ['headset_app']"),
+                (self.TE, "allow hal_wifi_supplicant_server hal_corvid_wifi_default:"
+                 "unix_dgram_socket sendto;\n", "hal_wifi_supplicant_server", "sendto")):
+            with self.subTest(rule):
+                complaints = self.complaints_with(path, rule, "", thorough=True)
+                self.assertTrue(complaints and all(part in complaints[0] for part in parts),
+                                complaints)
+
+    def test_a_right_that_others_do_not_need_is_found(self):
+        rule = "allow headset_app hal_corvid_wifi_default:process signal;"
+        self.assert_complains(
+            self.complaints_with(self.TE, "# What no later",
+                                 f"# service/service.cpp: main\n{rule}\n\n# What no later", True),
+            "gives headset_app hal_corvid_wifi_default:process signal")
+
+    def test_a_missing_neverallow_is_found(self):
+        rule = f"neverallow {check_policy.DAEMON} self:udp_socket {{ bind connect write }};\n"
+        complaints = self.complaints_with(self.TE, rule, "", thorough=True)
+        self.assertEqual(len(complaints), 3, complaints)
+        for permission, complaint in zip(("bind", "connect", "write"), complaints):
+            self.assertIn(f"no neverallow forbids 'allow {check_policy.DAEMON} {check_policy.DAEMON}"
+                          f":udp_socket {permission};'", complaint)
+
+    def test_contexts_that_disagree_are_found(self):
+        for path, old, new, *parts in (
+                ("device/sepolicy/file_contexts", "wifi@1", "wlan@1", "labels no program",
+                 check_device.SCRIPT),
+                ("device/sepolicy/hwservice_contexts", "IWifi", "IWlan", check_device.SCRIPT),
+                ("device/sepolicy/hwservice_contexts", "_hwservice:", "_service:",
+                 "declares no type hal_corvid_wifi_service"),
+                ("device/sepolicy/file_contexts", ":s0", "", "is no 'KEY")):
+            with self.subTest(path=path, new=new):
+                self.assert_complains(self.complaints_with(path, old, new), path, *parts)
+
+    def test_a_policy_that_does_not_compile_is_no_success(self):
+        self.assertTrue(any("does not compile" in complaint for complaint in
+                            self.complaints_with(self.TE, "type hal", "typ hal")))
+        shutil.rmtree(os.path.join(self.root, "device/sepolicy"))
+        self.assert_complains(check_policy.check(self.root), "there is no policy")
+
+
+if __name__ == "__main__":
+    unittest.main()
