@@ -183,7 +183,7 @@ sp<IBinder> object(const ObjectId& id) {
         new Remote(android::DEAD_OBJECT),
         new Remote(android::OK),
     };
-    return objects[id.object % objects.size()];
+    return objects[static_cast<size_t>(id.object % objects.size())];
 }
 
 void call(Frame frame) {
