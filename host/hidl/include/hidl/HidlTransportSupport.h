@@ -99,6 +99,9 @@ status_t readEmbeddedFromParcel(const hidl_vec<T>& vector, const Parcel& parcel,
                                 size_t parentOffset, size_t* handle) {
     const void* elements = nullptr;
     const size_t size = vector.size();  // from the wire: the buffer must be there and match
+    if (size > SIZE_MAX / sizeof(T)) {
+        return BAD_VALUE;
+    }
     const status_t status = parcel.readEmbeddedBuffer(
         size * sizeof(T), handle, parent, parentOffset + hidl_vec<T>::kOffsetOfBuffer, &elements);
     if (status == OK) {
