@@ -33,6 +33,11 @@ target_compile_options(corvid_warnings INTERFACE
   $<$<BOOL:${CORVID_WERROR}>:-Werror>)
 
 add_compile_options(-fno-omit-frame-pointer)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  # glibc's readdir() and stat() fail otherwise where an inode or a position has more than 32 bits;
+  # bionic's have 64 bits always.
+  add_compile_definitions(_FILE_OFFSET_BITS=64)
+endif()
 if(CORVID_SANITIZE)
   # Quicker to compile; reports keep their line numbers.
   add_compile_options(-O1 -gline-tables-only)
