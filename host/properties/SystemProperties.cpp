@@ -68,27 +68,45 @@ std::string pathOf(std::string_view name) {
 bool isSet(const std::string& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           euidaccess(path.c_str(), R_OK) == 0;
+           faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
 }
 
-/** A property's file; no descriptor when it is not set. */
-android::base::unique_fd openFile(const char* path) {
-    // O_NONBLOCK: a FIFO in the folder is no property, and must not hang its reader.
-    android::base::unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status = {};
-    if (fd >= 0 && (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))) {
-        fd.reset();
+/** A property's file, open for reading. Allocates nothing. */
+class PropertyFile {
+  public:
+    explicit PropertyFile(const char* path)
+        // O_NONBLOCK: a FIFO in the folder is no property, and must not hang its reader.
+        : fd_(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+        struct stat status = {};
+        if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
+            size_ = static_cast<size_t>(status.st_size);
+        }
     }
-    return fd;
-}
+
+    /** In bytes; 0 if the property is not set. */
+    size_t size() const { return size_; }
+
+    /** Returns how many bytes it has read: `count`, or fewer if the file has no more. */
+    size_t read(char* buffer, size_t count) const {
+        size_t length = 0;
+        ssize_t more = 1;
+        while (length < count && more > 0) {
+            more = TEMP_FAILURE_RETRY(::read(fd_, buffer + length, count - length));
+            length += more > 0 ? static_cast<size_t>(more) : 0;
+        }
+        return length;
+    }
+
+  private:
+    const android::base::unique_fd fd_;
+    size_t size_ = 0;
+};
 
 /** The value of a property; empty when it is not set. */
 std::string readValue(const std::string& path) {
-    const android::base::unique_fd fd = openFile(path.c_str());
-    std::string value;
-    if (fd < 0 || !android::base::ReadFdToString(fd, &value)) {
-        return {};
-    }
+    const PropertyFile file(path.c_str());
+    std::string value(file.size(), '\0');
+    value.resize(file.read(value.data(), value.size()));
     if (!value.empty() && value.back() == '\n') {
         value.pop_back();
     }
@@ -156,12 +174,8 @@ int __system_property_get(const char* name, char* value) {
     size_t length = 0;
     std::array<char, PATH_MAX> path;
     if (isUsable(name) && host::rootedPath(path, kFolder, name)) {
-        const android::base::unique_fd fd = openFile(path.data());
-        ssize_t count = 0;
-        while (fd >= 0 && (count = TEMP_FAILURE_RETRY(
-                               read(fd, value + length, PROP_VALUE_MAX - length))) > 0) {
-            length += static_cast<size_t>(count);
-        }
+        const PropertyFile file(path.data());
+        length = file.read(value, std::min<size_t>(file.size(), PROP_VALUE_MAX));
     }
     if (length > 0 && value[length - 1] == '\n') {
         --length;
