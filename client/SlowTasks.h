@@ -3,8 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -24,12 +22,18 @@ class SlowTasks {
     static constexpr int64_t kQuietNs = 60 * kLimitNs;
     static constexpr size_t kMaxNames = 32;
 
+    /** The name is cut to kNameSize bytes. */
     struct Entry {
+        static constexpr size_t kNameSize = 64;
+
         Kind kind = Kind::Subscriber;
-        std::string name;
         uint32_t count = 0;
         int64_t longestNs = 0;
         Moment last;
+        std::array<char, kNameSize> nameText;
+        size_t nameLength = 0;
+
+        std::string_view name() const { return {nameText.data(), nameLength}; }
     };
 
     /** The process's one object. */
@@ -38,11 +42,7 @@ class SlowTasks {
     /** `name` is the task's, or the client's with its method. Only compares if it was quick. */
     void note(Kind kind, std::string_view name, int64_t durationNs) noexcept {
         if (durationNs > kLimitNs) {
-            try {
-                noteSlow_(kind, name, durationNs, Moment::now());
-            } catch (const std::exception&) {
-                // Out of memory: the report lacks this one.
-            }
+            noteSlow_(kind, name, durationNs, Moment::now());
         }
     }
 
@@ -51,11 +51,15 @@ class SlowTasks {
   private:
     friend class SlowTasksTestPeer;
 
-    void noteSlow_(Kind kind, std::string_view name, int64_t durationNs, const Moment& now)
+    /** The entry of that name, made if there is none, in the place of the oldest if it must be. */
+    Entry& entryOf_(Kind kind, std::string_view name) REQUIRES(mutex_);
+    void noteSlow_(Kind kind, std::string_view name, int64_t durationNs, const Moment& now) noexcept
         EXCLUDES(mutex_);
 
     mutable Mutex mutex_;
-    std::vector<Entry> entries_ GUARDED_BY(mutex_);  ///< the last kMaxNames
+    /** The last names, of which `count_` are in use. A slow task allocates nothing. */
+    std::array<Entry, kMaxNames> entries_ GUARDED_BY(mutex_);
+    size_t count_ GUARDED_BY(mutex_) = 0;
     std::array<int64_t, 2> warnedNs_ GUARDED_BY(mutex_) = {0, 0};
 };
 

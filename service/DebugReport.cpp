@@ -384,13 +384,13 @@ StateTree DebugReport::threads_() const {
             entry.kind == SlowTasks::Kind::Subscriber ? "subscriber" : "callback";
         StateTree& part = slow.add(StateTree::parts());
         part.set("kind", kind);
-        part.set("who", entry.name);
+        part.set("who", entry.name());
         part.set("count", entry.count);
         part.set("longestMs", entry.longestNs / kMillisecond);
         part.set("last", entry.last);
-        part.asLine(std::string(kind) + " " + entry.name + ": " + std::to_string(entry.count) +
-                    " times, " + durationText(entry.longestNs) + " at most, the last " +
-                    momentText(entry.last));
+        part.asLine(std::string(kind) + " " + std::string(entry.name()) + ": " +
+                    std::to_string(entry.count) + " times, " + durationText(entry.longestNs) +
+                    " at most, the last " + momentText(entry.last));
     }
     return state;
 }

@@ -290,7 +290,7 @@ TEST(SlowTasks, WarnOncePerMinuteAndKindButCountEach) {
                             "SlowTasks: subscriber A.onEvent took 1300 ms"));
     const std::vector<SlowTasks::Entry> entries = tasks.entries();
     ASSERT_EQ(entries.size(), 3U);
-    EXPECT_EQ(entries[0].name, "A.onEvent");
+    EXPECT_EQ(entries[0].name(), "A.onEvent");
     EXPECT_EQ(entries[0].count, 3U);
     EXPECT_EQ(entries[0].longestNs, 1'500'000'000);
     EXPECT_EQ(entries[0].last.monotonicNs, 160 * kSecond);
@@ -305,8 +305,21 @@ TEST(SlowTasks, LastNamesAreKeptUpToALimit) {
     }
     const std::vector<SlowTasks::Entry> entries = tasks.entries();
     ASSERT_EQ(entries.size(), SlowTasks::kMaxNames);
-    EXPECT_EQ(entries.front().name, "968");
-    EXPECT_EQ(entries.back().name, "999");
+    EXPECT_EQ(entries.front().name(), "968");
+    EXPECT_EQ(entries.back().name(), "999");
+}
+
+TEST(SlowTasks, NameThatIsTooLongIsCut) {
+    test::LogCapture log;
+    SlowTasks tasks;
+    const std::string name(100, 'x');
+    for (int i = 0; i < 2; ++i) {
+        tasks.note(SlowTasks::Kind::Subscriber, name, 2 * kSecond);
+    }
+    const std::vector<SlowTasks::Entry> entries = tasks.entries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].name(), name.substr(0, SlowTasks::Entry::kNameSize));
+    EXPECT_EQ(entries[0].count, 2U);
 }
 
 }  // namespace
