@@ -142,6 +142,13 @@ void StateTree::writeJson_(std::string& out, const Moment& now) const {
             element.writeJson_(out, now);
         }
         out += ']';
+    } else if (const auto* later = std::get_if<LaterElements>(&value_)) {
+        out += '[';
+        for (size_t i = 0; i < later->count; ++i) {
+            out += i == 0 ? "" : ",";
+            later->make(i).writeJson_(out, now);
+        }
+        out += ']';
     } else if (const auto* parts = std::get_if<Parts>(&value_)) {
         out += '{';
         for (const auto& part : *parts) {
@@ -183,6 +190,9 @@ bool StateTree::isShort_() const {
         }
         return true;
     }
+    if (const auto* later = std::get_if<LaterElements>(&value_)) {
+        return later->count == 0;
+    }
     const auto* parts = std::get_if<Parts>(&value_);
     return parts == nullptr || parts->empty();
 }
@@ -223,6 +233,11 @@ void StateTree::writeText_(std::string& out, size_t indent, const Moment& now) c
         for (const StateTree& element : *elements) {
             out += space + "-";
             element.writeText_(out, indent + kIndent, now);
+        }
+    } else if (const auto* later = std::get_if<LaterElements>(&value_)) {
+        for (size_t i = 0; i < later->count; ++i) {
+            out += space + "-";
+            later->make(i).writeText_(out, indent + kIndent, now);
         }
     } else if (const auto* parts = std::get_if<Parts>(&value_)) {
         for (const auto& [name, part] : *parts) {

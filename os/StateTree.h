@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,11 +44,18 @@ class StateTree {
     }
 
     static StateTree list() { return StateTree(Elements{}); }
+    /**
+     * A list whose elements `make(0)`, `make(1)`, ... are made one at a time while it is written,
+     * so that a long one takes little memory.
+     */
+    static StateTree list(size_t count, std::function<StateTree(size_t)> make) {
+        return StateTree(LaterElements{count, std::move(make)});
+    }
     static StateTree parts() { return StateTree(Parts{}); }
 
     /** Only on parts(). Returns the new part; valid until the next one is added. */
     StateTree& set(std::string_view name, StateTree value);
-    /** Only on list(). */
+    /** Only on list() without arguments. */
     StateTree& add(StateTree value);
 
     bool isNothing() const { return std::holds_alternative<std::monostate>(value_); }
@@ -66,7 +75,13 @@ class StateTree {
     using Elements = std::vector<StateTree>;
     using Parts = std::vector<std::pair<std::string, StateTree>>;
 
+    struct LaterElements {
+        size_t count;
+        std::function<StateTree(size_t)> make;
+    };
+
     explicit StateTree(Elements elements) : value_(std::move(elements)) {}
+    explicit StateTree(LaterElements elements) : value_(std::move(elements)) {}
     explicit StateTree(Parts parts) : value_(std::move(parts)) {}
 
     void writeJson_(std::string& out, const Moment& now) const;
@@ -75,7 +90,8 @@ class StateTree {
     std::string shortText_(const Moment& now) const;
     bool isShort_() const;
 
-    std::variant<std::monostate, bool, int64_t, std::string, Moment, Elements, Parts> value_;
+    std::variant<std::monostate, bool, int64_t, std::string, Moment, Elements, LaterElements, Parts>
+        value_;
     std::string line_;
 };
 

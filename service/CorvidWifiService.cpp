@@ -219,7 +219,8 @@ Return<void> CorvidWifiService::debug(const hidl_handle& handle,
     succeeds([&] {
         const std::vector<std::string> words(options.begin(), options.end());
         // What is not taken is lost: a reader that stops reading is none of the daemon's business.
-        managers::writeReport(native->data[0], report_.write(words), kReportPatience);
+        managers::ReportWriter writer(native->data[0], kReportPatience);
+        report_.write(words, [&](std::string_view piece) { return writer.write(piece); });
         return true;
     });
     return Void();

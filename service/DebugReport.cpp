@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
 #include <memory>
 #include <optional>
 
@@ -236,41 +237,55 @@ std::string DebugReport::help() {
     return text;
 }
 
-std::string DebugReport::write(const std::vector<std::string>& options) const {
+void DebugReport::write(const std::vector<std::string>& options, const Sink& sink) const {
     bool isJson = false;
     std::vector<std::string> names;
     for (const std::string& option : options) {
         const auto isName = [&](const Section& section) { return option == section.name; };
         if (option == "--help") {
-            return help();
+            sink(help());
+            return;
         }
         if (option == "--json") {
             isJson = true;
         } else if (std::any_of(sections_().begin(), sections_().end(), isName)) {
             names.push_back(option);
         } else {
-            return "unknown option \"" + oneLine(option.substr(0, 100)) + "\"\n" + help();
+            sink("unknown option \"" + oneLine(option.substr(0, 100)) + "\"\n" + help());
+            return;
         }
     }
-    const StateTree state = describe_(names);
-    return isJson ? state.json() + "\n" : state.text();
+    std::vector<Section> wanted = {{"schema", "", &DebugReport::schema_},
+                                   {"build", "", &DebugReport::build_},
+                                   {"process", "", &DebugReport::process_}};
+    std::copy_if(sections_().begin(), sections_().end(), std::back_inserter(wanted),
+                 [&](const Section& section) {
+                     return names.empty() ||
+                            std::find(names.begin(), names.end(), section.name) != names.end();
+                 });
+    for (size_t i = 0; i < wanted.size(); ++i) {
+        StateTree state = StateTree::parts();
+        state.set(wanted[i].name, (this->*wanted[i].describe)());
+        std::string piece = isJson ? state.json() : state.text();
+        if (isJson) {
+            // The braces of one object around all of them.
+            piece.front() = i == 0 ? '{' : ',';
+            piece.resize(piece.size() - 1);
+            piece += i + 1 < wanted.size() ? "" : "}\n";
+        }
+        if (!sink(piece)) {
+            return;
+        }
+    }
 }
 
-StateTree DebugReport::describe_(const std::vector<std::string>& names) const {
+StateTree DebugReport::build_() const {
     const BuildInfo info = BuildInfo::ofProcess();
-    StateTree state = StateTree::parts();
-    state.set("schema", kSchema);
-    StateTree& build = state.set("build", StateTree::parts());
+    StateTree build = StateTree::parts();
     build.set("version", info.version);
     build.set("commit", info.commit);
     build.set("platform", info.platform);
-    state.set("process", process_());
-    for (const Section& section : sections_()) {
-        if (names.empty() || std::find(names.begin(), names.end(), section.name) != names.end()) {
-            state.set(section.name, (this->*section.describe)());
-        }
-    }
-    return state;
+    return build;
 }
 
 StateTree DebugReport::process_() const {
@@ -329,23 +344,21 @@ StateTree DebugReport::netlink_() const { return client_.describeNetlink(); }
 StateTree DebugReport::clients_() const { return managers_.describeClients(); }
 
 StateTree DebugReport::properties_() const {
-    StateTree properties = StateTree::list();
-    for (const PropertyState& property : Sysprop::readStates()) {
-        properties.add(toState(property));
-    }
-    return properties;
+    const auto properties =
+        std::make_shared<const std::vector<PropertyState>>(Sysprop::readStates());
+    return StateTree::list(properties->size(),
+                           [properties](size_t i) { return toState((*properties)[i]); });
 }
 
 StateTree DebugReport::history_() const {
-    const History::Copy copy = client_.history().copy();
+    const auto copy = std::make_shared<const History::Copy>(client_.history().copy());
+    const size_t count = copy->entries.size();
     StateTree history = StateTree::parts();
     history.set("capacity", History::kCapacity);
-    history.set("total", copy.total);
-    StateTree& entries = history.set("entries", StateTree::list());
-    uint64_t sequence = copy.total - copy.entries.size();
-    for (const HistoryEntry& entry : copy.entries) {
-        entries.add(toState(entry, ++sequence));
-    }
+    history.set("total", copy->total);
+    history.set("entries", StateTree::list(count, [copy, count](size_t i) {
+                    return toState(copy->entries[i], copy->total - count + i + 1);
+                }));
     return history;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,8 +26,15 @@ class DebugReport {
 
     DebugReport(CorvidWifiClient& client, const CorvidWifiManager& managers);
 
-    /** Options are "--json", "--help" and names of sections; without any, everything as text. */
-    std::string write(const std::vector<std::string>& options) const;
+    /** Takes a piece of the report; returns false if it does not want the rest. */
+    using Sink = std::function<bool(std::string_view piece)>;
+
+    /**
+     * Options are "--json", "--help" and names of sections; without any, everything as text. The
+     * sections are collected and given to `sink` one after the other: all at once would take six
+     * times the memory that the daemon has in use otherwise.
+     */
+    void write(const std::vector<std::string>& options, const Sink& sink) const;
 
     /** The text for "--help". */
     static std::string help();
@@ -39,7 +47,8 @@ class DebugReport {
     };
     static const std::vector<Section>& sections_();
 
-    StateTree describe_(const std::vector<std::string>& names) const;
+    StateTree schema_() const { return kSchema; }
+    StateTree build_() const;
     StateTree process_() const;
     StateTree features_(std::string_view section) const;
     StateTree feature_(size_t number, const std::vector<PropertyState>& properties) const;

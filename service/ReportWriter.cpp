@@ -98,21 +98,25 @@ class Target {
 
 }  // namespace
 
-bool writeReport(int descriptor, std::string_view text, std::chrono::milliseconds patience) {
+bool ReportWriter::write(std::string_view piece) {
+    isWritten_ = isWritten_ && writeAll_(piece);
+    return isWritten_;
+}
+
+bool ReportWriter::writeAll_(std::string_view piece) const {
     const PipeSignalBlocked blocked;
-    const Target target(descriptor);
+    const Target target(descriptor_);
     if (!target.isOpen()) {
         return false;
     }
-    // A reader that takes a byte now and then must not block this thread for ever.
-    const auto end = std::chrono::steady_clock::now() + 10 * patience;
-    while (!text.empty()) {
-        if (std::chrono::steady_clock::now() > end || !target.waitForRoom(patience)) {
+    while (!piece.empty()) {
+        // A reader that takes a byte now and then must not block this thread for ever.
+        if (std::chrono::steady_clock::now() > end_ || !target.waitForRoom(patience_)) {
             return false;
         }
-        const ssize_t written = target.write(text);
+        const ssize_t written = target.write(piece);
         if (written > 0) {
-            text.remove_prefix(static_cast<size_t>(written));
+            piece.remove_prefix(static_cast<size_t>(written));
         } else if (written == 0 || (errno != EAGAIN && errno != EINTR)) {
             return false;
         }

@@ -1,6 +1,10 @@
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,6 +38,46 @@ TEST(StateTree, ListOfPartsHasALineForEachOne) {
     list.add(StateTree::parts()).asLine("as a\nline\n").set("a", 2);
     EXPECT_EQ(state.json(), R"({"list":[{"a":1},{"a":2}]})");
     EXPECT_EQ(state.text(), "list:\n  -\n    a: 1\n  - as a / line\n");
+}
+
+TEST(StateTree, ListThatIsMadeWhileItIsWrittenReadsAsOneThatWasMadeBefore) {
+    const auto square = [](size_t i) {
+        StateTree entry = StateTree::parts();
+        entry.set("square", i * i);
+        return entry;
+    };
+    const auto inParts = [](StateTree list) {
+        StateTree state = StateTree::parts();
+        state.set("squares", std::move(list));
+        return state;
+    };
+    for (const size_t count : {size_t{0}, size_t{1}, size_t{3}}) {
+        StateTree made = StateTree::list();
+        for (size_t i = 0; i < count; ++i) {
+            made.add(square(i));
+        }
+        const StateTree before = inParts(std::move(made));
+        const StateTree later = inParts(StateTree::list(count, square));
+        EXPECT_EQ(later.json(), before.json());
+        EXPECT_EQ(later.text(), before.text());
+    }
+}
+
+TEST(StateTree, ListThatIsMadeWhileItIsWrittenHasOneElementAtATime) {
+    int alive = 0;
+    int most = 0;
+    const auto element = [&](size_t /*i*/) {
+        // A tree's elements are made later still, by a function that lives as long as the tree.
+        const std::shared_ptr<int> counter(new int(most = std::max(most, ++alive)),
+                                           [&](int* number) {
+                                               delete number;
+                                               --alive;
+                                           });
+        return StateTree::list(1, [counter](size_t /*i*/) { return StateTree(1); });
+    };
+    EXPECT_EQ(StateTree::list(3, element).json(), "[[1],[1],[1]]");
+    EXPECT_EQ(most, 1);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(StateTree, JsonEscapesWhatATextFromOutsideHolds) {

@@ -51,7 +51,7 @@ TEST(ReportWriter, ReaderGetsAllOfATextThatIsLargerThanThePipe) {
     Pipe pipe;
     auto text = std::async(std::launch::async, [&] { return readAll(pipe.read); });
     const std::string report(300'000, 'x');
-    EXPECT_TRUE(writeReport(pipe.write.get(), report, 10s));
+    EXPECT_TRUE(ReportWriter(pipe.write.get(), 10s).write(report));
     EXPECT_EQ(fcntl(pipe.write.get(), F_GETFL) & O_NONBLOCK, 0) << "the caller's flags are changed";
     pipe.write.reset();
     EXPECT_EQ(text.get(), report);
@@ -60,11 +60,24 @@ TEST(ReportWriter, ReaderGetsAllOfATextThatIsLargerThanThePipe) {
 TEST(ReportWriter, PipeThatNobodyReadsIsGivenUp) {
     Pipe pipe;
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(writeReport(pipe.write.get(), std::string(300'000, 'x'), 20ms));
+    const std::string report(300'000, 'x');
+    EXPECT_FALSE(ReportWriter(pipe.write.get(), 20ms).write(report));
     EXPECT_GE(std::chrono::steady_clock::now() - start, 20ms);
     EXPECT_EQ(fcntl(pipe.write.get(), F_GETFL) & O_NONBLOCK, 0) << "the caller's flags are changed";
     pipe.write.reset();
     EXPECT_GE(readAll(pipe.read).size(), 4096U);
+}
+
+TEST(ReportWriter, NothingIsWrittenAfterAPieceThatWasNotTaken) {
+    Pipe pipe;
+    ReportWriter writer(pipe.write.get(), 20ms);
+    const std::string report(300'000, 'x');
+    EXPECT_FALSE(writer.write(report));
+    char page[4096];
+    ASSERT_EQ(read(pipe.read.get(), page, sizeof(page)), 4096);  // there is room again
+    EXPECT_FALSE(writer.write("y"));
+    pipe.write.reset();
+    EXPECT_EQ(readAll(pipe.read).find('y'), std::string::npos);
 }
 
 TEST(ReportWriter, ReaderThatTakesAByteNowAndThenIsGivenUp) {
@@ -77,7 +90,8 @@ TEST(ReportWriter, ReaderThatTakesAByteNowAndThenIsGivenUp) {
         }
         return pages;
     });
-    EXPECT_FALSE(writeReport(pipe.write.get(), std::string(50'000'000, 'x'), 20ms));
+    const std::string report(50'000'000, 'x');
+    EXPECT_FALSE(ReportWriter(pipe.write.get(), 20ms).write(report));
     pipe.write.reset();
     EXPECT_GT(reader.get(), 0);
 }
@@ -94,7 +108,7 @@ TEST(ReportWriter, SignalThatIsHandledDoesNotEndTheWaitForTheReader) {
     bool isWritten = false;
     std::thread writer([&] {
         started.set_value(gettid());
-        isWritten = writeReport(pipe.write.get(), report, 60s);
+        isWritten = ReportWriter(pipe.write.get(), 60s).write(report);
         pipe.write.reset();
     });
     const pid_t thread = started.get_future().get();
@@ -112,7 +126,8 @@ TEST(ReportWriter, SignalThatIsHandledDoesNotEndTheWaitForTheReader) {
 TEST(ReportWriter, ClosedPipeRaisesNoSignal) {
     Pipe pipe;
     pipe.read.reset();
-    EXPECT_FALSE(writeReport(pipe.write.get(), "text", 10s));  // else SIGPIPE has ended the test
+    EXPECT_FALSE(
+        ReportWriter(pipe.write.get(), 10s).write("text"));  // else SIGPIPE has ended the test
     sigset_t pending;
     sigpending(&pending);
     EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
@@ -127,7 +142,7 @@ TEST(ReportWriter, SignalThatWasPendingStaysSo) {
     pthread_kill(pthread_self(), SIGPIPE);
     Pipe pipe;
     pipe.read.reset();
-    EXPECT_FALSE(writeReport(pipe.write.get(), "text", 10s));
+    EXPECT_FALSE(ReportWriter(pipe.write.get(), 10s).write("text"));
     const timespec none = {};
     EXPECT_EQ(sigtimedwait(&pipeSignal, nullptr, &none), SIGPIPE);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -137,16 +152,16 @@ TEST(ReportWriter, FullDiskIsGivenUpAtOnce) {
     const unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
     ASSERT_TRUE(full.ok());
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(writeReport(full.get(), "text", 10s));
+    EXPECT_FALSE(ReportWriter(full.get(), 10s).write("text"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
 }
 
 TEST(ReportWriter, DescriptorThatIsNoneOrCannotBeWrittenIsGivenUpAtOnce) {
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(writeReport(-1, "text", 10s));
+    EXPECT_FALSE(ReportWriter(-1, 10s).write("text"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
     Pipe pipe;
-    EXPECT_FALSE(writeReport(pipe.read.get(), "text", 20ms));
+    EXPECT_FALSE(ReportWriter(pipe.read.get(), 20ms).write("text"));
 }
 
 TEST(ReportWriter, SocketAndFileAreWrittenToo) {
@@ -154,13 +169,13 @@ TEST(ReportWriter, SocketAndFileAreWrittenToo) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const unique_fd reader(ends[0]);
     unique_fd writer(ends[1]);
-    EXPECT_TRUE(writeReport(writer.get(), "to a socket", 10s));
+    EXPECT_TRUE(ReportWriter(writer.get(), 10s).write("to a socket"));
     writer.reset();
     EXPECT_EQ(readAll(reader), "to a socket");
 
     const test::TempFolder folder;
     const unique_fd file(open(folder.file("report").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    EXPECT_TRUE(writeReport(file.get(), "to a file", 10s));
+    EXPECT_TRUE(ReportWriter(file.get(), 10s).write("to a file"));
     lseek(file.get(), 0, SEEK_SET);
     EXPECT_EQ(readAll(file), "to a file");
 }
@@ -170,7 +185,7 @@ TEST(ReportWriter, SocketWhosePeerHasGoneRaisesNoSignal) {
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     const unique_fd writer(ends[1]);
     close(ends[0]);
-    EXPECT_FALSE(writeReport(writer.get(), "text", 10s));
+    EXPECT_FALSE(ReportWriter(writer.get(), 10s).write("text"));
 }
 
 }  // namespace
