@@ -41,7 +41,7 @@ daemon='vendor.corvid.hardware.wifi@1.0-service'
 # The guest's programs from the build folder.
 programs=("$daemon" corvid-wifi corvid-statsd lab-capture lab-confine lab-events lab-expect
     lab-sample lab-traffic VtsHalCorvidWifiV1_0TargetTest)
-preloads=(libconfined.so libdriver-commands.so)
+preloads=(libconfined.so libdriver-commands.so liblive-memory.so)
 
 case_names() { basename -s .sh lab/cases/*.sh; }
 

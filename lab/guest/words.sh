@@ -37,6 +37,8 @@ policies=/lab/service.policy,/lab/host.policy
 as_wifi="lab-confine -c - $service"
 # Other options of lab-confine, for the cases that want some.
 confinement=
+# The file in which a daemon counts its memory, for the cases that want that; see count_memory.
+export LAB_LIVE_MEMORY=/lab/live-memory
 
 followers=
 # More lines for the access point's configuration, for the cases that want some.
@@ -237,6 +239,16 @@ descriptors() { ls "/proc/$daemon/fd" | wc -l; }
 threads() { ls "/proc/$daemon/task" | wc -l; }
 # Anonymous memory in kB; the sums in "status" are not exact.
 memory() { sed -n 's/^Anonymous: *\([0-9]*\) kB/\1/p' "/proc/$daemon/smaps_rollup"; }
+
+# count_memory: the daemon that is started next counts what it allocates and frees.
+count_memory() {
+    : >$LAB_LIVE_MEMORY
+    chown $wifi $LAB_LIVE_MEMORY
+    confinement="$confinement -w /usr/lib/liblive-memory.so"
+}
+
+# live_memory: what it has allocated and not freed, in bytes.
+live_memory() { od -A n -t d8 -N 8 $LAB_LIVE_MEMORY | tr -d ' '; }
 
 descriptors_and_threads() { echo "$(descriptors) $(threads)"; }
 # rests: it has as many of both as a case has noted in $at_rest.

@@ -1,9 +1,10 @@
-// lab-confine [-c CAPABILITIES] [-p POLICY[,POLICY]] [-l] SCRIPT COMMAND ...
+// lab-confine [-c CAPABILITIES] [-p POLICY[,POLICY]] [-l] [-w LIBRARY] SCRIPT COMMAND ...
 //
 // Runs COMMAND as init would start the service of SCRIPT: its user, groups, capabilities and
 // limits. With POLICY also under a seccomp policy: files with a line "CALL: 1" for each system call
 // that is allowed; any other ends the process. -c has other capabilities in the place of the
-// script's ("-": none), -l only logs what a policy forbids, to the kernel's log.
+// script's ("-": none), -l only logs what a policy forbids, to the kernel's log, -w loads LIBRARY
+// into the command.
 //
 // The filter is in force from the command's main on (libconfined.so installs it), so that it need
 // not allow what only this program and the dynamic loader do.
@@ -182,6 +183,15 @@ static void addPolicy(scmp_filter_ctx filter, const char* path) {
     fclose(file);
 }
 
+/** Has the dynamic loader load a library into the command, with those of earlier calls. */
+static void preload(const char* library) {
+    const char* const others = getenv("LD_PRELOAD");
+    char libraries[256];
+    snprintf(libraries, sizeof(libraries), "%s%s%s", others == NULL ? "" : others,
+             others == NULL ? "" : ":", library);
+    setenv("LD_PRELOAD", libraries, 1);
+}
+
 /** Leaves the filter to libconfined.so, as a file that the command inherits. */
 static void preparePolicy(char* policies, uint32_t otherwise) {
     scmp_filter_ctx filter = seccomp_init(otherwise);
@@ -200,7 +210,7 @@ static void preparePolicy(char* policies, uint32_t otherwise) {
     char descriptor[16];
     snprintf(descriptor, sizeof(descriptor), "%d", file);
     setenv("LAB_SECCOMP_FILTER", descriptor, 1);
-    setenv("LD_PRELOAD", "/usr/lib/libconfined.so", 1);
+    preload("/usr/lib/libconfined.so");
 }
 
 /** What init does between fork and exec. */
@@ -244,7 +254,7 @@ int main(int count, char** arguments) {
     char* capabilities = NULL;
     char* policies = NULL;
     uint32_t otherwise = SCMP_ACT_KILL_PROCESS;
-    for (int option; (option = getopt(count, arguments, "+c:p:l")) != -1;) {
+    for (int option; (option = getopt(count, arguments, "+c:p:lw:")) != -1;) {
         switch (option) {
             case 'c':
                 capabilities = optarg;
@@ -254,6 +264,9 @@ int main(int count, char** arguments) {
                 break;
             case 'l':
                 otherwise = SCMP_ACT_LOG;
+                break;
+            case 'w':
+                preload(optarg);
                 break;
             default:
                 return 126;

@@ -270,11 +270,12 @@ def levels(short):
                    (headset.log_size() - size) / rounds / connections, level)
 
 
-MEASUREMENT = re.compile(r"after (\d+) min: (\d+) descriptors, (\d+) threads, (\d+) kB,")
+MEASUREMENT = re.compile(r"after (\d+) min: (\d+) descriptors, (\d+) threads, (\d+) kB, "
+                         r"(\d+) bytes in use,")
 
 
 def soak(_short):
-    """Hours, descriptors, threads and anonymous kB at the end of each hour."""
+    """Hours, descriptors, threads, anonymous kB and bytes in use at the end of each hour."""
     path = os.path.join(BUILD, "lab-runs", "soak", "output.log")
     try:
         with open(path, encoding="utf-8") as file:
@@ -283,8 +284,8 @@ def soak(_short):
         raise Failure(f"there is no {path}: `lab/lab.sh soak 24h` writes it") from error
     if not found:
         raise Failure(f"{path} has no measurement")
-    for minutes, descriptors, threads, memory in found:
-        yield int(minutes) / 60, int(descriptors), int(threads), int(memory)
+    for minutes, descriptors, threads, memory, in_use in found:
+        yield int(minutes) / 60, int(descriptors), int(threads), int(memory), int(in_use)
 
 
 class Plot:
@@ -323,10 +324,11 @@ PLOTS = {
         'set xrange [-0.5:5.5]; set key bottom left; plot DATA using 1:2:xtic(4) with linespoints title "processor", '
         'DATA using 1:3 axes x1y2 with linespoints title "log"'),
     "soak": Plot(
-        soak, "hours, descriptors, threads, kB of anonymous memory",
-        'set xlabel "hours"; set ylabel "kB of anonymous memory"; set yrange [0:]; set y2range [0:40]; '
+        soak, "hours, descriptors, threads, kB of anonymous memory, bytes that are allocated",
+        'set xlabel "hours"; set ylabel "kB"; set yrange [0:]; set y2range [0:40]; '
         'set y2tics; set ytics nomirror; set key bottom right; '
-        'plot DATA using 1:4 with linespoints title "memory", '
+        'plot DATA using 1:4 with linespoints title "anonymous memory", '
+        'DATA using 1:($5/1024) with linespoints title "allocated", '
         'DATA using 1:2 axes x1y2 with lines title "descriptors (right)", '
         'DATA using 1:3 axes x1y2 with lines title "threads (right)"'),
 }

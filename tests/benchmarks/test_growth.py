@@ -14,8 +14,8 @@ MEASURED = {"subscribers": (1, 7), "clients": (1, 2), "events": (1, 1), "interfa
             "levels": (2, 6)}
 
 SOAK = """\
-# 3619.70 after 60 min: 23 descriptors, 4 threads, 1024 kB, 9 files in /tmp; 22 events, 13 connections
-# 7219.70 after 120 min: 24 descriptors, 5 threads, 1028 kB, 9 files in /tmp; 22 events, 13 connections
+# 3619.70 after 60 min: 23 descriptors, 4 threads, 1024 kB, 166648 bytes in use, 9 files in /tmp; 22 events
+# 7219.70 after 120 min: 24 descriptors, 5 threads, 1028 kB, 166640 bytes in use, 9 files in /tmp; 22 events
 """
 
 
@@ -51,7 +51,8 @@ class Growth(unittest.TestCase):
         with open(os.path.join(folder, "output.log"), "w", encoding="utf-8") as file:
             file.write(SOAK)
         self.assertEqual(self.growth("soak", CORVID_BUILD=self.folder).returncode, 0)
-        self.assertEqual(self.rows("soak"), [["1", "23", "4", "1024"], ["2", "24", "5", "1028"]])
+        self.assertEqual(self.rows("soak"), [["1", "23", "4", "1024", "166648"],
+                                             ["2", "24", "5", "1028", "166640"]])
 
     def test_soak_without_a_record_is_an_error_that_names_the_command(self):
         result = self.growth("soak", CORVID_BUILD=self.folder)
