@@ -1,15 +1,18 @@
 # Warnings, sanitizers and the compiler cache, for every target of the project.
 
 set(CORVID_SANITIZE "" CACHE STRING
-  "Sanitizer build: empty, 'address' (with undefined), 'thread' or 'integer'")
-set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread integer)
+  "Sanitizer build: empty, 'address' (with undefined), 'thread', 'integer' or 'cfi'")
+set_property(CACHE CORVID_SANITIZE PROPERTY STRINGS "" address thread integer cfi)
 option(CORVID_LIBCXX "Build with libc++, the platform's C++ library (clang)" OFF)
 option(CORVID_FUZZ "Build the libFuzzer targets too (clang)" OFF)
+set(CORVID_DEVICE_OPTIONS "" CACHE STRING "Further options for the device's sources")
+set(CORVID_SEPARATE "" CACHE STRING
+  "With CMAKE_UNITY_BUILD: sources that do not go together with others of their library")
 option(CORVID_WERROR "Treat warnings as errors" ON)
 
 # Whether this is the build that has everything, also what does not depend on how it is compiled.
 set(CORVID_PLAIN ON)
-if(CORVID_SANITIZE OR CORVID_LIBCXX OR CMAKE_CROSSCOMPILING)
+if(CORVID_SANITIZE OR CORVID_LIBCXX OR CORVID_DEVICE_OPTIONS OR CMAKE_CROSSCOMPILING)
   set(CORVID_PLAIN OFF)
 endif()
 
@@ -55,8 +58,16 @@ elseif(CORVID_SANITIZE STREQUAL "integer")
   set(CORVID_DEVICE_OPTIONS ${integer_sanitizer} -fno-sanitize-recover=all
     -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/integer-ignored.txt)
   add_link_options(${integer_sanitizer})
+elseif(CORVID_SANITIZE STREQUAL "cfi")
+  # A call through a pointer goes where a function or a class of its type is. The linker looks at the
+  # whole program, so everything is compiled for it, host and tests too.
+  add_compile_options(-fsanitize=cfi -fno-sanitize-trap=cfi -fno-sanitize-recover=cfi -flto=thin
+    -fvisibility=hidden -fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/cfi-ignored.txt)
+  add_link_options(-fsanitize=cfi -fno-sanitize-trap=cfi -flto=thin -fuse-ld=lld
+    -Wl,--thinlto-cache-dir=${CMAKE_BINARY_DIR}/thinlto)
 elseif(CORVID_SANITIZE)
-  message(FATAL_ERROR "CORVID_SANITIZE is '${CORVID_SANITIZE}': use address, thread or integer")
+  message(FATAL_ERROR
+    "CORVID_SANITIZE is '${CORVID_SANITIZE}': use address, thread, integer or cfi")
 else()
   # Line numbers are what a backtrace needs, and all that is worth a quarter of the time to compile.
   # For a debugger: -DCMAKE_BUILD_TYPE=Debug.
@@ -74,3 +85,15 @@ if(CORVID_FUZZ)
 endif()
 # A library that nothing needs a symbol of costs start-up time and memory.
 add_link_options(-Wl,--as-needed)
+
+# compile_separately(): as CORVID_SEPARATE says. Behind the folders' CMakeLists.txt.
+function(compile_separately)
+  foreach(source ${CORVID_SEPARATE})
+    get_filename_component(folder ${CMAKE_SOURCE_DIR}/${source} DIRECTORY)
+    while(NOT EXISTS ${folder}/CMakeLists.txt)
+      get_filename_component(folder ${folder} DIRECTORY)
+    endwhile()
+    set_source_files_properties(${CMAKE_SOURCE_DIR}/${source} DIRECTORY ${folder}
+      PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endforeach()
+endfunction()

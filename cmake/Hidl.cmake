@@ -40,6 +40,8 @@ function(add_hidl_library target)
   add_library(${target} STATIC ${sources})
   target_include_directories(${target} SYSTEM PUBLIC ${out})
   target_link_libraries(${target} PUBLIC ${ARG_DEPS})
+  # Each generated file has functions of the same names for itself.
+  set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
   # hidl-gen's output is not ours to clean up.
   target_compile_options(${target} PRIVATE -w)
 endfunction()
