@@ -8,6 +8,7 @@ cd "$(dirname "$0")"
 usage() {
     cat <<'END'
 usage: ./test.sh [--all | --arm64 | --armhf | --package] [OPTION ...] [-- CTEST-OPTION ...]
+       ./test.sh --toolchains [ROW ...]
 
 Installs what is missing, builds, and runs the tests, the virtual machine's included.
 
@@ -15,6 +16,9 @@ Installs what is missing, builds, and runs the tests, the virtual machine's incl
   --arm64    in place of that the tests compiled for arm64, by emulation
   --armhf    the same for a machine with words of 32 bits
   --package  in place of that the Debian package, in a fresh Debian; as root, and a few minutes
+  --toolchains
+             in place of that the daemon by the platform's toolchains, a row for each: compilers of
+             several ages, libc++, an image's checks. Some rows run the unit tests too.
   -R REGEX   only tests whose names match: ./test.sh -R TxPower
   -E REGEX   no tests whose names match
   -L REGEX   only tests with such a label (lab, tidy)
@@ -44,6 +48,11 @@ while [ $# -gt 0 ]; do
         --all) all=true ;;
         --arm64 | --armhf) machine=${1#--} ;;
         --package) package=true ;;
+        --toolchains)
+            shift
+            install_packages packages.txt
+            exec python3 -B tests/toolchains/toolchains.py "$@"
+            ;;
         -V | -N) options+=("$1") ;;
         -R | -E | -L | -LE | -j)
             [ $# -ge 2 ] || fail "$1 needs a value; see ./test.sh --help"
