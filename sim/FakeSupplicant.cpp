@@ -102,7 +102,7 @@ void FakeSupplicant::suspend() {
 void FakeSupplicant::resume() {
     suspended_ = false;
     for (auto& [name, socket] : sockets_) {
-        loop_.watch(socket.control.fd(), [this, name = name] { onReadable(name); });
+        loop_.watch(socket.control.fd(), [this, file = name] { onReadable(file); });
     }
 }
 
