@@ -622,9 +622,9 @@ TEST_F(FrequencyBlockManagerTest, DestructionWaitsForTheEventThatItHandles) {
             std::this_thread::sleep_for(milliseconds(20));
             return "RSSI=-50\nFREQUENCY=2437\n";
         });
+        log_.clear();
         coex().signalEvent(CoexEventType::WIFI_STA_CONNECTED, "- ");
         ASSERT_TRUE(test::waitUntil([&] { return asked.load(); }));
-        log_.clear();
         manager_.reset();
         EXPECT_EQ(log_.count(ANDROID_LOG_DEBUG, "FrequencyBlockManager: chosen new freq:2437"), 1U);
     }
