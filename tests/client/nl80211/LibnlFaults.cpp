@@ -110,7 +110,9 @@ int __wrap_nl_recv(nl_sock* socket, sockaddr_nl* peer, unsigned char** bytes, uc
     return received;
 }
 
-[[gnu::visibility("default")]] nl_msg* nlmsg_convert(nlmsghdr* header) {
+// The preset cfi knows no type of a function that dlsym has found.
+[[gnu::visibility("default"), clang::no_sanitize("cfi-icall")]] nl_msg* nlmsg_convert(
+    nlmsghdr* header) {
     static const auto convert =
         reinterpret_cast<nl_msg* (*)(nlmsghdr*)>(dlsym(RTLD_NEXT, "nlmsg_convert"));
     return takeFault(LibnlCall::Convert) ? nullptr : convert(header);
