@@ -34,13 +34,18 @@ constexpr std::string_view kDaemonTag = "CorvidWifi";
 /** The lowest level shown for the daemon's tag; 0: what ANDROID_LOG_TAGS says. */
 host::PolledProperty daemonLevel("log.tag.CorvidWifi", host::TagFilter::levelOf);
 
+/** What ANDROID_LOG_TAGS says of the daemon's tag, which is asked for three times a line. */
+int daemonDefault() {
+    static const int lowest = tagFilter().lowest(kDaemonTag);
+    return lowest;
+}
+
 bool isShown(int priority, std::string_view tag) {
-    if (tag == kDaemonTag) {
-        if (const int lowest = daemonLevel.value(); lowest != 0) {
-            return priority >= lowest;
-        }
+    if (tag != kDaemonTag) {
+        return tagFilter().shows(priority, tag);
     }
-    return tagFilter().shows(priority, tag);
+    const int lowest = daemonLevel.value();
+    return priority >= (lowest != 0 ? lowest : daemonDefault());
 }
 
 /**
@@ -156,7 +161,7 @@ extern "C" int __android_log_is_loggable(int priority, const char* tag, int /*de
 extern "C" [[gnu::constructor(101)]] void hostLogStart() {
     pthread_atfork(nullptr, nullptr, [] { stamp.forget(); });
     // These allocate, and the first line may be a signal handler's.
-    tagFilter();
+    daemonDefault();
     tzset();
     __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(printLine);

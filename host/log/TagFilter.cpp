@@ -42,9 +42,9 @@ void TagFilter::add_(std::string_view word) {
     }
 }
 
-bool TagFilter::shows(int priority, std::string_view tag) const {
+int TagFilter::lowest(std::string_view tag) const {
     const auto entry = lowestByTag_.find(tag);
-    return priority >= (entry != lowestByTag_.end() ? entry->second : lowestOfOthers_);
+    return entry != lowestByTag_.end() ? entry->second : lowestOfOthers_;
 }
 
 }  // namespace host

@@ -20,7 +20,10 @@ class TagFilter {
     explicit TagFilter(std::string_view words);
 
     /** Whether a line of that priority (an android_LogPriority) and tag is shown. */
-    bool shows(int priority, std::string_view tag) const;
+    bool shows(int priority, std::string_view tag) const { return priority >= lowest(tag); }
+
+    /** The lowest priority of the tag's lines that is shown. */
+    int lowest(std::string_view tag) const;
 
     /** The android_LogPriority of "V", "d", "debug", ...: of the first letter. 0 for another. */
     static int levelOf(std::string_view word);

@@ -56,16 +56,28 @@ bool isUsable(std::string_view name) {
     return !name.empty() && name.find('/') == std::string_view::npos;
 }
 
-/** The file that a property is; empty for a name that is not usable. */
-std::string pathOf(std::string_view name) {
-    return isUsable(name) ? host::rootedPath(kFolder, name) : std::string();
-}
+/**
+ * The path of the file that a property is. Empty, which no file's path is, for a name that is not
+ * usable or too long. Allocates nothing.
+ */
+class PropertyPath {
+  public:
+    explicit PropertyPath(std::string_view name) {
+        if (!isUsable(name) || !host::rootedPath(path_, kFolder, name)) {
+            path_[0] = '\0';
+        }
+    }
+    const char* c_str() const { return path_.data(); }
+
+  private:
+    std::array<char, PATH_MAX> path_;
+};
 
 /**
  * Whether a property is set: there is a file that can be read. Most properties that are asked for
  * are not set, and the kernel answers stat(2) quicker than an open(2) that fails.
  */
-bool isSet(const std::string& path) {
+bool isSet(const PropertyPath& path) {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) == 0;
@@ -103,7 +115,7 @@ class PropertyFile {
 };
 
 /** The value of a property; empty when it is not set. */
-std::string readValue(const std::string& path) {
+std::string readValue(const PropertyPath& path) {
     const PropertyFile file(path.c_str());
     std::string value(file.size(), '\0');
     value.resize(file.read(value.data(), value.size()));
@@ -117,14 +129,14 @@ std::string readValue(const std::string& path) {
 }  // namespace
 
 const prop_info* __system_property_find(const char* name) {
-    return isSet(pathOf(name)) ? table().entry(name) : nullptr;
+    return isSet(PropertyPath(name)) ? table().entry(name) : nullptr;
 }
 
 void __system_property_read_callback(const prop_info* property,
                                      void (*callback)(void* cookie, const char* name,
                                                       const char* value, uint32_t serial),
                                      void* cookie) {
-    const std::string value = readValue(pathOf(property->name));
+    const std::string value = readValue(PropertyPath(property->name));
     callback(cookie, property->name.c_str(), value.c_str(), 0);
 }
 
@@ -156,7 +168,7 @@ int __system_property_set(const char* name, const char* value) {
         errno = EINVAL;
         return -1;
     }
-    const std::string path = pathOf(name);
+    const PropertyPath path(name);
     const std::string draft =
         host::rootedPath(kFolder, "." + std::to_string(getpid()) + "." + name);
     if (!host::createParentFolders(draft) || !android::base::WriteStringToFile(value, draft) ||
@@ -171,12 +183,8 @@ int __system_property_set(const char* name, const char* value) {
 
 // Allocates nothing and takes no lock: the log asks it inside a signal handler too.
 int __system_property_get(const char* name, char* value) {
-    size_t length = 0;
-    std::array<char, PATH_MAX> path;
-    if (isUsable(name) && host::rootedPath(path, kFolder, name)) {
-        const PropertyFile file(path.data());
-        length = file.read(value, std::min<size_t>(file.size(), PROP_VALUE_MAX));
-    }
+    const PropertyFile file(PropertyPath(name).c_str());
+    size_t length = file.read(value, std::min<size_t>(file.size(), PROP_VALUE_MAX));
     if (length > 0 && value[length - 1] == '\n') {
         --length;
     }
