@@ -68,15 +68,13 @@ bool getRssiAndFreq(const std::string& reply, int& rssi, int& frequency) {
     frequency = -1;
     std::string_view rest = reply;
     while (!rest.empty() && (rssi == -1 || frequency == -1)) {
-        std::string_view name;
-        std::string_view value;
-        if (!splitPair(cutPiece(rest, '\n'), name, value)) {
-            continue;
-        }
-        if (rssi == -1 && name == "RSSI") {
-            rssi = toInt(value);
-        } else if (frequency == -1 && name == "FREQUENCY") {
-            frequency = toInt(value);
+        constexpr std::string_view kRssi = "RSSI=";
+        constexpr std::string_view kFrequency = "FREQUENCY=";
+        const std::string_view line = cutPiece(rest, '\n');
+        if (rssi == -1 && startsWith(line, kRssi)) {
+            rssi = toInt(line.substr(kRssi.size()));
+        } else if (frequency == -1 && startsWith(line, kFrequency)) {
+            frequency = toInt(line.substr(kFrequency.size()));
         }
     }
     return rssi != -1 && frequency != -1;

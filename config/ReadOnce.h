@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <mutex>
 
 namespace Ursa::OS::Wifi {
@@ -12,14 +13,20 @@ class ReadOnce {
     constexpr ReadOnce(T (*read)(T), T fallback) : read_(read), value_(fallback) {}
 
     T operator()() const {
-        std::call_once(once_, [this] { value_ = read_(value_); });
+        if (!isRead_.load(std::memory_order_acquire)) {
+            std::call_once(once_, [this] {
+                value_ = read_(value_);
+                isRead_.store(true, std::memory_order_release);
+            });
+        }
         return value_;
     }
 
   private:
     T (*const read_)(T);
     mutable std::once_flag once_;
-    mutable T value_;  ///< the default until once_ is done
+    mutable std::atomic<bool> isRead_{false};  ///< once_ is done, asked in a fraction of its time
+    mutable T value_;                          ///< the default until then
 };
 
 }  // namespace Ursa::OS::Wifi

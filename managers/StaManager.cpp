@@ -184,7 +184,7 @@ StationSignal StaManager::pollSignal_() {
     if (signal.isKnown()) {
         const auto samples = samples_.lock();
         samples->frequency = signal.frequency;
-        samples->at = Moment::now();
+        samples->at = Moment::coarseNow();
         if (samples->rssi.size() == Samples::kCapacity) {
             samples->rssi.erase(samples->rssi.begin());
         }
