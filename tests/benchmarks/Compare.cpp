@@ -136,9 +136,22 @@ OneProcessor::OneProcessor() {
     CPU_ZERO(&one);
     CPU_SET(sched_getcpu(), &one);
     sched_setaffinity(0, sizeof(one), &one);
+    if (isNormal_) {
+        setPolicy_(SCHED_BATCH);
+    }
 }
 
-OneProcessor::~OneProcessor() { sched_setaffinity(0, sizeof(before_), &before_); }
+OneProcessor::~OneProcessor() {
+    if (isNormal_) {
+        setPolicy_(SCHED_OTHER);
+    }
+    sched_setaffinity(0, sizeof(before_), &before_);
+}
+
+void OneProcessor::setPolicy_(int policy) {
+    const sched_param none = {};
+    sched_setscheduler(0, policy, &none);
+}
 
 void report(benchmark::State& state, const std::string& name, double ratio, double max,
             const std::string& remark) {

@@ -44,7 +44,8 @@ class Rounds {
 /**
  * Keeps the calling thread, and those that it starts meanwhile, on one processor. Two threads that
  * wait for each other then take the same road every time, not one that depends on where the
- * scheduler put them.
+ * scheduler put them. Nor does one that is woken interrupt the other (SCHED_BATCH): whether it may
+ * depends on how much time each has had lately. A real-time priority is left alone.
  */
 class OneProcessor {
   public:
@@ -55,7 +56,10 @@ class OneProcessor {
     OneProcessor& operator=(const OneProcessor&) = delete;
 
   private:
+    static void setPolicy_(int policy);
+
     cpu_set_t before_;
+    const bool isNormal_ = sched_getscheduler(0) == SCHED_OTHER;
 };
 
 /**

@@ -44,6 +44,11 @@ const std::string& bareMonitorPath() {
     return path;
 }
 
+const std::string& loadedMonitorPath() {
+    static const std::string path = besideThisProgram("loaded_monitor");
+    return path;
+}
+
 /** A program that runs for as long as this object lives. */
 class Process {
   public:
@@ -133,23 +138,26 @@ double startTime(Peer& peer, const std::vector<std::string>& command) {
 void start(benchmark::State& state) {
     Rounds withWait;
     Rounds withoutWait;
+    Rounds librariesAlone;
     {
         const Headset headset;
         Peer peer(headset.socket("wlan0"));
-        const auto bare = [&](int waitMs) {
-            return startTime(peer,
-                             {bareMonitorPath(), std::to_string(waitMs), headset.socket("wlan0")});
+        const auto monitor = [&](const std::string& program, int waitMs) {
+            return startTime(peer, {program, std::to_string(waitMs), headset.socket("wlan0")});
         };
         for ([[maybe_unused]] auto _ : state) {
-            const double same = bare(kPrescribedWaitMs);
+            const double same = monitor(bareMonitorPath(), kPrescribedWaitMs);
             const double daemon = startTime(peer, {daemonPath()});
-            const double none = bare(0);
+            const double none = monitor(bareMonitorPath(), 0);
+            librariesAlone.add(monitor(loadedMonitorPath(), 0), none);
             withWait.add(state, daemon, same);
             withoutWait.add(daemon - kPrescribedWaitMs * 1e6, none);
         }
     }
     report(state, "Start to attached monitor / C program, 25 ms wait in both", withWait, 1, 2.00);
     report(state, "Start to attached monitor / C program, less the wait", withoutWait, 1,
+           kNoTarget);
+    report(state, "Start of the daemon's libraries alone / C program", librariesAlone, 1,
            kNoTarget);
 }
 BENCHMARK(start)->UseManualTime()->Unit(benchmark::kMillisecond);
@@ -159,6 +167,7 @@ void atRest(benchmark::State& state) {
     constexpr const char* kThreads = "At rest, threads";
     constexpr const char* kPss = "At rest, PSS / idle wpa_supplicant";
     constexpr const char* kAnonymous = "At rest, anonymous memory / bare C loop";
+    constexpr const char* kLibraries = "At rest, anonymous memory of the libraries alone / C loop";
     constexpr const char* kSupplicant = "/usr/sbin/wpa_supplicant";
     const auto settle = std::chrono::milliseconds(smoke() ? 300 : 2000);
     const auto watch = std::chrono::seconds(smoke() ? 0 : 10);
@@ -170,14 +179,18 @@ void atRest(benchmark::State& state) {
         sta.serve();
         p2p.serve();
         const Process daemon({daemonPath()});
-        const Process bare({bareMonitorPath(), std::to_string(kPrescribedWaitMs),
-                            headset.socket("wlan0"), headset.socket("p2p-wlan0-0")});
+        const auto monitor = [&](const std::string& program) {
+            return std::vector<std::string>{program, std::to_string(kPrescribedWaitMs),
+                                            headset.socket("wlan0"), headset.socket("p2p-wlan0-0")};
+        };
+        const Process bare(monitor(bareMonitorPath()));
+        const Process loaded(monitor(loadedMonitorPath()));
         const TempFolder control;
         const Process supplicant({kSupplicant, "-Dwired", "-ilo", "-C" + control.path()}, true);
         std::this_thread::sleep_for(settle);
 
-        if (!daemon.alive() || !bare.alive()) {
-            reportMissing(state, kWakeUps, "the daemon or the C program does not run");
+        if (!daemon.alive() || !bare.alive() || !loaded.alive()) {
+            reportMissing(state, kWakeUps, "the daemon or a C program does not run");
             return;
         }
         const long sleeps = daemon.sleeps();
@@ -186,11 +199,16 @@ void atRest(benchmark::State& state) {
         report(state, kThreads, static_cast<double>(daemon.number("status", "Threads")), 2);
 
         const long pss = daemon.number("smaps_rollup", "Pss");
-        const long anonymous = daemon.number("smaps_rollup", "Anonymous");
         const long bareAnonymous = bare.number("smaps_rollup", "Anonymous");
-        report(state, kAnonymous,
-               static_cast<double>(anonymous) / static_cast<double>(bareAnonymous), 2.50,
-               std::to_string(anonymous) + " kB against " + std::to_string(bareAnonymous) + " kB");
+        const auto reportAnonymous = [&](const char* name, const Process& process, double max) {
+            const long anonymous = process.number("smaps_rollup", "Anonymous");
+            report(
+                state, name, static_cast<double>(anonymous) / static_cast<double>(bareAnonymous),
+                max,
+                std::to_string(anonymous) + " kB against " + std::to_string(bareAnonymous) + " kB");
+        };
+        reportAnonymous(kAnonymous, daemon, 2.50);
+        reportAnonymous(kLibraries, loaded, kNoTarget);
         if (!supplicant.alive() || supplicant.number("smaps_rollup", "Pss") <= 0) {
             reportMissing(state, kPss, std::string(kSupplicant) + " does not run here");
             return;

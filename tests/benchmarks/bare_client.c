@@ -2,12 +2,15 @@
 
 #include <errno.h>
 #include <poll.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <sys/epoll.h>
 
-enum { BUFFER_SIZE = 4096, TAG_LENGTH = 3, MAX_EVENTS = 10, WAIT_MS = 300000 };
+enum { BUFFER_SIZE = 4096, TAG_LENGTH = 3, MAX_EVENTS = 10, MAX_CLIENTS = 2, WAIT_MS = 300000 };
 
 int bare_open(struct bare_client* client, const char* path) {
     client->monitor = wpa_ctrl_open(path);
@@ -100,4 +103,22 @@ int bare_answer(const struct bare_client* clients, size_t count, const char* pre
     }
     close(epoll_fd);
     return result;
+}
+
+int bare_monitor(int argc, char** argv) {
+    if (argc < 3 || argc > 2 + MAX_CLIENTS) {
+        fprintf(stderr, "bare_monitor WAIT_MS PATH [PATH]\n");
+        return 2;
+    }
+    const struct timespec wait = {.tv_sec = 0, .tv_nsec = atol(argv[1]) * 1000000L};
+    nanosleep(&wait, NULL);
+
+    struct bare_client clients[MAX_CLIENTS];
+    const size_t count = (size_t)argc - 2;
+    for (size_t i = 0; i < count; ++i) {
+        if (bare_open(&clients[i], argv[2 + i]) != 0) {
+            return 1;
+        }
+    }
+    return bare_answer(clients, count, "CTRL-EVENT-CONNECTED ", "SIGNAL_POLL", -1) == 0 ? 0 : 1;
 }

@@ -32,6 +32,12 @@ long bare_count(const struct bare_client* client, const char* last);
 int bare_answer(const struct bare_client* clients, size_t count, const char* prefix,
                 const char* command, int stop_fd);
 
+/**
+ * A program of these: waits WAIT_MS, attaches to each control socket and answers "connected" with
+ * SIGNAL_POLL for ever. Arguments and result are those of main().
+ */
+int bare_monitor(int argc, char** argv);
+
 #ifdef __cplusplus
 }
 #endif
