@@ -4,6 +4,9 @@
 # status FIELD: of the daemon's process.
 status() { sed -n "s/^$1:[ 	]*//p" "/proc/$daemon/status" | tr '\t' ' '; }
 
+# traced: a call has come into the trace.
+traced() { call getStaInfo && [ -s /data/misc/trace/corvid-wifi.json ]; }
+
 # ended STATUS: the daemon ends with it. 159 is SIGSYS.
 ended_with() {
     wait "$daemon"
@@ -57,3 +60,10 @@ kill -USR2 "$daemon"
 told "service: Received a signal: 12"
 dump >/dev/null
 still_runs
+
+step "with tracing on, which has a file of its own on a host"
+mkdir -p /data/misc/trace
+chown $wifi:$wifi /data/misc/trace
+echo true >/dev/__properties__/debug.trace.CorvidWifi
+until_true traced
+has "the answer" "$(call getStaInfo)" '"frequency":-1'
