@@ -16,6 +16,7 @@
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <sys/un.h>
@@ -135,6 +136,16 @@ class WpaSocketTest : public testing::Test {
         return ::poll(&readable, 1, 30'000) == 1;
     }
 
+    /** Makes the event descriptor readable and lets the timer expire behind it, for one turn. */
+    void makeReadyBeforeTimer(int events) {
+        // On a busy machine it may have expired already, and would come first.
+        setTimer_({});
+        turn();
+        eventfd_write(events, 1);
+        setTimer_({0, 1});
+        ASSERT_TRUE(waitForTimer());
+    }
+
     /** Runs what is ready or posted now, and what that posts. */
     void turn() {
         while (poll_->poll(0) > 0) {
@@ -174,6 +185,11 @@ class WpaSocketTest : public testing::Test {
         const bool named = ask(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0 &&
                            address.sun_family == AF_UNIX;
         return named ? address.sun_path : "";
+    }
+
+    void setTimer_(const timespec& time) const {
+        const itimerspec once = {{}, time};
+        timerfd_settime(timer_, 0, &once, nullptr);
     }
 
     int timer_ = -1;

@@ -292,8 +292,7 @@ TEST_F(WpaSocketState, FileThatIsRecreatedWhileAnAttemptSucceedsLeavesASocketTha
     while (state() != State::Connecting) {
         poll_->poll(0);
     }
-    eventfd_write(news.get(), 1);
-    ASSERT_TRUE(waitForTimer());
+    makeReadyBeforeTimer(news.get());
     ASSERT_EQ(poll_->poll(0), 2);
     ASSERT_EQ(supplicant.attachRequests(), 1u);  // the order of the two was as wanted
 
@@ -315,8 +314,7 @@ TEST_F(WpaSocketState, FileThatIsDeletedJustBeforeAnAttemptLeavesAStoppedSocket)
     while (state() != State::Connecting) {
         poll_->poll(0);
     }
-    eventfd_write(news.get(), 1);
-    ASSERT_TRUE(waitForTimer());
+    makeReadyBeforeTimer(news.get());
     turn();
     EXPECT_EQ(errors("Wpa socket file path is not ready"), 1u);
     EXPECT_EQ(state(), State::Stopped);
@@ -335,8 +333,7 @@ TEST_F(WpaSocketState, FileThatIsCreatedAnewWhileTheSocketGivesUpIsTriedAnew) {
     }
     ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 5; }));  // the next one gives up
     const test::FakeControlSocket supplicant(path_);
-    eventfd_write(news.get(), 1);
-    ASSERT_TRUE(waitForTimer());
+    makeReadyBeforeTimer(news.get());
     ASSERT_EQ(poll_->poll(0), 2);
     EXPECT_EQ(errors("Failed to connect to supplicant after timeout 12 ms => stop"), 1u);
     ASSERT_TRUE(turnUntil(socket_, State::Connected));

@@ -34,7 +34,7 @@ namespace {
 
 /** Sanitizers keep what was freed for a while, so memory says nothing there, and they are slow. */
 constexpr bool kSanitized = CORVID_SANITIZED;
-constexpr int kTimes = kSanitized ? 50 : 1000;
+constexpr int kTimes = kSanitized || CORVID_EMULATED ? 50 : 1000;
 constexpr int kWarmUp = kTimes / 5;
 /** Allocators keep a little of what they were given back. */
 constexpr long kMemorySlackKiB = 64;

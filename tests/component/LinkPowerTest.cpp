@@ -12,10 +12,14 @@
 
 using namespace std::chrono_literals;
 using component::Headset;
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::Ge;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 namespace {
 
@@ -422,7 +426,8 @@ TEST_F(LinkPower, WithEverySwitchOffNothingIsSentAndTheCallsAreRefused) {
     EXPECT_EQ(headset_.call("setP2pPairedDeviceType HALBERD").status, 0);
     sample(-45);
     disconnect();
-    EXPECT_THAT(trace(), ElementsAre("-45 dBm 5180 MHz", "-45 dBm 5180 MHz"));
+    // Two samples, and on a busy machine those of the time that passes.
+    EXPECT_THAT(trace(), AllOf(SizeIs(Ge(2U)), Each("-45 dBm 5180 MHz")));
     const std::string dump = headset_.dump();
     for (const char* label : {"DevParamsManager", "ElnaManager", "PowerJumpDetectManager",
                               "TxChainManager", "TxPowerManager"}) {

@@ -324,7 +324,7 @@ TEST_F(DebugReportTest, ReportComesWhileTheSupplicantDoesNotAnswer) {
     const auto start = std::chrono::steady_clock::now();
     const Json all = json();
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    EXPECT_LT(took.count(), 1.0) << "a command is waited for, for 10 s";
+    EXPECT_LT(took.count(), 8.0) << "a command is waited for, for 10 s";
     const Json& pending = all.at("sockets").at("sockets").at(0).at("pending");
     EXPECT_EQ(pending.at("text"), "SIGNAL_POLL");
     EXPECT_EQ(pending.at("outcome"), "pending");

@@ -30,7 +30,7 @@ using test::message;
 using test::number32;
 
 /** An emulated program on a busy machine needs long for a request and its answer. */
-constexpr std::chrono::milliseconds kImpatience{CORVID_EMULATED ? 2000 : 50};
+constexpr std::chrono::milliseconds kImpatience{CORVID_EMULATED ? 2000 : 500};
 
 const std::string kTimedOut = "Nl80211Client: Failed to receive netlink response: timed out";
 const std::string kNoMemory = "Nl80211Client: Failed to receive netlink response: Out of memory";
