@@ -37,9 +37,6 @@ COMPILED = {
     "clang-14-no-rtti": ("clang++-14", "-fsyntax-only -std=c++17 -fno-rtti"),
     "clang-16": ("clang++-16", "-fsyntax-only -std=c++17"),
     "clang-19": ("clang++-19", "-fsyntax-only -std=c++17"),
-    # With the preset of that name the tests of os/, client/ and host/ have passed; those of managers/,
-    # service/ and tools/ were not run.
-    "cfi": ("clang++-14", "-c -std=c++17 -O1 -fsanitize=cfi -flto=thin -fvisibility=hidden"),
     # It can't run: Debian's libraries for arm64 write to x18, the shadow stack's register.
     "shadow-call-stack": (
         "clang++-14", "--target=aarch64-linux-gnu -c -std=c++17 -O2 -fsanitize=shadow-call-stack "
@@ -50,6 +47,7 @@ COMPILED = {
 RUN = {
     "libcxx": ("clang++",),
     "integer": ("clang++",),
+    "cfi": ("clang++", "ld.lld", "llvm-ar"),
     "fortify": ("clang++-19",),
 }
 
