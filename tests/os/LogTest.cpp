@@ -1,3 +1,5 @@
+#include <climits>
+#include <cstdio>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -25,6 +27,41 @@ TEST(Log, LineBeginsWithItsSourceFilesNameAndCarriesTheDaemonsTag) {
     EXPECT_EQ(log.lines()[0].tag, "CorvidWifi");
     EXPECT_EQ(log.lines()[0].message, "LogTest: the answer is 42");
     EXPECT_EQ(log.lines()[0].priority, ANDROID_LOG_INFO);
+}
+
+/** Whether a line of these arguments is what snprintf() makes of them. */
+template <typename... Arguments>
+void expectAsSnprintf(const char* format, Arguments... arguments) {
+    const test::LogCapture log;
+    char expected[1500];
+    snprintf(expected, sizeof(expected), format, arguments...);
+    logLine(ANDROID_LOG_INFO, "Source", format, arguments...);
+    ASSERT_THAT(log.lines(), SizeIs(1));
+    EXPECT_EQ(log.lines()[0].message, ("Source: " + std::string(expected)).substr(0, 1023));
+}
+
+TEST(Log, LineIsFormattedAsTheCLibraryDoes) {
+    expectAsSnprintf("no argument%s", "");
+    expectAsSnprintf("%s", "first and last");
+    expectAsSnprintf("%s rssi:%d freq:%d", "StaManager event(CONNECTED)", -40, 5180);
+    expectAsSnprintf("%d%d,%d", INT_MIN, INT_MAX, 0);
+    expectAsSnprintf("[%u|%u]", 0U, UINT_MAX);
+}
+
+TEST(Log, LineWithOtherConversionsIsFormattedAsTheCLibraryDoes) {
+    expectAsSnprintf("%s is 100 %% of %d", "it", 7);
+    expectAsSnprintf("%s %5d|%-5d|%05d", "wide", 1, 2, 3);
+    expectAsSnprintf("%d %.2s %-4s.", 1, "cut", "w");
+    expectAsSnprintf("%u %ld %zu %lld", 1U, LONG_MIN, sizeof(int), LLONG_MAX);
+    expectAsSnprintf("%s 0x%08x %c %.3f %i", "x", 0xabcU, 'c', 1.5, -3);
+    expectAsSnprintf("%d %s", 5, static_cast<const char*>(nullptr));
+}
+
+TEST(Log, LineThatIsCutBetweenItsArgumentsIsWhatTheCLibraryCutsItTo) {
+    for (const size_t length : {1009U, 1010U, 1011U, 1012U, 1013U, 1014U, 1015U, 1016U}) {
+        const std::string text(length, 'x');
+        expectAsSnprintf("%s 12%d%s", text.c_str(), 345, "end");
+    }
 }
 
 TEST(Log, EachMacroHasItsLevel) {
