@@ -29,6 +29,15 @@ def sample(t, rssi=-50, frequency=5180, **more):
             "sta": {"frequency_mhz": frequency, "rssi_dbm": rssi, "bandwidth_mhz": 80}}
 
 
+def read_terminal(outside):
+    """What was written to a terminal, until nobody has its other end any more."""
+    text = b""
+    with contextlib.suppress(OSError):  # is how that end shows
+        while chunk := os.read(outside, 4096):
+            text += chunk
+    return text.decode()
+
+
 class FilesTest(unittest.TestCase):
     """A test with a folder of its own."""
 
@@ -67,14 +76,9 @@ class FilesTest(unittest.TestCase):
         with subprocess.Popen([sys.executable, "-B", COMMAND, *words], cwd=self.folder,
                               stdout=inside, env={**clean, **environment}) as process:
             os.close(inside)
-            text = b""
-            try:
-                while chunk := os.read(outside, 4096):
-                    text += chunk
-            except OSError:
-                pass  # nobody has the terminal's other end any more
+            text = read_terminal(outside)
             self.assertEqual(process.wait(), 0)
-        return text.decode()
+        return text
 
     def run_here(self, *words):
         """Runs `corvid-trace WORDS` in this process, which is quicker, but not in the folder."""

@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """Tests of sweeps in the machine."""
 
-import contextlib
 import json
 import os
 import pty
@@ -11,7 +10,7 @@ import sys
 import time
 
 import guest
-from support import COMMAND, CONTROLLED, FilesTest, sample
+from support import COMMAND, CONTROLLED, FilesTest, read_terminal, sample
 
 VALUES = ("--set", "txpower.rssi.upper=-60,-50", "--set", "dbm.lower=3:5:1")
 ROWS = 6
@@ -78,12 +77,9 @@ class GuestSweepTest(FilesTest):
         with subprocess.Popen([sys.executable, "-B", COMMAND, "sweep", "walk", *VALUES, "-o", "sweep"],
                               cwd=self.folder, stderr=inside) as process:
             os.close(inside)
-            shown = b""
-            with contextlib.suppress(OSError):  # nobody has the other end any more
-                while chunk := os.read(outside, 4096):
-                    shown += chunk
+            shown = read_terminal(outside)
             self.assertEqual(process.wait(), 0)
-        self.assertRegex(shown.decode(), r"\[#{10} {10}\] 3 of 6 replays, \d+ s left")
+        self.assertRegex(shown, r"\[#{10} {10}\] 3 of 6 replays, \d+ s left")
 
     def test_rows_measure_what_their_settings_do(self):
         self.sweep()

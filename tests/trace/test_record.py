@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from corvid_trace.format import read_trace, wrong_with_header, wrong_with_record
-from support import FilesTest
+from support import FilesTest, read_terminal
 
 BIN = os.path.join(os.environ["CORVID_BUILD"], "bin")
 
@@ -53,12 +53,12 @@ class RecordTest(FilesTest):
     def test_terminal_shows_one_line_that_is_written_over(self):
         self.tell("sta 5180 -58 3")
         reading, writing = pty.openpty()
+        self.addCleanup(os.close, reading)
         try:
             done = self.record("--until", "250ms", stderr=writing)
-            shown = os.read(reading, 65536).decode()
         finally:
-            os.close(reading)
             os.close(writing)
+        shown = read_terminal(reading)
         self.assertEqual((done.returncode, done.stdout), (0, ""))
         self.assertIn("\r\x1b[K0 s, 1 samples: 5180 MHz, -58 dBm", shown)
         self.assertIn("\r\x1b[Kcorvid-wifi: ", shown)
