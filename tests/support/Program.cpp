@@ -137,15 +137,15 @@ bool Program::readSome_(const unique_fd& fd, std::string& buffer) {
     return true;
 }
 
-std::optional<std::string> Program::readLine() {
+std::optional<std::string> Program::readLine_(const unique_fd& fd, std::string& buffer) {
     size_t end = std::string::npos;
-    while ((end = outBuffer_.find('\n')) == std::string::npos) {
-        if (!readSome_(out_, outBuffer_)) {
+    while ((end = buffer.find('\n')) == std::string::npos) {
+        if (!readSome_(fd, buffer)) {
             return std::nullopt;
         }
     }
-    std::string line = outBuffer_.substr(0, end);
-    outBuffer_.erase(0, end + 1);
+    std::string line = buffer.substr(0, end);
+    buffer.erase(0, end + 1);
     return line;
 }
 

@@ -37,7 +37,9 @@ class Program {
     /** Writes a line, to which the newline is added, to its standard input. */
     void writeLine(const std::string& line);
     /** The next line of its standard output, without the newline; nothing at its end. */
-    std::optional<std::string> readLine();
+    std::optional<std::string> readLine() { return readLine_(out_, outBuffer_); }
+    /** The same of its standard error. */
+    std::optional<std::string> readErrorLine() { return readLine_(error_, errorBuffer_); }
     /** All that is left of its standard output, up to its end. */
     std::string readOutput() { return readAll_(out_, outBuffer_); }
     /** All that is left of its standard error, up to its end. */
@@ -56,6 +58,7 @@ class Program {
     pid_t pid() const { return pid_; }
 
   private:
+    std::optional<std::string> readLine_(const ::android::base::unique_fd& fd, std::string& buffer);
     std::string readAll_(const ::android::base::unique_fd& fd, std::string& buffer);
     /** Appends what comes next to `buffer`. False at the end, or when nothing comes. */
     bool readSome_(const ::android::base::unique_fd& fd, std::string& buffer);
