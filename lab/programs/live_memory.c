@@ -20,8 +20,7 @@ void __libc_free(void* memory);
 static atomic_long ownCount;
 static _Atomic(atomic_long*) count = &ownCount;
 
-/** What was allocated before this one runs is counted until then, and goes into the file with it.
- */
+/** What was allocated before it runs is counted too, and goes into the file then. */
 __attribute__((constructor)) static void publish(void) {
     const char* const path = getenv("LAB_LIVE_MEMORY");
     const int file = path == NULL ? -1 : open(path, O_RDWR | O_CLOEXEC);
