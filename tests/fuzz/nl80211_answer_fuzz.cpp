@@ -385,18 +385,21 @@ void run(Nl80211Client& client, uint8_t operation, std::vector<ReturnedName>& re
 
 }  // namespace
 
-// What libnl calls on its sockets.
+// What libnl calls on its sockets. Some C libraries declare these as not throwing, bionic does not.
 
-extern "C" int socket(int domain, int type, int protocol) noexcept {
+extern "C" int socket(int domain, int type, int protocol) noexcept(noexcept(::socket(0, 0, 0))) {
     return domain == AF_NETLINK ? Kernel::instance().connect()
                                 : NEXT(socket)(domain, type, protocol);
 }
 
-extern "C" int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
+extern "C" int bind(int fd, const sockaddr* address,
+                    socklen_t length) noexcept(noexcept(::bind(0, nullptr, 0))) {
     return Kernel::instance().isClient(fd) ? 0 : NEXT(bind)(fd, address, length);
 }
 
-extern "C" int getsockname(int fd, sockaddr* address, socklen_t* length) noexcept {
+extern "C" int getsockname(int fd, sockaddr* address,
+                           socklen_t* length) noexcept(noexcept(::getsockname(0, nullptr,
+                                                                              nullptr))) {
     if (!Kernel::instance().isClient(fd)) {
         return NEXT(getsockname)(fd, address, length);
     }
