@@ -104,12 +104,14 @@ FORBIDDEN = {
 
 # Calls that SELinux decides on. A source that makes one is named above a rule.
 DECIDED = re.compile(
-    r"(?:(?<![\w.>:])|(?<!\w)::)(accept4?|bind|chmod|chown|connect|create(?:Camera|Controller)Provider|"
-    r"exec[lv]\w*|fopen|genl_connect|if_nametoindex|inotify_add_watch|ioctl|kill|lstat|mkdir|"
-    r"open|opendir|openat|rename|rmdir|setTransportErrorAction|setpriority|socket|stat|statx|"
-    r"symlink|system|unlink|wpa_ctrl_open|__system_property_\w+|SetProperty|sched_setscheduler"
-    r")\(|\b(getService|tryGetService|registerAsService)\(|(?<!filesystem::path)\b(ifstream|"
-    r"ofstream)\b")
+    r"(?:(?<![\w.>:])|\bstd::|(?<!\w)::)(accept4?|access|bind|chmod|chown|connect|creat|"
+    r"create(?:Camera|Controller)Provider|dlopen|exec[lv]\w*|faccessat|fopen|freopen|genl_connect|"
+    r"getaddrinfo|if_nametoindex|inotify_add_watch|ioctl|kill|lstat|mkdir|mkfifo|mkd?o?s?temp|"
+    r"nl_connect|open|opendir|openat|popen|posix_spawnp?|ptrace|readlink|rename|rmdir|"
+    r"sched_setscheduler|setTransportErrorAction|setpriority|socket|stat|statx|symlink|system|"
+    r"truncate|unlink|unlinkat|wpa_ctrl_open|__system_property_\w+|SetProperty)\("
+    r"|\b(getService|tryGetService|registerAsService)\(|(?<!<)\b(i?o?fstream|filebuf)\b"
+    r"|\b(filesystem)::(?!path\b)")
 
 _COMMENT = re.compile(r"# ([\w./-]+/[\w.-]+): (\w+)$")
 _RULE = re.compile(r"^(?:allow|allowxperm|typeattribute|[a-z_]+\()")
@@ -229,6 +231,11 @@ def code_of(root, path):
                   source_tree.read(root, path), flags=re.DOTALL)
 
 
+def is_own(text, word):
+    """Whether a source defines or declares a function that is called like one of the system's."""
+    return re.search(rf"(?!std)\b\w+::{word}\(|(?!return|else)\b[\w>&*]*\w[>&*]* {word}\(", text)
+
+
 def check_reasons(root):
     """Rules without code and code without rules."""
     complaints = []
@@ -262,14 +269,12 @@ def check_reasons(root):
                                       "no such word")
     for path in source_tree.files(root):
         if path.split(os.sep)[0] not in ("os", "config", "client", "managers", "service") or \
-                not path.endswith(".cpp"):
+                not path.endswith((".cpp", ".h")):
             continue
         text = code_of(root, path)
         for match in DECIDED.finditer(text):
             word = next(group for group in match.groups() if group)
-            # A function of the source's own that is called like one of the system's.
-            own = match.group(1) and re.search(rf"\w::{word}\(", text)
-            if not own and (path, word) not in named:
+            if not (match.group(1) and is_own(text, word)) and (path, word) not in named:
                 complaints.append(f"{path}:{source_tree.line_of(text, match.start())}: {word} "
                                   f"needs a rule, but none in {POLICY} has '# {path}: {word}' "
                                   "above it")

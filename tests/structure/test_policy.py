@@ -61,12 +61,24 @@ class PolicyTest(TreeTest):
                                     self.complaints_with(self.TE, old, new)))
 
     def test_code_without_a_rule_is_found(self):
-        for call in ('system("reboot");', 'FILE* f = fopen("/data/x", "w");', "::open(path, 0);",
-                     "IStats::getService();", "std::ofstream out(path);"):
-            with self.subTest(call):
-                self.write("managers/New.cpp", f"// One line.\nvoid f() {{ {call} }}\n")
-                self.assert_complains(check_policy.check(self.root, False), "managers/New.cpp:2",
-                                      "needs a rule", "device/sepolicy")
+        for file in ("managers/New.cpp", "os/New.h"):
+            for call in ('system("reboot");', 'FILE* f = fopen("/data/x", "w");',
+                         "::open(path, 0);", "return open(path, 0);", 'std::rename("a", "b");',
+                         "IStats::getService();", "std::ofstream out(path);",
+                         "std::filesystem::remove(path);"):
+                with self.subTest(call, file=file):
+                    self.write(file, f"// One line.\nvoid f() {{ {call} }}\n")
+                    self.assert_complains(check_policy.check_reasons(self.root), f"{file}:2",
+                                          "needs a rule", "device/sepolicy")
+            os.remove(os.path.join(self.root, file))
+
+    def test_a_function_of_the_sources_own_needs_no_rule(self):
+        for text in ("bool Door::open(int key) {}\n", "class Door {\n  bool open(int key);\n};\n",
+                     "template <typename T>\nstd::vector<T>& open(T t);\n",
+                     "// unlike open(path)\n"):
+            with self.subTest(text):
+                self.write("os/New.h", text)
+                self.assertEqual(check_policy.check_reasons(self.root), [])
 
     def test_a_wider_rule_is_found(self):
         reason = "# service/service.cpp: main\n"
