@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """check_device.py SOURCE_TREE
 
-What device/ tells init and the VINTF manifest agrees with the code: names, paths, instance, the
+What device/ tells init and the VINTF manifest agrees with the code: names, paths, instance, groups, the
 supplicant's socket folder. A complaint names both places. The XML files keep to vintf.xsd.
 """
 
@@ -26,6 +26,8 @@ INTERFACE = "interface/wifi/1.0/Android.bp"
 ENTRY = "service/service.cpp"
 OBJECT = "service/CorvidWifiService.h"
 SOCKETS = "client/WpaClient.cpp"
+INDEXES = "client/Nl80211Client.cpp"
+SWITCHES = "config/FeatureSwitches.cpp"
 REPORT = "tools/BugReport.cpp"
 STATISTICS = "managers/support/TelemetryEventLogger.cpp"
 STATISTICS_HEADER = "managers/support/TelemetryEventLogger.h"
@@ -46,6 +48,16 @@ OPTIONS = {
     "timeout_period": (1, 1), "updatable": (0, 0), "user": (1, 1), "writepid": (1, 9),
 }
 
+_RESOURCES = ("as core cpu data fsize locks memlock msgqueue nice nofile nproc rss rtprio rttime "
+              "sigpending stack").replace(" ", "|")
+# What the arguments of some look like.
+ARGUMENTS = {
+    "memcg.limit_in_bytes": r"\d+",
+    "priority": r"-?1?\d|-20",
+    "restart_period": r"\d+",
+    "rlimit": rf"(?:{_RESOURCES}) (?:\d+|unlimited|-1) (?:\d+|unlimited|-1)",
+}
+
 
 class Facts:
     """What the code says; each with the place where it says so."""
@@ -62,6 +74,7 @@ class Facts:
         self.instance = self.found(ENTRY, r'registerAsService\("(\w+)"\)')
         self.interface = self.found(OBJECT, r"class CorvidWifiService : public (\w+)")
         self.sockets = self.found(SOCKETS, r'devicePath\("([^"]+)"\)')
+        self.asks_for_indexes = "if_nametoindex(" in self.text(INDEXES)
         self.report_sockets = self.found(REPORT, r'sockets = rooted\("([^"]+)"\)')
         self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(\)")
         self.statistics_package = self.found(STATISTICS_HEADER,
@@ -128,8 +141,52 @@ def check_options(path, section, compare):
             compare.complaints.append(f"{path}:{line}: init knows no option {name}")
         elif not least <= len(arguments) <= most:
             compare.complaints.append(f"{path}:{line}: {name} takes {least} to {most} arguments")
+        elif not re.fullmatch(ARGUMENTS.get(name, ".*"), " ".join(arguments)):
+            compare.complaints.append(f"{path}:{line}: {name} takes no {' '.join(arguments)!r}")
         options.setdefault(name, []).append((line, arguments))
     return options
+
+
+def check_start(options, compare):
+    """When init starts the service, and that it does so again."""
+    line, arguments = options["class"][0]
+    if arguments != ["hal"]:
+        compare.complaints.append(f"{SCRIPT}:{line}: the class is {' '.join(arguments)!r}; {SWITCHES} "
+                                  "reads persistent properties at the start, and class hal starts "
+                                  "when they are there")
+    for option in ("disabled", "oneshot"):
+        if option in options:
+            compare.complaints.append(f"{SCRIPT}:{options[option][0][0]}: with {option}, init does "
+                                      f"not start the service again that {ENTRY} ends when it can't "
+                                      "register")
+
+
+def check_groups(facts, options, group, compare):
+    """The service has the folder's group, that of AF_INET sockets if it needs one, and no other."""
+    line, groups = options["group"][0]
+    if group not in groups:
+        compare.complaints.append(f"{SCRIPT}:{line}: the service has not the group {group} of the "
+                                  f"folder in which {SOCKETS} looks for sockets")
+    elif (set(groups) - {group} == {"inet"}) != facts.asks_for_indexes or len(groups) > 2:
+        compare.complaints.append(
+            f"{SCRIPT}:{line}: the groups are {' '.join(groups)!r}, but beside that of the sockets' "
+            f"folder {INDEXES} needs {'inet' if facts.asks_for_indexes else 'none'}, for "
+            "if_nametoindex()")
+
+
+def check_folders_above(folders, wanted, compare):
+    """The script makes the folders above that of the sockets, and lets the service through."""
+    owner = folders[wanted][1][1]
+    above = os.path.dirname(wanted)
+    while above not in ("/data/vendor", "/"):
+        line, (mode, its_owner, _) = folders.get(above, (0, ("", "", "")))
+        if not line:
+            compare.complaints.append(f"{SCRIPT}: makes no folder {above}, above the one in which "
+                                      f"{SOCKETS} looks for sockets")
+        elif its_owner != owner and not re.search("[1357]$", mode):
+            compare.complaints.append(f"{SCRIPT}:{line}: {above} is {its_owner}'s with mode {mode}: "
+                                      f"{SOCKETS} does not get to the sockets below it")
+        above = os.path.dirname(above)
 
 
 def check_script(facts, compare):
@@ -152,6 +209,8 @@ def check_script(facts, compare):
                  f"{facts.interface_module}::{facts.interface}")
     compare.same(f"{SCRIPT}:{line}", "the instance", arguments[1], ENTRY, facts.instance)
 
+    check_start(options, compare)
+
     user = options["user"][0][1][0]
     folders = {
         words[1]: (line, words[2:])
@@ -169,11 +228,12 @@ def check_script(facts, compare):
     if not re.fullmatch("0?7[0-7]0", mode):
         compare.complaints.append(f"{SCRIPT}:{line}: the folder's mode is {mode}; {SOCKETS} follows "
                                   "it as its owner, and the sockets are for owner and group only")
-    compare.same(f"{SCRIPT}:{line}", "the folder's owner", owner,
-                 f"{SCRIPT}:{options['user'][0][0]} (user)", user)
-    if group not in options["group"][0][1]:
-        compare.complaints.append(f"{SCRIPT}:{line}: the folder's group is {group}, which "
-                                  f"{SCRIPT}:{options['group'][0][0]} does not give the service")
+    if owner != user:
+        compare.same(f"{SCRIPT}:{line}", "the folder's owner", owner,
+                     f"{SCRIPT}:{options['user'][0][0]} (user)", user)
+        return
+    check_groups(facts, options, group, compare)
+    check_folders_above(folders, wanted, compare)
 
 
 def check_references(facts, compare):
