@@ -24,7 +24,16 @@ start_supplicant
 start_access_point 5180 80
 connect
 connected
-tests
+# What causes an event: the country changes, as a user wishes. The kernel passes over one that is
+# set already.
+cat >/lab/etc/change-country <<'END'
+#!/bin/sh
+[ "$(cat /tmp/country 2>/dev/null)" = DE ] && country=US || country=DE
+echo $country >/tmp/country
+[ "$(wpa_cli -p /data/vendor/wifi/wpa/sockets -i wlan0 set country $country)" = OK ]
+END
+chmod 755 /lab/etc/change-country
+tests --cause=/lab/etc/change-country
 still_runs
 
 step "with what can't be undone"

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <string_view>
@@ -29,15 +30,28 @@ bool readsRegistered(int file) {
 
 Options options;
 
+void endWithoutAnAnswer() {
+    ADD_FAILURE() << "no answer within " << options.longestCall.count() << " s";
+    if (const auto* const test = testing::UnitTest::GetInstance()->current_test_info()) {
+        printf("[  FAILED  ] %s.%s\n", test->test_suite_name(), test->name());
+    }
+    fflush(stdout);
+    _exit(1);
+}
+
 void WifiTest::SetUp() {
-    service_ = IWifi::tryGetService(options.instance);
+    service_ = inTime([] { return IWifi::tryGetService(options.instance); });
     ASSERT_NE(service_, nullptr) << "there is no instance " << options.instance;
 }
 
 void WifiTest::TearDown() {
     if (service_ != nullptr) {
-        EXPECT_TRUE(service_->ping().isOk()) << "the service has not survived";
+        EXPECT_TRUE(responds()) << "the service has not survived";
     }
+}
+
+bool WifiTest::responds() {
+    return inTime([&] { return service_->ping(); }).isOk();
 }
 
 uint32_t WifiTest::add(const sp<ICorvidWifiManagerCallback>& callback) {
@@ -72,11 +86,8 @@ P2pInfo WifiTest::group() {
 }
 
 std::string WifiTest::dump() {
-    std::string text;
-    EXPECT_TRUE(
-        service_->dumpInfo([&](const ::android::hardware::hidl_string& dump) { text = dump; })
-            .isOk());
-    return text;
+    using ::android::hardware::hidl_string;
+    return answerOf<hidl_string>([&](const auto& answer) { return service_->dumpInfo(answer); });
 }
 
 bool WifiTest::isEnabled(const std::string& label) {
@@ -136,18 +147,31 @@ int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     vts::options.program = argv[0];
     for (int i = 1; i < argc; ++i) {
-        constexpr std::string_view kInstance = "--instance=";
-        const std::string_view argument = argv[i];
-        if (argument.substr(0, kInstance.size()) == kInstance) {
-            vts::options.instance = argument.substr(kInstance.size());
-        } else if (argument == "--instance" && i + 1 < argc) {
-            vts::options.instance = argv[++i];
+        const std::string argument = argv[i];
+        // "--name=value" or "--name value".
+        const size_t end = argument.find('=');
+        const std::string name = argument.substr(0, end);
+        const auto value = [&]() -> std::string {
+            if (end != std::string::npos) {
+                return argument.substr(end + 1);
+            }
+            return i + 1 < argc ? argv[++i] : "";
+        };
+        if (name == "--instance") {
+            vts::options.instance = value();
+        } else if (name == "--cause") {
+            vts::options.cause = value();
+        } else if (name == "--longest-call") {
+            vts::options.longestCall = std::chrono::seconds(atoi(value().c_str()));
         } else if (argument == "--change") {
             vts::options.change = true;
         } else if (argument == vts::kOtherClient) {
             isOtherClient = true;
         } else {
-            fprintf(stderr, "usage: %s [--instance NAME] [--change] [--gtest_...]\n", argv[0]);
+            fprintf(stderr,
+                    "usage: %s [--instance NAME] [--change] [--cause COMMAND]"
+                    " [--longest-call SECONDS] [--gtest_...]\n",
+                    argv[0]);
             return 2;
         }
     }

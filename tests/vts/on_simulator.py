@@ -2,8 +2,9 @@
 """on_simulator.py BUILD_FOLDER LINE ... [-- OPTION ...]
 
 Runs the interface's tests against the daemon on the simulated headset, on which the lines have been
-played. The options are the test program's. With --change, and only then, requests that can't be
-undone come to the supplicant or the kernel.
+played; the last starts the daemon, if none does. The options are the test program's; a command in
+them reaches the simulator by the descriptor SIMULATOR. With --change, and only then, requests that
+can't be undone come to the supplicant or the kernel.
 """
 
 import json
@@ -67,15 +68,18 @@ def main(build, arguments):
             [os.path.join(programs, "corvid-sim"), "--control", "--root", root, "--daemon",
              os.path.join(programs, DAEMON)],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True) as simulator:
-            played(simulator, lines + ["daemon start"])
+            played(simulator, lines + ["daemon start"] * ("daemon start" not in lines))
             if not served(programs, environment):
                 sys.exit("the daemon does not serve")
             # They are read all the time, so that the simulator does not wait for a reader.
             asked = []
             reader = threading.Thread(target=lambda: asked.extend(changes(simulator.stdout)))
             reader.start()
-            status = subprocess.run([os.path.join(programs, PROGRAM), *options],
-                                    env=environment, check=False).returncode
+            control = simulator.stdin.fileno()
+            status = subprocess.run(
+                [os.path.join(programs, PROGRAM),
+                 *(option.replace("SIMULATOR", str(control)) for option in options)],
+                env=environment, pass_fds=[control], check=False).returncode
             simulator.stdin.close()
             reader.join()
     if bool(asked) != ("--change" in options):
