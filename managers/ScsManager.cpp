@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -279,7 +280,8 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
 }
 
 bool ScsManager::sendRequestFrameToDriver(const requestFrame& frame) {
-    if (frame.size == gsl::dynamic_extent) {
+    // Where words have 32 bits the span's own precondition names another number.
+    if (frame.size == std::numeric_limits<uint64_t>::max()) {
         endForSizeOfNoSpan();
     }
     if (frame.size > requestFrame::kMaxSize) {
