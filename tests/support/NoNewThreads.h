@@ -17,7 +17,7 @@ class NoNewThreads {
         pthread_getattr_default_np(&before_);
         pthread_attr_t endless;
         pthread_attr_init(&endless);
-        pthread_attr_setstacksize(&endless, std::numeric_limits<size_t>::max() / 4 + 1);
+        pthread_attr_setstacksize(&endless, std::numeric_limits<size_t>::max() / 4 * 3 + 1);
         pthread_setattr_default_np(&endless);
         pthread_attr_destroy(&endless);
     }
