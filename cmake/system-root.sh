@@ -55,6 +55,11 @@ unpack_root() {
     find "$work/root" -type l -lname '/*' | while read -r link; do
         ln -sfnr "$work/root$(readlink "$link")" "$link"
     done
+    # The platform's libraries are in a folder of their own. armhf's loader asks by statx() whether it
+    # is there, which the emulator does not lead into the root.
+    for link in "$work/root/usr/lib"/*/android; do
+        (cd "$link/.." && ln -s android/*.so.* .)
+    done
     find "$work/root" -name 'libgtest.a' | grep -q . ||
         fail "the packages of $architecture have brought no libgtest"
     rm -rf "$work/root/usr/share/doc" "$work/root/usr/share/man"

@@ -7,6 +7,3 @@ set(cross_emulator qemu-arm)
 include(${CMAKE_CURRENT_LIST_DIR}/Cross.cmake)
 # That gcc before 7.1 passed some arguments in another way.
 add_compile_options(-Wno-psabi)
-# The emulator does not lead statx() into the system root, by which the loader asks for the folder that
-# libbase names for liblog. An rpath of the program holds for its libraries too.
-add_link_options(-Wl,--disable-new-dtags)
