@@ -259,7 +259,7 @@ TEST_F(Clients, ThatSendGarbageLoseTheirConnectionAndNothingElse) {
         ASSERT_TRUE(connection.ok());
         // A daemon that has closed the connection already takes no more.
         (void)send(connection.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        timeval limit{std::chrono::seconds(component::kPatience).count(), 0};
+        timeval limit{std::chrono::seconds(test::kPatience).count(), 0};
         setsockopt(connection.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
         char byte = 0;
         const ssize_t received = recv(connection.get(), &byte, 1, 0);

@@ -77,7 +77,7 @@ class Debug : public testing::Test {
     /** Asks until `condition` holds of the report. */
     template <typename Condition>
     bool eventually(const std::string& section, Condition condition) {
-        const auto end = std::chrono::steady_clock::now() + component::kPatience;
+        const auto end = std::chrono::steady_clock::now() + test::kPatience;
         while (!condition(json(section).at(section))) {
             if (std::chrono::steady_clock::now() > end) {
                 return false;

@@ -22,6 +22,7 @@
 #include "tests/component/FailCalls.h"
 #include "tests/component/Features.h"
 #include "tests/component/Headset.h"
+#include "tests/support/Emulated.h"
 #include "tests/support/Program.h"
 #include "tests/support/TempFolder.h"
 
@@ -34,7 +35,7 @@ namespace {
 
 /** Sanitizers keep what was freed for a while, so memory says nothing there, and they are slow. */
 constexpr bool kSanitized = CORVID_SANITIZED;
-constexpr int kTimes = kSanitized || CORVID_EMULATED ? 50 : 1000;
+constexpr int kTimes = kSanitized || test::kEmulated ? 50 : 1000;
 constexpr int kWarmUp = kTimes / 5;
 /** Allocators keep a little of what they were given back. */
 constexpr long kMemorySlackKiB = 64;

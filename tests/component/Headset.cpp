@@ -125,7 +125,7 @@ void Headset::killDaemon() {
 void Headset::startDaemon() {
     launchDaemon();
     // Registration leaves no line in the log: ask until there is an answer.
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
     while (call("getP2pInfo").status == 3) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "the daemon does not register";
         std::this_thread::sleep_for(std::chrono::milliseconds(5));

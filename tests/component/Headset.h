@@ -11,11 +11,9 @@
 
 #include "tests/component/ProcessFigures.h"
 #include "tests/sim/SimDriver.h"
+#include "tests/support/Patience.h"
 
 namespace component {
-
-/** More than anything takes that is not prescribed to take longer, also on a busy machine. */
-constexpr std::chrono::seconds kPatience{30};
 
 /** Path of the daemon under test; the environment's CORVID_DAEMON may name a wrapper that becomes
  * it. */
@@ -90,13 +88,13 @@ class Headset {
 
     /** Waits for a line of the daemon's log that contains `text`. Fails the test if none comes. */
     void expectLog(const std::string& level, const std::string& text,
-                   std::chrono::milliseconds limit = kPatience);
+                   std::chrono::milliseconds limit = test::kPatience);
     /** Waits for any other record of the simulator. Fails the test if none comes. */
     simtest::SimRecord expectRecord(const std::string& kind, const std::string& text,
-                                    std::chrono::milliseconds limit = kPatience);
+                                    std::chrono::milliseconds limit = test::kPatience);
     /** Waits until `count` records of that kind and text have come; the test fails otherwise. */
     void expectRecords(size_t count, const std::string& kind, const std::string& text,
-                       std::chrono::milliseconds limit = kPatience);
+                       std::chrono::milliseconds limit = test::kPatience);
 
     /** The daemon's log until now: lines that contain `text`, of any level or of one. */
     std::vector<LogLine> log(const std::string& text = "", const std::string& level = "");
@@ -108,7 +106,7 @@ class Headset {
      * Waits until the daemon has handled every event sent on "wlan0" until now: sends one more,
      * without consequences, and waits for the log line about it. The daemon must be connected.
      */
-    void settle(std::chrono::milliseconds limit = kPatience);
+    void settle(std::chrono::milliseconds limit = test::kPatience);
 
     simtest::SimDriver& sim() { return sim_; }
 

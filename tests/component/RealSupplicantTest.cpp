@@ -186,7 +186,7 @@ class RealSupplicant : public testing::Test {
     /** `enough` is told how many atoms of that name there are, and whether one is the last. */
     template <typename Enough>
     std::string waitForAtom(const std::string& name, Enough enough) const {
-        const auto deadline = std::chrono::steady_clock::now() + component::kPatience;
+        const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
         do {
             std::ifstream in(folder.file("data/misc/stats/atoms.jsonl"));
             int found = 0;

@@ -198,7 +198,7 @@ class RefusedAtTheStart : public testing::TestWithParam<int> {};
  */
 Outcome playStart(Headset& headset) {
     headset.launchDaemon();
-    const auto deadline = std::chrono::steady_clock::now() + component::kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
     while (IWifi::tryGetService() == nullptr) {
         if (headset.daemonEnd()) {
             return Outcome::Ended;

@@ -16,6 +16,7 @@
 
 #include "tests/component/Headset.h"
 #include "tests/sim/SimDriver.h"
+#include "tests/support/Emulated.h"
 
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -77,7 +78,7 @@ TEST_P(Scenarios, MeetTheirExpectationsAndRecordWhatIsDocumented) {
         GTEST_SKIP() << "a sanitizer makes the daemon too slow for a higher speed";
     }
     // An emulated daemon may need longer than a line leaves it.
-    const std::string speed = CORVID_EMULATED ? "0.5" : GetParam().speed;
+    const std::string speed = test::kEmulated ? "0.5" : GetParam().speed;
     const simtest::TempFolder folder;
     const std::string file = SCENARIO_FOLDER "/" + GetParam().name + ".scn";
     const std::string recordFile = folder.path() + "/record.jsonl";

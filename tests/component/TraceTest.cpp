@@ -60,7 +60,7 @@ class Tracing : public testing::Test {
 
     /** The trace. Read anew if the daemon wrote between two reads of the file. */
     Json events() const {
-        const auto end = std::chrono::steady_clock::now() + component::kPatience;
+        const auto end = std::chrono::steady_clock::now() + test::kPatience;
         while (true) {
             std::ifstream file(path());
             const std::string text((std::istreambuf_iterator<char>(file)), {});
@@ -190,7 +190,7 @@ TEST_F(Tracing, SwitchIsNoticedWhileTheDaemonRuns) {
     start("false");
     connect();
     headset_.play("property debug.trace.CorvidWifi true");
-    const auto end = std::chrono::steady_clock::now() + component::kPatience;
+    const auto end = std::chrono::steady_clock::now() + test::kPatience;
     while (!fs::exists(path()) && std::chrono::steady_clock::now() < end) {
         headset_.settle();  // an event each
     }
@@ -206,7 +206,7 @@ TEST_F(Tracing, KilledDaemonLeavesWhatWasUnderWay) {
     connect();
     headset_.play("reply SIGNAL_POLL none");
     headset_.play("connect freq=5180 rssi=-48");  // its handler waits for the reply
-    const auto end = std::chrono::steady_clock::now() + component::kPatience;
+    const auto end = std::chrono::steady_clock::now() + test::kPatience;
     while (openSlices().count("STA SIGNAL_POLL") == 0) {
         ASSERT_LT(std::chrono::steady_clock::now(), end);
     }

@@ -15,6 +15,8 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include "tests/support/Patience.h"
+
 namespace test {
 
 using ::android::base::unique_fd;
@@ -39,7 +41,7 @@ void openPipe(unique_fd& readEnd, unique_fd& writeEnd) {
 /** Whether there is something to read, or the end of it, before patience ends. */
 bool waitReadable(int fd) {
     pollfd entry = {fd, POLLIN, 0};
-    const auto patience = std::chrono::milliseconds(Program::kPatience).count();
+    const auto patience = std::chrono::milliseconds(kPatience).count();
     int ready = 0;
     do {
         ready = ::poll(&entry, 1, static_cast<int>(patience));

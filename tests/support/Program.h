@@ -17,8 +17,6 @@ namespace test {
  */
 class Program {
   public:
-    static constexpr std::chrono::seconds kPatience{30};
-
     struct Options {
         /** Added to this process's environment, as NAME=VALUE. */
         std::vector<std::string> environment;

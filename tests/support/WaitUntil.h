@@ -3,12 +3,14 @@
 #include <chrono>
 #include <thread>
 
+#include "tests/support/Patience.h"
+
 namespace test {
 
-/** Waits, at most 30 s, until `condition` returns true. Returns whether it did. */
+/** Waits, at most for kPatience, until `condition` returns true. Returns whether it did. */
 template <typename Condition>
 bool waitUntil(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

@@ -24,6 +24,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include "tests/support/Patience.h"
 #include "tests/support/Program.h"
 #include "tests/tools/Client.h"
 
@@ -515,7 +516,7 @@ TEST_F(ClientMonitor, SecondSignalEndsItWhenTheServiceHangs) {
     service_->signal(SIGSTOP);
     monitor_->signal(SIGTERM);
     // The first signal has been taken when its handler is the default one again.
-    const auto deadline = std::chrono::steady_clock::now() + Program::kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
     while (catches(monitor_->pid(), SIGTERM)) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -13,6 +13,7 @@
 
 #include "tests/client/nl80211/LibnlFaults.h"
 #include "tests/client/nl80211/Nl80211Fixture.h"
+#include "tests/support/Emulated.h"
 
 using namespace std::chrono_literals;
 
@@ -30,7 +31,7 @@ using test::message;
 using test::number32;
 
 /** An emulated program on a busy machine needs long for a request and its answer. */
-constexpr std::chrono::milliseconds kImpatience{CORVID_EMULATED ? 2000 : 500};
+constexpr std::chrono::milliseconds kImpatience{test::kEmulated ? 2000 : 500};
 
 const std::string kTimedOut = "Nl80211Client: Failed to receive netlink response: timed out";
 const std::string kNoMemory = "Nl80211Client: Failed to receive netlink response: Out of memory";
