@@ -88,6 +88,12 @@ emulated() {
     make_root "$machine"
     CORVID_SYSTEM_ROOT=$(root_folder "$machine")
     export CORVID_SYSTEM_ROOT
+    # A build folder keeps paths of the root that it was made with.
+    local cache=build-$machine/CMakeCache.txt
+    if [ -f "$cache" ] && ! grep -qx "CORVID_SYSTEM_ROOT:PATH=$CORVID_SYSTEM_ROOT" "$cache"; then
+        echo "build-$machine was made with other libraries: beginning anew"
+        rm -rf "build-$machine"
+    fi
     build gcc  # it says which tests there are to be
     build "$machine"
     cmake/cross/run_tests.py "$machine" build "build-$machine" \

@@ -43,9 +43,11 @@ unpack_root() {
         -o Dir::State::status=/dev/null -o "Dir::Cache=$work" -o Debug::NoLocking=true
         -o APT::Sandbox::User= -o APT::Install-Recommends=false)
     echo "Downloading the libraries of $architecture"
+    # A mirror that is being brought up to date may lack the list of one suite of several.
+    "${apt[@]}" update >"$work/log" 2>&1 ||
+        echo "Not every list could be downloaded: $(grep -m1 ^E: "$work/log")"
     # shellcheck disable=SC2046  # one word per package
-    { "${apt[@]}" update && "${apt[@]}" install --download-only -y $(root_packages); } \
-        >"$work/log" 2>&1 ||
+    "${apt[@]}" install --download-only -y $(root_packages) >"$work/log" 2>&1 ||
         fail "the packages of $architecture could not be downloaded: $(grep -m1 ^E: "$work/log")"
     for package in "$work/archives"/*.deb; do
         dpkg-deb --fsys-tarfile "$package" |
