@@ -231,6 +231,7 @@ def built_sources(folder, targets):
 def run_row(name):
     """Returns the row's figures."""
     need(*RUN[name])
+    print(f"{name}: building and testing takes some minutes", flush=True)
     folder = f"build-{name}"
     targets = [f"tests/{part}/all" for part in TESTED_FOLDERS] + [
         "corvid-wifi-service", "corvidwifi_unit_test"]
