@@ -81,7 +81,7 @@ emulated() {
     local machine=$1
     . cmake/system-root.sh
     # Emulation keeps a processor busy where a program would wait.
-    $jobs_given || jobs=$(nproc)
+    $jobs_given || jobs=$((2 * $(nproc)))
     echo "The tests compiled for $machine, by emulation: an hour of a processor at the first run."
     install_packages packages.txt
     install_packages cmake/cross/packages.txt
