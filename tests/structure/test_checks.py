@@ -18,6 +18,7 @@ import check_hal_docs
 import check_hal_frozen
 import check_includes
 import check_properties
+import check_seccomp
 import check_tidy
 import check_words
 import soong
@@ -662,6 +663,46 @@ class DeviceTest(TreeTest):
                 os.rename(os.path.join(self.root, path), os.path.join(self.root, "away"))
                 self.assertIn(f"{path}: is missing", check_device.check(self.root))
                 os.rename(os.path.join(self.root, "away"), os.path.join(self.root, path))
+
+
+class SeccompTest(TreeTest):
+    """On a library of one source, with a policy of a few lines."""
+
+    def setUp(self):
+        super().setUp()
+        self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\nread: 1\n")
+        self.write("os/Source.cpp", "// Compiled as C.")
+        for folder in check_seccomp.FOLDERS:
+            self.write(f"lib/libcorvidwifi_{folder}.a", "!<arch>\n")
+        self.build("int opendir(void); int strlen(void); int read(void);"
+                   "int f(void) { return opendir() + strlen() + read(); }")
+
+    def build(self, text):
+        """The library of os/ is made of that source, the others are empty."""
+        self.write("lib/source.c", text)
+        subprocess.run(["cc", "-w", "-fno-builtin", "-c", "-o", "Source.cpp.o", "lib/source.c"],
+                       cwd=self.root, check=True)
+        subprocess.run(["ar", "rc", "lib/libcorvidwifi_os.a", "Source.cpp.o"], cwd=self.root,
+                       check=True)
+
+    def test_policy_with_each_call_is_fine(self):
+        self.assertEqual(check_seccomp.check(self.root, self.root), [])
+
+    def test_a_call_that_the_policy_lacks_is_found(self):
+        for function, call in (("nanosleep", "nanosleep"), ("poll", "ppoll"),
+                               ("_ZNSt6thread15_M_start_threadESt10unique_ptr", "clone")):
+            with self.subTest(function):
+                self.build(f"int {function}(void); int f(void) {{ return {function}(); }}")
+                self.assert_complains(check_seccomp.check(self.root, self.root),
+                                      check_seccomp.POLICY, f"lacks {call}", "os/Source.cpp", function)
+
+    def test_a_call_that_arm64_does_not_have_is_found(self):
+        self.write(check_seccomp.POLICY, "openat: 1\nread: 1\nepoll_wait: 1\n")
+        self.assert_complains(check_seccomp.check(self.root, self.root), "no system call epoll_wait")
+
+    def test_a_build_that_is_not_there_is_no_success(self):
+        os.remove(os.path.join(self.root, "lib/libcorvidwifi_service.a"))
+        self.assertIsNone(check_seccomp.check(self.root, self.root))
 
 
 class WordsTest(TreeTest):
