@@ -110,11 +110,11 @@ MODULES = {
     "filegroup": {**_EVERY, **_all(LIST, "srcs exclude_srcs"), **_all(STRING, "path")},
     "hidl_interface": {
         **_EVERY,
-        **_all(STRING, "root min_sdk_version"),
+        "root": STRING,
         **_all(LIST, "srcs interfaces types apex_available"),
-        **_all(BOOL, "gen_java gen_java_constants double_loadable core_interface odm_available"),
+        **_all(BOOL, "gen_java gen_java_constants gen_vts odm_available"),
     },
-    "hidl_package_root": {**_EVERY, "path": STRING, **_all(BOOL, "use_current")},
+    "hidl_package_root": {**_EVERY, "path": STRING, **_all(BOOL, "use_current require_frozen")},
 }
 
 

@@ -200,6 +200,8 @@ class AndroidBpTest(TreeTest):
                  "cc_fuzz has no property corpora"),
                 ('cc_defaults { name: "other", sanitize: { cfl: true } }', "sanitize.cfl"),
                 ('cc_library_headers { name: "other", test_suites: ["vts"] }', "test_suites"),
+                ('hidl_interface { name: "other", double_loadable: true }',
+                 "hidl_interface has no property double_loadable"),
                 ('cc_program { name: "other" }', "no module type cc_program"),
                 ('filegroup { name: "other", vendor: "true" }', "true or false, not a string"),
                 ('cc_defaults { name: "other", cflags: "-Wall" }', "a list of strings"),
