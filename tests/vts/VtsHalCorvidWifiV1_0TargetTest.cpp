@@ -72,6 +72,27 @@ TEST_F(WifiObject, NamesItsInterfaceAndTheChainBelowIt) {
     EXPECT_EQ(std::string(descriptor), chain.front());
 }
 
+TEST_F(WifiObject, HasAHashForEachInterfaceOfItsChain) {
+    using Hash = ::android::hardware::hidl_array<uint8_t, 32>;
+    const auto names = answerOf<hidl_vec<hidl_string>>(
+        [&](const auto& answer) { return service_->interfaceChain(answer); });
+    const auto hashes = answerOf<hidl_vec<Hash>>(
+        [&](const auto& answer) { return service_->getHashChain(answer); });
+    ASSERT_EQ(hashes.size(), names.size());
+    std::set<std::vector<uint8_t>> different;
+    for (const Hash& hash : hashes) {
+        different.emplace(hash.data(), hash.data() + hash.size());
+    }
+    EXPECT_EQ(different.size(), hashes.size());
+}
+
+TEST_F(WifiObject, AnswersWhatAnyObjectIsAsked) {
+    using ::android::hidl::base::V1_0::DebugInfo;
+    answerOf<DebugInfo>([&](const auto& answer) { return service_->getDebugInfo(answer); });
+    EXPECT_TRUE(inTime([&] { return service_->notifySyspropsChanged(); }).isOk());
+    EXPECT_TRUE(responds());
+}
+
 TEST_F(WifiObject, IsTheSameForEachWhoAsks) {
     const sp<IWifi> again = inTime([] { return IWifi::tryGetService(options.instance); });
     ASSERT_NE(again, nullptr);
