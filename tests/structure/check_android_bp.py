@@ -4,12 +4,14 @@
 The Android.bp files build what CMake builds: every module with sources has a source list that
 CMake has written, with the same files, and the other way round. Every source file of the device's
 folders is in one of them. Each property is one that the module's type knows (soong.py), and what a
-module names of this tree, another module or a file, is there. Every program and library is built
-with SANITIZERS, every test is in a suite. bpfmt accepts every Android.bp file and would not change it.
+module names of this tree, another module or a file, is there. A module has the libraries whose headers
+its sources include, and exceptions if they use them. Every program and library is built with SANITIZERS,
+every test is in a suite. bpfmt accepts every Android.bp file and would not change it.
 """
 
 import glob
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -29,6 +31,28 @@ NAMING = {
     "generated_headers": ("genrule",),
     "init_rc": ("filegroup",),
     "vintf_fragments": ("filegroup",),
+}
+
+# The modules that have these headers, by the beginning of their names.
+HEADERS = {
+    "android-base/": "libbase",
+    "android/frameworks/stats/1.0/": "android.frameworks.stats@1.0",
+    "android/log.h": "liblog",
+    "corvid_wifi_version.h": "corvidwifi_version",
+    "cutils/": "libcutils",
+    "filesystem": "libc++fs",
+    "gmock/": "libgmock",
+    "gsl/": "gsl",
+    "hidl/": "libhidlbase",
+    "hwbinder/": "libhidlbase",
+    "log/": "liblog",
+    "netlink/": "libnl",
+    "nlohmann/": "nlohmann-json",
+    "ursa/": "libursaos",
+    "utils/": "libutils",
+    "vendor/corvid/hardware/wifi/1.0/": "vendor.corvid.hardware.wifi@1.0",
+    "vrsensors/": "libvrsensors-hidlwrapper",
+    "wpa_ctrl.h": "libwpa_client",
 }
 
 # What the platform builds its own vendor daemons with.
@@ -130,6 +154,47 @@ def unsanitized(parsed):
     ]
 
 
+def all_files(root, sources):
+    """The sources with the tree's own headers that they include, directly or by another."""
+    found = []
+    ahead = [source for source in sources if os.path.exists(os.path.join(root, source))]
+    while ahead:
+        path = ahead.pop()
+        if path not in found:
+            found.append(path)
+            ahead += [header for header in re.findall(r'^#include "(.*)"',
+                                                      source_tree.read(root, path), re.MULTILINE)
+                      if os.path.exists(os.path.join(root, header))]
+    return found
+
+
+def unlinked(root, parsed, modules):
+    """Complaints about libraries and exceptions that a module's sources use, but it lacks."""
+    properties_of = {properties.get("name"): properties for _, _, properties in parsed}
+
+    def of(name, *keys):
+        properties = properties_of.get(name, {})
+        return {value for key in keys for value in properties.get(key, [])}.union(
+            *(of(defaults, *keys) for defaults in properties.get("defaults", [])))
+
+    complaints = []
+    for name, (path, sources) in modules.items():
+        linked = of(name, "shared_libs", "static_libs", "header_libs", "generated_headers")
+        throwing = "-fexceptions" in of(name, "cppflags")
+        missing = {}
+        for file in all_files(root, sources):
+            text = source_tree.read(root, file)
+            for header in re.findall(r"^#include <(.*)>", text, re.MULTILINE):
+                for begin, library in HEADERS.items():
+                    if header.startswith(begin) and library not in linked:
+                        missing[library] = f"{file} includes <{header}>"
+            if not throwing and re.search(r"\b(?:try \{|throw[ ;])", text):
+                missing["cppflags: -fexceptions"] = f"{file} uses exceptions"
+        complaints += [f"{path}: {name} lacks {what}, but {why}"
+                       for what, why in sorted(missing.items())]
+    return complaints
+
+
 def suites(parsed):
     """Complaints about tests that no suite has."""
     defaults = {properties.get("name"): properties for _, kind, properties in parsed
@@ -216,7 +281,7 @@ def check(root, lists_folder):
         complaints.append(f"found {len(modules)} modules and {len(lists)} source lists: there is "
                           "nothing to compare")
     complaints += unknown_properties(parsed) + missing_modules(parsed) + missing_files(root, parsed)
-    complaints += unsanitized(parsed) + suites(parsed)
+    complaints += unsanitized(parsed) + suites(parsed) + unlinked(root, parsed, modules)
     return complaints + compare(modules, lists) + unlisted(root, modules, lists) + formatting(root)
 
 

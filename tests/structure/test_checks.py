@@ -224,6 +224,25 @@ class AndroidBpTest(TreeTest):
         self.assert_complains(check_android_bp.unsanitized([base, module]), "os/Android.bp: other",
                               "sanitize.cfi")
 
+    def test_what_a_source_uses_and_its_module_lacks_is_found(self):
+        self.write("os/Poll.cpp", '#include "os/Poll.h"\n')
+        for text, *found in (("#include <netlink/attr.h>", "lacks libnl", "<netlink/attr.h>"),
+                             ("void f() { throw 1; }", "-fexceptions", "uses exceptions")):
+            with self.subTest(text):
+                self.write("os/Poll.h", text + "\n")
+                self.assert_complains(self.check(), "os/Android.bp: libcorvidwifi_os", "os/Poll.h",
+                                      *found)
+
+    def test_what_a_module_has_by_its_defaults_is_not_missed(self):
+        self.write("os/Poll.cpp", "#include <netlink/attr.h>\nvoid f() { throw 1; }\n")
+        modules = {"other": ("os/Android.bp", ["os/Poll.cpp"])}
+        self.assertEqual(check_android_bp.unlinked(self.root, [
+            ("os/Android.bp", "cc_defaults", {"name": "base", "cppflags": ["-fexceptions"]}),
+            ("os/Android.bp", "cc_defaults", {"name": "more", "defaults": ["base"],
+                                              "shared_libs": ["libnl"]}),
+            ("os/Android.bp", "cc_binary", {"name": "other", "defaults": ["more"]}),
+        ], modules), [])
+
     def test_a_test_that_no_suite_runs_is_found(self):
         for text, found in (
                 ('cc_test { name: "other", test_suites: ["vts"] }', "device-tests"),
