@@ -65,9 +65,18 @@ def functions(library):
 def check(root, build):
     """The complaints, or None if the daemon is not built."""
     known = system_calls()
-    allowed = set(re.findall(r"^(\w+): 1$", source_tree.read(root, POLICY), re.MULTILINE))
-    complaints = [f"{POLICY}: {HEADER} has no system call {call}"
-                  for call in sorted(allowed - known)]
+    complaints = []
+    allowed = set()
+    for number, line in enumerate(source_tree.read(root, POLICY).splitlines(), 1):
+        match = re.fullmatch(r"(\w+): 1", line)
+        call = match and match.group(1)
+        if line and not line.startswith("#") and not match:
+            complaints.append(f"{POLICY}:{number}: is no 'CALL: 1'")
+        elif match and call not in known:
+            complaints.append(f"{POLICY}:{number}: {HEADER} has no system call {call}")
+        elif call in allowed:
+            complaints.append(f"{POLICY}:{number}: {call} is there twice")
+        allowed.add(call)
     for folder in FOLDERS:
         library = os.path.join(build, f"lib/libcorvidwifi_{folder}.a")
         if not os.path.exists(library):

@@ -717,9 +717,14 @@ class SeccompTest(TreeTest):
                 self.assert_complains(check_seccomp.check(self.root, self.root),
                                       check_seccomp.POLICY, f"lacks {call}", "os/Source.cpp", function)
 
-    def test_a_call_that_arm64_does_not_have_is_found(self):
-        self.write(check_seccomp.POLICY, "openat: 1\nread: 1\nepoll_wait: 1\n")
-        self.assert_complains(check_seccomp.check(self.root, self.root), "no system call epoll_wait")
+    def test_a_line_that_minijail_would_not_take_on_arm64_is_found(self):
+        for line, complaint in (("epoll_wait: 1", "no system call epoll_wait"),
+                                ("read: 1", "read is there twice"),
+                                ("write 1", "is no 'CALL: 1'")):
+            with self.subTest(line):
+                self.write(check_seccomp.POLICY, f"openat: 1\nread: 1\n{line}\n")
+                self.assert_complains(check_seccomp.check(self.root, self.root),
+                                      f"{check_seccomp.POLICY}:3", complaint)
 
     def test_a_build_that_is_not_there_is_no_success(self):
         os.remove(os.path.join(self.root, "lib/libcorvidwifi_service.a"))
