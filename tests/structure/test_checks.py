@@ -691,7 +691,7 @@ class SeccompTest(TreeTest):
 
     def setUp(self):
         super().setUp()
-        self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\nread: 1\n")
+        self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\n\n# More.\nread: 1\n")
         self.write("os/Source.cpp", "// Compiled as C.")
         for folder in check_seccomp.FOLDERS:
             self.write(f"lib/libcorvidwifi_{folder}.a", "!<arch>\n")
@@ -722,9 +722,9 @@ class SeccompTest(TreeTest):
                                 ("read: 1", "read is there twice"),
                                 ("write 1", "is no 'CALL: 1'")):
             with self.subTest(line):
-                self.write(check_seccomp.POLICY, f"openat: 1\nread: 1\n{line}\n")
+                self.write(check_seccomp.POLICY, f"# Some.\n\nopenat: 1\nread: 1\n{line}\n")
                 self.assert_complains(check_seccomp.check(self.root, self.root),
-                                      f"{check_seccomp.POLICY}:3", complaint)
+                                      f"{check_seccomp.POLICY}:5", complaint)
 
     def test_a_build_that_is_not_there_is_no_success(self):
         os.remove(os.path.join(self.root, "lib/libcorvidwifi_service.a"))
