@@ -100,12 +100,13 @@ OtherClient::OtherClient() {
         return;
     }
     const std::string instance = "--instance=" + options.instance;
+    const std::string limit = "--longest-call=" + std::to_string(options.longestCall.count());
     process_ = fork();
     if (process_ == 0) {
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         execlp(options.program.c_str(), options.program.c_str(), kOtherClient, instance.c_str(),
-               nullptr);
+               limit.c_str(), nullptr);
         _exit(127);
     }
     close(ends[1]);
@@ -122,15 +123,17 @@ void OtherClient::kill() {
 }
 
 int OtherClient::run() {
-    const sp<IWifi> service = IWifi::tryGetService(options.instance);
+    const sp<IWifi> service = inTime([] { return IWifi::tryGetService(options.instance); });
+    if (service == nullptr) {
+        return 1;
+    }
     const sp<ICorvidWifiManagerCallback> callback = new QuietCallback();
     uint32_t code = kFailed;
-    if (service == nullptr ||
-        !service
-             ->registerCorvidWifiManagerCallback(callback,
-                                                 [&](const Status& status) { code = status.code; })
-             .isOk() ||
-        code != kDone) {
+    const auto result = inTime([&] {
+        return service->registerCorvidWifiManagerCallback(
+            callback, [&](const Status& status) { code = status.code; });
+    });
+    if (!result.isOk() || code != kDone) {
         return 1;
     }
     puts("registered");

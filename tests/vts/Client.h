@@ -47,8 +47,10 @@ extern Options options;
 /** Fails the test and ends the program: the thread that calls can't be ended. */
 [[noreturn]] void endWithoutAnAnswer();
 
-/** Makes a call on a thread of its own and returns what it returns; ends the program if it takes
- * longer than the longest call. */
+/**
+ * Makes a call on a thread of its own and returns what it returns. Ends the program if that takes
+ * longer than options.longestCall.
+ */
 template <typename Call>
 auto inTime(Call call) {
     std::packaged_task<decltype(call())()> task(std::move(call));
