@@ -54,6 +54,19 @@ bool WifiTest::responds() {
     return inTime([&] { return service_->ping(); }).isOk();
 }
 
+bool WifiTest::comesBack() {
+    const auto end = std::chrono::steady_clock::now() + options.longestCall;
+    do {
+        service_ = inTime([] { return IWifi::tryGetService(options.instance); });
+        // For a moment it may be the object that has ended.
+        if (service_ != nullptr && responds()) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    } while (std::chrono::steady_clock::now() < end);
+    return false;
+}
+
 uint32_t WifiTest::add(const sp<ICorvidWifiManagerCallback>& callback) {
     return statusOf([&](const auto& answer) {
         return service_->registerCorvidWifiManagerCallback(callback, answer);
@@ -164,6 +177,8 @@ int main(int argc, char** argv) {
             vts::options.instance = value();
         } else if (name == "--cause") {
             vts::options.cause = value();
+        } else if (name == "--restart") {
+            vts::options.restart = value();
         } else if (name == "--longest-call") {
             vts::options.longestCall = std::chrono::seconds(atoi(value().c_str()));
         } else if (argument == "--change") {
@@ -173,7 +188,7 @@ int main(int argc, char** argv) {
         } else {
             fprintf(stderr,
                     "usage: %s [--instance NAME] [--change] [--cause COMMAND]"
-                    " [--longest-call SECONDS] [--gtest_...]\n",
+                    " [--restart COMMAND] [--longest-call SECONDS] [--gtest_...]\n",
                     argv[0]);
             return 2;
         }

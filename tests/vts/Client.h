@@ -36,6 +36,11 @@ struct Options {
      */
     std::string cause;
     /**
+     * A shell command that ends the service and has it started again. What clients have told it is
+     * lost, so this is for a device on the bench too.
+     */
+    std::string restart;
+    /**
      * More than a call takes on a device whose supplicant hangs: 10 s, after 10 s for a command
      * that was waiting before it.
      */
@@ -99,6 +104,8 @@ class WifiTest : public ::testing::Test {
     }
 
     bool responds();
+    /** Waits for the service after its end, or a moment before; false if it does not come back. */
+    bool comesBack();
     uint32_t add(const sp<ICorvidWifiManagerCallback>& callback);
     uint32_t remove(const sp<ICorvidWifiManagerCallback>& callback);
     bool isPaired(P2pDeviceType type);

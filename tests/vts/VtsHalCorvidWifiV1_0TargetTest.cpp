@@ -1,7 +1,7 @@
 // What is true of the service on any headset, whatever its radio does and which features are on.
 // Knows the interface only, and leaves the device as it was; what can't be undone is called with
-// --change only. No method of the interface has every device call a client back, so an event comes
-// from outside: --cause names a command that causes one.
+// --change only. No method of the interface has every device call a client back, and none ends the
+// service, so these come from outside: --cause and --restart name commands.
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -313,10 +313,26 @@ TEST_F(WifiCallback, ClientsComeAndGoFromSeveralThreads) {
     EXPECT_EQ(done, 100);
 }
 
+/** Waits for the service's end. Any thread. */
 class Recipient : public ::android::hardware::hidl_death_recipient {
   public:
-    void serviceDied(uint64_t /*cookie*/,
-                     const ::android::wp<::android::hidl::base::V1_0::IBase>& /*who*/) override {}
+    void serviceDied(uint64_t cookie,
+                     const ::android::wp<::android::hidl::base::V1_0::IBase>& /*who*/) override {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        cookie_ = cookie;
+        changed_.notify_all();
+    }
+
+    /** Returns false if it does not come, with that cookie, in the time of the longest call. */
+    bool waitForDeath(uint64_t cookie) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, options.longestCall, [&] { return cookie_ == cookie; });
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    uint64_t cookie_ = 0;
 };
 
 TEST_F(WifiCallback, DeathOfTheServiceCanBeFollowed) {
@@ -330,6 +346,32 @@ TEST_F(WifiCallback, DeathOfTheServiceCanBeFollowed) {
     const auto again = inTime([&] { return service_->unlinkToDeath(recipient); });
     ASSERT_TRUE(again.isOk());
     EXPECT_FALSE(again);
+}
+
+// The service's end, with --restart only
+
+class WifiRestart : public WifiTest {
+  protected:
+    void SetUp() override {
+        if (options.restart.empty()) {
+            GTEST_SKIP() << "--restart has a command end the service and start it again";
+        }
+        WifiTest::SetUp();
+    }
+};
+
+TEST_F(WifiRestart, RecipientIsToldAndClientsRegisterAnew) {
+    const sp<Recipient> recipient = new Recipient();
+    ASSERT_TRUE(inTime([&] { return service_->linkToDeath(recipient, 7); }).isOk());
+    const sp<ICorvidWifiManagerCallback> callback = new QuietCallback();
+    EXPECT_EQ(add(callback), kDone);
+    ASSERT_EQ(system(options.restart.c_str()), 0) << options.restart;
+    EXPECT_TRUE(recipient->waitForDeath(7));
+    EXPECT_FALSE(responds()) << "the object that has ended";
+    ASSERT_TRUE(comesBack());
+    EXPECT_EQ(remove(callback), kFailed) << "the service knows a client of the one before it";
+    EXPECT_EQ(add(callback), kDone);
+    EXPECT_EQ(remove(callback), kDone);
 }
 
 // Events, with --cause only
