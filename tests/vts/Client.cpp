@@ -13,6 +13,18 @@ namespace vts {
 
 namespace {
 
+constexpr const char* kUsage = R"(usage: %s [OPTION ...]
+  --instance NAME         tests that instance, not "default"
+  --longest-call SECONDS  what a call may take, 30
+  --gtest_...             see --gtest_help
+On a bench only:
+  --change                also calls what can't be undone, such as a channel switch
+  --cause COMMAND         a shell command that causes an event of which clients are told, for example a
+                          change of the country
+  --restart COMMAND       a shell command that ends the service and starts it again, for example by
+                          setprop ctl.restart
+)";
+
 /** The argument with which this program is the other client. */
 constexpr const char* kOtherClient = "--other-client";
 
@@ -186,11 +198,9 @@ int main(int argc, char** argv) {
         } else if (argument == vts::kOtherClient) {
             isOtherClient = true;
         } else {
-            fprintf(stderr,
-                    "usage: %s [--instance NAME] [--change] [--cause COMMAND]"
-                    " [--restart COMMAND] [--longest-call SECONDS] [--gtest_...]\n",
-                    argv[0]);
-            return 2;
+            // GoogleTest has printed its own help, if it was asked for.
+            fprintf(argument == "--help" ? stdout : stderr, vts::kUsage, argv[0]);
+            return argument == "--help" ? 0 : 2;
         }
     }
     return isOtherClient ? vts::OtherClient::run() : RUN_ALL_TESTS();
