@@ -32,6 +32,8 @@ REPORT = "tools/BugReport.cpp"
 STATISTICS = "managers/support/TelemetryEventLogger.cpp"
 STATISTICS_HEADER = "managers/support/TelemetryEventLogger.h"
 PAGE = "docs/integration.md"
+# What prints on two sheets of A4, at 10 points.
+MOST_WORDS = 1100
 SCHEMA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "vintf.xsd")
 
 # Service options of Android 11's init, with the least and the most arguments that each takes.
@@ -297,6 +299,10 @@ def check_integration(root, facts, compare):
     """The page for integrators names each file of device/, each library of the modules, and nothing
     that is not there."""
     page = facts.text(PAGE)
+    words = len(page.split())
+    if words > MOST_WORDS:
+        compare.complaints.append(f"{PAGE}: has {words} words; with more than {MOST_WORDS} it does not "
+                                  "print on two sheets")
     for path in source_tree.files(root):
         if not path.startswith("device/") or os.path.basename(path) == "Android.bp":
             continue

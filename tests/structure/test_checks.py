@@ -653,6 +653,8 @@ class DeviceTest(TreeTest):
                  "txpower.enabled"),
                 (check_device.PAGE, "ctl.restart vendor.", "ctl.restart ", check_device.PAGE,
                  check_device.SCRIPT),
+                (check_device.PAGE, "## 5.", "word " * 1100 + "\n## 5.", check_device.PAGE,
+                 "two sheets"),
                 (check_device.PAGE, "device/device_compatibility_matrix.xml", "the other",
                  check_device.PAGE, check_device.DEVICE_MATRIX),
                 (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
