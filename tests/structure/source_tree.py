@@ -1,6 +1,7 @@
 """Finds the files of the source tree, and reports what a check has found."""
 
 import os
+import re
 import sys
 
 # The folders that the device builds; the others are a host's alone.
@@ -27,6 +28,12 @@ def read(root, path):
     """A file's text; what is not UTF-8 in it is replaced."""
     with open(os.path.join(root, path), encoding="utf-8", errors="replace") as file:
         return file.read()
+
+
+def code(root, path):
+    """The text of a C++ file without its comments; its lines keep their numbers."""
+    return re.sub(r"//[^\n]*|/\*.*?\*/", lambda comment: re.sub(r"[^\n]", "", comment.group()),
+                  read(root, path), flags=re.DOTALL)
 
 
 def line_of(text, offset):

@@ -65,7 +65,8 @@ class PolicyTest(TreeTest):
             for call in ('system("reboot");', 'FILE* f = fopen("/data/x", "w");',
                          "::open(path, 0);", "return open(path, 0);", 'std::rename("a", "b");',
                          "IStats::getService();", "std::ofstream out(path);",
-                         "std::filesystem::remove(path);"):
+                         "std::filesystem::remove(path);",
+                         "namespace fs = std::filesystem; fs::remove(path);"):
                 with self.subTest(call, file=file):
                     self.write(file, f"// One line.\nvoid f() {{ {call} }}\n")
                     self.assert_complains(check_policy.check_reasons(self.root), f"{file}:2",
@@ -75,10 +76,26 @@ class PolicyTest(TreeTest):
     def test_a_function_of_the_sources_own_needs_no_rule(self):
         for text in ("bool Door::open(int key) {}\n", "class Door {\n  bool open(int key);\n};\n",
                      "template <typename T>\nstd::vector<T>& open(T t);\n",
-                     "// unlike open(path)\n"):
+                     "returned_t open(int key);\n", "// unlike open(path)\n",
+                     "#include <filesystem>\nstd::filesystem::path place();\n"):
             with self.subTest(text):
                 self.write("os/New.h", text)
                 self.assertEqual(check_policy.check_reasons(self.root), [])
+
+    def test_the_systems_function_beside_one_that_is_called_like_it_is_found(self):
+        for call in ('::open("/data/x", 0);', 'std::rename("a", "b");'):
+            with self.subTest(call):
+                self.write("os/New.cpp", "bool Door::open(int key) {}\nbool Door::rename() {}\n"
+                           f"void f() {{ {call} }}\n")
+                self.assert_complains(check_policy.check_reasons(self.root), "os/New.cpp:3",
+                                      "needs a rule")
+
+    def test_a_call_that_is_returned_is_no_declaration(self):
+        for call in ("return open(path, 0);", "else open(path, 0);"):
+            with self.subTest(call):
+                self.write("os/New.cpp", f"void f() {{ {call} }}\n")
+                self.assert_complains(check_policy.check_reasons(self.root), "os/New.cpp:1",
+                                      "needs a rule")
 
     def test_a_wider_rule_is_found(self):
         reason = "# service/service.cpp: main\n"
