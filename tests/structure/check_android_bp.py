@@ -5,7 +5,8 @@ The Android.bp files build what CMake builds: every module with sources has a so
 CMake has written, with the same files, and the other way round. Every source file of the device's
 folders is in one of them. Each property is one that the module's type knows (soong.py), and what a
 module names of this tree, another module or a file, is there. A module has the libraries whose headers
-its sources include, and exceptions if they use them. Every program and library is built with SANITIZERS,
+its sources include, each header in a folder is of a module or the system, and a module has exceptions if
+its sources use them. Every program and library is built with SANITIZERS,
 every test is in a suite. bpfmt accepts every Android.bp file and would not change it.
 """
 
@@ -54,6 +55,10 @@ HEADERS = {
     "vrsensors/": "libvrsensors-hidlwrapper",
     "wpa_ctrl.h": "libwpa_client",
 }
+
+# The folders of headers that need no module: of the C library and the kernel, and of GoogleTest, which
+# every cc_test has.
+SYSTEM_HEADERS = ("arpa/", "gtest/", "linux/", "net/", "netinet/", "sys/")
 
 # What the platform builds its own vendor daemons with.
 SANITIZERS = ("cfi", "integer_overflow")
@@ -183,11 +188,15 @@ def unlinked(root, parsed, modules):
         throwing = "-fexceptions" in of(name, "cppflags")
         missing = {}
         for file in all_files(root, sources):
-            text = source_tree.read(root, file)
+            text = source_tree.code(root, file)
             for header in re.findall(r"^#include <(.*)>", text, re.MULTILINE):
-                for begin, library in HEADERS.items():
-                    if header.startswith(begin) and library not in linked:
-                        missing[library] = f"{file} includes <{header}>"
+                libraries = [library for begin, library in HEADERS.items()
+                             if header.startswith(begin)]
+                missing.update((library, f"{file} includes <{header}>")
+                               for library in libraries if library not in linked)
+                if "/" in header and not libraries and not header.startswith(SYSTEM_HEADERS):
+                    complaints.append(f"{path}: {name}: {file} includes <{header}>, but no module "
+                                      "has that (by HEADERS in tests/structure/check_android_bp.py)")
             if not throwing and re.search(r"\b(?:try \{|throw[ ;])", text):
                 missing["cppflags: -fexceptions"] = f"{file} uses exceptions"
         complaints += [f"{path}: {name} lacks {what}, but {why}"

@@ -227,11 +227,20 @@ class AndroidBpTest(TreeTest):
     def test_what_a_source_uses_and_its_module_lacks_is_found(self):
         self.write("os/Poll.cpp", '#include "os/Poll.h"\n')
         for text, *found in (("#include <netlink/attr.h>", "lacks libnl", "<netlink/attr.h>"),
+                             ("#include <event2/event.h>", "<event2/event.h>", "no module has"),
                              ("void f() { throw 1; }", "-fexceptions", "uses exceptions")):
             with self.subTest(text):
                 self.write("os/Poll.h", text + "\n")
                 self.assert_complains(self.check(), "os/Android.bp: libcorvidwifi_os", "os/Poll.h",
                                       *found)
+
+    def test_what_needs_no_library_is_not_missed(self):
+        for text in ("#include <sys/socket.h>\n#include <vector>\n",
+                     "// May throw what std::stoi throws.\n/* as throw 1; */\n",
+                     "// #include <netlink/attr.h>\n/*\n#include <event2/event.h>\n*/\n"):
+            with self.subTest(text):
+                self.write("os/Poll.cpp", text)
+                self.assertEqual(self.check(), [])
 
     def test_what_a_module_has_by_its_defaults_is_not_missed(self):
         self.write("os/Poll.cpp", "#include <netlink/attr.h>\nvoid f() { throw 1; }\n")
