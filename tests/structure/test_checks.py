@@ -722,20 +722,56 @@ class SeccompTest(TreeTest):
 
     def test_a_call_that_the_policy_lacks_is_found(self):
         for function, call in (("nanosleep", "nanosleep"), ("poll", "ppoll"),
+                               ("fprintf", "write"), ("pthread_rwlock_wrlock", "futex"),
+                               ("__poll_chk", "ppoll"), ("closedir", "close"),
                                ("_ZNSt6thread15_M_start_threadESt10unique_ptr", "clone")):
             with self.subTest(function):
                 self.build(f"int {function}(void); int f(void) {{ return {function}(); }}")
                 self.assert_complains(check_seccomp.check(self.root, self.root),
                                       check_seccomp.POLICY, f"lacks {call}", "os/Source.cpp", function)
 
+    def test_each_of_several_calls_that_the_policy_lacks_is_found(self):
+        for function, calls in (("if_nametoindex", ("close", "ioctl", "socket")),
+                                ("gmtime_r", ("close", "lseek"))):
+            with self.subTest(function):
+                self.build(f"int {function}(void); int f(void) {{ return {function}(); }}")
+                complaints = check_seccomp.check(self.root, self.root)
+                self.assertEqual(len(complaints), len(calls), complaints)
+                for call, complaint in zip(calls, complaints):
+                    self.assertIn(f"lacks {call}, but os/Source.cpp calls {function}()", complaint)
+
+    def test_a_function_that_nobody_has_looked_up_is_found(self):
+        self.build("int getaddrinfo(void); int f(void) { return getaddrinfo(); }")
+        self.assert_complains(check_seccomp.check(self.root, self.root), "os/Source.cpp",
+                              "getaddrinfo()", "tests/structure/check_seccomp.py")
+
+    def test_functions_of_others_are_not_looked_up(self):
+        self.build("int nl_recv(void); int _Unwind_Resume(void);"
+                   "int f(void) { return nl_recv() + _Unwind_Resume(); }")
+        self.assertEqual(check_seccomp.check(self.root, self.root), [])
+
+    def test_each_source_of_the_name_is_told(self):
+        self.write("os/more/Source.cpp", "")
+        self.build("int nanosleep(void); int f(void) { return nanosleep(); }")
+        (complaint,) = check_seccomp.check(self.root, self.root)
+        self.assertRegex(complaint, "but os/(more/)?Source.cpp or os/(more/)?Source.cpp calls")
+
     def test_a_line_that_minijail_would_not_take_on_arm64_is_found(self):
         for line, complaint in (("epoll_wait: 1", "no system call epoll_wait"),
                                 ("read: 1", "read is there twice"),
-                                ("write 1", "is no 'CALL: 1'")):
+                                ("write 1", "is no 'CALL: 1'"),
+                                # for an integrator to take the "#" away
+                                ("#epoll_wait: 1", "no system call epoll_wait"),
+                                ("#read: 1", "read is there twice"),
+                                ("#write 1", "is no 'CALL: 1'")):
             with self.subTest(line):
                 self.write(check_seccomp.POLICY, f"# Some.\n\nopenat: 1\nread: 1\n{line}\n")
                 self.assert_complains(check_seccomp.check(self.root, self.root),
                                       f"{check_seccomp.POLICY}:5", complaint)
+
+    def test_a_call_in_a_comment_is_not_allowed(self):
+        self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\n#read: 1\n")
+        self.assert_complains(check_seccomp.check(self.root, self.root), "lacks read")
 
     def test_a_build_that_is_not_there_is_no_success(self):
         os.remove(os.path.join(self.root, "lib/libcorvidwifi_service.a"))
