@@ -362,7 +362,8 @@ class WifiRestart : public WifiTest {
 
 TEST_F(WifiRestart, RecipientIsToldAndClientsRegisterAnew) {
     const sp<Recipient> recipient = new Recipient();
-    ASSERT_TRUE(inTime([&] { return service_->linkToDeath(recipient, 7); }).isOk());
+    const auto linked = inTime([&] { return service_->linkToDeath(recipient, 7); });
+    ASSERT_TRUE(linked.isOk() && linked);
     const sp<ICorvidWifiManagerCallback> callback = new QuietCallback();
     EXPECT_EQ(add(callback), kDone);
     ASSERT_EQ(system(options.restart.c_str()), 0) << options.restart;
@@ -399,7 +400,7 @@ class Listener : public ICorvidWifiManagerCallback {
         return events_;
     }
 
-    /** How many of them had strange arguments, or were no time for a call. */
+    /** How many of them had strange arguments, or let a call of the service fail meanwhile. */
     size_t strange() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return strange_;
