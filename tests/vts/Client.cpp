@@ -18,6 +18,7 @@ namespace {
 constexpr const char* kUsage = R"(usage: %s [OPTION ...]
   --instance NAME         tests that instance, not "default"
   --longest-call SECONDS  what a call may take, 30
+  --longest-wait SECONDS  what an event may take until a client is told of it, and a restart, 30
   --gtest_...             see --gtest_help
 On a bench only:
   --change                also calls what can't be undone, such as a channel switch
@@ -40,6 +41,15 @@ bool readsRegistered(int file) {
     return text == kLine;
 }
 
+/** Sets a limit from its text; returns false unless that is a whole number from 1. */
+bool setLimit(std::chrono::seconds& limit, const std::string& text) {
+    int seconds = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, error] = std::from_chars(text.data(), end, seconds);
+    limit = std::chrono::seconds(seconds);
+    return error == std::errc() && rest == end && seconds >= 1;
+}
+
 }  // namespace
 
 Options options;
@@ -54,6 +64,7 @@ void endWithoutAnAnswer() {
 }
 
 void WifiTest::SetUp() {
+    SCOPED_TRACE("tryGetService()");
     service_ = inTime([] { return IWifi::tryGetService(options.instance); });
     ASSERT_NE(service_, nullptr) << "there is no instance " << options.instance;
 }
@@ -65,11 +76,12 @@ void WifiTest::TearDown() {
 }
 
 bool WifiTest::responds() {
+    SCOPED_TRACE("ping()");
     return inTime([&] { return service_->ping(); }).isOk();
 }
 
 bool WifiTest::comesBack() {
-    const auto end = std::chrono::steady_clock::now() + options.longestCall;
+    const auto end = std::chrono::steady_clock::now() + options.longestWait;
     do {
         service_ = inTime([] { return IWifi::tryGetService(options.instance); });
         // For a moment it may be the object that has ended.
@@ -82,37 +94,44 @@ bool WifiTest::comesBack() {
 }
 
 uint32_t WifiTest::add(const sp<ICorvidWifiManagerCallback>& callback) {
+    SCOPED_TRACE("registerCorvidWifiManagerCallback()");
     return statusOf([&](const auto& answer) {
         return service_->registerCorvidWifiManagerCallback(callback, answer);
     });
 }
 
 uint32_t WifiTest::remove(const sp<ICorvidWifiManagerCallback>& callback) {
+    SCOPED_TRACE("unregisterCorvidWifiManagerCallback()");
     return statusOf([&](const auto& answer) {
         return service_->unregisterCorvidWifiManagerCallback(callback, answer);
     });
 }
 
 bool WifiTest::isPaired(P2pDeviceType type) {
+    SCOPED_TRACE("isP2pPairedDeviceType()");
     return statusOf([&](const auto& answer) {
                return service_->isP2pPairedDeviceType(type, answer);
            }) == kDone;
 }
 
 uint32_t WifiTest::pair(P2pDeviceType type) {
+    SCOPED_TRACE("setP2pPairedDeviceType()");
     return statusOf(
         [&](const auto& answer) { return service_->setP2pPairedDeviceType(type, answer); });
 }
 
 StaInfo WifiTest::station() {
+    SCOPED_TRACE("getStaInfo()");
     return answerOf<StaInfo>([&](const auto& answer) { return service_->getStaInfo(answer); });
 }
 
 P2pInfo WifiTest::group() {
+    SCOPED_TRACE("getP2pInfo()");
     return answerOf<P2pInfo>([&](const auto& answer) { return service_->getP2pInfo(answer); });
 }
 
 std::string WifiTest::dump() {
+    SCOPED_TRACE("dumpInfo()");
     using ::android::hardware::hidl_string;
     return answerOf<hidl_string>([&](const auto& answer) { return service_->dumpInfo(answer); });
 }
@@ -199,8 +218,13 @@ int main(int argc, char** argv) {
             vts::options.cause = value();
         } else if (name == "--restart") {
             vts::options.restart = value();
-        } else if (name == "--longest-call") {
-            vts::options.longestCall = std::chrono::seconds(atoi(value().c_str()));
+        } else if (name == "--longest-call" || name == "--longest-wait") {
+            auto& limit =
+                name == "--longest-call" ? vts::options.longestCall : vts::options.longestWait;
+            if (const std::string text = value(); !vts::setLimit(limit, text)) {
+                fprintf(stderr, "%s takes seconds from 1, not '%s'\n", name.c_str(), text.c_str());
+                return 2;
+            }
         } else if (argument == "--change") {
             vts::options.change = true;
         } else if (argument == vts::kOtherClient) {

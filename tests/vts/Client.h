@@ -45,6 +45,8 @@ struct Options {
      * that was waiting before it.
      */
     std::chrono::seconds longestCall{30};
+    /** More than passes until a client is told of an event, or until the service has restarted. */
+    std::chrono::seconds longestWait{30};
     std::string program;  ///< this one, to be started again as a client that is killed
 };
 extern Options options;

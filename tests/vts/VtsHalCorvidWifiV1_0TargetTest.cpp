@@ -323,10 +323,10 @@ class Recipient : public ::android::hardware::hidl_death_recipient {
         changed_.notify_all();
     }
 
-    /** Returns false if it does not come, with that cookie, in the time of the longest call. */
+    /** Returns false if it does not come, with that cookie, within the longest wait. */
     bool waitForDeath(uint64_t cookie) {
         std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, options.longestCall, [&] { return cookie_ == cookie; });
+        return changed_.wait_for(lock, options.longestWait, [&] { return cookie_ == cookie; });
     }
 
   private:
@@ -400,7 +400,7 @@ class Listener : public ICorvidWifiManagerCallback {
         return events_;
     }
 
-    /** How many of them had strange arguments, or let a call of the service fail meanwhile. */
+    /** How many had strange arguments, or a call from inside them that failed. */
     size_t strange() const {
         const std::lock_guard<std::mutex> lock(mutex_);
         return strange_;
@@ -409,7 +409,7 @@ class Listener : public ICorvidWifiManagerCallback {
     /** Waits until there were more than `count`; returns false if that takes too long. */
     bool waitForMoreThan(size_t count) {
         std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, options.longestCall, [&] { return events_ > count; });
+        return changed_.wait_for(lock, options.longestWait, [&] { return events_ > count; });
     }
 
   private:
