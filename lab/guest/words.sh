@@ -230,8 +230,12 @@ start_monitor() {
 call() { $as_wifi corvid-wifi call "$@" || true; }
 dump() { $as_wifi corvid-wifi dump; }
 
-# still_runs: the daemon is the process that it was.
-still_runs() { kill -0 "$daemon" 2>/dev/null || fail "the daemon has ended"; }
+# still_runs: the daemon is the process that it was. One that has ended and is not waited for yet is
+# a zombie, which kill finds too.
+still_runs() {
+    grep -q '^State:[[:space:]]*[RSDTt]' "/proc/$daemon/status" 2>/dev/null ||
+        fail "the daemon has ended"
+}
 
 # --- the daemon's figures ---
 
