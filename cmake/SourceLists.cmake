@@ -7,6 +7,9 @@ set_property(GLOBAL PROPERTY CORVID_DEVICE_TARGETS "")
 # with what a sanitizer build has for the device's sources alone.
 function(device_target target)
   target_compile_options(${target} PRIVATE ${CORVID_DEVICE_OPTIONS})
+  if(CORVID_DEVICE_OPTIONS)  # without which the tests' headers were compiled
+    set_target_properties(${target} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
+  endif()
   set_property(GLOBAL APPEND PROPERTY CORVID_DEVICE_TARGETS ${target})
 endfunction()
 
