@@ -7,23 +7,27 @@ cd "$(dirname "$0")"
 
 usage() {
     cat <<'END'
-usage: ./test.sh [--all | --arm64 | --armhf | --package] [OPTION ...] [-- CTEST-OPTION ...]
+usage: ./test.sh [--all | --arm64 | --armhf] [OPTION ...] [-- CTEST-OPTION ...]
+       ./test.sh --package
        ./test.sh --toolchains [ROW ...]
 
 Installs what is missing, builds, and runs the tests, the virtual machine's included.
 
   --all      also under the address and the thread sanitizer, and clang-tidy
-  --arm64    in place of that the tests compiled for arm64, by emulation
-  --armhf    the same for a machine with words of 32 bits
+  --arm64    in place of that the tests compiled for arm64, by emulation on amd64; their names begin
+             with aarch64.
+  --armhf    the same for a machine with words of 32 bits; their names begin with arm.
   --package  in place of that the Debian package, in a fresh Debian; as root, and a few minutes
   --toolchains
              in place of that the daemon by the platform's toolchains, a row for each: compilers of
-             several ages, libc++, an image's checks. Some rows run the unit tests too.
+             several ages, libc++, an image's checks. Some rows run the unit tests too. Debian 12
+             has all the compilers.
   -R REGEX   only tests whose names match: ./test.sh -R TxPower
   -E REGEX   no tests whose names match
   -L REGEX   only tests with such a label (lab, tidy)
   -LE REGEX  no tests with such a label: ./test.sh -LE lab
-  -j N       so many tests at a time (default: four per processor; most of them wait)
+  -j N       so many tests at a time (default: four per processor; most of them wait. Emulated ones
+             two per processor)
   -V         all output of the tests
   -N         lists the tests in place of running them
   --help
@@ -31,28 +35,27 @@ Installs what is missing, builds, and runs the tests, the virtual machine's incl
 END
 }
 
-all=false
-machine=
-package=false
+kind=  # which of the options that stand for a run of their own
+rows=()
 jobs=$((4 * $(nproc)))
 jobs_given=false
 without=()  # labels
 excluded=
 options=()
+
+# choose KIND: one run is one of them.
+choose() {
+    [ -z "$kind" ] || fail "--$kind and --$1 are runs of their own; see ./test.sh --help"
+    kind=$1
+}
+
 while [ $# -gt 0 ]; do
     case $1 in
         -h | --help)
             usage
             exit 0
             ;;
-        --all) all=true ;;
-        --arm64 | --armhf) machine=${1#--} ;;
-        --package) package=true ;;
-        --toolchains)
-            shift
-            install_packages packages.txt
-            exec python3 -B tests/toolchains/toolchains.py "$@"
-            ;;
+        --all | --arm64 | --armhf | --package | --toolchains) choose "${1#--}" ;;
         -V | -N) options+=("$1") ;;
         -R | -E | -L | -LE | -j)
             [ $# -ge 2 ] || fail "$1 needs a value; see ./test.sh --help"
@@ -69,11 +72,31 @@ while [ $# -gt 0 ]; do
             options+=("$@")
             break
             ;;
-        *) fail "there is no option $1; see ./test.sh --help" ;;
+        *)
+            if [ "$kind" != toolchains ] || [[ $1 = -* ]]; then
+                fail "there is no option $1; see ./test.sh --help"
+            fi
+            rows+=("$1")
+            ;;
     esac
     shift
 done
 case $jobs in '' | *[!0-9]* | 0) fail "-j needs a number from 1; see ./test.sh --help" ;; esac
+filtered=false
+[ ${#options[@]} -eq 0 ] && [ ${#without[@]} -eq 0 ] && [ -z "$excluded" ] || filtered=true
+case $kind in
+    package | toolchains)
+        if $filtered || $jobs_given; then
+            fail "--$kind takes no options; see ./test.sh --help"
+        fi
+        ;;
+esac
+
+# labels_without: adds what leaves out the labels of `without` to the options.
+labels_without() {
+    [ ${#without[@]} -eq 0 ] ||
+        options=(-LE "$(IFS='|' && echo "${without[*]}")" "${options[@]}")
+}
 
 # emulated MACHINE: builds for it, and runs what an emulator of the processor can run. The kernel
 # stays this machine's, so some tests are left out; cmake/cross/left-out.txt says why.
@@ -88,25 +111,27 @@ emulated() {
     make_root "$machine"
     CORVID_SYSTEM_ROOT=$(root_folder "$machine")
     export CORVID_SYSTEM_ROOT
-    # A build folder keeps paths of the root that it was made with.
-    local cache=build-$machine/CMakeCache.txt
-    if [ -f "$cache" ] && ! grep -qx "CORVID_SYSTEM_ROOT:PATH=$CORVID_SYSTEM_ROOT" "$cache"; then
-        echo "build-$machine was made with other libraries: beginning anew"
-        rm -rf "build-$machine"
-    fi
     build gcc  # it says which tests there are to be
     build "$machine"
+    labels_without
     cmake/cross/run_tests.py "$machine" build "build-$machine" \
         ${excluded:+--exclude "$excluded"} -j "$jobs" "${options[@]}"
     echo "$machine: $SECONDS s"
 }
-if [ -n "$machine" ]; then
-    emulated "$machine"
-    exit
-fi
+case $kind in
+    arm64 | armhf)
+        emulated "$kind"
+        exit
+        ;;
+    toolchains)
+        # Which names the rows, if one is not right.
+        command -v python3 >/dev/null || install_packages packages.txt
+        exec python3 -B tests/toolchains/toolchains.py "${rows[@]}"
+        ;;
+esac
 
 # Not one of ctest's tests: it unpacks a Debian, and boots it.
-if $package; then
+if [ "$kind" = package ]; then
     install_packages packages.txt
     install_packages tests/install/packages.txt
     build gcc
@@ -117,9 +142,7 @@ fi
 summary=build/all
 # How long the last run took that was neither cut short nor filtered.
 took=$summary/seconds
-filtered=false
-[ ${#options[@]} -eq 0 ] && [ ${#without[@]} -eq 0 ] && [ -z "$excluded" ] || filtered=true
-if $all; then
+if [ "$kind" = all ]; then
     presets=(gcc address thread)
     took+=-all
     echo "Every test, under both sanitizers too, and clang-tidy. From a fresh clone on two" \
@@ -157,11 +180,9 @@ run=()
 # Where the kernel spreads a program over more of its memory than clang's thread sanitizer expects,
 # a program of that build ends at once.
 setarch -R true 2>/dev/null && run=(setarch -R)
-if [ ${#without[@]} -gt 0 ]; then
-    options=(-LE "$(IFS='|' && echo "${without[*]}")" "${options[@]}")
-fi
+labels_without
 status=0
-"${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary \
+"${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary --no-tests=error \
     ${excluded:+-E "$excluded"} "${options[@]}" </dev/null || status=$?
 $filtered || echo $SECONDS >$took
 exit $status

@@ -70,6 +70,21 @@ class RunTestsTest(unittest.TestCase):
         self.assertEqual(status, 0)
         self.assertIn(" 1 tests passed", line)
 
+    def test_selection_of_no_test_fails(self):
+        gcc = self.build("gcc", A_One="passes")
+        arm = self.build("arm", aarch64_A_One="passes")
+        status, _ = self.run_tests(gcc, arm, options=["-R", "Typo"])
+        self.assertNotEqual(status, 0)
+        status, _ = self.run_tests(gcc, arm, options=["-N"])
+        self.assertEqual(status, 0)
+
+    def test_option_that_would_replace_the_list_is_refused(self):
+        for option in ("-E", "-EB", "--exclude-regex"):
+            self.assert_refused("-E behind -- would replace left-out.txt's; give it before",
+                                self.build("gcc" + option, A_One="passes"),
+                                self.build("arm" + option, aarch64_A_One="passes"),
+                                options=["-j", "2", option, "B"])
+
     def test_list_of_one_machine_is_not_that_of_another(self):
         gcc = self.build("gcc", A_One="passes")
         arm = self.build("arm", arm_A_One="fails")
