@@ -44,13 +44,16 @@ folder_of() {
 }
 
 # drop_foreign FOLDER: removes a build folder that was made in another place, as in a checkout that
-# was copied or moved. Every path in it leads to the old place.
+# was copied or moved, or for another system root. Every path in it leads to the old one.
 drop_foreign() {
     local entry path here
-    for entry in "CMAKE_HOME_DIRECTORY ." "CMAKE_CACHEFILE_DIR $1"; do
-        path=$(sed -n "s/^${entry% *}:INTERNAL=//p" "$1/CMakeCache.txt" 2>/dev/null) || return 0
-        [ -n "$path" ] || continue
-        here=$(realpath "${entry#* }")
+    for entry in "CMAKE_HOME_DIRECTORY ." "CMAKE_CACHEFILE_DIR $1" \
+        "CORVID_SYSTEM_ROOT ${CORVID_SYSTEM_ROOT:-}"; do
+        path=$(sed -n "s/^${entry%% *}:[A-Z]*=//p" "$1/CMakeCache.txt" 2>/dev/null) || return 0
+        if [ -z "$path" ] || [ -z "${entry#* }" ]; then
+            continue
+        fi
+        here=$(realpath -m "${entry#* }")
         if [ "$(realpath -m "$path")" != "$here" ]; then
             echo "$1 was made for $path: beginning anew"
             rm -rf "$1"

@@ -3,14 +3,14 @@
 # Debian packages that are downloaded and unpacked, never installed. To be sourced in the top
 # folder, after setup.sh; all of it works as an ordinary user.
 
-# Where they are kept between runs and shared by all clones.
+# Where they are kept between runs and shared by all clones. One that no build uses may be removed.
 system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
 
 # The development packages of packages.txt that the device's sources and the tests are compiled
 # with. The sanitizers' are this machine's own, and what only benchmarks use is not built.
 root_packages() {
     sed 's/#.*//' packages.txt | xargs -n1 | grep -e '-dev$' |
-        grep -vxE 'libclang-rt-dev|libboost-dev|libbenchmark-dev'
+        grep -vxE 'dpkg-dev|libclang-rt-dev|libboost-dev|libbenchmark-dev'
     echo g++
 }
 
@@ -33,38 +33,38 @@ make_root() {
 }
 
 unpack_root() {
-    local architecture=$1 folder=$2 work=$2.work package link
+    local architecture=$1 folder=$2 work=$2.work package library link
     rm -rf "$work"
     mkdir -p "$work"/{root/usr/lib,lists/partial,archives/partial}
     # usr is merged: packages of both kinds go to one place.
     ln -s usr/lib "$work/root/lib"
-    local apt=(apt-get -qq -o "APT::Architecture=$architecture"
+    local apt=(apt-get -q -o "APT::Architecture=$architecture"
         -o "APT::Architectures=$architecture" -o "Dir::State::Lists=$work/lists"
         -o Dir::State::status=/dev/null -o "Dir::Cache=$work" -o Debug::NoLocking=true
         -o APT::Sandbox::User= -o APT::Install-Recommends=false)
     echo "Downloading the libraries of $architecture"
     # A mirror that is being brought up to date may lack the list of one suite of several.
     "${apt[@]}" update >"$work/log" 2>&1 ||
-        echo "Not every list could be downloaded: $(grep -m1 ^E: "$work/log")"
+        echo "Going on without a list of packages: $(grep -m1 ^E: "$work/log")"
     # shellcheck disable=SC2046  # one word per package
-    "${apt[@]}" install --download-only -y $(root_packages) >"$work/log" 2>&1 ||
-        fail "the packages of $architecture could not be downloaded: $(grep -m1 ^E: "$work/log")"
+    "${apt[@]}" install --download-only -y $(root_packages) >>"$work/log" 2>&1 ||
+        fail "the packages of $architecture could not be downloaded: $(grep -m1 '^[EW]:' \
+            "$work/log"); see $work/log"
     for package in "$work/archives"/*.deb; do
-        dpkg-deb --fsys-tarfile "$package" |
-            tar -x -C "$work/root" --keep-directory-symlink ./usr ./lib 2>/dev/null || true
+        dpkg-deb --fsys-tarfile "$package" | tar -x -C "$work/root" --keep-directory-symlink \
+            --exclude=./etc --exclude=./var --exclude=./usr/share/doc --exclude=./usr/share/man ||
+            fail "$package could not be unpacked"
     done
     # What leads to a place of the root by its whole path would lead out of it.
     find "$work/root" -type l -lname '/*' | while read -r link; do
         ln -sfnr "$work/root$(readlink "$link")" "$link"
     done
-    # The platform's libraries are in a folder of their own. armhf's loader asks by statx() whether it
-    # is there, which the emulator does not lead into the root.
-    for link in "$work/root/usr/lib"/*/android; do
-        (cd "$link/.." && ln -s android/*.so.* .)
+    # The platform's libraries are in a folder of their own. armhf's loader asks by statx() whether
+    # it is there, which the emulator does not lead into the root.
+    for library in "$work/root/usr/lib"/*/android/*.so.*; do
+        [ -e "$library" ] || fail "the packages of $architecture have brought no liblog"
+        ln -sr "$library" "$(dirname "$(dirname "$library")")"
     done
-    find "$work/root" -name 'libgtest.a' | grep -q . ||
-        fail "the packages of $architecture have brought no libgtest"
-    rm -rf "$work/root/usr/share/doc" "$work/root/usr/share/man"
     mv "$work/root" "$folder"
     rm -rf "$work"
 }
