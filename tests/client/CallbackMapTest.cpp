@@ -15,6 +15,7 @@
 
 #include "client/CallbackMap.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Patience.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -347,7 +348,7 @@ TEST(CallbackMap, ConcurrentTriggersRunTheSameCallbackAtTheSameTime) {
         if (++inside == 2) {
             both.set_value();
         }
-        EXPECT_EQ(bothInside.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+        EXPECT_EQ(bothInside.wait_for(test::kPatience), std::future_status::ready);
     };
     map.registerCallback(callback);
     std::thread other([&] { map.trigger("1"); });

@@ -25,6 +25,7 @@
 #include "tests/support/FakeControlSocket.h"
 #include "tests/support/FakeNl80211.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Patience.h"
 #include "tests/support/TempFolder.h"
 
 namespace Ursa::OS::Wifi {
@@ -66,8 +67,7 @@ class CorvidWifiClientTest : public testing::Test {
         };
         const auto subscription = subscribe({{Type::WPA_REGDOM_CHANGE, kind, kTask, last}});
         ASSERT_EQ(socket.sendEvent("<3>CTRL-EVENT-REGDOM-CHANGE drained"), 1u);
-        ASSERT_EQ(arrived.get_future().wait_for(std::chrono::seconds(30)),
-                  std::future_status::ready);
+        ASSERT_EQ(arrived.get_future().wait_for(test::kPatience), std::future_status::ready);
     }
     void drain() { drain(sta_, kSta); }
 
@@ -92,8 +92,7 @@ class BlockedHandler {
     std::atomic<int> finished{0};
 
     bool waitUntilEntered() {
-        return entered_.get_future().wait_for(std::chrono::seconds(30)) ==
-               std::future_status::ready;
+        return entered_.get_future().wait_for(test::kPatience) == std::future_status::ready;
     }
     void release() { release_.set_value(); }
 
@@ -283,7 +282,7 @@ TEST_F(CorvidWifiClientTest, EndingASubscriptionWhileItsCallSendsACommandDoesNot
     // The end of the subscription is under way, and still the command gets through.
     EXPECT_EQ(ended.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     proceed.set_value();
-    EXPECT_EQ(ended.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    EXPECT_EQ(ended.wait_for(test::kPatience), std::future_status::ready);
     EXPECT_TRUE(sent);
 }
 

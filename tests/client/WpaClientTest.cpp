@@ -27,6 +27,7 @@
 #include "tests/support/FakeControlSocket.h"
 #include "tests/support/Footprint.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Patience.h"
 #include "tests/support/TempFolder.h"
 
 namespace Ursa::OS::Wifi {
@@ -64,8 +65,7 @@ class Listener {
 
     bool waitFor(size_t count) {
         std::unique_lock<std::mutex> lock(mutex_);
-        return grown_.wait_for(lock, std::chrono::seconds(30),
-                               [&] { return payloads_.size() >= count; });
+        return grown_.wait_for(lock, test::kPatience, [&] { return payloads_.size() >= count; });
     }
 
     std::vector<std::string> payloads() {

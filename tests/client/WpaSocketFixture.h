@@ -26,6 +26,7 @@
 #include "os/Poll.h"
 #include "tests/support/FakeControlSocket.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Patience.h"
 #include "tests/support/TempFolder.h"
 
 namespace Ursa::OS::Wifi {
@@ -90,10 +91,10 @@ class WpaSocketTest : public testing::Test {
         return socket;
     }
 
-    /** Turns the loop until it is so. Returns false after half a minute. */
+    /** Turns the loop until it is so. Returns false after test::kPatience. */
     template <typename Condition>
     bool turnUntil(Condition condition) {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto end = std::chrono::steady_clock::now() + test::kPatience;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > end) {
                 return false;

@@ -5,6 +5,8 @@
 
 #include <sys/types.h>
 
+#include "tests/support/Emulated.h"
+
 namespace component {
 
 /** What a running process has and does, as /proc tells it now. */
@@ -13,8 +15,10 @@ class ProcessFigures {
     explicit ProcessFigures(pid_t pid);
 
     size_t descriptors() const { return descriptors_; }
-    /** Those of the program's own: ThreadSanitizer has one too. */
-    size_t threads() const { return wakeUps_.size() - CORVID_SANITIZER_THREADS; }
+    /** Those of the program's own: ThreadSanitizer has one too, and so has an emulator. */
+    size_t threads() const {
+        return wakeUps_.size() - CORVID_SANITIZER_THREADS - test::kEmulatorThreads;
+    }
     /** Memory of its own that no file backs, in KiB. */
     long anonymousKiB() const { return anonymousKiB_; }
     /** How often each thread, by its id, has gone to sleep of its own accord and been woken. */

@@ -4,6 +4,7 @@
 
 #include "managers/RegdomManager.h"
 #include "tests/support/ManagerTest.h"
+#include "tests/support/Patience.h"
 
 namespace Ursa::OS::Wifi {
 
@@ -135,7 +136,7 @@ TEST_F(RegdomManagerTest, UnlinkingWaitsForARunningListener) {
     sta_.sendEvent("CTRL-EVENT-REGDOM-CHANGE init=USER type=COUNTRY alpha2=US");
     {
         std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(changed.wait_for(lock, std::chrono::seconds(30), [&] { return entered; }));
+        ASSERT_TRUE(changed.wait_for(lock, test::kPatience, [&] { return entered; }));
     }
     // While the listener runs, linking another is refused at once, without waiting for it.
     EXPECT_FALSE(manager_.linkRegdomUpdatedCallback(listener_));

@@ -14,6 +14,8 @@
 
 #include <sys/types.h>
 
+#include "tests/support/Patience.h"
+
 namespace simtest {
 
 /** A record of the simulator: its JSON object's members, texts unescaped, the rest as JSON. */
@@ -76,7 +78,7 @@ class SimDriver {
     std::vector<SimRecord> records(const std::string& kind);
     /** Waits for a record, earlier ones included; empty when it doesn't come in time. */
     std::optional<SimRecord> waitFor(const Matches& matches,
-                                     std::chrono::milliseconds limit = std::chrono::seconds(20));
+                                     std::chrono::milliseconds limit = test::kPatience);
     /** Forgets the records until now. */
     void forget();
 

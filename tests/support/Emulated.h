@@ -9,4 +9,7 @@ constexpr bool kEmulated = true;
 constexpr bool kEmulated = false;
 #endif
 
+/** The threads that the emulator has in each process, beside the program's own. */
+constexpr unsigned kEmulatorThreads = kEmulated ? 1 : 0;
+
 }  // namespace test

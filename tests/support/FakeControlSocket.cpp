@@ -8,6 +8,8 @@
 #include <memory>
 #include <utility>
 
+#include "tests/support/Patience.h"
+
 namespace test {
 
 using sim::Reply;
@@ -140,7 +142,7 @@ bool FakeControlSocket::waitForCommand(const std::string& command) const {
 template <typename Condition>
 bool FakeControlSocket::waitUntil_(Condition condition) const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(30), condition);
+    return changed_.wait_for(lock, kPatience, condition);
 }
 
 /** Decides about a request; nothing leaves it to the simulated supplicant. */

@@ -81,7 +81,7 @@ class FakeControlSocket {
     size_t attachRequests() const;
     size_t detachRequests() const;
 
-    // These wait, at most 30 s, and return whether it came true.
+    // These wait, at most for kPatience, and return whether it came true.
     bool waitForAttached(size_t count) const;
     bool waitForCommand(const std::string& command) const;
 

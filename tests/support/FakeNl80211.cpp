@@ -11,6 +11,8 @@
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 
+#include "tests/support/Patience.h"
+
 namespace test {
 
 namespace {
@@ -139,8 +141,7 @@ int FakeNl80211::openConnections() const {
 
 bool FakeNl80211::waitUntilClosed() const {
     std::unique_lock<std::mutex> lock(mutex_);
-    return closed_.wait_for(lock, std::chrono::seconds(30),
-                            [this] { return openConnections_ == 0; });
+    return closed_.wait_for(lock, kPatience, [this] { return openConnections_ == 0; });
 }
 
 /** The test's answer; nothing leaves the request to the simulated kernel. */

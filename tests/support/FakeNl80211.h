@@ -78,7 +78,7 @@ class FakeNl80211 {
     int connections() const;
     int openConnections() const;
 
-    /** Waits, at most 30 s, until no connection is open. */
+    /** Waits, at most for kPatience, until no connection is open. */
     bool waitUntilClosed() const;
 
   private:

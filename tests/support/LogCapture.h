@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/Patience.h"
+
 namespace test {
 
 /**
@@ -37,8 +39,7 @@ class LogCapture {
     size_t count(int priority, std::string_view message) const;
 
     /** Waits until a line of exactly this message was logged. Returns false after `timeout`. */
-    bool waitFor(std::string_view message,
-                 std::chrono::milliseconds timeout = std::chrono::seconds(30)) const;
+    bool waitFor(std::string_view message, std::chrono::milliseconds timeout = kPatience) const;
 
     /** Forgets what was logged so far. */
     void clear();

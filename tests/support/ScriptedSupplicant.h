@@ -40,7 +40,7 @@ class ScriptedSupplicant {
     std::vector<std::string> commands(const std::string& prefix = "") const;
     /** Frees their memory in a long run. */
     void forgetCommands();
-    /** Waits for at least `count` such commands. Returns false after 30 s. */
+    /** Waits for at least `count` such commands. Returns false after kPatience. */
     bool waitForCommands(const std::string& prefix, size_t count) const;
 
     /** Like a killed process: every send fails, but the file stays. */

@@ -16,6 +16,8 @@
 #include <hidl/HidlTransportSupport.h>
 #include <sys/syscall.h>
 
+#include "tests/support/Emulated.h"
+
 using android::sp;
 using android::wp;
 using android::hardware::hidl_death_recipient;
@@ -95,7 +97,8 @@ class Echo : public IEcho {
     Return<void> die() override { _exit(3); }
 
     Return<void> threads(threads_cb reply) override {
-        reply(entriesOf("/proc/self/task"), syscall(SYS_gettid) == getpid());
+        reply(entriesOf("/proc/self/task") - test::kEmulatorThreads,
+              syscall(SYS_gettid) == getpid());
         return Void();
     }
 
