@@ -280,7 +280,7 @@ bool ScsManager::constructRequestFrameV4(ScsProfile* profile, requestFrame& fram
 }
 
 bool ScsManager::sendRequestFrameToDriver(const requestFrame& frame) {
-    // Where words have 32 bits the span's own precondition names another number.
+    // Not gsl::dynamic_extent, which is a smaller number where words have 32 bits.
     if (frame.size == std::numeric_limits<uint64_t>::max()) {
         endForSizeOfNoSpan();
     }

@@ -1,13 +1,18 @@
 #!/usr/bin/env python3
 """run_tests.py MACHINE GCC-FOLDER FOLDER [--exclude REGEX] [CTEST-OPTION ...]
+run_tests.py --check GCC-FOLDER
 
 Runs the tests of the build in FOLDER, which was compiled for MACHINE, except those of left-out.txt.
 Fails too if a test of GCC-FOLDER is neither there nor in the list, or if a test is skipped that
 GCC-FOLDER does not skip.
+
+With --check it looks only whether GCC-FOLDER has the tests that left-out.txt names. Its status is 77
+if that cannot be told: they are not built, or not amd64's.
 """
 
 import fnmatch
 import os
+import platform
 import re
 import subprocess
 import sys
@@ -53,11 +58,15 @@ def bare(name, prefix=""):
     return name[len(prefix):].split("  # GetParam()")[0]
 
 
+def entries_without_a_test(entries, here):
+    return [f"left-out.txt: there is no test {entry.name}" for entry in entries
+            if not any(entry.matches(test) for test in here)]
+
+
 def complaints(entries, here, there):
     """What is wrong with the list, given the names of the tests in the gcc build (here) and in the
     other machine's (there)."""
-    found = [f"left-out.txt: there is no test {entry.name}" for entry in entries
-             if not any(entry.matches(test) for test in here)]
+    found = entries_without_a_test(entries, here)
     found += [f"{test}: neither compiled for this machine nor in left-out.txt" for test in here
               if test not in there and not any(entry.matches(test) for entry in entries)]
     found += [f"{test}: not in the gcc build" for test in there if test not in here]
@@ -131,13 +140,34 @@ def run(machine, gcc_folder, folder, list_text, options):
     return status
 
 
+def check(gcc_folder, list_text):
+    """Returns the status."""
+    if platform.machine() != "x86_64":
+        say("the list is that of amd64's tests")
+        return 77
+    here = tests_of(gcc_folder)
+    if any(test.endswith(".IsNotBuilt") for test in here):
+        say("some programs are not built, so nobody knows their tests")
+        return 77
+    wrong = entries_without_a_test(
+        {entry.name: entry for machine in MACHINES
+         for entry in read_list(list_text, machine)}.values(), here)
+    if wrong:
+        raise Error("\n".join(wrong))
+    return 0
+
+
 def say(line, *items):
     print(line, *items, sep="\n  ", flush=True)
 
 
-def main(machine, gcc_folder, folder, *options):
+def main(machine, gcc_folder, *rest):
     with open(LIST, encoding="utf-8") as file:
-        return run(machine, gcc_folder, folder, file.read(), list(options))
+        list_text = file.read()
+    if machine == "--check":
+        return check(gcc_folder, list_text)
+    folder, *options = rest
+    return run(machine, gcc_folder, folder, list_text, options)
 
 
 if __name__ == "__main__":

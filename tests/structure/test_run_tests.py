@@ -4,6 +4,7 @@
 import contextlib
 import io
 import os
+import platform
 import sys
 import tempfile
 import unittest
@@ -111,6 +112,17 @@ class RunTestsTest(unittest.TestCase):
         self.assert_refused("left-out.txt: there is no test A.Gone",
                             self.build("gcc", A_One="passes"),
                             self.build("arm", aarch64_A_One="passes"), "A.Gone  all  a reason")
+
+    @unittest.skipUnless(platform.machine() == "x86_64", "the list is that of amd64's tests")
+    def test_list_alone_is_checked_too(self):
+        lines = "A.One  all  a reason\nA.Gone  armhf  another"
+        with self.assertRaisesRegex(run_tests.Error, "^left-out.txt: there is no test A.Gone$"):
+            run_tests.check(self.build("gcc", A_One="passes"), lines)
+        self.assertEqual(run_tests.check(self.build("whole", A_One="passes", A_Gone="passes"),
+                                         lines), 0)
+        with contextlib.redirect_stdout(io.StringIO()):
+            self.assertEqual(run_tests.check(self.build("part", A_One="passes",
+                                                        A_IsNotBuilt="fails"), lines), 77)
 
     def test_skip_that_the_gcc_build_does_not_make_is_refused(self):
         self.assert_refused("skipped, but not by the gcc build: A.One",
