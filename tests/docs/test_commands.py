@@ -105,7 +105,7 @@ class Commands(unittest.TestCase):
             position = found + 1
 
     def test_run_sh_ends_with_the_expectations(self):
-        output = self.run_well("./run.sh --speed 10 --plain power-walk")
+        output = self.run_well("./run.sh --speed 5 --plain power-walk")
         self.assertIn("\n7 expectations met\n", output)
         self.assertIn("TxPowerManager", output.partition("scenario               end\n")[2], "the dump")
 

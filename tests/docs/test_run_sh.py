@@ -60,7 +60,7 @@ class RunSh(unittest.TestCase):
             self.assertRegex(line, r"^[a-z0-9-]+: [A-Z].*[.!?]$")
 
     def test_log_tags_of_the_caller_show_more(self):
-        words = "--plain --no-dump --speed 10 power-group"
+        words = "--plain --no-dump --speed 2 power-group"
         less = self.run_sh(words, ANDROID_LOG_TAGS="").stdout
         more = self.run_sh(words, ANDROID_LOG_TAGS="CorvidWifi:V").stdout
         self.assertNotIn("log I ", less)
@@ -68,7 +68,7 @@ class RunSh(unittest.TestCase):
         self.assertIn("\n8 expectations met\n", more)
 
     def test_play_ends_with_its_report(self):
-        words = "--plain --no-dump --speed 10 power-group"
+        words = "--plain --no-dump --speed 2 power-group"
         result = self.run_sh(f"{words} --report page.html")
         self.assertEqual(result.returncode, 0, result.stdout)
         page = os.path.join(self.checkout.path, "page.html")
@@ -94,7 +94,7 @@ class RunSh(unittest.TestCase):
 
     def test_paths_are_the_callers(self):
         result = self.checkout.run("mkdir here && cd here && ../run.sh --plain --no-dump "
-                                   "--speed 10 --record r.jsonl ../sim/scenarios/kernel-trouble.scn")
+                                   "--speed 2 --record r.jsonl ../sim/scenarios/kernel-trouble.scn")
         self.assertEqual(result.returncode, 0, result.stdout)
         self.assertTrue(os.path.exists(os.path.join(self.checkout.path, "here", "r.jsonl")))
 
