@@ -119,10 +119,13 @@ if ! $reported || [ ${#play[@]} -eq 0 ] || is_one_of --check "${options[@]}"; th
 fi
 
 name=$(basename "$file" .scn)
+# Without --report the page is that of the play that ends last, if several play the same scenario.
+write=()
 if [ -z "$report" ]; then
     report=build/reports/$name.html
     mkdir -p build/reports
     rm -f "$report"
+    write=(--force)
 elif [ -e "$report" ]; then
     fail "$report is there already"
 fi
@@ -148,7 +151,7 @@ trap - INT TERM HUP
 if [ -s "$record" ]; then
     result=$holder/$name.result
     if build/bin/corvid-trace import --label "$name" -o "$result" "$record" 2>"$holder/errors" &&
-        build/bin/corvid-trace report -o "$report" "$result" 2>>"$holder/errors"; then
+        build/bin/corvid-trace report "${write[@]}" -o "$report" "$result" 2>>"$holder/errors"; then
         echo "Report: $report"
     else
         cat "$holder/errors" >&2

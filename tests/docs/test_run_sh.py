@@ -79,6 +79,22 @@ class RunSh(unittest.TestCase):
         self.assertEqual((again.returncode, again.stdout), (1, f"run.sh: {page} is there already\n"))
         self.assertNotIn("Report:", self.run_sh(f"{words} --no-report").stdout)
 
+    def test_report_that_another_play_has_made_meanwhile_is_written_over(self):
+        name = os.path.basename(self.checkout.path)  # the folder of reports is shared
+        page = os.path.join(self.checkout.path, f"build/reports/{name}.html")
+        self.addCleanup(lambda: os.path.exists(page) and os.remove(page))
+        # The signal comes long before the scenario's end.
+        script = f"""
+            cp sim/scenarios/power-walk.scn {name}.scn
+            ./run.sh --plain --no-dump {name}.scn >said 2>&1 &
+            until grep -q SET_TXPOWER said; do sleep 0.05; done
+            echo another >build/reports/{name}.html
+            kill %1
+            wait
+            cat said build/reports/{name}.html"""
+        said = self.checkout.run(script).stdout
+        self.assertIn(f"\nReport: build/reports/{name}.html\n<!", said)
+
     def test_signal_ends_the_play(self):
         # When the daemon has been told its first power, and long before the scenario's end.
         script = """
