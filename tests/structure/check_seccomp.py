@@ -26,7 +26,8 @@ CALLS = {
     "abort": "tgkill", "access": "faccessat", "chmod": "fchmodat", "chown": "fchownat",
     "closedir": "close", "creat": "openat", "dup2": "dup3", "epoll_wait": "epoll_pwait",
     "eventfd": "eventfd2", "fopen": "openat", "fork": "clone", "fprintf": "write",
-    "free": "madvise munmap", "fstat": "newfstatat", "getrlimit": "prlimit64",
+    "fputc": "write", "fputs": "write", "free": "madvise munmap", "fstat": "newfstatat",
+    "fwrite": "write", "getrlimit": "prlimit64",
     # The file of time zones has UTC too.
     "gmtime_r": "close lseek openat read", "if_nametoindex": "close ioctl socket",
     "inotify_init": "inotify_init1", "lstat": "newfstatat", "mkdir": "mkdirat",
@@ -46,11 +47,14 @@ CALLS = {
     "_ZNSt14basic_ifstream": "openat", "_ZNSt14basic_ofstream": "openat",
 }
 
-# Functions and variables without a system call.
+# Functions and variables without a system call; which of them a source has also depends on the
+# compiler.
 NO_CALLS = set("""
-    bcmp ether_aton_r inet_pton isspace memchr memcmp memcpy memmove memset sigaddset sigdelset
-    sigemptyset sigfillset sigismember snprintf sscanf stderr strcasecmp strchr strcmp strerror strlen
-    strncmp strnlen strtol strtoll strtoul strtoull vsnprintf
+    atoi atol bcmp ether_aton_r htonl htons inet_pton isalnum isalpha isdigit isprint isspace
+    isxdigit memchr memcmp memcpy memmove memset ntohl ntohs sigaddset sigdelset sigemptyset
+    sigfillset sigismember snprintf sscanf stderr strcasecmp strchr strcmp strcpy strerror strlen
+    strncasecmp strncmp strncpy strnlen strrchr strstr strtol strtoll strtoul strtoull tolower
+    toupper vsnprintf
 """.split())
 
 # How functions are called that are not looked up: of the compiler, and of libraries that are measured.
