@@ -93,7 +93,7 @@ class Commands(unittest.TestCase):
     def test_run_sh_plays_what_the_readme_shows(self):
         shown = [line for block in blocks("README.md") for line in timeline_lines("\n".join(block))]
         self.assertGreater(len(shown), 30)
-        played = timeline_lines(self.run_well("./run.sh --speed 2 --plain"))
+        played = timeline_lines(self.run_well("./run.sh --plain"))
         # The README leaves lines out, and changes none. A busy machine makes them late, and a signal
         # that rises or falls is another one by then.
         position = 0
