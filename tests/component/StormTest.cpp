@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/component/Headset.h"
+#include "tests/support/Emulated.h"
 
 using namespace std::chrono_literals;
 using component::Headset;
@@ -15,8 +16,9 @@ using testing::IsEmpty;
 
 namespace {
 
-/** Sanitizers keep what was freed for a while, so memory says nothing there, and they are slow. */
-constexpr bool kSanitized = CORVID_SANITIZED;
+/** Sanitizers keep what was freed for a while, an emulator what it translated, so memory says
+ * nothing there, and they are slow. */
+constexpr bool kEncumbered = CORVID_SANITIZED || test::kEmulated;
 
 TEST(Storm, TenThousandEventsInOneBurstAllArriveInOrder) {
     constexpr size_t kEvents = 10'000;
@@ -71,7 +73,7 @@ TEST(Storm, ConnectionsAndDisconnectionsInOneBurstLeaveWhatTheLastOneSays) {
 }
 
 TEST(Storm, ASupplicantThatCrashesAThousandTimesLeavesNothingBehind) {
-    constexpr int kCrashes = kSanitized ? 100 : 1000;
+    constexpr int kCrashes = kEncumbered ? 100 : 1000;
     constexpr int kWarmUp = kCrashes / 5;
     Headset headset;
     headset.playAll({"stats start", "supplicant start p2p=p2p0"});
@@ -102,7 +104,7 @@ TEST(Storm, ASupplicantThatCrashesAThousandTimesLeavesNothingBehind) {
     const ProcessFigures after = figuresAtRest();
     EXPECT_EQ(after.descriptors(), before.descriptors());
     EXPECT_EQ(after.threads(), 2u);
-    if (!kSanitized) {
+    if (!kEncumbered) {
         EXPECT_LE(after.anonymousKiB(), before.anonymousKiB() + 64);
     }
     RecordProperty("anonymousKiB", std::to_string(before.anonymousKiB()) + " then " +
