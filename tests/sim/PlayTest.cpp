@@ -189,7 +189,8 @@ TEST_F(Play, RepeatedLineIsPrintedFourTimesAndCounted) {
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: again' >&2\n"
         "echo 'CorvidWifi E 11-21 09:43:52 15465 15466 WpaSocket: last' >&2\n"
         "exec sleep 1000\n");
-    EXPECT_EQ(play("at 0s expect log last within 20s\n", {"--daemon", daemon}), 0) << output_;
+    EXPECT_EQ(play("at 0s expect log \"WpaSocket: last\" within 20s\n", {"--daemon", daemon}), 0)
+        << output_;
     EXPECT_EQ(std::count_if(records_.begin(), records_.end(),
                             [](const SimRecord& r) { return r.text() == "WpaSocket: again"; }),
               7);
