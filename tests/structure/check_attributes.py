@@ -9,7 +9,8 @@ import shlex
 import subprocess
 import sys
 
-FOLDERS = ("os", "config", "client", "managers", "service", "tools")
+from source_tree import DEVICE_FOLDERS
+
 QUESTION = re.compile(r"__has_attribute\((\w+)\)")
 
 
@@ -19,7 +20,7 @@ def read(path):
 
 
 def daemon_files(root):
-    for folder in FOLDERS:
+    for folder in DEVICE_FOLDERS:
         for where, _, names in os.walk(os.path.join(root, folder)):
             for name in sorted(names):
                 if name.endswith((".h", ".cpp")):

@@ -267,7 +267,7 @@ def check_reasons(root):
                     complaints.append(f"{path}:{place}: a rule for {word} in {source}, which has "
                                       "no such word")
     for path in source_tree.files(root):
-        if path.split(os.sep)[0] not in ("os", "config", "client", "managers", "service") or \
+        if path.split(os.sep)[0] not in source_tree.DAEMON_FOLDERS or \
                 not path.endswith((".cpp", ".h")):
             continue
         text = source_tree.code(root, path)

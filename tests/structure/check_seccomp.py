@@ -17,7 +17,6 @@ import sys
 import source_tree
 
 POLICY = "device/vendor.corvid.hardware.wifi@1.0-service.policy"
-FOLDERS = ("os", "config", "client", "managers", "service")
 # arm64 has the system calls of this header, and no older ones.
 HEADER = "/usr/include/asm-generic/unistd.h"
 
@@ -111,7 +110,7 @@ def check(root, build):
     known = system_calls()
     complaints = []
     allowed = read_policy(root, known, complaints)
-    for folder in FOLDERS:
+    for folder in source_tree.DAEMON_FOLDERS:
         library = os.path.join(build, f"lib/libcorvidwifi_{folder}.a")
         if not os.path.exists(library):
             return None

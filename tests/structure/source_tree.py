@@ -6,6 +6,8 @@ import sys
 
 # The folders that the device builds; the others are a host's alone.
 DEVICE_FOLDERS = ("os", "config", "client", "managers", "service", "tools")
+# Those that the daemon is made of.
+DAEMON_FOLDERS = DEVICE_FOLDERS[:-1]
 
 
 def files(root):

@@ -22,6 +22,7 @@ import check_seccomp
 import check_tidy
 import check_words
 import soong
+import source_tree
 
 
 class TreeTest(unittest.TestCase):
@@ -704,7 +705,7 @@ class SeccompTest(TreeTest):
         super().setUp()
         self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\n\n# More.\nread: 1\n")
         self.write("os/Source.cpp", "// Compiled as C.")
-        for folder in check_seccomp.FOLDERS:
+        for folder in source_tree.DAEMON_FOLDERS:
             self.write(f"lib/libcorvidwifi_{folder}.a", "!<arch>\n")
         self.build("int opendir(void); int strlen(void); int read(void);"
                    "int f(void) { return opendir() + strlen() + read(); }")
