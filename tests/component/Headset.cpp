@@ -8,8 +8,10 @@
 #include <ostream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "tests/component/Features.h"
+#include "tests/support/WaitUntil.h"
 
 namespace component {
 
@@ -147,6 +149,17 @@ int Headset::runDaemonToItsEnd() {
     const std::string text = end.text();
     const std::string before = "the daemon ended with status ";
     return text.rfind(before, 0) == 0 ? std::stoi(text.substr(before.size())) : -1;
+}
+
+ProcessFigures Headset::daemonFigures() const {
+    ProcessFigures figures(daemonPid_);
+    // Threads are looked at one after the other: one that was asleep may be awake by the time that
+    // the one which woke it sleeps. Then it has slept once more when it is looked at again.
+    EXPECT_TRUE(test::waitUntil([&] {
+        const ProcessFigures before = std::exchange(figures, ProcessFigures(daemonPid_));
+        return before.asleep() && figures.asleep() && figures.wakeUps() == before.wakeUps();
+    })) << "the daemon does not come to rest";
+    return figures;
 }
 
 void Headset::expectConnection(const std::string& socket) {

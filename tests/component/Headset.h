@@ -76,7 +76,11 @@ class Headset {
     /** Starts the daemon and waits for its end; its exit status, -1 when it doesn't end. */
     int runDaemonToItsEnd();
     pid_t daemonPid() const { return daemonPid_; }
-    ProcessFigures daemonFigures() const { return ProcessFigures(daemonPid_); }
+    /**
+     * The daemon's figures once it is at rest: what a thread closes after its last line of the log
+     * is closed, and a thread that has ended is gone. Fails the test if it does not come to rest.
+     */
+    ProcessFigures daemonFigures() const;
     /** What is to be expected at the destructor: the daemon ends by itself. */
     void expectDaemonToEnd() { daemonMayEnd_ = true; }
 

@@ -81,7 +81,7 @@ TEST(Storm, ASupplicantThatCrashesAThousandTimesLeavesNothingBehind) {
     headset.expectConnection("wlan0");
     headset.expectConnection("p2p0");
 
-    const auto figuresAtRest = [&] {
+    const auto figuresWithoutALink = [&] {
         headset.play("disconnect");
         headset.settle();
         return headset.daemonFigures();
@@ -92,7 +92,7 @@ TEST(Storm, ASupplicantThatCrashesAThousandTimesLeavesNothingBehind) {
         // Not into the middle of a command: its answer would be waited for.
         headset.expectRecord("atom", "WIFI_STA_CONNECTED");
         if (i == kWarmUp) {
-            before = figuresAtRest();
+            before = figuresWithoutALink();
         }
         headset.forget();
         headset.play("supplicant restart");
@@ -101,7 +101,7 @@ TEST(Storm, ASupplicantThatCrashesAThousandTimesLeavesNothingBehind) {
         ASSERT_FALSE(HasFatalFailure()) << "after " << i << " crashes";
     }
     headset.play("connect freq=5180");
-    const ProcessFigures after = figuresAtRest();
+    const ProcessFigures after = figuresWithoutALink();
     EXPECT_EQ(after.descriptors(), before.descriptors());
     EXPECT_EQ(after.threads(), 2u);
     if (!kEncumbered) {
