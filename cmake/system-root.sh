@@ -3,7 +3,10 @@
 # Debian packages that are downloaded and unpacked, never installed. To be sourced in the top
 # folder, after setup.sh; all of it works as an ordinary user.
 
-# Where they are kept between runs and shared by all clones. One that no build uses may be removed.
+# Where they are kept between runs and shared by all clones. Each list of packages makes a root of its
+# own. When one is made, those of the same machine go that ./test.sh has not used since then in any
+# clone. A build by hand does not count as use.
+roots_unused_since="14 days ago"
 system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
 
 # The development packages of packages.txt that the device's sources and the tests are compiled
@@ -20,16 +23,33 @@ root_folder() {
         sha256sum | cut -c1-16)"
 }
 
-# make_root ARCHITECTURE: makes it, unless it is there.
+# make_root ARCHITECTURE: makes it, unless it is there, and notes that it is used.
 make_root() {
     local architecture=$1 folder
     folder=$(root_folder "$architecture")
-    [ ! -d "$folder" ] || return 0
     mkdir -p "$system_roots"
+    # The lock is also held to note the use: no other clone removes the root at that moment.
     (
         flock 9
-        [ -d "$folder" ] || unpack_root "$architecture" "$folder"
+        if [ ! -d "$folder" ]; then
+            unpack_root "$architecture" "$folder"
+            remove_unused_roots "$architecture" "$folder"
+        fi
+        touch "$folder"
     ) 9>"$system_roots/lock"
+}
+
+# remove_unused_roots ARCHITECTURE FOLDER: all of that machine that were not used lately, but for
+# FOLDER; also what is left of one that could not be made. The time of use is that of the inode's
+# change: the other one came out of a package. They are moved first, so that no half removed one is
+# taken for a root.
+remove_unused_roots() {
+    local removed=$system_roots/removed
+    rm -rf "$removed"
+    mkdir "$removed"
+    find "$system_roots" -maxdepth 1 -name "$1-*" ! -path "$2" ! -newerct "$roots_unused_since" \
+        -exec mv -t "$removed" {} +
+    rm -rf "$removed"
 }
 
 unpack_root() {
