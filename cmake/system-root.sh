@@ -52,6 +52,9 @@ remove_unused_roots() {
     rm -rf "$removed"
 }
 
+# complaints LOG: apt's errors in it, on one line.
+complaints() { sed -n 's/^E: *//p' "$1" | paste -sd '|' | sed 's/|/; /g'; }
+
 unpack_root() {
     local architecture=$1 folder=$2 work=$2.work package library link
     rm -rf "$work"
@@ -63,13 +66,15 @@ unpack_root() {
         -o Dir::State::status=/dev/null -o "Dir::Cache=$work" -o Debug::NoLocking=true
         -o APT::Sandbox::User= -o APT::Install-Recommends=false)
     echo "Downloading the libraries of $architecture"
-    # A mirror that is being brought up to date may lack the list of one suite of several.
-    "${apt[@]}" update >"$work/log" 2>&1 ||
-        echo "Going on without a list of packages: $(grep -m1 ^E: "$work/log")"
+    # Without the list of one suite of several there would be older packages, for as long as the root
+    # is kept. A mirror that is being brought up to date may lack one for some hours.
+    "${apt[@]}" update --error-on=any >"$work/log" 2>&1 ||
+        fail "not all lists of packages of $architecture could be downloaded: $(complaints \
+            "$work/log"); see $work/log"
     # shellcheck disable=SC2046  # one word per package
     "${apt[@]}" install --download-only -y $(root_packages) >>"$work/log" 2>&1 ||
-        fail "the packages of $architecture could not be downloaded: $(grep -m1 '^[EW]:' \
-            "$work/log"); see $work/log"
+        fail "the packages of $architecture could not be downloaded: $(complaints "$work/log"); see \
+$work/log"
     for package in "$work/archives"/*.deb; do
         dpkg-deb --fsys-tarfile "$package" | tar -x -C "$work/root" --keep-directory-symlink \
             --exclude=./etc --exclude=./var --exclude=./usr/share/doc --exclude=./usr/share/man ||

@@ -4,6 +4,7 @@
 import hashlib
 import os
 import shutil
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -22,12 +23,10 @@ class SystemRootTest(unittest.TestCase):
         cls.whole_mirror = os.path.join(holder.name, "mirror")
         for suite in SUITES:
             os.makedirs(os.path.join(cls.whole_mirror, suite))
-        with open(os.path.join(cls.whole_mirror, "release", "Packages"), "wb") as packages:
-            for name, file in (("g++", "usr/bin/g++"), ("first-dev", LIBRARY),
-                               ("second-dev", "usr/include/second.h")):
-                packages.write(cls.add_package(holder.name, name, file))
-        with open(os.path.join(cls.whole_mirror, "updates", "Packages"), "w", encoding="utf-8"):
-            pass
+        for suite, name, file in (("release", "g++", "usr/bin/g++"),
+                                  ("release", "first-dev", LIBRARY),
+                                  ("updates", "second-dev", "usr/include/second.h")):
+            cls.add_package(holder.name, suite, name, file)
         for suite in SUITES:
             with open(os.path.join(cls.whole_mirror, suite, "Packages"), "rb") as packages:
                 text = packages.read()
@@ -36,8 +35,8 @@ class SystemRootTest(unittest.TestCase):
                 release.write(f"SHA256:\n {hashlib.sha256(text).hexdigest()} {len(text)} Packages\n")
 
     @classmethod
-    def add_package(cls, folder, name, file):
-        """Puts a package with that file into the mirror. Returns its entry in the list."""
+    def add_package(cls, folder, suite, name, file):
+        """Puts a package with that file into the mirror."""
         tree = os.path.join(folder, name)
         os.makedirs(os.path.join(tree, "DEBIAN"))
         control = (f"Package: {name}\nVersion: 1\nArchitecture: all\n"
@@ -47,13 +46,15 @@ class SystemRootTest(unittest.TestCase):
         os.makedirs(os.path.dirname(os.path.join(tree, file)))
         with open(os.path.join(tree, file), "w", encoding="utf-8") as out:
             out.write(name)
-        path = os.path.join(cls.whole_mirror, "release", name + ".deb")
+        path = os.path.join(cls.whole_mirror, suite, name + ".deb")
         subprocess.run(["dpkg-deb", "--root-owner-group", "-Znone", "-b", tree, path], check=True,
                        stdout=subprocess.DEVNULL)
         with open(path, "rb") as deb:
             content = deb.read()
-        return (f"{control}Filename: ./{name}.deb\nSize: {len(content)}\n"
-                f"SHA256: {hashlib.sha256(content).hexdigest()}\n\n").encode()
+        with open(os.path.join(cls.whole_mirror, suite, "Packages"), "a",
+                  encoding="utf-8") as packages:
+            packages.write(f"{control}Filename: ./{name}.deb\nSize: {len(content)}\n"
+                           f"SHA256: {hashlib.sha256(content).hexdigest()}\n\n")
 
     def setUp(self):
         holder = tempfile.TemporaryDirectory()
@@ -62,10 +63,12 @@ class SystemRootTest(unittest.TestCase):
         self.roots = os.path.join(self.folder, "roots")
         self.mirror = os.path.join(self.folder, "mirror")
         shutil.copytree(self.whole_mirror, self.mirror)
-        self.write("sources.list", "".join(
-            f"deb [trusted=yes] copy:{self.mirror}/{suite} ./\n" for suite in SUITES))
+        self.sources = "".join(f"deb [trusted=yes] copy:{self.mirror}/{suite} ./\n"
+                               for suite in SUITES)
+        self.write("sources.list", self.sources)
         self.write("apt.conf", f'Dir::Etc::SourceList "{self.folder}/sources.list";\n'
-                   'Dir::Etc::SourceParts "/dev/null";\n')
+                   'Dir::Etc::SourceParts "/dev/null";\nAcquire::Retries "0";\n'
+                   'Acquire::http::Proxy::127.0.0.1 "DIRECT";\n')
         self.clone = self.add_clone("clone", "first-dev")
 
     def write(self, name, text):
@@ -112,6 +115,38 @@ class SystemRootTest(unittest.TestCase):
         self.assertTrue(os.path.isfile(os.path.join(root, "usr/bin/g++")))
         self.assertTrue(os.path.isfile(os.path.join(root, "usr/lib/some-machine/liblog.so.0")))
         self.assertEqual(sorted(os.listdir(self.roots)), sorted([os.path.basename(root), "lock"]))
+
+    def assert_not_made(self, *said):
+        """And the next try makes it when the mirror is whole."""
+        made = self.run_shell(self.clone, "make_root arm64")
+        self.assertEqual(made.returncode, 1, made.stdout)
+        for text in said:
+            self.assertIn(text, made.stdout.splitlines()[-1])
+        shutil.rmtree(self.mirror)
+        shutil.copytree(self.whole_mirror, self.mirror)
+        self.write("sources.list", self.sources)
+        self.make_root(self.clone)
+
+    def test_root_is_not_made_without_one_of_the_lists(self):
+        os.remove(os.path.join(self.mirror, "updates", "Packages"))
+        self.assert_not_made("not all lists of packages of arm64", f"{self.mirror}/updates/./Packages")
+
+    def test_root_is_not_made_with_a_list_that_is_newer_than_its_mirror_says(self):
+        with open(os.path.join(self.mirror, "updates", "Packages"), "a", encoding="utf-8") as file:
+            file.write("\n")
+        self.assert_not_made("not all lists of packages of arm64", f"{self.mirror}/updates/./Packages")
+
+    def test_root_is_not_made_without_a_mirror_that_may_come_back(self):
+        # That is no more than a warning to apt.
+        with socket.socket() as unheard:
+            unheard.bind(("127.0.0.1", 0))
+            address = f"http://127.0.0.1:{unheard.getsockname()[1]}/updates"
+            self.write("sources.list", self.sources + f"deb [trusted=yes] {address} ./\n")
+            self.assert_not_made("not all lists of packages of arm64", address)
+
+    def test_root_is_not_made_without_one_of_the_packages(self):
+        os.remove(os.path.join(self.mirror, "release", "first-dev.deb"))
+        self.assert_not_made("the packages of arm64", f"{self.mirror}/release/./first-dev.deb")
 
     def test_root_that_is_there_is_not_made_again(self):
         root = self.make_root(self.clone)
