@@ -123,10 +123,12 @@ TEST_F(WpaSocketState, SocketFileCreatedWhileConnectingStartsAnewAtTheFirstDelay
     ASSERT_TRUE(turnUntil([&] { return errors(kNotOpened) == 3; }));
     socket_->onSocketFileCreate(path_);
     ASSERT_TRUE(turnUntil(socket_, State::Idle));
+    // Three, or four if the next one was due when the file came.
+    const auto before = errors(kNotOpened);
     ASSERT_TRUE(turnUntil(socket_, State::Connecting));
     EXPECT_EQ(infos("Start connecting to supplicant in 1 ms"), 2u);
     ASSERT_TRUE(turnUntil(socket_, State::Stopped));
-    EXPECT_EQ(errors(kNotOpened), 3u + 5u);
+    EXPECT_EQ(errors(kNotOpened), before + 5u);
 }
 
 TEST_F(WpaSocketState, DeletingTheSocketFileStopsAConnectedSocket) {
