@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds everything and runs the tests: those of the gcc build and the lab's, or with --all also
-# those under clang's sanitizers, and clang-tidy. Ends with ctest's summary.
+# those under clang's sanitizers, and clang-tidy. Ends with ctest's summary,
+# and with what those said that failed.
 set -euo pipefail
 cd "$(dirname "$0")"
 . cmake/setup.sh
@@ -181,8 +182,13 @@ run=()
 # a program of that build ends at once.
 setarch -R true 2>/dev/null && run=(setarch -R)
 labels_without
+report=$PWD/$summary/report.xml
+rm -f "$report"
 status=0
 "${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary --no-tests=error \
-    ${excluded:+-E "$excluded"} "${options[@]}" </dev/null || status=$?
+    --output-junit "$report" ${excluded:+-E "$excluded"} "${options[@]}" </dev/null || status=$?
+if [ $status -ne 0 ] && [ -f "$report" ]; then
+    python3 -B cmake/tell_failures.py "$report" || true  # the status is the tests'
+fi
 $filtered || echo $SECONDS >$took
 exit $status
