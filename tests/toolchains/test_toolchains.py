@@ -7,6 +7,7 @@ import os
 import re
 import tempfile
 import unittest
+from unittest import mock
 
 import toolchains
 
@@ -20,26 +21,42 @@ def packages(*lists):
     return found
 
 
-def package_of(program):
-    """Which package of Debian brings it."""
-    return {"ld.lld": "lld", "llvm-ar": "llvm"}.get(program, program.replace("clang++", "clang"))
-
-
 class RowsTest(unittest.TestCase):
 
-    def test_each_program_of_a_row_is_in_a_list_of_packages(self):
-        listed = packages("packages.txt", "tests/toolchains/packages.txt")
-        programs = {compiler for compiler, _ in toolchains.COMPILED.values()}
-        programs |= {program for row in toolchains.RUN.values() for program in row}
-        self.assertEqual([program for program in sorted(programs)
-                          if package_of(program) not in listed], [])
+    def test_packages_in_the_lists_are_those_that_rows_need(self):
+        needed = toolchains.packages_of([*toolchains.COMPILED, *toolchains.RUN])
+        own = packages("tests/toolchains/packages.txt")
+        self.assertEqual(needed - own - packages("packages.txt"), set(), "in no list")
+        self.assertEqual(own - needed, set(), "in the list, but needed by no row")
 
-    def test_each_compiler_that_is_installed_for_rows_has_one(self):
-        compilers = {compiler for compiler, _ in toolchains.COMPILED.values()}
-        compilers |= {program for row in toolchains.RUN.values() for program in row}
-        self.assertEqual([package for package in sorted(packages("tests/toolchains/packages.txt"))
-                          if package.startswith("clang-") and
-                          package not in map(package_of, compilers)], [])
+    def test_rows_with_packages_of_their_own_are_rows(self):
+        self.assertLessEqual(set(toolchains.OTHER_PACKAGES),
+                             {*toolchains.COMPILED, *toolchains.RUN})
+
+    def installed_for(self, *rows):
+        """The packages that it installs for those rows, beside those of packages.txt, where none
+        is installed yet."""
+        with tempfile.TemporaryDirectory() as folder:
+            log = os.path.join(folder, "log")
+            for program, text in (("dpkg-query", "exit 1"), ("sudo", 'exec "$@"'),
+                                  ("apt-get", f'echo "$*" >>{log}')):
+                with open(os.path.join(folder, program), "w", encoding="utf-8") as file:
+                    file.write(f"#!/bin/sh\n{text}\n")
+                os.chmod(file.name, 0o755)
+            path = f"{folder}:{os.environ['PATH']}"
+            with mock.patch.dict(os.environ, PATH=path):
+                toolchains.install(rows)
+            with open(log, encoding="utf-8") as file:
+                words = [word for line in file if " install " in line for word in line.split()]
+        return {word for word in words[words.index("install"):]
+                if word != "install" and not word.startswith("-")} - packages("packages.txt")
+
+    def test_only_what_the_chosen_rows_need_is_installed(self):
+        self.assertEqual(self.installed_for("gcc-c++20", "integer"), set())
+        self.assertEqual(self.installed_for("clang-16"), {"clang-16"})
+        self.assertEqual(self.installed_for("libcxx", "shadow-call-stack"),
+                         {"googletest", "libc++-dev", "libc++abi-dev", "clang-14",
+                          "g++-aarch64-linux-gnu"})
 
     def test_each_row_that_runs_is_a_preset_with_its_compiler(self):
         with open(os.path.join(toolchains.ROOT, "CMakePresets.json"), encoding="utf-8") as file:

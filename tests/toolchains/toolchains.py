@@ -4,8 +4,8 @@
 Builds the daemon as the platform's toolchains do, one row for each: compilers of several ages,
 other standards, libc++ in the place of libstdc++, and the code generation that an image asks for.
 Some rows compile the daemon's sources, without a warning; the others also run the unit tests of its
-folders. Without a ROW all of them. Installs the compilers (packages.txt beside this file). Prints a
-line for each row, and ends with status 1 if one failed.
+folders. Without a ROW all of them. Installs what the rows need (packages.txt beside this file has
+it all). Prints a line for each row, and ends with status 1 if one failed.
 
 The sources of a folder are compiled as one, which takes an eighth of the time; that each has the
 includes it needs is shown by the other builds.
@@ -51,6 +51,13 @@ RUN = {
     "fortify": ("clang++-19",),
 }
 
+# The packages that rows need beside those of their programs.
+OTHER_PACKAGES = {
+    "shadow-call-stack": ("g++-aarch64-linux-gnu",),
+    "libcxx": ("googletest", "libc++-dev", "libc++abi-dev"),
+    "cfi": ("googletest",),
+}
+
 # What the sources include that the build makes, as targets.
 GENERATED = ("vendor.corvid.hardware.wifi-1.0", "android.frameworks.stats-1.0", "build_info")
 
@@ -79,10 +86,30 @@ def run_shell(function, *arguments):
                *arguments, cwd=ROOT)
 
 
-def install(packages):
-    """Says what it installs. Without what can't be installed, the rows that need it fail."""
-    subprocess.run(["bash", "-c", '. cmake/setup.sh; install_packages "$1"', "toolchains.py",
-                    packages], cwd=ROOT, stdin=subprocess.DEVNULL, check=False)
+def package_of(program):
+    """Which package of Debian brings it."""
+    return {"ld.lld": "lld", "llvm-ar": "llvm"}.get(program, program.replace("clang++", "clang"))
+
+
+def packages_of(names):
+    """What those rows need, a part of packages.txt's included."""
+    found = set()
+    for name in names:
+        programs = RUN[name] if name in RUN else COMPILED[name][:1]
+        found |= {*map(package_of, programs), *OTHER_PACKAGES.get(name, ())}
+    return found
+
+
+def install(names):
+    """Installs what those rows need, and says so. Without what can't be installed, the rows that
+    need it fail."""
+    with tempfile.NamedTemporaryFile("w", encoding="utf-8") as file:
+        file.write("\n".join(sorted(packages_of(names))))
+        file.flush()
+        for packages in ("packages.txt", file.name):
+            subprocess.run(["bash", "-c", '. cmake/setup.sh; install_packages "$1"',
+                            "toolchains.py", packages], cwd=ROOT, stdin=subprocess.DEVNULL,
+                           check=False)
 
 
 def need(*programs):
@@ -303,8 +330,7 @@ def main(names):
     names = names or [*COMPILED, *RUN]
     start = time.monotonic()
     os.chdir(ROOT)
-    install("packages.txt")
-    install("tests/toolchains/packages.txt")
+    install(names)
     compiled = [name for name in names if name in COMPILED]
     passed = compile_rows(compiled) if compiled else []
     passed += [name for name in names if name in RUN and report(name, run_row)]
