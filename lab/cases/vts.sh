@@ -1,4 +1,4 @@
-# the interface's own tests pass beside a real supplicant, without and with a link
+# the interface's own tests pass beside a real supplicant, without and with a link, and at a restart
 # limit: 300 s
 
 # tests OPTION ...: all of them; the log has which.
@@ -40,4 +40,14 @@ step "with what can't be undone"
 tests --change
 still_runs
 # The link is as it was.
+same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED
+
+step "when the daemon is killed and started again"
+tests --restart="kill -9 $daemon" --gtest_filter="WifiRestart.*" &
+client=$!
+wait "$daemon"
+# On the device init does that.
+start_daemon
+wait "$client" || fail "the test of the restart"
+still_runs
 same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED
