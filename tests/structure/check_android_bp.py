@@ -5,9 +5,10 @@ The Android.bp files build what CMake builds: every module with sources has a so
 CMake has written, with the same files, and the other way round. Every source file of the device's
 folders is in one of them. Each property is one that the module's type knows (soong.py), and what a
 module names of this tree, another module or a file, is there. A module has the libraries whose headers
-its sources include, each header in a folder is of a module or the system, and a module has exceptions if
-its sources use them. Every program and library is built with SANITIZERS,
-every test is in a suite. bpfmt accepts every Android.bp file and would not change it.
+its sources include, this tree's and the platform's, each header in a folder is of a module or the system,
+and a module has exceptions if its sources use them. Every program and library is the vendor's and built
+with SANITIZERS, every test is in a suite and has one main, and what is generated has the name that is
+included. bpfmt accepts every Android.bp file and would not change it.
 """
 
 import glob
@@ -141,21 +142,78 @@ def missing_files(root, parsed):
     ]
 
 
-def unsanitized(parsed):
-    """Complaints about modules with code that neither they nor their defaults sanitize."""
-    modules = {properties.get("name"): properties for _, _, properties in parsed}
+def by_name(parsed):
+    """{module name: its properties}."""
+    return {properties.get("name"): properties for _, _, properties in parsed}
 
-    def has(name, sanitizer):
-        properties = modules.get(name, {})
-        value = properties.get("sanitize", {}).get(sanitizer)
-        return value if value is not None else any(
-            has(defaults, sanitizer) for defaults in properties.get("defaults", []))
 
+def setting(modules, name, *keys):
+    """What a module or its defaults set a property to, a map's by its keys; None: nothing."""
+    value = modules.get(name, {})
+    for key in keys:
+        value = value.get(key, {})
+    if value != {}:
+        return value
+    return next((found for found in (setting(modules, defaults, *keys)
+                                     for defaults in modules.get(name, {}).get("defaults", []))
+                 if found is not None), None)
+
+
+def listed(modules, name, *keys):
+    """What a module and its defaults have in these lists."""
+    properties = modules.get(name, {})
+    return {value for key in keys for value in properties.get(key, [])}.union(
+        *(listed(modules, defaults, *keys) for defaults in properties.get("defaults", [])))
+
+
+def unset(parsed):
+    """Complaints about modules with code whose properties are not what each of ours has, by itself
+    or by its defaults."""
+    wanted = [(("vendor",), True), (("sanitize", "never"), None),
+              *((("sanitize", sanitizer), True) for sanitizer in SANITIZERS)]
+    modules = by_name(parsed)
     return [
-        f"{path}: {properties['name']}: sanitize.{sanitizer} is not true, here or in its defaults"
+        f"{path}: {properties['name']}: {'.'.join(keys)} is {describe(found)}, not "
+        f"{describe(value)}, here or in its defaults"
         for path, kind, properties in parsed
         if kind in ("cc_binary", "cc_fuzz", "cc_library_static", "cc_test")
-        for sanitizer in SANITIZERS if not has(properties["name"], sanitizer)
+        for keys, value in wanted
+        for found in (setting(modules, properties["name"], *keys),) if found != value
+    ]
+
+
+def describe(value):
+    return "unset" if value is None else str(value).lower()
+
+
+def entries(root, parsed, modules):
+    """Complaints about tests with two main functions, or none."""
+    complaints = []
+    for path, kind, properties in parsed:
+        name = properties.get("name")
+        if kind == "cc_test" and name in modules:
+            own = next((source for source in modules[name][1]
+                        if os.path.exists(os.path.join(root, source)) and
+                        re.search(r"^int main\(", source_tree.code(root, source), re.MULTILINE)),
+                       None)
+            if own and properties.get("gtest") is not False:
+                complaints.append(f"{path}: {name} has the main of {own} and GoogleTest's: gtest is "
+                                  "not false")
+            elif not own and properties.get("gtest") is False:
+                complaints.append(f"{path}: {name}: gtest is false, but no source of its has a main")
+    return complaints
+
+
+def not_generated(parsed):
+    """Complaints about headers that a genrule is included for, but does not make."""
+    modules = by_name(parsed)
+    places = {properties.get("name"): path for path, kind, properties in parsed
+              if kind == "genrule"}
+    return [
+        f"{places[module]}: {module} has {modules[module].get('out')} in out, but it is included as "
+        f"<{header}> (by HEADERS in tests/structure/check_android_bp.py)"
+        for header, module in HEADERS.items()
+        if module in places and header not in modules[module].get("out", [])
     ]
 
 
@@ -173,21 +231,29 @@ def all_files(root, sources):
     return found
 
 
+def with_libraries(modules, name):
+    """A module with the static libraries that it links, and those that they are made of."""
+    return {name}.union(*(with_libraries(modules, library)
+                          for library in listed(modules, name, "static_libs", "whole_static_libs")
+                          if library in modules))
+
+
 def unlinked(root, parsed, modules):
-    """Complaints about libraries and exceptions that a module's sources use, but it lacks."""
-    properties_of = {properties.get("name"): properties for _, _, properties in parsed}
-
-    def of(name, *keys):
-        properties = properties_of.get(name, {})
-        return {value for key in keys for value in properties.get(key, [])}.union(
-            *(of(defaults, *keys) for defaults in properties.get("defaults", [])))
-
+    """Complaints about libraries and exceptions that a module's sources use, but it lacks. What a
+    header of this tree declares is in the module that has the source of that name."""
+    properties_of = by_name(parsed)
+    home = {os.path.splitext(source)[0]: name
+            for name, (_, sources) in modules.items() for source in sources}
     complaints = []
     for name, (path, sources) in modules.items():
-        linked = of(name, "shared_libs", "static_libs", "header_libs", "generated_headers")
-        throwing = "-fexceptions" in of(name, "cppflags")
+        linked = listed(properties_of, name, "shared_libs", "static_libs", "header_libs",
+                        "generated_headers")
+        throwing = "-fexceptions" in listed(properties_of, name, "cppflags")
         missing = {}
         for file in all_files(root, sources):
+            owner = home.get(os.path.splitext(file)[0], name)
+            if owner not in with_libraries(properties_of, name):
+                missing[owner] = f"its sources include {file}"
             text = source_tree.code(root, file)
             for header in re.findall(r"^#include <(.*)>", text, re.MULTILINE):
                 libraries = [library for begin, library in HEADERS.items()
@@ -206,19 +272,13 @@ def unlinked(root, parsed, modules):
 
 def suites(parsed):
     """Complaints about tests that no suite has."""
-    defaults = {properties.get("name"): properties for _, kind, properties in parsed
-                if kind == "cc_defaults"}
-    complaints = []
-    for path, kind, properties in parsed:
-        if kind != "cc_test":
-            continue
-        name = properties.get("name")
-        inherited = [suite for other in properties.get("defaults", [])
-                     for suite in defaults.get(other, {}).get("test_suites", [])]
-        for suite in ("device-tests", *(("vts",) if name.startswith("Vts") else ())):
-            if suite not in properties.get("test_suites", []) + inherited:
-                complaints.append(f"{path}: {name} is not in the test suite {suite}")
-    return complaints
+    modules = by_name(parsed)
+    return [
+        f"{path}: {properties['name']} is not in the test suite {suite}"
+        for path, kind, properties in parsed if kind == "cc_test"
+        for suite in ("device-tests", *(("vts",) if properties["name"].startswith("Vts") else ()))
+        if suite not in listed(modules, properties["name"], "test_suites")
+    ]
 
 
 def source_lists(folder):
@@ -290,7 +350,8 @@ def check(root, lists_folder):
         complaints.append(f"found {len(modules)} modules and {len(lists)} source lists: there is "
                           "nothing to compare")
     complaints += unknown_properties(parsed) + missing_modules(parsed) + missing_files(root, parsed)
-    complaints += unsanitized(parsed) + suites(parsed) + unlinked(root, parsed, modules)
+    complaints += unset(parsed) + suites(parsed) + unlinked(root, parsed, modules)
+    complaints += entries(root, parsed, modules) + not_generated(parsed)
     return complaints + compare(modules, lists) + unlisted(root, modules, lists) + formatting(root)
 
 

@@ -3,7 +3,8 @@
 
 interface/current.txt records the hash of each .hal file that has shipped, as hidl-gen prints it, and
 the platform's build refuses one that differs. Each recorded file is as it was, and a package is
-recorded as a whole or, while it has not shipped, not at all.
+recorded as a whole or, while it has not shipped, not at all. The Android.bp files have the platform's
+build look in interface/, and into that record.
 """
 
 import os
@@ -13,11 +14,17 @@ import subprocess
 import sys
 import tempfile
 
+import blueprint
 import source_tree
 
 RECORD = "interface/current.txt"
 ROOT = "vendor.corvid.hardware"
 _HASH = re.compile(r"^([0-9a-f]{64}) (\S+@\d+\.\d+::\w+)$")
+
+
+def package(folder, version):
+    """The name of the package in interface/FOLDER/VERSION."""
+    return f"{ROOT}.{folder.replace('/', '.')}@{version}"
 
 
 def packages(root):
@@ -27,8 +34,7 @@ def packages(root):
         match = re.fullmatch(r"interface/(.+)/(\d+\.\d+)/(\w+)\.hal", path)
         if match:
             folder, version, stem = match.groups()
-            name = f"{ROOT}.{folder.replace('/', '.')}@{version}"
-            found.setdefault(name, {})[stem] = path
+            found.setdefault(package(folder, version), {})[stem] = path
     return found
 
 
@@ -69,17 +75,37 @@ def recorded(root, complaints):
     return found
 
 
+def wrong_modules(root):
+    """Complaints about Android.bp files by which the build would not find the packages or RECORD."""
+    complaints = []
+    roots = 0
+    for path in source_tree.files(root):
+        match = re.fullmatch(r"interface/(?:(.+)/([^/]+)/)?Android\.bp", path)
+        for kind, properties in blueprint.parse(source_tree.read(root, path)) if match else ():
+            wanted = {}
+            if kind == "hidl_package_root":
+                roots += 1
+                wanted = {"name": ROOT, "use_current": True}
+            elif kind == "hidl_interface":
+                wanted = {"name": package(*match.groups("")), "root": ROOT}
+            complaints += [f"{path}: {name} of {kind} is {properties.get(name)}, not {value}"
+                           for name, value in wanted.items() if properties.get(name) != value]
+    if roots != 1:
+        complaints.append(f"interface/Android.bp: {roots} hidl_package_root, not one, for {RECORD}")
+    return complaints
+
+
 def check(root):
     if shutil.which("hidl-gen") is None:
         return ["hidl-gen is not installed: apt-get install hidl-gen"]
-    complaints = []
+    complaints = wrong_modules(root)
     record = recorded(root, complaints)
     known = set()
-    for package, files in packages(root).items():
-        frozen = any(name.startswith(package + "::") for name in record)
-        now = hashes_now(root, package)
+    for package_name, files in packages(root).items():
+        frozen = any(name.startswith(package_name + "::") for name in record)
+        now = hashes_now(root, package_name)
         for stem, path in sorted(files.items()):
-            name = f"{package}::{stem}"
+            name = f"{package_name}::{stem}"
             known.add(name)
             if name not in now:
                 complaints.append(f"{path}: hidl-gen prints no hash of it")

@@ -120,6 +120,7 @@ class AttributesTest(TreeTest):
 
 MODULE = """cc_library_static {
     name: "libcorvidwifi_os",
+    vendor: true,
     srcs: ["Poll.cpp"],
     sanitize: {
         cfi: true,
@@ -196,7 +197,7 @@ class AndroidBpTest(TreeTest):
 
     def test_a_property_that_the_type_does_not_know_is_found(self):
         for text, found in (
-                ('cc_fuzz { name: "other", corpora: ["*.cpp"], '
+                ('cc_fuzz { name: "other", vendor: true, corpora: ["*.cpp"], '
                  'sanitize: { cfi: true, integer_overflow: true } }',
                  "cc_fuzz has no property corpora"),
                 ('cc_defaults { name: "other", sanitize: { cfl: true } }', "sanitize.cfl"),
@@ -216,14 +217,47 @@ class AndroidBpTest(TreeTest):
             "target": {"android": {"shared_libs": ["b"], "sanitize": {"diag": {"cfi": True}}}},
         }), [])
 
-    def test_a_module_without_its_sanitizers_is_found(self):
-        base = ("os/Android.bp", "cc_defaults",
-                {"name": "base", "sanitize": {"cfi": True, "integer_overflow": True}})
+    def test_a_module_that_is_not_the_vendors_or_not_sanitized_is_found(self):
+        base = ("os/Android.bp", "cc_defaults", {"name": "base"})
         module = ("os/Android.bp", "cc_binary", {"name": "other", "defaults": ["base"]})
-        self.assertEqual(check_android_bp.unsanitized([base, module]), [])
-        del base[2]["sanitize"]["cfi"]
-        self.assert_complains(check_android_bp.unsanitized([base, module]), "os/Android.bp: other",
-                              "sanitize.cfi")
+        sanitize = {"cfi": True, "integer_overflow": True}
+
+        def set_base(vendor, sanitize):
+            base[2].update({"vendor": vendor, "sanitize": sanitize})
+            return check_android_bp.unset([base, module])
+
+        self.assertEqual(set_base(True, sanitize), [])
+        for vendor, sanitize, found in (
+                (True, {"integer_overflow": True}, "sanitize.cfi is unset, not true"),
+                (True, {**sanitize, "integer_overflow": False},
+                 "sanitize.integer_overflow is false, not true"),
+                (True, {**sanitize, "never": True}, "sanitize.never is true, not unset"),
+                (False, sanitize, "vendor is false, not true")):
+            with self.subTest(found):
+                self.assert_complains(set_base(vendor, sanitize), "os/Android.bp: other", found)
+        # What the module itself says holds.
+        module[2]["vendor"] = True
+        self.assertEqual(set_base(False, {"cfi": True, "integer_overflow": True}), [])
+
+    def test_a_test_with_two_main_functions_or_none_is_found(self):
+        self.write("os/Poll.cpp", "int main(int argc, char** argv) {\n")
+        modules = {"other": ("os/Android.bp", ["os/Poll.cpp"])}
+
+        def entries(**properties):
+            return check_android_bp.entries(
+                self.root, [("os/Android.bp", "cc_test", {"name": "other", **properties})], modules)
+
+        self.assertEqual(entries(gtest=False), [])
+        self.assert_complains(entries(), "os/Android.bp: other", "main of os/Poll.cpp")
+        self.write("os/Poll.cpp", "// int main( is GoogleTest's.\n")
+        self.assertEqual(entries(), [])
+        self.assert_complains(entries(gtest=False), "os/Android.bp: other", "no source of its")
+
+    def test_a_header_that_is_generated_by_another_name_is_found(self):
+        text = 'genrule { name: "corvidwifi_version", out: ["version.h"] }'
+        complaints = check_android_bp.not_generated([("Android.bp", *blueprint.parse(text)[0])])
+        self.assert_complains(complaints, "Android.bp: corvidwifi_version", "['version.h']",
+                              "<corvid_wifi_version.h>")
 
     def test_what_a_source_uses_and_its_module_lacks_is_found(self):
         self.write("os/Poll.cpp", '#include "os/Poll.h"\n')
@@ -234,6 +268,25 @@ class AndroidBpTest(TreeTest):
                 self.write("os/Poll.h", text + "\n")
                 self.assert_complains(self.check(), "os/Android.bp: libcorvidwifi_os", "os/Poll.h",
                                       *found)
+
+    def test_a_library_of_this_tree_that_is_not_linked_is_found(self):
+        self.write("os/Poll.h", "")
+        self.write("os/main.cpp", '#include "os/Poll.h"\n')
+        sources = {"library": ("os/Android.bp", ["os/Poll.cpp"]),
+                   "other": ("os/Android.bp", ["os/main.cpp"])}
+
+        def unlinked(*libraries):
+            return check_android_bp.unlinked(self.root, [
+                ("os/Android.bp", "cc_library_static", {"name": "library"}),
+                ("os/Android.bp", "cc_library_static",
+                 {"name": "whole", "whole_static_libs": ["library"]}),
+                ("os/Android.bp", "cc_binary", {"name": "other", "static_libs": list(libraries)}),
+            ], sources)
+
+        self.assertEqual(unlinked("library"), [])
+        self.assertEqual(unlinked("whole"), [])
+        self.assert_complains(unlinked("libgmock"), "os/Android.bp: other lacks library",
+                              "include os/Poll.h")
 
     def test_what_needs_no_library_is_not_missed(self):
         for text in ("#include <sys/socket.h>\n#include <vector>\n",
@@ -429,12 +482,14 @@ class HalFrozenTest(TreeTest):
     PATH = "interface/wifi/1.0/types.hal"
     RECORD = "interface/current.txt"
     TEXT = "package vendor.corvid.hardware.wifi@1.0;\nenum Kind : uint32_t { NONE };\n"
+    PACKAGE_ROOT = 'hidl_package_root { name: "vendor.corvid.hardware", use_current: true }'
 
     def setUp(self):
         super().setUp()
         self.write(self.PATH, self.TEXT)
         self.hash = hashlib.sha256(self.TEXT.encode()).hexdigest()
         self.record(f"# shipped\n{self.hash} vendor.corvid.hardware.wifi@1.0::types # 1.0\n")
+        self.write("interface/Android.bp", self.PACKAGE_ROOT)
 
     def record(self, text):
         self.write(self.RECORD, text)
@@ -444,6 +499,28 @@ class HalFrozenTest(TreeTest):
 
     def test_what_is_as_it_was_recorded_is_fine(self):
         self.assertEqual(self.check(), [])
+
+    def test_a_module_by_which_the_build_would_look_elsewhere_is_found(self):
+        interface = ('hidl_interface { name: "vendor.corvid.hardware.wifi@1.0", '
+                     'root: "vendor.corvid.hardware" }')
+        here = "interface/wifi/1.0/Android.bp"
+        self.write(here, interface)
+        self.assertEqual(self.check(), [])
+        for path, text, *found in (
+                (here, interface.replace("hardware.wifi", "wifi"), "name of hidl_interface",
+                 "not vendor.corvid.hardware.wifi@1.0"),
+                (here, interface.replace('hardware" }', 'other" }'), "root of hidl_interface",
+                 "vendor.corvid.other"),
+                ("interface/Android.bp", self.PACKAGE_ROOT.replace(".hardware", ""), "name of",
+                 "not vendor.corvid.hardware"),
+                ("interface/Android.bp", self.PACKAGE_ROOT.replace("true", "false"),
+                 "use_current of hidl_package_root is False"),
+                ("interface/Android.bp", "", "0 hidl_package_root", self.RECORD)):
+            with self.subTest(text):
+                self.write(here, interface)
+                self.write("interface/Android.bp", self.PACKAGE_ROOT)
+                self.write(path, text)
+                self.assert_complains(self.check(), path, *found)
 
     def test_a_changed_comment_is_found(self):
         self.write(self.PATH, self.TEXT + "// Later.\n")
