@@ -4,11 +4,13 @@
 // service, so these come from outside: --cause and --restart name commands.
 
 #include <fcntl.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <limits>
@@ -109,10 +111,15 @@ TEST_F(WifiObject, DebugWritesToItsHandleOrNothing) {
     native_handle_t* const handle = native_handle_create(1, 0);
     handle->data[0] = ends[1];
     std::string text;
+    bool ended = false;
     std::thread reader([&] {
-        char bytes[4096];
-        for (ssize_t size; (size = read(ends[0], bytes, sizeof(bytes))) > 0;) {
-            text.append(bytes, static_cast<size_t>(size));
+        const auto limit = std::chrono::milliseconds(options.longestCall).count();
+        pollfd end = {ends[0], POLLIN, 0};
+        while (!ended && poll(&end, 1, static_cast<int>(limit)) > 0) {
+            char bytes[4096];
+            const ssize_t size = read(ends[0], bytes, sizeof(bytes));
+            text.append(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+            ended = size <= 0;
         }
     });
     EXPECT_TRUE(inTime([&] { return service_->debug(handle, {}); }).isOk());
@@ -120,6 +127,7 @@ TEST_F(WifiObject, DebugWritesToItsHandleOrNothing) {
     native_handle_delete(handle);
     reader.join();
     close(ends[0]);
+    EXPECT_TRUE(ended) << "the service keeps the handle";
     if (!text.empty()) {
         EXPECT_NE(text.find("StaManager"), std::string::npos) << text;
     }
