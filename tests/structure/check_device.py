@@ -31,6 +31,9 @@ SWITCHES = "config/FeatureSwitches.cpp"
 REPORT = "tools/BugReport.cpp"
 STATISTICS = "managers/support/TelemetryEventLogger.cpp"
 STATISTICS_HEADER = "managers/support/TelemetryEventLogger.h"
+FILE_CONTEXTS = "device/sepolicy/file_contexts"
+NUMBERS = "lab/programs/confine.c"
+WORDS = "lab/guest/words.sh"
 PAGE = "docs/integration.md"
 # What prints on two sheets of A4, at 10 points.
 MOST_WORDS = 1100
@@ -52,6 +55,11 @@ OPTIONS = {
 
 _RESOURCES = ("as core cpu data fsize locks memlock msgqueue nice nofile nproc rss rtprio rttime "
               "sigpending stack").replace(" ", "|")
+# Those that this check compares with the code, or whose arguments the script's comment explains. Any
+# other is added here together with what it is compared with.
+COMPARED = {"capabilities", "class", "disabled", "group", "interface", "memcg.limit_in_bytes",
+            "oneshot", "priority", "restart_period", "rlimit", "seclabel", "user"}
+
 # What the arguments of some look like.
 ARGUMENTS = {
     "memcg.limit_in_bytes": r"\d+",
@@ -145,6 +153,12 @@ def check_options(path, section, compare):
             compare.complaints.append(f"{path}:{line}: {name} takes {least} to {most} arguments")
         elif not re.fullmatch(ARGUMENTS.get(name, ".*"), " ".join(arguments)):
             compare.complaints.append(f"{path}:{line}: {name} takes no {' '.join(arguments)!r}")
+        elif name not in COMPARED:
+            compare.complaints.append(f"{path}:{line}: nothing compares {name} with the code; add it "
+                                      "to tests/structure/check_device.py")
+        if name in options:
+            compare.complaints.append(f"{path}:{line}: {name} is already given at "
+                                      f"{path}:{options[name][0][0]}")
         options.setdefault(name, []).append((line, arguments))
     return options
 
@@ -161,6 +175,26 @@ def check_start(options, compare):
             compare.complaints.append(f"{SCRIPT}:{options[option][0][0]}: with {option}, init does "
                                       f"not start the service again that {ENTRY} ends when it can't "
                                       "register")
+
+
+def check_user(facts, options, compare):
+    """The lab has a number for the user, the one that it gives to what the daemon's user owns; the
+    page names the user. init starts the service in the policy's domain."""
+    line, (user,) = options["user"][0]
+    here = f"{SCRIPT}:{line}: the user is {user!r}"
+    numbers = dict(re.findall(r'\{"(\w+)", (\d+)\}', facts.text(NUMBERS)))
+    number = facts.found(WORDS, r"(?m)^wifi=(\d+)$")
+    if user not in numbers:
+        compare.complaints.append(f"{here}, but kIds in {NUMBERS} has no such user")
+    elif number is not None and numbers[user] != number:
+        compare.complaints.append(f"{here}, which is {numbers[user]} in {NUMBERS}, but {WORDS} has "
+                                  f"wifi={number}")
+    if f"as user `{user}`" not in facts.text(PAGE):
+        compare.complaints.append(f"{here}, but {PAGE} does not say that the supplicant runs as user "
+                                  f"`{user}`")
+    if "seclabel" in options:
+        compare.complaints.append(f"{SCRIPT}:{options['seclabel'][0][0]}: with seclabel the daemon has "
+                                  f"another domain than that which {FILE_CONTEXTS} leads to")
 
 
 def check_groups(facts, options, group, compare):
@@ -191,6 +225,27 @@ def check_folders_above(folders, wanted, compare):
         above = os.path.dirname(above)
 
 
+def made_folders(parsed, compare):
+    """What the script has init make: {folder: (line, [mode, owner, group])}. It does nothing else."""
+    folders = {}
+    for head, words, commands in parsed:
+        if words[0] == "service":
+            continue
+        if words != ["on", "post-fs-data"]:
+            compare.complaints.append(f"{SCRIPT}:{head}: nothing compares '{' '.join(words)}' with the "
+                                      "code; add it to tests/structure/check_device.py")
+            continue
+        for line, (command, *arguments) in commands:
+            if command != "mkdir" or len(arguments) != 4:
+                compare.complaints.append(f"{SCRIPT}:{line}: is no 'mkdir FOLDER MODE OWNER GROUP'")
+            elif arguments[0] in folders:
+                compare.complaints.append(f"{SCRIPT}:{line}: {arguments[0]} is already made at "
+                                          f"{SCRIPT}:{folders[arguments[0]][0]}")
+            else:
+                folders[arguments[0]] = (line, arguments[1:])
+    return folders
+
+
 def check_script(facts, compare):
     """The init script."""
     parsed = sections(facts.text(SCRIPT))
@@ -212,13 +267,10 @@ def check_script(facts, compare):
     compare.same(f"{SCRIPT}:{line}", "the instance", arguments[1], ENTRY, facts.instance)
 
     check_start(options, compare)
+    check_user(facts, options, compare)
 
     user = options["user"][0][1][0]
-    folders = {
-        words[1]: (line, words[2:])
-        for section in parsed if section[1] == ["on", "post-fs-data"]
-        for line, words in section[2] if words[0] == "mkdir" and len(words) == 5
-    }
+    folders = made_folders(parsed, compare)
     wanted = (facts.sockets or "").rstrip("/")
     for place, folder in ((SOCKETS, wanted), (REPORT, facts.report_sockets)):
         if folder not in folders:

@@ -689,7 +689,29 @@ class DeviceTest(TreeTest):
                 (script, "/vendor/bin/hw/", "/vendor/bin/", script, check_device.MODULES),
                 (script, "@1.0::IWifi", "@1.1::IWifi", script, check_device.INTERFACE),
                 (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
-                (script, "user wifi", "user system", script, "(user)"),
+                (script, "    priority", "    user root\n    priority", script,
+                 f"user is already given at {script}:"),
+                (script, "    priority", "    group wifi system\n    priority", "group is already"),
+                (script, "    priority", "    class late_start\n    priority", "class is already"),
+                (script, "    priority",
+                 "    interface vendor.corvid.hardware.wifi@1.1::IWifi default\n    priority",
+                 "interface is already"),
+                (script, "    priority", "    seclabel u:r:su:s0\n    priority", script,
+                 check_device.FILE_CONTEXTS),
+                (script, "    priority", "    ioprio rt 0\n    priority", script,
+                 "nothing compares ioprio", "check_device.py"),
+                (script, "on post-fs-data\n", "on boot\n    start vendor.other\non post-fs-data\n",
+                 script, "nothing compares 'on boot'"),
+                (script, "on post-fs-data\n", "on post-fs-data\n    chmod 0777 /data/vendor/wifi\n",
+                 script, "is no 'mkdir FOLDER"),
+                (script, "on post-fs-data\n",
+                 "on post-fs-data\n    mkdir /data/vendor/wifi 0777 root root\n",
+                 script, "/data/vendor/wifi is already made"),
+                (check_device.NUMBERS, '{"wifi", 1010}', '{"wifi", 1011}', script, check_device.NUMBERS,
+                 check_device.WORDS),
+                (check_device.WORDS, "\nwifi=1010", "\nwifi=1000", script, check_device.NUMBERS,
+                 check_device.WORDS),
+                (check_device.PAGE, "as user `wifi`", "as user `system`", script, check_device.PAGE),
                 (script, "group wifi inet", "group inet", script, "has not the group wifi",
                  check_device.SOCKETS),
                 (script, "group wifi inet", "group wifi", script, check_device.INDEXES),
@@ -757,6 +779,27 @@ class DeviceTest(TreeTest):
                 complaints = check_device.check(self.root)
                 self.write(path, text)
                 self.assert_complains(complaints, *places)
+
+    def test_another_user_throughout_the_script_names_who_has_the_first(self):
+        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
+            text = file.read()
+        for user, place in (("system", f"which is 1000 in {check_device.NUMBERS}, but "
+                                       f"{check_device.WORDS} has wifi=1010"),
+                            ("wlan", f"kIds in {check_device.NUMBERS} has no such user")):
+            with self.subTest(user):
+                self.write(check_device.SCRIPT, text.replace(" wifi wifi", f" {user} {user}").replace(
+                    "user wifi", f"user {user}").replace("group wifi", f"group {user}"))
+                complaints = check_device.check(self.root)
+                self.assertEqual(len(complaints), 2, complaints)
+                for complaint, part in zip(complaints, (place, check_device.PAGE)):
+                    self.assertIn(f"{check_device.SCRIPT}:", complaint)
+                    self.assertIn(f"the user is {user!r}", complaint)
+                    self.assertIn(part, complaint)
+
+    def test_another_user_than_the_folders_owner_names_both(self):
+        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
+            self.write(check_device.SCRIPT, file.read().replace("user wifi", "user system"))
+        self.assertIn("(user)", check_device.check(self.root)[-1])
 
     def test_a_folder_that_the_script_does_not_make_names_all_who_look_there(self):
         with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
