@@ -69,6 +69,16 @@ ARGUMENTS = {
 }
 
 
+def parts(text, separator):
+    """What stands before and behind the last separator; nothing if the text is not known."""
+    return (None, None) if text is None else tuple(text.rsplit(separator, 1))
+
+
+def joined(*pieces):
+    """One text; None if a piece is not known, of which there is a complaint already."""
+    return None if None in pieces else "".join(pieces)
+
+
 class Facts:
     """What the code says; each with the place where it says so."""
 
@@ -76,7 +86,7 @@ class Facts:
         self.root = root
         self.complaints = complaints
         self.interface_module = self.of_module(INTERFACE, "hidl_interface", "name")
-        self.package, _, self.version = (self.interface_module or "@").partition("@")
+        self.package, self.version = parts(self.interface_module, "@")
         self.binary = self.of_module(MODULES, "cc_binary", "name")
         self.install = self.of_module(MODULES, "cc_binary", "relative_install_path")
         self.script = self.of_module(MODULES, "cc_binary", "init_rc")
@@ -86,9 +96,14 @@ class Facts:
         self.sockets = self.found(SOCKETS, r'devicePath\("([^"]+)"\)')
         self.asks_for_indexes = "if_nametoindex(" in self.text(INDEXES)
         self.report_sockets = self.found(REPORT, r'sockets = rooted\("([^"]+)"\)')
-        self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(\)")
-        self.statistics_package = self.found(STATISTICS_HEADER,
-                                             r"#include <(android/[\w./]+)/I\w+\.h>")
+        self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(")
+        instance = self.found(STATISTICS, r'::tryGetService\(((?:"\w+")?)\)')
+        self.statistics_instance = instance and instance.strip('"') or \
+            ("default" if instance == "" else None)
+        folder = self.found(STATISTICS_HEADER, r"#include <(android/[\w./]+)/I\w+\.h>")
+        self.statistics_package, self.statistics_version = parts(folder, "/")
+        if folder is not None:
+            self.statistics_package = self.statistics_package.replace("/", ".")
 
     def text(self, path):
         if not os.path.exists(os.path.join(self.root, path)):
@@ -200,10 +215,11 @@ def check_user(facts, options, compare):
 def check_groups(facts, options, group, compare):
     """The service has the folder's group, that of AF_INET sockets if it needs one, and no other."""
     line, groups = options["group"][0]
+    needed = [group] + ["inet"] * facts.asks_for_indexes
     if group not in groups:
         compare.complaints.append(f"{SCRIPT}:{line}: the service has not the group {group} of the "
                                   f"folder in which {SOCKETS} looks for sockets")
-    elif (set(groups) - {group} == {"inet"}) != facts.asks_for_indexes or len(groups) > 2:
+    elif sorted(groups) != sorted(needed):
         compare.complaints.append(
             f"{SCRIPT}:{line}: the groups are {' '.join(groups)!r}, but beside that of the sockets' "
             f"folder {INDEXES} needs {'inet' if facts.asks_for_indexes else 'none'}, for "
@@ -263,7 +279,7 @@ def check_script(facts, compare):
             return
     line, arguments = options["interface"][0]
     compare.same(f"{SCRIPT}:{line}", "the interface", arguments[0], f"{INTERFACE} and {OBJECT}",
-                 f"{facts.interface_module}::{facts.interface}")
+                 joined(facts.interface_module, "::", facts.interface))
     compare.same(f"{SCRIPT}:{line}", "the instance", arguments[1], ENTRY, facts.instance)
 
     check_start(options, compare)
@@ -314,33 +330,42 @@ def tree_of(facts, path, compare):
         return None
 
 
+def check_listed(path, root, what, place, there, to_be, compare):
+    """Everything that stands at a place of an XML file is this one text."""
+    listed = [element.text for element in root.findall(place)]
+    compare.same(path, what, ", ".join(text or "" for text in listed), there, to_be)
+
+
 def check_vintf(facts, compare):
     """Manifest and matrices, beside the schema."""
     root = tree_of(facts, MANIFEST, compare)
     if root is not None:
         compare.same(MANIFEST, "the type", root.get("type"), "a device's manifest", "device")
-        compare.same(MANIFEST, "the package", root.findtext("hal/name"), INTERFACE, facts.package)
-        compare.same(MANIFEST, "the service", root.findtext("hal/fqname"),
+        check_listed(MANIFEST, root, "the package", "hal/name", INTERFACE, facts.package, compare)
+        check_listed(MANIFEST, root, "the service", "hal/fqname",
                      f"{INTERFACE}, {OBJECT} and {ENTRY}",
-                     f"@{facts.version}::{facts.interface}/{facts.instance}")
-    stats_package = stats_version = None
-    if facts.statistics_package:
-        stats_package, _, stats_version = facts.statistics_package.replace("/", ".").partition(".1")
-        stats_version = "1" + stats_version
-    for path, side, package, version, interface, there in (
-            (FRAMEWORK_MATRIX, "framework", facts.package, facts.version, facts.interface,
-             f"{INTERFACE} and {OBJECT}"),
-            (DEVICE_MATRIX, "device", stats_package, stats_version, facts.statistics,
-             STATISTICS)):
+                     joined("@", facts.version, "::", facts.interface, "/", facts.instance), compare)
+    for path, side, wanted in (
+            (FRAMEWORK_MATRIX, "framework", (("package", "hal/name", INTERFACE, facts.package),
+                                             ("version", "hal/version", INTERFACE, facts.version),
+                                             ("interface", "hal/interface/name", OBJECT,
+                                              facts.interface),
+                                             ("instance", "hal/interface/instance", ENTRY,
+                                              facts.instance))),
+            (DEVICE_MATRIX, "device", (("package", "hal/name", STATISTICS_HEADER,
+                                        facts.statistics_package),
+                                       ("version", "hal/version", STATISTICS_HEADER,
+                                        facts.statistics_version),
+                                       ("interface", "hal/interface/name", STATISTICS,
+                                        facts.statistics),
+                                       ("instance", "hal/interface/instance", STATISTICS,
+                                        facts.statistics_instance)))):
         root = tree_of(facts, path, compare)
         if root is None:
             continue
         compare.same(path, "the type", root.get("type"), "its use", side)
-        compare.same(path, "the package", root.findtext("hal/name"), there, package)
-        compare.same(path, "the version", root.findtext("hal/version"), there, version)
-        compare.same(path, "the interface", root.findtext("hal/interface/name"), there, interface)
-        compare.same(path, "the instance", root.findtext("hal/interface/instance"), there,
-                     "default")
+        for what, place, there, to_be in wanted:
+            check_listed(path, root, f"the {what}", place, there, to_be, compare)
         for hal in root.findall("hal"):
             if hal.get("optional") != "true":
                 compare.complaints.append(f"{path}: {hal.findtext('name')} is not optional: an "

@@ -744,8 +744,29 @@ class DeviceTest(TreeTest):
                  check_device.FRAMEWORK_MATRIX, check_device.INTERFACE),
                 (check_device.FRAMEWORK_MATRIX, 'optional="true"', 'optional="false"',
                  check_device.FRAMEWORK_MATRIX, "not optional"),
+                (manifest, "    </hal>", "        <fqname>@1.0::IWifi/main</fqname>\n    </hal>",
+                 manifest, "IWifi/default, @1.0::IWifi/main", check_device.ENTRY),
+                (check_device.FRAMEWORK_MATRIX, "1.0</version>",
+                 "1.0</version>\n        <version>2.0</version>", check_device.FRAMEWORK_MATRIX,
+                 "1.0, 2.0", check_device.INTERFACE),
+                (check_device.FRAMEWORK_MATRIX, "default<", "main<",
+                 check_device.FRAMEWORK_MATRIX, check_device.ENTRY),
+                (check_device.FRAMEWORK_MATRIX, "<instance>default",
+                 "<instance>main</instance>\n            <instance>default",
+                 check_device.FRAMEWORK_MATRIX, "main, default", check_device.ENTRY),
                 (check_device.DEVICE_MATRIX, "IStats", "IStatistics",
                  check_device.DEVICE_MATRIX, check_device.STATISTICS),
+                (check_device.DEVICE_MATRIX, "default<", "main<",
+                 check_device.DEVICE_MATRIX, check_device.STATISTICS),
+                (check_device.STATISTICS, "tryGetService()", 'tryGetService("main")',
+                 check_device.DEVICE_MATRIX, check_device.STATISTICS, "'main'"),
+                (check_device.STATISTICS_HEADER, "stats/1.0/", "stats/2.0/",
+                 f"{check_device.DEVICE_MATRIX}: the version is '1.0', but "
+                 f"{check_device.STATISTICS_HEADER} has '2.0'"),
+                (check_device.ENTRY, 'registerAsService("default")', "registerAsService(name)",
+                 f"{check_device.ENTRY}: has nothing like"),
+                (check_device.INTERFACE, '    name: "vendor', '    owner: "vendor',
+                 f"{check_device.INTERFACE}: no hidl_interface has name"),
                 (check_device.MODULES, 'relative_install_path: "hw"',
                  'relative_install_path: "wifi"', script, check_device.MODULES),
                 (check_device.MODULES, 'init_rc: [":vendor', 'init_rc: [":other',
@@ -780,15 +801,60 @@ class DeviceTest(TreeTest):
                 self.write(path, text)
                 self.assert_complains(complaints, *places)
 
-    def test_another_user_throughout_the_script_names_who_has_the_first(self):
-        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
+    def change(self, path, *changes):
+        with open(os.path.join(self.root, path), encoding="utf-8") as file:
             text = file.read()
+        for old, new in changes:
+            self.assertIn(old, text)
+            text = text.replace(old, new)
+        self.write(path, text)
+
+    def test_another_instance_is_missed_in_script_manifest_and_matrix(self):
+        self.change(check_device.ENTRY, ('registerAsService("default")', 'registerAsService("main")'))
+        complaints = check_device.check(self.root)
+        self.assertEqual(len(complaints), 3, complaints)
+        for complaint, place in zip(complaints, (check_device.SCRIPT, check_device.MANIFEST,
+                                                 check_device.FRAMEWORK_MATRIX)):
+            self.assertTrue(complaint.startswith(place), complaint)
+            self.assertIn(check_device.ENTRY, complaint)
+            self.assertIn("main", complaint)
+
+    def test_a_second_service_in_the_manifest_is_found(self):
+        self.change(check_device.MANIFEST, ("</manifest>", """    <hal format="hidl">
+        <name>vendor.corvid.hardware.other</name>
+        <transport>hwbinder</transport>
+        <fqname>@1.0::IOther/default</fqname>
+    </hal>
+</manifest>"""))
+        complaints = check_device.check(self.root)
+        self.assertEqual(len(complaints), 2, complaints)
+        self.assertIn("vendor.corvid.hardware.wifi, vendor.corvid.hardware.other", complaints[0])
+        self.assertIn(check_device.INTERFACE, complaints[0])
+        self.assertIn("@1.0::IWifi/default, @1.0::IOther/default", complaints[1])
+
+    def test_without_a_look_for_indexes_only_the_sockets_group_is_needed(self):
+        self.change(check_device.INDEXES, ("if_nametoindex(", "indexOf("))
+        before = "wifi inet"
+        for groups in ("wifi system", "wifi inet", "wifi"):
+            with self.subTest(groups):
+                self.change(check_device.SCRIPT, (f"group {before}\n", f"group {groups}\n"))
+                before = groups
+                complaints = check_device.check(self.root)
+                if groups == "wifi":
+                    self.assertEqual(complaints, [])
+                else:
+                    self.assert_complains(complaints, check_device.SCRIPT, "needs none",
+                                          check_device.INDEXES)
+
+    def test_another_user_throughout_the_script_names_who_has_the_first(self):
+        before = "wifi"
         for user, place in (("system", f"which is 1000 in {check_device.NUMBERS}, but "
                                        f"{check_device.WORDS} has wifi=1010"),
                             ("wlan", f"kIds in {check_device.NUMBERS} has no such user")):
             with self.subTest(user):
-                self.write(check_device.SCRIPT, text.replace(" wifi wifi", f" {user} {user}").replace(
-                    "user wifi", f"user {user}").replace("group wifi", f"group {user}"))
+                self.change(check_device.SCRIPT, (f" {before} {before}\n", f" {user} {user}\n"),
+                            (f"user {before}", f"user {user}"), (f"group {before}", f"group {user}"))
+                before = user
                 complaints = check_device.check(self.root)
                 self.assertEqual(len(complaints), 2, complaints)
                 for complaint, part in zip(complaints, (place, check_device.PAGE)):
@@ -797,9 +863,10 @@ class DeviceTest(TreeTest):
                     self.assertIn(part, complaint)
 
     def test_another_user_than_the_folders_owner_names_both(self):
-        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
-            self.write(check_device.SCRIPT, file.read().replace("user wifi", "user system"))
-        self.assertIn("(user)", check_device.check(self.root)[-1])
+        self.change(check_device.SCRIPT, ("user wifi", "user system"))
+        complaints = check_device.check(self.root)
+        self.assertIn("the folder's owner is 'wifi'", complaints[-1])
+        self.assertIn("(user) has 'system'", complaints[-1])
 
     def test_a_folder_that_the_script_does_not_make_names_all_who_look_there(self):
         with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
