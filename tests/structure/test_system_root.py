@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tests of cmake/system-root.sh: apt downloads from a mirror in a folder, with packages of a file each."""
+"""Tests of cmake/system-root.sh: apt downloads from a mirror in a folder, of packages with one file."""
 
 import hashlib
 import os
