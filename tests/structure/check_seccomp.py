@@ -2,10 +2,11 @@
 """check_seccomp.py SOURCE_TREE BUILD_FOLDER
 
 The device's seccomp policy allows the system calls of each function of the C library that the daemon's
-own code uses, whether a test calls it or not: the functions are read from the compiled sources. One
-that is neither in CALLS nor in NO_CALLS, nor called like a system call, is a complaint. Of C++'s
-library only what CALLS has is known, and what the daemon's other libraries call is only measured
-(tests/component/system_calls.py). Ends with status 77 if the daemon is not built.
+own code uses, whether a test calls it or not, those of others in the daemon's process (LIBRARIES), and
+no more. The functions are read from the compiled sources. One that is neither in CALLS nor in NO_CALLS,
+nor called like a system call, is a complaint. Of C++'s library only what CALLS has is known. What a
+host's libraries call, tests/component/system_calls.py measures; what only a device's do is known by
+reading. Ends with status 77 if the daemon is not built.
 """
 
 import glob
@@ -19,6 +20,7 @@ import source_tree
 POLICY = "device/vendor.corvid.hardware.wifi@1.0-service.policy"
 # arm64 has the system calls of this header, and no older ones.
 HEADER = "/usr/include/asm-generic/unistd.h"
+THIS = "tests/structure/check_seccomp.py"
 
 # The system calls of functions that are not called like the only one they make.
 CALLS = {
@@ -56,6 +58,48 @@ NO_CALLS = set("""
     toupper vsnprintf
 """.split())
 
+# The system calls that others in the daemon's process make, and who.
+LIBRARIES = {
+    "bind": "libnl and libwpa_client give their sockets an address",
+    "connect": "libwpa_client connects to the supplicant, liblog to logd",
+    "eventfd2": "libursaos makes the descriptor that wakes a loop",
+    "exit_group": "the C library, when main() returns or a signal's default ends the process",
+    "fchmodat": "libwpa_client opens its own socket to the supplicant's group",
+    "fchownat": "libwpa_client gives its own socket to the supplicant's group",
+    "fstat": "bionic's streams and opendir() ask what they have opened",
+    "getrandom": "the C library's allocator and hashes seed themselves",
+    "getsockname": "libnl asks for the address that bind() has given",
+    "getsockopt": "libnl asks for the protocol of its socket",
+    "getuid": "liblog tells logd who writes",
+    "mmap": "the allocator's memory, threads' stacks, hwbinder's buffer",
+    "mprotect": "the allocator's memory, the guard of a thread's stack",
+    "mremap": "bionic's allocator, for large blocks",
+    "pipe2": "bionic's crash handler talks with crash_dump",
+    "prctl": "bionic names a thread and its mappings",
+    "recvmsg": "libnl receives",
+    "restart_syscall": "the kernel, after a stop in the midst of a wait",
+    "rt_sigreturn": "the kernel, when a signal's handler returns",
+    "rt_tgsigqueueinfo": "bionic's crash handler passes the signal on",
+    "sched_yield": "bionic's allocator waits for a lock",
+    "sendmsg": "libnl sends",
+    "set_tid_address": "bionic, when a detached thread ends",
+    "sigaltstack": "bionic gives each thread a stack for signals",
+    "unlinkat": "libwpa_client removes its own socket",
+    "wait4": "bionic's crash handler waits for crash_dump",
+    "writev": "liblog writes to logd",
+}
+
+# What comes before the daemon's main() where the policy is in force by then. The policy has each
+# behind a "#".
+START = {
+    "execve": "minijail0 executes the daemon",
+    "faccessat": "bionic's linker looks for libraries",
+    "fstatfs": "bionic's linker asks where a library lies",
+    "pread64": "bionic's linker reads a library's headers",
+    "readlinkat": "bionic's linker finds the program's own path",
+    "sched_getaffinity": "bionic's allocator counts processors",
+}
+
 # How functions are called that are not looked up: of the compiler, and of libraries that are measured.
 OTHERS = ("_", "atrace_", "genl", "nl_", "nla_", "nlmsg_", "wpa_ctrl_")
 
@@ -85,9 +129,9 @@ def functions(library):
 
 
 def read_policy(root, known, complaints):
-    """The allowed calls. A line "#CALL: 1" allows none until an integrator takes the "#" away."""
-    allowed = set()
-    found = set()
+    """The allowed calls, and those behind a "#", which an integrator takes away: {call: line}."""
+    allowed = {}
+    later = {}
     for number, line in enumerate(source_tree.read(root, POLICY).splitlines(), 1):
         if not line or re.match(r"#(?!\w)", line):
             continue
@@ -97,19 +141,27 @@ def read_policy(root, known, complaints):
             complaints.append(f"{POLICY}:{number}: is no 'CALL: 1'")
         elif call not in known:
             complaints.append(f"{POLICY}:{number}: {HEADER} has no system call {call}")
-        elif call in found:
+        elif call in allowed or call in later:
             complaints.append(f"{POLICY}:{number}: {call} is there twice")
-        found.add(call)
-        if not line.startswith("#"):
-            allowed.add(call)
-    return allowed
+        else:
+            (later if line.startswith("#") else allowed)[call] = number
+    return allowed, later
 
 
-def check(root, build):
+def beside_sources(has, own, table, name, comment):
+    """Complaints about calls that one of the policy and a table here has and the other has not."""
+    found = [f"{POLICY}:{has[call]}: {comment}{call}: no source of the daemon calls it, and {name} in "
+             f"{THIS} names nobody else" for call in has.keys() - own - table.keys()]
+    return found + [f"{POLICY}: lacks {comment}{call}, but {name} in {THIS} has it: {table[call]}"
+                    for call in table.keys() - own - has.keys()]
+
+
+def check(root, build, libraries=None, start=None):
     """The complaints, or None if the daemon is not built."""
     known = system_calls()
     complaints = []
-    allowed = read_policy(root, known, complaints)
+    allowed, later = read_policy(root, known, complaints)
+    own = set()
     for folder in source_tree.DAEMON_FOLDERS:
         library = os.path.join(build, f"lib/libcorvidwifi_{folder}.a")
         if not os.path.exists(library):
@@ -119,10 +171,13 @@ def check(root, build):
             caller = f"{' or '.join(paths) or source} calls {function}()"
             calls = calls_of(function, known)
             if calls is None:
-                complaints.append(f"{POLICY}: {caller}; say in tests/structure/check_seccomp.py "
-                                  "which system calls that makes")
+                complaints.append(f"{POLICY}: {caller}; say in {THIS} which system calls that makes")
             complaints += [f"{POLICY}: lacks {call}, but {caller}"
                            for call in calls or [] if call not in allowed]
+            own.update(calls or [])
+    complaints += beside_sources(allowed, own, LIBRARIES if libraries is None else libraries,
+                                 "LIBRARIES", "")
+    complaints += beside_sources(later, own, START if start is None else start, "START", "#")
     return sorted(set(complaints))
 
 

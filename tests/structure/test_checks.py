@@ -894,19 +894,41 @@ class SeccompTest(TreeTest):
         self.write("os/Source.cpp", "// Compiled as C.")
         for folder in source_tree.DAEMON_FOLDERS:
             self.write(f"lib/libcorvidwifi_{folder}.a", "!<arch>\n")
-        self.build("int opendir(void); int strlen(void); int read(void);"
-                   "int f(void) { return opendir() + strlen() + read(); }")
+        self.build("")
 
     def build(self, text):
-        """The library of os/ is made of that source, the others are empty."""
-        self.write("lib/source.c", text)
+        """The library of os/ is made of that source behind one that makes the policy's calls, the
+        others are empty."""
+        self.write("lib/source.c", "int opendir(void); int strlen(void); int read(void);"
+                                   "int g(void) { return opendir() + strlen() + read(); }" + text)
         subprocess.run(["cc", "-w", "-fno-builtin", "-c", "-o", "Source.cpp.o", "lib/source.c"],
                        cwd=self.root, check=True)
         subprocess.run(["ar", "rc", "lib/libcorvidwifi_os.a", "Source.cpp.o"], cwd=self.root,
                        check=True)
 
+    def check(self, **tables):
+        return check_seccomp.check(self.root, self.root, **{"libraries": {}, "start": {}, **tables})
+
     def test_policy_with_each_call_is_fine(self):
-        self.assertEqual(check_seccomp.check(self.root, self.root), [])
+        self.assertEqual(self.check(), [])
+
+    def test_a_call_that_nobody_makes_is_found(self):
+        self.write(check_seccomp.POLICY, "openat: 1\nread: 1\nptrace: 1\nexecve: 1\n")
+        complaints = self.check(start={"execve": "some other program"})
+        self.assertEqual(len(complaints), 3, complaints)
+        for complaint, part in zip(complaints, ("lacks #execve, but START", ":3: ptrace: no source",
+                                                ":4: execve: no source")):
+            self.assertIn(check_seccomp.POLICY, complaint)
+            self.assertIn(part, complaint)
+            self.assertIn("tests/structure/check_seccomp.py", complaint)
+
+    def test_a_call_of_others_that_the_policy_lacks_is_found(self):
+        bind = {"bind": "libnl gives an address"}
+        self.assert_complains(self.check(libraries=bind), f"{check_seccomp.POLICY}: lacks bind",
+                              "libnl gives an address", "tests/structure/check_seccomp.py")
+        self.write(check_seccomp.POLICY, "openat: 1\nread: 1\nbind: 1\n#mmap: 1\n")
+        self.assertEqual(self.check(libraries=bind, start={"mmap": "a linker"}), [])
+        self.assert_complains(self.check(libraries=bind), f"{check_seccomp.POLICY}:4: #mmap")
 
     def test_a_call_that_the_policy_lacks_is_found(self):
         for function, call in (("nanosleep", "nanosleep"), ("poll", "ppoll"),
@@ -915,33 +937,33 @@ class SeccompTest(TreeTest):
                                ("_ZNSt6thread15_M_start_threadESt10unique_ptr", "clone")):
             with self.subTest(function):
                 self.build(f"int {function}(void); int f(void) {{ return {function}(); }}")
-                self.assert_complains(check_seccomp.check(self.root, self.root),
-                                      check_seccomp.POLICY, f"lacks {call}", "os/Source.cpp", function)
+                self.assert_complains(self.check(), check_seccomp.POLICY, f"lacks {call}",
+                                      "os/Source.cpp", function)
 
     def test_each_of_several_calls_that_the_policy_lacks_is_found(self):
         for function, calls in (("if_nametoindex", ("close", "ioctl", "socket")),
                                 ("gmtime_r", ("close", "lseek"))):
             with self.subTest(function):
                 self.build(f"int {function}(void); int f(void) {{ return {function}(); }}")
-                complaints = check_seccomp.check(self.root, self.root)
+                complaints = self.check()
                 self.assertEqual(len(complaints), len(calls), complaints)
                 for call, complaint in zip(calls, complaints):
                     self.assertIn(f"lacks {call}, but os/Source.cpp calls {function}()", complaint)
 
     def test_a_function_that_nobody_has_looked_up_is_found(self):
         self.build("int getaddrinfo(void); int f(void) { return getaddrinfo(); }")
-        self.assert_complains(check_seccomp.check(self.root, self.root), "os/Source.cpp",
-                              "getaddrinfo()", "tests/structure/check_seccomp.py")
+        self.assert_complains(self.check(), "os/Source.cpp", "getaddrinfo()",
+                              "tests/structure/check_seccomp.py")
 
     def test_functions_of_others_are_not_looked_up(self):
         self.build("int nl_recv(void); int _Unwind_Resume(void);"
                    "int f(void) { return nl_recv() + _Unwind_Resume(); }")
-        self.assertEqual(check_seccomp.check(self.root, self.root), [])
+        self.assertEqual(self.check(), [])
 
     def test_each_source_of_the_name_is_told(self):
         self.write("os/more/Source.cpp", "")
         self.build("int nanosleep(void); int f(void) { return nanosleep(); }")
-        (complaint,) = check_seccomp.check(self.root, self.root)
+        (complaint,) = self.check()
         self.assertRegex(complaint, "but os/(more/)?Source.cpp or os/(more/)?Source.cpp calls")
 
     def test_a_line_that_minijail_would_not_take_on_arm64_is_found(self):
@@ -954,16 +976,15 @@ class SeccompTest(TreeTest):
                                 ("#write 1", "is no 'CALL: 1'")):
             with self.subTest(line):
                 self.write(check_seccomp.POLICY, f"# Some.\n\nopenat: 1\nread: 1\n{line}\n")
-                self.assert_complains(check_seccomp.check(self.root, self.root),
-                                      f"{check_seccomp.POLICY}:5", complaint)
+                self.assert_complains(self.check(), f"{check_seccomp.POLICY}:5", complaint)
 
     def test_a_call_in_a_comment_is_not_allowed(self):
         self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\n#read: 1\n")
-        self.assert_complains(check_seccomp.check(self.root, self.root), "lacks read")
+        self.assert_complains(self.check(start={"read": "a linker"}), "lacks read")
 
     def test_a_build_that_is_not_there_is_no_success(self):
         os.remove(os.path.join(self.root, "lib/libcorvidwifi_service.a"))
-        self.assertIsNone(check_seccomp.check(self.root, self.root))
+        self.assertIsNone(self.check())
 
 
 class WordsTest(TreeTest):
