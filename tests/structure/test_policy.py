@@ -3,11 +3,13 @@
 checks, since each way to fail is a policy to compile."""
 
 import os
+import re
 import shutil
 import unittest
 
 import check_device
 import check_policy
+from check_seccomp import POLICY as SECCOMP
 from test_checks import TreeTest
 
 
@@ -169,6 +171,17 @@ class PolicyTest(TreeTest):
                             self.complaints_with(self.TE, "type hal", "typ hal")))
         shutil.rmtree(os.path.join(self.root, "device/sepolicy"))
         self.assert_complains(check_policy.check(self.root), "there is no policy")
+
+    def test_the_rules_for_a_daemon_below_minijail_compile(self):
+        rule, neverallow = re.findall(r"^# +((?:allow|neverallow) .+;)$", self.read(SECCOMP),
+                                      re.MULTILINE)
+        plain = neverallow.replace("{ exec_type -hal_corvid_wifi_default_exec }", "exec_type")
+        for forbidden, count in ((neverallow, 0), (plain, 1)):
+            with self.subTest(forbidden):
+                complaints = self.complaints_with(
+                    self.TE, plain, f"# service/service.cpp: main\n{rule}\n\n{forbidden}")
+                self.assertEqual(sum("does not compile" in complaint for complaint in complaints),
+                                 count, complaints)
 
 
 if __name__ == "__main__":
