@@ -1,6 +1,10 @@
-"""Checks how the daemon's sources use attributes that not every compiler knows, of which some are
-asked for by __has_attribute: each use is behind the question, and the sources compile for a compiler
-that knows none of them."""
+#!/usr/bin/env python3
+"""check_attributes.py SOURCE_TREE BUILD_FOLDER
+
+The device's sources ask by __has_attribute for an attribute that not every compiler knows: each file
+that uses one that is asked for somewhere asks for it, and those that ask compile for a compiler that
+knows none of them.
+"""
 
 import json
 import os
@@ -9,22 +13,15 @@ import shlex
 import subprocess
 import sys
 
-from source_tree import DEVICE_FOLDERS
+import source_tree
 
 QUESTION = re.compile(r"__has_attribute\((\w+)\)")
 
 
-def read(path):
-    with open(path, encoding="utf-8") as file:
-        return file.read()
-
-
-def daemon_files(root):
-    for folder in DEVICE_FOLDERS:
-        for where, _, names in os.walk(os.path.join(root, folder)):
-            for name in sorted(names):
-                if name.endswith((".h", ".cpp")):
-                    yield os.path.join(where, name)
+def device_files(root):
+    return [path for path in source_tree.files(root)
+            if path.split(os.sep)[0] in source_tree.DEVICE_FOLDERS and
+            path.endswith((".h", ".cpp"))]
 
 
 def compile_error(command):
@@ -43,35 +40,29 @@ def compile_error(command):
 
 
 def check(root, build):
-    """The complaints."""
-    texts = {path: read(path) for path in daemon_files(root)}
+    texts = {path: source_tree.read(root, path) for path in device_files(root)}
+    if not texts:
+        return [f"{root}: there are no sources"]
     asked = {name for text in texts.values() for name in QUESTION.findall(text)}
     complaints = []
     for path, text in texts.items():
         for name in sorted(asked - set(QUESTION.findall(text))):
             if re.search(rf"(__attribute__|\[\[).*\b{name}\b", text):
-                complaints.append(f"{os.path.relpath(path, root)}: uses {name} without asking"
-                                  " by __has_attribute whether the compiler knows it")
-    commands = json.loads(read(os.path.join(build, "compile_commands.json")))
+                complaints.append(f"{path}: uses {name} without asking by __has_attribute whether "
+                                  "the compiler knows it")
+    commands = {os.path.realpath(command["file"]): command for command in
+                json.loads(source_tree.read(build, "compile_commands.json"))}
     for path, text in texts.items():
         if not QUESTION.search(text):
             continue
         source = os.path.splitext(path)[0] + ".cpp"
-        command = next((command for command in commands
-                        if os.path.realpath(command["file"]) == os.path.realpath(source)), None)
-        error = "no source of its name is compiled" if command is None else compile_error(command)
+        command = commands.get(os.path.realpath(os.path.join(root, source)))
+        error = f"{build} compiles no {source}" if command is None else compile_error(command)
         if error:
-            complaints.append(f"{os.path.relpath(path, root)}: for a compiler that knows none of"
-                              f" the attributes that it asks for: {error}")
+            complaints.append(f"{path}: for a compiler that knows none of the attributes that it "
+                              f"asks for: {error}")
     return complaints
 
 
-def main(root, build):
-    complaints = check(root, build)
-    for complaint in complaints:
-        print(complaint)
-    return 1 if complaints else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:]))
+    source_tree.finish(check(sys.argv[1], sys.argv[2]))

@@ -117,6 +117,9 @@ class AttributesTest(TreeTest):
             """),
             "service/asking.cpp", "error")
 
+    def test_a_tree_without_sources_is_no_success(self):
+        self.assert_complains(self.complaints(), self.root, "there are no sources")
+
 
 MODULE = """cc_library_static {
     name: "libcorvidwifi_os",
