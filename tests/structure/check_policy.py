@@ -125,14 +125,16 @@ def te_files(root):
 
 def source_of(root):
     """The whole policy in the order that checkpolicy wants, in two parts: a rule may stand between
-    them."""
+    them. #line says of each part which file it is from, so that complaints name that. Raises
+    CalledProcessError if m4 cannot expand the macros."""
     def text(path):
-        return source_tree.read(root, path)
-    body = "".join(text(path) for path in (
-        f"{STAND_INS}/macros", f"{POLICY}/attributes", f"{STAND_INS}/platform.te",
-        *te_files(root)))
-    expanded = subprocess.run(["m4"], input=body, capture_output=True, text=True, check=True)
-    return text(f"{STAND_INS}/classes") + expanded.stdout, text(f"{STAND_INS}/contexts")
+        return f'#line 1 "{path}"\n{source_tree.read(root, path)}'
+    expanded = subprocess.run(["m4", "-s", f"{STAND_INS}/macros", f"{POLICY}/attributes",
+                               f"{STAND_INS}/platform.te", *te_files(root)], cwd=root,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, check=True)
+    # After '#line 1 "FILE"' checkpolicy takes the next line for the second one, after '#line 1' not.
+    return tuple(re.sub('^#line 1 ".*"$', r"\g<0>\n#line 1", part, flags=re.MULTILINE) for part in
+                 (text(f"{STAND_INS}/classes") + expanded.stdout, text(f"{STAND_INS}/contexts")))
 
 
 def compile_policy(source, binary, more=""):
@@ -322,9 +324,12 @@ def check(root, thorough=True):
     declared = {name for path in te_files(root) for name in re.findall(
         r"^(?:type |vendor_internal_prop\()(\w+)", source_tree.read(root, path), re.MULTILINE)}
     complaints += check_contexts(root, declared)
+    try:
+        source = source_of(root)
+    except subprocess.CalledProcessError as error:
+        return complaints + [f"{POLICY}: does not compile: {error.stderr.strip()}"]
     with tempfile.TemporaryDirectory() as folder:
         binary = os.path.join(folder, "policy")
-        source = source_of(root)
         error = compile_policy(source, binary)
         if error:
             complaints.append(f"{POLICY}: does not compile: {error}")

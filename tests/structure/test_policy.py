@@ -112,6 +112,15 @@ class PolicyTest(TreeTest):
                                                   f"{reason}{rule}\n\n# What no later")
                 self.assert_complains(complaints, part, "device/sepolicy")
 
+    def test_a_neverallow_that_is_hit_is_named_by_its_place(self):
+        neverallow = f"neverallow {check_policy.DAEMON} property_type:property_service set;"
+        complaints = self.complaints_with(
+            self.TE, neverallow,
+            f"# service/service.cpp: main\nset_prop({check_policy.DAEMON}, default_prop)\n"
+            f"{neverallow}")
+        line = self.read(self.TE).splitlines().index(neverallow) + 3
+        self.assert_complains(complaints, f"neverallow on line {line} of {self.TE}")
+
     def test_another_capability_in_the_init_script_is_found(self):
         for now in ("NET_ADMIN NET_RAW", "SYS_NICE"):
             with self.subTest(now):
@@ -167,8 +176,11 @@ class PolicyTest(TreeTest):
                 self.assert_complains(self.complaints_with(path, old, new), path, *parts)
 
     def test_a_policy_that_does_not_compile_is_no_success(self):
-        self.assertTrue(any("does not compile" in complaint for complaint in
-                            self.complaints_with(self.TE, "type hal", "typ hal")))
+        for old, new, place in (("type hal", "typ hal", f"{self.TE}:2"),
+                                ("domain(hal_corvid_wifi_default)", "domain(", self.TE)):
+            with self.subTest(new):
+                self.assertTrue(any("does not compile" in complaint and place in complaint
+                                    for complaint in self.complaints_with(self.TE, old, new)))
         shutil.rmtree(os.path.join(self.root, "device/sepolicy"))
         self.assert_complains(check_policy.check(self.root), "there is no policy")
 
