@@ -114,13 +114,41 @@ DECIDED = re.compile(
     # also behind a name of its own: "namespace fs = std::filesystem;"
     r"|(?<!<)\b(filesystem)\b(?!::path\b)")
 
+# The kinds of statement that the policy may have, and whether one gives somebody something: then it
+# has a reason above it. No other kind may be there: permissive, dontaudit and type_transition are
+# nothing that the rights below would show.
+STATEMENTS = {
+    "allow": True,
+    "add_hwservice(": True,
+    "binder_call(": True,
+    "get_prop(": True,
+    "hal_client_domain(": True,
+    "hwbinder_use(": True,
+    "init_daemon_domain(": True,
+    "set_prop(": True,
+    "neverallow": False,
+    "type": False,
+    "hal_attribute(": False,
+    "vendor_internal_prop(": False,
+}
+
 _COMMENT = re.compile(r"# ([\w./-]+/[\w.-]+): (\w+)$")
-_RULE = re.compile(r"^(?:allow|allowxperm|typeattribute|[a-z_]+\()")
+_STATEMENT = re.compile(r"(\w+\()[^()]*\)|(\w+|[^\s;])[^;]*")
 
 
 def te_files(root):
     return [path for path in source_tree.files(root)
             if path.startswith(POLICY + "/") and path.endswith(".te")]
+
+
+def statements(text):
+    """{line: [(kind, statement)]} of a file of the policy, by the lines that they begin in."""
+    text = re.sub(r"#.*", "", text)
+    found = {}
+    for match in _STATEMENT.finditer(text):
+        found.setdefault(source_tree.line_of(text, match.start()), []).append(
+            (match.group(1) or match.group(2), " ".join(match.group().split())))
+    return found
 
 
 def source_of(root):
@@ -237,37 +265,51 @@ def is_own(text, word):
     return re.search(f"{member}|{declared}", text)
 
 
-def check_reasons(root):
-    """Rules without code and code without rules."""
+def check_statements(root, path, named):
+    """Statements that nobody expects or needs. Adds (source, word) of each reason to `named`."""
     complaints = []
-    named = set()
-    for path in te_files(root):
-        reasons = []
-        in_comment = False
-        for number, line in enumerate(source_tree.read(root, path).splitlines(), 1):
-            if line.startswith("#"):
-                if not in_comment:
-                    reasons = []
-                in_comment = True
-                match = _COMMENT.match(line)
-                if match:
-                    reasons.append((number, *match.groups()))
-                continue
-            in_comment = False
-            if not line:
+    text = source_tree.read(root, path)
+    found = statements(text)
+    reasons = []
+    in_comment = False
+    for number, line in enumerate(text.splitlines(), 1):
+        if line.startswith("#"):
+            if not in_comment:
                 reasons = []
-            elif _RULE.match(line) and not line.startswith("vendor_internal_prop("):
-                if not reasons:
-                    complaints.append(f"{path}:{number}: '{line}' has no '# SOURCE: WORD' above it "
-                                      "that says which code needs it")
-                named.update((source, word) for _, source, word in reasons)
-            for place, source, word in reasons if _RULE.match(line) else []:
-                file = os.path.join(root, source)
-                if not os.path.exists(file):
+            in_comment = True
+            match = _COMMENT.match(line)
+            if match:
+                reasons.append((number, *match.groups()))
+            continue
+        in_comment = False
+        if not line:
+            reasons = []
+        for kind, statement in found.get(number, []):
+            if kind not in STATEMENTS:
+                complaints.append(f"{path}:{number}: '{statement}' is none of the STATEMENTS in "
+                                  "tests/structure/check_policy.py")
+            elif STATEMENTS[kind] and "corvid_wifi" not in statement:
+                complaints.append(f"{path}:{number}: '{statement}' gives others what is not the "
+                                  "daemon's")
+            elif STATEMENTS[kind] and not reasons:
+                complaints.append(f"{path}:{number}: '{statement}' has no '# SOURCE: WORD' above it "
+                                  "that says which code needs it")
+            for place, source, word in reasons if STATEMENTS.get(kind) else []:
+                named.add((source, word))
+                if not os.path.exists(os.path.join(root, source)):
                     complaints.append(f"{path}:{place}: there is no {source}")
                 elif not re.search(rf"\b{word}\b", source_tree.code(root, source)):
                     complaints.append(f"{path}:{place}: a rule for {word} in {source}, which has "
                                       "no such word")
+    return complaints
+
+
+def check_reasons(root):
+    """Rules without code and code without rules."""
+    complaints = []
+    named = set()
+    for path in (f"{POLICY}/attributes", *te_files(root)):
+        complaints += check_statements(root, path, named)
     for path in source_tree.files(root):
         if path.split(os.sep)[0] not in source_tree.DAEMON_FOLDERS or \
                 not path.endswith((".cpp", ".h")):

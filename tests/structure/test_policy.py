@@ -48,6 +48,44 @@ class PolicyTest(TreeTest):
         self.assertIn("client/WpaClient.cpp:", complaints[0])
         self.assertIn("says which code needs it", complaints[1])
 
+    def test_a_statement_that_nobody_expects_is_found(self):
+        for statement in (f"permissive {check_policy.DAEMON};",
+                          "type_transition init shell_exec:process hal_corvid_wifi_default;",
+                          f"dontaudit {check_policy.DAEMON} self:file write;",
+                          f"typeattribute {check_policy.DAEMON} mlstrustedsubject;",
+                          f"userdebug_or_eng(`permissive {check_policy.DAEMON};')",
+                          "if (mode) { allow init self:file write; }", "dnl"):
+            # also behind another statement in its line
+            for before in ("", f"type other, domain; get_prop({check_policy.DAEMON}, a_prop) "):
+                for path in (self.TE, "device/sepolicy/attributes"):
+                    with self.subTest(statement, before=before, path=path):
+                        text = self.read(path)
+                        self.write(path, text + "\n# service/service.cpp: main\n"
+                                   f"{before}{statement}\n")
+                        complaints = check_policy.check_statements(self.root, path, set())
+                        self.write(path, text)
+                        self.assertTrue(complaints)
+                        self.assertIn(f"{path}:{len(text.splitlines()) + 3}: '{statement[:6]}",
+                                      complaints[0])
+                        self.assertIn("none of the STATEMENTS in tests/structure/check_policy.py",
+                                      complaints[0])
+
+    def test_a_rule_about_others_alone_is_found(self):
+        rule = "allow headset_app wpa_data_file:file read;"
+        self.write(self.TE, self.read(self.TE) + f"\n# service/service.cpp: main\n{rule}\n")
+        self.assert_complains(check_policy.check_reasons(self.root), self.TE, rule[:-1],
+                              "gives others what is not the daemon's")
+
+    def test_each_rule_of_a_line_needs_a_reason(self):
+        for path in (self.TE, "device/sepolicy/attributes"):
+            with self.subTest(path):
+                text = self.read(path)
+                self.write(path, text + "\ntype a, domain; allow a_corvid_wifi\n  self:file { read\n };\n")
+                self.assert_complains(check_policy.check_reasons(self.root),
+                                      f"{path}:{len(text.splitlines()) + 2}: "
+                                      "'allow a_corvid_wifi self:file { read }'", "says which code needs it")
+                self.write(path, text)
+
     def test_a_rule_whose_code_is_gone_is_found(self):
         for old, new, part in (
                 ("# client/Nl80211Client.cpp: genl_connect", "# client/Gone.cpp: genl_connect",
@@ -104,13 +142,18 @@ class PolicyTest(TreeTest):
         for rule, part in (
                 (f"allow {check_policy.DAEMON} wpa_data_file:dir rename;", "dir rename"),
                 (f"allow {check_policy.DAEMON} self:capability net_raw;", "neverallow"),
-                # As a HAL's server it would come under what the platform forbids all of them.
-                (f"hal_server_domain({check_policy.DAEMON}, hal_corvid_wifi)", "neverallow"),
                 ("set_prop(shell, vendor_corvid_wifi_prop)", "neverallow")):
             with self.subTest(rule):
                 complaints = self.complaints_with(self.TE, "# What no later",
                                                   f"{reason}{rule}\n\n# What no later")
                 self.assert_complains(complaints, part, "device/sepolicy")
+
+    def test_a_hals_server_would_come_under_what_the_platform_forbids_them(self):
+        rule = f"hal_server_domain({check_policy.DAEMON}, hal_corvid_wifi)\n"
+        complaints = self.complaints_with(self.TE, "# What no later", rule + "# What no later")
+        self.assertEqual(len(complaints), 2, complaints)
+        self.assertIn("none of the STATEMENTS", complaints[0])
+        self.assertRegex(complaints[1], r"neverallow on line \d+ of tests/sepolicy/platform.te")
 
     def test_a_neverallow_that_is_hit_is_named_by_its_place(self):
         neverallow = f"neverallow {check_policy.DAEMON} property_type:property_service set;"
