@@ -35,8 +35,6 @@ FILE_CONTEXTS = "device/sepolicy/file_contexts"
 NUMBERS = "lab/programs/confine.c"
 WORDS = "lab/guest/words.sh"
 PAGE = "docs/integration.md"
-# What prints on two sheets of A4, at 10 points.
-MOST_WORDS = 1100
 SCHEMA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "vintf.xsd")
 
 # Service options of Android 11's init, with the least and the most arguments that each takes.
@@ -372,47 +370,6 @@ def check_vintf(facts, compare):
                                           "image without it would not pass")
 
 
-def check_integration(root, facts, compare):
-    """The page for integrators names each file of device/, each library of the modules, and nothing
-    that is not there."""
-    page = facts.text(PAGE)
-    words = len(page.split())
-    if words > MOST_WORDS:
-        compare.complaints.append(f"{PAGE}: has {words} words; with more than {MOST_WORDS} it does not "
-                                  "print on two sheets")
-    for path in source_tree.files(root):
-        if not path.startswith("device/") or os.path.basename(path) == "Android.bp":
-            continue
-        folder = os.path.dirname(path)
-        if path not in page and not (folder != "device" and folder in page):
-            compare.complaints.append(f"{PAGE}: does not say what {path} is for")
-    for path in re.findall(r"`((?:client|device|docs|interface|lab|managers|service|sim|tests|tools)/"
-                           r"[\w@./-]+)`", page):
-        if not os.path.exists(os.path.join(root, path)):
-            compare.complaints.append(f"{PAGE}: names {path}, which is not there")
-    for path in source_tree.files(root):
-        if os.path.basename(path) != "Android.bp":
-            continue
-        for _, properties in blueprint.parse(facts.text(path)):
-            for library in [library for kind in ("shared_libs", "static_libs", "header_libs",
-                                                 "interfaces")
-                            for library in properties.get(kind, [])]:
-                if f"`{library}`" not in page and "corvid" not in library:
-                    compare.complaints.append(f"{PAGE}: does not name {library}, which {path} "
-                                              "needs")
-    properties = facts.text("config/CorvidWifiProperties.h")
-    for name in re.findall(r"`((?:cmd|devparams|powerjump|scs|telemetry|txchain|txpower)\.[\w.]+)`|"
-                           r"persist\.vendor\.wifi\.([\w.]+)", page):
-        name = name[0] or name[1]
-        if f'"{name}"' not in properties:
-            compare.complaints.append(f"{PAGE}: names the property {name}, which "
-                                      "config/CorvidWifiProperties.h does not have")
-    match = re.search(r"^service (\S+)", facts.text(SCRIPT), re.MULTILINE)
-    if match and f"ctl.restart {match.group(1)}" not in page:
-        compare.complaints.append(f"{PAGE}: does not restart {match.group(1)}, the service of "
-                                  f"{SCRIPT}")
-
-
 def check_schema(root, compare):
     if shutil.which("xmllint") is None:
         compare.complaints.append("xmllint is not installed: apt-get install libxml2-utils")
@@ -433,7 +390,6 @@ def check(root):
     check_script(facts, compare)
     check_references(facts, compare)
     check_vintf(facts, compare)
-    check_integration(root, facts, compare)
     check_schema(root, compare)
     return compare.complaints
 

@@ -4,6 +4,7 @@
 import hashlib
 import json
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -17,12 +18,16 @@ import check_format
 import check_hal_docs
 import check_hal_frozen
 import check_includes
+import check_integration
 import check_properties
 import check_seccomp
 import check_tidy
 import check_words
 import soong
 import source_tree
+
+
+TREE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 
 class TreeTest(unittest.TestCase):
@@ -660,149 +665,14 @@ class PropertiesTest(TreeTest):
         self.assertIn("there is no CORVID_WIFI_PROPERTIES", self.check()[0])
 
 
-class DeviceTest(TreeTest):
-    """On a copy of the files that are compared, each changed in one place."""
+class CopiedTreeTest(TreeTest):
+    """A test on a copy of some of the tree's files, each changed in one place."""
 
-    def setUp(self):
-        super().setUp()
-        tree = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-        for path in (check_device.SCRIPT, check_device.MANIFEST, check_device.FRAMEWORK_MATRIX,
-                     check_device.DEVICE_MATRIX, check_device.MODULES,
-                     check_device.DEVICE_MODULES, check_device.INTERFACE, check_device.ENTRY,
-                     check_device.OBJECT, check_device.SOCKETS, check_device.REPORT,
-                     check_device.INDEXES,
-                     check_device.STATISTICS,
-                     check_device.STATISTICS_HEADER, check_device.PAGE,
-                     "config/CorvidWifiProperties.h", "client/Android.bp",
-                     "managers/Android.bp", "tools/Android.bp", "tests/Android.bp",
-                     "device/sepolicy/hal_corvid_wifi_default.te", "docs/hung-calls.md",
-                     "tests/sepolicy/platform.te", "tests/structure/check_policy.py",
-                     "lab/guest/words.sh", "lab/programs/confine.c",
-                     "interface/Android.bp", "interface/current.txt", f"device/{check_device.DAEMON}.policy"):
+    def copy(self, paths):
+        for path in paths:
             copy = os.path.join(self.root, path)
             os.makedirs(os.path.dirname(copy), exist_ok=True)
-            shutil.copy(os.path.join(tree, path), copy)
-
-    def test_files_that_agree_are_fine(self):
-        self.assertEqual(check_device.check(self.root), [])
-
-    def test_each_disagreement_names_both_places(self):
-        script, manifest = check_device.SCRIPT, check_device.MANIFEST
-        for path, old, new, *places in (
-                (script, "/vendor/bin/hw/", "/vendor/bin/", script, check_device.MODULES),
-                (script, "@1.0::IWifi", "@1.1::IWifi", script, check_device.INTERFACE),
-                (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
-                (script, "    priority", "    user root\n    priority", script,
-                 f"user is already given at {script}:"),
-                (script, "    priority", "    group wifi system\n    priority", "group is already"),
-                (script, "    priority", "    class late_start\n    priority", "class is already"),
-                (script, "    priority",
-                 "    interface vendor.corvid.hardware.wifi@1.1::IWifi default\n    priority",
-                 "interface is already"),
-                (script, "    priority", "    seclabel u:r:su:s0\n    priority", script,
-                 check_device.FILE_CONTEXTS),
-                (script, "    priority", "    ioprio rt 0\n    priority", script,
-                 "nothing compares ioprio", "check_device.py"),
-                (script, "on post-fs-data\n", "on boot\n    start vendor.other\non post-fs-data\n",
-                 script, "nothing compares 'on boot'"),
-                (script, "on post-fs-data\n", "on post-fs-data\n    chmod 0777 /data/vendor/wifi\n",
-                 script, "is no 'mkdir FOLDER"),
-                (script, "on post-fs-data\n",
-                 "on post-fs-data\n    mkdir /data/vendor/wifi 0777 root root\n",
-                 script, "/data/vendor/wifi is already made"),
-                (check_device.NUMBERS, '{"wifi", 1010}', '{"wifi", 1011}', script, check_device.NUMBERS,
-                 check_device.WORDS),
-                (check_device.WORDS, "\nwifi=1010", "\nwifi=1000", script, check_device.NUMBERS,
-                 check_device.WORDS),
-                (check_device.PAGE, "as user `wifi`", "as user `system`", script, check_device.PAGE),
-                (script, "group wifi inet", "group inet", script, "has not the group wifi",
-                 check_device.SOCKETS),
-                (script, "group wifi inet", "group wifi", script, check_device.INDEXES),
-                (script, "group wifi inet", "group wifi inet system", script,
-                 check_device.INDEXES),
-                (check_device.INDEXES, "if_nametoindex(", "indexOf(", script,
-                 check_device.INDEXES),
-                (script, "class hal", "class early_hal", script, check_device.SWITCHES),
-                (script, "    priority", "    oneshot\n    priority", script, check_device.ENTRY),
-                (script, "    priority", "    disabled\n    priority", script, check_device.ENTRY),
-                (script, "    mkdir /data/vendor/wifi 0771 wifi wifi\n", "", script,
-                 "no folder /data/vendor/wifi,", check_device.SOCKETS),
-                (script, "wifi 0771 wifi wifi", "wifi 0770 root root", script, "root's",
-                 check_device.SOCKETS),
-                (script, "nofile", "files", script, "rlimit takes no 'files"),
-                (script, "priority 0", "priority 20", script, "priority takes no"),
-                (script, "sockets 0770", "sockets 0777", script, "0777", check_device.SOCKETS),
-                (script, "sockets 0770", "sockets 0670", script, "0670", check_device.SOCKETS),
-                (script, "restart_period", "restart_after", script, "no option"),
-                (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
-                (script, "    capabilities", "    #", script, "no capabilities"),
-                (script, "service vendor.corvid-wifi-1-0", "on boot", script, "one 'service"),
-                (manifest, ">vendor.corvid.hardware.wifi<", ">vendor.corvid.hardware.wlan<",
-                 manifest, check_device.INTERFACE),
-                (manifest, "/default", "/main", manifest, check_device.ENTRY),
-                (manifest, "@1.0", "@1.1", manifest, check_device.INTERFACE),
-                (manifest, 'type="device"', 'type="framework"', manifest, "device"),
-                (manifest, "hwbinder<", "ethernet<", manifest, "vintf.xsd"),
-                (check_device.FRAMEWORK_MATRIX, "1.0</version>", "2.0</version>",
-                 check_device.FRAMEWORK_MATRIX, check_device.INTERFACE),
-                (check_device.FRAMEWORK_MATRIX, 'optional="true"', 'optional="false"',
-                 check_device.FRAMEWORK_MATRIX, "not optional"),
-                (manifest, "    </hal>", "        <fqname>@1.0::IWifi/main</fqname>\n    </hal>",
-                 manifest, "IWifi/default, @1.0::IWifi/main", check_device.ENTRY),
-                (check_device.FRAMEWORK_MATRIX, "1.0</version>",
-                 "1.0</version>\n        <version>2.0</version>", check_device.FRAMEWORK_MATRIX,
-                 "1.0, 2.0", check_device.INTERFACE),
-                (check_device.FRAMEWORK_MATRIX, "default<", "main<",
-                 check_device.FRAMEWORK_MATRIX, check_device.ENTRY),
-                (check_device.FRAMEWORK_MATRIX, "<instance>default",
-                 "<instance>main</instance>\n            <instance>default",
-                 check_device.FRAMEWORK_MATRIX, "main, default", check_device.ENTRY),
-                (check_device.DEVICE_MATRIX, "IStats", "IStatistics",
-                 check_device.DEVICE_MATRIX, check_device.STATISTICS),
-                (check_device.DEVICE_MATRIX, "default<", "main<",
-                 check_device.DEVICE_MATRIX, check_device.STATISTICS),
-                (check_device.STATISTICS, "tryGetService()", 'tryGetService("main")',
-                 check_device.DEVICE_MATRIX, check_device.STATISTICS, "'main'"),
-                (check_device.STATISTICS_HEADER, "stats/1.0/", "stats/2.0/",
-                 f"{check_device.DEVICE_MATRIX}: the version is '1.0', but "
-                 f"{check_device.STATISTICS_HEADER} has '2.0'"),
-                (check_device.ENTRY, 'registerAsService("default")', "registerAsService(name)",
-                 f"{check_device.ENTRY}: has nothing like"),
-                (check_device.INTERFACE, '    name: "vendor', '    owner: "vendor',
-                 f"{check_device.INTERFACE}: no hidl_interface has name"),
-                (check_device.MODULES, 'relative_install_path: "hw"',
-                 'relative_install_path: "wifi"', script, check_device.MODULES),
-                (check_device.MODULES, 'init_rc: [":vendor', 'init_rc: [":other',
-                 check_device.MODULES, check_device.DEVICE_MODULES),
-                (check_device.MODULES, '    vintf_fragments: ', '    required: ',
-                 check_device.MODULES, "vintf_fragments"),
-                (check_device.DEVICE_MODULES, '-service.xml"]', '-service.html"]',
-                 check_device.DEVICE_MODULES, check_device.MODULES),
-                (check_device.PAGE, "`libnl`", "`libutils`", check_device.PAGE, "libnl",
-                 "client/Android.bp"),
-                (check_device.PAGE, "`client/WpaClient.cpp`", "`client/Gone.cpp`",
-                 check_device.PAGE, "client/Gone.cpp"),
-                (check_device.PAGE, "txpower.enable.sta=", "txpower.enabled=", check_device.PAGE,
-                 "txpower.enabled"),
-                (check_device.PAGE, "ctl.restart vendor.", "ctl.restart ", check_device.PAGE,
-                 check_device.SCRIPT),
-                (check_device.PAGE, "## 5.", "word " * 1100 + "\n## 5.", check_device.PAGE,
-                 "two sheets"),
-                (check_device.PAGE, "device/device_compatibility_matrix.xml", "the other",
-                 check_device.PAGE, check_device.DEVICE_MATRIX),
-                (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
-                 script, check_device.SOCKETS),
-                (check_device.REPORT, "/data/vendor/wifi/wpa/sockets", "/data/misc/wifi",
-                 script, check_device.REPORT),
-        ):
-            with self.subTest(path=path, new=new):
-                with open(os.path.join(self.root, path), encoding="utf-8") as file:
-                    text = file.read()
-                self.assertIn(old, text)
-                self.write(path, text.replace(old, new))
-                complaints = check_device.check(self.root)
-                self.write(path, text)
-                self.assert_complains(complaints, *places)
+            shutil.copy(os.path.join(TREE, path), copy)
 
     def change(self, path, *changes):
         with open(os.path.join(self.root, path), encoding="utf-8") as file:
@@ -811,6 +681,132 @@ class DeviceTest(TreeTest):
             self.assertIn(old, text)
             text = text.replace(old, new)
         self.write(path, text)
+
+    def assert_each_complains(self, check, changes):
+        """Of each (path, old, new, part of the only complaint ...)."""
+        for path, old, new, *parts in changes:
+            with self.subTest(path=path, new=new):
+                with open(os.path.join(self.root, path), encoding="utf-8") as file:
+                    text = file.read()
+                self.change(path, (old, new))
+                try:
+                    complaints = check(self.root)
+                finally:
+                    self.write(path, text)
+                self.assert_complains(complaints, *parts)
+
+
+class DeviceTest(CopiedTreeTest):
+
+    def setUp(self):
+        super().setUp()
+        self.copy((check_device.SCRIPT, check_device.MANIFEST, check_device.FRAMEWORK_MATRIX,
+                   check_device.DEVICE_MATRIX, check_device.MODULES, check_device.DEVICE_MODULES,
+                   check_device.INTERFACE, check_device.ENTRY, check_device.OBJECT,
+                   check_device.SOCKETS, check_device.REPORT, check_device.INDEXES,
+                   check_device.STATISTICS, check_device.STATISTICS_HEADER, check_device.PAGE,
+                   check_device.NUMBERS, check_device.WORDS))
+
+    def test_files_that_agree_are_fine(self):
+        self.assertEqual(check_device.check(self.root), [])
+
+    def test_each_disagreement_names_both_places(self):
+        script, manifest = check_device.SCRIPT, check_device.MANIFEST
+        self.assert_each_complains(check_device.check, (
+            (script, "/vendor/bin/hw/", "/vendor/bin/", script, check_device.MODULES),
+            (script, "@1.0::IWifi", "@1.1::IWifi", script, check_device.INTERFACE),
+            (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
+            (script, "    priority", "    user root\n    priority", script,
+             f"user is already given at {script}:"),
+            (script, "    priority", "    group wifi system\n    priority", "group is already"),
+            (script, "    priority", "    class late_start\n    priority", "class is already"),
+            (script, "    priority",
+             "    interface vendor.corvid.hardware.wifi@1.1::IWifi default\n    priority",
+             "interface is already"),
+            (script, "    priority", "    seclabel u:r:su:s0\n    priority", script,
+             check_device.FILE_CONTEXTS),
+            (script, "    priority", "    ioprio rt 0\n    priority", script,
+             "nothing compares ioprio", "check_device.py"),
+            (script, "on post-fs-data\n", "on boot\n    start vendor.other\non post-fs-data\n",
+             script, "nothing compares 'on boot'"),
+            (script, "on post-fs-data\n", "on post-fs-data\n    chmod 0777 /data/vendor/wifi\n",
+             script, "is no 'mkdir FOLDER"),
+            (script, "on post-fs-data\n",
+             "on post-fs-data\n    mkdir /data/vendor/wifi 0777 root root\n",
+             script, "/data/vendor/wifi is already made"),
+            (check_device.NUMBERS, '{"wifi", 1010}', '{"wifi", 1011}', script, check_device.NUMBERS,
+             check_device.WORDS),
+            (check_device.WORDS, "\nwifi=1010", "\nwifi=1000", script, check_device.NUMBERS,
+             check_device.WORDS),
+            (check_device.PAGE, "as user `wifi`", "as user `system`", script, check_device.PAGE),
+            (script, "group wifi inet", "group inet", script, "has not the group wifi",
+             check_device.SOCKETS),
+            (script, "group wifi inet", "group wifi", script, check_device.INDEXES),
+            (script, "group wifi inet", "group wifi inet system", script,
+             check_device.INDEXES),
+            (check_device.INDEXES, "if_nametoindex(", "indexOf(", script,
+             check_device.INDEXES),
+            (script, "class hal", "class early_hal", script, check_device.SWITCHES),
+            (script, "    priority", "    oneshot\n    priority", script, check_device.ENTRY),
+            (script, "    priority", "    disabled\n    priority", script, check_device.ENTRY),
+            (script, "    mkdir /data/vendor/wifi 0771 wifi wifi\n", "", script,
+             "no folder /data/vendor/wifi,", check_device.SOCKETS),
+            (script, "wifi 0771 wifi wifi", "wifi 0770 root root", script, "root's",
+             check_device.SOCKETS),
+            (script, "nofile", "files", script, "rlimit takes no 'files"),
+            (script, "priority 0", "priority 20", script, "priority takes no"),
+            (script, "sockets 0770", "sockets 0777", script, "0777", check_device.SOCKETS),
+            (script, "sockets 0770", "sockets 0670", script, "0670", check_device.SOCKETS),
+            (script, "restart_period", "restart_after", script, "no option"),
+            (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
+            (script, "    capabilities", "    #", script, "no capabilities"),
+            (script, "service vendor.corvid-wifi-1-0", "on boot", script, "one 'service"),
+            (manifest, ">vendor.corvid.hardware.wifi<", ">vendor.corvid.hardware.wlan<",
+             manifest, check_device.INTERFACE),
+            (manifest, "/default", "/main", manifest, check_device.ENTRY),
+            (manifest, "@1.0", "@1.1", manifest, check_device.INTERFACE),
+            (manifest, 'type="device"', 'type="framework"', manifest, "device"),
+            (manifest, "hwbinder<", "ethernet<", manifest, "vintf.xsd"),
+            (check_device.FRAMEWORK_MATRIX, "1.0</version>", "2.0</version>",
+             check_device.FRAMEWORK_MATRIX, check_device.INTERFACE),
+            (check_device.FRAMEWORK_MATRIX, 'optional="true"', 'optional="false"',
+             check_device.FRAMEWORK_MATRIX, "not optional"),
+            (manifest, "    </hal>", "        <fqname>@1.0::IWifi/main</fqname>\n    </hal>",
+             manifest, "IWifi/default, @1.0::IWifi/main", check_device.ENTRY),
+            (check_device.FRAMEWORK_MATRIX, "1.0</version>",
+             "1.0</version>\n        <version>2.0</version>", check_device.FRAMEWORK_MATRIX,
+             "1.0, 2.0", check_device.INTERFACE),
+            (check_device.FRAMEWORK_MATRIX, "default<", "main<",
+             check_device.FRAMEWORK_MATRIX, check_device.ENTRY),
+            (check_device.FRAMEWORK_MATRIX, "<instance>default",
+             "<instance>main</instance>\n            <instance>default",
+             check_device.FRAMEWORK_MATRIX, "main, default", check_device.ENTRY),
+            (check_device.DEVICE_MATRIX, "IStats", "IStatistics",
+             check_device.DEVICE_MATRIX, check_device.STATISTICS),
+            (check_device.DEVICE_MATRIX, "default<", "main<",
+             check_device.DEVICE_MATRIX, check_device.STATISTICS),
+            (check_device.STATISTICS, "tryGetService()", 'tryGetService("main")',
+             check_device.DEVICE_MATRIX, check_device.STATISTICS, "'main'"),
+            (check_device.STATISTICS_HEADER, "stats/1.0/", "stats/2.0/",
+             f"{check_device.DEVICE_MATRIX}: the version is '1.0', but "
+             f"{check_device.STATISTICS_HEADER} has '2.0'"),
+            (check_device.ENTRY, 'registerAsService("default")', "registerAsService(name)",
+             f"{check_device.ENTRY}: has nothing like"),
+            (check_device.INTERFACE, '    name: "vendor', '    owner: "vendor',
+             f"{check_device.INTERFACE}: no hidl_interface has name"),
+            (check_device.MODULES, 'relative_install_path: "hw"',
+             'relative_install_path: "wifi"', script, check_device.MODULES),
+            (check_device.MODULES, 'init_rc: [":vendor', 'init_rc: [":other',
+             check_device.MODULES, check_device.DEVICE_MODULES),
+            (check_device.MODULES, '    vintf_fragments: ', '    required: ',
+             check_device.MODULES, "vintf_fragments"),
+            (check_device.DEVICE_MODULES, '-service.xml"]', '-service.html"]',
+             check_device.DEVICE_MODULES, check_device.MODULES),
+            (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
+             script, check_device.SOCKETS),
+            (check_device.REPORT, "/data/vendor/wifi/wpa/sockets", "/data/misc/wifi",
+             script, check_device.REPORT),
+        ))
 
     def test_another_instance_is_missed_in_script_manifest_and_matrix(self):
         self.change(check_device.ENTRY, ('registerAsService("default")', 'registerAsService("main")'))
@@ -886,6 +882,79 @@ class DeviceTest(TreeTest):
                 os.rename(os.path.join(self.root, path), os.path.join(self.root, "away"))
                 self.assertIn(f"{path}: is missing", check_device.check(self.root))
                 os.rename(os.path.join(self.root, "away"), os.path.join(self.root, path))
+
+
+class IntegrationTest(CopiedTreeTest):
+
+    def setUp(self):
+        super().setUp()
+        self.copy(path for path in source_tree.files(TREE)
+                  if path.split(os.sep)[0] in source_tree.DAEMON_FOLDERS + ("device", "docs")
+                  or os.path.basename(path) == "Android.bp"
+                  or path in (check_device.REPORT, check_device.NUMBERS, check_device.WORDS,
+                              "interface/current.txt"))
+
+    def test_page_that_agrees_is_fine(self):
+        self.assertEqual(check_integration.check(self.root), [])
+
+    def test_what_is_only_on_the_page_or_only_in_the_tree_names_both(self):
+        page = check_device.PAGE
+        self.assert_each_complains(check_integration.check, (
+            (page, "`libnl`", "`libutils`", page, "libnl", "client/Android.bp"),
+            (page, "`client/WpaClient.cpp`", "`client/Gone.cpp`", page, "client/Gone.cpp"),
+            (page, "wifi/device/sepolicy ", "wifi/device/selinux ", page, "names device/selinux"),
+            (page, "DEVICE_MATRIX_FILE +=", "MATRIX_FILE +=", page, "to DEVICE_MATRIX_FILE",
+             check_device.DEVICE_MATRIX),
+            (page, "-service.policy`", "-service.rc`", page, "does not say what device/",
+             "-service.policy is for"),
+            (page, "txpower.enable.sta=", "txpower.enabled=", page, "txpower.enabled",
+             "config/CorvidWifiProperties.h"),
+            (page, "ctl.restart vendor.", "ctl.restart ", page, check_device.SCRIPT),
+            (page, "## 5.", "word " * 1100 + "\n## 5.", page, "two sheets"),
+            (page, "+= corvid-wifi ", "+= corvid-wlan corvid-wifi ", page, "corvid-wlan",
+             "no Android.bp"),
+            (page, " corvidwifi_tools_test ", " ", page, "corvidwifi_tools_test",
+             "tests/Android.bp"),
+            (page, "vendor/VtsHalCorvidWifiV1_0TargetTest/", "vendor/VtsHal/", page, "VtsHal,"),
+            (page, "`DRIVER SET_TXPOWER 9`", "`DRIVER SET_TXPOWER`", page, "'DRIVER SET_TXPOWER'",
+             "managers/TxPowerManager.cpp:", "another text"),
+            (page, "65535  0 4", "65535 0 4", page, "DRIVER SET_AC_CONFIG",
+             "managers/DevParamsManager.cpp:"),
+            (page, "center_freq1=", "center=", page, "managers/ChannelSwitchCommand.cpp:"),
+            (page, "P2P_SET_NOA 255 0 100", "P2P_SET_NOA 255 0", page, "managers/NoaManager.cpp:"),
+            (page, "0x001374, 74;", "0x001374, 75;", page, "managers/TxChainManager.cpp"),
+            (page, "Failed to register as a service.", "Failed to register.", page,
+             "'service: Failed to register.'", "service.cpp"),
+            (page, "`TxPowerManager: STA", "`TxPower: STA", page, "TxPower.cpp"),
+            (page, "[WPA-STA] Connected to", "[WPA-STA] Attached to", page, "Attached to"),
+            ("service/service.cpp", "Failed to register as", "Can not register as", page,
+             "service.cpp"),
+            (page, "CTRL-EVENT-ASSOC-STARTED", "CTRL-EVENT-ASSOCIATION", page,
+             "CTRL-EVENT-ASSOCIATION", "client/WpaEvents.cpp"),
+            (page, "freq=5200 ifname=wlan0 width=80", "freq=5200 width=80", page, "sscanf()"),
+            (page, "`ctrl_interface=/data/vendor/wifi/wpa/sockets",
+             "`ctrl_interface=/data/vendor/wifi/wpa", page, check_device.SOCKETS),
+            (page, "`grep -rl /data/vendor/wifi/wpa`", "`grep -rl /data/vendor/wlan`", page,
+             "/data/vendor/wlan", check_device.SOCKETS),
+            ("client/Android.bp", 'CLIENT_DIR="/data/vendor/wifi/wpa/sockets"',
+             'CLIENT_DIR="/data/misc"', "client/Android.bp", "CONFIG_CTRL_IFACE_CLIENT_DIR",
+             check_device.SOCKETS),
+            (page, "debug vendor.corvid.hardware.wifi@1.0", "debug vendor.corvid.hardware.wifi@1.1",
+             page, "@1.1::IWifi/default", check_device.ENTRY),
+        ))
+
+    def test_a_command_of_another_name_is_missed_on_both_sides(self):
+        for path, old, new in ((check_device.PAGE, "`DRIVER SET_TXPOWER 9`", "`DRIVER SET_POWER 9`"),
+                               ("managers/TxPowerManager.cpp", '"DRIVER SET_TXPOWER ',
+                                '"DRIVER SET_POWER ')):
+            with self.subTest(path):
+                self.change(path, (old, new))
+                complaints = check_integration.check(self.root)
+                self.change(path, (new, old))
+                self.assertTrue(any(re.search("shows the command 'DRIVER SET_.*no source sends it",
+                                              complaint) for complaint in complaints), complaints)
+                self.assertRegex(complaints[-1], "does not show DRIVER SET_(TX)?POWER, which "
+                                                 "managers/TxPowerManager.cpp:")
 
 
 class SeccompTest(TreeTest):
