@@ -22,6 +22,14 @@ POLICY = "device/sepolicy"
 STAND_INS = "tests/sepolicy"
 DAEMON = "hal_corvid_wifi_default"
 SERVICE = "hal_corvid_wifi_hwservice"
+PROPERTIES = "vendor_corvid_wifi_prop"
+
+# The files that label something, and the type that each gives.
+CONTEXTS = {
+    "file_contexts": f"{DAEMON}_exec",
+    "hwservice_contexts": SERVICE,
+    "property_contexts": PROPERTIES,
+}
 
 # What the daemon may: {target and class: permissions}. The policy gives exactly this.
 MAY = {
@@ -137,8 +145,9 @@ _STATEMENT = re.compile(r"(\w+\()[^()]*\)|(\w+|[^\s;])[^;]*")
 
 
 def te_files(root):
+    """Those of the folder itself; the platform's build does not look below it."""
     return [path for path in source_tree.files(root)
-            if path.startswith(POLICY + "/") and path.endswith(".te")]
+            if os.path.dirname(path) == POLICY and path.endswith(".te")]
 
 
 def statements(text):
@@ -326,10 +335,29 @@ def check_reasons(root):
     return sorted(set(complaints))
 
 
-def check_contexts(root, declared):
+def labelled(root):
+    """{file of contexts: what it has to label}: what the init script starts and serves, as regular
+    expression and name. check_properties.py compares the properties."""
+    script = source_tree.read(root, check_device.SCRIPT)
+    program = re.search(r"^service \S+ /vendor(/\S+)", script, re.MULTILINE)
+    served = re.search(r"^\s+interface (\S+)@[\d.]+(::\w+) ", script, re.MULTILINE)
+    return {
+        "file_contexts":
+            [r"/(vendor|system/vendor)" + program.group(1).replace(".", r"\.")] if program else [],
+        "hwservice_contexts": [served.group(1) + served.group(2)] if served else [],
+    }
+
+
+def check_contexts(root):
     """Contexts against the policy's types, the init script and the interface."""
     complaints = []
-    for name in ("file_contexts", "hwservice_contexts", "property_contexts"):
+    for path in source_tree.files(root):
+        if path.startswith(POLICY + "/") and path not in (
+                f"{POLICY}/attributes", *te_files(root), *(f"{POLICY}/{name}" for name in CONTEXTS)):
+            complaints.append(f"{path}: tests/structure/check_policy.py knows no such file of a "
+                              "policy")
+    wanted_keys = labelled(root)
+    for name, wanted in CONTEXTS.items():
         path = f"{POLICY}/{name}"
         keys = []
         for number, line in enumerate(source_tree.read(root, path).splitlines(), 1):
@@ -340,19 +368,12 @@ def check_contexts(root, declared):
             match = re.fullmatch(r"u:object_r:(\w+):s0", words[1] if len(words) > 1 else "")
             if not match:
                 complaints.append(f"{path}:{number}: is no 'KEY u:object_r:TYPE:s0'")
-            elif match.group(1) not in declared:
-                complaints.append(f"{path}:{number}: {POLICY} declares no type {match.group(1)}")
-        if name == "file_contexts":
-            program = re.search(r"^service \S+ (\S+)", source_tree.read(root, check_device.SCRIPT),
-                                re.MULTILINE)
-            if not program or not any(re.fullmatch(key, program.group(1)) for key in keys):
-                complaints.append(f"{path}: labels no program that {check_device.SCRIPT} starts")
-        if name == "hwservice_contexts":
-            served = re.search(r"^\s+interface (\S+)@[\d.]+(::\w+) ",
-                               source_tree.read(root, check_device.SCRIPT), re.MULTILINE)
-            if not served or keys != [served.group(1) + served.group(2)]:
-                complaints.append(f"{path}: has {keys}, but {check_device.SCRIPT} serves "
-                                  f"{served and served.group(1) + served.group(2)}")
+            elif match.group(1) != wanted:
+                complaints.append(f"{path}:{number}: {words[0]} is {match.group(1)}, but the rules "
+                                  f"in {POLICY} are about {wanted}")
+        if name in wanted_keys and keys != wanted_keys[name]:
+            complaints.append(f"{path}: labels {keys}, but {check_device.SCRIPT} has "
+                              f"{wanted_keys[name]}")
     return complaints
 
 
@@ -362,10 +383,7 @@ def check(root, thorough=True):
             return [f"{tool} is not installed: apt-get install {package}"]
     if not te_files(root):
         return [f"{POLICY}: there is no policy"]
-    complaints = check_reasons(root)
-    declared = {name for path in te_files(root) for name in re.findall(
-        r"^(?:type |vendor_internal_prop\()(\w+)", source_tree.read(root, path), re.MULTILINE)}
-    complaints += check_contexts(root, declared)
+    complaints = check_reasons(root) + check_contexts(root)
     try:
         source = source_of(root)
     except subprocess.CalledProcessError as error:

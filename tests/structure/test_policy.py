@@ -208,15 +208,44 @@ class PolicyTest(TreeTest):
                           f":udp_socket {permission};'", complaint)
 
     def test_contexts_that_disagree_are_found(self):
+        files = "device/sepolicy/file_contexts"
+        services = "device/sepolicy/hwservice_contexts"
         for path, old, new, *parts in (
-                ("device/sepolicy/file_contexts", "wifi@1", "wlan@1", "labels no program",
-                 check_device.SCRIPT),
-                ("device/sepolicy/hwservice_contexts", "IWifi", "IWlan", check_device.SCRIPT),
-                ("device/sepolicy/hwservice_contexts", "_hwservice:", "_service:",
-                 "declares no type hal_corvid_wifi_service"),
-                ("device/sepolicy/file_contexts", ":s0", "", "is no 'KEY")):
+                (files, "wifi@1", "wlan@1", files + ":", "wlan", check_device.SCRIPT),
+                (files, r"vendor\.corvid", "vendor.corvid", files + ":", check_device.SCRIPT),
+                (files, "/(vendor", "/vendor/bin/sh u:object_r:hal_corvid_wifi_default_exec:s0\n"
+                 "/(vendor", "/vendor/bin/sh", check_device.SCRIPT),
+                (files, "default_exec", "default", files + ":1", "is hal_corvid_wifi_default,",
+                 "device/sepolicy are about hal_corvid_wifi_default_exec"),
+                (files, "hal_corvid_wifi_default_exec", "hal_corvid_wifi_hwservice", files + ":1",
+                 "is hal_corvid_wifi_hwservice,"),
+                (files, ":s0", "", files + ":1", "is no 'KEY"),
+                (services, "IWifi", "IWlan", services + ":", "IWlan", check_device.SCRIPT),
+                (services, "_hwservice:", "_default:", services + ":1",
+                 "are about hal_corvid_wifi_hwservice"),
+                ("device/sepolicy/property_contexts", "vendor_corvid_wifi_prop:s0 exact uint",
+                 "default_prop:s0 exact uint", "is default_prop,")):
             with self.subTest(path=path, new=new):
-                self.assert_complains(self.complaints_with(path, old, new), path, *parts)
+                text = self.read(path)
+                self.assertIn(old, text)
+                self.write(path, text.replace(old, new, 1))
+                self.assert_complains(check_policy.check_contexts(self.root), path, *parts)
+                self.write(path, text)
+
+    def test_a_script_that_starts_nothing_is_found(self):
+        self.write(check_device.SCRIPT, "")
+        complaints = check_policy.check_contexts(self.root)
+        self.assertEqual(len(complaints), 2, complaints)
+        for name, complaint in zip(("file_contexts", "hwservice_contexts"), complaints):
+            self.assertIn(f"device/sepolicy/{name}: labels ", complaint)
+            self.assertIn(f"{check_device.SCRIPT} has []", complaint)
+
+    def test_a_file_that_no_policy_has_is_found(self):
+        for path in ("device/sepolicy/service_contexts", "device/sepolicy/old/daemon.te"):
+            with self.subTest(path):
+                self.write(path, "corvid u:object_r:hal_corvid_wifi_hwservice:s0\n")
+                self.assert_complains(check_policy.check_contexts(self.root), path, "no such file")
+                os.remove(os.path.join(self.root, path))
 
     def test_a_policy_that_does_not_compile_is_no_success(self):
         for old, new, place in (("type hal", "typ hal", f"{self.TE}:2"),
