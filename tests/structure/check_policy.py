@@ -51,7 +51,7 @@ MAY = {
     "hwservicemanager:binder": "call transfer",
     "hwservicemanager_prop:file": "getattr map open read",
     # its properties, which it never sets
-    "vendor_corvid_wifi_prop:file": "getattr map open read",
+    f"{PROPERTIES}:file": "getattr map open read",
     # the supplicant's sockets
     "vendor_data_file:dir": "search",
     "wpa_data_file:dir": "add_name getattr open read remove_name search watch write",
@@ -72,16 +72,20 @@ MAY = {
     "hal_vrsensors_server:fd": "use",
 }
 
-# What other domains may with the daemon and its service: {source, target and class: permissions}.
+# What other domains may with the daemon's types, and its clients with any type: {source, target and
+# class: permissions}. The policy gives exactly this.
 OTHERS_MAY = {
+    f"init {DAEMON}_exec:file": "execute getattr map open read",
     f"init {DAEMON}:process": "transition",
+    f"vendor_init {PROPERTIES}:file": "getattr map open read",
+    f"vendor_init {PROPERTIES}:property_service": "set",
     f"hal_corvid_wifi_client {DAEMON}:binder": "call transfer",
     f"hal_corvid_wifi_client {SERVICE}:hwservice_manager": "find",
-    f"{DAEMON} {SERVICE}:hwservice_manager": "add find",
     f"hwservicemanager {DAEMON}:binder": "call transfer",
     f"hal_wifi_supplicant_server {DAEMON}:unix_dgram_socket": "sendto",
     f"hal_corvid_wifi_client {DAEMON}:fd": "use",
     # in answer to the daemon's calls
+    "hal_vrsensors_server hal_vrsensors_client:binder": "transfer",
     f"stats_service_server {DAEMON}:binder": "transfer",
 }
 # A bug report is a client, and in tests/sepolicy an app.
@@ -90,7 +94,7 @@ CLIENTS = {"dumpstate", "headset_app"}
 # What a neverallow forbids: rules with these would not compile, in no image.
 FORBIDDEN = {
     f"{DAEMON} default_prop:property_service": "set",
-    f"{DAEMON} vendor_corvid_wifi_prop:property_service": "set",
+    f"{DAEMON} {PROPERTIES}:property_service": "set",
     f"{DAEMON} {DAEMON}:capability":
         "chown dac_override fowner kill net_bind_service net_raw setgid setuid sys_admin sys_nice "
         "sys_ptrace",
@@ -107,7 +111,7 @@ FORBIDDEN = {
     f"shell {DAEMON}:process": "dyntransition transition",
     f"untrusted_app {SERVICE}:hwservice_manager": "find",
     f"headset_app {SERVICE}:hwservice_manager": "add",
-    "headset_app vendor_corvid_wifi_prop:property_service": "set",
+    f"headset_app {PROPERTIES}:property_service": "set",
 }
 
 # Calls that SELinux decides on. A source that makes one is named above a rule.
@@ -233,12 +237,13 @@ def check_capabilities(root, may):
 
 
 def check_others(binary):
-    """What other domains may with the daemon, its service and its properties."""
-    rules = allowed(binary)
+    """What other domains may with the daemon's types, and its clients at all."""
     may = {}
-    for source, target, kind, permissions in rules:
-        if target in (DAEMON, SERVICE) and (source, target) != (DAEMON, DAEMON):
-            may.setdefault(f"{source} {target}:{kind}", set()).update(permissions)
+    for options in (("-rt", "-t", f"^({'|'.join((DAEMON, *CONTEXTS.values()))})$"),
+                    ("-ds", "-s", "hal_corvid_wifi_client")):
+        for source, target, kind, permissions in allowed(binary, *options):
+            if source != DAEMON:
+                may.setdefault(f"{source} {target}:{kind}", set()).update(permissions)
     complaints = differences(may, OTHERS_MAY, "")
     members = subprocess.run(["seinfo", "-a", "hal_corvid_wifi_client", "-x", binary],
                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
@@ -246,10 +251,6 @@ def check_others(binary):
     clients = set(re.findall(r"^\t+(\w+)$", members, re.MULTILINE))
     if clients != CLIENTS:
         complaints.append(f"{POLICY}: clients are {sorted(clients)}, not {sorted(CLIENTS)}")
-    setters = {source for source, target, kind, _ in rules
-               if (target, kind) == ("vendor_corvid_wifi_prop", "property_service")}
-    if setters != {"vendor_init"}:
-        complaints.append(f"{POLICY}: vendor_corvid_wifi_prop is set by {sorted(setters)}")
     return complaints
 
 

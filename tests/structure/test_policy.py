@@ -192,12 +192,22 @@ class PolicyTest(TreeTest):
                 self.assertTrue(complaints and all(part in complaints[0] for part in parts),
                                 complaints)
 
-    def test_a_right_that_others_do_not_need_is_found(self):
-        rule = "allow headset_app hal_corvid_wifi_default:process signal;"
-        self.assert_complains(
-            self.complaints_with(self.TE, "# What no later",
-                                 f"# service/service.cpp: main\n{rule}\n\n# What no later", True),
-            "gives headset_app hal_corvid_wifi_default:process signal")
+    def test_rights_that_others_do_not_need_are_found(self):
+        given = ("headset_app hal_corvid_wifi_default:process signal",
+                 "headset_app hal_corvid_wifi_default_exec:file write",
+                 "headset_app vendor_corvid_wifi_prop:file read",
+                 # to every type of an attribute that one of the daemon's has
+                 "hal_corvid_wifi_client exec_type:file getattr",
+                 # to clients, with what is none of the daemon's
+                 "hal_corvid_wifi_client wpa_data_file:file write")
+        rules = "".join(f"allow {rule};\n" for rule in given)
+        complaints = self.complaints_with(self.TE, "# What no later",
+                                          f"# service/service.cpp: main\n{rules}\n# What no later",
+                                          thorough=True)
+        self.assertEqual(len(complaints), len(given), complaints)
+        for rule in given:
+            self.assertTrue(any(f"gives {rule}, which" in complaint for complaint in complaints),
+                            (rule, complaints))
 
     def test_a_missing_neverallow_is_found(self):
         rule = f"neverallow {check_policy.DAEMON} self:udp_socket {{ bind connect write }};\n"
@@ -229,8 +239,9 @@ class PolicyTest(TreeTest):
                 text = self.read(path)
                 self.assertIn(old, text)
                 self.write(path, text.replace(old, new, 1))
-                self.assert_complains(check_policy.check_contexts(self.root), path, *parts)
+                complaints = check_policy.check_contexts(self.root)
                 self.write(path, text)
+                self.assert_complains(complaints, path, *parts)
 
     def test_a_script_that_starts_nothing_is_found(self):
         self.write(check_device.SCRIPT, "")
