@@ -35,7 +35,8 @@ CONTEXTS = {
 MAY = {
     # init starts it; its own process and sockets
     f"{DAEMON}_exec:file": "entrypoint execute getattr map open read",
-    f"{DAEMON}:process": "fork signal",
+    f"{DAEMON}:process": "fork sigkill signal sigstop",
+    "init:process": "sigchld",
     f"{DAEMON}:unix_dgram_socket":
         "append bind connect create getattr getopt ioctl lock read setattr setopt shutdown write",
     # its service, and its clients' callbacks
@@ -70,6 +71,8 @@ MAY = {
     "hal_vrsensors_hwservice:hwservice_manager": "find",
     "hal_vrsensors_server:binder": "call transfer",
     "hal_vrsensors_server:fd": "use",
+    # in debug builds, every domain's
+    "su:binder": "call transfer",
 }
 
 # What other domains may with the daemon's types, and its clients with any type: {source, target and
@@ -99,15 +102,26 @@ FORBIDDEN = {
         "chown dac_override fowner kill net_bind_service net_raw setgid setuid sys_admin sys_nice "
         "sys_ptrace",
     f"{DAEMON} {DAEMON}:capability2": "block_suspend mac_admin syslog wake_alarm",
-    f"{DAEMON} {DAEMON}:netlink_route_socket": "create",
-    f"{DAEMON} {DAEMON}:packet_socket": "create",
-    f"{DAEMON} {DAEMON}:rawip_socket": "create",
-    f"{DAEMON} {DAEMON}:tcp_socket": "create",
+    f"{DAEMON} {DAEMON}:netlink_route_socket": "create nlmsg_read nlmsg_write write",
+    f"{DAEMON} {DAEMON}:packet_socket": "create read write",
+    f"{DAEMON} {DAEMON}:rawip_socket": "create read write",
+    f"{DAEMON} {DAEMON}:tcp_socket": "accept connect create listen",
     f"{DAEMON} {DAEMON}:udp_socket": "bind connect write",
-    f"{DAEMON} wpa_data_file:file": "append create execute link rename unlink write",
+    f"{DAEMON} wpa_data_file:file":
+        "append create execute getattr ioctl link map open read rename setattr unlink write",
+    f"{DAEMON} vendor_data_file:file": "append create execute link rename unlink write",
     f"{DAEMON} vendor_data_file:dir": "add_name create remove_name write",
     f"{DAEMON} vendor_data_file:sock_file": "create unlink write",
     f"{DAEMON} vendor_shell_exec:file": "execute_no_trans",
+    f"{DAEMON} {DAEMON}:process": "ptrace",
+    f"{DAEMON} hal_wifi_supplicant_default:process": "ptrace sigkill signal sigstop",
+    f"{DAEMON} init:process": "ptrace sigkill signal sigstop",
+    f"{DAEMON} hal_wifi_hwservice:hwservice_manager": "add find",
+    f"{DAEMON} hidl_base_hwservice:hwservice_manager": "find",
+    f"{DAEMON} hal_vrsensors_hwservice:hwservice_manager": "add",
+    f"{DAEMON} fwk_stats_hwservice:hwservice_manager": "add",
+    f"{DAEMON} untrusted_app:binder": "call transfer",
+    f"{DAEMON} hal_wifi_supplicant_default:binder": "call transfer",
     f"shell {DAEMON}:process": "dyntransition transition",
     f"untrusted_app {SERVICE}:hwservice_manager": "find",
     f"headset_app {SERVICE}:hwservice_manager": "add",

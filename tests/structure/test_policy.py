@@ -217,6 +217,20 @@ class PolicyTest(TreeTest):
             self.assertIn(f"no neverallow forbids 'allow {check_policy.DAEMON} {check_policy.DAEMON}"
                           f":udp_socket {permission};'", complaint)
 
+    def test_each_neverallow_is_tried(self):
+        text = self.read(self.TE)
+        found = [statement for of_line in check_policy.statements(text).values()
+                 for kind, statement in of_line if kind == "neverallow"]
+        self.assertGreater(len(found), 10)
+        for statement in found:
+            with self.subTest(statement):
+                written = r"\s+".join(re.escape(word) for word in statement.split()) + ";"
+                self.assertEqual(len(re.findall(written, text)), 1)
+                self.write(self.TE, re.sub(written, "", text))
+                self.assertNotEqual(
+                    check_policy.check_neverallows(check_policy.source_of(self.root),
+                                                   os.path.join(self.root, "binary")), [])
+
     def test_contexts_that_disagree_are_found(self):
         files = "device/sepolicy/file_contexts"
         services = "device/sepolicy/hwservice_contexts"
