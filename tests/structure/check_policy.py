@@ -37,6 +37,7 @@ MAY = {
     f"{DAEMON}_exec:file": "entrypoint execute getattr map open read",
     f"{DAEMON}:process": "fork sigkill signal sigstop",
     "init:process": "sigchld",
+    "crash_dump:process": "sigchld transition",
     f"{DAEMON}:unix_dgram_socket":
         "append bind connect create getattr getopt ioctl lock read setattr setopt shutdown write",
     # its service, and its clients' callbacks
@@ -113,6 +114,9 @@ FORBIDDEN = {
     f"{DAEMON} vendor_data_file:dir": "add_name create remove_name write",
     f"{DAEMON} vendor_data_file:sock_file": "create unlink write",
     f"{DAEMON} vendor_shell_exec:file": "execute_no_trans",
+    f"{DAEMON} vendor_file:file": "execute_no_trans",
+    f"{DAEMON} shell:process": "dyntransition transition",
+    f"{DAEMON} crash_dump:process": "ptrace sigkill signal sigstop",
     f"{DAEMON} {DAEMON}:process": "ptrace",
     f"{DAEMON} hal_wifi_supplicant_default:process": "ptrace sigkill signal sigstop",
     f"{DAEMON} init:process": "ptrace sigkill signal sigstop",
