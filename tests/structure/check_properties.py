@@ -3,7 +3,8 @@
 
 The list of properties in config/CorvidWifiProperties.h agrees with the code (each is used; default
 and the time at which a change takes effect are those of the code) and with what is made of it:
-docs/properties.md and device/sepolicy/property_contexts. --write makes these two anew.
+docs/properties.md and device/sepolicy/property_contexts. --write makes these two anew. The lab's cases
+and the tests of the interface set none that is not listed.
 """
 
 import os
@@ -12,9 +13,16 @@ import sys
 
 import property_list
 import source_tree
-from property_list import LIST, MADE
+from property_list import LIST, MADE, PREFIX
 
 FEATURES = "config/FeatureList.h"
+
+# Where properties are set by name, and nothing complains at run time of one that does not exist.
+SETTERS = ("lab/", "tests/vts/")
+# "property scs.enable true", with or without the prefix, or a list of features for a loop
+_SET = re.compile(rf"{re.escape(PREFIX)}(?P<full>[a-z][\w.]*)|"
+                  r"\bproperty (?P<short>(?!persist\.)[a-z]\w*\.[\w.]+)|"
+                  r"\bfor(?:each\()?\s*feature (?:in )?(?P<list>[^;)]*)")
 
 _CALL = re.compile(r"(?P<once>ReadOnce<\w+>\s*\w*\s*\{\s*)?(?:Sysprop::)?\bcorvid_wifi_"
                    r"(?P<accessor>\w+)\s*(?:\(\s*(?P<argument>[^()]*)\)|,\s*(?P<fallback>[^}]*)\})")
@@ -83,6 +91,20 @@ def with_code(properties, reads, features):
     return complaints
 
 
+def set_by_name(root, properties):
+    """Complaints about names that are set and not listed."""
+    known = {entry.name for entry in properties}
+    complaints = []
+    for path in source_tree.files(root):
+        text = source_tree.read(root, path) if path.startswith(SETTERS) else ""
+        for match in _SET.finditer(text):
+            place = f"{path}:{source_tree.line_of(text, match.start())}"
+            names = re.findall(r"[\w.]+", match["full"] or match["short"] or match["list"])
+            complaints += [f"{place}: sets {name}, which is not in {LIST}"
+                           for name in names if PREFIX + name not in known]
+    return complaints
+
+
 def difference(path, old, new):
     """The first lines in which a made file differs."""
     old, new = old.splitlines(), new.splitlines()
@@ -101,6 +123,7 @@ def check(root, write=False):
     if not properties and not complaints:
         complaints.append(f"{LIST}: lists no properties")
     complaints += with_code(properties, uses(root), switches(root))
+    complaints += set_by_name(root, properties)
     for path, make in MADE.items():
         file = os.path.join(root, path)
         if write:

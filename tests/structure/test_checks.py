@@ -622,6 +622,27 @@ class PropertiesTest(TreeTest):
         self.write("managers/B.cpp", "bool b = corvid_wifi_more(true);\n")
         self.assert_complains(self.check(), "managers/B.cpp:1", "more", self.LIST)
 
+    def test_an_unlisted_property_that_a_lab_case_or_test_sets_is_found(self):
+        fine = """foreach(feature cmd.scan dbm.upper
+            which)
+          list(APPEND on "property persist.vendor.wifi.${feature} true")
+        vts_test(Name "property persist.vendor.wifi.cmd.scan true")
+        for feature in cmd.scan \\
+            dbm.upper; do
+            property $feature true
+        property cmd.scan true
+        # property NAME VALUE, without the "persist.vendor.wifi." before it
+        """
+        for path in ("lab/cases/a.sh", "lab/guest/words.sh", "tests/vts/CMakeLists.txt"):
+            self.write(path, fine)
+            self.assertEqual(self.check(), [])
+            for old, line in (("which)", 1), ("wifi.cmd.scan", 4), ("dbm.upper;", 5),
+                              ("property cmd.scan", 8)):
+                with self.subTest(path=path, old=old):
+                    self.change(path, old, re.sub(r"\w+([;)]?)$", r"scna\1", old))
+                    self.assert_complains(self.check(), f"{path}:{line}: sets", "scna", self.LIST)
+                    self.write(path, fine)
+
     def test_a_time_of_effect_that_the_code_does_not_keep_is_found(self):
         for path, old, new, place in (
                 (self.LIST, "Step, FirstUse", "Step, AtOnce", "managers/A.cpp:1"),
