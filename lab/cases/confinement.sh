@@ -7,7 +7,7 @@ status() { sed -n "s/^$1:[ 	]*//p" "/proc/$daemon/status" | tr '\t' ' '; }
 # traced: a call has come into the trace.
 traced() { call getStaInfo && [ -s /data/misc/trace/corvid-wifi.json ]; }
 
-# ended STATUS: the daemon ends with it. 159 is SIGSYS.
+# ended_with STATUS: the daemon ends with it. 159 is SIGSYS.
 ended_with() {
     wait "$daemon"
     same "the daemon's exit status" "$?" "$1"

@@ -80,7 +80,19 @@ uptime_s() {
 fail() {
     verdict="not ok"
     echo "not ok $case: $*"
+    forbidden_calls
     exit 1
+}
+
+# forbidden_calls: those that a seccomp policy has kept programs from, each once; the kernel logs the
+# numbers.
+forbidden_calls() {
+    dmesg | sed -n 's/.*type=1326 .* comm="\([^"]*\)" .* syscall=\([0-9]*\) .*/\2 \1/p' | sort -u |
+        while read -r number program; do
+            echo "$program made the system call $number, $(lab-confine -s "$number"), which is" \
+                "neither in device/vendor.corvid.hardware.wifi@1.0-service.policy nor in" \
+                "lab/guest/host.policy"
+        done
 }
 
 finish() {

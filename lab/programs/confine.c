@@ -1,10 +1,11 @@
 // lab-confine [-c CAPABILITIES] [-p POLICY[,POLICY]] [-l] [-w LIBRARY] SCRIPT COMMAND ...
+// lab-confine -s NUMBER
 //
 // Runs COMMAND as init would start the service of SCRIPT: its user, groups, capabilities and
 // limits. With POLICY also under a seccomp policy: files with a line "CALL: 1" for each system call
 // that is allowed; any other ends the process. -c has other capabilities in the place of the
 // script's ("-": none), -l only logs what a policy forbids, to the kernel's log, -w loads LIBRARY
-// into the command.
+// into the command. With -s it prints the name of a system call of this machine.
 //
 // The filter is in force from the command's main on (libconfined.so installs it), so that it need
 // not allow what only this program and the dynamic loader do.
@@ -250,11 +251,22 @@ static void becomeService(void) {
     }
 }
 
+/** Returns the exit status. */
+static int printNameOfCall(int number) {
+    char* const name = seccomp_syscall_resolve_num_arch(SCMP_ARCH_NATIVE, number);
+    if (name == NULL) {
+        fail("there is no system call %d", number);
+    }
+    puts(name);
+    free(name);
+    return 0;
+}
+
 int main(int count, char** arguments) {
     char* capabilities = NULL;
     char* policies = NULL;
     uint32_t otherwise = SCMP_ACT_KILL_PROCESS;
-    for (int option; (option = getopt(count, arguments, "+c:p:lw:")) != -1;) {
+    for (int option; (option = getopt(count, arguments, "+c:p:ls:w:")) != -1;) {
         switch (option) {
             case 'c':
                 capabilities = optarg;
@@ -265,6 +277,8 @@ int main(int count, char** arguments) {
             case 'l':
                 otherwise = SCMP_ACT_LOG;
                 break;
+            case 's':
+                return printNameOfCall(atoi(optarg));
             case 'w':
                 preload(optarg);
                 break;
