@@ -14,11 +14,7 @@ kill "$daemon"
 wait "$daemon"
 
 step "with every feature on and a link"
-for feature in cmd.cs.p2p.ecsa cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota scs.enable \
-    txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p devparams.enable \
-    powerjump.detect.enable telemetry.enable frequency.block.enable mipiclock.enable; do
-    property $feature true
-done
+every_feature
 start_daemon
 start_supplicant
 start_access_point 5180 80
