@@ -144,9 +144,9 @@ DECIDED = re.compile(
     # also behind a name of its own: "namespace fs = std::filesystem;"
     r"|(?<!<)\b(filesystem)\b(?!::path\b)")
 
-# The kinds of statement that the policy may have, and whether one gives somebody something: then it
-# has a reason above it. No other kind may be there: permissive, dontaudit and type_transition are
-# nothing that the rights below would show.
+# The kinds of statement that the policy may have, and whether each gives somebody something: then it
+# has a reason above it. No other kind may be there: MAY shows nothing of permissive, dontaudit and
+# type_transition.
 STATEMENTS = {
     "allow": True,
     "add_hwservice(": True,

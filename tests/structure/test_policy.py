@@ -77,14 +77,16 @@ class PolicyTest(TreeTest):
                               "gives others what is not the daemon's")
 
     def test_each_rule_of_a_line_needs_a_reason(self):
+        rule = "allow a_corvid_wifi self:file { read }"
         for path in (self.TE, "device/sepolicy/attributes"):
             with self.subTest(path):
                 text = self.read(path)
-                self.write(path, text + "\ntype a, domain; allow a_corvid_wifi\n  self:file { read\n };\n")
-                self.assert_complains(check_policy.check_reasons(self.root),
-                                      f"{path}:{len(text.splitlines()) + 2}: "
-                                      "'allow a_corvid_wifi self:file { read }'", "says which code needs it")
+                # a rule of several lines, too
+                self.write(path, f"{text}\ntype a, domain; {rule.replace(' ', chr(10) + ' ')};\n")
+                complaints = check_policy.check_reasons(self.root)
                 self.write(path, text)
+                self.assert_complains(complaints, f"{path}:{len(text.splitlines()) + 2}: '{rule}'",
+                                      "says which code needs it")
 
     def test_a_rule_whose_code_is_gone_is_found(self):
         for old, new, part in (
