@@ -402,6 +402,11 @@ def check(root, thorough=True):
             return [f"{tool} is not installed: apt-get install {package}"]
     if not te_files(root):
         return [f"{POLICY}: there is no policy"]
+    missing = [f"{POLICY}/{name}" for name in ("attributes", *CONTEXTS)
+               if not os.path.exists(os.path.join(root, POLICY, name))]
+    if missing:
+        return [f"{path}: is not there, but tests/structure/check_policy.py looks for it"
+                for path in missing]
     complaints = check_reasons(root) + check_contexts(root)
     try:
         source = source_of(root)

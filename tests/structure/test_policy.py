@@ -280,6 +280,12 @@ class PolicyTest(TreeTest):
             with self.subTest(new):
                 self.assertTrue(any("does not compile" in complaint and place in complaint
                                     for complaint in self.complaints_with(self.TE, old, new)))
+        for name in ("attributes", "hwservice_contexts"):
+            path = f"device/sepolicy/{name}"
+            text = self.read(path)
+            os.remove(os.path.join(self.root, path))
+            self.assert_complains(check_policy.check(self.root), f"{path}: is not there")
+            self.write(path, text)
         shutil.rmtree(os.path.join(self.root, "device/sepolicy"))
         self.assert_complains(check_policy.check(self.root), "there is no policy")
 
