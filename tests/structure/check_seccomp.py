@@ -6,7 +6,7 @@ own code uses, whether a test calls it or not, those of others in the daemon's p
 no more. The functions are read from the compiled sources. One that is neither in CALLS nor in NO_CALLS,
 nor called like a system call, is a complaint. Of C++'s library only what CALLS has is known. What a
 host's libraries call, tests/component/system_calls.py measures; what only a device's do is known by
-reading. Ends with status 77 if the daemon is not built.
+reading. The lab's own policy has only what the device's has not. Ends with status 77 if the daemon is not built.
 """
 
 import glob
@@ -18,6 +18,7 @@ import sys
 import source_tree
 
 POLICY = "device/vendor.corvid.hardware.wifi@1.0-service.policy"
+HOST_POLICY = "lab/guest/host.policy"
 # arm64 has the system calls of this header, and no older ones.
 HEADER = "/usr/include/asm-generic/unistd.h"
 THIS = "tests/structure/check_seccomp.py"
@@ -178,6 +179,9 @@ def check(root, build, libraries=None, start=None):
     complaints += beside_sources(allowed, own, LIBRARIES if libraries is None else libraries,
                                  "LIBRARIES", "")
     complaints += beside_sources(later, own, START if start is None else start, "START", "#")
+    host = source_tree.read(root, HOST_POLICY)
+    complaints += [f"{HOST_POLICY}: {call} is already allowed at {POLICY}:{allowed[call]}"
+                   for call in re.findall(r"^(\w+): 1$", host, re.MULTILINE) if call in allowed]
     return sorted(set(complaints))
 
 

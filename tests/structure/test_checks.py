@@ -984,6 +984,7 @@ class SeccompTest(TreeTest):
     def setUp(self):
         super().setUp()
         self.write(check_seccomp.POLICY, "# Some.\nopenat: 1\n\n# More.\nread: 1\n")
+        self.write(check_seccomp.HOST_POLICY, "# A host's.\nopen: 1\n")
         self.write("os/Source.cpp", "// Compiled as C.")
         for folder in source_tree.DAEMON_FOLDERS:
             self.write(f"lib/libcorvidwifi_{folder}.a", "!<arch>\n")
@@ -1014,6 +1015,11 @@ class SeccompTest(TreeTest):
             self.assertIn(check_seccomp.POLICY, complaint)
             self.assertIn(part, complaint)
             self.assertIn("tests/structure/check_seccomp.py", complaint)
+
+    def test_a_call_that_both_policies_have_is_found(self):
+        self.write(check_seccomp.HOST_POLICY, "open: 1\nread: 1\n")
+        self.assert_complains(self.check(), f"{check_seccomp.HOST_POLICY}: read",
+                              f"{check_seccomp.POLICY}:5")
 
     def test_a_call_of_others_that_the_policy_lacks_is_found(self):
         bind = {"bind": "libnl gives an address"}
