@@ -12,11 +12,7 @@ fail() {
 PS1='lab# '
 # No word at the prompt of each background program that has ended.
 set +m
-for feature in cmd.cs.p2p.ecsa cmd.elna.bypass.mode cmd.noa.p2p cmd.mcc.quota scs.enable \
-    txchain.enable.p2p txchain.qualcomm txpower.enable.sta txpower.enable.p2p devparams.enable \
-    powerjump.detect.enable telemetry.enable frequency.block.enable mipiclock.enable; do
-    property $feature true
-done
+every_feature
 start_daemon
 start_monitor
 start_supplicant
