@@ -2,8 +2,8 @@
 """check_integration.py SOURCE_TREE
 
 docs/integration.md names each file of device/, each library, module, command and vendor command, and
-nothing that is not there: no file, property, service, event, or line of the log. A complaint names the
-page and the place in the tree.
+nothing that is not there: no file, property, service, event, reply, or line of the log. A complaint
+names the page and the place in the tree.
 """
 
 import os
@@ -119,7 +119,7 @@ def check_commands(root, page, complaints):
 
 
 def check_texts(root, page, facts, complaints):
-    """Lines of the log, and events."""
+    """Lines of the log, replies and events."""
     lines = log_lines(root)
     for line in re.findall(r"^- (.*)", page.partition("Lines of the log")[2].partition("\n## ")[0],
                            re.MULTILINE):
@@ -131,6 +131,11 @@ def check_texts(root, page, facts, complaints):
         if not any(re.fullmatch(pattern, message) for pattern in lines.get(name, [])):
             complaints.append(f"{PAGE}: shows '{text}' of the log, but no "
                               f"{name + '.cpp' if name else 'WPA_LOG()'} writes that")
+    everything = "".join(source_tree.code(root, path) for path in code_files(root))
+    for name, equals in re.findall(r"`(SIGNAL_POLL|STATUS|\w+(?==`))(=?)`", page):
+        if not re.search(rf'"{name}(?:{equals})?"', everything):
+            complaints.append(f"{PAGE}: names {name}{equals}, which no source in client/ or managers/ "
+                              "sends to the supplicant or looks for in its replies")
     formats = [of_format(text) for path in code_files(root)
                for text in re.findall(r'sscanf\([^,]*, "([^"]*)"', source_tree.code(root, path))]
     for event, values in re.findall(r"`(CTRL-EVENT-[A-Z-]+)( [^`]*)?`", page):
