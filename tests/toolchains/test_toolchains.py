@@ -33,13 +33,14 @@ class RowsTest(unittest.TestCase):
         self.assertLessEqual(set(toolchains.OTHER_PACKAGES),
                              {*toolchains.COMPILED, *toolchains.RUN})
 
-    def installed_for(self, *rows):
+    def installed_for(self, *rows, refused="none"):
         """The packages that it installs for those rows, beside those of packages.txt, where none
-        is installed yet."""
+        is installed yet and one is refused."""
         with tempfile.TemporaryDirectory() as folder:
             log = os.path.join(folder, "log")
             for program, text in (("dpkg-query", "exit 1"), ("sudo", 'exec "$@"'),
-                                  ("apt-get", f'echo "$*" >>{log}')):
+                                  ("apt-get", f'case " $* " in *" {refused} "*) exit 100 ;; esac; '
+                                              f"echo \"$*\" >>'{log}'")):
                 with open(os.path.join(folder, program), "w", encoding="utf-8") as file:
                     file.write(f"#!/bin/sh\n{text}\n")
                 os.chmod(file.name, 0o755)
@@ -57,6 +58,10 @@ class RowsTest(unittest.TestCase):
         self.assertEqual(self.installed_for("libcxx", "shadow-call-stack"),
                          {"googletest", "libc++-dev", "libc++abi-dev", "clang-14",
                           "g++-aarch64-linux-gnu"})
+
+    def test_a_compiler_that_can_not_be_installed_keeps_none_from_other_rows(self):
+        self.assertEqual(self.installed_for("clang-13", "clang-16", refused="clang-13"),
+                         {"clang-16"})
 
     def test_each_row_that_runs_is_a_preset_with_its_compiler(self):
         with open(os.path.join(toolchains.ROOT, "CMakePresets.json"), encoding="utf-8") as file:

@@ -101,15 +101,18 @@ def packages_of(names):
 
 
 def install(names):
-    """Installs what those rows need, and says so. Without what can't be installed, the rows that
-    need it fail."""
-    with tempfile.NamedTemporaryFile("w", encoding="utf-8") as file:
-        file.write("\n".join(sorted(packages_of(names))))
-        file.flush()
-        for packages in ("packages.txt", file.name):
-            subprocess.run(["bash", "-c", '. cmake/setup.sh; install_packages "$1"',
-                            "toolchains.py", packages], cwd=ROOT, stdin=subprocess.DEVNULL,
-                           check=False)
+    """Installs what those rows need, and says so: each row's by itself, so that where a compiler
+    can't be installed only its rows fail."""
+    def install_list(path):
+        subprocess.run(["bash", "-c", '. cmake/setup.sh; install_packages "$1"', "toolchains.py", path],
+                       cwd=ROOT, stdin=subprocess.DEVNULL, check=False)
+
+    install_list("packages.txt")
+    for name in names:
+        with tempfile.NamedTemporaryFile("w", encoding="utf-8") as file:
+            file.write("\n".join(sorted(packages_of([name]))))
+            file.flush()
+            install_list(file.name)
 
 
 def need(*programs):
