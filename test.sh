@@ -185,8 +185,9 @@ labels_without
 report=$PWD/$summary/report.xml
 rm -f "$report"
 status=0
+# Without the size ctest would cut off the last lines of one that says much.
 "${run[@]}" ctest --test-dir $summary -j "$jobs" --output-on-failure --no-label-summary --no-tests=error \
-    --output-junit "$report" ${excluded:+-E "$excluded"} "${options[@]}" </dev/null || status=$?
+    --test-output-size-failed 10000000 --output-junit "$report" ${excluded:+-E "$excluded"} "${options[@]}" </dev/null || status=$?
 if [ $status -ne 0 ] && [ -f "$report" ]; then
     python3 -B cmake/tell_failures.py "$report" || true  # the status is the tests'
 fi

@@ -20,11 +20,12 @@ MAX_WIDTH = 300       # of a line
 def why(output):
     """The lines of a test's output that tell why it failed."""
     lines = [line[:MAX_WIDTH] for line in output.splitlines() if line.strip()]
-    # "FILE:LINE: Failure", and what is wrong, until GoogleTest's next word.
+    # "FILE:LINE: Failure", or "unknown file: Failure" for an exception, and what is wrong, until
+    # GoogleTest's next word.
     expectations = []
     inside = False
     for line in lines:
-        if re.search(r":\d+: Failure$", line):
+        if re.search(r"(:\d+|^unknown file): Failure$", line):
             expectations.append([])
             inside = True
         elif line.startswith("["):

@@ -25,6 +25,9 @@ line   connect
 ../tests/ATest.cpp:14: Failure
 Expected: (after) <= (before), actual: 19 vs 17
 
+unknown file: Failure
+C++ exception with description "out of range" thrown in the test body.
+
 [  FAILED  ] A.One (3 ms)
 """
 
@@ -44,7 +47,7 @@ class TellFailuresTest(unittest.TestCase):
         """A test of the run that prints something and ends with a status."""
         with open(self.path(f"output{len(self.tests)}"), "w", encoding="utf-8") as file:
             file.write(output)
-        self.tests.append(f"add_test([=[{name}]=] sh -c \"cat {file.name}; exit {status}\")\n")
+        self.tests.append(f"add_test([=[{name}]=] sh -c \"cat '{file.name}'; exit {status}\")\n")
         for key, value in properties.items():
             self.tests.append(
                 f"set_tests_properties([=[{name}]=] PROPERTIES {key} [=[{value}]=])\n")
@@ -66,7 +69,9 @@ class TellFailuresTest(unittest.TestCase):
             "A.One failed after N s:",
             "  ../tests/ATest.cpp:12: Failure", "  Value of: a", "    Actual: false",
             "  ../tests/ATest.cpp:14: Failure",
-            "  Expected: (after) <= (before), actual: 19 vs 17"])
+            "  Expected: (after) <= (before), actual: 19 vs 17",
+            "  unknown file: Failure",
+            "  C++ exception with description \"out of range\" thrown in the test body."])
 
     def test_of_others_the_last_lines_are_told(self):
         self.add("script", "".join(f"line {i}\n" for i in range(100)), 1)
