@@ -57,6 +57,8 @@ HEADERS = {
     "wpa_ctrl.h": "libwpa_client",
 }
 
+BY_HEADERS = "by HEADERS in tests/structure/check_android_bp.py"
+
 # The folders of headers that need no module: of the C library and the kernel, and of GoogleTest, which
 # every cc_test has.
 SYSTEM_HEADERS = ("arpa/", "gtest/", "linux/", "net/", "netinet/", "sys/")
@@ -151,12 +153,14 @@ def setting(modules, name, *keys):
     """What a module or its defaults set a property to, a map's by its keys; None: nothing."""
     value = modules.get(name, {})
     for key in keys:
-        value = value.get(key, {})
-    if value != {}:
+        value = value.get(key) if isinstance(value, dict) else None
+    if value is not None:
         return value
-    return next((found for found in (setting(modules, defaults, *keys)
-                                     for defaults in modules.get(name, {}).get("defaults", []))
-                 if found is not None), None)
+    for defaults in modules.get(name, {}).get("defaults", []):
+        value = setting(modules, defaults, *keys)
+        if value is not None:
+            return value
+    return None
 
 
 def listed(modules, name, *keys):
@@ -172,14 +176,18 @@ def unset(parsed):
     wanted = [(("vendor",), True), (("sanitize", "never"), None),
               *((("sanitize", sanitizer), True) for sanitizer in SANITIZERS)]
     modules = by_name(parsed)
-    return [
-        f"{path}: {properties['name']}: {'.'.join(keys)} is {describe(found)}, not "
-        f"{describe(value)}, here or in its defaults"
-        for path, kind, properties in parsed
-        if kind in ("cc_binary", "cc_fuzz", "cc_library_static", "cc_test")
-        for keys, value in wanted
-        for found in (setting(modules, properties["name"], *keys),) if found != value
-    ]
+    complaints = []
+    for path, kind, properties in parsed:
+        if kind not in ("cc_binary", "cc_fuzz", "cc_test", "cc_library", "cc_library_shared",
+                        "cc_library_static"):
+            continue
+        name = properties.get("name")
+        for keys, value in wanted:
+            found = setting(modules, name, *keys)
+            if found != value:
+                complaints.append(f"{path}: {name}: {'.'.join(keys)} is {describe(found)}, not "
+                                  f"{describe(value)}, here or in its defaults")
+    return complaints
 
 
 def describe(value):
@@ -211,7 +219,7 @@ def not_generated(parsed):
               if kind == "genrule"}
     return [
         f"{places[module]}: {module} has {modules[module].get('out')} in out, but it is included as "
-        f"<{header}> (by HEADERS in tests/structure/check_android_bp.py)"
+        f"<{header}>, {BY_HEADERS}"
         for header, module in HEADERS.items()
         if module in places and header not in modules[module].get("out", [])
     ]
@@ -258,11 +266,11 @@ def unlinked(root, parsed, modules):
             for header in re.findall(r"^#include <(.*)>", text, re.MULTILINE):
                 libraries = [library for begin, library in HEADERS.items()
                              if header.startswith(begin)]
-                missing.update((library, f"{file} includes <{header}>")
+                missing.update((library, f"{file} includes <{header}>, its header {BY_HEADERS}")
                                for library in libraries if library not in linked)
                 if "/" in header and not libraries and not header.startswith(SYSTEM_HEADERS):
-                    complaints.append(f"{path}: {name}: {file} includes <{header}>, but no module "
-                                      "has that (by HEADERS in tests/structure/check_android_bp.py)")
+                    complaints.append(f"{path}: {name}: {file} includes <{header}>, which no "
+                                      f"module has {BY_HEADERS}")
             if not throwing and re.search(r"\b(?:try \{|throw[ ;])", text):
                 missing["cppflags: -fexceptions"] = f"{file} uses exceptions"
         complaints += [f"{path}: {name} lacks {what}, but {why}"

@@ -14,7 +14,7 @@ import subprocess
 import sys
 import tempfile
 
-import blueprint
+import check_android_bp
 import source_tree
 
 RECORD = "interface/current.txt"
@@ -78,20 +78,19 @@ def recorded(root, complaints):
 def wrong_modules(root):
     """Complaints about Android.bp files by which the build would not find the packages or RECORD."""
     complaints = []
-    roots = 0
-    for path in source_tree.files(root):
+    first_root = None  # there is none in an image whose own one has taken over the packages
+    for path, kind, properties in check_android_bp.parse(root, complaints):
         match = re.fullmatch(r"interface/(?:(.+)/([^/]+)/)?Android\.bp", path)
-        for kind, properties in blueprint.parse(source_tree.read(root, path)) if match else ():
-            wanted = {}
-            if kind == "hidl_package_root":
-                roots += 1
-                wanted = {"name": ROOT, "use_current": True}
-            elif kind == "hidl_interface":
-                wanted = {"name": package(*match.groups("")), "root": ROOT}
-            complaints += [f"{path}: {name} of {kind} is {properties.get(name)}, not {value}"
-                           for name, value in wanted.items() if properties.get(name) != value]
-    if roots != 1:
-        complaints.append(f"interface/Android.bp: {roots} hidl_package_root, not one, for {RECORD}")
+        wanted = {}
+        if match and kind == "hidl_package_root":
+            wanted = {"name": ROOT, "use_current": True}
+            if first_root is not None:
+                complaints.append(f"{path}: there is another hidl_package_root in {first_root}")
+            first_root = path
+        elif match and kind == "hidl_interface":
+            wanted = {"name": package(*match.groups("")), "root": ROOT}
+        complaints += [f"{path}: {name} of {kind} is {properties.get(name)}, not {value}"
+                       for name, value in wanted.items() if properties.get(name) != value]
     return complaints
 
 

@@ -95,7 +95,7 @@ OTHERS_MAY = {
 # A bug report is a client, and in tests/sepolicy an app.
 CLIENTS = {"dumpstate", "headset_app"}
 
-# What a neverallow forbids: rules with these would not compile, in no image.
+# What a neverallow forbids: rules with these do not compile in any image.
 FORBIDDEN = {
     f"{DAEMON} default_prop:property_service": "set",
     f"{DAEMON} {PROPERTIES}:property_service": "set",
@@ -163,6 +163,7 @@ STATEMENTS = {
 }
 
 _COMMENT = re.compile(r"# ([\w./-]+/[\w.-]+): (\w+)$")
+# A macro with its arguments, or a word and what follows it up to the semicolon.
 _STATEMENT = re.compile(r"(\w+\()[^()]*\)|(\w+|[^\s;])[^;]*")
 
 

@@ -99,7 +99,9 @@ def set_by_name(root, properties):
         text = source_tree.read(root, path) if path.startswith(SETTERS) else ""
         for match in _SET.finditer(text):
             place = f"{path}:{source_tree.line_of(text, match.start())}"
-            names = re.findall(r"[\w.]+", match["full"] or match["short"] or match["list"])
+            # A sentence may end with one.
+            names = [name.rstrip(".") for name in
+                     re.findall(r"[\w.]+", match["full"] or match["short"] or match["list"])]
             complaints += [f"{place}: sets {name}, which is not in {LIST}"
                            for name in names if PREFIX + name not in known]
     return complaints

@@ -6,7 +6,8 @@ own code uses, whether a test calls it or not, those of others in the daemon's p
 no more. The functions are read from the compiled sources. One that is neither in CALLS nor in NO_CALLS,
 nor called like a system call, is a complaint. Of C++'s library only what CALLS has is known. What a
 host's libraries call, tests/component/system_calls.py measures; what only a device's do is known by
-reading. The lab's own policy has only what the device's has not. Ends with status 77 if the daemon is not built.
+reading. The lab's own policy has only what the device's has not. Ends with status 77 if the daemon is
+not built.
 """
 
 import glob

@@ -27,9 +27,13 @@ def files(root):
 
 
 def read(root, path):
-    """A file's text; what is not UTF-8 in it is replaced."""
-    with open(os.path.join(root, path), encoding="utf-8", errors="replace") as file:
-        return file.read()
+    """A file's text; what is not UTF-8 in it is replaced. A check ends that needs one which is not
+    there."""
+    try:
+        with open(os.path.join(root, path), encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except FileNotFoundError:
+        sys.exit(f"{path}: is missing")
 
 
 def code(root, path):

@@ -246,6 +246,10 @@ class AndroidBpTest(TreeTest):
         # What the module itself says holds.
         module[2]["vendor"] = True
         self.assertEqual(set_base(False, {"cfi": True, "integer_overflow": True}), [])
+        for kind in ("cc_fuzz", "cc_library", "cc_library_shared", "cc_library_static", "cc_test"):
+            self.assert_complains(check_android_bp.unset([("os/Android.bp", kind, {
+                "name": "other", "sanitize": {"cfi": True, "integer_overflow": True}})]),
+                "os/Android.bp: other: vendor is unset")
 
     def test_a_test_with_two_main_functions_or_none_is_found(self):
         self.write("os/Poll.cpp", "int main(int argc, char** argv) {\n")
@@ -514,6 +518,9 @@ class HalFrozenTest(TreeTest):
         here = "interface/wifi/1.0/Android.bp"
         self.write(here, interface)
         self.assertEqual(self.check(), [])
+        # An image's own root has taken over.
+        self.write("interface/Android.bp", "")
+        self.assertEqual(self.check(), [])
         for path, text, *found in (
                 (here, interface.replace("hardware.wifi", "wifi"), "name of hidl_interface",
                  "not vendor.corvid.hardware.wifi@1.0"),
@@ -523,7 +530,9 @@ class HalFrozenTest(TreeTest):
                  "not vendor.corvid.hardware"),
                 ("interface/Android.bp", self.PACKAGE_ROOT.replace("true", "false"),
                  "use_current of hidl_package_root is False"),
-                ("interface/Android.bp", "", "0 hidl_package_root", self.RECORD)):
+                ("interface/Android.bp", self.PACKAGE_ROOT + "\n" + self.PACKAGE_ROOT,
+                 "another hidl_package_root in interface/Android.bp"),
+                ("interface/Android.bp", "hidl_package_root {", "interface/Android.bp:")):
             with self.subTest(text):
                 self.write(here, interface)
                 self.write("interface/Android.bp", self.PACKAGE_ROOT)
@@ -632,6 +641,7 @@ class PropertiesTest(TreeTest):
             property $feature true
         property cmd.scan true
         # property NAME VALUE, without the "persist.vendor.wifi." before it
+        # A sentence about the property cmd.scan.
         """
         for path in ("lab/cases/a.sh", "lab/guest/words.sh", "tests/vts/CMakeLists.txt"):
             self.write(path, fine)
