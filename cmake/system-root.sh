@@ -4,8 +4,8 @@
 # folder, after setup.sh; all of it works as an ordinary user.
 
 # Where they are kept between runs and shared by all clones. Each list of packages makes a root of its
-# own. When one is made, those of the same machine go that ./test.sh has not used since then in any
-# clone. A build by hand does not count as use.
+# own. When one is made, those of the same machine are removed that no clone's ./test.sh has used since
+# the time below. A build by hand does not count as use.
 roots_unused_since="14 days ago"
 system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
 
@@ -41,8 +41,8 @@ make_root() {
 
 # remove_unused_roots ARCHITECTURE FOLDER: all of that machine that were not used lately, but for
 # FOLDER; also what is left of one that could not be made. The time of use is that of the inode's
-# change: the other one came out of a package. They are moved first, so that no half removed one is
-# taken for a root.
+# change: the one of the content's change is a package's where the use was not noted yet. They are moved
+# first, so that no half removed one is taken for a root.
 remove_unused_roots() {
     local removed=$system_roots/removed
     rm -rf "$removed"
