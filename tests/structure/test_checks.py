@@ -641,7 +641,7 @@ class PropertiesTest(TreeTest):
             property $feature true
         property cmd.scan true
         # property NAME VALUE, without the "persist.vendor.wifi." before it
-        # A sentence about the property cmd.scan.
+        # A sentence about the property dbm.upper.
         """
         for path in ("lab/cases/a.sh", "lab/guest/words.sh", "tests/vts/CMakeLists.txt"):
             self.write(path, fine)
