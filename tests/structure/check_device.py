@@ -96,8 +96,7 @@ class Facts:
         self.report_sockets = self.found(REPORT, r'sockets = rooted\("([^"]+)"\)')
         self.statistics = self.found(STATISTICS, r"(I\w+)::tryGetService\(")
         instance = self.found(STATISTICS, r'::tryGetService\(((?:"\w+")?)\)')
-        self.statistics_instance = instance and instance.strip('"') or \
-            ("default" if instance == "" else None)
+        self.statistics_instance = None if instance is None else instance.strip('"') or "default"
         folder = self.found(STATISTICS_HEADER, r"#include <(android/[\w./]+)/I\w+\.h>")
         self.statistics_package, self.statistics_version = parts(folder, "/")
         if folder is not None:
@@ -116,13 +115,18 @@ class Facts:
         self.complaints.append(f"{path}: has nothing like {pattern}, which device/ is compared with")
         return None
 
-    def of_module(self, path, kind, key):
+    def modules(self, path):
+        """Those of an Android.bp file; none if it can't be read."""
         try:
-            for module_kind, properties in blueprint.parse(self.text(path)):
-                if module_kind == kind and key in properties:
-                    return properties[key]
+            return blueprint.parse(self.text(path))
         except blueprint.Error as error:
             self.complaints.append(f"{path}: {error}")
+            return []
+
+    def of_module(self, path, kind, key):
+        for module_kind, properties in self.modules(path):
+            if module_kind == kind and key in properties:
+                return properties[key]
         self.complaints.append(f"{path}: no {kind} has {key}")
         return None
 
@@ -213,7 +217,7 @@ def check_user(facts, options, compare):
 def check_groups(facts, options, group, compare):
     """The service has the folder's group, that of AF_INET sockets if it needs one, and no other."""
     line, groups = options["group"][0]
-    needed = [group] + ["inet"] * facts.asks_for_indexes
+    needed = [group, "inet"] if facts.asks_for_indexes else [group]
     if group not in groups:
         compare.complaints.append(f"{SCRIPT}:{line}: the service has not the group {group} of the "
                                   f"folder in which {SOCKETS} looks for sockets")
@@ -264,13 +268,19 @@ def check_script(facts, compare):
     """The init script."""
     parsed = sections(facts.text(SCRIPT))
     services = [section for section in parsed if section[1][0] == "service"]
-    if len(services) != 1 or len(services[0][1]) != 3:
-        compare.complaints.append(f"{SCRIPT}: needs one 'service NAME PATH', has {len(services)}")
+    if len(services) != 1:
+        compare.complaints.append(f"{SCRIPT}: has {len(services)} services, not one")
         return
-    line, words, _ = services[0]
+    line, (_, *words), _ = services[0]
+    if len(words) < 2:
+        compare.complaints.append(f"{SCRIPT}:{line}: is no 'service NAME PATH'")
+        return
+    if len(words) > 2:
+        compare.complaints.append(f"{SCRIPT}:{line}: the service has arguments, which nothing compares "
+                                  "with the code")
     options = check_options(SCRIPT, services[0], compare)
-    compare.same(f"{SCRIPT}:{line}", "the program", words[2], MODULES,
-                 facts.binary and f"/vendor/bin/{facts.install}/{facts.binary}")
+    compare.same(f"{SCRIPT}:{line}", "the program", words[1], MODULES,
+                 joined("/vendor/bin/", facts.install, "/", facts.binary))
     for option in ("interface", "user", "group", "class", "capabilities"):
         if option not in options:
             compare.complaints.append(f"{SCRIPT}:{line}: the service has no {option}")
@@ -312,7 +322,7 @@ def check_references(facts, compare):
         if value is None:
             continue
         compare.same(MODULES, key, value, DEVICE_MODULES, [f":{name}"])
-        groups = [properties for kind, properties in blueprint.parse(facts.text(DEVICE_MODULES))
+        groups = [properties for kind, properties in facts.modules(DEVICE_MODULES)
                   if kind == "filegroup" and properties.get("name") == name]
         if [group.get("srcs") for group in groups] != [[name]]:
             compare.complaints.append(f"{DEVICE_MODULES}: no filegroup {name} holds {path}, which "
@@ -391,7 +401,8 @@ def check(root):
     check_references(facts, compare)
     check_vintf(facts, compare)
     check_schema(root, compare)
-    return compare.complaints
+    # A file that several facts are from is missed once.
+    return list(dict.fromkeys(compare.complaints))
 
 
 if __name__ == "__main__":

@@ -10,7 +10,6 @@ import os
 import re
 import sys
 
-import blueprint
 import check_device
 import source_tree
 from check_device import DEVICE_MATRIX, ENTRY, FRAMEWORK_MATRIX, OBJECT, PAGE, SCRIPT, SOCKETS
@@ -87,7 +86,7 @@ def commands(root):
             # A value stands where an expression does.
             pieces = re.split(r'"([^"]*)"', rest)
             pattern = re.escape(match.group(1) + match.group(2)) + "".join(
-                re.escape(piece) if index % 2 else r"\S+" * bool(re.search(r"\w", piece))
+                re.escape(piece) if index % 2 else r"\S+" if re.search(r"\w", piece) else ""
                 for index, piece in enumerate(pieces))
             place = f"{path}:{source_tree.line_of(text, match.start())}"
             found.append((place, match.group(1), pattern))
@@ -121,9 +120,12 @@ def check_commands(root, page, complaints):
 def check_texts(root, page, facts, complaints):
     """Lines of the log, replies and events."""
     lines = log_lines(root)
-    for line in re.findall(r"^- (.*)", page.partition("Lines of the log")[2].partition("\n## ")[0],
-                           re.MULTILINE):
-        text = line.split("`")[1]
+    shown = re.findall(r"^- `([^`]+)`", page.partition("Lines of the log")[2].partition("\n## ")[0],
+                       re.MULTILINE)
+    if not shown:
+        complaints.append(f"{PAGE}: shows no '- `LINE`' below 'Lines of the log', to compare with the "
+                          "code")
+    for text in shown:
         name, _, message = text.partition(": ")
         if text.startswith("["):
             name, message = "", text.partition("] ")[2]
@@ -152,9 +154,12 @@ def check_modules(root, page, facts, complaints):
     for path in source_tree.files(root):
         if os.path.basename(path) != "Android.bp":
             continue
-        for kind, properties in blueprint.parse(facts.text(path)):
+        for kind, properties in facts.modules(path):
             if kind in ("cc_binary", "cc_test"):
-                built[properties["name"]] = path
+                if "name" in properties:
+                    built[properties["name"]] = path
+                else:
+                    complaints.append(f"{path}: a {kind} has no name")
             for library in [library for kind in ("shared_libs", "static_libs", "header_libs",
                                                  "interfaces")
                             for library in properties.get(kind, [])]:
@@ -228,7 +233,7 @@ def check(root):
     check_modules(root, page, facts, complaints)
     check_commands(root, page, complaints)
     check_texts(root, page, facts, complaints)
-    return complaints
+    return list(dict.fromkeys(complaints))
 
 
 if __name__ == "__main__":

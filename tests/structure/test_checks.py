@@ -791,7 +791,7 @@ class DeviceTest(CopiedTreeTest):
             (script, "restart_period", "restart_after", script, "no option"),
             (script, "rlimit nofile 256", "rlimit nofile", script, "3 arguments"),
             (script, "    capabilities", "    #", script, "no capabilities"),
-            (script, "service vendor.corvid-wifi-1-0", "on boot", script, "one 'service"),
+            (script, "service vendor.corvid-wifi-1-0", "on boot", script, "has 0 services"),
             (manifest, ">vendor.corvid.hardware.wifi<", ">vendor.corvid.hardware.wlan<",
              manifest, check_device.INTERFACE),
             (manifest, "/default", "/main", manifest, check_device.ENTRY),
@@ -838,6 +838,31 @@ class DeviceTest(CopiedTreeTest):
             (check_device.REPORT, "/data/vendor/wifi/wpa/sockets", "/data/misc/wifi",
              script, check_device.REPORT),
         ))
+
+    def test_arguments_of_the_service_are_found_and_its_options_still_compared(self):
+        self.change(check_device.SCRIPT, (f"/{check_device.DAEMON}\n", f"/{check_device.DAEMON} -v\n"),
+                    ("class hal", "class early_hal"))
+        complaints = check_device.check(self.root)
+        self.assertEqual(len(complaints), 2, complaints)
+        self.assertRegex(complaints[0], r"\.rc:\d+: the service has arguments")
+        self.assertIn("the class is 'early_hal'", complaints[1])
+
+    def test_a_second_service_and_one_without_a_program_are_found(self):
+        with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
+            text = file.read()
+        self.write(check_device.SCRIPT, text + "service other /vendor/bin/other\n")
+        self.assert_complains(check_device.check(self.root), "has 2 services")
+        self.write(check_device.SCRIPT, text.replace(
+            f"/vendor/bin/hw/{check_device.DAEMON}\n", "\n"))
+        self.assert_complains(check_device.check(self.root), "is no 'service NAME PATH'")
+
+    def test_modules_that_can_not_be_read_are_named(self):
+        for path in (check_device.MODULES, check_device.DEVICE_MODULES, check_device.INTERFACE):
+            with self.subTest(path):
+                self.change(path, ("{\n    name:", "[\n    name:"))
+                complaints = check_device.check(self.root)
+                self.change(path, ("[\n    name:", "{\n    name:"))
+                self.assertEqual(complaints.count(f"{path}: expected {{, found ["), 1, complaints)
 
     def test_another_instance_is_missed_in_script_manifest_and_matrix(self):
         self.change(check_device.ENTRY, ('registerAsService("default")', 'registerAsService("main")'))
@@ -958,6 +983,9 @@ class IntegrationTest(CopiedTreeTest):
              "'service: Failed to register.'", "service.cpp"),
             (page, "`TxPowerManager: STA", "`TxPower: STA", page, "TxPower.cpp"),
             (page, "[WPA-STA] Connected to", "[WPA-STA] Attached to", page, "Attached to"),
+            (page, "Lines of the log", "What lines of the log say", page, "below 'Lines of the log'"),
+            ("interface/Android.bp", "hidl_package_root {", "hidl_package_root = {",
+             "interface/Android.bp: line 2"),
             ("service/service.cpp", "Failed to register as", "Can not register as", page,
              "service.cpp"),
             (page, "`FREQUENCY=`", "`FREQ=`", page, "names FREQ=", "managers/"),
@@ -977,6 +1005,10 @@ class IntegrationTest(CopiedTreeTest):
             (page, "debug vendor.corvid.hardware.wifi@1.0", "debug vendor.corvid.hardware.wifi@1.1",
              page, "@1.1::IWifi/default", check_device.ENTRY),
         ))
+
+    def test_a_program_without_a_name_is_found(self):
+        self.change("tools/Android.bp", ('    name: "corvid-wifi"', '    stem: "corvid-wifi"'))
+        self.assertIn("tools/Android.bp: a cc_binary has no name", check_integration.check(self.root))
 
     def test_a_command_of_another_name_is_missed_on_both_sides(self):
         for path, old, new in ((check_device.PAGE, "`DRIVER SET_TXPOWER 9`", "`DRIVER SET_POWER 9`"),
