@@ -1,11 +1,21 @@
 # the interface's own tests pass beside a real supplicant, without and with a link, and at a restart
 # limit: 300 s
 
-# tests OPTION ...: all of them; the log has which.
-tests() {
-    $as_wifi VtsHalCorvidWifiV1_0TargetTest "$@" >>"$(log_of vts)" 2>&1 ||
-        fail "$(grep -B 20 FAILED "$(log_of vts)" | head -n 60)"
+# start_tests OPTION ...: all of them, or those of --gtest_filter; the log has which.
+start_tests() {
+    # shellcheck disable=SC2086  # one word per option
+    background vts $as_wifi VtsHalCorvidWifiV1_0TargetTest "$@"
+    tests=$pid
 }
+
+tests_passed() { wait "$tests" || fail "$(grep -B 20 FAILED "$(log_of vts)" | head -n 60)"; }
+
+tests() {
+    start_tests "$@"
+    tests_passed
+}
+
+either_ended() { ! runs "$daemon" || ! runs "$tests"; }
 
 step "with nothing but the daemon"
 start_daemon
@@ -39,11 +49,15 @@ still_runs
 same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED
 
 step "when the daemon is killed and started again"
-tests --restart="kill -9 $daemon" --gtest_filter="WifiRestart.*" &
-client=$!
+start_tests --restart="kill -9 $daemon" --gtest_filter="WifiRestart.*"
+until_true either_ended
+if runs "$daemon"; then
+    tests_passed
+    fail "the test of the restart has passed and not killed the daemon"
+fi
 wait "$daemon"
 # On the device init does that.
 start_daemon
-wait "$client" || fail "the test of the restart"
+tests_passed
 still_runs
 same "the station's state" "$(status_of wlan0 wpa_state)" COMPLETED

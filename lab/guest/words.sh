@@ -89,9 +89,9 @@ fail() {
 forbidden_calls() {
     dmesg | sed -n 's/.*type=1326 .* comm="\([^"]*\)" .* syscall=\([0-9]*\) .*/\2 \1/p' | sort -u |
         while read -r number program; do
-            echo "$program made the system call $number, $(lab-confine -s "$number"), which is" \
-                "neither in device/vendor.corvid.hardware.wifi@1.0-service.policy nor in" \
-                "lab/guest/host.policy"
+            echo "$program made the system call $number, $(lab-confine -s "$number"), which its" \
+                "seccomp policy does not allow" \
+                "(device/vendor.corvid.hardware.wifi@1.0-service.policy, lab/guest/host.policy)"
         done
 }
 
@@ -242,12 +242,11 @@ start_monitor() {
 call() { $as_wifi corvid-wifi call "$@" || true; }
 dump() { $as_wifi corvid-wifi dump; }
 
-# still_runs: the daemon is the process that it was. One that has ended and is not waited for yet is
-# a zombie, which kill finds too.
-still_runs() {
-    grep -q '^State:[[:space:]]*[RSDTt]' "/proc/$daemon/status" 2>/dev/null ||
-        fail "the daemon has ended"
-}
+# runs PROCESS. One that has ended and is not waited for yet is a zombie, which kill finds too.
+runs() { grep -q '^State:[[:space:]]*[RSDTt]' "/proc/$1/status" 2>/dev/null; }
+
+# still_runs: the daemon is the process that it was.
+still_runs() { runs "$daemon" || fail "the daemon has ended"; }
 
 # --- the daemon's figures ---
 
