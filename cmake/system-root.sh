@@ -7,6 +7,8 @@
 # own. When one is made, those of the same machine are removed that no clone's ./test.sh has used since
 # the time below. A build by hand does not count as use.
 roots_unused_since="14 days ago"
+# The file of a root that says which lists of packages it was made without.
+without=made-without-these-lists
 system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
 
 # The development packages of packages.txt that the device's sources and the tests are compiled
@@ -23,7 +25,8 @@ root_folder() {
         sha256sum | cut -c1-16)"
 }
 
-# make_root ARCHITECTURE: makes it, unless it is there, and notes that it is used.
+# make_root ARCHITECTURE: makes it, unless it is there, and notes that it is used. Says so each time if
+# a mirror lacked a list of packages when it was made.
 make_root() {
     local architecture=$1 folder
     folder=$(root_folder "$architecture")
@@ -37,6 +40,9 @@ make_root() {
         fi
         touch "$folder"
     ) 9>"$system_roots/lock"
+    [ ! -e "$folder/$without" ] ||
+        echo "The libraries of $architecture may be old; to download them anew, remove $folder. They" \
+            "were downloaded without all lists of packages: $(cat "$folder/$without")"
 }
 
 # remove_unused_roots ARCHITECTURE FOLDER: all of that machine that were not used lately, but for
@@ -66,11 +72,9 @@ unpack_root() {
         -o Dir::State::status=/dev/null -o "Dir::Cache=$work" -o Debug::NoLocking=true
         -o APT::Sandbox::User= -o APT::Install-Recommends=false)
     echo "Downloading the libraries of $architecture"
-    # Without the list of one suite of several there would be older packages, for as long as the root
-    # is kept. A mirror that is being brought up to date may lack one for some hours.
-    "${apt[@]}" update --error-on=any >"$work/log" 2>&1 ||
-        fail "not all lists of packages of $architecture could be downloaded: $(complaints \
-            "$work/log"); see $work/log"
+    # A mirror that is being brought up to date may lack the list of one suite for a day. What the
+    # others have will do, though it may be older.
+    "${apt[@]}" update --error-on=any >"$work/log" 2>&1 || complaints "$work/log" >"$work/root/$without"
     # shellcheck disable=SC2046  # one word per package
     "${apt[@]}" install --download-only -y $(root_packages) >>"$work/log" 2>&1 ||
         fail "the packages of $architecture could not be downloaded: $(complaints "$work/log"); see \

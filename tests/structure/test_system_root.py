@@ -116,37 +116,57 @@ class SystemRootTest(unittest.TestCase):
         self.assertTrue(os.path.isfile(os.path.join(root, "usr/lib/some-machine/liblog.so.0")))
         self.assertEqual(sorted(os.listdir(self.roots)), sorted([os.path.basename(root), "lock"]))
 
-    def assert_not_made(self, *said):
-        """And the next try makes it when the mirror is whole."""
-        made = self.run_shell(self.clone, "make_root arm64")
-        self.assertEqual(made.returncode, 1, made.stdout)
-        for text in said:
-            self.assertIn(text, made.stdout.splitlines()[-1])
+    def assert_made_with_what_there_is(self, missing):
+        """It says which list is missing, each time that the root is used, until it was removed."""
+        for _ in range(2):
+            made = self.run_shell(self.clone, "make_root arm64; echo; root_folder arm64")
+            self.assertEqual(made.returncode, 0, made.stdout)
+            self.assertIn("The libraries of arm64 may be old", made.stdout)
+            self.assertIn(missing, made.stdout)
+            root = made.stdout.splitlines()[-1]
+            self.assertIn(f"remove {root}.", made.stdout)
+            self.assertTrue(os.path.isfile(os.path.join(root, LIBRARY)))
+        shutil.rmtree(root)
         shutil.rmtree(self.mirror)
         shutil.copytree(self.whole_mirror, self.mirror)
         self.write("sources.list", self.sources)
-        self.make_root(self.clone)
+        made = self.run_shell(self.clone, "make_root arm64")
+        self.assertEqual((made.returncode, made.stdout), (0, "Downloading the libraries of arm64\n"))
 
-    def test_root_is_not_made_without_one_of_the_lists(self):
+    def test_root_without_one_of_the_lists_says_so(self):
         os.remove(os.path.join(self.mirror, "updates", "Packages"))
-        self.assert_not_made("not all lists of packages of arm64", f"{self.mirror}/updates/./Packages")
+        self.assert_made_with_what_there_is(f"{self.mirror}/updates/./Packages")
 
-    def test_root_is_not_made_with_a_list_that_is_newer_than_its_mirror_says(self):
+    def test_root_with_a_list_that_is_newer_than_its_mirror_says_says_so(self):
         with open(os.path.join(self.mirror, "updates", "Packages"), "a", encoding="utf-8") as file:
             file.write("\n")
-        self.assert_not_made("not all lists of packages of arm64", f"{self.mirror}/updates/./Packages")
+        self.assert_made_with_what_there_is(f"{self.mirror}/updates/./Packages")
 
-    def test_root_is_not_made_without_a_mirror_that_may_come_back(self):
+    def test_root_without_a_mirror_that_may_come_back_says_so(self):
         # That is no more than a warning to apt.
         with socket.socket() as unheard:
             unheard.bind(("127.0.0.1", 0))
             address = f"http://127.0.0.1:{unheard.getsockname()[1]}/updates"
             self.write("sources.list", self.sources + f"deb [trusted=yes] {address} ./\n")
-            self.assert_not_made("not all lists of packages of arm64", address)
+            self.assert_made_with_what_there_is(address)
+
+    def assert_not_made(self, missing):
+        """And the next try makes it when the mirror is whole."""
+        made = self.run_shell(self.clone, "make_root arm64")
+        self.assertEqual(made.returncode, 1, made.stdout)
+        self.assertIn("the packages of arm64 could not be downloaded", made.stdout.splitlines()[-1])
+        self.assertIn(missing, made.stdout.splitlines()[-1])
+        shutil.rmtree(self.mirror)
+        shutil.copytree(self.whole_mirror, self.mirror)
+        self.make_root(self.clone)
 
     def test_root_is_not_made_without_one_of_the_packages(self):
         os.remove(os.path.join(self.mirror, "release", "first-dev.deb"))
-        self.assert_not_made("the packages of arm64", f"{self.mirror}/release/./first-dev.deb")
+        self.assert_not_made(f"{self.mirror}/release/./first-dev.deb")
+
+    def test_root_is_not_made_without_the_list_that_has_a_package(self):
+        os.remove(os.path.join(self.mirror, "release", "Packages"))
+        self.assert_not_made("first-dev")
 
     def test_root_that_is_there_is_not_made_again(self):
         root = self.make_root(self.clone)
