@@ -729,14 +729,40 @@ class CopiedTreeTest(TreeTest):
 
 class DeviceTest(CopiedTreeTest):
 
+    # Where an image may need another user, folder or option than the tree has, the tests have their
+    # own, so that they stay as they are when it does.
+    OWN = {
+        check_device.SCRIPT: f"""on post-fs-data
+    mkdir /data/vendor/net 0771 radio radio
+    mkdir /data/vendor/net/control 0770 radio radio
+    mkdir /data/vendor/net/control/sockets 0770 radio radio
+
+service vendor.corvid-wifi-1-0 /vendor/bin/hw/{check_device.DAEMON}
+    interface vendor.corvid.hardware.wifi@1.0::IWifi default
+    class hal
+    user radio
+    group radio inet
+    capabilities NET_ADMIN
+    priority 0
+    rlimit nofile 256 256
+    memcg.limit_in_bytes 33554432
+    restart_period 5
+""",
+        check_device.SOCKETS: 'devicePath("/data/vendor/net/control/sockets/")',
+        check_device.REPORT: 'sockets = rooted("/data/vendor/net/control/sockets")',
+        check_device.NUMBERS: '{"system", 1000}, {"radio", 1001}',
+        check_device.WORDS: "# words\nwifi=1001\n",
+        check_device.PAGE: "The supplicant runs as user `radio`.",
+    }
+
     def setUp(self):
         super().setUp()
-        self.copy((check_device.SCRIPT, check_device.MANIFEST, check_device.FRAMEWORK_MATRIX,
-                   check_device.DEVICE_MATRIX, check_device.MODULES, check_device.DEVICE_MODULES,
-                   check_device.INTERFACE, check_device.ENTRY, check_device.OBJECT,
-                   check_device.SOCKETS, check_device.REPORT, check_device.INDEXES,
-                   check_device.STATISTICS, check_device.STATISTICS_HEADER, check_device.PAGE,
-                   check_device.NUMBERS, check_device.WORDS))
+        self.copy((check_device.MANIFEST, check_device.FRAMEWORK_MATRIX, check_device.DEVICE_MATRIX,
+                   check_device.MODULES, check_device.DEVICE_MODULES, check_device.INTERFACE,
+                   check_device.ENTRY, check_device.OBJECT, check_device.INDEXES,
+                   check_device.STATISTICS, check_device.STATISTICS_HEADER))
+        for path, text in self.OWN.items():
+            self.write(path, text)
 
     def test_files_that_agree_are_fine(self):
         self.assertEqual(check_device.check(self.root), [])
@@ -749,7 +775,7 @@ class DeviceTest(CopiedTreeTest):
             (script, "IWifi default", "IWifi other", script, check_device.ENTRY),
             (script, "    priority", "    user root\n    priority", script,
              f"user is already given at {script}:"),
-            (script, "    priority", "    group wifi system\n    priority", "group is already"),
+            (script, "    priority", "    group radio system\n    priority", "group is already"),
             (script, "    priority", "    class late_start\n    priority", "class is already"),
             (script, "    priority",
              "    interface vendor.corvid.hardware.wifi@1.1::IWifi default\n    priority",
@@ -760,29 +786,29 @@ class DeviceTest(CopiedTreeTest):
              "nothing compares ioprio", "check_device.py"),
             (script, "on post-fs-data\n", "on boot\n    start vendor.other\non post-fs-data\n",
              script, "nothing compares 'on boot'"),
-            (script, "on post-fs-data\n", "on post-fs-data\n    chmod 0777 /data/vendor/wifi\n",
+            (script, "on post-fs-data\n", "on post-fs-data\n    chmod 0777 /data/vendor/net\n",
              script, "is no 'mkdir FOLDER"),
             (script, "on post-fs-data\n",
-             "on post-fs-data\n    mkdir /data/vendor/wifi 0777 root root\n",
-             script, "/data/vendor/wifi is already made"),
-            (check_device.NUMBERS, '{"wifi", 1010}', '{"wifi", 1011}', script, check_device.NUMBERS,
+             "on post-fs-data\n    mkdir /data/vendor/net 0777 root root\n",
+             script, "/data/vendor/net is already made"),
+            (check_device.NUMBERS, '{"radio", 1001}', '{"radio", 1011}', script, check_device.NUMBERS,
              check_device.WORDS),
-            (check_device.WORDS, "\nwifi=1010", "\nwifi=1000", script, check_device.NUMBERS,
+            (check_device.WORDS, "\nwifi=1001", "\nwifi=1000", script, check_device.NUMBERS,
              check_device.WORDS),
-            (check_device.PAGE, "as user `wifi`", "as user `system`", script, check_device.PAGE),
-            (script, "group wifi inet", "group inet", script, "has not the group wifi",
+            (check_device.PAGE, "as user `radio`", "as user `system`", script, check_device.PAGE),
+            (script, "group radio inet", "group inet", script, "has not the group radio",
              check_device.SOCKETS),
-            (script, "group wifi inet", "group wifi", script, check_device.INDEXES),
-            (script, "group wifi inet", "group wifi inet system", script,
+            (script, "group radio inet", "group radio", script, check_device.INDEXES),
+            (script, "group radio inet", "group radio inet system", script,
              check_device.INDEXES),
             (check_device.INDEXES, "if_nametoindex(", "indexOf(", script,
              check_device.INDEXES),
             (script, "class hal", "class early_hal", script, check_device.SWITCHES),
             (script, "    priority", "    oneshot\n    priority", script, check_device.ENTRY),
             (script, "    priority", "    disabled\n    priority", script, check_device.ENTRY),
-            (script, "    mkdir /data/vendor/wifi 0771 wifi wifi\n", "", script,
-             "no folder /data/vendor/wifi,", check_device.SOCKETS),
-            (script, "wifi 0771 wifi wifi", "wifi 0770 root root", script, "root's",
+            (script, "    mkdir /data/vendor/net 0771 radio radio\n", "", script,
+             "no folder /data/vendor/net,", check_device.SOCKETS),
+            (script, "net 0771 radio radio", "net 0770 root root", script, "root's",
              check_device.SOCKETS),
             (script, "nofile", "files", script, "rlimit takes no 'files"),
             (script, "priority 0", "priority 20", script, "priority takes no"),
@@ -833,9 +859,9 @@ class DeviceTest(CopiedTreeTest):
              check_device.MODULES, "vintf_fragments"),
             (check_device.DEVICE_MODULES, '-service.xml"]', '-service.html"]',
              check_device.DEVICE_MODULES, check_device.MODULES),
-            (check_device.SOCKETS, "/data/vendor/wifi/wpa/sockets/", "/data/misc/wifi/",
+            (check_device.SOCKETS, "/data/vendor/net/control/sockets/", "/data/misc/net/",
              script, check_device.SOCKETS),
-            (check_device.REPORT, "/data/vendor/wifi/wpa/sockets", "/data/misc/wifi",
+            (check_device.REPORT, "/data/vendor/net/control/sockets", "/data/misc/net",
              script, check_device.REPORT),
         ))
 
@@ -889,22 +915,22 @@ class DeviceTest(CopiedTreeTest):
 
     def test_without_a_look_for_indexes_only_the_sockets_group_is_needed(self):
         self.change(check_device.INDEXES, ("if_nametoindex(", "indexOf("))
-        before = "wifi inet"
-        for groups in ("wifi system", "wifi inet", "wifi"):
+        before = "radio inet"
+        for groups in ("radio system", "radio inet", "radio"):
             with self.subTest(groups):
                 self.change(check_device.SCRIPT, (f"group {before}\n", f"group {groups}\n"))
                 before = groups
                 complaints = check_device.check(self.root)
-                if groups == "wifi":
+                if groups == "radio":
                     self.assertEqual(complaints, [])
                 else:
                     self.assert_complains(complaints, check_device.SCRIPT, "needs none",
                                           check_device.INDEXES)
 
     def test_another_user_throughout_the_script_names_who_has_the_first(self):
-        before = "wifi"
+        before = "radio"
         for user, place in (("system", f"which is 1000 in {check_device.NUMBERS}, but "
-                                       f"{check_device.WORDS} has wifi=1010"),
+                                       f"{check_device.WORDS} has wifi=1001"),
                             ("wlan", f"kIds in {check_device.NUMBERS} has no such user")):
             with self.subTest(user):
                 self.change(check_device.SCRIPT, (f" {before} {before}\n", f" {user} {user}\n"),
@@ -918,14 +944,14 @@ class DeviceTest(CopiedTreeTest):
                     self.assertIn(part, complaint)
 
     def test_another_user_than_the_folders_owner_names_both(self):
-        self.change(check_device.SCRIPT, ("user wifi", "user system"))
+        self.change(check_device.SCRIPT, ("user radio", "user system"))
         complaints = check_device.check(self.root)
-        self.assertIn("the folder's owner is 'wifi'", complaints[-1])
+        self.assertIn("the folder's owner is 'radio'", complaints[-1])
         self.assertIn("(user) has 'system'", complaints[-1])
 
     def test_a_folder_that_the_script_does_not_make_names_all_who_look_there(self):
         with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
-            self.write(check_device.SCRIPT, file.read().replace("wpa/sockets", "wpa/socket"))
+            self.write(check_device.SCRIPT, file.read().replace("control/sockets", "control/socket"))
         complaints = check_device.check(self.root)
         self.assertEqual(len(complaints), 2, complaints)
         for complaint, place in zip(complaints, (check_device.SOCKETS, check_device.REPORT)):
@@ -956,7 +982,7 @@ class IntegrationTest(CopiedTreeTest):
     def test_what_is_only_on_the_page_or_only_in_the_tree_names_both(self):
         page = check_device.PAGE
         self.assert_each_complains(check_integration.check, (
-            (page, "`libnl`", "`libutils`", page, "libnl", "client/Android.bp"),
+            (page, "`libbase`", "`libutils`", page, "libbase", "Android.bp"),
             (page, "`client/WpaClient.cpp`", "`client/Gone.cpp`", page, "client/Gone.cpp"),
             (page, "wifi/device/sepolicy ", "wifi/device/selinux ", page, "names device/selinux"),
             (page, "DEVICE_MATRIX_FILE +=", "MATRIX_FILE +=", page, "to DEVICE_MATRIX_FILE",
@@ -984,8 +1010,8 @@ class IntegrationTest(CopiedTreeTest):
             (page, "`TxPowerManager: STA", "`TxPower: STA", page, "TxPower.cpp"),
             (page, "[WPA-STA] Connected to", "[WPA-STA] Attached to", page, "Attached to"),
             (page, "Lines of the log", "What lines of the log say", page, "below 'Lines of the log'"),
-            ("interface/Android.bp", "hidl_package_root {", "hidl_package_root = {",
-             "interface/Android.bp: line 2"),
+            (check_device.DEVICE_MODULES, "filegroup {", "filegroup = {",
+             f"{check_device.DEVICE_MODULES}: line 2"),
             ("service/service.cpp", "Failed to register as", "Can not register as", page,
              "service.cpp"),
             (page, "`FREQUENCY=`", "`FREQ=`", page, "names FREQ=", "managers/"),
@@ -995,13 +1021,11 @@ class IntegrationTest(CopiedTreeTest):
             (page, "CTRL-EVENT-ASSOC-STARTED", "CTRL-EVENT-ASSOCIATION", page,
              "CTRL-EVENT-ASSOCIATION", "client/WpaEvents.cpp"),
             (page, "freq=5200 ifname=wlan0 width=80", "freq=5200 width=80", page, "sscanf()"),
-            (page, "`ctrl_interface=/data/vendor/wifi/wpa/sockets",
-             "`ctrl_interface=/data/vendor/wifi/wpa", page, check_device.SOCKETS),
-            (page, "`grep -rl /data/vendor/wifi/wpa`", "`grep -rl /data/vendor/wlan`", page,
-             "/data/vendor/wlan", check_device.SOCKETS),
-            ("client/Android.bp", 'CLIENT_DIR="/data/vendor/wifi/wpa/sockets"',
-             'CLIENT_DIR="/data/misc"', "client/Android.bp", "CONFIG_CTRL_IFACE_CLIENT_DIR",
+            (page, "`ctrl_interface=/", "`ctrl_interface=/other/", page, check_device.SOCKETS),
+            (page, "`grep -rl /", "`grep -rl /data/vendor/other/", page, "/data/vendor/other/",
              check_device.SOCKETS),
+            ("client/Android.bp", 'CLIENT_DIR="/', 'CLIENT_DIR="/other/', "client/Android.bp",
+             "CONFIG_CTRL_IFACE_CLIENT_DIR", check_device.SOCKETS),
             (page, "debug vendor.corvid.hardware.wifi@1.0", "debug vendor.corvid.hardware.wifi@1.1",
              page, "@1.1::IWifi/default", check_device.ENTRY),
         ))
