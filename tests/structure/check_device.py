@@ -159,16 +159,18 @@ class Comparison:
 
 
 def check_options(path, section, compare):
-    """The options of one service; returns them as {name: [(line, arguments)]}."""
+    """The options of one service; returns those that init takes as {name: [(line, arguments)]}."""
     options = {}
     for line, words in section[2]:
         name, arguments = words[0], words[1:]
         least, most = OPTIONS.get(name, (None, None))
         if least is None:
             compare.complaints.append(f"{path}:{line}: init knows no option {name}")
-        elif not least <= len(arguments) <= most:
+            continue
+        if not least <= len(arguments) <= most:
             compare.complaints.append(f"{path}:{line}: {name} takes {least} to {most} arguments")
-        elif not re.fullmatch(ARGUMENTS.get(name, ".*"), " ".join(arguments)):
+            continue
+        if not re.fullmatch(ARGUMENTS.get(name, ".*"), " ".join(arguments)):
             compare.complaints.append(f"{path}:{line}: {name} takes no {' '.join(arguments)!r}")
         elif name not in COMPARED:
             compare.complaints.append(f"{path}:{line}: nothing compares {name} with the code; add it "

@@ -873,6 +873,13 @@ service vendor.corvid-wifi-1-0 /vendor/bin/hw/{check_device.DAEMON}
         self.assertRegex(complaints[0], r"\.rc:\d+: the service has arguments")
         self.assertIn("the class is 'early_hal'", complaints[1])
 
+    def test_an_option_without_its_arguments_is_found(self):
+        for option in ("interface", "user", "group", "class"):
+            with self.subTest(option):
+                self.write(check_device.SCRIPT, re.sub(rf"(?m)^    {option} .*", f"    {option}",
+                                                       self.OWN[check_device.SCRIPT]))
+                self.assertRegex(check_device.check(self.root)[0], rf"\.rc:\d+: {option} takes ")
+
     def test_a_second_service_and_one_without_a_program_are_found(self):
         with open(os.path.join(self.root, check_device.SCRIPT), encoding="utf-8") as file:
             text = file.read()
