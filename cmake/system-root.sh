@@ -7,8 +7,6 @@
 # own. When one is made, those of the same machine are removed that no clone's ./test.sh has used since
 # the time below. A build by hand does not count as use.
 roots_unused_since="14 days ago"
-# The file of a root that says which lists of packages it was made without.
-without=made-without-these-lists
 system_roots=${CORVID_SYSTEM_ROOTS:-${XDG_CACHE_HOME:-${HOME:-/var/tmp}/.cache}/corvid-wifi-roots}
 
 # The development packages of packages.txt that the device's sources and the tests are compiled
@@ -25,6 +23,9 @@ root_folder() {
         sha256sum | cut -c1-16)"
 }
 
+# missing_lists ROOT: the file that says which lists of packages it was made without, if any.
+missing_lists() { echo "$1/made-without-these-lists"; }
+
 # make_root ARCHITECTURE: makes it, unless it is there, and notes that it is used. Says so each time if
 # a mirror lacked a list of packages when it was made.
 make_root() {
@@ -40,9 +41,9 @@ make_root() {
         fi
         touch "$folder"
     ) 9>"$system_roots/lock"
-    [ ! -e "$folder/$without" ] ||
+    [ ! -e "$(missing_lists "$folder")" ] ||
         echo "The libraries of $architecture may be old; to download them anew, remove $folder. They" \
-            "were downloaded without all lists of packages: $(cat "$folder/$without")"
+            "were downloaded without all lists of packages: $(cat "$(missing_lists "$folder")")"
 }
 
 # remove_unused_roots ARCHITECTURE FOLDER: all of that machine that were not used lately, but for
@@ -74,7 +75,8 @@ unpack_root() {
     echo "Downloading the libraries of $architecture"
     # A mirror that is being brought up to date may lack the list of one suite for a day. What the
     # others have will do, though it may be older.
-    "${apt[@]}" update --error-on=any >"$work/log" 2>&1 || complaints "$work/log" >"$work/root/$without"
+    "${apt[@]}" update --error-on=any >"$work/log" 2>&1 ||
+        complaints "$work/log" >"$(missing_lists "$work/root")"
     # shellcheck disable=SC2046  # one word per package
     "${apt[@]}" install --download-only -y $(root_packages) >>"$work/log" 2>&1 ||
         fail "the packages of $architecture could not be downloaded: $(complaints "$work/log"); see \

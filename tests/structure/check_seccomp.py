@@ -150,11 +150,11 @@ def read_policy(root, known, complaints):
     return allowed, later
 
 
-def beside_sources(has, own, table, name, comment):
+def beside_sources(has, own, table, name, mark):
     """Complaints about calls that one of the policy and a table here has and the other has not."""
-    found = [f"{POLICY}:{has[call]}: {comment}{call}: no source of the daemon calls it, and {name} in "
+    found = [f"{POLICY}:{has[call]}: {mark}{call}: no source of the daemon calls it, and {name} in "
              f"{THIS} names nobody else" for call in has.keys() - own - table.keys()]
-    return found + [f"{POLICY}: lacks {comment}{call}, but {name} in {THIS} has it: {table[call]}"
+    return found + [f"{POLICY}: lacks {mark}{call}, but {name} in {THIS} has it: {table[call]}"
                     for call in table.keys() - own - has.keys()]
 
 

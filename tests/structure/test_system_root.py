@@ -3,6 +3,7 @@
 
 import hashlib
 import os
+import re
 import shutil
 import socket
 import subprocess
@@ -109,6 +110,14 @@ class SystemRootTest(unittest.TestCase):
         while os.stat(self.write("probe", "")).st_ctime_ns <= border:
             pass
         return f"@{border // 10**9}.{border % 10**9:09}"
+
+    def test_variables_of_the_script_that_sources_it_stay(self):
+        def variables(path, begin):
+            with open(os.path.join(SOURCE, path), encoding="utf-8") as file:
+                return set(re.findall(rf"{begin}(\w+)\+?=", file.read(), re.MULTILINE))
+        own = variables("cmake/system-root.sh", "^")
+        self.assertIn("system_roots", own)
+        self.assertEqual(own & variables("test.sh", r"^\s*"), set())
 
     def test_root_has_the_files_of_the_packages(self):
         root = self.make_root(self.clone)
