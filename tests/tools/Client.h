@@ -37,7 +37,11 @@ class Client : public ::testing::Test {
         std::filesystem::remove_all(root_, ignored);
     }
 
+    /** Waits for the end of one that dies, which has the name until then. */
     void startService() {
+        if (service_ != nullptr) {
+            service_->wait();
+        }
         service_ = std::make_unique<Program>(std::vector<std::string>{FAKE_WIFI_SERVICE}, options_);
         ASSERT_EQ(service_->readLine(), "ready") << service_->readError();
     }
